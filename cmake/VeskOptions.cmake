@@ -1,0 +1,45 @@
+# Compiler and linker settings shared by the daemon, its tests and its tools.
+
+set(THREADS_PREFER_PTHREAD_FLAG ON)
+find_package(Threads REQUIRED)
+
+# The same floating-point results on every processor: no fused multiply-add behind our back.
+add_compile_options(-ffp-contract=off)
+
+# 64-bit time and file offsets on 32-bit boards too; the clock must not stop in 2038.
+add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
+
+if(VESK_SANITIZER)
+  add_compile_options(-fsanitize=${VESK_SANITIZER} -fno-sanitize-recover=all
+                      -fno-omit-frame-pointer -O1)
+  add_link_options(-fsanitize=${VESK_SANITIZER})
+endif()
+
+if(VESK_COVERAGE)
+  add_compile_options(--coverage -fprofile-update=atomic)
+  add_link_options(--coverage)
+endif()
+
+if(VESK_HARDENED)
+  set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+  if(NOT VESK_TESTS) # they replace functions where modules are linked, which must then stay calls
+    set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
+  endif()
+  add_compile_options(-fstack-protector-strong -fstack-clash-protection)
+  add_compile_definitions($<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
+  add_link_options(-pie LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
+endif()
+add_link_options(LINKER:--as-needed)
+
+add_library(vesk_warnings INTERFACE)
+target_compile_options(vesk_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wcast-align
+  -Wcast-qual -Wundef -Wdouble-promotion -Wformat=2 -Wimplicit-fallthrough -Wnon-virtual-dtor
+  -Woverloaded-virtual -Wmissing-declarations
+  $<$<CXX_COMPILER_ID:GNU>:-Wlogical-op -Wduplicated-cond -Wduplicated-branches>
+  $<$<BOOL:${VESK_WERROR}>:-Werror>)
+
+# The daemon throws nothing and asks for no type at run time; without them it does not even need the
+# C++ library on the board.
+add_library(vesk_daemon_code INTERFACE)
+target_compile_options(vesk_daemon_code INTERFACE -fno-exceptions -fno-rtti)

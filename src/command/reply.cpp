@@ -1,0 +1,62 @@
+#include "command/reply.h"
+
+#include "command/channel.h"
+#include "transport/uart.h"
+#include "transport/udpecho.h"
+
+Rs232Command commandToLED;
+Rs232Command commandFromLED;
+char strCommandFromLED[kFrameLength + 1];
+
+void SendBufferToPC(const uint8_t *bytes, uint32_t length)
+{
+    const Channel *const slot = channel[commandFrom];
+    if (slot == nullptr) {
+        return;
+    }
+    // The acquire pairs with the release at binding: a type that is seen comes with its address.
+    const uint32_t type = slot->type.load(std::memory_order_acquire);
+    const uint64_t address = slot->address.load(std::memory_order_relaxed);
+    if (type == kChannelSerial) {
+        UARTSendBuffer(static_cast<int32_t>(address), bytes, static_cast<int32_t>(length));
+    } else if (type == kChannelUdp) {
+        to_pcudp(static_cast<uint32_t>(address), static_cast<uint16_t>(address >> 32), bytes,
+                 length);
+    }
+}
+
+void SendRs232Command()
+{
+    commandFromLED.address = commandToLED.address;
+    commandFromLED.tag = commandToLED.tag;
+    commandFromLED.command = commandToLED.command;
+    Rs232CommandToStr(&commandFromLED, strCommandFromLED);
+    SendBufferToPC(reinterpret_cast<const uint8_t *>(strCommandFromLED), kFrameLength);
+}
+
+void SendWriteRs232Command()
+{
+    commandFromLED.dat1 = commandToLED.dat1;
+    commandFromLED.dat2 = commandToLED.dat2;
+    commandFromLED.dat3 = commandToLED.dat3;
+    commandFromLED.dat4 = commandToLED.dat4;
+    SendRs232Command();
+}
+
+void CommandErrorTask()
+{
+    commandFromLED.dat1 = 0xFF;
+    commandFromLED.dat2 = 0xFF;
+    commandFromLED.dat3 = 0xFF;
+    commandFromLED.dat4 = 0xFF;
+    SendRs232Command();
+}
+
+void SendAckOrNack(uint8_t code)
+{
+    if (code == kAck) {
+        SendWriteRs232Command();
+    } else {
+        CommandErrorTask();
+    }
+}

@@ -1,0 +1,95 @@
+#include "core/main.h"
+
+#include <csignal>
+#include <cstdio>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "command/reception.h"
+#include "core/DelayCall.h"
+#include "core/systick.h"
+#include "transport/bridge.h"
+#include "transport/bridge_pipes.h"
+#include "transport/uart.h"
+#include "transport/udpecho.h"
+
+char **exec_argv;
+
+namespace {
+
+// State of IdleTask, its only user.
+enum : uint8_t { kIdleNotStarted, kIdleCounting };
+uint8_t idleState;        // one of the above
+uint32_t idleStartTiming; // tick at which the current window began
+uint32_t idleCount;       // passes in the current window
+
+constexpr uint32_t kIdleWindowMs = 1000;
+
+void ignoreSignal(int) {}
+
+// A console that is closed, never was open, or is a pipe to a log must neither end the daemon nor
+// hold its messages back.
+void prepareConsole()
+{
+    // A missing standard stream would give its number to the line or the socket, and the messages
+    // would go there.
+    int descriptor;
+    do {
+        descriptor = open("/dev/null", O_RDWR);
+    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    if (descriptor >= 0) {
+        close(descriptor);
+    }
+    // A handler and not SIG_IGN: programs that the daemon starts must not inherit it.
+    struct sigaction action {};
+    action.sa_handler = ignoreSignal;
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGPIPE, &action, nullptr);
+    setvbuf(stdout, nullptr, _IOLBF, 0);
+}
+
+} // namespace
+
+void initAll()
+{
+    InitRs232CommandVariable();
+    udp_receive_pipe_init();
+    udpecho_init();
+    UARTInit(0);
+}
+
+void IdleTask()
+{
+    switch (idleState) {
+    case kIdleNotStarted:
+        idleStartTiming = GetSysTick();
+        idleCount = 0;
+        idleState = kIdleCounting;
+        break;
+    case kIdleCounting:
+        ++idleCount;
+        if (isSysTickTimeout(static_cast<int32_t>(idleStartTiming), kIdleWindowMs) != 0) {
+            idleStartTiming = GetSysTick();
+            idleCount = 0;
+        }
+        break;
+    default:
+        idleState = kIdleNotStarted;
+        break;
+    }
+}
+
+int main(int, char **argv)
+{
+    exec_argv = argv;
+    prepareConsole();
+    initAll();
+    std::puts("enter main");
+    for (;;) {
+        TaskCommand();
+        delayCall_task();
+        udp2uart_task();
+        IdleTask();
+        SysDelay1ms(1);
+    }
+}

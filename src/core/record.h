@@ -1,0 +1,12 @@
+#pragma once
+
+// Proof of a record's layout, one line per documented field, on every processor that we build for.
+
+#include <cstddef>
+#include <type_traits>
+#include <utility>
+
+#define RECORD_FIELD(record, offset, type, field)                                                  \
+    static_assert(offsetof(record, field) == (offset), #record "." #field " is not at " #offset);  \
+    static_assert(std::is_same_v<decltype(std::declval<record &>().field), type>,                  \
+                  #record "." #field " is not of type " #type)

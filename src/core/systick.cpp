@@ -1,0 +1,49 @@
+#include "core/systick.h"
+
+#include <sys/time.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr uint32_t kSignBit = 0x80000000;
+
+// The highest current tick that is taken for "just wrapped"; above it the clock was set back.
+constexpr uint32_t kLastTickAfterWrap = 0x7FFFFFFE;
+
+} // namespace
+
+void InitSysTick() {}
+
+uint32_t GetSysTick()
+{
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    // Signed seconds sign-extended into unsigned arithmetic: no clock setting can overflow it, and
+    // the low 32 bits, which alone count, come out the same.
+    const uint64_t milliseconds =
+        static_cast<uint64_t>(now.tv_sec) * 1000u + static_cast<uint64_t>(now.tv_usec / 1000);
+    return static_cast<uint32_t>(milliseconds);
+}
+
+int32_t isSysTickTimeout(int32_t start, uint32_t timeout)
+{
+    const uint32_t now = GetSysTick();
+    const uint32_t since = static_cast<uint32_t>(start);
+    if (now >= since) {
+        return now - since >= timeout ? 1 : 0;
+    }
+    if (since < kSignBit || now > kLastTickAfterWrap) {
+        return 0;
+    }
+    return now - since - 1 >= timeout ? 1 : 0;
+}
+
+void SysDelayMs(uint32_t ms)
+{
+    usleep(ms * 1000u);
+}
+
+void SysDelay1ms(uint32_t ms)
+{
+    SysDelayMs(ms);
+}

@@ -1,0 +1,28 @@
+#pragma once
+
+// The millisecond tick of the whole daemon: a reading, a time-out test and a sleep.
+//
+// A tick is the low 32 bits of the wall clock in milliseconds, so it wraps every 49.7 days and
+// jumps when the clock is set. Every reading is computed afresh; the module has no state and may be
+// called on any thread.
+
+#include <cstdint>
+
+// Does nothing: the place to initialise a hardware tick. GetSysTick() never needs it.
+void InitSysTick();
+
+// The current tick in milliseconds.
+uint32_t GetSysTick();
+
+// 1 when at least `timeout` milliseconds have passed since the tick `start`, else 0.
+//
+// The tick may have wrapped since `start`; the elapsed time is then counted one millisecond short.
+// A clock that was set back looks different from a wrap where it can be told: a `start` below
+// 0x80000000, or a current tick above 0x7FFFFFFE, never counts as wrapped, and the wait simply goes
+// on until the tick has passed `start` again.
+int32_t isSysTickTimeout(int32_t start, uint32_t timeout);
+
+// Sleep `ms` milliseconds. The microseconds are a 32-bit product, so a request above 4,294,967 ms
+// wraps to a shorter one.
+void SysDelayMs(uint32_t ms);
+void SysDelay1ms(uint32_t ms);

@@ -1,0 +1,55 @@
+#include "transport/bridge.h"
+
+#include "core/pipe.h"
+#include "transport/bridge_pipes.h"
+#include "transport/uart.h"
+#include "transport/udpecho.h"
+
+namespace {
+
+// State: one batch on its way, main loop only.
+uint8_t udp_temp_receive_buf[kBridgeBufferSize]; // to UART 0
+uint8_t udp_temp_send_buf[kBridgeBufferSize];    // to the PC
+
+// Empties `from` into `batch` and returns the count. A thread that keeps writing meanwhile could
+// keep the pipe from ever running empty; what exceeds a batch waits for the next pass.
+uint32_t drain(struct pipe *from, uint8_t (&batch)[kBridgeBufferSize])
+{
+    uint32_t count = 0;
+    while (count < kBridgeBufferSize && pipe_isEmpty(from) == 0) {
+        pipe_read(from, &batch[count++]);
+    }
+    return count;
+}
+
+} // namespace
+
+void udpSendBuffer(const uint8_t *bytes, uint32_t length)
+{
+    // The acquires pair with the releases in udpReceiveBuffer.
+    const uint32_t ip = udp_chanel_value[0].load(std::memory_order_acquire);
+    const uint32_t port = udp_chanel_value[1].load(std::memory_order_acquire);
+    if (ip != 0 || port != 0) {
+        to_pcudp(ip, static_cast<uint16_t>(port), bytes, length);
+    }
+}
+
+int32_t udpReceiveTask()
+{
+    const uint32_t count = drain(&udp_receive_pipe, udp_temp_receive_buf);
+    return count > 0 ? UARTSendBuffer(0, udp_temp_receive_buf, static_cast<int32_t>(count)) : 0;
+}
+
+void udpSendTask()
+{
+    const uint32_t count = drain(&udp_send_pipe, udp_temp_send_buf);
+    if (count > 0) {
+        udpSendBuffer(udp_temp_send_buf, count);
+    }
+}
+
+void udp2uart_task()
+{
+    udpReceiveTask();
+    udpSendTask();
+}
