@@ -2,10 +2,20 @@
 
 #include <array>
 #include <cstdio>
+#include <cstring>
 
 namespace {
 
-constexpr char kHexDigits[] = "0123456789abcdef";
+// The two characters of every byte, side by side.
+constexpr std::array<char, 512> kHexPairs = [] {
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::array<char, 512> pairs{};
+    for (uint32_t byte = 0; byte < 256; ++byte) {
+        pairs[2 * byte] = kDigits[byte >> 4];
+        pairs[2 * byte + 1] = kDigits[byte & 0x0F];
+    }
+    return pairs;
+}();
 
 // The value of every character as a hexadecimal digit; 0 for those that are none.
 constexpr std::array<uint8_t, 256> kDigitValues = [] {
@@ -37,8 +47,7 @@ uint8_t HexCharToByte(const char *text)
 
 char *ByteToHexChar(uint8_t byte, char *out)
 {
-    out[0] = kHexDigits[byte >> 4];
-    out[1] = kHexDigits[byte & 0x0F];
+    std::memcpy(out, &kHexPairs[2u * byte], 2);
     return out;
 }
 

@@ -6,7 +6,9 @@
 #include <type_traits>
 #include <utility>
 
+// NOLINTBEGIN(bugprone-macro-parentheses): a member and a type take none.
 #define RECORD_FIELD(record, offset, type, field)                                                  \
     static_assert(offsetof(record, field) == (offset), #record "." #field " is not at " #offset);  \
     static_assert(std::is_same_v<decltype(std::declval<record &>().field), type>,                  \
                   #record "." #field " is not of type " #type)
+// NOLINTEND(bugprone-macro-parentheses)
