@@ -1,0 +1,110 @@
+// Reading transcripts.
+
+#include "tools/transcript.h"
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tools/errors.h"
+
+namespace {
+
+std::vector<Step> parse(const std::string &text)
+{
+    std::istringstream stream(text);
+    return parseTranscript(stream, "file");
+}
+
+// What is wrong with `text`, or "nothing".
+std::string complaintAbout(const std::string &text)
+{
+    try {
+        parse(text);
+    } catch (const UsageError &error) {
+        return error.what();
+    }
+    return "nothing";
+}
+
+void expectStep(const std::string &line, Step::Kind kind, Step::End end, const std::string &bytes)
+{
+    const std::vector<Step> steps = parse(line);
+    ASSERT_EQ(steps.size(), 1U) << line;
+    EXPECT_EQ(steps[0].kind, kind) << line;
+    EXPECT_EQ(steps[0].end, end) << line;
+    EXPECT_EQ(steps[0].bytes, bytes) << line;
+}
+
+TEST(Transcript, KnowsEveryStep)
+{
+    expectStep("== A title", Step::kTitle, Step::kNoEnd, "A title");
+    expectStep("front> abc", Step::kSend, Step::kFront, "abc");
+    expectStep("front< abc", Step::kExpect, Step::kFront, "abc");
+    expectStep("front=", Step::kNothing, Step::kFront, "");
+    expectStep("front*", Step::kDrop, Step::kFront, "");
+    expectStep("pc> abc", Step::kSend, Step::kPC, "abc");
+    expectStep("pc>", Step::kSend, Step::kPC, "");
+    expectStep("pc< abc", Step::kExpect, Step::kPC, "abc");
+    expectStep("pc=", Step::kNothing, Step::kPC, "");
+    expectStep("pc*", Step::kDrop, Step::kPC, "");
+    expectStep("log< a line", Step::kLog, Step::kNoEnd, "a line");
+    EXPECT_EQ(parse("wait 250")[0].kind, Step::kWait);
+    EXPECT_EQ(parse("wait 250")[0].time, Milliseconds{250});
+}
+
+TEST(Transcript, CommentsAndBlankLinesDoNotCount)
+{
+    const std::vector<Step> steps = parse("# a comment\n\n   \nfront> a\n#front> b\npc=\n");
+    ASSERT_EQ(steps.size(), 2U);
+    EXPECT_EQ(steps[0].line, 4U);
+    EXPECT_EQ(steps[1].line, 6U);
+    EXPECT_EQ(steps[0].text, "front> a");
+}
+
+TEST(Transcript, TextBeginsBehindOneBlankAndEndsBeforeTheLastOnes)
+{
+    expectStep("front>  two blanks", Step::kSend, Step::kFront, " two blanks");
+    expectStep("front> blanks behind \t ", Step::kSend, Step::kFront, "blanks behind");
+    expectStep("front> a blank\\x20", Step::kSend, Step::kFront, "a blank ");
+    expectStep("front> # no comment", Step::kSend, Step::kFront, "# no comment");
+    expectStep("front> from another system\r\n", Step::kSend, Step::kFront, "from another system");
+}
+
+TEST(Transcript, TextHasEscapes)
+{
+    expectStep("pc< \\x00\\xfF\\r\\n\\\\", Step::kExpect, Step::kPC,
+               std::string("\0\xff\r\n\\", 5));
+}
+
+TEST(Transcript, SaysWhichLineIsNoStep)
+{
+    EXPECT_EQ(complaintAbout("front> a\nback> b\n"), "file:2: \"back>\" begins no step");
+    EXPECT_EQ(complaintAbout("\n front> a\n"), "file:2: \"\" begins no step");
+    EXPECT_EQ(complaintAbout("front>a"), "file:1: \"front>a\" begins no step");
+    EXPECT_EQ(complaintAbout("front> \\q"),
+              "file:1: \"\\q\" is no escape: there are \\xNN \\r \\n \\\\");
+}
+
+TEST(Transcript, SaysWhichLineHasTooLittleOrTooMuch)
+{
+    EXPECT_EQ(complaintAbout("front>"), "file:1: front> needs something behind it");
+    EXPECT_EQ(complaintAbout("pc< "), "file:1: pc< needs something behind it");
+    EXPECT_EQ(complaintAbout("log<"), "file:1: log< needs something behind it");
+    EXPECT_EQ(complaintAbout("=="), "file:1: == needs something behind it");
+    EXPECT_EQ(complaintAbout("front= x"), "file:1: front= stands alone on its line");
+    EXPECT_EQ(complaintAbout("pc* x"), "file:1: pc* stands alone on its line");
+    EXPECT_EQ(complaintAbout("wait"), "file:1: wait needs something behind it");
+    for (const char *text : {"wait x", "wait 1 s", "wait -1", "wait 1.5", "wait 99999999"}) {
+        EXPECT_NE(complaintAbout(text).find("are no milliseconds"), std::string::npos) << text;
+    }
+}
+
+TEST(Transcript, WithoutAStepIsNone)
+{
+    EXPECT_EQ(complaintAbout("# nothing\n"), "file: there is no step in it");
+}
+
+} // namespace

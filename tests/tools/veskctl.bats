@@ -1,0 +1,269 @@
+#!/usr/bin/env bats
+# veskctl at its command line: what it prints where, and its exit status. The device is a small script
+# behind a pair of terminals; VESKCTL names the program (build/release/tools/veskctl if not set).
+#
+# shellcheck disable=SC2016 # the device's scripts expand what is in single quotes
+
+VESKCTL=${VESKCTL:-$BATS_TEST_DIRNAME/../../build/release/tools/veskctl}
+
+setup() {
+    cd "$BATS_TEST_TMPDIR" || return
+    device=$BATS_TEST_TMPDIR/device
+    cable=
+}
+
+teardown() {
+    [ -z "$cable" ] || kill "$cable" 2>/dev/null || true
+}
+
+# connect SCRIPT: $device becomes a serial line whose far end SCRIPT reads and writes.
+connect() {
+    printf '%s\n' "$1" >script
+    socat "PTY,link=$device,raw,echo=0" EXEC:"bash $PWD/script" 3>&- &
+    cable=$!
+    for _ in $(seq 100); do
+        [ -c "$device" ] && return
+        sleep 0.05
+    done
+    return 1
+}
+
+# Answers the first whole frame with $1.
+answers() {
+    connect "IFS= read -r -N 19; printf %s '$1'; cat >/dev/null"
+}
+
+# said STDOUT STDERR: what the last `run --separate-stderr` must have printed.
+said() {
+    [ "$output" = "$1" ] || { echo "standard output: $output"; return 1; }
+    [ "${stderr?}" = "$2" ] || { echo "standard error: $stderr"; return 1; }
+}
+
+bats_require_minimum_version 1.5.0
+
+@test "send: an answer is printed, status 0" {
+    answers '<F00006801263300c2>'
+    run -0 --separate-stderr "$VESKCTL" --serial "$device" send read device type
+    said '<F00006801263300c2>  reply, address 00, tag 00: read device type: 2633' ''
+}
+
+@test "send: the options may stand behind the subcommand" {
+    answers '<F00006801263300c2>'
+    run -0 "$VESKCTL" send 68 01 --serial "$device" --timeout 2000
+}
+
+@test "send: the device gets exactly the frame" {
+    connect 'IFS= read -r -N 19 frame; printf %s "$frame" >got; printf "<F00ab6a03010a0023>"; cat >/dev/null'
+    run -0 "$VESKCTL" --serial "$device" send '<T00AB6A0300000018>'
+    [ "$(cat got)" = '<T00AB6A0300000018>' ]
+}
+
+@test "send: a refusal is printed, status 1" {
+    answers '<F000073ffffffff6f>'
+    run -1 --separate-stderr "$VESKCTL" --serial "$device" send input source
+    said '<F000073ffffffff6f>  refusal, address 00, tag 00: input source' ''
+}
+
+@test "send: what is no answer to it is passed over, with a word" {
+    answers 'noise<F000000fffffffffc><F00006801263300c2>'
+    run -0 --separate-stderr "$VESKCTL" --serial "$device" send read device type
+    said '<F00006801263300c2>  reply, address 00, tag 00: read device type: 2633' \
+        'veskctl: passed over: noise
+veskctl: passed over: <F000000fffffffffc>  refusal, address 00, tag 00: command 00'
+}
+
+@test "send: no answer in time, status 3" {
+    connect 'cat >/dev/null'
+    run -3 --separate-stderr "$VESKCTL" --serial "$device" --timeout 200 send 68 01
+    said '' 'veskctl: no answer within 200 ms'
+}
+
+@test "send: a broken answer is none" {
+    answers '<F00006801263300c3>'
+    run -3 "$VESKCTL" --serial "$device" --timeout 300 send 68 01
+    [[ $output == *'WRONG CHECKSUM c3, should be c2'* ]]
+}
+
+@test "send: nobody at the UDP port, status 3" {
+    run -3 "$VESKCTL" --udp 127.0.0.1:9 --timeout 200 send 68 01
+}
+
+@test "send: over UDP" {
+    port=$((20000 + RANDOM % 40000))
+    echo 'head -c 19 >got; printf "<F00006801263300c2>"' >script
+    socat "UDP4-RECVFROM:$port,bind=127.0.0.1" EXEC:"bash $PWD/script" 3>&- &
+    cable=$!
+    sleep 0.5
+    run -0 "$VESKCTL" --udp "127.0.0.1:$port" send read device type
+    [ "$(cat got)" = '<T0000680100000069>' ]
+}
+
+@test "wrong use, status 2, before any device is touched" {
+    run -2 "$VESKCTL"
+    run -2 "$VESKCTL" dance
+    run -2 "$VESKCTL" --serial /nowhere
+    run -2 "$VESKCTL" --serial /nowhere send
+    run -2 "$VESKCTL" --serial /nowhere send no such command
+    run -2 "$VESKCTL" --serial /nowhere send 680
+    run -2 "$VESKCTL" --serial /nowhere --udp localhost send 68 01
+    run -2 "$VESKCTL" --serial /nowhere --udp localhost monitor
+    run -2 "$VESKCTL" --serial /nowhere --timeout 0 send 68 01
+    run -2 "$VESKCTL" --serial /nowhere --timeout soon send 68 01
+    run -2 "$VESKCTL" --udp localhost:70000 send 68 01
+    run -2 "$VESKCTL" send 68 01
+    run -2 "$VESKCTL" monitor
+    run -2 "$VESKCTL" console
+    run -2 "$VESKCTL" play
+}
+
+@test "what fails on this computer, status 4" {
+    run -4 --separate-stderr "$VESKCTL" --serial /nowhere/at/all send 68 01
+    said '' 'veskctl: cannot open /nowhere/at/all: No such file or directory'
+    run -4 "$VESKCTL" --serial /dev/null send 68 01
+    run -4 "$VESKCTL" --serial /nowhere monitor
+    run -4 "$VESKCTL" --serial /nowhere console
+    run -4 "$VESKCTL" --serial /nowhere play nothing.txt
+}
+
+@test "a cable that is pulled, status 4" {
+    connect 'IFS= read -r -N 19'
+    run -4 "$VESKCTL" --serial "$device" --timeout 5000 send 68 01
+    [[ $output == *"$device was closed" ]]
+}
+
+@test "decode: frames from arguments" {
+    run -0 --separate-stderr "$VESKCTL" decode '<T0000680100000069>' '<F00006A03010A0078>'
+    said '<T0000680100000069>  command, address 00, tag 00: read device type
+<F00006A03010A0078>  reply, address 00, tag 00: read protocol version: 1.10' ''
+}
+
+@test "decode: frames from standard input" {
+    run -0 "$VESKCTL" decode <<<'  <T0000680100000069><F000168ffffffff65>'
+    [ "${lines[1]}" = '<F000168ffffffff65>  refusal, address 00, tag 01: read device type' ]
+}
+
+@test "decode: a wrong checksum is said so" {
+    run -0 "$VESKCTL" decode '<T0000680100000068>'
+    [[ $output == *'WRONG CHECKSUM 68, should be 69' ]]
+}
+
+@test "decode: text that is no frame, status 2" {
+    run -2 --separate-stderr "$VESKCTL" decode 'abc' '<T0000680100000069>' '<T0000680100000069}'
+    said '<T0000680100000069>  command, address 00, tag 00: read device type' \
+        'veskctl: no frame: abc
+veskctl: no frame: <T0000680100000069}'
+    run -2 "$VESKCTL" decode <<<'<T000068'
+}
+
+@test "monitor: frames decoded, the rest escaped, until Ctrl-C, status 0" {
+    connect 'printf "a\001b\n<T0000680100000069>end"; cat >/dev/null'
+    "$VESKCTL" --serial "$device" monitor >seen 3>&- &
+    monitor=$!
+    sleep 1
+    kill -INT "$monitor"
+    wait "$monitor"
+    [ "$(cat seen)" = 'a\x01b\n
+<T0000680100000069>  command, address 00, tag 00: read device type
+end' ]
+}
+
+@test "monitor: over UDP the daemon is told where we are" {
+    port=$((20000 + RANDOM % 40000))
+    socat -u "UDP4-RECV:$port,bind=127.0.0.1" OPEN:told,creat 3>&- &
+    cable=$!
+    sleep 0.5
+    "$VESKCTL" --udp "127.0.0.1:$port" monitor 3>&- &
+    monitor=$!
+    sleep 0.5
+    kill -TERM "$monitor"
+    wait "$monitor"
+    [ "$(od -An -c told | tr -d ' ')" = '\n' ]
+}
+
+@test "console: a session from a pipe" {
+    connect 'IFS= read -r -N 19; printf "<F00006801263300c2>"; IFS= read -r -N 5; printf "bye\r\n"; cat >/dev/null'
+    printf 'first\nsecond\r\n' >log
+    run -0 --separate-stderr "$VESKCTL" --serial "$device" --log log console <<'IN'
+read device type
+# a comment
+front hello
+
+dance
+pc hello
+IN
+    said 'vesk_h264 | first
+vesk_h264 | second
+front> <T0000680100000069>  command, address 00, tag 00: read device type
+front< <F00006801263300c2>  reply, address 00, tag 00: read device type: 2633
+front> hello
+front< bye\r\n
+"dance" is no command that I know; `help` lists what there is
+there is no such line: it needs --udp; `help` lists what there is' ''
+}
+
+@test "console: help lists what there is, quit ends" {
+    connect 'cat >/dev/null'
+    run -0 "$VESKCTL" --serial "$device" console <<<$'help\nquit\nread device type'
+    for word in 'front TEXT' 'pc TEXT' quit 'read device type' 'read protocol version' 'work time'; do
+        [[ $output == *"$word"* ]]
+    done
+    [[ $output != *'front> <T'* ]]
+}
+
+@test "console: says when there is no answer" {
+    connect 'cat >/dev/null'
+    run -0 "$VESKCTL" --serial "$device" --timeout 200 console <<<'68 01'
+    [ "${lines[1]}" = 'no answer within 200 ms' ]
+}
+
+@test "play: every step is printed, status 0" {
+    answers '<F00006801263300c2>'
+    printf '%s\n' '== Device type' 'front> <T0000680100000069>' 'front< <F00006801263300c2>' >file
+    run -0 --separate-stderr "$VESKCTL" --serial "$device" play file
+    said '
+== Device type
+  ok    front> <T0000680100000069>   command, address 00, tag 00: read device type
+  ok    front< <F00006801263300c2>   reply, address 00, tag 00: read device type: 2633
+
+file: all 2 steps held' ''
+}
+
+@test "play: the first step that does not hold is named, status 1" {
+    answers '<F000068ffffffff64>'
+    printf '%s\n' 'front> <T0000680100000069>' 'front< <F00006801263300c2>' 'front> more' >file
+    run -1 --separate-stderr "$VESKCTL" --serial "$device" play file
+    [ "${stderr?}" = 'veskctl: file:2: front< <F00006801263300c2>: "<F000068ffffffff64>" came' ]
+    [[ $output != *more* ]]
+}
+
+@test "play: bytes that nobody read fail at the end, status 1" {
+    answers 'x'
+    echo 'front> <T0000680100000069>' >file
+    run -1 --separate-stderr "$VESKCTL" --serial "$device" play file
+    [ "${stderr?}" = 'veskctl: file: at its end: unread at the front board: "x" came' ]
+}
+
+@test "play: a file that is no transcript, status 2; none at all, status 4" {
+    connect 'cat >/dev/null'
+    echo 'front: hello' >file
+    run -2 "$VESKCTL" --serial "$device" play file
+    [ "$output" = 'veskctl: file:1: "front:" begins no step' ]
+    echo 'pc> hello' >file
+    run -2 "$VESKCTL" --serial "$device" play file
+    [ "$output" = 'veskctl: line 1 needs --udp: pc> hello' ]
+    run -4 "$VESKCTL" --serial "$device" play nothing
+    [ "$output" = 'veskctl: cannot read nothing' ]
+}
+
+@test "help is a manual, status 0" {
+    run -0 "$VESKCTL" --help
+    for word in send monitor decode console play --serial --udp --timeout --log 'Exit status' Examples; do
+        [[ $output == *"$word"* ]]
+    done
+    for subcommand in send monitor decode console play; do
+        run -0 "$VESKCTL" "$subcommand" --help
+        [[ $output == *Example* ]]
+    done
+    run -0 "$VESKCTL" send --help
+    [[ $output == *'68 01  read device type'* ]]
+}

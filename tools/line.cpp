@@ -1,0 +1,170 @@
+#include "tools/line.h"
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <span>
+#include <utility>
+
+#include <fcntl.h>
+#include <netdb.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+#include "tools/errors.h"
+
+namespace {
+
+constexpr char kDefaultPort[] = "1000";
+constexpr Milliseconds kSendTimeout{1000};
+
+[[noreturn]] void fail(const std::string &what)
+{
+    throw LocalError(fmt::format("{}: {}", what, std::strerror(errno)));
+}
+
+bool isPort(std::string_view text)
+{
+    uint16_t port = 0;
+    const char *const end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, port);
+    return result.ec == std::errc() && result.ptr == end && port != 0;
+}
+
+bool isDatagramSocket(int descriptor)
+{
+    int type = 0;
+    socklen_t length = sizeof type;
+    return getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &type, &length) == 0 && type == SOCK_DGRAM;
+}
+
+void makeRaw(const Line &line, const std::string &device)
+{
+    termios settings;
+    if (tcgetattr(line.descriptor(), &settings) < 0) {
+        fail(fmt::format("{} is no serial device", device));
+    }
+    cfmakeraw(&settings);
+    settings.c_cflag |= CLOCAL | CREAD;
+    settings.c_cflag &= ~static_cast<tcflag_t>(CSTOPB | CRTSCTS);
+    cfsetispeed(&settings, B115200);
+    cfsetospeed(&settings, B115200);
+    if (tcsetattr(line.descriptor(), TCSANOW, &settings) < 0) {
+        fail(fmt::format("cannot set up {}", device));
+    }
+}
+
+} // namespace
+
+Line Line::serial(const std::string &device)
+{
+    const int descriptor = open(device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (descriptor < 0) {
+        fail(fmt::format("cannot open {}", device));
+    }
+    Line line(descriptor, device);
+    makeRaw(line, device);
+    return line;
+}
+
+Line Line::udp(const std::string &peer)
+{
+    const size_t colon = peer.find(':');
+    const std::string host = peer.substr(0, colon);
+    const std::string port = colon == std::string::npos ? kDefaultPort : peer.substr(colon + 1);
+    if (host.empty() || !isPort(port)) {
+        throw UsageError(fmt::format("\"{}\" is no HOST[:PORT]", peer));
+    }
+    addrinfo hints{};
+    hints.ai_family = AF_INET;
+    hints.ai_socktype = SOCK_DGRAM;
+    addrinfo *found = nullptr;
+    const int result = getaddrinfo(host.c_str(), port.c_str(), &hints, &found);
+    if (result != 0) {
+        throw LocalError(fmt::format("cannot find host {}: {}", host, gai_strerror(result)));
+    }
+    const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> address(found, freeaddrinfo);
+    const int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (descriptor < 0) {
+        fail("cannot open a socket");
+    }
+    Line line(descriptor, peer);
+    if (connect(descriptor, address->ai_addr, address->ai_addrlen) < 0) {
+        fail(fmt::format("cannot reach {}", peer));
+    }
+    return line;
+}
+
+Line::Line(int descriptor, std::string name)
+    : descriptor_(descriptor), carriesDatagrams_(isDatagramSocket(descriptor)),
+      name_(std::move(name))
+{
+}
+
+Line::Line(Line &&other) noexcept
+    : descriptor_(std::exchange(other.descriptor_, -1)), carriesDatagrams_(other.carriesDatagrams_),
+      name_(std::move(other.name_))
+{
+}
+
+Line::~Line()
+{
+    if (descriptor_ >= 0) {
+        close(descriptor_);
+    }
+}
+
+int Line::descriptor() const
+{
+    return descriptor_;
+}
+
+void Line::send(std::string_view bytes)
+{
+    const Deadline deadline(kSendTimeout);
+    do {
+        const ssize_t sent = write(descriptor_, bytes.data(), bytes.size());
+        if (sent >= 0) {
+            bytes.remove_prefix(static_cast<size_t>(sent));
+        } else if (errno == EAGAIN && !deadline.passed()) {
+            pollfd entry{descriptor_, POLLOUT, 0};
+            poll(&entry, 1, static_cast<int>(deadline.left().count()));
+        } else if (errno != EINTR && errno != ECONNREFUSED) {
+            // (Refused: an earlier datagram found nobody. The socket is good for another try.)
+            fail(fmt::format("cannot send to {}", name_));
+        }
+    } while (!bytes.empty());
+}
+
+std::string Line::receive(Milliseconds timeout)
+{
+    const Deadline deadline(timeout);
+    std::array<char, 65536> buffer;
+    while (!waitReadable(std::span(&descriptor_, 1), deadline.left()).empty()) {
+        const ssize_t count = read(descriptor_, buffer.data(), buffer.size());
+        if (count > 0) {
+            return {buffer.data(), static_cast<size_t>(count)};
+        }
+        // An empty datagram carries nothing, and nobody at the port is the same as an answer that
+        // never comes. On any other line an empty read is its end.
+        const bool isEnd = count == 0 ? !carriesDatagrams_
+                                      : errno != EAGAIN && errno != EINTR && errno != ECONNREFUSED;
+        if (isEnd) {
+            throw LocalError(fmt::format("{} was closed", name_));
+        }
+    }
+    return {};
+}
+
+void Line::discardInput()
+{
+    while (!receive(Milliseconds{0}).empty()) {
+    }
+}

@@ -1,0 +1,174 @@
+#include "tools/prompt.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include <unistd.h>
+
+#include <editline/readline.h>
+#include <fmt/format.h>
+
+namespace {
+
+constexpr char kPrompt[] = "> ";
+constexpr int kControlC = 3;
+constexpr char kEraseLine[] = "\r\033[K";
+
+// The editing library calls plain functions, so what they need lives here.
+std::vector<std::string> allCompletions;
+std::deque<std::string> typedLines;
+bool endTyped;
+
+void lineTyped(char *line)
+{
+    if (line == nullptr) {
+        endTyped = true;
+        return;
+    }
+    if (line[0] != '\0') {
+        add_history(line);
+    }
+    typedLines.emplace_back(line);
+    std::free(line); // the library has it from malloc()
+}
+
+int endPressed(int, int)
+{
+    endTyped = true;
+    return 0;
+}
+
+// The `state`-th way to go on with the word, given the words before it.
+char *completion(const char *word, int state)
+{
+    static std::vector<std::string> matches;
+    if (state == 0) {
+        matches.clear();
+        const std::string before(rl_line_buffer, static_cast<size_t>(rl_point) - std::strlen(word));
+        for (const std::string &whole : allCompletions) {
+            if (whole.starts_with(before + word)) {
+                const size_t end = whole.find(' ', before.size());
+                const std::string match = whole.substr(
+                    before.size(), end == std::string::npos ? end : end - before.size());
+                if (matches.empty() || matches.back() != match) {
+                    matches.push_back(match);
+                }
+            }
+        }
+    }
+    const auto index = static_cast<size_t>(state);
+    return index < matches.size() ? strdup(matches[index].c_str()) : nullptr;
+}
+
+char **complete(const char *word, int, int)
+{
+    rl_attempted_completion_over = 1; // never the names of files
+    return rl_completion_matches(word, completion);
+}
+
+} // namespace
+
+Prompt::Prompt(std::vector<std::string> completions)
+    : terminal_(isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1)
+{
+    if (!terminal_) {
+        return;
+    }
+    allCompletions = std::move(completions);
+    rl_catch_signals = 0; // Ctrl-C is the console's to handle
+    rl_attempted_completion_function = complete;
+    rl_callback_handler_install(kPrompt, lineTyped);
+    // Ctrl-C as a key like others: as a signal it would also hit whatever the console runs in.
+    char keepControlC[] = "setty -d -isig";
+    rl_parse_and_bind(keepControlC);
+    rl_add_defun("end", endPressed, kControlC);
+}
+
+Prompt::~Prompt()
+{
+    if (terminal_) {
+        fmt::print("{}", kEraseLine);
+        rl_callback_handler_remove();
+        rl_deprep_terminal();
+    }
+}
+
+bool Prompt::isTerminal() const
+{
+    return terminal_;
+}
+
+int Prompt::descriptor() const
+{
+    return STDIN_FILENO;
+}
+
+void Prompt::read()
+{
+    if (!terminal_) {
+        readPlain();
+        return;
+    }
+    rl_callback_read_char();
+    if (!typedLines.empty()) {
+        // The library leaves the terminal's line mode behind; this begins the next line.
+        rl_callback_handler_install(kPrompt, lineTyped);
+    }
+    for (std::string &line : typedLines) {
+        lines_.push_back(std::move(line));
+    }
+    typedLines.clear();
+    ended_ = endTyped;
+}
+
+bool Prompt::takeLine(std::string &line)
+{
+    if (lines_.empty()) {
+        return false;
+    }
+    line = std::move(lines_.front());
+    lines_.pop_front();
+    return true;
+}
+
+bool Prompt::hasEnded() const
+{
+    return ended_;
+}
+
+void Prompt::print(const std::string &line)
+{
+    if (!terminal_) {
+        fmt::print("{}\n", line);
+        std::fflush(stdout);
+        return;
+    }
+    fmt::print("{}{}\n", kEraseLine, line);
+    std::fflush(stdout);
+    rl_forced_update_display();
+}
+
+void Prompt::readPlain()
+{
+    std::array<char, 4096> buffer;
+    const ssize_t count = ::read(STDIN_FILENO, buffer.data(), buffer.size());
+    if (count < 0 && errno == EINTR) {
+        return;
+    }
+    if (count <= 0) {
+        ended_ = true;
+        if (!begun_.empty()) {
+            lines_.push_back(std::exchange(begun_, {}));
+        }
+        return;
+    }
+    begun_.append(buffer.data(), static_cast<size_t>(count));
+    for (size_t end; (end = begun_.find('\n')) != std::string::npos;) {
+        lines_.push_back(begun_.substr(0, end));
+        begun_.erase(0, end + 1);
+    }
+}

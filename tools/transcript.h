@@ -1,0 +1,45 @@
+#pragma once
+
+// Transcripts: conversations with the daemon, written down to be played against it.
+//
+// One step a line; blank lines and lines that begin with "#" do not count.
+//
+//   == TITLE       what the next steps show
+//   front> TEXT    the front board sends these bytes
+//   front< TEXT    exactly these bytes arrive at the front board next
+//   front=         nothing (more) arrives there within 100 ms
+//   front*         what has arrived there is thrown away, up to the first 100 ms without a byte
+//   pc> TEXT       the control PC sends one datagram; it may be empty
+//   pc< TEXT       exactly these bytes arrive at the PC next, in however many datagrams
+//   pc=            nothing (more) arrives there within 100 ms
+//   pc*            what has arrived there is thrown away
+//   log< TEXT      the daemon prints this line, after the line that the last log< found; others may
+//                  stand between them
+//   wait MS        nothing happens for so many milliseconds
+//
+// TEXT begins behind the one blank after the sign and ends before the blanks at the line's end,
+// which nobody sees. Escapes: \xNN \r \n \\. A blank that ends TEXT is therefore \x20.
+//
+// Every expectation waits for the bytes or the line no longer than the time-out. Bytes that nobody
+// has read when the transcript ends make it fail.
+
+#include "tools/wait.h"
+
+#include <istream>
+#include <string>
+#include <vector>
+
+struct Step {
+    enum Kind { kTitle, kSend, kExpect, kNothing, kDrop, kLog, kWait };
+    enum End { kNoEnd, kFront, kPC };
+
+    Kind kind;
+    End end;           // of kSend, kExpect, kNothing and kDrop
+    std::string bytes; // of these and of kLog and kTitle, without escapes
+    Milliseconds time; // of kWait
+    unsigned line;     // its number in the file, from 1
+    std::string text;  // the line itself
+};
+
+// Throws UsageError with `name` and the number of the line that is no step.
+std::vector<Step> parseTranscript(std::istream &stream, const std::string &name);
