@@ -1,8 +1,41 @@
 #!/usr/bin/env bats
 # What testbench/README.md promises of the simulated board.
 
+bats_require_minimum_version 1.5.0
+
 setup() {
-    board=$BATS_TEST_DIRNAME/../../testbench/board
+    testbench=$BATS_TEST_DIRNAME/../../testbench
+    board=$testbench/board
+}
+
+# A checkout of its own for the test, as a board shows nothing else of the host's files.
+make_clone() {
+    clone=$1/far/clone
+    mkdir -p "$clone"
+    cp -r "$testbench" "$clone/"
+}
+
+# A threaded program, built with the given compiler and options, in a checkout of its own. With an
+# argument it races and reads beyond its array.
+build_threaded() {
+    make_clone "$BATS_TEST_TMPDIR"
+    cd "$clone" || return
+    cat >threaded.cpp <<'END'
+#include <cstdio>
+#include <thread>
+int main(int argc, char **)
+{
+    int *answer = new int[1]{0};
+    std::thread worker([answer] { *answer += 42; });
+    if (argc > 1) {
+        ++*answer;
+    }
+    worker.join();
+    std::printf("%d\n", answer[argc - 1]);
+    delete[] answer;
+}
+END
+    "$@" -g -pthread -o threaded threaded.cpp
 }
 
 # Waits up to five seconds for a condition.
@@ -23,6 +56,10 @@ endless() {
 
 runs() {
     pgrep -fx "sh -c $(endless "$1")" >/dev/null
+}
+
+is_being_set_up() {
+    [ "$(pgrep -fc "bwrap .*$1")" -eq 2 ]
 }
 
 is_gone() {
@@ -49,16 +86,59 @@ is_gone() {
     [ "$status" -eq 0 ]
 }
 
+@test "a command that does not exist gives 127, one that cannot be run 126" {
+    run -127 "$board" no-such-command
+    run -126 "$board" /etc/issue
+}
+
+@test "a board needs no terminal" {
+    [ "$(setsid --wait "$board" echo hello </dev/null)" = hello ]
+}
+
+@test "a shell on a terminal has the terminal, with job control" {
+    run script -qec "exec '$board' sh" /dev/null <<<'sleep 0.01 & wait; tput -T xterm cols; tty; exit 5'
+    [ "$status" -eq 5 ]
+    [[ $output == *80* && $output == */dev/* ]]
+    [[ $output != *"job control"* && $output != *"not a tty"* ]]
+}
+
+@test "ctrl-C reaches the command, which may still tidy up" {
+    local log=$BATS_TEST_TMPDIR/log
+    cat >"$BATS_TEST_TMPDIR/patient" <<END
+exec '$board' sh -c 'trap "sleep 0.1; echo tidied; exit 3" INT; echo ready; while :; do sleep 0.05; done'
+END
+    {
+        eventually grep -q ready "$log"
+        printf '\003'
+    } | {
+        run script -qfec "exec sh '$BATS_TEST_TMPDIR/patient'" "$log"
+        [ "$status" -eq 3 ]
+        [[ $output == *tidied* ]]
+    }
+}
+
+@test "the environment is the caller's but for HOME, SHELL and PATH" {
+    WORD='two words' run "$board" sh -c 'echo "$WORD,$HOME,$SHELL,$PATH"'
+    [ "$output" = "two words,/root,/bin/sh,/bin:/sbin:/usr/bin:/usr/sbin:/opt/host/bin:/opt/host/sbin" ]
+}
+
 @test "the userland is BusyBox's, before the host's programs" {
     run "$board" sh -c 'for tool in sh ifconfig ip awk cp cat chmod sync; do readlink -f /bin/$tool; done | uniq'
     [ "$output" = /bin/busybox ]
-    run "$board" sh -c 'echo $PATH'
-    [ "$output" = /bin:/sbin:/usr/bin:/usr/sbin:/opt/host/bin:/opt/host/sbin ]
+}
+
+@test "the host's programs and libraries are there, read-only" {
     run "$board" socat -V
     [ "$status" -eq 0 ]
+    for file in /opt/host/bin/probe /opt/host/sbin/probe /lib/probe /usr/lib/probe; do
+        run "$board" touch "$file"
+        [ "$status" -ne 0 ]
+    done
 }
 
 @test "the directories of the device are private and writable" {
+    run "$board" ls /userdata
+    [ "$status" -ne 0 ]
     run "$board" sh -ec 'mkdir /userdata; for d in /userdata /etc /etc/init.d /usr/bin /dev /tmp; do echo x >$d/probe; done'
     [ "$status" -eq 0 ]
     [ ! -e /userdata/probe ] && [ ! -e /etc/probe ] && [ ! -e /usr/bin/probe ]
@@ -80,6 +160,28 @@ is_gone() {
     [[ $output == *"inet addr:192.168.0.100 "*"Mask:255.255.255.0"* ]]
     run "$board" ip route show
     [[ ${lines[0]} == "default via 192.168.0.1 dev eth0"* ]]
+}
+
+@test "the PC is a host of its own with three addresses" {
+    run "$board" nsenter --net=/run/netns/pc ifconfig eth0
+    [[ $output == *"HWaddr 02:76:65:73:6B:02"* ]]
+    run "$board" nsenter --net=/run/netns/pc ip address show eth0
+    for address in 192.168.0.1 192.168.0.10 192.168.0.11; do
+        [[ $output == *"inet $address/24 "* ]]
+    done
+    run "$board" nsenter --net=/run/netns/pc ip address show lo
+    [[ $output == *"inet 127.0.0.1/8 "* ]]
+}
+
+@test "nothing of the network is still being settled when the command starts" {
+    run "$board" sh -c 'ip -6 address show dev eth0; nsenter --net=/run/netns/pc ip -6 address show dev eth0'
+    [ "$status" -eq 0 ]
+    [[ $output != *inet6* ]]
+}
+
+@test "sysfs shows the network of the board, where it may be mounted at all" {
+    "$board" test -d /sys/class || skip "sysfs is refused here"
+    [ "$("$board" ls /sys/class/net | xargs)" = "eth0 lo" ]
 }
 
 @test "datagrams cross the wire between the PC and the board" {
@@ -108,6 +210,8 @@ is_gone() {
         while [ ! -c /dev/ttyS0 ] || [ ! -c /dev/far ]; do sleep 0.01; done
         echo ping >/dev/far; head -n 1 /dev/ttyS0'
     [ "$output" = ping ]
+    run "$board" sh -ec 'touch /dev/ttyS0; mount --bind /dev/null /dev/ttyS0; test -c /dev/ttyS0'
+    [ "$status" -eq 0 ]
 }
 
 @test "the checkout is at its own path and the current directory is kept" {
@@ -115,6 +219,53 @@ is_gone() {
     [ "$("$board" pwd)" = "$(pwd -P)" ]
     cd /
     [ "$("$board" pwd)" = / ]
+}
+
+@test "a checkout below /tmp works, also through a symbolic link" {
+    make_clone "$BATS_TEST_TMPDIR"
+    ln -s "$clone/testbench/board" "$BATS_TEST_TMPDIR/link"
+    cd "$clone/testbench"
+    run "$BATS_TEST_TMPDIR/link" sh -c 'pwd; echo hello >../written; ls -d "$0"' "$BATS_TEST_TMPDIR/link"
+    [ "${lines[0]}" = "$(pwd -P)" ]
+    [[ ${lines[1]} == ls:* ]]
+    [ "$(cat "$clone/written")" = hello ]
+}
+
+@test "an ordinary user is root of a board too" {
+    [ "$(id -u)" -eq 0 ] || skip "every other test already runs as an ordinary user"
+    local place user=(setpriv --reuid=65534 --regid=65534 --clear-groups)
+    # Below BATS_TEST_TMPDIR nobody but root may look.
+    place=$(mktemp -d)
+    chmod 755 "$place"
+    make_clone "$place"
+    cd "$clone"
+    run "${user[@]}" testbench/board sh -c '
+        id -u; mkdir /userdata && pwd; nsenter --net=/run/netns/pc ifconfig eth0 | grep -o addr:192.168.0.1
+        socat -u UDP-RECV:1000 - & sleep 0.2; kill $! && echo bound'
+    rm -rf "$place"
+    [ "$output" = "0"$'\n'"$clone"$'\n'"addr:192.168.0.1"$'\n'bound ]
+}
+
+@test "programs with the address sanitizer run and are judged" {
+    build_threaded g++ -fsanitize=address,undefined
+    [ "$(testbench/board ./threaded)" = 42 ]
+    run testbench/board ./threaded wrong
+    [ "$status" -ne 0 ]
+    [[ $output == *heap-buffer-overflow*threaded.cpp* ]]
+}
+
+@test "programs with the thread sanitizer run and are judged" {
+    build_threaded g++ -fsanitize=thread
+    # Older runtimes take the wide address randomisation of newer kernels for an error.
+    [ "$(testbench/board setarch -R ./threaded)" = 42 ]
+    run testbench/board setarch -R ./threaded wrong
+    [ "$status" -ne 0 ]
+    [[ $output == *"data race"*threaded.cpp* ]]
+}
+
+@test "programs for the board's processor run under emulation" {
+    build_threaded arm-linux-gnueabihf-g++
+    [ "$(testbench/board qemu-arm -L /usr/arm-linux-gnueabihf ./threaded)" = 42 ]
 }
 
 @test "what is left running when the command ends is ended too" {
@@ -133,6 +284,30 @@ is_gone() {
     eventually is_gone $mark
     [ -z "$(ls -A "$BATS_TEST_TMPDIR/tmp")" ]
     [ ! -e /run/netns/pc ]
+}
+
+@test "a board killed while it is being set up leaves no process behind" {
+    local mark=early-$RANDOM$RANDOM
+    make_clone "$BATS_TEST_TMPDIR"
+    # The set-up waits for the end of this file, which does not come.
+    rm "$clone/testbench/etc/issue"
+    mkfifo "$clone/testbench/etc/issue"
+    exec 8<>"$clone/testbench/etc/issue"
+    "$clone/testbench/board" sh -c "$(endless $mark)" 3>&- 8>&- &
+    local id=$!
+    eventually is_being_set_up $mark
+    kill -9 $id
+    eventually is_gone $mark
+    exec 8>&-
+}
+
+@test "a board ends when it is told to by SIGTERM" {
+    local mark=told-$RANDOM$RANDOM
+    "$board" sh -c "$(endless $mark)" 3>&- &
+    local id=$!
+    eventually runs $mark
+    kill -TERM $id
+    eventually is_gone $mark
 }
 
 @test "a board dies with the one who started it" {
@@ -155,19 +330,39 @@ is_gone() {
     [[ $output == "board: bwrap is missing; "* ]]
 }
 
+# refused COMMAND: the board cannot be set up where COMMAND went before.
+refused() {
+    run unshare --user --map-root-user --mount sh -c "$1"'; exec "$0" true' "$board"
+    [ "$status" -eq 125 ]
+    [ "${#lines[@]}" -eq 1 ]
+    [[ $output == "board: "*"$2"* ]]
+}
+
 @test "refused namespaces are said in one line, with status 125" {
+    for kind in user net pid mnt ipc uts; do
+        refused "echo 0 >/proc/sys/user/max_${kind}_namespaces" "refuses namespaces"
+    done
+}
+
+@test "a container that hides parts of /proc is said in one line, with status 125" {
+    refused 'mount -t tmpfs tmpfs /proc/tty' "/proc"
+}
+
+@test "a failure of the network's set-up is said in one line, with status 125" {
     mkdir "$BATS_TEST_TMPDIR/bin"
-    printf '#!/bin/sh\necho "unshare: unshare failed: Operation not permitted" >&2\nexit 1\n' \
-        >"$BATS_TEST_TMPDIR/bin/unshare"
-    chmod +x "$BATS_TEST_TMPDIR/bin/unshare"
+    printf '#!/bin/sh\necho "RTNETLINK answers: Operation not supported" >&2\necho "Command failed -:2" >&2\nexit 1\n' \
+        >"$BATS_TEST_TMPDIR/bin/ip"
+    chmod +x "$BATS_TEST_TMPDIR/bin/ip"
     PATH=$BATS_TEST_TMPDIR/bin:$PATH run "$board" true
     [ "$status" -eq 125 ]
     [ "${#lines[@]}" -eq 1 ]
-    [[ $output == *namespaces* ]]
+    [[ $output == "board: cannot set up the network: "*"not supported"* ]]
 }
 
 @test "an unknown option is refused and help is given" {
     run "$board" --nonsense
+    [ "$status" -eq 125 ]
+    run "$board" --
     [ "$status" -eq 125 ]
     run "$board" --help
     [ "$status" -eq 0 ]
