@@ -65,11 +65,12 @@ int32_t UARTSendBuffer(int32_t port, const uint8_t *bytes, int32_t length)
 void *uart_receive_fun(void *argument)
 {
     const uintptr_t port = reinterpret_cast<uintptr_t>(argument);
+    const int32_t descriptor = port < kPorts ? fd[port] : -1; // reads nothing from a port not there
     uint8_t buffer[kReceiveBuffer];
     std::memset(buffer, 0, sizeof buffer);
     std::printf("uart_receive_fun %d\n", static_cast<int>(port));
     for (;;) {
-        const ssize_t length = read(fd[port], buffer, sizeof buffer);
+        const ssize_t length = read(descriptor, buffer, sizeof buffer);
         if (length < 1) {
             usleep(kPollUs);
             continue;
