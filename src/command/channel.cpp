@@ -13,7 +13,7 @@ namespace {
 bool isBoundTo(uint8_t index, uint32_t type, uint64_t address)
 {
     const Channel *const slot = channel[index];
-    // The acquire pairs with the release in bind(): a type that is seen comes with its address.
+    // The acquire pairs with the release in bind(): a new type is never seen with an old address.
     return slot != nullptr && slot->type.load(std::memory_order_acquire) == type &&
            slot->address.load(std::memory_order_relaxed) == address;
 }
@@ -44,6 +44,7 @@ uint8_t findLeastRecentlyUsed()
         if (channel[i] == nullptr) {
             continue;
         }
+        // Pairs with the release in TaskCommand.
         const uint32_t last = channel[i]->lastTime.load(std::memory_order_acquire);
         const uint32_t age = now >= last ? now - last : now - last - 1;
         if (oldest == kNoChannel || age > oldestAge) {
@@ -110,5 +111,6 @@ int32_t IsrReceiveCommand(uint32_t type, uint64_t address, uint8_t byte)
 uint32_t get_channel_type()
 {
     const Channel *const slot = channel[current_channel];
+    // The acquire pairs with the release in bind().
     return slot == nullptr ? kChannelFree : slot->type.load(std::memory_order_acquire);
 }

@@ -29,8 +29,10 @@ struct Channel {
     std::atomic<uint64_t> address;
     struct pipe pipe; // over `storage`: bytes received and not yet assembled into frames
     uint8_t storage[4096];
-    // Tick of the last valid command, 0 before the first. Written by the main loop.
+    // Tick of the last valid command, 0 before the first. Written by the main loop, read by the
+    // receive thread when it looks for a channel to evict.
     std::atomic<uint32_t> lastTime;
+    uint32_t reservedEnd;
 };
 RECORD_FIELD(Channel, 0, std::atomic<uint32_t>, type);
 RECORD_FIELD(Channel, 8, std::atomic<uint64_t>, address);
@@ -47,7 +49,8 @@ extern Channel *channel[kChannelCount];
 extern uint8_t commandFrom;     // the channel being served: replies and payloads belong to it
 extern uint8_t current_channel; // the channel whose command is being executed
 
-// The lowest channel bound to exactly this source, or kNoChannel. Any thread.
+// The lowest channel bound to exactly this source, or kNoChannel. Receive thread; another thread
+// may see a channel that is just changing hands with the new address and still the old type.
 uint8_t getUsedChannel(uint32_t type, uint64_t address);
 
 // Binds a channel to the source and returns it: the lowest free one, else the one whose last valid

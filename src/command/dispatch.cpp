@@ -52,26 +52,35 @@ struct Row {
     Handler handler;
 };
 
-// The first row that matches is taken. What is not in the table is unknown and refused.
+// The first row that matches is taken. A code without a row is unknown and refused.
 // clang-format off
 constexpr Row kTable[] = {
 //   code  dat1  what                            handler
+    // 0x00 to 0x0F unassigned
     {0x10, 0x11, "print memory use",             printMemoryUse},
     {0x10, kAny, "",                             refuse},
+    // 0x11 to 0x67 unassigned
     {0x68, 0x01, "read device type",             readDeviceType},
     {0x68, kAny, "",                             refuse},
+    // 0x69 unassigned
     {0x6A, 0x03, "read protocol version",        readProtocolVersion},
     {0x6A, kAny, "",                             CommandErrorTask},
+    // 0x6B to 0x72 unassigned
     {0x73, kAny, "input source (unsupported)",   WrInputSource},
     {0x74, kAny, "output format (unsupported)",  WrOutputFormat},
     {0x75, kAny, "layer setting (unsupported)",  WrLayerSetting},
     {0x76, kAny, "output setting (unsupported)", WrOutputSetting},
     {0x77, kAny, "input setting (unsupported)",  WrInputSetting},
     {0x78, kAny, "switch setting (unsupported)", WrSwitchSetting},
+    // 0x79 to 0x7C unassigned
     {0x7D, kAny, "test pattern (unsupported)",   WrTpMode},
+    // 0x7E to 0x85 unassigned
     {0x86, kAny, "HDMI output DE (unsupported)", WRHdmiOutDeTask},
+    // 0x87 to 0x8A unassigned
     {0x8B, kAny, "time control (unsupported)",   cmd_timeControl_task},
+    // 0x8C to 0x96 unassigned
     {0x97, kAny, "work time (unsupported)",      cmd_workTime_task},
+    // 0x98 to 0xFF unassigned
 };
 // clang-format on
 

@@ -25,5 +25,5 @@ void WRHdmiOutDeTask();      // 0x86
 void cmd_timeControl_task(); // 0x8B
 void cmd_workTime_task();    // 0x97
 
-// Whether an output's custom format is locked to the same external reference: never in this model.
+// Whether `output` has the same custom genlock format: always 0 in this model.
 int32_t isSameCustomGenlockFormat_output(uint8_t output);

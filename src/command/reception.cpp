@@ -24,6 +24,10 @@ struct FrameSlot {
 };
 static_assert(sizeof(FrameSlot) == 21);
 
+// What one call takes from a channel at most. A line that brings frames faster than their replies
+// can leave would otherwise hold the main loop for as long as it lasts.
+constexpr uint32_t kBytesPerTurn = sizeof(Channel::storage);
+
 // States of the assembler.
 enum : uint32_t { kHunt, kHeader, kBody, kEnd };
 
@@ -65,12 +69,14 @@ void takeBackFrame()
     mirrored.count = 0;
 }
 
-// Reads the channel up to the end of a frame. False when the bytes ran out before.
-bool receiveFrame()
+// Reads the channel up to the end of a frame. False when the bytes, or what is left of this turn's
+// `budget` of them, ran out before.
+bool receiveFrame(uint32_t *budget)
 {
     g_ReceiveDetected = 0;
     uint8_t byte;
-    while (pipe_read(&channel[commandFrom]->pipe, &byte) != 0) {
+    while (*budget > 0 && pipe_read(&channel[commandFrom]->pipe, &byte) != 0) {
+        --*budget;
         mirrorToPC(byte);
         if (ReceiveCommand(byte) == 0) {
             break;
@@ -133,7 +139,8 @@ void TaskCommand()
 {
     for (uint8_t index = 0; index < kChannelCount; ++index) {
         commandFrom = index; // and stays at the last one
-        while (channel[index] != nullptr && receiveFrame()) {
+        uint32_t budget = kBytesPerTurn;
+        while (channel[index] != nullptr && receiveFrame(&budget)) {
             if (!acceptFrame(&g_ReceiveCommand[index])) {
                 break;
             }

@@ -18,7 +18,9 @@ void InitRs232CommandVariable();
 //
 // A frame with a wrong end is refused and then executed all the same when its checksum is right. A
 // wrong checksum is refused, and the bytes behind it wait for the next call. An executed frame is
-// taken back from the bytes mirrored to the PC, as far as the PC has not got them yet.
+// taken back from the bytes mirrored to the PC, as far as the PC has not got them yet. One call
+// takes at most one full pipe (4096 bytes) from a channel; what arrives meanwhile is the next
+// call's.
 void TaskCommand();
 
 // Feeds one byte to the frame assembler of channel `commandFrom`. Returns 0 when it completed a
@@ -26,6 +28,7 @@ void TaskCommand();
 // the header and the end are not looked at; a part of a frame waits without limit for the rest.
 int32_t ReceiveCommand(uint8_t byte);
 
-// Executes a command made inside the daemon: without channel, frame or checksum. Its reply goes to
-// the channel that `commandFrom` names at the moment.
+// Executes a command made inside the daemon, and prints it: without channel, frame or checksum. The
+// address is 0; tag and checksum stay as the last command left them. The reply goes to the channel
+// that `commandFrom` names at the moment.
 void processCmdFromLocal(uint8_t command, uint8_t dat1, uint8_t dat2, uint8_t dat3, uint8_t dat4);

@@ -14,7 +14,8 @@ void SendBufferToPC(const uint8_t *bytes, uint32_t length)
     if (slot == nullptr) {
         return;
     }
-    // The acquire pairs with the release at binding: a type that is seen comes with its address.
+    // The acquire pairs with the release at binding: a new type is never seen with an old address.
+    // (An old type with a new address is: a reply to a source that is being evicted may get lost.)
     const uint32_t type = slot->type.load(std::memory_order_acquire);
     const uint64_t address = slot->address.load(std::memory_order_relaxed);
     if (type == kChannelSerial) {

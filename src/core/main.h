@@ -7,7 +7,8 @@
 // The argument vector of the process; stored first of all and read by nobody.
 extern char **exec_argv;
 
-// Starts every subsystem in a fixed order. A step that fails says so and the next ones still run.
+// Starts every subsystem in a fixed order. No step is checked: where one fails the next ones still
+// run, but without a UDP socket or with port 1000 not to be had the process ends (udpecho_init).
 // The receive threads start here; what they receive waits in pipes until the main loop runs.
 void initAll();
 

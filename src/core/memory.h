@@ -6,7 +6,8 @@
 // `memman`, a manager of one fixed region through a sorted table of its free extents; nothing
 // initialises or uses it at present. A manager serves one thread.
 
-#include <cstddef>
+#include "core/record.h"
+
 #include <cstdint>
 
 // The free extents of a region, sorted by address; no two adjacent ones touch.
@@ -26,12 +27,14 @@ struct MemoryManager {
     uint32_t lostCount;     // how often that happened
     Extent free[kMaxFree];
 };
-static_assert(offsetof(MemoryManager, freeCount) == 0);
-static_assert(offsetof(MemoryManager, peakFreeCount) == 4);
-static_assert(offsetof(MemoryManager, lostBytes) == 8);
-static_assert(offsetof(MemoryManager, lostCount) == 12);
-static_assert(offsetof(MemoryManager, free) == 16);
-static_assert(offsetof(MemoryManager, free[1]) == 24);
+RECORD_FIELD(MemoryManager, 0, uint32_t, freeCount);
+RECORD_FIELD(MemoryManager, 4, uint32_t, peakFreeCount);
+RECORD_FIELD(MemoryManager, 8, uint32_t, lostBytes);
+RECORD_FIELD(MemoryManager, 12, uint32_t, lostCount);
+RECORD_FIELD(MemoryManager, 16, MemoryManager::Extent[MemoryManager::kMaxFree], free);
+RECORD_FIELD(MemoryManager::Extent, 0, uint32_t, address);
+RECORD_FIELD(MemoryManager::Extent, 4, uint32_t, size);
+static_assert(sizeof(MemoryManager::Extent) == 8);
 static_assert(sizeof(MemoryManager) == 16 + MemoryManager::kMaxFree * 8);
 
 constexpr uint32_t kMemmanBufferSize = 2 * 1024 * 1024;

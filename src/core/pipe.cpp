@@ -53,6 +53,9 @@ void pipe_pop_back(struct pipe *pipe, uint32_t count)
     pipe->write.store(at, std::memory_order_release);
 }
 
+// Either thread may ask, so both acquires are needed: each pairs with the release of the other
+// thread, in pipe_write and in pipe_read.
+
 int32_t pipe_isEmpty(const struct pipe *pipe)
 {
     return pipe->read.load(std::memory_order_acquire) == pipe->write.load(std::memory_order_acquire)

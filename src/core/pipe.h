@@ -37,6 +37,7 @@ int32_t pipe_write(struct pipe *pipe, uint8_t byte);
 // are known to be still in the pipe.
 void pipe_pop_back(struct pipe *pipe, uint32_t count);
 
+// 1 when pipe_read() would find nothing, else 0.
 int32_t pipe_isEmpty(const struct pipe *pipe);
 
 // 1 when pipe_write() would drop a byte, else 0.

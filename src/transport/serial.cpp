@@ -327,7 +327,7 @@ int32_t set_Parity(int32_t fd, int32_t bits, char parity, int32_t stop)
         return -1;
     }
     if (parity != 'n') {
-        options.c_iflag |= INPCK; // an upper-case 'N' too: peers are set up against it
+        options.c_iflag |= INPCK; // for an upper-case 'N' too, as this set-up always did
     }
     options.c_cflag |= CLOCAL | CREAD;
     clearFlags(&options.c_cflag, CRTSCTS);

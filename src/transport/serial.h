@@ -4,8 +4,9 @@
 //
 // transport/uart uses serial_open, serial_set and serial_write. The set_... family below them is an
 // older set-up that the running daemon does not call; it accepts other rates and letters on
-// purpose. Every failure prints one line. No state: any thread, as long as one descriptor is set up
-// by one.
+// purpose. Opening and setting up say on the console what they did or what failed; reading and
+// writing report by their results. No state: any thread, as long as one descriptor is set up by
+// one.
 
 #include <cstdint>
 
@@ -24,7 +25,7 @@ int32_t serial_open(const char *path);
 //   stop    1 or 2
 //
 // Returns 0, or -1 for any other value and for a descriptor that is no terminal; the line is then
-// as it was.
+// set as it was.
 int32_t serial_set(int32_t fd, int32_t baud, int32_t bits, char parity, int32_t stop);
 
 // One read() of at most `length` bytes, its result as it is; 0 with a message for a length of 0.

@@ -20,7 +20,8 @@ constexpr const char *DEV_NAME[kPorts] = {"/dev/ttyS0", "/dev/ttyS1"};
 // thread exists.
 int32_t fd[kPorts];
 
-// A port 2 would be a fast link whose bytes are only counted. No such port is left in DEV_NAME.
+// A port 2 would be a fast link whose bytes are only counted. DEV_NAME has no such port, so neither
+// its set-up nor its counting is reached; both stay for a board that has one.
 constexpr uintptr_t kFastPort = 2;
 uint32_t fastPortCount; // written by that port's thread only
 

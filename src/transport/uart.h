@@ -13,9 +13,9 @@
 // nobody looks at it. Main thread, once for each port.
 int32_t UARTInit(uint32_t port);
 
-// Sends bytes on a port in chunks of at most 256 (serial_write). Returns the number of bytes
-// written when that is all of them; otherwise says so and returns the length of the message. Main
-// loop only.
+// Sends bytes on a port in chunks of at most 256, with a pause of 80 ms behind each full chunk
+// (serial_write). Returns the number of bytes written when that is all of them; otherwise says so
+// and returns the length of the message. A length of 0 or below sends nothing. Main loop only.
 int32_t UARTSendBuffer(int32_t port, const uint8_t *bytes, int32_t length);
 
 // Body of a port's reader thread; `port` is the number, not an address. Never returns. Bytes from

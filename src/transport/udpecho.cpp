@@ -32,7 +32,8 @@ static_assert(sizeof(AddressWords) == sizeof(sockaddr_in));
 
 void storeSender(const sockaddr_in &source)
 {
-    // The releases pair with the acquires in lastSender().
+    // The releases of rem_addr pair with the acquires in lastSender(); rem_ip and rem_port are read
+    // on this thread only.
     rem_port.store(ntohs(source.sin_port), std::memory_order_release);
     rem_ip.store(source.sin_addr.s_addr, std::memory_order_release);
     const auto words = std::bit_cast<AddressWords>(source);
@@ -109,7 +110,7 @@ void task_udp_buffer(const uint8_t *bytes, uint32_t length)
 
 void to_pcudp(uint32_t ip, uint16_t port, const uint8_t *bytes, uint32_t length)
 {
-    // The place where sends could be paced. They are not: the PC's software relies on the speed.
+    // The place where sends could be paced. They are not, on purpose.
     static_cast<void>(isSysTickTimeout(static_cast<int32_t>(startTime), kPaceMs));
     while (length > kLargestDatagram) {
         std::memcpy(tempBuffer, bytes, kLargestDatagram);

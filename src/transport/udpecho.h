@@ -30,8 +30,9 @@ extern uint8_t tempBuffer[2048]; // one outgoing datagram
 extern uint32_t startTime;       // tick at which the last to_pcudp() finished
 
 // Opens the socket on every local address and starts the detached receive thread. Ends the process
-// with status 1 when there is no mutex or socket to be had, and 2 when the port is taken. Returns
-// the result of detaching the thread. Main thread, once, after udp_receive_pipe_init().
+// with status 1 when there is no mutex or socket to be had, and 2 when the port cannot be bound: it
+// is taken, or the process has no right to ports below 1024. Returns the result of detaching the
+// thread, or -1 when there is none. Main thread, once, after udp_receive_pipe_init().
 //
 // The thread's attributes ask for SCHED_FIFO at the highest priority but leave inheritance at its
 // default, by which the kernel is never asked: it works without the right to real-time scheduling.
@@ -48,5 +49,7 @@ void task_udp_buffer(const uint8_t *bytes, uint32_t length);
 // 1152 bytes, without pacing; none for a length of 0. Send errors are ignored. Main loop only.
 void to_pcudp(uint32_t ip, uint16_t port, const uint8_t *bytes, uint32_t length);
 
-// Sends one datagram. Returns what sendto() returns.
+// Sends one datagram to `ip` (network byte order) and `port` (host byte order). The address family
+// is that of the last sender, so nothing can be sent before the first datagram. Returns what
+// sendto() returns. Main loop only.
 int32_t UDP_SendBuffer(const uint8_t *bytes, uint32_t length, uint32_t ip, uint16_t port);
