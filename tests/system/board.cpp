@@ -1,0 +1,446 @@
+#include "tests/system/board.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <future>
+#include <iterator>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <numeric>
+#include <poll.h>
+#include <random>
+#include <sched.h>
+#include <spawn.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+
+using std::chrono::steady_clock;
+
+namespace {
+
+constexpr char kLine[] = "/dev/ttyS0";
+constexpr char kPcNetwork[] = "/run/netns/pc";
+constexpr char kBoardAddress[] = "192.168.0.100";
+constexpr uint16_t kBoardPort = 1000;
+constexpr size_t kLargestRead = 65536;
+
+// Passes a system call's result on, unless it is a failure.
+int check(int result, const char *what)
+{
+    if (result < 0) {
+        throw std::system_error(errno, std::generic_category(), what);
+    }
+    return result;
+}
+
+// On a workstation the tests would replace its serial line.
+void requireBoard()
+{
+    check(access(kPcNetwork, F_OK),
+          "this is not the simulated board: start it with testbench/board");
+}
+
+class Deadline {
+public:
+    explicit Deadline(milliseconds patience) : end(steady_clock::now() + patience) {}
+    milliseconds left() const
+    {
+        const auto rest = std::chrono::ceil<milliseconds>(end - steady_clock::now());
+        return std::max(rest, milliseconds::zero());
+    }
+
+private:
+    steady_clock::time_point end;
+};
+
+bool waitFor(int descriptor, short events, const Deadline &deadline)
+{
+    pollfd entry{descriptor, events, 0};
+    return poll(&entry, 1, static_cast<int>(deadline.left().count())) > 0;
+}
+
+// What is there, up to `most` bytes; nothing at an end or error.
+std::string readSome(int descriptor, size_t most)
+{
+    std::string bytes(most, '\0');
+    const ssize_t count = ::read(descriptor, bytes.data(), bytes.size());
+    bytes.resize(count > 0 ? static_cast<size_t>(count) : 0);
+    return bytes;
+}
+
+std::string frame(char kind, const std::array<uint8_t, 7> &bytes)
+{
+    const unsigned sum = std::accumulate(bytes.begin(), bytes.end(), 0u) & 0xFF;
+    char text[20];
+    std::snprintf(text, sizeof text, "<%c%02x%02x%02x%02x%02x%02x%02x%02x>", kind, bytes[0],
+                  bytes[1], bytes[2], bytes[3], bytes[4], bytes[5], bytes[6], sum);
+    return text;
+}
+
+sockaddr_in socketAddress(const char *address, uint16_t port)
+{
+    sockaddr_in result{};
+    result.sin_family = AF_INET;
+    result.sin_port = htons(port);
+    result.sin_addr.s_addr = inet_addr(address);
+    return result;
+}
+
+const sockaddr *generic(const sockaddr_in &address)
+{
+    return reinterpret_cast<const sockaddr *>(&address);
+}
+
+} // namespace
+
+Descriptor::Descriptor(Descriptor &&other) noexcept : number(std::exchange(other.number, -1)) {}
+
+Descriptor &Descriptor::operator=(Descriptor &&other) noexcept
+{
+    std::swap(number, other.number);
+    return *this;
+}
+
+Descriptor::~Descriptor()
+{
+    close();
+}
+
+void Descriptor::close()
+{
+    if (number >= 0) {
+        ::close(std::exchange(number, -1));
+    }
+}
+
+std::string command(const std::array<uint8_t, 7> &bytes)
+{
+    return frame('T', bytes);
+}
+
+std::string reply(const std::array<uint8_t, 7> &bytes)
+{
+    return frame('F', bytes);
+}
+
+std::string patternedBytes(size_t length)
+{
+    std::minstd_rand random;
+    std::string bytes(length, '\0');
+    for (char &byte : bytes) {
+        const auto value = static_cast<char>(random() >> 8);
+        byte = value == '<' ? '>' : value;
+    }
+    return bytes;
+}
+
+FrontBoard::FrontBoard()
+{
+    requireBoard();
+    master = Descriptor(check(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC), "openpt"));
+    check(unlockpt(master.get()), "unlockpt");
+    const char *const name = ptsname(master.get());
+    // While nobody has it open, a pseudo terminal is not a line that is idle but one that is gone.
+    slave = Descriptor(check(open(name, O_RDWR | O_NOCTTY | O_CLOEXEC), name));
+    std::filesystem::remove(kLine);
+    std::filesystem::create_symlink(name, kLine);
+}
+
+FrontBoard::~FrontBoard()
+{
+    std::error_code ignored;
+    std::filesystem::remove(kLine, ignored);
+}
+
+size_t FrontBoard::write(std::string_view bytes, milliseconds patience)
+{
+    const Deadline deadline(patience);
+    size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t count = ::write(master.get(), bytes.data() + done, bytes.size() - done);
+        if (count > 0) {
+            done += static_cast<size_t>(count);
+        } else if (!waitFor(master.get(), POLLOUT, deadline)) {
+            break;
+        }
+    }
+    return done;
+}
+
+std::string FrontBoard::read(size_t count, milliseconds patience)
+{
+    const Deadline deadline(patience);
+    std::string bytes;
+    while (bytes.size() < count && waitFor(master.get(), POLLIN, deadline)) {
+        bytes += readSome(master.get(), count - bytes.size());
+    }
+    return bytes;
+}
+
+std::string FrontBoard::readUntilQuiet()
+{
+    std::string bytes;
+    std::string more;
+    do {
+        more = read(1, kQuiet);
+        bytes += more;
+    } while (!more.empty());
+    return bytes;
+}
+
+termios FrontBoard::settings() const
+{
+    termios settings{};
+    check(tcgetattr(slave.get(), &settings), "tcgetattr");
+    return settings;
+}
+
+bool FrontBoard::waitUntilRaw() const
+{
+    const Deadline deadline(kPatience);
+    while (settings().c_lflag != 0 && deadline.left() > milliseconds::zero()) {
+        std::this_thread::sleep_for(milliseconds(1));
+    }
+    return settings().c_lflag == 0;
+}
+
+void FrontBoard::hangUp()
+{
+    master.close();
+}
+
+ControlPc::ControlPc(const char *address)
+{
+    requireBoard();
+    // A socket belongs for good to the network in which it was made, so a thread moves there.
+    const auto makeSocket = [] {
+        const Descriptor network(check(open(kPcNetwork, O_RDONLY | O_CLOEXEC), kPcNetwork));
+        check(setns(network.get(), CLONE_NEWNET), "setns");
+        return Descriptor(check(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket"));
+    };
+    socket = std::async(std::launch::async, makeSocket).get();
+    const sockaddr_in own = socketAddress(address, 0);
+    check(bind(socket.get(), generic(own), sizeof own), "bind");
+    const sockaddr_in board = socketAddress(kBoardAddress, kBoardPort);
+    check(connect(socket.get(), generic(board), sizeof board), "connect");
+}
+
+void ControlPc::send(std::string_view datagram)
+{
+    // What the network does not take is lost, as anywhere else on the way.
+    ::send(socket.get(), datagram.data(), datagram.size(), 0);
+}
+
+std::optional<std::string> ControlPc::receive(milliseconds patience)
+{
+    if (!waitFor(socket.get(), POLLIN, Deadline(patience))) {
+        return std::nullopt;
+    }
+    return readSome(socket.get(), kLargestRead);
+}
+
+std::string ControlPc::read(size_t count)
+{
+    std::string bytes;
+    while (bytes.size() < count) {
+        const auto datagram = receive();
+        if (!datagram) {
+            break;
+        }
+        bytes += *datagram;
+    }
+    return bytes;
+}
+
+std::string ControlPc::readUntilQuiet()
+{
+    std::string bytes;
+    while (const auto datagram = receive(kQuiet)) {
+        bytes += *datagram;
+    }
+    return bytes;
+}
+
+void plugNetwork(bool in)
+{
+    requireBoard();
+    const Descriptor socket(check(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket"));
+    ifreq request{};
+    std::string_view("eth0").copy(request.ifr_name, IFNAMSIZ);
+    check(ioctl(socket.get(), SIOCGIFFLAGS, &request), "SIOCGIFFLAGS");
+    const int flags = in ? request.ifr_flags | IFF_UP : request.ifr_flags & ~IFF_UP;
+    request.ifr_flags = static_cast<short>(flags);
+    check(ioctl(socket.get(), SIOCSIFFLAGS, &request), "SIOCSIFFLAGS");
+}
+
+Daemon::Daemon(std::vector<std::string> arguments, std::initializer_list<int> closed)
+{
+    requireBoard();
+    int ends[2];
+    check(pipe2(ends, O_CLOEXEC), "pipe2");
+    output = Descriptor(ends[0]);
+    const Descriptor outputEnd(ends[1]);
+    check(pipe2(ends, O_CLOEXEC), "pipe2");
+    error = Descriptor(ends[0]);
+    const Descriptor errorEnd(ends[1]);
+
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, outputEnd.get(), STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, errorEnd.get(), STDERR_FILENO);
+    for (const int stream : closed) {
+        posix_spawn_file_actions_addclose(&actions, stream);
+    }
+    // What the test program was started with must not decide how the daemon takes signals.
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t signals;
+    sigfillset(&signals);
+    posix_spawnattr_setsigdefault(&attributes, &signals);
+    sigemptyset(&signals);
+    posix_spawnattr_setsigmask(&attributes, &signals);
+    posix_spawnattr_setflags(&attributes,
+                             POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSID);
+
+    arguments.insert(arguments.begin(), VESK_DAEMON);
+    std::vector<char *> vector;
+    for (std::string &argument : arguments) {
+        vector.push_back(argument.data());
+    }
+    vector.push_back(nullptr);
+    errno = posix_spawn(&process, VESK_DAEMON, &actions, &attributes, vector.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+    check(errno == 0 ? 0 : -1, VESK_DAEMON);
+    processFd = Descriptor(check(static_cast<int>(syscall(SYS_pidfd_open, process, 0)), "pidfd"));
+}
+
+Daemon::~Daemon()
+{
+    if (isRunning()) {
+        signal(SIGKILL);
+        waitForEnd();
+    }
+    const std::string &text = errors();
+    if (text.find("Sanitizer") != std::string::npos ||
+        text.find("runtime error") != std::string::npos) {
+        ADD_FAILURE() << "the daemon's sanitizer has spoken";
+    }
+    if (testing::Test::HasFailure()) {
+        for (const std::string &line : outputLines) {
+            std::printf("vesk_h264: %s\n", line.c_str());
+        }
+        std::printf("vesk_h264, standard error: %s\n", text.c_str());
+    }
+}
+
+bool Daemon::isRunning()
+{
+    return !waitForEnd(milliseconds::zero());
+}
+
+std::optional<int> Daemon::waitForEnd(milliseconds patience)
+{
+    if (!status && waitFor(processFd.get(), POLLIN, Deadline(patience))) {
+        int value;
+        check(waitpid(process, &value, 0), "waitpid");
+        status = value;
+    }
+    return status;
+}
+
+void Daemon::signal(int number) const
+{
+    check(kill(process, number), "kill");
+}
+
+bool Daemon::prints(std::string_view line, int times)
+{
+    const Deadline deadline(kPatience);
+    while (std::count(outputLines.begin(), outputLines.end(), line) < times) {
+        if (!collect(deadline.left())) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool Daemon::starts()
+{
+    return prints("enter main") && prints("uart_receive_fun 0");
+}
+
+const std::vector<std::string> &Daemon::lines()
+{
+    while (collect(milliseconds::zero())) {
+    }
+    return outputLines;
+}
+
+const std::string &Daemon::errors()
+{
+    while (collect(milliseconds::zero())) {
+    }
+    return errorText;
+}
+
+void Daemon::forgetLines()
+{
+    outputLines.clear();
+}
+
+void Daemon::closeConsole()
+{
+    output.close();
+    error.close();
+}
+
+bool Daemon::collect(milliseconds patience)
+{
+    if (output.get() < 0 && error.get() < 0) {
+        return false;
+    }
+    pollfd entries[] = {{output.get(), POLLIN, 0}, {error.get(), POLLIN, 0}};
+    if (poll(entries, std::size(entries), static_cast<int>(patience.count())) <= 0) {
+        return false;
+    }
+    if (entries[0].revents != 0) {
+        const std::string text = readSome(output.get(), kLargestRead);
+        for (const char character : text) {
+            if (character == '\n') {
+                outputLines.push_back(std::exchange(partOfLine, {}));
+            } else {
+                partOfLine += character;
+            }
+        }
+        if (text.empty()) {
+            output.close();
+        }
+    }
+    if (entries[1].revents != 0) {
+        const std::string text = readSome(error.get(), kLargestRead);
+        errorText += text;
+        if (text.empty()) {
+            error.close();
+        }
+    }
+    return true;
+}
+
+void RunningDaemon::SetUp()
+{
+    ASSERT_TRUE(daemon.starts());
+}

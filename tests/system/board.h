@@ -1,0 +1,169 @@
+#pragma once
+
+// The daemon's three parties on the simulated board, as objects of a test: the front board at the
+// other end of the serial line, a control PC on the network, and the running program itself.
+//
+// Waiting ends as soon as what is waited for is there, and at the latest after kPatience: what has
+// come until then is returned, so that the comparison in the test shows it. Nothing here keeps a
+// thread running. A program that uses these classes refuses to run outside the board.
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+#include <termios.h>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+using std::chrono::milliseconds;
+
+// Long enough for a daemon under a sanitizer on a busy machine.
+inline constexpr milliseconds kPatience{10000};
+
+// How long something must not happen to be taken for never.
+inline constexpr milliseconds kQuiet{150};
+
+// An owned file descriptor.
+class Descriptor {
+public:
+    explicit Descriptor(int descriptor = -1) : number(descriptor) {}
+    Descriptor(Descriptor &&other) noexcept;
+    Descriptor &operator=(Descriptor &&other) noexcept;
+    ~Descriptor();
+    int get() const
+    {
+        return number;
+    }
+    void close();
+
+private:
+    int number;
+};
+
+// `bytes`, which are address, tag, command and dat1 to dat4, as a frame with the right checksum.
+std::string command(const std::array<uint8_t, 7> &bytes); // "<T...>"
+std::string reply(const std::array<uint8_t, 7> &bytes);   // "<F...>"
+
+// `length` bytes among which there is neither a "<" nor a short period.
+std::string patternedBytes(size_t length);
+
+// The master side of a pseudo terminal whose other side is /dev/ttyS0 as long as the object lives.
+class FrontBoard {
+public:
+    FrontBoard();
+    ~FrontBoard();
+    FrontBoard(const FrontBoard &) = delete;
+    FrontBoard &operator=(const FrontBoard &) = delete;
+
+    // Returns the number of bytes that the line has taken: all, unless the patience ran out.
+    size_t write(std::string_view bytes, milliseconds patience = kPatience);
+
+    // The next `count` bytes from the daemon.
+    std::string read(size_t count, milliseconds patience = kPatience);
+
+    // Everything that comes until nothing has come for kQuiet.
+    std::string readUntilQuiet();
+
+    // The line's settings as they are at present, and whether the daemon has set it up by now.
+    termios settings() const;
+    bool waitUntilRaw() const;
+
+    // Takes the line away: reads and writes on it fail from now on. For good: a new front board is
+    // another line, even where it gets the same name.
+    void hangUp();
+
+private:
+    Descriptor master;
+    Descriptor slave;
+};
+
+// A program on the control PC, which speaks UDP to port 1000 of the board and hears nobody else.
+class ControlPc {
+public:
+    explicit ControlPc(const char *address = "192.168.0.10");
+
+    void send(std::string_view datagram);
+
+    // The next datagram; nothing if none came.
+    std::optional<std::string> receive(milliseconds patience = kPatience);
+
+    // The bytes of as many datagrams as it takes to have `count` of them.
+    std::string read(size_t count);
+
+    // Everything that comes until nothing has come for kQuiet.
+    std::string readUntilQuiet();
+
+private:
+    Descriptor socket;
+};
+
+// Plugs the board's network cable in or pulls it out.
+void plugNetwork(bool in);
+
+// One run of vesk_h264, started the way init starts it: in a session of its own, without a
+// controlling terminal. Its console is two pipes to the test.
+class Daemon {
+public:
+    // The standard streams in `closed` are not there when it starts.
+    explicit Daemon(std::vector<std::string> arguments = {},
+                    std::initializer_list<int> closed = {});
+
+    // Kills it if it still runs. Whatever a sanitizer had to say fails the test.
+    ~Daemon();
+    Daemon(const Daemon &) = delete;
+    Daemon &operator=(const Daemon &) = delete;
+
+    pid_t pid() const
+    {
+        return process;
+    }
+    bool isRunning();
+
+    // The status as waitpid() gives it; nothing if it does not end.
+    std::optional<int> waitForEnd(milliseconds patience = kPatience);
+    void signal(int number) const;
+
+    // Waits until it has printed `line` (without its newline) `times` times since it started.
+    bool prints(std::string_view line, int times = 1);
+
+    // Waits for "enter main", and for the reader thread's message, which may come later.
+    bool starts();
+
+    // All that it has printed on standard output so far, line by line without the newlines, and on
+    // standard error.
+    const std::vector<std::string> &lines();
+    const std::string &errors();
+
+    // Forgets the lines so far.
+    void forgetLines();
+
+    // Closes the test's ends of the console.
+    void closeConsole();
+
+private:
+    // Takes what is there on the pipes, waiting for the first of it. False if nothing comes.
+    bool collect(milliseconds patience);
+
+    pid_t process = -1;
+    Descriptor processFd;
+    Descriptor output;
+    Descriptor error;
+    std::string partOfLine;
+    std::vector<std::string> outputLines;
+    std::string errorText;
+    std::optional<int> status;
+};
+
+// What most cases begin with: a front board and a daemon that has started.
+class RunningDaemon : public testing::Test {
+protected:
+    void SetUp() override;
+
+    FrontBoard front;
+    Daemon daemon;
+};

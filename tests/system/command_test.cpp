@@ -1,0 +1,171 @@
+// Commands of the front board and the daemon's answers, character by character.
+
+#include "tests/system/board.h"
+
+#include <algorithm>
+
+namespace {
+
+class SystemCommand : public RunningDaemon {
+protected:
+    // What the daemon says behind its start.
+    std::vector<std::string> news()
+    {
+        const std::vector<std::string> &all = daemon.lines();
+        const auto from =
+            std::find(all.begin(), all.end(), "getFreeChannel from=0, type=2, port=0");
+        return {from == all.end() ? from : from + 1, all.end()};
+    }
+
+    // Sends bytes and compares all that the daemon answers to them.
+    void expectAnswer(const std::string &bytes, const std::string &answer)
+    {
+        front.write(bytes);
+        EXPECT_EQ(front.read(answer.size()), answer) << bytes;
+    }
+
+    // To be called last, when a further answer would show.
+    void TearDown() override
+    {
+        EXPECT_EQ(front.readUntilQuiet(), "");
+    }
+};
+
+using Lines = std::vector<std::string>;
+
+} // namespace
+
+TEST_F(SystemCommand, ReadsTheDeviceType)
+{
+    expectAnswer("<T0000680100000069>", "<F00006801263300c2>");
+    EXPECT_TRUE(daemon.prints("read device type"));
+}
+
+TEST_F(SystemCommand, ReadsTheProtocolVersion)
+{
+    expectAnswer("<T00006a030000006d>", "<F00006a03010a0078>");
+}
+
+TEST_F(SystemCommand, CopiesAddressAndTagIntoTheAnswer)
+{
+    expectAnswer("<T01026a0300000070>", "<F01026a03010a007b>");
+    expectAnswer("<Tff00680100000068>", "<Fff006801263300c1>");
+    expectAnswer("<T7fff6a0312345687>", "<F7fff6a03010a00f6>");
+    for (int tag = 0; tag < 256; ++tag) {
+        const auto byte = static_cast<uint8_t>(tag);
+        expectAnswer(command({0xA5, byte, 0x6A, 0x03, 0, 0, 0}),
+                     reply({0xA5, byte, 0x6A, 0x03, 1, 10, 0}));
+    }
+}
+
+TEST_F(SystemCommand, EchoesWhatItAcknowledges)
+{
+    expectAnswer("<T010210110102032a>", "<F010210110102032a>");
+}
+
+TEST_F(SystemCommand, RefusesWhatItDoesNotKnowOrSupport)
+{
+    expectAnswer("<T0102101200000025>", "<F010210ffffffff0f>");
+    // Unknown: below and above the table, in its gaps, and unknown to a command that exists.
+    constexpr uint8_t kUnknown[][2] = {{0x00, 0x00}, {0x0F, 0x11}, {0x11, 0x11}, {0x69, 0x01},
+                                       {0x72, 0x00}, {0x79, 0x00}, {0xF4, 0x00}, {0xFF, 0xFF},
+                                       {0x10, 0x00}, {0x68, 0x00}, {0x68, 0x02}, {0x68, 0x40},
+                                       {0x6A, 0x00}, {0x6A, 0x05}, {0x6A, 0xFF}};
+    for (const auto &[code, dat1] : kUnknown) {
+        expectAnswer(command({1, 2, code, dat1, 3, 4, 5}),
+                     reply({1, 2, code, 0xFF, 0xFF, 0xFF, 0xFF}));
+    }
+    // Known, and not for this model.
+    constexpr uint8_t kUnsupported[] = {0x73, 0x74, 0x75, 0x76, 0x77, 0x78, 0x7D, 0x86, 0x8B, 0x97};
+    for (const uint8_t code : kUnsupported) {
+        expectAnswer(command({1, 2, code, 0, 0, 0, 0}),
+                     reply({1, 2, code, 0xFF, 0xFF, 0xFF, 0xFF}));
+    }
+}
+
+TEST_F(SystemCommand, ExecutesEveryFrameOfABurst)
+{
+    expectAnswer("<T0000680100000069><T00016a030000006e>",
+                 "<F00006801263300c2><F00016a03010a0079>");
+    std::string commands;
+    std::string replies;
+    for (uint8_t tag = 0; tag < 200; ++tag) {
+        commands += command({0, tag, 0x6A, 0x03, 0, 0, 0});
+        replies += reply({0, tag, 0x6A, 0x03, 1, 10, 0});
+    }
+    expectAnswer(commands, replies);
+}
+
+// The PC shows when a character has been taken: it gets them as long as the frame is not complete.
+TEST_F(SystemCommand, PutsAFrameTogetherThatComesCharacterByCharacter)
+{
+    ControlPc pc;
+    pc.send("?");
+    EXPECT_EQ(front.read(1), "?");
+    const std::string frame = "<T0000680100000069>";
+    for (size_t i = 0; i < 18; ++i) {
+        front.write(frame.substr(i, 1));
+        EXPECT_EQ(pc.receive(), frame.substr(i, 1));
+    }
+    front.write(">");
+    EXPECT_EQ(front.read(19), "<F00006801263300c2>");
+    EXPECT_EQ(pc.readUntilQuiet(), "");
+}
+
+TEST_F(SystemCommand, BeginsAnewAtEveryOpeningCharacter)
+{
+    expectAnswer("<T00006801<T0000680100000069>", "<F00006801263300c2>");
+    expectAnswer("<<T0000680100000069>", "<F00006801263300c2>");
+    expectAnswer("<<T<T<T0000680100000069>", "<F00006801263300c2>");
+}
+
+TEST_F(SystemCommand, PassesOverWhatIsNoFrame)
+{
+    expectAnswer("xx<T0000680100000069>yy", "<F00006801263300c2>");
+    expectAnswer("T0000680100000069><F0000680100000069><t0000680100000069>\r\n"
+                 "<T0000680100000069>\r\n",
+                 "<F00006801263300c2>");
+    expectAnswer(std::string(3, '\0') + "\xFF\x03\x11\x13\x7F<T0000680100000069>",
+                 "<F00006801263300c2>");
+    EXPECT_EQ(news(), Lines(3, "read device type"));
+}
+
+TEST_F(SystemCommand, RefusesAWrongEndAndExecutesTheFrameAllTheSame)
+{
+    // Refused before it is decoded, so with the address, tag and command of the one before: none.
+    expectAnswer("<T0000680100000069}", "<F000000fffffffffc><F00006801263300c2>");
+    EXPECT_TRUE(daemon.prints("read device type"));
+    EXPECT_EQ(news(), (Lines{"error end:<T0000680100000069}\r", "read device type"}));
+
+    expectAnswer("<T01026a0300000070>", "<F01026a03010a007b>");
+    expectAnswer("<T0000680100000069 ", "<F01026affffffff69><F00006801263300c2>");
+}
+
+TEST_F(SystemCommand, RefusesAWrongChecksumAndDoesNotExecuteTheFrame)
+{
+    expectAnswer("<T0000680100000068>", "<F000068ffffffff64>");
+    EXPECT_TRUE(daemon.prints("error checksum:<T0000680100000068>:19\r"));
+    EXPECT_EQ(news(), (Lines{"checksum=105\r", "error checksum:<T0000680100000068>:19\r"}));
+
+    expectAnswer("<T0102680100000069><T00016a030000006e>",
+                 "<F010268ffffffff67><F00016a03010a0079>");
+}
+
+TEST_F(SystemCommand, RefusesTwiceWhatIsWrongAtTheEndAndInTheChecksum)
+{
+    expectAnswer("<T0000680100000068}", "<F000000fffffffffc><F000068ffffffff64>");
+    EXPECT_TRUE(daemon.prints("error checksum:<T0000680100000068}:19\r"));
+    EXPECT_EQ(news(), (Lines{"error end:<T0000680100000068}\r", "checksum=105\r",
+                             "error checksum:<T0000680100000068}:19\r"}));
+}
+
+TEST_F(SystemCommand, AcceptsUpperCaseAndAnswersInLowerCase)
+{
+    expectAnswer("<TABCD6A03000000E5>", "<Fabcd6a03010a00f0>");
+    expectAnswer("<TaBcD6A03000000e5>", "<Fabcd6a03010a00f0>");
+}
+
+TEST_F(SystemCommand, TakesAWrongDigitForZero)
+{
+    expectAnswer("<T0g:068010-zz~069>", "<F00006801263300c2>");
+}

@@ -1,0 +1,207 @@
+// The daemon over longer times: senseless input, and memory.
+//
+// VESK_SOAK_SECONDS in the environment of this program says how long the senseless input goes on
+// (20), VESK_SOAK_SEED which input it is (a new one each time).
+
+#include "tests/system/board.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <random>
+
+namespace {
+
+class System : public RunningDaemon {};
+
+uint32_t environmentNumber(const char *name, uint32_t otherwise)
+{
+    const char *const text = std::getenv(name);
+    return text == nullptr ? otherwise : static_cast<uint32_t>(std::strtoul(text, nullptr, 0));
+}
+
+// Input for the daemon: noise, frames, and frames with a few characters changed, removed or added.
+class Input {
+public:
+    explicit Input(uint32_t seed) : random(seed) {}
+
+    size_t below(size_t limit)
+    {
+        return std::uniform_int_distribution<size_t>(0, limit - 1)(random);
+    }
+
+    std::string noise()
+    {
+        // Mostly short, at times longer than a datagram can be that the daemon takes whole.
+        const size_t limits[] = {4, 40, 40, 40, 40, 300, 300, 1500};
+        std::string bytes(below(below(50) == 0 ? 6000 : limits[below(std::size(limits))]), '\0');
+        for (char &byte : bytes) {
+            byte = static_cast<char>(below(256));
+        }
+        return bytes;
+    }
+
+    std::string frame()
+    {
+        const uint8_t codes[] = {0x10, 0x68, 0x6A, 0x73, 0x7D, 0x86, 0x97, byte()};
+        const uint8_t dat1s[] = {0x01, 0x03, 0x11, byte()};
+        // Never from address 0x5A, so that an answer to that one is known.
+        const auto address = static_cast<uint8_t>(below(0x5A));
+        return command({address, byte(), codes[below(std::size(codes))],
+                        dat1s[below(std::size(dat1s))], byte(), byte(), byte()});
+    }
+
+    std::string mutatedFrame()
+    {
+        std::string text = frame();
+        for (size_t changes = 1 + below(3); changes > 0 && !text.empty(); --changes) {
+            const size_t at = below(text.size());
+            switch (below(4)) {
+            case 0:
+                text.erase(at, 1);
+                break;
+            case 1:
+                text.insert(at, 1, "<T>F0\r\n\0"[below(8)]);
+                break;
+            case 2:
+                text[at] = static_cast<char>(byte());
+                break;
+            default:
+                text.resize(at + 1);
+                break;
+            }
+        }
+        return text;
+    }
+
+    std::string next()
+    {
+        switch (below(8)) {
+        case 0:
+            return noise();
+        case 1:
+        case 2:
+        case 3:
+            return mutatedFrame();
+        case 4:
+            return mutatedFrame() + frame() + mutatedFrame();
+        default:
+            return frame();
+        }
+    }
+
+private:
+    uint8_t byte()
+    {
+        return static_cast<uint8_t>(below(256));
+    }
+
+    std::mt19937 random;
+};
+
+// Memory of a process in KiB that it has written to and shares with nobody.
+long privateMemory(pid_t process)
+{
+    std::ifstream file("/proc/" + std::to_string(process) + "/smaps_rollup");
+    std::string word;
+    long size = -1;
+    while (file >> word) {
+        if (word == "Private_Dirty:") {
+            file >> size;
+        }
+    }
+    return size;
+}
+
+} // namespace
+
+TEST_F(System, SurvivesRandomBytesAndDatagrams)
+{
+    const uint32_t seconds = environmentNumber("VESK_SOAK_SECONDS", 20);
+    const uint32_t seed = environmentNumber("VESK_SOAK_SEED", std::random_device()());
+    std::cout << "VESK_SOAK_SECONDS=" << seconds << " VESK_SOAK_SEED=" << seed << std::endl;
+    Input input(seed);
+    ControlPc pcs[] = {ControlPc("192.168.0.10"), ControlPc("192.168.0.11")};
+    pcs[0].send("hello");
+
+    size_t fromLine = 0;
+    size_t toLine = 0;
+    size_t fromPcs = 0;
+    size_t toPcs = 0;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    size_t pcSilence = 1000; // so many rounds lie between two datagrams, on average
+    while (std::chrono::steady_clock::now() < end) {
+        // While the PCs say much, the daemon is busy sending it and the line's bytes overflow; so
+        // there are times when they say little.
+        if (input.below(500) == 0) {
+            const size_t silences[] = {5, 100, 1000};
+            pcSilence = silences[input.below(std::size(silences))];
+        }
+        // What the line does not take is lost, as on a real one.
+        fromLine += front.write(input.next(), milliseconds::zero());
+        if (input.below(pcSilence) == 0) {
+            const std::string datagram = input.next();
+            pcs[input.below(2)].send(datagram);
+            fromPcs += datagram.size();
+        }
+        const std::string received = front.read(5000, milliseconds(input.below(3)));
+        toLine += received.size();
+        if (input.below(20) == 0) {
+            fromLine += front.write(received, milliseconds::zero()); // an echo
+        }
+        for (ControlPc &pc : pcs) {
+            while (const auto datagram = pc.receive(milliseconds::zero())) {
+                toPcs += datagram->size();
+                EXPECT_LE(datagram->size(), 1152u);
+            }
+        }
+        ASSERT_TRUE(daemon.isRunning());
+        ASSERT_EQ(daemon.errors(), "");
+        daemon.forgetLines();
+    }
+    std::cout << "bytes from and to the line: " << fromLine << ", " << toLine
+              << "; from and to the PCs: " << fromPcs << ", " << toPcs << std::endl;
+    EXPECT_GT(toLine, 0u);
+    EXPECT_GT(toPcs, 0u);
+
+    // There may be bytes on their way yet, and a full channel swallows what comes behind them.
+    const std::string expected = reply({0x5A, 0, 0x68, 0x01, 0x26, 0x33, 0});
+    std::string answer;
+    for (int tries = 0; tries < 10 && answer != expected; ++tries) {
+        front.readUntilQuiet();
+        front.write(command({0x5A, 0, 0x68, 0x01, 0, 0, 0}));
+        answer = front.read(19, milliseconds(2000));
+    }
+    EXPECT_EQ(answer, expected);
+    EXPECT_EQ(daemon.errors(), "");
+}
+
+TEST_F(System, UsesNoMoreMemoryAfterManyCommands)
+{
+    ControlPc pc;
+    pc.send("hello");
+    ASSERT_EQ(front.read(5), "hello");
+    constexpr int kBurst = 100;
+    std::string commands;
+    std::string replies;
+    for (uint8_t tag = 0; tag < kBurst; ++tag) {
+        commands += command({0, tag, 0x6A, 0x03, 0, 0, 0});
+        replies += reply({0, tag, 0x6A, 0x03, 1, 10, 0});
+    }
+    long early = 0;
+    for (int count = 0; count < 20000; count += kBurst) {
+        if (count == 2000) {
+            early = privateMemory(daemon.pid());
+        }
+        front.write("mirrored" + commands);
+        ASSERT_EQ(front.read(replies.size()), replies);
+        while (pc.receive(milliseconds::zero())) {
+        }
+    }
+    const long late = privateMemory(daemon.pid());
+    std::cout << "KiB after 2,000 commands: " << early << ", after 20,000: " << late << std::endl;
+    ASSERT_GT(early, 0);
+    // One byte lost for each command would show. A sanitizer's own book-keeping grows a little.
+    EXPECT_LE(late, early + 16);
+}

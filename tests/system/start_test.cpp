@@ -1,0 +1,221 @@
+// The start of the daemon, what it says and sets up; its end; and boards on which something that it
+// needs is missing, taken or goes away.
+
+#include "tests/system/board.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <netinet/in.h>
+#include <sched.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+
+namespace {
+
+constexpr char kReadDeviceType[] = "<T0000680100000069>";
+constexpr char kDeviceType[] = "<F00006801263300c2>";
+
+class SystemStart : public RunningDaemon {};
+
+} // namespace
+
+TEST_F(SystemStart, SaysWhatItDoesInOrder)
+{
+    std::vector<std::string> lines = daemon.lines();
+    // Said by the reader thread, whose turn comes when it comes.
+    const auto reader = std::find(lines.begin(), lines.end(), "uart_receive_fun 0");
+    ASSERT_NE(reader, lines.end());
+    EXPECT_GE(reader - lines.begin(), 4);
+    lines.erase(reader);
+
+    ASSERT_EQ(lines.size(), 6u);
+    EXPECT_EQ(lines[0], "Open /dev/ttyS0 ......");
+    EXPECT_EQ(lines[1], "fcntl = 0 !");
+    const std::string_view label = "serial_open file ID= ";
+    ASSERT_EQ(lines[2].substr(0, label.size()), label);
+    const std::string descriptor = std::to_string(std::stoi(lines[2].substr(label.size())));
+    EXPECT_EQ(lines[2].substr(label.size()), descriptor + " !");
+    const std::string descriptors = "/proc/" + std::to_string(daemon.pid()) + "/fd/";
+    EXPECT_EQ(std::filesystem::read_symlink(descriptors + descriptor),
+              std::filesystem::read_symlink("/dev/ttyS0"));
+    EXPECT_EQ(lines[3], "serial_set success !");
+    EXPECT_EQ(lines[4], "==kel UARTInit DEV_NAME[0]:/dev/ttyS0");
+    EXPECT_EQ(lines[5], "enter main");
+    EXPECT_EQ(daemon.errors(), "");
+}
+
+TEST_F(SystemStart, TellsOfTheFirstBytesAndSaysNothingTwice)
+{
+    const std::vector<std::string> atStart = daemon.lines();
+    for (int i = 0; i < 3; ++i) {
+        front.write(kReadDeviceType);
+        EXPECT_EQ(front.read(19), kDeviceType);
+        EXPECT_TRUE(daemon.prints("read device type", i + 1));
+    }
+    std::vector<std::string> expected = atStart;
+    expected.emplace_back("getFreeChannel from=0, type=2, port=0");
+    expected.insert(expected.end(), 3, "read device type");
+    EXPECT_EQ(daemon.lines(), expected);
+}
+
+// A pseudo terminal is always 8N1 with its receiver on, so those three cannot fail here.
+TEST(SystemLine, IsSetUpRawWhateverItWasBefore)
+{
+    FrontBoard front;
+    const termios before = front.settings();
+    ASSERT_NE(before.c_iflag, 0u);
+    ASSERT_NE(before.c_oflag, 0u);
+    ASSERT_NE(before.c_lflag, 0u);
+    ASSERT_NE(cfgetospeed(&before), static_cast<speed_t>(B115200));
+
+    Daemon daemon;
+    ASSERT_TRUE(daemon.starts());
+    const termios after = front.settings();
+    EXPECT_EQ(after.c_iflag, 0u);
+    EXPECT_EQ(after.c_oflag, 0u);
+    EXPECT_EQ(after.c_lflag, 0u);
+    EXPECT_EQ(cfgetispeed(&after), static_cast<speed_t>(B115200));
+    EXPECT_EQ(cfgetospeed(&after), static_cast<speed_t>(B115200));
+    EXPECT_EQ(after.c_cflag & static_cast<tcflag_t>(~CBAUD),
+              static_cast<tcflag_t>(CS8 | CREAD | CLOCAL));
+    EXPECT_EQ(after.c_cc[VMIN], 0);
+    EXPECT_EQ(after.c_cc[VTIME], 0);
+}
+
+TEST(SystemLine, LosesWhatCameBeforeItWasSetUp)
+{
+    FrontBoard front;
+    front.write(kReadDeviceType);
+    EXPECT_EQ(front.read(19), kReadDeviceType) << "a line that nobody has set up echoes";
+
+    Daemon daemon;
+    ASSERT_TRUE(daemon.starts());
+    EXPECT_EQ(front.readUntilQuiet(), "");
+    front.write("<T01026a0300000070>");
+    EXPECT_EQ(front.read(19), "<F01026a03010a007b>");
+}
+
+TEST(SystemLine, MayBeMissing)
+{
+    ControlPc pc;
+    Daemon daemon;
+    ASSERT_TRUE(daemon.prints("enter main"));
+    EXPECT_EQ(daemon.lines(),
+              (std::vector<std::string>{"Can't Open Serial Port /dev/ttyS0 !", "enter main"}));
+    EXPECT_EQ(daemon.errors(), "Can't get old terminal description !: Bad file descriptor\n");
+    pc.send("hello");
+    EXPECT_TRUE(daemon.prints("uart0 write data error len=0, size=5"));
+    pc.send("hi");
+    EXPECT_TRUE(daemon.prints("uart0 write data error len=0, size=2"));
+    EXPECT_TRUE(daemon.isRunning());
+}
+
+TEST(SystemLine, MayBeNoTerminal)
+{
+    ControlPc pc;
+    std::filesystem::create_symlink("/dev/null", "/dev/ttyS0");
+    Daemon daemon;
+    EXPECT_TRUE(daemon.prints("enter main"));
+    EXPECT_EQ(daemon.errors(),
+              "Can't get old terminal description !: Inappropriate ioctl for device\n");
+    EXPECT_EQ(std::count(daemon.lines().begin(), daemon.lines().end(), "uart_receive_fun 0"), 0);
+    pc.send("hello");
+    EXPECT_EQ(pc.readUntilQuiet(), "");
+    EXPECT_TRUE(daemon.isRunning());
+    std::filesystem::remove("/dev/ttyS0");
+}
+
+// The daemon leads a session: had the line become its controlling terminal, this would end it.
+TEST(SystemLine, MayGoAwayAndAnotherMayCome)
+{
+    ControlPc pc;
+    std::optional<FrontBoard> front(std::in_place);
+    Daemon daemon;
+    ASSERT_TRUE(daemon.starts());
+    front->hangUp();
+    pc.send("hello");
+    EXPECT_TRUE(daemon.prints("uart0 write data error len=0, size=5"));
+
+    front.reset();
+    front.emplace();
+    pc.send("anybody there?");
+    EXPECT_TRUE(daemon.prints("uart0 write data error len=0, size=14"));
+    EXPECT_EQ(front->readUntilQuiet(), "") << "what it has open is the line that is gone";
+    EXPECT_TRUE(daemon.isRunning());
+}
+
+TEST(SystemPort, TakenEndsTheDaemonWithStatus2)
+{
+    FrontBoard front;
+    const Descriptor taker(socket(AF_INET, SOCK_DGRAM, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(1000);
+    ASSERT_EQ(bind(taker.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+
+    Daemon daemon;
+    const std::optional<int> status = daemon.waitForEnd();
+    ASSERT_TRUE(status);
+    EXPECT_TRUE(WIFEXITED(*status));
+    EXPECT_EQ(WEXITSTATUS(*status), 2);
+    EXPECT_EQ(daemon.errors(), "bind: Address already in use\n");
+    EXPECT_TRUE(daemon.lines().empty());
+    EXPECT_NE(front.settings().c_lflag, 0u) << "the port comes before the line";
+}
+
+TEST(SystemArguments, AreIgnored)
+{
+    FrontBoard front;
+    Daemon daemon({"--help", "-x", "", "/dev/null"});
+    ASSERT_TRUE(daemon.starts());
+    front.write(kReadDeviceType);
+    EXPECT_EQ(front.read(19), kDeviceType);
+    EXPECT_EQ(daemon.errors(), "");
+}
+
+TEST_F(SystemStart, NeedsNoRealTimePriority)
+{
+    front.write(kReadDeviceType);
+    EXPECT_EQ(front.read(19), kDeviceType);
+    const std::string tasks = "/proc/" + std::to_string(daemon.pid()) + "/task";
+    int threads = 0;
+    for (const auto &task : std::filesystem::directory_iterator(tasks)) {
+        EXPECT_EQ(sched_getscheduler(std::stoi(task.path().filename())), SCHED_OTHER);
+        ++threads;
+    }
+    EXPECT_GE(threads, 3) << "the main loop and two receive threads; a sanitizer may add one";
+}
+
+TEST(SystemEnd, ComesWithTheSignalAndLeavesNoProcess)
+{
+    // Whatever the daemon leaves behind becomes a child of this process.
+    ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1), 0);
+    FrontBoard front;
+    Daemon daemon;
+    ASSERT_TRUE(daemon.starts());
+    front.write(kReadDeviceType);
+    EXPECT_EQ(front.read(19), kDeviceType);
+
+    daemon.signal(SIGTERM);
+    const std::optional<int> status = daemon.waitForEnd();
+    ASSERT_TRUE(status);
+    EXPECT_TRUE(WIFSIGNALED(*status));
+    EXPECT_EQ(WTERMSIG(*status), SIGTERM);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(errno, ECHILD);
+}
+
+TEST(SystemEnd, FreesThePortAndTheLineForTheNextStart)
+{
+    FrontBoard front;
+    for (int i = 0; i < 3; ++i) {
+        Daemon daemon;
+        ASSERT_TRUE(daemon.starts());
+        front.write(kReadDeviceType);
+        EXPECT_EQ(front.read(19), kDeviceType);
+    }
+}
