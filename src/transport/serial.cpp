@@ -61,6 +61,27 @@ void clearFlags(tcflag_t *field, tcflag_t flags)
     *field &= ~flags;
 }
 
+// False when `bits` is neither.
+bool setSevenOrEightBits(termios *options, int32_t bits)
+{
+    if (bits != 7 && bits != 8) {
+        return false;
+    }
+    replaceSize(options, bits == 7 ? CS7 : CS8);
+    return true;
+}
+
+// False when `stop` is neither.
+bool setOneOrTwoStopBits(termios *options, int32_t stop)
+{
+    if (stop != 1 && stop != 2) {
+        return false;
+    }
+    clearFlags(&options->c_cflag, CSTOPB);
+    options->c_cflag |= stop == 2 ? CSTOPB : 0;
+    return true;
+}
+
 } // namespace
 
 int32_t serial_open(const char *path)
@@ -96,14 +117,7 @@ int32_t serial_set(int32_t fd, int32_t baud, int32_t bits, char parity, int32_t 
         std::printf("Don't exist baudRate %d !\n", baud);
         return -1;
     }
-    switch (bits) {
-    case 7:
-        replaceSize(&options, CS7);
-        break;
-    case 8:
-        replaceSize(&options, CS8);
-        break;
-    default:
+    if (!setSevenOrEightBits(&options, bits)) {
         std::printf("Don't exist dataSize %d !\n", bits);
         return -1;
     }
@@ -124,14 +138,7 @@ int32_t serial_set(int32_t fd, int32_t baud, int32_t bits, char parity, int32_t 
         std::printf("Don't exist parity %c !\n", parity);
         return -1;
     }
-    switch (stop) {
-    case 1:
-        clearFlags(&options.c_cflag, CSTOPB);
-        break;
-    case 2:
-        options.c_cflag |= CSTOPB;
-        break;
-    default:
+    if (!setOneOrTwoStopBits(&options, stop)) {
         std::printf("Don't exist stopBit %d !\n", stop);
         return -1;
     }
@@ -279,14 +286,7 @@ int32_t set_Parity(int32_t fd, int32_t bits, char parity, int32_t stop)
         perror("SetupSerial 1");
         return -1;
     }
-    switch (bits) {
-    case 7:
-        replaceSize(&options, CS7);
-        break;
-    case 8:
-        replaceSize(&options, CS8);
-        break;
-    default:
+    if (!setSevenOrEightBits(&options, bits)) {
         std::fprintf(stderr, "Unsupported data size\n");
         return -1;
     }
@@ -315,14 +315,7 @@ int32_t set_Parity(int32_t fd, int32_t bits, char parity, int32_t stop)
         std::fprintf(stderr, "Unsupported parity\n");
         return -1;
     }
-    switch (stop) {
-    case 1:
-        clearFlags(&options.c_cflag, CSTOPB);
-        break;
-    case 2:
-        options.c_cflag |= CSTOPB;
-        break;
-    default:
+    if (!setOneOrTwoStopBits(&options, stop)) {
         std::fprintf(stderr, "Unsupported stop bits\n");
         return -1;
     }
