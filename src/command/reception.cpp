@@ -66,7 +66,6 @@ void takeBackFrame()
 {
     const uint32_t left = bytesIn(udp_send_pipe);
     pipe_pop_back(&udp_send_pipe, mirrored.count < left ? mirrored.count : left);
-    mirrored.count = 0;
 }
 
 // Reads the channel up to the end of a frame. False when the bytes, or what is left of this turn's

@@ -15,12 +15,14 @@ extern uint32_t lockFrontBoard;    // reserved for locking out the front board; 
 void InitRs232CommandVariable();
 
 // Serves every channel: executes all whole frames that have arrived, in order, and answers them.
+// Call it after udp_receive_pipe_init().
 //
 // A frame with a wrong end is refused and then executed all the same when its checksum is right. A
-// wrong checksum is refused, and the bytes behind it wait for the next call. An executed frame is
-// taken back from the bytes mirrored to the PC, as far as the PC has not got them yet. One call
-// takes at most one full pipe (4096 bytes) from a channel; what arrives meanwhile is the next
-// call's.
+// wrong checksum is refused, and the bytes behind it wait for the next call. Of an executed frame,
+// what is still at the end of the bytes mirrored to the PC is taken back from there.
+//
+// One call takes at most 4096 bytes, a full pipe, from a channel; what arrives meanwhile is the
+// next call's.
 void TaskCommand();
 
 // Feeds one byte to the frame assembler of channel `commandFrom`. Returns 0 when it completed a

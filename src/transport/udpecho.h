@@ -49,7 +49,6 @@ void task_udp_buffer(const uint8_t *bytes, uint32_t length);
 // 1152 bytes, without pacing; none for a length of 0. Send errors are ignored. Main loop only.
 void to_pcudp(uint32_t ip, uint16_t port, const uint8_t *bytes, uint32_t length);
 
-// Sends one datagram to `ip` (network byte order) and `port` (host byte order). The address family
-// is that of the last sender, so nothing can be sent before the first datagram. Returns what
-// sendto() returns. Main loop only.
+// Sends one datagram to `ip` (network byte order) and `port` (host byte order); the address family
+// and the padding are the last sender's. Returns what sendto() returns. Main loop only.
 int32_t UDP_SendBuffer(const uint8_t *bytes, uint32_t length, uint32_t ip, uint16_t port);

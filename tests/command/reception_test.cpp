@@ -62,7 +62,7 @@ std::string mirror()
 
 constexpr char kPc[] = "udp 10.0.0.9:5000";
 
-// What the PC gets in one pass of the bridge. The bytes that replies took are left in `sent`.
+// What the PC gets in one pass of the bridge. What was sent before stays in `sent`.
 std::string drainToPC()
 {
     Calls before = takeSent();
@@ -618,8 +618,17 @@ TEST_F(Reception, RefusesAWrongEndAndAWrongChecksumOneByOne)
     EXPECT_EQ(mirror(), "<T0000680100000068}");
 }
 
-// Wrong header: the assembler never lets one through, but it is checked all the same
-// ---------------
+TEST_F(Reception, CutsTheTextOfItsMessagesBehindTheFrame)
+{
+    g_ReceiveCommand[0].text[19] = '?';
+    arrive(withEnd(kVersion, '}'));
+    EXPECT_EQ(printedByTask(), "error end:<T00006a030000006d}\r\n");
+    g_ReceiveCommand[0].text[19] = '?';
+    arrive("<T0000680100000068>");
+    EXPECT_EQ(printedByTask(), "checksum=105\r\nerror checksum:<T0000680100000068>:19\r\n");
+}
+
+// Wrong header, which the assembler lets nobody send ---------------------------------------------
 
 TEST_F(Reception, RefusesEachWrongHeaderCharacterThenExecutesTheFrame)
 {

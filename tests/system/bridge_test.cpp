@@ -122,6 +122,15 @@ TEST_F(SystemBridge, BringsDatagramsOfEverySizeToTheLine)
     EXPECT_EQ(front.readUntilQuiet(), "");
 }
 
+TEST_F(SystemBridge, GivesTheLineABreakBehindEvery256Bytes)
+{
+    const auto start = std::chrono::steady_clock::now();
+    const std::string datagram = patternedBytes(1025);
+    pc.send(datagram);
+    EXPECT_TRUE(front.read(1025) == datagram);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 4 * milliseconds(80));
+}
+
 TEST_F(SystemBridge, KeepsTheOrderOfDatagrams)
 {
     std::string expected;
