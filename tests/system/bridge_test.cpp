@@ -135,7 +135,8 @@ TEST_F(SystemBridge, KeepsTheOrderOfDatagrams)
 {
     std::string expected;
     for (size_t i = 0; i < 30; ++i) {
-        const std::string datagram = std::to_string(i) + patternedBytes(i);
+        std::string datagram = std::to_string(i);
+        datagram += patternedBytes(i);
         pc.send(datagram);
         expected += datagram;
     }
