@@ -4,8 +4,6 @@
 #include "tools/player.h"
 
 #include <array>
-#include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <optional>
 #include <sstream>
@@ -22,6 +20,9 @@
 namespace {
 
 constexpr Milliseconds kTimeout{150};
+
+// On the board of the test, which has no other files.
+constexpr char kLogPath[] = "/tmp/vesk_h264.log";
 
 // A line with two ends, one of them a descriptor.
 class TestLine {
@@ -62,21 +63,14 @@ class PlayerTest : public testing::Test {
 protected:
     PlayerTest()
     {
-        std::array<char, 32> path{"/tmp/player_test.XXXXXX"};
-        close(mkstemp(path.data()));
-        logPath = path.data();
-        log.emplace(logPath);
+        std::ofstream(kLogPath).flush(); // there, and empty
+        log.emplace(kLogPath);
         player.emplace(Desk{&*front.line, &*pc.line, &*log}, kTimeout);
-    }
-
-    ~PlayerTest() override
-    {
-        std::remove(logPath.c_str());
     }
 
     void print(const std::string &text) const
     {
-        std::ofstream(logPath, std::ios::app) << text;
+        std::ofstream(kLogPath, std::ios::app) << text;
     }
 
     // Performs the one step in `text`.
@@ -88,7 +82,6 @@ protected:
 
     TestLine front{SOCK_STREAM};
     TestLine pc{SOCK_DGRAM};
-    std::string logPath;
     std::optional<LogFile> log;
     std::optional<Player> player;
 };
