@@ -25,6 +25,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/fakes/clock.h"
+#include "tests/fakes/console.h"
 
 namespace {
 
@@ -206,22 +207,6 @@ int __wrap_close(int fd)
 namespace {
 
 using Journal = std::vector<std::string>;
-
-class Console {
-public:
-    Console()
-    {
-        testing::internal::CaptureStdout();
-        testing::internal::CaptureStderr();
-    }
-    void end()
-    {
-        out = testing::internal::GetCapturedStdout();
-        err = testing::internal::GetCapturedStderr();
-    }
-    std::string out;
-    std::string err;
-};
 
 // A termios record with every bit of every field set, or none.
 termios recordOf(unsigned char byte)

@@ -29,6 +29,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/fakes/console.h"
+
 namespace {
 
 // Link-time fakes --------------------------------------------------------------------------------
@@ -194,22 +196,6 @@ void slept(const std::string &call)
         throw LoopLeft();
     }
 }
-
-class Console {
-public:
-    Console()
-    {
-        testing::internal::CaptureStdout();
-        testing::internal::CaptureStderr();
-    }
-    void end()
-    {
-        out = testing::internal::GetCapturedStdout();
-        err = testing::internal::GetCapturedStderr();
-    }
-    std::string out;
-    std::string err;
-};
 
 // The far end of a pseudo-terminal that stands in for the device.
 class Terminal {
