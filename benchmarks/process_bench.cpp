@@ -1,6 +1,6 @@
 // The release program as a whole, on a simulated board: start-up, memory, idle load.
 //
-// Run it inside the board: testbench/board build/release/benchmarks/process_bench
+// It runs inside the board: scripts/bench.
 
 #include <benchmark/benchmark.h>
 

@@ -25,12 +25,14 @@ std::span<const CommandRow> commandTable();
 // The rows for a reader, one a line: code, dat1, words, parameters, note.
 std::string commandList();
 
-// The frame to send for what a user typed:
-//   words              a name of the table, then its parameters as hexadecimal bytes (00 if left
-//   out) 2 to 10 digits     command, dat1 to dat4; address, tag and what is left out are 00 14
-//   digits          the record without its checksum, which is added 16 digits          the record
-//   with its checksum, right or wrong, in the case they were typed
-//   <...>              a whole frame of 19 characters, sent as it is, right or wrong
+// The frame to send for what a user typed, one of:
+//
+//   words            a name of the table, then its parameters as hexadecimal bytes (00 if left out)
+//   2 to 10 digits   command, dat1 to dat4; address, tag and what is left out are 00
+//   14 digits        the record without its checksum, which is added
+//   16 digits        the record with its checksum, right or wrong, in the case they were typed
+//   <...>            a whole frame of 19 characters, sent as it is, right or wrong
+//
 // Blanks between bytes do not count. Throws UsageError for anything else.
 std::string frameFromText(std::string_view text);
 
