@@ -59,7 +59,8 @@ int32_t udpecho_init()
         perror("pthread_mutex_init failed\n");
         std::exit(1);
     }
-    sock = socket(AF_INET, SOCK_DGRAM, 0);
+    // A program that the daemon started and that outlives it must not keep the port taken.
+    sock = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (sock < 0) {
         perror("socket");
         std::exit(1);

@@ -318,7 +318,7 @@ TEST(Serial, OpensForReadingAndWritingWithoutControlOrHanging)
     console.end();
     EXPECT_EQ(fd, kLine);
     EXPECT_EQ(path, "/dev/ttyS0");
-    EXPECT_EQ(flags, O_RDWR | O_NOCTTY | O_NONBLOCK);
+    EXPECT_EQ(flags, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
 }
 
 TEST(Serial, OpeningMakesTheLineBlockingAgainTwiceAndSaysSo)

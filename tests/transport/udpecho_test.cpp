@@ -166,7 +166,7 @@ int __wrap_socket(int domain, int type, int protocol)
     if (!isScripted) {
         return __real_socket(domain, type, protocol);
     }
-    const bool isRight = domain == AF_INET && type == SOCK_DGRAM && protocol == 0;
+    const bool isRight = domain == AF_INET && type == (SOCK_DGRAM | SOCK_CLOEXEC) && protocol == 0;
     note(isRight ? "socket" : "another socket");
     return kSocket;
 }
