@@ -1,0 +1,84 @@
+#pragma once
+
+// The file store: every persistent setting is one flat file in one directory, read and written
+// whole. The f_ operations work on an open file, the sd_ operations on bare names in the directory.
+//
+// Nothing here is atomic: a save truncates the file and writes it anew, so a power cut in between
+// leaves it short, and its reader falls back to defaults. Main loop only, and not re-entrant: the
+// whole-file operations share one handle.
+
+#include <cstdint>
+#include <cstdio>
+
+inline constexpr char USERPath[] = "/userdata/"; // the settings directory, with its slash
+
+// Every path is built in a buffer of this size, its closing zero included. One that does not fit
+// becomes the empty path, which no file has.
+inline constexpr uint32_t kPathSize = 256;
+
+// An open file: the caller's word, null while closed. Started programs do not inherit the file.
+using FileHandle = std::FILE *;
+
+// Results of the f_ operations, sd_open and sd_unlink.
+inline constexpr uint32_t kFileOk = 0;
+inline constexpr uint32_t kFileFailed = 4;   // not to be opened or removed; or the handle is closed
+inline constexpr uint32_t kFileBadMode = 19; // the mode opens nothing
+
+// Bits of a mode. Of several, the first one here that is set decides.
+inline constexpr uint32_t kCreateAlways = 0x08; // empty or make the file, for writing
+inline constexpr uint32_t kCreateNew = 0x04;    // the same
+inline constexpr uint32_t kRead = 0x01;         // an existing file, for reading
+inline constexpr uint32_t kOpenAlways = 0x10;   // open or make the file, write at its end
+inline constexpr uint32_t kAppend = 0x20;       // the same
+inline constexpr uint32_t kWrite = 0x02;        // opens nothing by itself
+
+// Opens the file at the full `path` and stores it in `*handle`, null (and a message) on failure. A
+// file that `*handle` held before is not closed. A mode that opens nothing leaves `*handle` alone.
+uint32_t f_open(FileHandle *handle, const char *path, uint32_t mode);
+
+uint32_t f_close(FileHandle *handle);
+uint32_t f_unlink(const char *path);
+
+// The file's length in bytes, modulo 2^32; 0 when the handle is closed. Rewinds the file.
+uint32_t f_size(FileHandle *handle);
+
+// Transfer up to `count` bytes and store how many it were in `*done`, which stays as it was when
+// the handle is closed. A short transfer is no failure, and what was written may still be in the
+// stream's buffer.
+uint32_t f_read(FileHandle *handle, void *buffer, uint32_t count, uint32_t *done);
+uint32_t f_write(FileHandle *handle, const void *buffer, uint32_t count, uint32_t *done);
+
+// f_open() in the settings directory. With kCreateAlways in the mode a failure is kFileBadMode.
+uint32_t sd_open(FileHandle *handle, const char *name, uint32_t mode);
+
+uint32_t sd_unlink(const char *name);
+
+// The file's length in bytes; 0 when it cannot be opened.
+uint32_t sd_getFileSize(const char *name);
+
+// Reads the file into `buffer`, `capacity` bytes at most, and returns the length of the file; 0
+// when it cannot be opened. Where the number of bytes read differs from that length it says so. The
+// buffer behind what was read stays as it was.
+uint32_t sd_readFile(const char *name, void *buffer, uint32_t capacity);
+
+// Makes or replaces the file. Returns 1, or 0 (and a message) when it cannot be opened. Bytes that
+// the file system does not take, as on a full disk, go unnoticed.
+int32_t sd_writeFile(const char *name, const void *buffer, uint32_t length);
+
+// Makes every directory along `path` that is not there and has a "/" behind it. Returns 0, or -1
+// (and a message) at the first that cannot be made, or (without) when `path` exceeds kPathSize.
+int32_t CreateDir(const char *path);
+
+// Writes `dir`, a "/" unless it ends in one, and `name` to `out` of kPathSize bytes. Returns `out`.
+char *Getfilepath(const char *dir, const char *name, char *out);
+
+// Removes the regular file at `path`; or empties the directory there, sub-directories included, and
+// keeps it. Links, devices and what a path cannot name stay. Returns 0, or 1 when the directory
+// cannot be opened.
+int32_t DeleteFile(const char *path);
+
+// Makes the settings directory. Returns what CreateDir() does.
+int32_t MX_FATFS_Init();
+
+// Erases all settings: everything in the settings directory. Returns what DeleteFile() does.
+int32_t sd_mkfs();
