@@ -1,0 +1,76 @@
+#include "command/payload.h"
+
+#include <cstdio>
+
+#include "command/channel.h"
+#include "core/pipe.h"
+#include "core/systick.h"
+
+namespace {
+
+constexpr uint32_t kPollMs = 2;
+
+// Takes the channel's next byte, waiting for it as long as `*tries` last.
+bool nextByte(uint8_t *byte, int32_t *tries)
+{
+    if (channel[commandFrom] == nullptr) {
+        return false;
+    }
+    while (pipe_read(&channel[commandFrom]->pipe, byte) == 0) {
+        SysDelayMs(kPollMs);
+        if (*tries < 0) {
+            return false;
+        }
+        --*tries;
+    }
+    return true;
+}
+
+} // namespace
+
+uint32_t readDataFromPC(uint8_t *bytes, uint32_t count, int32_t tries)
+{
+    uint32_t done = 0;
+    uint8_t byte;
+    while (done < count && nextByte(&byte, &tries)) {
+        bytes[done++] = byte;
+    }
+    return done;
+}
+
+uint32_t receiveBufferFromPC(uint8_t *bytes, uint32_t length, int32_t tries)
+{
+    const uint32_t done = readDataFromPC(bytes, length + 1, tries);
+    if (done != length + 1) {
+        return done;
+    }
+    uint8_t sum = 0;
+    for (uint32_t i = 0; i < length; ++i) {
+        sum = static_cast<uint8_t>(sum + bytes[i]);
+    }
+    if (bytes[length] != sum) {
+        std::puts("re checksum error\r");
+        return 0;
+    }
+    return length;
+}
+
+uint32_t receiveStringValueFromPC(char *text, uint32_t capacity, int32_t tries)
+{
+    uint32_t count = 0;
+    uint8_t byte;
+    while (nextByte(&byte, &tries)) {
+        const char character = static_cast<char>(byte);
+        if (count == 0 && character != '[') {
+            return 0;
+        }
+        if (count < capacity) {
+            text[count] = character;
+        }
+        ++count;
+        if (character == ']') {
+            break;
+        }
+    }
+    return count;
+}
