@@ -1,0 +1,294 @@
+#include "command/update.h"
+
+#include <cstdio>
+#include <unistd.h>
+
+#include "command/channel.h"
+#include "command/payload.h"
+#include "command/reply.h"
+#include "control/power.h"
+#include "core/memory.h"
+#include "core/systick.h"
+#include "storage/fatfs.h"
+
+namespace {
+
+constexpr uint32_t kBlockSize = 1024;
+constexpr int32_t kBlockTries = 1500;
+constexpr uint32_t kUpdateModeMs = 5000;
+
+// The stream: a header, of which only these two fields are of interest, and the package.
+constexpr uint32_t kHeaderSize = 128;
+constexpr uint32_t kSizeAt = 48; // 4 bytes, big-endian
+constexpr uint32_t kSumAt = 80;  // 2 bytes, big-endian
+
+constexpr char kPackage[] = "_update.pkg";
+constexpr char kInstall[] = "cp -f /usr/bin/vesk_h264 /usr/bin/vesk_h264_backup && "
+                            "cp -f /userdata/_update.pkg /usr/bin/vesk_h264 && "
+                            "chmod +x /usr/bin/vesk_h264 && sync && sync";
+
+constexpr uint8_t kTargetMcu = 7; // dat2: this program, of all that an update may be meant for
+constexpr uint8_t kTargetVersion[] = {1, 10};
+
+// State, main loop only.
+uint32_t startTime_Update;      // tick of the last 0x9A command; 0 no update mode
+uint32_t fpgaFileSize;          // length of the stream as announced by block 0
+uint32_t fpgaFileChecksum;      // sum of the stored file as announced by block 0
+FileHandle my_FIL;              // "_update.pkg", open from block 0 to the last block
+uint8_t updateSoftChannel;      // who sends the update; nobody asks
+uint8_t block[kBlockSize + 1];  // the block being received, and its checksum
+uint32_t prevAddress;           // number of the block last stored
+uint32_t prevAddressMcu1K;      // the same of UpdateMcu1K(), which nobody asks for
+uint32_t prevAddressMcu1K_test; // the same of UpdateMcu1K_test()
+FileHandle *localSaveFile;      // an open local save file, on the heap; nothing opens one
+uint32_t localSaveIndex;        // how much of it; nobody asks
+
+uint32_t blockNumber()
+{
+    return commandToLED.dat4 * 256u + commandToLED.dat3;
+}
+
+// Receives the block that follows the command; refuses the command when it does not come whole.
+bool receiveBlock()
+{
+    const uint32_t received = receiveBufferFromPC(block, kBlockSize, kBlockTries);
+    updateSoftChannel = commandFrom;
+    if (received != kBlockSize) {
+        std::printf("<F:receive  %u data from pc fail>\n", received);
+        SendAckOrNack(kNak);
+        return false;
+    }
+    return true;
+}
+
+// Says why, and leaves no transfer open.
+void refuseFirstBlock(const char *why)
+{
+    std::puts(why);
+    SendAckOrNack(kNak);
+    f_close(&my_FIL);
+}
+
+// Begins a transfer with block 0, whatever is left of an earlier one. False when it was refused.
+bool storeFirstBlock()
+{
+    prevAddress = 0;
+    getUpdateFileSize(block);
+    fpgaFileSize += kHeaderSize;
+    std::puts("open file _update.pkg");
+    f_close(&my_FIL); // of a transfer that was given up
+    sd_unlink(kPackage);
+    if (sd_open(&my_FIL, kPackage, kCreateAlways | kWrite) != kFileOk) {
+        refuseFirstBlock("<F:open file error>\r");
+        return false;
+    }
+    constexpr uint32_t kLength = kBlockSize - kHeaderSize;
+    uint32_t written = 0;
+    if (f_write(&my_FIL, block + kHeaderSize, kLength, &written) != kFileOk || written != kLength) {
+        refuseFirstBlock("<F:write file error>\r");
+        return false;
+    }
+    SendAckOrNack(kAck);
+    return true;
+}
+
+// Appends a later block unless it is the last one again. What the file does not take is found by
+// the sum at the end.
+void storeNextBlock(uint32_t number)
+{
+    if (number != prevAddress) {
+        uint32_t written;
+        f_write(&my_FIL, block, kBlockSize, &written);
+        prevAddress = number;
+    }
+    SendAckOrNack(kAck);
+}
+
+void finishTransfer()
+{
+    f_close(&my_FIL);
+    if (checkUpdateFileOk() == 0) {
+        std::puts("check _update.pkg error");
+        return;
+    }
+    std::puts("check _update.pkg sucess");
+    cpUpdateFile();
+    Power_Off();
+    Reboot();
+}
+
+// Receives a block and keeps nothing of it but what its header says.
+void receiveAndForget(uint32_t *previous)
+{
+    if (!receiveBlock()) {
+        return;
+    }
+    if (blockNumber() == 0) {
+        getUpdateFileSize(block);
+    }
+    *previous = blockNumber();
+    SendAckOrNack(kAck);
+}
+
+void reply(uint8_t dat2, uint8_t dat3, uint8_t dat4)
+{
+    commandFromLED.dat1 = commandToLED.dat1;
+    commandFromLED.dat2 = dat2;
+    commandFromLED.dat3 = dat3;
+    commandFromLED.dat4 = dat4;
+    SendRs232Command();
+}
+
+} // namespace
+
+void SoftwareUpdate()
+{
+    startTime_Update = GetSysTick();
+    switch (commandToLED.dat1) {
+    case 0x10: // query
+        reply(0, 0, 0);
+        break;
+    case 0x16:
+        SendAckOrNack(kAck);
+        SysDelayMs(10);
+        break;
+    case 0x20:
+        SendAckOrNack(kAck);
+        break;
+    case 0xA0: // a block
+        if (commandToLED.dat2 == kTargetMcu) {
+            UpdateMcu1KToSDCARD();
+        } else {
+            SendAckOrNack(kNak);
+        }
+        break;
+    case 0xA1: // block size, low byte first
+        reply(commandToLED.dat2, kBlockSize / 256, kBlockSize % 256);
+        break;
+    case 0xB1: // version
+        if (commandToLED.dat2 == kTargetMcu) {
+            reply(commandToLED.dat2, kTargetVersion[0], kTargetVersion[1]);
+        } else {
+            reply(commandToLED.dat2, commandToLED.dat3, commandToLED.dat4);
+        }
+        break;
+    default:
+        SendAckOrNack(kNak);
+        break;
+    }
+}
+
+int32_t isUpdateProgram()
+{
+    if (startTime_Update == 0) {
+        return 0;
+    }
+    if (isSysTickTimeout(static_cast<int32_t>(startTime_Update), kUpdateModeMs) != 0) {
+        startTime_Update = 0;
+        return 0;
+    }
+    return 1;
+}
+
+void getUpdateFileSize(const uint8_t *firstBlock)
+{
+    fpgaFileSize = 0;
+    for (uint32_t i = 0; i < 4; ++i) {
+        fpgaFileSize = fpgaFileSize << 8 | firstBlock[kSizeAt + i];
+    }
+    fpgaFileChecksum = firstBlock[kSumAt] * 256u + firstBlock[kSumAt + 1];
+    std::printf("file size = %d\n", static_cast<int32_t>(fpgaFileSize));
+}
+
+void UpdateMcu1KToSDCARD()
+{
+    if (!receiveBlock()) {
+        return;
+    }
+    const uint32_t number = blockNumber();
+    if (number > 0) {
+        storeNextBlock(number);
+    } else if (!storeFirstBlock()) {
+        return;
+    }
+    const bool isOpen = my_FIL != nullptr;
+    if (isOpen && (number + 1) * kBlockSize >= fpgaFileSize) {
+        finishTransfer();
+    }
+}
+
+void UpdateMcu1K()
+{
+    receiveAndForget(&prevAddressMcu1K);
+}
+
+void UpdateMcu1K_test()
+{
+    receiveAndForget(&prevAddressMcu1K_test);
+}
+
+int32_t checkUpdateFileOk()
+{
+    const uint32_t size = sd_getFileSize(kPackage);
+    auto *const content = static_cast<uint8_t *>(mymem_malloc(size));
+    uint32_t sum = 0;
+    bool isRead = false;
+    if (content != nullptr) {
+        isRead = sd_readFile(kPackage, content, size) == size;
+        for (uint32_t i = 0; i < size && isRead; ++i) {
+            sum += content[i];
+        }
+        mymem_free(content);
+    }
+    sum &= 0xFFFF;
+    if (!isRead || sum != fpgaFileChecksum) {
+        std::printf("check sum error: 0x%x != 0x%x\n", sum, fpgaFileChecksum);
+        return 0;
+    }
+    return 1;
+}
+
+int32_t cpUpdateFile()
+{
+    std::FILE *const shell = popen(kInstall, "r");
+    if (shell == nullptr) {
+        std::puts("popen error!");
+        return -1;
+    }
+    char line[100];
+    while (std::fgets(line, sizeof line, shell) != nullptr) {
+        std::fputs(line, stdout);
+    }
+    return pclose(shell);
+}
+
+void Reboot()
+{
+    std::puts("exit");
+    std::fflush(stdout);
+    for (int descriptor = 0; descriptor < 256; ++descriptor) {
+        close(descriptor);
+    }
+    // Without the C library's own tidying up: the receive threads are still at work.
+    _exit(0);
+}
+
+uint8_t GetCheckSum(const uint8_t *bytes, uint32_t count)
+{
+    uint8_t sum = 0;
+    for (uint32_t i = 0; i < count % 256; ++i) {
+        sum = static_cast<uint8_t>(sum + bytes[i]);
+    }
+    return sum;
+}
+
+void closeSaveLocalFile()
+{
+    if (localSaveFile == nullptr) {
+        return;
+    }
+    f_close(localSaveFile);
+    mymem_free(localSaveFile);
+    localSaveFile = nullptr;
+    localSaveIndex = 0;
+}
