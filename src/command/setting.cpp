@@ -1,0 +1,234 @@
+#include "command/setting.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "command/payload.h"
+#include "command/reply.h"
+#include "control/ip.h"
+#include "storage/fatfs.h"
+
+uint8_t buffer[kBufferSize + 1];
+
+namespace {
+
+constexpr int32_t kDataTries = 5000;
+constexpr int32_t kTextTries = 500;
+
+constexpr uint8_t kNetworkRecord = 0x20; // dat1 of the one block there is
+
+char *const text = reinterpret_cast<char *>(buffer);
+
+// The keys of dat1. No way to read take values: they are commands rather than state.
+struct Keys {
+    uint8_t dat1;
+    StringToValue write;
+    ValueToString read;
+};
+// clang-format off
+constexpr Keys kKeys[] = {
+    {0x00, processLayerProperty,       processLayerPropertyValueToString},
+    {0x09, processInputProperty,       processInputPropertyValueToString},
+    {0x38, processTakeProperty,        nullptr},
+    {0x39, processBlackscreenProperty, processBlackscreenValueToString},
+};
+// clang-format on
+
+// What dat1 selects; nothing to write or read with for any other.
+const Keys &findKeys(uint8_t dat1)
+{
+    static constexpr Keys kNone{};
+    for (const Keys &keys : kKeys) {
+        if (keys.dat1 == dat1) {
+            return keys;
+        }
+    }
+    return kNone;
+}
+
+// Reads the block that the command announces into `buffer`.
+bool receiveBlock(uint32_t length)
+{
+    if (length > kBufferSize) {
+        std::printf("len > sizeof(buffer): %u > %u\n", length, kBufferSize);
+        return false;
+    }
+    if (length > 0 && receiveBufferFromPC(buffer, length, kDataTries) != length) {
+        std::puts("writeDataSetting receiveBufferFromPC error");
+        return false;
+    }
+    return true;
+}
+
+// Opens, transfers and closes "test.bin"; false when the file could not be opened.
+bool transferTestFile(uint32_t mode, uint32_t count,
+                      uint32_t (*transfer)(FileHandle *file, uint32_t count, uint32_t *done),
+                      const char *what)
+{
+    FileHandle file = nullptr;
+    const uint32_t opened = sd_open(&file, "test.bin", mode);
+    if (opened != kFileOk) {
+        std::printf("open test.bin error = %u\r\n", opened);
+        return false;
+    }
+    uint32_t done = 0;
+    const uint32_t result = transfer(&file, count, &done);
+    f_close(&file);
+    if (result != kFileOk || done != count) {
+        std::printf("%s error = %u, btw = %u\r\n", what, result, done);
+        return false;
+    }
+    std::printf("test file %s success = %u\r\n", what, done);
+    return true;
+}
+
+} // namespace
+
+void writeDataSetting()
+{
+    std::puts("writeDataSetting");
+    const uint32_t announced = commandToLED.dat4 * 256u + commandToLED.dat3;
+    const uint32_t length = announced > 0 ? announced - 1 : 0; // less the checksum byte
+    if (!receiveBlock(length) || commandToLED.dat1 != kNetworkRecord) {
+        SendAckOrNack(kNak);
+        return;
+    }
+    NetworkRecord record;
+    if (length < sizeof record) {
+        return; // senders have always been left without an answer here
+    }
+    std::memcpy(&record, buffer, sizeof record);
+    Command_Config_Network(&record);
+    SendAckOrNack(kAck);
+}
+
+void readDataSetting()
+{
+    if (commandToLED.dat1 != kNetworkRecord) {
+        SendAckOrNack(kNak);
+        return;
+    }
+    NetworkRecord record{};
+    Command_Read_Network(&record);
+    uint8_t block[sizeof record + 1];
+    std::memcpy(block, &record, sizeof record);
+    SetBufferCheckSum(block, sizeof block);
+    commandFromLED.dat1 = commandToLED.dat1;
+    commandFromLED.dat2 = commandToLED.dat2;
+    commandFromLED.dat3 = sizeof block;
+    commandFromLED.dat4 = 0;
+    SendRs232Command();
+    SendBufferToPC(block, sizeof block);
+}
+
+void writeStringValueSetting()
+{
+    const uint32_t count = receiveStringValueFromPC(text, sizeof buffer, kTextTries);
+    if (count == 0) {
+        SendAckOrNack(kNak);
+        return;
+    }
+    // In the place of the "]"; of a text without one, its last character is lost.
+    const uint32_t last = std::min<uint32_t>(count, sizeof buffer) - 1;
+    text[last] = '\0';
+    char *const items = text + (last > 0 ? 1 : 0);
+    const bool isKnown = processStrValue(commandToLED.dat1, commandToLED.dat2, items) != nullptr;
+    SendAckOrNack(isKnown ? kAck : kNak);
+}
+
+void readStringValueSetting()
+{
+    if (processValueToString(commandToLED.dat1, commandToLED.dat2, text) == nullptr) {
+        SendAckOrNack(kNak);
+        return;
+    }
+    const auto length = static_cast<uint32_t>(std::strlen(text));
+    if (length >= kBufferSize) {
+        std::printf("error: readStringValueSetting buffer len = %u\r\n", length);
+    }
+    commandFromLED.dat1 = commandToLED.dat1;
+    commandFromLED.dat2 = commandToLED.dat2;
+    commandFromLED.dat3 = 0;
+    commandFromLED.dat4 = 0;
+    SendRs232Command();
+    SendBufferToPC(buffer, length);
+}
+
+void processLayerProperty(uint8_t, SplitState *, uint8_t) {}
+void processInputProperty(uint8_t, SplitState *, uint8_t) {}
+void processTakeProperty(uint8_t, SplitState *, uint8_t) {}
+void processBlackscreenProperty(uint8_t, SplitState *, uint8_t) {}
+void processTakeFunc() {}
+void processLayerPropertyValueToString(uint8_t, char *, int32_t) {}
+void processInputPropertyValueToString(uint8_t, char *, int32_t) {}
+void processBlackscreenValueToString(uint8_t, char *, int32_t) {}
+
+StringToValue getStringToValueCallbackByDat1(uint8_t dat1)
+{
+    return findKeys(dat1).write;
+}
+
+ValueToString getValueToStringCallbackByDat1(uint8_t dat1)
+{
+    return findKeys(dat1).read;
+}
+
+void processInputStr(uint8_t dat2, char *items, StringToValue handler)
+{
+    if (handler == nullptr) {
+        return;
+    }
+    SplitState item{};
+    split_str_start(&item, items);
+    while (item.key != nullptr) {
+        handler(dat2, &item, dat2);
+        split_str_next(&item, item.rest, ",");
+    }
+}
+
+StringToValue processStrValue(uint8_t dat1, uint8_t dat2, char *items)
+{
+    const StringToValue handler = getStringToValueCallbackByDat1(dat1);
+    processInputStr(dat2, items, handler);
+    return handler;
+}
+
+ValueToString processValueToString(uint8_t dat1, uint8_t dat2, char *out)
+{
+    const ValueToString handler = getValueToStringCallbackByDat1(dat1);
+    std::strcpy(out, "[");
+    if (handler != nullptr) {
+        handler(dat2, out, 0);
+    }
+    // A full text has no room for it.
+    const size_t length = strnlen(out, kBufferSize);
+    std::strcpy(out + length, length < kBufferSize ? "]" : "");
+    return handler;
+}
+
+void testSD_readWriteFile(int32_t count)
+{
+    const bool isInRange = count >= 0 && count <= static_cast<int32_t>(kBufferSize);
+    const uint32_t length = isInRange ? static_cast<uint32_t>(count) : kBufferSize;
+    for (uint32_t i = 0; i < kBufferSize; ++i) {
+        buffer[i] = static_cast<uint8_t>(i);
+    }
+    const auto write = [](FileHandle *file, uint32_t size, uint32_t *done) {
+        return f_write(file, buffer, size, done);
+    };
+    const auto read = [](FileHandle *file, uint32_t size, uint32_t *done) {
+        return f_read(file, buffer, size, done);
+    };
+    if (!transferTestFile(kCreateAlways, length, write, "write") ||
+        !transferTestFile(kRead, length, read, "read")) {
+        return;
+    }
+    for (uint32_t i = 0; i < length; ++i) {
+        if (buffer[i] != static_cast<uint8_t>(i)) {
+            std::printf("buffer[%u] = %d\r\n", i, buffer[i]);
+            return;
+        }
+    }
+    std::puts("check test data success\r");
+}
