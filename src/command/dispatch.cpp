@@ -3,7 +3,11 @@
 #include <cstdio>
 
 #include "command/reply.h"
+#include "command/setting.h"
+#include "command/update.h"
+#include "control/ip.h"
 #include "core/memory.h"
+#include "storage/UserPref.h"
 
 uint32_t uart0Touart;
 
@@ -26,22 +30,137 @@ void printMemoryUse()
     SendAckOrNack(kAck);
 }
 
+// Answers with dat2 to dat4 behind the sub-command.
+void answer(uint8_t dat2, uint8_t dat3, uint8_t dat4)
+{
+    commandFromLED.dat2 = dat2;
+    commandFromLED.dat3 = dat3;
+    commandFromLED.dat4 = dat4;
+    SendRs232Command();
+}
+
+// Answers with a 16-bit value behind the sub-command.
+void answerWord(uint32_t value)
+{
+    answer(static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value), 0);
+}
+
 void readDeviceType()
 {
     std::puts("read device type");
-    commandFromLED.dat2 = kDeviceType[0];
-    commandFromLED.dat3 = kDeviceType[1];
-    commandFromLED.dat4 = 0;
-    SendRs232Command();
+    answer(kDeviceType[0], kDeviceType[1], 0);
 }
 
 void readProtocolVersion()
 {
-    commandFromLED.dat2 = kProtocolVersion[0];
-    commandFromLED.dat3 = kProtocolVersion[1];
-    commandFromLED.dat4 = 0;
-    SendRs232Command();
+    answer(kProtocolVersion[0], kProtocolVersion[1], 0);
 }
+
+void readSystemVersion()
+{
+    answerWord(getSystemVersion());
+}
+
+void writeSerialNumber()
+{
+    saveDeviceSN(commandToLED.dat2 * 256u + commandToLED.dat3);
+    SendWriteRs232Command();
+}
+
+void readSerialNumber()
+{
+    answerWord(getDeviceSN());
+}
+
+// The network. An address is dat1 to dat4, in dotted order. ------------------------------------
+
+using Setter = void (*)(const uint8_t *address);
+using Getter = void (*)(uint8_t *address);
+
+void setAddress(Setter set)
+{
+    const uint8_t address[] = {commandToLED.dat1, commandToLED.dat2, commandToLED.dat3,
+                               commandToLED.dat4};
+    set(address);
+}
+
+void answerAddress(Getter get)
+{
+    uint8_t address[4];
+    get(address);
+    commandFromLED.dat1 = address[0];
+    answer(address[1], address[2], address[3]);
+}
+
+void readNetMask()
+{
+    answerAddress(GetNetMask);
+}
+
+void writeNetMask()
+{
+    setAddress(SetNetMask);
+    readNetMask();
+}
+
+void readIpAddress()
+{
+    read_ip();
+    answerAddress(GetIpAddress);
+}
+
+void writeIpAddress()
+{
+    setAddress(SetIpAddress);
+    isSetIp = 1;
+    readIpAddress();
+}
+
+void readGateway()
+{
+    answerAddress(GetDefGW);
+}
+
+void writeGateway()
+{
+    setAddress(SetDefGW);
+    readGateway();
+}
+
+void writeDhcp()
+{
+    UserPref *const preferences = getUserPref();
+    if (commandToLED.dat2 != preferences->dhcpEnable) {
+        preferences->dhcpEnable = commandToLED.dat2;
+        if (preferences->dhcpEnable != 0) {
+            enable_dhcp();
+        } else {
+            disable_dhcp();
+        }
+        saveUserPref();
+    }
+    SendWriteRs232Command();
+}
+
+void readDhcp()
+{
+    answer(getUserPref()->dhcpEnable, 0, 0);
+}
+
+void readMacFirstHalf()
+{
+    const uint8_t *const mac = getUserPref()->mac;
+    answer(mac[0], mac[1], mac[2]);
+}
+
+void readMacSecondHalf()
+{
+    const uint8_t *const mac = getUserPref()->mac;
+    answer(mac[3], mac[4], mac[5]);
+}
+
+// Front boards in the field expect silence here.
+void staySilent() {}
 
 constexpr uint16_t kAny = 0x100; // a dat1 that matches every byte
 
@@ -64,6 +183,9 @@ constexpr Row kTable[] = {
     {0x68, kAny, "",                             refuse},
     // 0x69 unassigned
     {0x6A, 0x03, "read protocol version",        readProtocolVersion},
+    {0x6A, 0x04, "read system version",          readSystemVersion},
+    {0x6A, 0x10, "write serial number",          writeSerialNumber},
+    {0x6A, 0x11, "read serial number",           readSerialNumber},
     {0x6A, kAny, "",                             CommandErrorTask},
     // 0x6B to 0x72 unassigned
     {0x73, kAny, "input source (unsupported)",   WrInputSource},
@@ -74,13 +196,32 @@ constexpr Row kTable[] = {
     {0x78, kAny, "switch setting (unsupported)", WrSwitchSetting},
     // 0x79 to 0x7C unassigned
     {0x7D, kAny, "test pattern (unsupported)",   WrTpMode},
-    // 0x7E to 0x85 unassigned
+    // 0x7E to 0x83 unassigned
+    {0x84, kAny, "write net mask",               writeNetMask},
+    {0x85, kAny, "read net mask",                readNetMask},
     {0x86, kAny, "HDMI output DE (unsupported)", WRHdmiOutDeTask},
-    // 0x87 to 0x8A unassigned
+    // 0x87 unassigned
+    {0x88, kAny, "write IP address",             writeIpAddress},
+    {0x89, kAny, "read IP address",              readIpAddress},
+    // 0x8A unassigned
     {0x8B, kAny, "time control (unsupported)",   cmd_timeControl_task},
-    // 0x8C to 0x96 unassigned
+    {0x8C, kAny, "write gateway",                writeGateway},
+    {0x8D, kAny, "read gateway",                 readGateway},
+    {0x8E, 0x02, "write DHCP",                   writeDhcp},
+    {0x8E, 0x03, "read DHCP",                    readDhcp},
+    {0x8E, 0x05, "read MAC address, first half", readMacFirstHalf},
+    {0x8E, 0x07, "read MAC address, last half",  readMacSecondHalf},
+    {0x8E, kAny, "no answer",                    staySilent},
+    // 0x8F to 0x96 unassigned
     {0x97, kAny, "work time (unsupported)",      cmd_workTime_task},
-    // 0x98 to 0xFF unassigned
+    // 0x98 and 0x99 unassigned
+    {0x9A, kAny, "firmware update",              SoftwareUpdate},
+    // 0x9B to 0xEF unassigned
+    {0xF0, kAny, "write data",                   writeDataSetting},
+    {0xF1, kAny, "read data",                    readDataSetting},
+    {0xF2, kAny, "write text",                   writeStringValueSetting},
+    {0xF3, kAny, "read text",                    readStringValueSetting},
+    // 0xF4 to 0xFF unassigned
 };
 // clang-format on
 

@@ -6,8 +6,11 @@
 #include <unistd.h>
 
 #include "command/reception.h"
+#include "command/update.h"
 #include "core/DelayCall.h"
 #include "core/systick.h"
+#include "storage/UserPref.h"
+#include "storage/fatfs.h"
 #include "transport/bridge.h"
 #include "transport/bridge_pipes.h"
 #include "transport/uart.h"
@@ -52,10 +55,12 @@ void prepareConsole()
 
 void initAll()
 {
+    MX_FATFS_Init();
     InitRs232CommandVariable();
     udp_receive_pipe_init();
     udpecho_init();
     UARTInit(0);
+    loadAllUserPref();
 }
 
 void IdleTask()
@@ -89,6 +94,9 @@ int main(int, char **argv)
         TaskCommand();
         delayCall_task();
         udp2uart_task();
+        if (isUpdateProgram() != 0) {
+            continue; // without a pause: blocks come as fast as the line carries them
+        }
         IdleTask();
         SysDelay1ms(1);
     }

@@ -1,6 +1,6 @@
-// Every command and sub-command there can be, against the protocol's command table as far as this
-// version goes. The module's source is part of this file, so that the way into the named operations
-// is in sight.
+// Every command and sub-command there can be, against the protocol's command table. What the
+// handlers call in other modules is replaced by notes of the call. The module's source is part of
+// this file, so that the way into the named operations is in sight.
 
 #include "command/dispatch.cpp"
 
@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -21,8 +22,32 @@
 
 namespace {
 
-int printsOfMemoryUse; // calls of mymem_print_info()
-int sentBeforeThePrint;
+// Link-time fakes of what the handlers call ------------------------------------------------------
+
+std::vector<std::string> journal; // every call, in order
+UserPref preferences;
+uint32_t systemVersion = 0x020D;
+uint32_t serialNumber = 0x8123;
+
+// What the getters yield: nothing that a test writes, so that a value read back shows.
+constexpr uint8_t kIp[] = {0xA1, 0xA2, 0xA3, 0xA4};
+constexpr uint8_t kMask[] = {0xB1, 0xB2, 0xB3, 0xB4};
+constexpr uint8_t kGateway[] = {0xC1, 0xC2, 0xC3, 0xC4};
+constexpr uint8_t kMac[] = {0xD1, 0xD2, 0xD3, 0xD4, 0xD5, 0xD6};
+
+void note(const std::string &call)
+{
+    journal.push_back(call + (sent.empty() ? "" : " behind the reply"));
+}
+
+std::string dotted(const uint8_t *address)
+{
+    std::string text;
+    for (int i = 0; i < 4; ++i) {
+        text += (i > 0 ? "." : "") + std::to_string(address[i]);
+    }
+    return text;
+}
 
 } // namespace
 
@@ -32,14 +57,118 @@ void __wrap__Z16mymem_print_infov();
 
 void __wrap__Z16mymem_print_infov()
 {
-    ++printsOfMemoryUse;
-    sentBeforeThePrint = static_cast<int>(sent.size());
+    note("mymem_print_info");
 }
+}
+
+uint8_t isSetIp;
+
+uint32_t getSystemVersion()
+{
+    note("getSystemVersion");
+    return systemVersion;
+}
+
+int32_t saveDeviceSN(uint32_t number)
+{
+    note("saveDeviceSN " + std::to_string(number));
+    return 1;
+}
+
+uint32_t getDeviceSN()
+{
+    return serialNumber;
+}
+
+UserPref *getUserPref()
+{
+    return &preferences;
+}
+
+int32_t saveUserPref()
+{
+    note("saveUserPref");
+    return 1;
+}
+
+void SetNetMask(const uint8_t *mask)
+{
+    note("SetNetMask " + dotted(mask));
+}
+
+void GetNetMask(uint8_t *mask)
+{
+    note("GetNetMask");
+    std::memcpy(mask, kMask, sizeof kMask);
+}
+
+void SetIpAddress(const uint8_t *ip)
+{
+    note("SetIpAddress " + dotted(ip));
+}
+
+void read_ip()
+{
+    note("read_ip, isSetIp " + std::to_string(isSetIp));
+}
+
+void GetIpAddress(uint8_t *ip)
+{
+    note("GetIpAddress");
+    std::memcpy(ip, kIp, sizeof kIp);
+}
+
+void SetDefGW(const uint8_t *gateway)
+{
+    note("SetDefGW " + dotted(gateway));
+}
+
+void GetDefGW(uint8_t *gateway)
+{
+    note("GetDefGW");
+    std::memcpy(gateway, kGateway, sizeof kGateway);
+}
+
+void enable_dhcp()
+{
+    note("enable_dhcp, stored " + std::to_string(preferences.dhcpEnable));
+    preferences.dhcpEnable = 1;
+}
+
+void disable_dhcp()
+{
+    note("disable_dhcp, stored " + std::to_string(preferences.dhcpEnable));
+}
+
+void SoftwareUpdate()
+{
+    note("SoftwareUpdate");
+}
+
+void writeDataSetting()
+{
+    note("writeDataSetting");
+}
+
+void readDataSetting()
+{
+    note("readDataSetting");
+}
+
+void writeStringValueSetting()
+{
+    note("writeStringValueSetting");
+}
+
+void readStringValueSetting()
+{
+    note("readStringValueSetting");
 }
 
 namespace {
 
 using Calls = std::vector<Sent>;
+using Journal = std::vector<std::string>;
 
 // Channel 0 is the front board's line and asks.
 class Dispatch : public testing::Test {
@@ -50,6 +179,8 @@ protected:
         InitRs232CommandVariable();
         getFreeChannel(2, 0);
         commandFrom = 0;
+        preferences.dhcpEnable = 1;
+        std::memcpy(preferences.mac, kMac, sizeof kMac);
     }
 
     static void request(const Parameters &parameters)
@@ -59,8 +190,10 @@ protected:
         std::memset(&commandFromLED, 0xB2, sizeof commandFromLED);
     }
 
+    // The calls that the command makes end up in `journal`.
     static Calls answer(const Parameters &parameters)
     {
+        journal.clear();
         request(parameters);
         processCmdData();
         return takeSent();
@@ -72,46 +205,113 @@ protected:
     }
 };
 
-// The command table: what is not here is refused.
+// The reply that a table announces, in the words of docs/protocol.md: ACK, NAK, none, the four data
+// bytes, or "see" for a handler of another module, which answers itself.
+Calls announcedReply(const std::string &reply, const Parameters &request)
+{
+    if (reply == "none" || reply.rfind("see ", 0) == 0) {
+        return {};
+    }
+    if (reply == "NAK") {
+        return {{"uart 0", refusal(request)}};
+    }
+    if (reply == "ACK") {
+        return {{"uart 0", replyFrame(request)}};
+    }
+    const std::map<std::string, uint8_t> names = {
+        {"ip1", kIp[0]},
+        {"ip2", kIp[1]},
+        {"ip3", kIp[2]},
+        {"ip4", kIp[3]},
+        {"mask1", kMask[0]},
+        {"mask2", kMask[1]},
+        {"mask3", kMask[2]},
+        {"mask4", kMask[3]},
+        {"gw1", kGateway[0]},
+        {"gw2", kGateway[1]},
+        {"gw3", kGateway[2]},
+        {"gw4", kGateway[3]},
+        {"mac1", kMac[0]},
+        {"mac2", kMac[1]},
+        {"mac3", kMac[2]},
+        {"mac4", kMac[3]},
+        {"mac5", kMac[4]},
+        {"mac6", kMac[5]},
+        {"major", 0x02},
+        {"minor", 0x0D},
+        {"high", 0x81},
+        {"low", 0x23},
+        {"dhcp", preferences.dhcpEnable},
+    };
+    Parameters parameters = request;
+    std::istringstream words(reply);
+    for (size_t i = 3; i < parameters.size(); ++i) {
+        std::string word;
+        words >> word;
+        const auto named = names.find(word);
+        parameters[i] = named != names.end() ? named->second
+                                             : static_cast<uint8_t>(std::stoul(word, nullptr, 16));
+    }
+    return {{"uart 0", replyFrame(parameters)}};
+}
+
+// The command table, the rows that are not refused.
 struct Expected {
     uint8_t command;
-    uint8_t dat1;
-    enum { kEcho, kData } kind;
-    uint8_t data[4]; // dat1 to dat4 of the reply, if kData
+    uint16_t dat1; // or kAny
+    const char *reply;
+    const char *firstCall; // to another module; up to the "*" that it may end in
     const char *prints;
 };
 // clang-format off
 constexpr Expected kCommands[] = {
-    {0x10, 0x11, Expected::kEcho, {},                       ""},
-    {0x68, 0x01, Expected::kData, {0x01, 0x26, 0x33, 0x00}, "read device type\n"},
-    {0x6A, 0x03, Expected::kData, {0x03, 0x01, 0x0A, 0x00}, ""},
+    {0x10, 0x11, "ACK",                         "mymem_print_info",        ""},
+    {0x68, 0x01, "01 26 33 00",                 "",                        "read device type\n"},
+    {0x6A, 0x03, "03 01 0A 00",                 "",                        ""},
+    {0x6A, 0x04, "04 02 0D 00",                 "getSystemVersion",        ""},
+    {0x6A, 0x10, "ACK",                         "saveDeviceSN *",          ""},
+    {0x6A, 0x11, "11 81 23 00",                 "",                        ""},
+    {0x84, kAny, "mask1 mask2 mask3 mask4",     "SetNetMask *",            ""},
+    {0x85, kAny, "mask1 mask2 mask3 mask4",     "GetNetMask",              ""},
+    {0x88, kAny, "ip1 ip2 ip3 ip4",             "SetIpAddress *",          ""},
+    {0x89, kAny, "ip1 ip2 ip3 ip4",             "read_ip*",                ""},
+    {0x8C, kAny, "gw1 gw2 gw3 gw4",             "SetDefGW *",              ""},
+    {0x8D, kAny, "gw1 gw2 gw3 gw4",             "GetDefGW",                ""},
+    {0x8E, 0x02, "ACK",                         "enable_dhcp*",            ""},
+    {0x8E, 0x03, "03 01 00 00",                 "",                        ""},
+    {0x8E, 0x05, "05 D1 D2 D3",                 "",                        ""},
+    {0x8E, 0x07, "07 D4 D5 D6",                 "",                        ""},
+    {0x8E, kAny, "none",                        "",                        ""},
+    {0x9A, kAny, "see update",                  "SoftwareUpdate",          ""},
+    {0xF0, kAny, "see data",                    "writeDataSetting",        ""},
+    {0xF1, kAny, "see data",                    "readDataSetting",         ""},
+    {0xF2, kAny, "see text",                    "writeStringValueSetting", ""},
+    {0xF3, kAny, "see text",                    "readStringValueSetting",  ""},
 };
 // clang-format on
+constexpr Expected kRefused = {0, 0, "NAK", "", ""};
 
-const Expected *findExpected(uint8_t command, uint8_t dat1)
+const Expected &findExpected(uint8_t command, uint8_t dat1)
 {
     for (const Expected &expected : kCommands) {
-        if (expected.command == command && expected.dat1 == dat1) {
-            return &expected;
+        if (expected.command == command && (expected.dat1 == kAny || expected.dat1 == dat1)) {
+            return expected;
         }
     }
-    return nullptr;
+    return kRefused;
 }
 
-std::string expectedReply(const Parameters &request)
+bool isFirstCall(const std::string &expected)
 {
-    const Expected *const expected = findExpected(request[2], request[3]);
-    if (expected == nullptr) {
-        return refusal(request);
+    if (expected.empty() || journal.empty()) {
+        return expected.empty() && journal.empty();
     }
-    if (expected->kind == Expected::kEcho) {
-        return replyFrame(request);
-    }
-    return replyFrame({request[0], request[1], request[2], expected->data[0], expected->data[1],
-                       expected->data[2], expected->data[3]});
+    return expected.back() == '*'
+               ? journal[0].rfind(expected.substr(0, expected.size() - 1), 0) == 0
+               : journal[0] == expected;
 }
 
-TEST_F(Dispatch, AnswersEveryCommandAndSubCommandWithExactlyOneFrame)
+TEST_F(Dispatch, AnswersEveryCommandAndSubCommandAsTheTableSays)
 {
     std::string expectedPrints;
     const std::string prints = printedBy([&] {
@@ -124,18 +324,19 @@ TEST_F(Dispatch, AnswersEveryCommandAndSubCommandWithExactlyOneFrame)
                                            static_cast<uint8_t>(mixed + 0x22),
                                            command,
                                            dat1,
-                                           static_cast<uint8_t>(mixed + 0x33),
+                                           static_cast<uint8_t>(mixed | 2), // another DHCP value
                                            static_cast<uint8_t>(mixed + 0x44),
                                            static_cast<uint8_t>(mixed + 0x55)};
-            ASSERT_EQ(answer(parameters), uart(expectedReply(parameters)))
+            const Expected &expected = findExpected(command, dat1);
+            ASSERT_EQ(answer(parameters), announcedReply(expected.reply, parameters))
                 << "command " << std::hex << code / 256 << " dat1 " << code % 256;
-            if (const Expected *const expected = findExpected(command, dat1)) {
-                expectedPrints += expected->prints;
-            }
+            ASSERT_TRUE(isFirstCall(expected.firstCall))
+                << "command " << std::hex << code / 256 << " dat1 " << code % 256 << " called "
+                << testing::PrintToString(journal);
+            expectedPrints += expected.prints;
         }
     });
     EXPECT_EQ(prints, expectedPrints);
-    EXPECT_EQ(printsOfMemoryUse, 1);
 }
 
 // The table under "## Commands" of docs/protocol.md, which integrators build on. Cells of interest:
@@ -171,6 +372,7 @@ std::vector<DocumentRow> readDocument()
         std::getline(cells, dat1, '|');
         std::getline(cells, what, '|');
         std::getline(cells, reply, '|');
+        reply = reply.substr(0, reply.find('(')); // a word to the reader
         rows.push_back({stripped(command), stripped(dat1), stripped(reply)});
     }
     rows.erase(rows.begin()); // the heading
@@ -198,29 +400,15 @@ const DocumentRow *findInDocument(const std::vector<DocumentRow> &rows, uint8_t 
     return nullptr;
 }
 
-std::string documentedReply(const DocumentRow &row, const Parameters &request)
+bool isAnswerOfAnotherModule(uint8_t command)
 {
-    if (row.reply == "NAK") {
-        return refusal(request);
-    }
-    if (row.reply == "ACK") {
-        return replyFrame(request);
-    }
-    std::istringstream bytes(row.reply);
-    std::array<unsigned, 4> data{};
-    for (unsigned &byte : data) {
-        bytes >> std::hex >> byte;
-    }
-    EXPECT_TRUE(bytes) << row.reply;
-    return replyFrame({request[0], request[1], request[2], static_cast<uint8_t>(data[0]),
-                       static_cast<uint8_t>(data[1]), static_cast<uint8_t>(data[2]),
-                       static_cast<uint8_t>(data[3])});
+    return command == 0x9A || (command >= 0xF0 && command <= 0xF3);
 }
 
 TEST_F(Dispatch, AnswersAsTheProtocolDocumentSays)
 {
     const std::vector<DocumentRow> rows = readDocument();
-    ASSERT_GE(rows.size(), 17u) << PROTOCOL_DOCUMENT;
+    ASSERT_EQ(rows.size(), std::size(kTable) + 1) << PROTOCOL_DOCUMENT;
     EXPECT_EQ(rows.back().command, "every other");
     printedBy([&] {
         for (unsigned code = 0; code < 0x10000; ++code) {
@@ -228,7 +416,9 @@ TEST_F(Dispatch, AnswersAsTheProtocolDocumentSays)
                 1, 2, static_cast<uint8_t>(code >> 8), static_cast<uint8_t>(code), 3, 4, 5};
             const DocumentRow *const row = findInDocument(rows, request[2], request[3]);
             ASSERT_NE(row, nullptr) << std::hex << code;
-            ASSERT_EQ(answer(request), uart(documentedReply(*row, request))) << std::hex << code;
+            ASSERT_EQ(answer(request), announcedReply(row->reply, request)) << std::hex << code;
+            ASSERT_EQ(row->reply.rfind("see ", 0) == 0, isAnswerOfAnotherModule(request[2]))
+                << std::hex << code;
         }
     });
 }
@@ -257,14 +447,13 @@ TEST_F(Dispatch, TellsTheProtocolVersion)
 TEST_F(Dispatch, PrintsTheMemoryUseThenEchoes)
 {
     EXPECT_EQ(answer({1, 2, 0x10, 0x11, 3, 4, 5}), uart("<F0102101103040530>"));
-    EXPECT_EQ(printsOfMemoryUse, 1);
-    EXPECT_EQ(sentBeforeThePrint, 0);
+    EXPECT_EQ(journal, Journal{"mymem_print_info"}); // and so ahead of the reply
 }
 
 TEST_F(Dispatch, RefusesTheNeighbourOfTheMemoryUse)
 {
     EXPECT_EQ(answer({1, 2, 0x10, 0x12, 3, 4, 5}), uart("<F010210ffffffff0f>"));
-    EXPECT_EQ(printsOfMemoryUse, 0);
+    EXPECT_EQ(journal, Journal());
 }
 
 TEST_F(Dispatch, RefusesTheCodesBesideTheTable)
@@ -306,6 +495,150 @@ TEST_F(Dispatch, LeavesTheRequestAlone)
             processCmdData();
             EXPECT_EQ(bytesOf(commandToLED), before);
         }
+    }
+}
+
+// Version, serial number -------------------------------------------------------------------------
+
+TEST_F(Dispatch, TellsTheSystemVersion)
+{
+    // 6a + 04 + 02 + 0d = 7d
+    EXPECT_EQ(answer({0, 0, 0x6A, 4, 0xEE, 0xEE, 0xEE}), uart("<F00006a04020d007d>"));
+}
+
+TEST_F(Dispatch, TellsTheLowSixteenBitsOfTheSystemVersion)
+{
+    systemVersion = 0xFFFFFFFF; // the command could not run
+    EXPECT_EQ(answer({0, 0, 0x6A, 4, 0, 0, 0}), uart(replyFrame({0, 0, 0x6A, 4, 0xFF, 0xFF, 0})));
+    systemVersion = 0x12345678;
+    EXPECT_EQ(answer({0, 0, 0x6A, 4, 0, 0, 0}), uart(replyFrame({0, 0, 0x6A, 4, 0x56, 0x78, 0})));
+}
+
+TEST_F(Dispatch, StoresTheSerialNumberHighByteFirstThenEchoes)
+{
+    EXPECT_EQ(answer({0, 0, 0x6A, 0x10, 0x12, 0x34, 0x99}),
+              uart(replyFrame({0, 0, 0x6A, 0x10, 0x12, 0x34, 0x99})));
+    EXPECT_EQ(journal, Journal{"saveDeviceSN 4660"}); // 0x1234
+    answer({0, 0, 0x6A, 0x10, 0xFF, 0xFF, 0});
+    EXPECT_EQ(journal, Journal{"saveDeviceSN 65535"});
+}
+
+TEST_F(Dispatch, TellsTheLowSixteenBitsOfTheSerialNumber)
+{
+    serialNumber = 0x1234;
+    EXPECT_EQ(answer({0, 0, 0x6A, 0x11, 9, 9, 9}), uart("<F00006a11123400c1>"));
+    serialNumber = 0xABCDEF01;
+    EXPECT_EQ(answer({0, 0, 0x6A, 0x11, 0, 0, 0}),
+              uart(replyFrame({0, 0, 0x6A, 0x11, 0xEF, 0x01, 0})));
+}
+
+// The network ------------------------------------------------------------------------------------
+
+TEST_F(Dispatch, SetsTheNetMaskAndReadsItBack)
+{
+    EXPECT_EQ(answer({1, 2, 0x84, 255, 255, 254, 7}),
+              uart(replyFrame({1, 2, 0x84, 0xB1, 0xB2, 0xB3, 0xB4})));
+    EXPECT_EQ(journal, (Journal{"SetNetMask 255.255.254.7", "GetNetMask"}));
+    EXPECT_EQ(answer({1, 2, 0x85, 9, 9, 9, 9}),
+              uart(replyFrame({1, 2, 0x85, 0xB1, 0xB2, 0xB3, 0xB4})));
+    EXPECT_EQ(journal, Journal{"GetNetMask"});
+    EXPECT_EQ(isSetIp, 0);
+}
+
+TEST_F(Dispatch, SetsTheAddressAndNotesThatBeforeItReadsItBack)
+{
+    EXPECT_EQ(isSetIp, 0);
+    EXPECT_EQ(answer({1, 2, 0x88, 10, 20, 30, 40}),
+              uart(replyFrame({1, 2, 0x88, 0xA1, 0xA2, 0xA3, 0xA4})));
+    EXPECT_EQ(journal, (Journal{"SetIpAddress 10.20.30.40", "read_ip, isSetIp 1", "GetIpAddress"}));
+    EXPECT_EQ(isSetIp, 1);
+}
+
+TEST_F(Dispatch, ReadsTheInterfaceBeforeItTellsTheAddress)
+{
+    EXPECT_EQ(answer({1, 2, 0x89, 9, 9, 9, 9}),
+              uart(replyFrame({1, 2, 0x89, 0xA1, 0xA2, 0xA3, 0xA4})));
+    EXPECT_EQ(journal, (Journal{"read_ip, isSetIp 0", "GetIpAddress"}));
+    EXPECT_EQ(isSetIp, 0);
+}
+
+TEST_F(Dispatch, SetsTheGatewayAndReadsItBack)
+{
+    EXPECT_EQ(answer({1, 2, 0x8C, 192, 168, 0, 1}),
+              uart(replyFrame({1, 2, 0x8C, 0xC1, 0xC2, 0xC3, 0xC4})));
+    EXPECT_EQ(journal, (Journal{"SetDefGW 192.168.0.1", "GetDefGW"}));
+    EXPECT_EQ(answer({1, 2, 0x8D, 9, 9, 9, 9}),
+              uart(replyFrame({1, 2, 0x8D, 0xC1, 0xC2, 0xC3, 0xC4})));
+    EXPECT_EQ(journal, Journal{"GetDefGW"});
+}
+
+TEST_F(Dispatch, KeepsTheRequestsAddressInNetworkReplies)
+{
+    for (const uint8_t command : std::array<uint8_t, 6>{0x84, 0x85, 0x88, 0x89, 0x8C, 0x8D}) {
+        const Calls calls = answer({0x5A, 0xC3, command, 1, 2, 3, 4});
+        ASSERT_EQ(calls.size(), 1u);
+        EXPECT_EQ(calls[0].bytes.substr(0, 6), "<F5ac3");
+    }
+}
+
+TEST_F(Dispatch, DoesNothingForTheDhcpValueThatIsStoredButEchoes)
+{
+    for (const uint8_t stored : std::array<uint8_t, 3>{0, 1, 7}) {
+        preferences.dhcpEnable = stored;
+        const Parameters parameters = {1, 2, 0x8E, 2, stored, 8, 9};
+        EXPECT_EQ(answer(parameters), uart(replyFrame(parameters)));
+        EXPECT_EQ(journal, Journal());
+        EXPECT_EQ(preferences.dhcpEnable, stored);
+    }
+}
+
+TEST_F(Dispatch, StoresAnotherDhcpValueSwitchesAndSaves)
+{
+    EXPECT_EQ(answer({0, 0, 0x8E, 2, 0, 0, 0}), uart(replyFrame({0, 0, 0x8E, 2, 0, 0, 0})));
+    EXPECT_EQ(journal, (Journal{"disable_dhcp, stored 0", "saveUserPref"}));
+    EXPECT_EQ(preferences.dhcpEnable, 0);
+    // Any value but 0 is on.
+    EXPECT_EQ(answer({0, 0, 0x8E, 2, 5, 0, 0}), uart(replyFrame({0, 0, 0x8E, 2, 5, 0, 0})));
+    EXPECT_EQ(journal, (Journal{"enable_dhcp, stored 5", "saveUserPref"}));
+    EXPECT_EQ(preferences.dhcpEnable, 1);
+}
+
+TEST_F(Dispatch, TellsDhcpAndTheMacAddressFromThePreferences)
+{
+    for (const uint8_t stored : std::array<uint8_t, 3>{0, 1, 7}) {
+        preferences.dhcpEnable = stored;
+        EXPECT_EQ(answer({0, 0, 0x8E, 3, 9, 9, 9}),
+                  uart(replyFrame({0, 0, 0x8E, 3, stored, 0, 0})));
+    }
+    EXPECT_EQ(answer({0, 0, 0x8E, 5, 9, 9, 9}),
+              uart(replyFrame({0, 0, 0x8E, 5, 0xD1, 0xD2, 0xD3})));
+    EXPECT_EQ(answer({0, 0, 0x8E, 7, 9, 9, 9}),
+              uart(replyFrame({0, 0, 0x8E, 7, 0xD4, 0xD5, 0xD6})));
+    EXPECT_EQ(journal, Journal());
+}
+
+TEST_F(Dispatch, IsSilentForUnknownSubCommandsOfTheNetwork)
+{
+    Calls calls;
+    for (const uint8_t dat1 : std::array<uint8_t, 5>{0, 1, 4, 6, 0xFF}) {
+        EXPECT_EQ(printedBy([&] { calls = answer({0, 0, 0x8E, dat1, 1, 0, 0}); }), "");
+        EXPECT_EQ(calls, Calls());
+        EXPECT_EQ(journal, Journal());
+    }
+}
+
+TEST_F(Dispatch, LeavesUpdateDataAndTextToTheirModules)
+{
+    const std::array<std::pair<uint8_t, std::string>, 5> handlers = {{
+        {0x9A, "SoftwareUpdate"},
+        {0xF0, "writeDataSetting"},
+        {0xF1, "readDataSetting"},
+        {0xF2, "writeStringValueSetting"},
+        {0xF3, "readStringValueSetting"},
+    }};
+    for (const auto &[command, handler] : handlers) {
+        EXPECT_EQ(answer({0, 0, command, 0, 0, 0, 0}), Calls());
+        EXPECT_EQ(journal, Journal{handler});
     }
 }
 
@@ -382,7 +715,7 @@ TEST_F(Dispatch, IgnoresEveryCommandButOneInPassThroughMode)
         }
     });
     EXPECT_EQ(prints, "");
-    EXPECT_EQ(printsOfMemoryUse, 0);
+    EXPECT_EQ(journal, Journal());
 }
 
 TEST_F(Dispatch, TakesAnyValueButZeroForPassThroughMode)

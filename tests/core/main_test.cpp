@@ -39,6 +39,7 @@ uint32_t passesLeft = 0;                      // of the main loop
 bool argumentsKeptFirst = false;              // as seen at the first sign of life of main()
 bool anySign = false;
 int32_t startUpResult = 0; // of the steps that have one
+int32_t updateRuns = 0;    // what isUpdateProgram() says
 
 struct LoopLeft {};
 
@@ -66,6 +67,12 @@ void note(const char *call)
 
 } // namespace
 
+int32_t MX_FATFS_Init()
+{
+    note("MX_FATFS_Init");
+    return startUpResult;
+}
+
 void InitRs232CommandVariable()
 {
     note("InitRs232CommandVariable");
@@ -88,6 +95,11 @@ int32_t UARTInit(uint32_t port)
     return startUpResult;
 }
 
+void loadAllUserPref()
+{
+    note("loadAllUserPref");
+}
+
 void TaskCommand()
 {
     note("TaskCommand");
@@ -101,6 +113,12 @@ void delayCall_task()
 void udp2uart_task()
 {
     note("udp2uart_task");
+}
+
+int32_t isUpdateProgram()
+{
+    note("isUpdateProgram");
+    return updateRuns;
 }
 
 extern "C" {
@@ -220,11 +238,11 @@ private:
 // Start-up ---------------------------------------------------------------------------------------
 
 const std::vector<std::string> kStartUp = {
-    "InitRs232CommandVariable",
-    "udp_receive_pipe_init",
-    "udpecho_init",
-    "UARTInit 0",
+    "MX_FATFS_Init", "InitRs232CommandVariable", "udp_receive_pipe_init", "udpecho_init",
+    "UARTInit 0",    "loadAllUserPref",
 };
+
+constexpr size_t kCallsInAPass = 5; // that are noted, unless an update runs
 
 TEST(Main, StartUpRunsItsStepsInOrder)
 {
@@ -289,7 +307,7 @@ TEST(Main, EveryPassRunsTheTasksInOrderAndSleepsOneMillisecond)
     std::vector<std::string> expected = kStartUp;
     for (int pass = 0; pass < 3; ++pass) {
         expected.insert(expected.end(), {"TaskCommand", "delayCall_task", "udp2uart_task",
-                                         "IdleTask", "SysDelay1ms 1"});
+                                         "isUpdateProgram", "IdleTask", "SysDelay1ms 1"});
     }
     EXPECT_EQ(journal, expected);
 }
@@ -297,7 +315,7 @@ TEST(Main, EveryPassRunsTheTasksInOrderAndSleepsOneMillisecond)
 TEST(Main, LoopKeepsCyclingWithoutAnyInput)
 {
     runMain(10000);
-    EXPECT_EQ(journal.size(), kStartUp.size() + 10000 * 4);
+    EXPECT_EQ(journal.size(), kStartUp.size() + 10000 * kCallsInAPass);
 }
 
 TEST(Main, IdleCountRestartsEvery1000Milliseconds)
@@ -316,6 +334,40 @@ TEST(Main, IdleCountRestartsEvery1000Milliseconds)
         ASSERT_EQ(counts[pass], pass % 1000) << pass;
     }
     EXPECT_EQ(idleStartTiming, 123456u + 3000u);
+}
+
+TEST(Main, UpdateModeLeavesOutIdleAccountingAndSleep)
+{
+    fakeClock.afterReading = [] { note("IdleTask"); };
+    updateRuns = 1;
+    int passes = 0;
+    onCall = [&](const char *call) {
+        if (std::strcmp(call, "isUpdateProgram") == 0 && ++passes == 4) {
+            throw LoopLeft();
+        }
+    };
+    runMain(1);
+    std::vector<std::string> expected = kStartUp;
+    for (int pass = 0; pass < 4; ++pass) {
+        expected.insert(expected.end(),
+                        {"TaskCommand", "delayCall_task", "udp2uart_task", "isUpdateProgram"});
+    }
+    EXPECT_EQ(journal, expected);
+}
+
+TEST(Main, EndOfUpdateModeBringsIdleAccountingAndSleepBack)
+{
+    updateRuns = 1;
+    int passes = 0;
+    onCall = [&](const char *call) {
+        if (std::strcmp(call, "TaskCommand") == 0 && ++passes == 3) {
+            updateRuns = 0;
+        }
+    };
+    runMain(2);
+    EXPECT_EQ(passes, 4);
+    EXPECT_EQ(idleState, 1);
+    EXPECT_EQ(journal.back(), "SysDelay1ms 1");
 }
 
 // Idle accounting --------------------------------------------------------------------------------
@@ -442,7 +494,7 @@ TEST(Main, WritingToAConsoleThatHasGoneDoesNotEndTheDaemon)
     output.restore();
     EXPECT_EQ(written, -1);
     EXPECT_EQ(error, EPIPE);
-    EXPECT_EQ(journal.size(), kStartUp.size() + 8);
+    EXPECT_EQ(journal.size(), kStartUp.size() + 2 * kCallsInAPass);
 }
 
 TEST(Main, StartedProgramsDoNotInheritTheIgnoredSignal)

@@ -21,7 +21,17 @@ uint32_t environmentNumber(const char *name, uint32_t otherwise)
     return text == nullptr ? otherwise : static_cast<uint32_t>(std::strtoul(text, nullptr, 0));
 }
 
-// Input for the daemon: noise, frames, and frames with a few characters changed, removed or added.
+char sumOf(std::string_view bytes)
+{
+    uint8_t sum = 0;
+    for (const char byte : bytes) {
+        sum = static_cast<uint8_t>(sum + static_cast<uint8_t>(byte));
+    }
+    return static_cast<char>(sum);
+}
+
+// Input for the daemon: noise, frames, frames with a few characters changed, removed or added, and
+// commands with a payload. Nothing in it takes the network away or completes a firmware update.
 class Input {
 public:
     explicit Input(uint32_t seed) : random(seed) {}
@@ -44,12 +54,57 @@ public:
 
     std::string frame()
     {
-        const uint8_t codes[] = {0x10, 0x68, 0x6A, 0x73, 0x7D, 0x86, 0x97, byte()};
-        const uint8_t dat1s[] = {0x01, 0x03, 0x11, byte()};
-        // Never from address 0x5A, so that an answer to that one is known.
-        const auto address = static_cast<uint8_t>(below(0x5A));
-        return command({address, byte(), codes[below(std::size(codes))],
+        const uint8_t codes[] = {0x10,
+                                 0x68,
+                                 0x6A,
+                                 0x73,
+                                 0x7D,
+                                 0x84,
+                                 0x85,
+                                 0x86,
+                                 0x88,
+                                 0x89,
+                                 0x8C,
+                                 0x8D,
+                                 0x8E,
+                                 0x97,
+                                 0xF1,
+                                 0xF3,
+                                 static_cast<uint8_t>(below(0x98))};
+        const uint8_t dat1s[] = {0x01, 0x02, 0x03, 0x04, 0x09, 0x10, 0x11, 0x20, byte()};
+        return command({address(), byte(), codes[below(std::size(codes))],
                         dat1s[below(std::size(dat1s))], byte(), byte(), byte()});
+    }
+
+    // F0, F2 or 9A A0 with what follows them, at times a byte too short, or with a wrong checksum.
+    std::string commandWithPayload()
+    {
+        std::string frame;
+        std::string payload;
+        switch (below(3)) {
+        case 0:
+            payload = std::string(1 + below(16), static_cast<char>(byte()));
+            frame = command({address(), byte(), 0xF0, below(2) == 0 ? uint8_t{0x20} : byte(), 0,
+                             static_cast<uint8_t>(payload.size() + 1), 0});
+            payload += sumOf(payload);
+            break;
+        case 1:
+            payload = "[a=1,b=2]";
+            frame = command({address(), byte(), 0xF2, static_cast<uint8_t>(below(0x40)), byte(),
+                             byte(), byte()});
+            break;
+        default:
+            // Announces 4 GiB.
+            payload = std::string(1024, '\xFF');
+            payload[100] = static_cast<char>(byte());
+            payload += sumOf(payload);
+            frame = command({address(), byte(), 0x9A, 0xA0, 7, static_cast<uint8_t>(below(3)), 0});
+            break;
+        }
+        if (below(8) == 0) {
+            payload[below(payload.size())] = static_cast<char>(byte());
+        }
+        return frame + payload.substr(below(20) == 0 ? 1 : 0);
     }
 
     std::string mutatedFrame()
@@ -77,9 +132,11 @@ public:
 
     std::string next()
     {
-        switch (below(8)) {
+        switch (below(9)) {
         case 0:
             return noise();
+        case 8:
+            return commandWithPayload();
         case 1:
         case 2:
         case 3:
@@ -92,6 +149,12 @@ public:
     }
 
 private:
+    // Never 0x5A, so that an answer to that one is known.
+    uint8_t address()
+    {
+        return static_cast<uint8_t>(below(0x5A));
+    }
+
     uint8_t byte()
     {
         return static_cast<uint8_t>(below(256));
@@ -125,6 +188,10 @@ TEST_F(System, SurvivesRandomBytesAndDatagrams)
     Input input(seed);
     ControlPc pcs[] = {ControlPc("192.168.0.10"), ControlPc("192.168.0.11")};
     pcs[0].send("hello");
+    ASSERT_EQ(front.read(5), "hello");
+    // The interface is known from here on, and the DHCP client's file kept.
+    front.write(command({0, 0, 0x89, 0, 0, 0, 0}));
+    ASSERT_EQ(front.read(19), reply({0, 0, 0x89, 192, 168, 0, 100}));
 
     size_t fromLine = 0;
     size_t toLine = 0;

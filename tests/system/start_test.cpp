@@ -19,6 +19,12 @@ namespace {
 constexpr char kReadDeviceType[] = "<T0000680100000069>";
 constexpr char kDeviceType[] = "<F00006801263300c2>";
 
+// What a device without settings says when it loads them.
+const std::vector<std::string> kNoSettings = {
+    "open file /userdata/UserPref.sav error", "UserPref ID = 0x0\r", "reset userPref\r",
+    "open file /userdata/DevInfo.sav error",  "Device ID = 0x0\r",   "reset Device info\r",
+};
+
 class SystemStart : public RunningDaemon {};
 
 } // namespace
@@ -32,7 +38,7 @@ TEST_F(SystemStart, SaysWhatItDoesInOrder)
     EXPECT_GE(reader - lines.begin(), 4);
     lines.erase(reader);
 
-    ASSERT_EQ(lines.size(), 6u);
+    ASSERT_EQ(lines.size(), 6u + kNoSettings.size());
     EXPECT_EQ(lines[0], "Open /dev/ttyS0 ......");
     EXPECT_EQ(lines[1], "fcntl = 0 !");
     const std::string_view label = "serial_open file ID= ";
@@ -44,7 +50,8 @@ TEST_F(SystemStart, SaysWhatItDoesInOrder)
               std::filesystem::read_symlink("/dev/ttyS0"));
     EXPECT_EQ(lines[3], "serial_set success !");
     EXPECT_EQ(lines[4], "==kel UARTInit DEV_NAME[0]:/dev/ttyS0");
-    EXPECT_EQ(lines[5], "enter main");
+    EXPECT_EQ(std::vector<std::string>(lines.begin() + 5, lines.end() - 1), kNoSettings);
+    EXPECT_EQ(lines.back(), "enter main");
     EXPECT_EQ(daemon.errors(), "");
 }
 
@@ -104,8 +111,10 @@ TEST(SystemLine, MayBeMissing)
     ControlPc pc;
     Daemon daemon;
     ASSERT_TRUE(daemon.prints("enter main"));
-    EXPECT_EQ(daemon.lines(),
-              (std::vector<std::string>{"Can't Open Serial Port /dev/ttyS0 !", "enter main"}));
+    std::vector<std::string> expected = {"Can't Open Serial Port /dev/ttyS0 !"};
+    expected.insert(expected.end(), kNoSettings.begin(), kNoSettings.end());
+    expected.emplace_back("enter main");
+    EXPECT_EQ(daemon.lines(), expected);
     EXPECT_EQ(daemon.errors(), "Can't get old terminal description !: Bad file descriptor\n");
     pc.send("hello");
     EXPECT_TRUE(daemon.prints("uart0 write data error len=0, size=5"));
