@@ -197,13 +197,17 @@ StringToValue processStrValue(uint8_t dat1, uint8_t dat2, char *items)
 ValueToString processValueToString(uint8_t dat1, uint8_t dat2, char *out)
 {
     const ValueToString handler = getValueToStringCallbackByDat1(dat1);
-    std::strcpy(out, "[");
+    out[0] = '[';
+    out[1] = '\0';
     if (handler != nullptr) {
         handler(dat2, out, 0);
     }
     // A full text has no room for it.
-    const size_t length = strnlen(out, kBufferSize);
-    std::strcpy(out + length, length < kBufferSize ? "]" : "");
+    size_t length = strnlen(out, kBufferSize);
+    if (length < kBufferSize) {
+        out[length++] = ']';
+    }
+    out[length] = '\0';
     return handler;
 }
 

@@ -52,7 +52,6 @@ uint32_t blockNumber()
 bool receiveBlock()
 {
     const uint32_t received = receiveBufferFromPC(block, kBlockSize, kBlockTries);
-    updateSoftChannel = commandFrom;
     if (received != kBlockSize) {
         std::printf("<F:receive  %u data from pc fail>\n", received);
         SendAckOrNack(kNak);
@@ -162,7 +161,7 @@ void SoftwareUpdate()
             SendAckOrNack(kNak);
         }
         break;
-    case 0xA1: // block size, low byte first
+    case 0xA1: // block size, high byte first
         reply(commandToLED.dat2, kBlockSize / 256, kBlockSize % 256);
         break;
     case 0xB1: // version
@@ -202,6 +201,7 @@ void getUpdateFileSize(const uint8_t *firstBlock)
 
 void UpdateMcu1KToSDCARD()
 {
+    updateSoftChannel = commandFrom;
     if (!receiveBlock()) {
         return;
     }
@@ -219,6 +219,7 @@ void UpdateMcu1KToSDCARD()
 
 void UpdateMcu1K()
 {
+    updateSoftChannel = commandFrom;
     receiveAndForget(&prevAddressMcu1K);
 }
 

@@ -72,6 +72,7 @@ void resetUserPref()
     constexpr uint8_t kGateway[] = {192, 168, 0, 1};
     constexpr uint8_t kMask[] = {255, 255, 255, 0};
     constexpr uint8_t kDns[][4] = {{194, 25, 2, 129}, {194, 25, 2, 130}};
+    constexpr uint8_t kIndexTable[] = {0, 1, 2, 3, 4, 5, 6, 7};
     constexpr uint8_t kPreferenceBytes[] = {1, 0x32, 0};
 
     _userPref.identification = kUserPrefId;
@@ -94,9 +95,7 @@ void resetUserPref()
     _userPref.padLockEnable = 0;
     _userPref.padLockState = 0;
     _userPref.reserved41 = 0;
-    for (uint8_t i = 0; i < sizeof _userPref.indexTable; ++i) {
-        _userPref.indexTable[i] = i;
-    }
+    std::memcpy(_userPref.indexTable, kIndexTable, sizeof kIndexTable);
     std::memcpy(_userPref.preferenceBytes, kPreferenceBytes, sizeof kPreferenceBytes);
 }
 
