@@ -30,16 +30,13 @@ void printMemoryUse()
     SendAckOrNack(kAck);
 }
 
-// Answers with dat2 to dat4 behind the sub-command.
+// Answers with the sub-command and three bytes.
 void answer(uint8_t dat2, uint8_t dat3, uint8_t dat4)
 {
-    commandFromLED.dat2 = dat2;
-    commandFromLED.dat3 = dat3;
-    commandFromLED.dat4 = dat4;
-    SendRs232Command();
+    SendReply(commandToLED.dat1, dat2, dat3, dat4);
 }
 
-// Answers with a 16-bit value behind the sub-command.
+// Answers with the sub-command and a 16-bit value.
 void answerWord(uint32_t value)
 {
     answer(static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value), 0);
@@ -88,8 +85,7 @@ void answerAddress(Getter get)
 {
     uint8_t address[4];
     get(address);
-    commandFromLED.dat1 = address[0];
-    answer(address[1], address[2], address[3]);
+    SendReply(address[0], address[1], address[2], address[3]);
 }
 
 void readNetMask()
@@ -159,7 +155,7 @@ void readMacSecondHalf()
     answer(mac[3], mac[4], mac[5]);
 }
 
-// Front boards in the field expect silence here.
+// The protocol has no answer here, not even a refusal.
 void staySilent() {}
 
 constexpr uint16_t kAny = 0x100; // a dat1 that matches every byte
@@ -167,60 +163,59 @@ constexpr uint16_t kAny = 0x100; // a dat1 that matches every byte
 struct Row {
     uint8_t command;
     uint16_t dat1;
-    const char *what;
     Handler handler;
 };
 
 // The first row that matches is taken. A code without a row is unknown and refused.
 // clang-format off
 constexpr Row kTable[] = {
-//   code  dat1  what                            handler
+//   code  dat1  handler                     what
     // 0x00 to 0x0F unassigned
-    {0x10, 0x11, "print memory use",             printMemoryUse},
-    {0x10, kAny, "",                             refuse},
+    {0x10, 0x11, printMemoryUse},          // print memory use
+    {0x10, kAny, refuse},
     // 0x11 to 0x67 unassigned
-    {0x68, 0x01, "read device type",             readDeviceType},
-    {0x68, kAny, "",                             refuse},
+    {0x68, 0x01, readDeviceType},          // read device type
+    {0x68, kAny, refuse},
     // 0x69 unassigned
-    {0x6A, 0x03, "read protocol version",        readProtocolVersion},
-    {0x6A, 0x04, "read system version",          readSystemVersion},
-    {0x6A, 0x10, "write serial number",          writeSerialNumber},
-    {0x6A, 0x11, "read serial number",           readSerialNumber},
-    {0x6A, kAny, "",                             CommandErrorTask},
+    {0x6A, 0x03, readProtocolVersion},     // read protocol version
+    {0x6A, 0x04, readSystemVersion},       // read system version
+    {0x6A, 0x10, writeSerialNumber},       // write serial number
+    {0x6A, 0x11, readSerialNumber},        // read serial number
+    {0x6A, kAny, CommandErrorTask},
     // 0x6B to 0x72 unassigned
-    {0x73, kAny, "input source (unsupported)",   WrInputSource},
-    {0x74, kAny, "output format (unsupported)",  WrOutputFormat},
-    {0x75, kAny, "layer setting (unsupported)",  WrLayerSetting},
-    {0x76, kAny, "output setting (unsupported)", WrOutputSetting},
-    {0x77, kAny, "input setting (unsupported)",  WrInputSetting},
-    {0x78, kAny, "switch setting (unsupported)", WrSwitchSetting},
+    {0x73, kAny, WrInputSource},           // input source (unsupported)
+    {0x74, kAny, WrOutputFormat},          // output format (unsupported)
+    {0x75, kAny, WrLayerSetting},          // layer setting (unsupported)
+    {0x76, kAny, WrOutputSetting},         // output setting (unsupported)
+    {0x77, kAny, WrInputSetting},          // input setting (unsupported)
+    {0x78, kAny, WrSwitchSetting},         // switch setting (unsupported)
     // 0x79 to 0x7C unassigned
-    {0x7D, kAny, "test pattern (unsupported)",   WrTpMode},
+    {0x7D, kAny, WrTpMode},                // test pattern (unsupported)
     // 0x7E to 0x83 unassigned
-    {0x84, kAny, "write net mask",               writeNetMask},
-    {0x85, kAny, "read net mask",                readNetMask},
-    {0x86, kAny, "HDMI output DE (unsupported)", WRHdmiOutDeTask},
+    {0x84, kAny, writeNetMask},            // write net mask
+    {0x85, kAny, readNetMask},             // read net mask
+    {0x86, kAny, WRHdmiOutDeTask},         // HDMI output DE (unsupported)
     // 0x87 unassigned
-    {0x88, kAny, "write IP address",             writeIpAddress},
-    {0x89, kAny, "read IP address",              readIpAddress},
+    {0x88, kAny, writeIpAddress},          // write IP address
+    {0x89, kAny, readIpAddress},           // read IP address
     // 0x8A unassigned
-    {0x8B, kAny, "time control (unsupported)",   cmd_timeControl_task},
-    {0x8C, kAny, "write gateway",                writeGateway},
-    {0x8D, kAny, "read gateway",                 readGateway},
-    {0x8E, 0x02, "write DHCP",                   writeDhcp},
-    {0x8E, 0x03, "read DHCP",                    readDhcp},
-    {0x8E, 0x05, "read MAC address, first half", readMacFirstHalf},
-    {0x8E, 0x07, "read MAC address, last half",  readMacSecondHalf},
-    {0x8E, kAny, "no answer",                    staySilent},
+    {0x8B, kAny, cmd_timeControl_task},    // time control (unsupported)
+    {0x8C, kAny, writeGateway},            // write gateway
+    {0x8D, kAny, readGateway},             // read gateway
+    {0x8E, 0x02, writeDhcp},               // write DHCP
+    {0x8E, 0x03, readDhcp},                // read DHCP
+    {0x8E, 0x05, readMacFirstHalf},        // read MAC address, first half
+    {0x8E, 0x07, readMacSecondHalf},       // read MAC address, last half
+    {0x8E, kAny, staySilent},              // no answer
     // 0x8F to 0x96 unassigned
-    {0x97, kAny, "work time (unsupported)",      cmd_workTime_task},
+    {0x97, kAny, cmd_workTime_task},       // work time (unsupported)
     // 0x98 and 0x99 unassigned
-    {0x9A, kAny, "firmware update",              SoftwareUpdate},
+    {0x9A, kAny, SoftwareUpdate},          // firmware update
     // 0x9B to 0xEF unassigned
-    {0xF0, kAny, "write data",                   writeDataSetting},
-    {0xF1, kAny, "read data",                    readDataSetting},
-    {0xF2, kAny, "write text",                   writeStringValueSetting},
-    {0xF3, kAny, "read text",                    readStringValueSetting},
+    {0xF0, kAny, writeDataSetting},        // write data
+    {0xF1, kAny, readDataSetting},         // read data
+    {0xF2, kAny, writeStringValueSetting}, // write text
+    {0xF3, kAny, readStringValueSetting},  // read text
     // 0xF4 to 0xFF unassigned
 };
 // clang-format on

@@ -102,14 +102,19 @@ int32_t CheckSum(const Rs232Command *record)
     return 0;
 }
 
+uint8_t SumOfBytes(const uint8_t *bytes, uint32_t count)
+{
+    uint8_t sum = 0;
+    for (uint32_t i = 0; i < count; ++i) {
+        sum = static_cast<uint8_t>(sum + bytes[i]);
+    }
+    return sum;
+}
+
 void SetBufferCheckSum(uint8_t *buffer, uint32_t length)
 {
     if (length == 0) {
         return;
     }
-    uint8_t sum = 0;
-    for (uint32_t i = 0; i < length - 1; ++i) {
-        sum = static_cast<uint8_t>(sum + buffer[i]);
-    }
-    buffer[length - 1] = sum;
+    buffer[length - 1] = SumOfBytes(buffer, length - 1);
 }

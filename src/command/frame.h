@@ -63,6 +63,9 @@ void SetCheckSum(Rs232Command *record);
 // 1 when `checksum` is the sum of the first seven bytes; else prints the sum and returns 0.
 int32_t CheckSum(const Rs232Command *record);
 
+// The sum of `count` bytes, modulo 256.
+uint8_t SumOfBytes(const uint8_t *bytes, uint32_t count);
+
 // Stores in the last of `length` bytes the sum of those before it, modulo 256: the closing byte of
 // a data block. Nothing happens for a length of 0.
 void SetBufferCheckSum(uint8_t *buffer, uint32_t length);

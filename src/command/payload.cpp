@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "command/channel.h"
+#include "command/frame.h"
 #include "core/pipe.h"
 #include "core/systick.h"
 
@@ -44,11 +45,7 @@ uint32_t receiveBufferFromPC(uint8_t *bytes, uint32_t length, int32_t tries)
     if (done != length + 1) {
         return done;
     }
-    uint8_t sum = 0;
-    for (uint32_t i = 0; i < length; ++i) {
-        sum = static_cast<uint8_t>(sum + bytes[i]);
-    }
-    if (bytes[length] != sum) {
+    if (bytes[length] != SumOfBytes(bytes, length)) {
         std::puts("re checksum error\r");
         return 0;
     }

@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-// Reads up to `count` bytes from the channel `commandFrom` and returns how many it were.
+// Reads up to `count` bytes from the channel `commandFrom` and returns how many there were.
 uint32_t readDataFromPC(uint8_t *bytes, uint32_t count, int32_t tries);
 
 // Reads `length` bytes and the checksum byte behind them, their sum modulo 256; `bytes` must hold
@@ -18,6 +18,7 @@ uint32_t readDataFromPC(uint8_t *bytes, uint32_t count, int32_t tries);
 uint32_t receiveBufferFromPC(uint8_t *bytes, uint32_t length, int32_t tries);
 
 // Reads a text from "[" to "]", both included, and returns the number of its characters; 0 when the
-// first character is no "["; or how many have come, when there was no "]" in time. `text` gets the
-// first `capacity` of them, without a closing zero.
+// first character is no "[" (it is lost then); or how many have come, when there was no "]" in
+// time. `text` gets the first `capacity` of them, without a closing zero. A text that neither ends
+// nor pauses is read for as long as it goes on.
 uint32_t receiveStringValueFromPC(char *text, uint32_t capacity, int32_t tries);

@@ -35,22 +35,23 @@ void SendRs232Command()
     SendBufferToPC(reinterpret_cast<const uint8_t *>(strCommandFromLED), kFrameLength);
 }
 
+void SendReply(uint8_t dat1, uint8_t dat2, uint8_t dat3, uint8_t dat4)
+{
+    commandFromLED.dat1 = dat1;
+    commandFromLED.dat2 = dat2;
+    commandFromLED.dat3 = dat3;
+    commandFromLED.dat4 = dat4;
+    SendRs232Command();
+}
+
 void SendWriteRs232Command()
 {
-    commandFromLED.dat1 = commandToLED.dat1;
-    commandFromLED.dat2 = commandToLED.dat2;
-    commandFromLED.dat3 = commandToLED.dat3;
-    commandFromLED.dat4 = commandToLED.dat4;
-    SendRs232Command();
+    SendReply(commandToLED.dat1, commandToLED.dat2, commandToLED.dat3, commandToLED.dat4);
 }
 
 void CommandErrorTask()
 {
-    commandFromLED.dat1 = 0xFF;
-    commandFromLED.dat2 = 0xFF;
-    commandFromLED.dat3 = 0xFF;
-    commandFromLED.dat4 = 0xFF;
-    SendRs232Command();
+    SendReply(0xFF, 0xFF, 0xFF, 0xFF);
 }
 
 void SendAckOrNack(uint8_t code)

@@ -26,6 +26,9 @@ void SendBufferToPC(const uint8_t *bytes, uint32_t length);
 // another command code. dat1 to dat4 are whatever the caller put there.
 void SendRs232Command();
 
+// The same with these four data bytes.
+void SendReply(uint8_t dat1, uint8_t dat2, uint8_t dat3, uint8_t dat4);
+
 // Echoes the request.
 void SendWriteRs232Command();
 

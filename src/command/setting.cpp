@@ -18,9 +18,9 @@ constexpr int32_t kTextTries = 500;
 
 constexpr uint8_t kNetworkRecord = 0x20; // dat1 of the one block there is
 
-char *const text = reinterpret_cast<char *>(buffer);
+char *const bufferText = reinterpret_cast<char *>(buffer);
 
-// The keys of dat1. No way to read take values: they are commands rather than state.
+// What dat1 selects. Take can be written but not read.
 struct Keys {
     uint8_t dat1;
     StringToValue write;
@@ -96,7 +96,7 @@ void writeDataSetting()
     }
     NetworkRecord record;
     if (length < sizeof record) {
-        return; // senders have always been left without an answer here
+        return; // no answer, as the protocol has it
     }
     std::memcpy(&record, buffer, sizeof record);
     Command_Config_Network(&record);
@@ -114,44 +114,37 @@ void readDataSetting()
     uint8_t block[sizeof record + 1];
     std::memcpy(block, &record, sizeof record);
     SetBufferCheckSum(block, sizeof block);
-    commandFromLED.dat1 = commandToLED.dat1;
-    commandFromLED.dat2 = commandToLED.dat2;
-    commandFromLED.dat3 = sizeof block;
-    commandFromLED.dat4 = 0;
-    SendRs232Command();
+    SendReply(commandToLED.dat1, commandToLED.dat2, sizeof block, 0);
     SendBufferToPC(block, sizeof block);
 }
 
 void writeStringValueSetting()
 {
-    const uint32_t count = receiveStringValueFromPC(text, sizeof buffer, kTextTries);
+    const uint32_t count = receiveStringValueFromPC(bufferText, sizeof buffer, kTextTries);
     if (count == 0) {
         SendAckOrNack(kNak);
         return;
     }
     // In the place of the "]"; of a text without one, its last character is lost.
     const uint32_t last = std::min<uint32_t>(count, sizeof buffer) - 1;
-    text[last] = '\0';
-    char *const items = text + (last > 0 ? 1 : 0);
+    bufferText[last] = '\0';
+    // Of a lone "[" nothing is left, and what stands behind it is from an earlier command.
+    char *const items = last > 0 ? bufferText + 1 : bufferText;
     const bool isKnown = processStrValue(commandToLED.dat1, commandToLED.dat2, items) != nullptr;
     SendAckOrNack(isKnown ? kAck : kNak);
 }
 
 void readStringValueSetting()
 {
-    if (processValueToString(commandToLED.dat1, commandToLED.dat2, text) == nullptr) {
+    if (processValueToString(commandToLED.dat1, commandToLED.dat2, bufferText) == nullptr) {
         SendAckOrNack(kNak);
         return;
     }
-    const auto length = static_cast<uint32_t>(std::strlen(text));
+    const auto length = static_cast<uint32_t>(std::strlen(bufferText));
     if (length >= kBufferSize) {
         std::printf("error: readStringValueSetting buffer len = %u\r\n", length);
     }
-    commandFromLED.dat1 = commandToLED.dat1;
-    commandFromLED.dat2 = commandToLED.dat2;
-    commandFromLED.dat3 = 0;
-    commandFromLED.dat4 = 0;
-    SendRs232Command();
+    SendReply(commandToLED.dat1, commandToLED.dat2, 0, 0);
     SendBufferToPC(buffer, length);
 }
 
@@ -174,40 +167,40 @@ ValueToString getValueToStringCallbackByDat1(uint8_t dat1)
     return findKeys(dat1).read;
 }
 
-void processInputStr(uint8_t dat2, char *items, StringToValue handler)
+void processInputStr(uint8_t dat2, char *text, StringToValue handler)
 {
     if (handler == nullptr) {
         return;
     }
     SplitState item{};
-    split_str_start(&item, items);
+    split_str_start(&item, text);
     while (item.key != nullptr) {
         handler(dat2, &item, dat2);
         split_str_next(&item, item.rest, ",");
     }
 }
 
-StringToValue processStrValue(uint8_t dat1, uint8_t dat2, char *items)
+StringToValue processStrValue(uint8_t dat1, uint8_t dat2, char *text)
 {
     const StringToValue handler = getStringToValueCallbackByDat1(dat1);
-    processInputStr(dat2, items, handler);
+    processInputStr(dat2, text, handler);
     return handler;
 }
 
-ValueToString processValueToString(uint8_t dat1, uint8_t dat2, char *out)
+ValueToString processValueToString(uint8_t dat1, uint8_t dat2, char *text)
 {
     const ValueToString handler = getValueToStringCallbackByDat1(dat1);
-    out[0] = '[';
-    out[1] = '\0';
+    text[0] = '[';
+    text[1] = '\0';
     if (handler != nullptr) {
-        handler(dat2, out, 0);
+        handler(dat2, text, 0);
     }
     // A full text has no room for it.
-    size_t length = strnlen(out, kBufferSize);
+    size_t length = strnlen(text, kBufferSize);
     if (length < kBufferSize) {
-        out[length++] = ']';
+        text[length++] = ']';
     }
-    out[length] = '\0';
+    text[length] = '\0';
     return handler;
 }
 

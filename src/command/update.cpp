@@ -1,6 +1,7 @@
 #include "command/update.h"
 
 #include <cstdio>
+#include <cstring>
 #include <unistd.h>
 
 #include "command/channel.h"
@@ -27,21 +28,21 @@ constexpr char kInstall[] = "cp -f /usr/bin/vesk_h264 /usr/bin/vesk_h264_backup 
                             "cp -f /userdata/_update.pkg /usr/bin/vesk_h264 && "
                             "chmod +x /usr/bin/vesk_h264 && sync && sync";
 
-constexpr uint8_t kTargetMcu = 7; // dat2: this program, of all that an update may be meant for
-constexpr uint8_t kTargetVersion[] = {1, 10};
+constexpr uint8_t kThisProgram = 7; // dat2, what the update is for
+constexpr uint8_t kVersion[] = {1, 10};
 
 // State, main loop only.
 uint32_t startTime_Update;      // tick of the last 0x9A command; 0 no update mode
 uint32_t fpgaFileSize;          // length of the stream as announced by block 0
 uint32_t fpgaFileChecksum;      // sum of the stored file as announced by block 0
 FileHandle my_FIL;              // "_update.pkg", open from block 0 to the last block
-uint8_t updateSoftChannel;      // who sends the update; nobody asks
+uint8_t updateSoftChannel;      // channel that sends the update; never read
 uint8_t block[kBlockSize + 1];  // the block being received, and its checksum
-uint32_t prevAddress;           // number of the block last stored
-uint32_t prevAddressMcu1K;      // the same of UpdateMcu1K(), which nobody asks for
-uint32_t prevAddressMcu1K_test; // the same of UpdateMcu1K_test()
-FileHandle *localSaveFile;      // an open local save file, on the heap; nothing opens one
-uint32_t localSaveIndex;        // how much of it; nobody asks
+uint32_t prevAddress;           // number of the block last accepted
+uint32_t prevAddressMcu1K;      // the same of UpdateMcu1K(); never read
+uint32_t prevAddressMcu1K_test; // the same of UpdateMcu1K_test(); never read
+FileHandle *localSaveFile;      // the local save file, on the heap; nothing opens one
+uint32_t localSaveIndex;        // never read
 
 uint32_t blockNumber()
 {
@@ -129,23 +130,16 @@ void receiveAndForget(uint32_t *previous)
     SendAckOrNack(kAck);
 }
 
-void reply(uint8_t dat2, uint8_t dat3, uint8_t dat4)
-{
-    commandFromLED.dat1 = commandToLED.dat1;
-    commandFromLED.dat2 = dat2;
-    commandFromLED.dat3 = dat3;
-    commandFromLED.dat4 = dat4;
-    SendRs232Command();
-}
-
 } // namespace
 
 void SoftwareUpdate()
 {
     startTime_Update = GetSysTick();
-    switch (commandToLED.dat1) {
+    const uint8_t dat1 = commandToLED.dat1;
+    const uint8_t dat2 = commandToLED.dat2;
+    switch (dat1) {
     case 0x10: // query
-        reply(0, 0, 0);
+        SendReply(dat1, 0, 0, 0);
         break;
     case 0x16:
         SendAckOrNack(kAck);
@@ -155,20 +149,20 @@ void SoftwareUpdate()
         SendAckOrNack(kAck);
         break;
     case 0xA0: // a block
-        if (commandToLED.dat2 == kTargetMcu) {
+        if (dat2 == kThisProgram) {
             UpdateMcu1KToSDCARD();
         } else {
             SendAckOrNack(kNak);
         }
         break;
     case 0xA1: // block size, high byte first
-        reply(commandToLED.dat2, kBlockSize / 256, kBlockSize % 256);
+        SendReply(dat1, dat2, kBlockSize / 256, kBlockSize % 256);
         break;
     case 0xB1: // version
-        if (commandToLED.dat2 == kTargetMcu) {
-            reply(commandToLED.dat2, kTargetVersion[0], kTargetVersion[1]);
+        if (dat2 == kThisProgram) {
+            SendReply(dat1, dat2, kVersion[0], kVersion[1]);
         } else {
-            reply(commandToLED.dat2, commandToLED.dat3, commandToLED.dat4);
+            SendAckOrNack(kAck);
         }
         break;
     default:
@@ -231,18 +225,18 @@ void UpdateMcu1K_test()
 int32_t checkUpdateFileOk()
 {
     const uint32_t size = sd_getFileSize(kPackage);
-    auto *const content = static_cast<uint8_t *>(mymem_malloc(size));
+    // Of a disk that was full nothing may be left; that must not become the executable.
+    auto *const content = size > 0 ? static_cast<uint8_t *>(mymem_malloc(size)) : nullptr;
     uint32_t sum = 0;
-    bool isRead = false;
     if (content != nullptr) {
-        isRead = sd_readFile(kPackage, content, size) == size;
-        for (uint32_t i = 0; i < size && isRead; ++i) {
-            sum += content[i];
+        std::memset(content, 0, size); // what cannot be read must not be left to chance
+        sd_readFile(kPackage, content, size);
+        for (uint32_t i = 0; i < size; ++i) {
+            sum = (sum + content[i]) & 0xFFFF;
         }
         mymem_free(content);
     }
-    sum &= 0xFFFF;
-    if (!isRead || sum != fpgaFileChecksum) {
+    if (content == nullptr || sum != fpgaFileChecksum) {
         std::printf("check sum error: 0x%x != 0x%x\n", sum, fpgaFileChecksum);
         return 0;
     }
@@ -276,11 +270,7 @@ void Reboot()
 
 uint8_t GetCheckSum(const uint8_t *bytes, uint32_t count)
 {
-    uint8_t sum = 0;
-    for (uint32_t i = 0; i < count % 256; ++i) {
-        sum = static_cast<uint8_t>(sum + bytes[i]);
-    }
-    return sum;
+    return SumOfBytes(bytes, count % 256);
 }
 
 void closeSaveLocalFile()

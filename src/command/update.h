@@ -18,9 +18,9 @@ int32_t isUpdateProgram();
 // of block 0. The size is the package's: UpdateMcu1KToSDCARD() adds the header's own 128 bytes.
 void getUpdateFileSize(const uint8_t *block);
 
-// Receive one block, which follows the command, and answer. The first form stores it and installs
-// the package when it is complete, in which case it does not return. The other two belong to paths
-// that no command takes: they store nothing.
+// Receive one block, which follows the command, and answer. The first form stores it; when the
+// package is complete and its sum right, it installs it and does not return. The other two belong
+// to paths that no command takes: they store nothing.
 void UpdateMcu1KToSDCARD();
 void UpdateMcu1K();
 void UpdateMcu1K_test();
