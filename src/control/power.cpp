@@ -18,9 +18,7 @@ int32_t Power_On()
 
 void Power_Off()
 {
-    if (powerState != 0) {
-        powerState = 0;
-    }
+    powerState = 0;
 }
 
 int32_t Is_PowerOn()

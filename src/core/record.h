@@ -2,9 +2,13 @@
 
 // Proof of a record's layout, one line per documented field, on every processor that we build for.
 
+#include <bit>
 #include <cstddef>
 #include <type_traits>
 #include <utility>
+
+// Files and drivers take records as they stand in memory, and are little-endian.
+static_assert(std::endian::native == std::endian::little);
 
 // NOLINTBEGIN(bugprone-macro-parentheses): a member and a type take none.
 #define RECORD_FIELD(record, offset, type, field)                                                  \

@@ -11,7 +11,8 @@ namespace {
 constexpr char kUserPrefFile[] = "UserPref.sav";
 constexpr char kDeviceInfoFile[] = "DevInfo.sav";
 
-// State: the records, zero until they are loaded.
+// State, main loop only: the records, zero until they are loaded. Written here, and by whom
+// getUserPref() and getDeviceInfo() hand them to.
 UserPref _userPref;
 DeviceInfo _deviceInfo;
 

@@ -4,9 +4,10 @@
 // device information ("DevInfo.sav"), each one record in memory that is its file byte for byte
 // (little-endian, no version, no checksum). docs/files.md describes both.
 //
-// The records are loaded at start-up and judged by their identification alone: a file that is
-// missing, short or foreign leads to the defaults. A setter stores its value and saves the whole
-// record; its result is the save's: 1, or 0 when the file could not be opened. Main loop only.
+// The records are loaded at start-up and judged by their identification alone: where that is wrong
+// the defaults stand in. A file that is missing, or too short, leaves in the record what was there:
+// zeros at start-up, and so the defaults. A setter stores its value and saves the whole record; its
+// result is the save's: 1, or 0 when the file could not be opened. Main loop only.
 
 #include "core/record.h"
 
@@ -21,15 +22,15 @@ struct UserPref {
     uint8_t dhcpEnable;         // 1 address from DHCP, 0 static
     uint8_t ipAddress[4];       // dotted order, first octet first, as all addresses here
     uint8_t gateway[4];         // default gateway
-    uint8_t netMask[4];         //
+    uint8_t netMask[4];         // leading ones
     uint8_t dns[2][4];          // two name servers
     uint8_t mac[6];             // as the network code read it from the interface
-    uint8_t delayCallTime;      //
+    uint8_t delayCallTime;      // stored for the front board; unit unknown here
     uint8_t reserved37;         // cleared with its neighbours
-    uint8_t delayCallIndex;     //
+    uint8_t delayCallIndex;     // the same
     uint8_t padLockEnable;      // 0, or not 0: locked as padLockState says
     uint8_t padLockState;       // meaningful while enabled
-    uint8_t reserved41;         //
+    uint8_t reserved41;         // 0
     uint8_t indexTable[8];      // entry n holds n; no reader
     uint8_t preferenceBytes[3]; // no reader
     uint8_t padding[3];         // written as they stand
@@ -61,9 +62,9 @@ struct DeviceInfo {
     uint32_t identification;       // kDeviceInfoId
     uint32_t serialNumber;         // commands set and read its low 16 bits
     uint8_t deviceByte;            // no reader
-    uint8_t reserved9[3];          //
+    uint8_t reserved9[3];          // kept
     uint32_t secondIdentification; // kDeviceInfoSecondId
-    uint8_t reserved16[4];         //
+    uint8_t reserved16[4];         // kept
 };
 RECORD_FIELD(DeviceInfo, 0, uint32_t, identification);
 RECORD_FIELD(DeviceInfo, 4, uint32_t, serialNumber);
@@ -103,7 +104,7 @@ uint8_t *getIPAddress(); // the four bytes in the record
 int32_t saveIPAddress(); // saves the record, the address having been changed in place
 uint8_t getUserPadLockEnable();
 uint8_t getUserPadLockState();
-int32_t saveUserPadLock(uint8_t enable, uint8_t state); // a state of 0 is stored without enable
+int32_t saveUserPadLock(uint8_t enable, uint8_t state); // without enable the state becomes 0
 uint8_t getUserLang();
 int32_t saveUserLang(uint8_t language);
 uint8_t getDelayCallTime();

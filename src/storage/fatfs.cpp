@@ -10,13 +10,18 @@ namespace {
 // State: the one handle of the whole-file operations.
 FileHandle USERFile;
 
-// Joins `first`, `second` and `third` in `out` of kPathSize bytes.
-void joinPath(char *out, const char *first, const char *second, const char *third)
+// Joins the three in `out` of kPathSize bytes.
+void joinPath(char *out, const char *dir, const char *separator, const char *name)
 {
-    const int length = std::snprintf(out, kPathSize, "%s%s%s", first, second, third);
+    const int length = std::snprintf(out, kPathSize, "%s%s%s", dir, separator, name);
     if (length < 0 || static_cast<uint32_t>(length) >= kPathSize) {
         out[0] = '\0';
     }
+}
+
+void settingsPath(char *out, const char *name)
+{
+    joinPath(out, USERPath, "", name);
 }
 
 // The "e" keeps the file from the programs that the daemon starts.
@@ -97,21 +102,21 @@ uint32_t f_write(FileHandle *handle, const void *buffer, uint32_t count, uint32_
 uint32_t sd_open(FileHandle *handle, const char *name, uint32_t mode)
 {
     char path[kPathSize];
-    joinPath(path, USERPath, name, "");
+    settingsPath(path, name);
     if ((mode & kCreateAlways) == 0) {
         return f_open(handle, path, mode);
     }
     if (f_open(handle, path, kCreateNew | kWrite) == kFileOk) {
         return kFileOk;
     }
-    // Opens nothing, so that callers have always seen a failed creation as kFileBadMode.
+    // Opens nothing: a failed creation ends in kFileBadMode.
     return f_open(handle, path, kWrite);
 }
 
 uint32_t sd_unlink(const char *name)
 {
     char path[kPathSize];
-    joinPath(path, USERPath, name, "");
+    settingsPath(path, name);
     return f_unlink(path);
 }
 
@@ -135,7 +140,8 @@ uint32_t sd_readFile(const char *name, void *buffer, uint32_t capacity)
     f_read(&USERFile, buffer, size < capacity ? size : capacity, &done);
     f_close(&USERFile);
     if (done != size) {
-        std::printf("read file %s size error: fileSize=%u, readSize=%u\r\n", name, size, done);
+        std::printf("read file %s size error: fileSize=%d, readSize=%d\r\n", name,
+                    static_cast<int32_t>(size), static_cast<int32_t>(done));
     }
     return size;
 }
@@ -149,7 +155,7 @@ int32_t sd_writeFile(const char *name, const void *buffer, uint32_t length)
     uint32_t done = 0;
     const uint32_t result = f_write(&USERFile, buffer, length, &done);
     f_close(&USERFile);
-    if (result != kFileOk) {
+    if (result != kFileOk) { // only a handle without a file fails to write
         std::printf("wirte file %s fail\r\n", name);
         return 0;
     }
@@ -190,7 +196,9 @@ char *Getfilepath(const char *dir, const char *name, char *out)
 int32_t DeleteFile(const char *path)
 {
     struct stat status {};
-    lstat(path, &status); // a failure leaves neither kind
+    if (lstat(path, &status) != 0) {
+        return 0;
+    }
     if (S_ISREG(status.st_mode)) {
         std::remove(path);
     }

@@ -4,8 +4,8 @@
 // whole. The f_ operations work on an open file, the sd_ operations on bare names in the directory.
 //
 // Nothing here is atomic: a save truncates the file and writes it anew, so a power cut in between
-// leaves it short, and its reader falls back to defaults. Main loop only, and not re-entrant: the
-// whole-file operations share one handle.
+// leaves it empty or short. Main loop only, and not re-entrant: the whole-file operations share one
+// handle.
 
 #include <cstdint>
 #include <cstdio>
@@ -36,13 +36,16 @@ inline constexpr uint32_t kWrite = 0x02;        // opens nothing by itself
 // file that `*handle` held before is not closed. A mode that opens nothing leaves `*handle` alone.
 uint32_t f_open(FileHandle *handle, const char *path, uint32_t mode);
 
+// Closes the file and makes the handle null. What its buffer still held may be lost unnoticed.
 uint32_t f_close(FileHandle *handle);
+
+// Removes a file, or an empty directory.
 uint32_t f_unlink(const char *path);
 
 // The file's length in bytes, modulo 2^32; 0 when the handle is closed. Rewinds the file.
 uint32_t f_size(FileHandle *handle);
 
-// Transfer up to `count` bytes and store how many it were in `*done`, which stays as it was when
+// Transfer up to `count` bytes and store how many there were in `*done`, which stays as it was when
 // the handle is closed. A short transfer is no failure, and what was written may still be in the
 // stream's buffer.
 uint32_t f_read(FileHandle *handle, void *buffer, uint32_t count, uint32_t *done);
@@ -53,12 +56,12 @@ uint32_t sd_open(FileHandle *handle, const char *name, uint32_t mode);
 
 uint32_t sd_unlink(const char *name);
 
-// The file's length in bytes; 0 when it cannot be opened.
+// The file's length as f_size() gives it; 0 when it cannot be opened.
 uint32_t sd_getFileSize(const char *name);
 
-// Reads the file into `buffer`, `capacity` bytes at most, and returns the length of the file; 0
-// when it cannot be opened. Where the number of bytes read differs from that length it says so. The
-// buffer behind what was read stays as it was.
+// Reads the file into `buffer`, `capacity` bytes at most, and returns the length of the file, not
+// of what was read; 0 when it cannot be opened. Where the two differ it says so. The buffer behind
+// what was read stays as it was.
 uint32_t sd_readFile(const char *name, void *buffer, uint32_t capacity);
 
 // Makes or replaces the file. Returns 1, or 0 (and a message) when it cannot be opened. Bytes that
@@ -69,7 +72,8 @@ int32_t sd_writeFile(const char *name, const void *buffer, uint32_t length);
 // (and a message) at the first that cannot be made, or (without) when `path` exceeds kPathSize.
 int32_t CreateDir(const char *path);
 
-// Writes `dir`, a "/" unless it ends in one, and `name` to `out` of kPathSize bytes. Returns `out`.
+// Writes `dir`, a "/" unless it ends in one, and `name` to `out` of kPathSize bytes, which overlaps
+// neither. Returns `out`.
 char *Getfilepath(const char *dir, const char *name, char *out);
 
 // Removes the regular file at `path`; or empties the directory there, sub-directories included, and

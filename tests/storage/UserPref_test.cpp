@@ -1,0 +1,785 @@
+// The two records of the unit against their files, byte by byte, and against docs/files.md, whose
+// tables and hexdumps are read here.
+
+#include "storage/UserPref.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tests/fakes/clock.h"
+#include "tests/fakes/console.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kUserPrefPath[] = "/userdata/UserPref.sav";
+constexpr char kDeviceInfoPath[] = "/userdata/DevInfo.sav";
+
+using Bytes = std::string;
+
+// The bytes that pairs of hexadecimal digits stand for; blanks between them do not count.
+Bytes hex(const std::string &text)
+{
+    Bytes bytes;
+    std::istringstream pairs(text);
+    for (std::string pair; pairs >> pair;) {
+        bytes += static_cast<char>(std::stoi(pair, nullptr, 16));
+    }
+    return bytes;
+}
+
+// The records after a reset of zero bytes, from the meaning of their fields: 2000 is 7d0, 192.168
+// is c0.a8, 194.25.2 is c2.19.2, and 12800 is 3200 in hexadecimal.
+const Bytes kDefaultUserPref = hex("38 76 24 06"               // identification
+                                   "  00 00 d0 07 01 01"       // language to DHCP
+                                   "  c0 a8 00 64"             // address
+                                   "  c0 a8 00 01"             // gateway
+                                   "  ff ff ff 00"             // mask
+                                   "  c2 19 02 81"             // name servers
+                                   "  c2 19 02 82"             //
+                                   "  00 00 00 00 00 00"       // MAC address
+                                   "  00 00 00 00 00 00"       // delayed call, pad lock
+                                   "  00 01 02 03 04 05 06 07" // index table
+                                   "  01 32 00"                // preference bytes
+                                   "  00 00 00");
+const Bytes kDefaultDeviceInfo = hex("5c 36 cd 4b  00 00 00 00  00 00 00 00  00 32 00 00"
+                                     "  00 00 00 00");
+
+// A good record of which every byte behind the identification is of its own.
+const Bytes kOwnUserPref = [] {
+    Bytes bytes = hex("38 76 24 06");
+    for (int i = 4; i < 56; ++i) {
+        bytes += static_cast<char>(0x80 + i);
+    }
+    return bytes;
+}();
+const Bytes kOwnDeviceInfo = hex("5c 36 cd 4b  78 56 34 12  a8 a9 aa ab  00 32 00 00  b0 b1 b2 b3");
+
+void put(const std::string &path, const Bytes &content)
+{
+    std::ofstream(path, std::ios::binary) << content;
+}
+
+Bytes contentOf(const std::string &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+template <typename Record> Bytes bytesOf(const Record *record)
+{
+    return {reinterpret_cast<const char *>(record), sizeof *record};
+}
+
+template <typename Record> void fill(Record *record, const Bytes &bytes)
+{
+    ASSERT_EQ(bytes.size(), sizeof *record);
+    std::memcpy(record, bytes.data(), sizeof *record);
+}
+
+// `bytes` with others in the place of those at `offset`.
+Bytes with(Bytes bytes, size_t offset, const Bytes &others)
+{
+    return bytes.replace(offset, others.size(), others);
+}
+
+Bytes oneByte(int value)
+{
+    return {static_cast<char>(value)};
+}
+
+// Runs `action` and returns what it prints.
+template <typename Action> std::string printedBy(Action action)
+{
+    Console console;
+    action();
+    console.end();
+    EXPECT_EQ(console.err, "");
+    return console.out;
+}
+
+const std::string kUserPrefMissing = "open file /userdata/UserPref.sav error\n"
+                                     "UserPref ID = 0x0\r\n"
+                                     "reset userPref\r\n";
+const std::string kDeviceInfoMissing = "open file /userdata/DevInfo.sav error\n"
+                                       "Device ID = 0x0\r\n"
+                                       "reset Device info\r\n";
+
+// Every case begins with an empty settings directory.
+class SettingsDirectory : public testing::Environment {
+public:
+    void SetUp() override
+    {
+        fs::create_directory("/userdata");
+    }
+};
+[[maybe_unused]] const auto *const settingsDirectory =
+    testing::AddGlobalTestEnvironment(new SettingsDirectory);
+
+// From now on nothing can be saved.
+void takeDirectoryAway()
+{
+    fs::remove_all("/userdata");
+}
+
+bool isAnythingSaved()
+{
+    return !fs::is_empty("/userdata");
+}
+
+// The user preferences: loading ------------------------------------------------------------------
+
+TEST(UserPref, PreferencesAreZeroBeforeTheyAreLoaded)
+{
+    EXPECT_EQ(bytesOf(getUserPref()), Bytes(56, '\0'));
+}
+
+TEST(UserPref, PreferencesAreTheBytesOfTheirFile)
+{
+    put(kUserPrefPath, kOwnUserPref);
+    EXPECT_EQ(printedBy([] { loadUserPrefNoSave(); }), "");
+    EXPECT_EQ(bytesOf(getUserPref()), kOwnUserPref);
+    const UserPref &record = *getUserPref();
+    EXPECT_EQ(record.identification, 0x06247638u);
+    EXPECT_EQ(record.preferenceWord, 0x8786);
+    EXPECT_EQ(record.dhcpEnable, 0x89);
+    EXPECT_EQ(record.ipAddress[0], 0x8A);
+    EXPECT_EQ(record.dns[1][3], 0x80 + 29);
+    EXPECT_EQ(record.padLockState, 0x80 + 40);
+}
+
+TEST(UserPref, PreferencesOfAMissingFileAreTheDefaultsAndAreNotSaved)
+{
+    EXPECT_EQ(printedBy([] { loadUserPrefNoSave(); }), kUserPrefMissing);
+    EXPECT_EQ(bytesOf(getUserPref()), kDefaultUserPref);
+    EXPECT_FALSE(isAnythingSaved());
+}
+
+TEST(UserPref, PreferencesOfAMissingFileAreSavedByTheLoaderThatSaves)
+{
+    EXPECT_EQ(printedBy([] { loadUserPref(); }), kUserPrefMissing);
+    EXPECT_EQ(contentOf(kUserPrefPath), kDefaultUserPref);
+}
+
+TEST(UserPref, PreferencesOfAForeignFileAreTheDefaultsAndOnlyOneLoaderSavesThem)
+{
+    const Bytes foreign = with(Bytes(56, '\0'), 0, hex("ef cd ab 00"));
+    put(kUserPrefPath, foreign);
+    const std::string messages = "UserPref ID = 0xabcdef\r\nreset userPref\r\n";
+    EXPECT_EQ(printedBy([] { loadUserPrefNoSave(); }), messages);
+    EXPECT_EQ(bytesOf(getUserPref()), kDefaultUserPref);
+    EXPECT_EQ(contentOf(kUserPrefPath), foreign);
+    EXPECT_EQ(printedBy([] { loadUserPref(); }), messages);
+    EXPECT_EQ(contentOf(kUserPrefPath), kDefaultUserPref);
+}
+
+TEST(UserPref, EveryBitOfTheIdentificationOfPreferencesCounts)
+{
+    for (int bit = 0; bit < 32; ++bit) {
+        const uint32_t word = 0x06247638u ^ 1u << bit;
+        Bytes file(kOwnUserPref);
+        std::memcpy(file.data(), &word, sizeof word);
+        put(kUserPrefPath, file);
+        char first[40];
+        std::snprintf(first, sizeof first, "UserPref ID = 0x%x\r\n", word);
+        EXPECT_EQ(printedBy([] { loadUserPrefNoSave(); }),
+                  std::string(first) + "reset userPref\r\n");
+        EXPECT_EQ(getUserPref()->preferenceWord, 2000);
+    }
+}
+
+TEST(UserPref, PreferencesOfAGoodFileAreNotSavedAgain)
+{
+    put(kUserPrefPath, kOwnUserPref + "behind");
+    printedBy([] { loadUserPref(); });
+    EXPECT_EQ(contentOf(kUserPrefPath), kOwnUserPref + "behind");
+    EXPECT_EQ(bytesOf(getUserPref()), kOwnUserPref);
+}
+
+// A value out of range is nobody's business while the identification is right.
+TEST(UserPref, PreferencesAreJudgedByTheirIdentificationAlone)
+{
+    put(kUserPrefPath, with(kDefaultUserPref, 4, hex("05 06")));
+    EXPECT_EQ(printedBy([] { loadUserPref(); }), "");
+    EXPECT_EQ(getUserLang(), 5);
+    EXPECT_EQ(getLoadFadeInOutOff(), 6);
+}
+
+TEST(UserPref, PreferencesOfAShortFileWithTheIdentificationKeepTheTailThatWasThere)
+{
+    put(kUserPrefPath, kDefaultUserPref.substr(0, 12));
+    EXPECT_EQ(printedBy([] { loadUserPrefNoSave(); }), "");
+    EXPECT_EQ(bytesOf(getUserPref()), kDefaultUserPref.substr(0, 12) + Bytes(44, '\0'));
+
+    fill(getUserPref(), kOwnUserPref);
+    EXPECT_EQ(printedBy([] { loadUserPrefNoSave(); }), "");
+    EXPECT_EQ(bytesOf(getUserPref()), kDefaultUserPref.substr(0, 12) + kOwnUserPref.substr(12));
+}
+
+TEST(UserPref, PreferencesOfAFileThatEndsInTheIdentificationAreTheDefaults)
+{
+    put(kUserPrefPath, hex("38 76 24"));
+    EXPECT_EQ(printedBy([] { loadUserPrefNoSave(); }),
+              "UserPref ID = 0x247638\r\nreset userPref\r\n");
+    EXPECT_EQ(bytesOf(getUserPref()), kDefaultUserPref);
+}
+
+TEST(UserPref, PreferencesOfAnEmptyFileAreTheDefaults)
+{
+    put(kUserPrefPath, "");
+    EXPECT_EQ(printedBy([] { loadUserPrefNoSave(); }), "UserPref ID = 0x0\r\nreset userPref\r\n");
+    EXPECT_EQ(bytesOf(getUserPref()), kDefaultUserPref);
+    EXPECT_EQ(contentOf(kUserPrefPath), "");
+}
+
+TEST(UserPref, PreferencesOfALongFileAreItsFirst56Bytes)
+{
+    const Bytes device = bytesOf(getDeviceInfo());
+    put(kUserPrefPath, kOwnUserPref + Bytes(5000, '\xFF'));
+    EXPECT_EQ(printedBy([] { loadUserPrefNoSave(); }),
+              "read file UserPref.sav size error: fileSize=5056, readSize=56\r\n");
+    EXPECT_EQ(bytesOf(getUserPref()), kOwnUserPref);
+    EXPECT_EQ(bytesOf(getDeviceInfo()), device);
+    EXPECT_EQ(getBoardType(), 0);
+    EXPECT_EQ(getSizeEEPROM(), 0u);
+}
+
+// What is in memory is judged, not what the file holds.
+TEST(UserPref, PreferencesStayAsTheyAreWhenTheFileHasGoneByTheReload)
+{
+    put(kUserPrefPath, kOwnUserPref);
+    loadUserPrefNoSave();
+    fs::remove(kUserPrefPath);
+    EXPECT_EQ(printedBy([] { loadUserPrefNoSave(); }), "open file /userdata/UserPref.sav error\n");
+    EXPECT_EQ(bytesOf(getUserPref()), kOwnUserPref);
+    put(kUserPrefPath, "");
+    EXPECT_EQ(printedBy([] { loadUserPref(); }), "");
+    EXPECT_EQ(bytesOf(getUserPref()), kOwnUserPref);
+    EXPECT_EQ(contentOf(kUserPrefPath), "");
+}
+
+TEST(UserPref, ReadingPreferencesReturnsTheLengthOfTheFileAndJudgesNothing)
+{
+    EXPECT_EQ(printedBy([] { EXPECT_EQ(readUserPref(), 0u); }),
+              "open file /userdata/UserPref.sav error\n");
+    put(kUserPrefPath, "abcd");
+    EXPECT_EQ(printedBy([] { EXPECT_EQ(readUserPref(), 4u); }), "");
+    EXPECT_EQ(getUserPref()->identification, 0x64636261u);
+    put(kUserPrefPath, kOwnUserPref);
+    EXPECT_EQ(readUserPref(), 56u);
+    put(kUserPrefPath, kOwnUserPref + '.');
+    EXPECT_EQ(printedBy([] { EXPECT_EQ(readUserPref(), 57u); }),
+              "read file UserPref.sav size error: fileSize=57, readSize=56\r\n");
+    EXPECT_EQ(bytesOf(getUserPref()), kOwnUserPref);
+}
+
+// The user preferences: reset --------------------------------------------------------------------
+
+TEST(UserPref, ResettingPreferencesKeepsTheMacAddressAndThePaddingAndNothingElse)
+{
+    fill(getUserPref(), Bytes(56, '\xA5'));
+    EXPECT_EQ(printedBy([] { resetUserPref(); }), "");
+    Bytes expected = with(kDefaultUserPref, 30, Bytes(6, '\xA5')); // MAC address
+    expected = with(expected, 53, Bytes(3, '\xA5'));               // padding
+    expected = with(expected, 4, hex("00 01"));                    // neither language nor fade held
+    EXPECT_EQ(bytesOf(getUserPref()), expected);
+    EXPECT_FALSE(isAnythingSaved());
+}
+
+TEST(UserPref, ResettingPreferencesKeepsALanguageOfZeroOrOne)
+{
+    for (int language = 0; language < 256; ++language) {
+        put(kUserPrefPath, with(Bytes(56, '\0'), 4, oneByte(language)));
+        printedBy([] { loadUserPrefNoSave(); });
+        EXPECT_EQ(getUserLang(), language == 1 ? 1 : 0) << language;
+    }
+}
+
+TEST(UserPref, ResettingPreferencesKeepsAFadeOptionOfZeroOrOne)
+{
+    for (int off = 0; off < 256; ++off) {
+        put(kUserPrefPath, with(Bytes(56, '\0'), 5, oneByte(off)));
+        printedBy([] { loadUserPrefNoSave(); });
+        EXPECT_EQ(getLoadFadeInOutOff(), off == 0 ? 0 : 1) << off;
+    }
+}
+
+TEST(UserPref, ResettingPreferencesSetsDhcpAndTheKnownAddresses)
+{
+    resetUserPref();
+    const UserPref &record = *getUserPref();
+    EXPECT_EQ(record.dhcpEnable, 1);
+    EXPECT_EQ(bytesOf(&record.ipAddress), hex("c0 a8 00 64"));
+    EXPECT_EQ(bytesOf(&record.netMask), hex("ff ff ff 00"));
+    EXPECT_EQ(bytesOf(&record.gateway), hex("c0 a8 00 01"));
+}
+
+// The user preferences: saving -------------------------------------------------------------------
+
+TEST(UserPref, SavingPreferencesWritesTheRecordAsItStands)
+{
+    fill(getUserPref(), kOwnUserPref);
+    put(kUserPrefPath, Bytes(100, 'x'));
+    EXPECT_EQ(printedBy([] { EXPECT_EQ(saveUserPref(), 1); }), "");
+    EXPECT_EQ(contentOf(kUserPrefPath), kOwnUserPref);
+    fill(getUserPref(), Bytes(56, '\xA5')); // a record that would not be accepted
+    EXPECT_EQ(saveUserPref(), 1);
+    EXPECT_EQ(contentOf(kUserPrefPath), Bytes(56, '\xA5'));
+    EXPECT_FALSE(fs::exists(kDeviceInfoPath));
+}
+
+struct Setter {
+    const char *name;
+    int32_t (*set)();
+    Bytes expected; // the record after it, which was kOwnUserPref
+};
+const Setter kSetters[] = {
+    {"saveUserLang", [] { return saveUserLang(0x11); }, with(kOwnUserPref, 4, hex("11"))},
+    {"saveLoadFadeInOutOff", [] { return saveLoadFadeInOutOff(0x22); },
+     with(kOwnUserPref, 5, hex("22"))},
+    {"saveDelayCallTime", [] { return saveDelayCallTime(0x33); },
+     with(kOwnUserPref, 36, hex("33"))},
+    {"saveDelayCallIndex", [] { return saveDelayCallIndex(0x44); },
+     with(kOwnUserPref, 38, hex("44"))},
+    {"saveUserPadLock, enabled", [] { return saveUserPadLock(1, 1); },
+     with(kOwnUserPref, 39, hex("01 01"))},
+    {"saveUserPadLock, enabled by any value", [] { return saveUserPadLock(5, 7); },
+     with(kOwnUserPref, 39, hex("05 07"))},
+    {"saveUserPadLock, enabled and open", [] { return saveUserPadLock(1, 0); },
+     with(kOwnUserPref, 39, hex("01 00"))},
+    {"saveUserPadLock, not enabled", [] { return saveUserPadLock(0, 1); },
+     with(kOwnUserPref, 39, hex("00 00"))},
+    {"saveIPAddress",
+     [] {
+         std::memcpy(getIPAddress(), "\x0A\x01\x02\x03", 4);
+         return saveIPAddress();
+     },
+     with(kOwnUserPref, 10, hex("0a 01 02 03"))},
+};
+
+TEST(UserPref, EverySetterOfPreferencesChangesItsFieldAndSavesAtOnce)
+{
+    for (const Setter &setter : kSetters) {
+        fill(getUserPref(), kOwnUserPref);
+        fs::remove(kUserPrefPath);
+        EXPECT_EQ(printedBy([&] { EXPECT_EQ(setter.set(), 1); }), "") << setter.name;
+        EXPECT_EQ(bytesOf(getUserPref()), setter.expected) << setter.name;
+        EXPECT_EQ(contentOf(kUserPrefPath), setter.expected) << setter.name;
+        EXPECT_FALSE(fs::exists(kDeviceInfoPath)) << setter.name;
+    }
+}
+
+TEST(UserPref, ASetterOfPreferencesThatCannotSaveSaysSoAndKeepsTheValue)
+{
+    takeDirectoryAway();
+    for (const Setter &setter : kSetters) {
+        fill(getUserPref(), kOwnUserPref);
+        EXPECT_EQ(printedBy([&] { EXPECT_EQ(setter.set(), 0); }),
+                  "open file /userdata/UserPref.sav error\nopen file UserPref.sav fail\r\n")
+            << setter.name;
+        EXPECT_EQ(bytesOf(getUserPref()), setter.expected) << setter.name;
+    }
+    EXPECT_EQ(printedBy([] { EXPECT_EQ(saveUserPref(), 0); }),
+              "open file /userdata/UserPref.sav error\nopen file UserPref.sav fail\r\n");
+}
+
+TEST(UserPref, EveryGetterOfPreferencesReadsItsField)
+{
+    fill(getUserPref(), kOwnUserPref);
+    EXPECT_EQ(getUserLang(), 0x84);
+    EXPECT_EQ(getLoadFadeInOutOff(), 0x85);
+    EXPECT_EQ(getDelayCallTime(), 0x80 + 36);
+    EXPECT_EQ(getDelayCallIndex(), 0x80 + 38);
+    EXPECT_EQ(getUserPadLockEnable(), 0x80 + 39);
+    EXPECT_EQ(getUserPadLockState(), 0x80 + 40);
+    EXPECT_EQ(getIPAddress(), getUserPref()->ipAddress);
+    EXPECT_FALSE(isAnythingSaved());
+}
+
+// The device information -------------------------------------------------------------------------
+
+TEST(UserPref, DeviceInformationIsTheBytesOfItsFile)
+{
+    put(kDeviceInfoPath, kOwnDeviceInfo);
+    EXPECT_EQ(printedBy([] { loadDeviceInfo(); }), "");
+    EXPECT_EQ(bytesOf(getDeviceInfo()), kOwnDeviceInfo);
+    EXPECT_EQ(getDeviceSN(), 0x12345678u);
+    EXPECT_EQ(getDeviceInfo()->deviceByte, 0xA8);
+    EXPECT_TRUE(fakeClock.sleepsUs.empty());
+}
+
+// One attempt, then a pause ahead of the messages.
+TEST(UserPref, DeviceInformationOfAMissingFileIsResetAfterAPauseAndNotSaved)
+{
+    fakeClock.onSleep = [] { std::printf("(pause)\n"); };
+    EXPECT_EQ(printedBy([] { loadDeviceInfo(); }), "open file /userdata/DevInfo.sav error\n"
+                                                   "(pause)\n"
+                                                   "Device ID = 0x0\r\n"
+                                                   "reset Device info\r\n");
+    EXPECT_EQ(fakeClock.sleepsUs, (std::vector<uint32_t>{30000}));
+    EXPECT_EQ(bytesOf(getDeviceInfo()), kDefaultDeviceInfo);
+    EXPECT_FALSE(isAnythingSaved());
+}
+
+TEST(UserPref, DeviceInformationWithAWrongSecondIdentificationIsResetAndKeepsTheSerialNumber)
+{
+    const Bytes file = with(kOwnDeviceInfo, 12, hex("01 32 00 00"));
+    put(kDeviceInfoPath, file);
+    EXPECT_EQ(printedBy([] { loadDeviceInfo(); }),
+              "Device ID = 0x4bcd365c\r\nreset Device info\r\n");
+    EXPECT_EQ(getDeviceSN(), 0x12345678u);
+    EXPECT_EQ(bytesOf(getDeviceInfo()), with(kOwnDeviceInfo, 8, hex("00")));
+    EXPECT_EQ(contentOf(kDeviceInfoPath), file);
+}
+
+TEST(UserPref, DeviceInformationWithAWrongFirstIdentificationIsReset)
+{
+    put(kDeviceInfoPath, with(kOwnDeviceInfo, 0, hex("ef 0d 00 00")));
+    EXPECT_EQ(printedBy([] { loadDeviceInfo(); }), "Device ID = 0xdef\r\nreset Device info\r\n");
+    EXPECT_EQ(bytesOf(getDeviceInfo()), with(kOwnDeviceInfo, 8, hex("00")));
+}
+
+TEST(UserPref, EveryBitOfBothDeviceIdentificationsCounts)
+{
+    for (const size_t offset : {0u, 12u}) {
+        for (int bit = 0; bit < 32; ++bit) {
+            Bytes file = kOwnDeviceInfo;
+            char &byte = file[offset + static_cast<size_t>(bit / 8)];
+            byte = static_cast<char>(byte ^ 1 << bit % 8);
+            put(kDeviceInfoPath, file);
+            printedBy([] { loadDeviceInfo(); });
+            EXPECT_EQ(bytesOf(getDeviceInfo()), with(kOwnDeviceInfo, 8, hex("00")));
+        }
+    }
+    EXPECT_EQ(fakeClock.sleepsUs, std::vector<uint32_t>(64, 30000));
+}
+
+TEST(UserPref, DeviceInformationOfAShortFileIsResetAndKeepsWhatWasRead)
+{
+    put(kDeviceInfoPath, kOwnDeviceInfo.substr(0, 12));
+    EXPECT_EQ(printedBy([] { loadDeviceInfo(); }),
+              "Device ID = 0x4bcd365c\r\nreset Device info\r\n");
+    EXPECT_EQ(bytesOf(getDeviceInfo()),
+              hex("5c 36 cd 4b  78 56 34 12  00 a9 aa ab  00 32 00 00  00 00 00 00"));
+}
+
+TEST(UserPref, DeviceInformationOfALongFileIsItsFirst20Bytes)
+{
+    const Bytes preferences = bytesOf(getUserPref());
+    put(kDeviceInfoPath, kOwnDeviceInfo + Bytes(5000, '\xFF'));
+    EXPECT_EQ(printedBy([] { loadDeviceInfo(); }),
+              "read file DevInfo.sav size error: fileSize=5020, readSize=20\r\n");
+    EXPECT_EQ(bytesOf(getDeviceInfo()), kOwnDeviceInfo);
+    EXPECT_EQ(bytesOf(getUserPref()), preferences);
+    EXPECT_EQ(getBoardType(), 0);
+    EXPECT_EQ(getSizeEEPROM(), 0u);
+}
+
+TEST(UserPref, DeviceInformationStaysAsItIsWhenTheFileHasGoneByTheReload)
+{
+    put(kDeviceInfoPath, kOwnDeviceInfo);
+    loadDeviceInfo();
+    fs::remove(kDeviceInfoPath);
+    EXPECT_EQ(printedBy([] { loadDeviceInfo(); }), "open file /userdata/DevInfo.sav error\n");
+    EXPECT_EQ(bytesOf(getDeviceInfo()), kOwnDeviceInfo);
+    EXPECT_TRUE(fakeClock.sleepsUs.empty());
+}
+
+TEST(UserPref, ResettingDeviceInformationSetsTheIdentificationsAndClearsTheDeviceByteOnly)
+{
+    fill(getDeviceInfo(), Bytes(20, '\xA5'));
+    EXPECT_EQ(printedBy([] { resetDeviceInfo(); }), "");
+    EXPECT_EQ(bytesOf(getDeviceInfo()),
+              hex("5c 36 cd 4b  a5 a5 a5 a5  00 a5 a5 a5  00 32 00 00  a5 a5 a5 a5"));
+    EXPECT_FALSE(isAnythingSaved());
+}
+
+TEST(UserPref, ReadingDeviceInformationReturnsTheLengthOfTheFileAndJudgesNothing)
+{
+    EXPECT_EQ(printedBy([] { EXPECT_EQ(readDeviceInfo(), 0u); }),
+              "open file /userdata/DevInfo.sav error\n");
+    put(kDeviceInfoPath, "abcd");
+    EXPECT_EQ(printedBy([] { EXPECT_EQ(readDeviceInfo(), 4u); }), "");
+    EXPECT_EQ(bytesOf(getDeviceInfo()), "abcd" + Bytes(16, '\0'));
+    put(kDeviceInfoPath, kOwnDeviceInfo);
+    EXPECT_EQ(readDeviceInfo(), 20u);
+}
+
+TEST(UserPref, BothSavesOfDeviceInformationWriteTheRecordAsItStands)
+{
+    for (int32_t (*const save)() : {writeDeviceInfo, saveDeviceInfo}) {
+        fs::remove(kDeviceInfoPath);
+        fill(getDeviceInfo(), kOwnDeviceInfo);
+        EXPECT_EQ(printedBy([&] { EXPECT_EQ(save(), 1); }), "");
+        EXPECT_EQ(contentOf(kDeviceInfoPath), kOwnDeviceInfo);
+    }
+    EXPECT_FALSE(fs::exists(kUserPrefPath));
+}
+
+TEST(UserPref, TheSerialNumberIsSavedAtOnceInAll32Bits)
+{
+    fill(getDeviceInfo(), kOwnDeviceInfo);
+    EXPECT_EQ(printedBy([] { EXPECT_EQ(saveDeviceSN(0xFEDCBA98), 1); }), "");
+    EXPECT_EQ(getDeviceSN(), 0xFEDCBA98u);
+    EXPECT_EQ(contentOf(kDeviceInfoPath), with(kOwnDeviceInfo, 4, hex("98 ba dc fe")));
+    EXPECT_FALSE(fs::exists(kUserPrefPath));
+}
+
+TEST(UserPref, ASaveOfDeviceInformationThatFailsReturnsZeroAndKeepsTheValue)
+{
+    takeDirectoryAway();
+    const std::string messages =
+        "open file /userdata/DevInfo.sav error\nopen file DevInfo.sav fail\r\n";
+    EXPECT_EQ(printedBy([] { EXPECT_EQ(saveDeviceSN(7), 0); }), messages);
+    EXPECT_EQ(getDeviceSN(), 7u);
+    EXPECT_EQ(printedBy([] { EXPECT_EQ(writeDeviceInfo(), 0); }), messages);
+    EXPECT_EQ(printedBy([] { EXPECT_EQ(saveDeviceInfo(), 0); }), messages);
+}
+
+// Both -------------------------------------------------------------------------------------------
+
+TEST(UserPref, BothRecordsAreLoadedAtStartUserPreferencesFirstAndNeverWritten)
+{
+    EXPECT_EQ(printedBy([] { loadAllUserPref(); }), kUserPrefMissing + kDeviceInfoMissing);
+    EXPECT_EQ(bytesOf(getUserPref()), kDefaultUserPref);
+    EXPECT_EQ(bytesOf(getDeviceInfo()), kDefaultDeviceInfo);
+    EXPECT_FALSE(isAnythingSaved());
+}
+
+TEST(UserPref, BothRecordsAreLoadedAtStartSilentlyWhenTheyAreGood)
+{
+    put(kUserPrefPath, kOwnUserPref);
+    put(kDeviceInfoPath, kOwnDeviceInfo);
+    EXPECT_EQ(printedBy([] { loadAllUserPref(); }), "");
+    EXPECT_EQ(bytesOf(getUserPref()), kOwnUserPref);
+    EXPECT_EQ(bytesOf(getDeviceInfo()), kOwnDeviceInfo);
+}
+
+TEST(UserPref, OfTheBoardNothingIsKnown)
+{
+    fill(getUserPref(), kOwnUserPref);
+    fill(getDeviceInfo(), kOwnDeviceInfo);
+    EXPECT_EQ(printedBy([] {
+                  checkBoardType();
+                  checkSizeEEPROM();
+                  EXPECT_EQ(getHardwareVersion(), 1);
+                  EXPECT_EQ(getBoardType(), 0);
+                  EXPECT_EQ(getSizeEEPROM(), 0u);
+              }),
+              "");
+    EXPECT_EQ(bytesOf(getUserPref()), kOwnUserPref);
+    EXPECT_EQ(bytesOf(getDeviceInfo()), kOwnDeviceInfo);
+    EXPECT_FALSE(isAnythingSaved());
+}
+
+// The document -----------------------------------------------------------------------------------
+
+struct Field {
+    std::string name;
+    std::string type;
+    size_t offset;
+    bool operator==(const Field &) const = default;
+};
+
+std::ostream &operator<<(std::ostream &out, const Field &field)
+{
+    return out << field.offset << ' ' << field.type << ' ' << field.name;
+}
+
+template <typename Type> std::string typeName()
+{
+    std::string name = "u" + std::to_string(8 * sizeof(std::remove_all_extents_t<Type>));
+    if constexpr (std::rank_v < Type >> 0) {
+        name += '[' + std::to_string(std::extent_v<Type, 0>) + ']';
+    }
+    if constexpr (std::rank_v < Type >> 1) {
+        name += '[' + std::to_string(std::extent_v<Type, 1>) + ']';
+    }
+    return name;
+}
+
+#define FIELD(record, field)                                                                       \
+    {                                                                                              \
+#field, typeName < decltype(record::field)>(), offsetof(record, field)                     \
+    }
+const std::vector<Field> kUserPrefFields = {
+    FIELD(UserPref, identification),
+    FIELD(UserPref, language),
+    FIELD(UserPref, loadFadeInOutOff),
+    FIELD(UserPref, preferenceWord),
+    FIELD(UserPref, networkFlag),
+    FIELD(UserPref, dhcpEnable),
+    FIELD(UserPref, ipAddress),
+    FIELD(UserPref, gateway),
+    FIELD(UserPref, netMask),
+    FIELD(UserPref, dns),
+    FIELD(UserPref, mac),
+    FIELD(UserPref, delayCallTime),
+    FIELD(UserPref, reserved37),
+    FIELD(UserPref, delayCallIndex),
+    FIELD(UserPref, padLockEnable),
+    FIELD(UserPref, padLockState),
+    FIELD(UserPref, reserved41),
+    FIELD(UserPref, indexTable),
+    FIELD(UserPref, preferenceBytes),
+    FIELD(UserPref, padding),
+};
+const std::vector<Field> kDeviceInfoFields = {
+    FIELD(DeviceInfo, identification),       FIELD(DeviceInfo, serialNumber),
+    FIELD(DeviceInfo, deviceByte),           FIELD(DeviceInfo, reserved9),
+    FIELD(DeviceInfo, secondIdentification), FIELD(DeviceInfo, reserved16),
+};
+#undef FIELD
+
+// What a chapter of docs/files.md says: the table's fields and the hexdump's lines.
+struct Chapter {
+    std::vector<Field> fields;
+    std::vector<Bytes> defaults; // one for each field; empty where it "stays", perhaps
+    std::vector<std::string> dump;
+};
+
+std::string stripped(const std::string &text)
+{
+    const size_t from = text.find_first_not_of(' ');
+    return from == std::string::npos ? ""
+                                     : text.substr(from, text.find_last_not_of(' ') - from + 1);
+}
+
+// The numbers in "192.168.0.100" or "1, 0x32, 0", each as so many little-endian bytes.
+Bytes numbersIn(const std::string &text, size_t width)
+{
+    Bytes bytes;
+    const char *at = text.c_str();
+    while (*at != '\0') {
+        char *end = nullptr;
+        const uint32_t number = static_cast<uint32_t>(std::strtoul(at, &end, 0));
+        if (end == at) {
+            ++at;
+            continue;
+        }
+        bytes.append(reinterpret_cast<const char *>(&number), width);
+        at = end;
+    }
+    return bytes;
+}
+
+Chapter readChapter(const std::string &title)
+{
+    std::ifstream document(FILES_DOCUMENT);
+    Chapter chapter;
+    bool isInChapter = false;
+    for (std::string line; std::getline(document, line);) {
+        if (line.rfind("## ", 0) == 0) {
+            isInChapter = line == "## " + title;
+        }
+        if (!isInChapter) {
+            continue;
+        }
+        if (line.rfind("    0000", 0) == 0) {
+            chapter.dump.push_back(line.substr(4));
+        }
+        std::vector<std::string> cells;
+        std::istringstream row(line);
+        for (std::string cell; std::getline(row, cell, '|');) {
+            cells.push_back(stripped(cell));
+        }
+        if (cells.size() == 7 && cells[1].find_first_not_of("0123456789") == std::string::npos) {
+            chapter.fields.push_back({cells[3], cells[2], std::stoul(cells[1])});
+            const size_t width = std::stoul(cells[2].substr(1)) / 8;
+            chapter.defaults.push_back(
+                cells[6].rfind("stays", 0) == 0 ? Bytes() : numbersIn(cells[6], width));
+        }
+    }
+    return chapter;
+}
+
+// As "hexdump -C" shows a file. (It would show a "*" in the place of lines that repeat.)
+std::vector<std::string> hexdump(const Bytes &bytes)
+{
+    std::vector<std::string> lines;
+    char text[20];
+    for (size_t at = 0; at < bytes.size(); at += 16) {
+        std::snprintf(text, sizeof text, "%08zx", at);
+        std::string line = text;
+        std::string characters;
+        for (size_t i = at; i < at + 16; ++i) {
+            line += i % 8 == 0 ? "  " : " ";
+            if (i >= bytes.size()) {
+                line += "  ";
+                continue;
+            }
+            const auto byte = static_cast<unsigned char>(bytes[i]);
+            std::snprintf(text, sizeof text, "%02x", byte);
+            line += text;
+            characters += byte >= 0x20 && byte < 0x7F ? bytes[i] : '.';
+        }
+        lines.push_back(line + "  |" + characters + "|");
+    }
+    std::snprintf(text, sizeof text, "%08zx", bytes.size());
+    lines.emplace_back(text);
+    return lines;
+}
+
+// A reset of a record that holds nothing valid, field by field: what the document announces, and
+// the old bytes where a field "stays". Two fields stay only while they are valid: other cases hold
+// them.
+template <typename Record>
+void compareDefaults(const Chapter &chapter, Record *record, void (*reset)())
+{
+    fill(record, Bytes(sizeof *record, '\xA5'));
+    reset();
+    const Bytes bytes = bytesOf(record);
+    for (size_t i = 0; i < chapter.fields.size(); ++i) {
+        const size_t from = chapter.fields[i].offset;
+        const size_t to =
+            i + 1 < chapter.fields.size() ? chapter.fields[i + 1].offset : sizeof *record;
+        const Bytes &announced = chapter.defaults[i];
+        const bool staysIfValid =
+            chapter.fields[i].name == "language" || chapter.fields[i].name == "loadFadeInOutOff";
+        if (!staysIfValid) {
+            EXPECT_EQ(bytes.substr(from, to - from),
+                      announced.empty() ? Bytes(to - from, '\xA5') : announced)
+                << chapter.fields[i].name;
+        }
+    }
+}
+
+TEST(UserPref, BothRecordsHaveTheFieldsOfTheirDocument)
+{
+    EXPECT_EQ(readChapter("UserPref.sav").fields, kUserPrefFields) << FILES_DOCUMENT;
+    EXPECT_EQ(readChapter("DevInfo.sav").fields, kDeviceInfoFields) << FILES_DOCUMENT;
+    // Nothing lies between these fields: the records are no larger than all of them.
+    static_assert(sizeof(UserPref) == 56 && std::has_unique_object_representations_v<UserPref>);
+    static_assert(sizeof(DeviceInfo) == 20 && std::has_unique_object_representations_v<DeviceInfo>);
+}
+
+TEST(UserPref, BothRecordsHaveTheDefaultsOfTheirDocument)
+{
+    compareDefaults(readChapter("UserPref.sav"), getUserPref(), resetUserPref);
+    compareDefaults(readChapter("DevInfo.sav"), getDeviceInfo(), resetDeviceInfo);
+}
+
+TEST(UserPref, BothRecordsAreAsTheirDocumentShowsThem)
+{
+    printedBy([] { loadAllUserPref(); });
+    saveUserPref();
+    saveDeviceInfo();
+    EXPECT_EQ(contentOf(kUserPrefPath), kDefaultUserPref);
+    EXPECT_EQ(contentOf(kDeviceInfoPath), kDefaultDeviceInfo);
+    EXPECT_EQ(readChapter("UserPref.sav").dump, hexdump(contentOf(kUserPrefPath)));
+    EXPECT_EQ(readChapter("DevInfo.sav").dump, hexdump(contentOf(kDeviceInfoPath)));
+}
+
+} // namespace
