@@ -21,8 +21,8 @@ void InitRs232CommandVariable();
 // wrong checksum is refused, and the bytes behind it wait for the next call. Of an executed frame,
 // what is still at the end of the bytes mirrored to the PC is taken back from there.
 //
-// One call takes at most 4096 bytes, a full pipe, from a channel; what arrives meanwhile is the
-// next call's.
+// One call takes at most 4096 bytes, a full pipe, from a channel, and the payloads of the commands
+// among them; what arrives meanwhile is the next call's.
 void TaskCommand();
 
 // Feeds one byte to the frame assembler of channel `commandFrom`. Returns 0 when it completed a

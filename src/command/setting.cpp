@@ -6,7 +6,7 @@
 
 #include "command/payload.h"
 #include "command/reply.h"
-#include "control/ip.h"
+#include "control/network_record.h"
 #include "storage/fatfs.h"
 
 uint8_t buffer[kBufferSize + 1];

@@ -1,20 +1,14 @@
 #include "control/ip.h"
 
-#include <arpa/inet.h>
 #include <cctype>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
-#include <net/if.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include <system_error>
 
 #include "command/update.h"
 #include "core/DelayCall.h"
-#include "core/systick.h"
 #include "storage/UserPref.h"
 
 uint8_t isSetIp;
@@ -23,11 +17,8 @@ namespace {
 
 constexpr uint32_t kSaveDelayMs = 1000;
 constexpr uint32_t kApplyDelayMs = 1500;
-constexpr uint32_t kVendorSettleMs = 300;
 
-constexpr char kInterface[] = "eth0"; // of the network record
-constexpr char kVendorDevice[] = "/dev/vendor_storage";
-constexpr char kScriptFile[] = "/etc/init.d/S50_Network_Conf.sh";
+constexpr uint32_t kAddressLength = 4;
 
 // State, main loop only: what init_ip() found or set_ip() was given.
 char eth0_name[100];
@@ -38,38 +29,37 @@ uint8_t _dns[4];
 uint8_t _dhcp = 1;
 uint8_t _mac[6];
 
-// The vendor storage device as the last request left it open, or -1.
-int vendorDevice = -1;
-
 // The output of a command, line by line --------------------------------------------------------
 
 struct CommandOutput {
-    std::FILE *pipe;
-    char line[1024]; // the last line read
+    std::FILE *stream;
+    char line[1024]; // the line read last; empty before the first and behind the last one
 };
 
 bool startCommand(CommandOutput *output, const char *command)
 {
     output->line[0] = '\0';
-    output->pipe = popen(command, "r");
-    if (output->pipe == nullptr) {
+    output->stream = popen(command, "r");
+    if (output->stream == nullptr) {
         std::printf("execute command failed: %s\n", std::strerror(errno));
         return false;
     }
     return true;
 }
 
-// Reads the next line, a long one in pieces; false at the end, where the last line stays.
+// Reads the next line, a long one in pieces.
 bool nextLine(CommandOutput *output)
 {
-    if (std::fgets(output->line, sizeof output->line, output->pipe) == nullptr) {
+    char *const line = output->line;
+    if (std::fgets(line, sizeof output->line, output->stream) == nullptr) {
+        line[0] = '\0';
         return false;
     }
-    const size_t length = std::strlen(output->line);
-    if (length == sizeof output->line - 1 && output->line[length - 1] != '\n') {
+    const size_t length = std::strlen(line);
+    if (length == sizeof output->line - 1 && line[length - 1] != '\n') {
         // A number cut in two would look like another number.
-        char *const lastBlank = std::strrchr(output->line, ' ');
-        (lastBlank != nullptr ? lastBlank : output->line)[0] = '\0';
+        char *const lastBlank = std::strrchr(line, ' ');
+        *(lastBlank != nullptr ? lastBlank : line) = '\0';
     }
     return true;
 }
@@ -93,44 +83,30 @@ const char *findInLines(CommandOutput *output, const char *word)
     return nullptr;
 }
 
-// All four numbers or none. The widths bound them; a longer one shows by the digit behind it.
-bool readAddress(const char *text, uint8_t *address)
+// Reads `count` (up to 6) numbers with `separator` between them, blanks before the first one only.
+// All of them, each in the range of a byte and nothing but white space behind the last one, or
+// none.
+bool readNumbers(const char *text, int base, char separator, uint8_t *out, uint32_t count)
 {
-    int numbers[4];
-    int end = 0;
-    if (std::sscanf(text, "%3d.%3d.%3d.%3d%n", &numbers[0], &numbers[1], &numbers[2], &numbers[3],
-                    &end) != 4 ||
-        std::isdigit(static_cast<unsigned char>(text[end])) != 0) {
-        return false;
+    uint8_t numbers[6];
+    const char *const end = text + std::strlen(text);
+    while (*text == ' ') {
+        ++text;
     }
-    for (const int number : numbers) {
-        if (number < 0 || number > 255) {
+    for (uint32_t i = 0; i < count; ++i) {
+        if (i > 0 && *text++ != separator) {
             return false;
         }
-    }
-    for (uint32_t i = 0; i < 4; ++i) {
-        address[i] = static_cast<uint8_t>(numbers[i]);
-    }
-    return true;
-}
-
-bool readMac(const char *text, uint8_t *mac)
-{
-    unsigned bytes[6];
-    int end = 0;
-    if (std::sscanf(text, "%2x:%2x:%2x:%2x:%2x:%2x%n", &bytes[0], &bytes[1], &bytes[2], &bytes[3],
-                    &bytes[4], &bytes[5], &end) != 6 ||
-        std::isxdigit(static_cast<unsigned char>(text[end])) != 0) {
-        return false;
-    }
-    for (const unsigned byte : bytes) {
-        if (byte > 255) {
+        const auto [behind, error] = std::from_chars(text, end, numbers[i], base);
+        if (error != std::errc()) {
             return false;
         }
+        text = behind;
     }
-    for (uint32_t i = 0; i < 6; ++i) {
-        mac[i] = static_cast<uint8_t>(bytes[i]);
+    if (*text != '\0' && std::isspace(static_cast<unsigned char>(*text)) == 0) {
+        return false;
     }
+    std::memcpy(out, numbers, count);
     return true;
 }
 
@@ -156,7 +132,7 @@ bool readInterface(const char *line)
     std::printf("len = %zu\n", length);
     std::printf("eth0 name:%s\n", eth0_name);
     if (const char *const mac = behind(line, "HWaddr ")) {
-        readMac(mac, _mac);
+        readNumbers(mac, 16, ':', _mac, sizeof _mac);
         std::printf("get mac = %x.%x.%x.%x.%x.%x\n", _mac[0], _mac[1], _mac[2], _mac[3], _mac[4],
                     _mac[5]);
     }
@@ -190,7 +166,7 @@ bool readIfconfig()
     if (isFound) {
         readInterfaceAddress(&output);
     }
-    pclose(output.pipe);
+    pclose(output.stream);
     return isFound;
 }
 
@@ -205,7 +181,7 @@ bool readSystemAddress(const char *command, const char *word, const char *what, 
         readAddress(found, address);
         printAddress(what, address);
     }
-    pclose(output.pipe);
+    pclose(output.stream);
     return true;
 }
 
@@ -219,7 +195,7 @@ bool readDhcp()
     std::snprintf(section, sizeof section, "interface %s", eth0_name);
     _dhcp = findInLines(&output, section) != nullptr ? 0 : 1;
     std::printf("get dhcp = %d\n", _dhcp);
-    pclose(output.pipe);
+    pclose(output.stream);
     return true;
 }
 
@@ -232,7 +208,7 @@ bool runCommand(const char *command)
     }
     while (nextLine(&output)) {
     }
-    pclose(output.pipe);
+    pclose(output.stream);
     return true;
 }
 
@@ -263,117 +239,19 @@ void savePreferences()
     saveUserPref();
 }
 
-// One function each, so that a change restarts the waits of the one before it.
+// The same two functions for every change: arming them again restarts their waits.
 void scheduleSaveAndApply()
 {
     AddDelayCallFunc(savePreferences, kSaveDelayMs);
     AddDelayCallFunc(ResetStaticIp, kApplyDelayMs);
 }
 
-// The running system ---------------------------------------------------------------------------
-
-// The numbers of a dotted text as bytes; false when `out` has no room for all of them.
-bool bytesOfDotted(char *text, uint8_t *out, uint32_t size)
-{
-    uint32_t count = 0;
-    char *place = nullptr;
-    for (const char *number = strtok_r(text, ".", &place); number != nullptr;
-         number = strtok_r(nullptr, ".", &place)) {
-        if (count == size) {
-            return false;
-        }
-        out[count++] = static_cast<uint8_t>(std::strtol(number, nullptr, 10));
-    }
-    return true;
-}
-
-// Asks the kernel about an interface; false after the message for what failed, if it has one.
-bool askInterface(const char *name, unsigned long request, ifreq *answer, const char *noSocket,
-                  const char *noAnswer)
-{
-    const int asker = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (asker < 0) {
-        std::puts(noSocket);
-        return false;
-    }
-    *answer = {};
-    std::strncpy(answer->ifr_name, name, sizeof answer->ifr_name - 1);
-    const int result = ioctl(asker, request, answer);
-    close(asker);
-    if (result < 0) {
-        if (noAnswer != nullptr) {
-            std::puts(noAnswer);
-        }
-        return false;
-    }
-    return true;
-}
-
-// An address of the kernel's answer as bytes.
-int32_t bytesOfAddress(const sockaddr &answer, uint8_t *out, uint32_t size)
-{
-    sockaddr_in address;
-    static_assert(sizeof address == sizeof answer);
-    std::memcpy(&address, &answer, sizeof address);
-    return bytesOfDotted(inet_ntoa(address.sin_addr), out, size) ? 0 : -1;
-}
-
-bool isGiven(const void *name, const void *out)
-{
-    if (name == nullptr || out == nullptr) {
-        std::puts("param null");
-        return false;
-    }
-    return true;
-}
-
-// Vendor storage -------------------------------------------------------------------------------
-
-bool openVendorStorage()
-{
-    // Some requests leave the device open.
-    if (vendorDevice >= 0) {
-        close(vendorDevice);
-    }
-    vendorDevice = open(kVendorDevice, O_RDWR | O_CLOEXEC);
-    if (vendorDevice < 0) {
-        std::puts("vendor_storage open fail");
-        return false;
-    }
-    return true;
-}
-
-// The network record ---------------------------------------------------------------------------
-
-// Whatever becomes of the command: it has its own messages.
-void runInShell(const char *command)
-{
-    [[maybe_unused]] const int status = std::system(command);
-}
-
-void printHeading(const char *function, int line)
-{
-    std::printf("[%s:%d] Will Config eth0\n", function, line);
-}
-
-void printAddresses(const char *function, int line, const NetworkRecord &record)
-{
-    const uint8_t *const ip = record.ip;
-    const uint8_t *const mask = record.mask;
-    std::printf("[%s:%d] ip:%d.%d.%d.%d netmask:%d.%d.%d.%d\n", function, line, ip[0], ip[1], ip[2],
-                ip[3], mask[0], mask[1], mask[2], mask[3]);
-}
-
-void printRoute(const char *function, int line, const NetworkRecord &record)
-{
-    const uint8_t *const route = record.route;
-    const uint8_t *const mac = record.mac;
-    std::printf("[%s:%d] route:%d.%d.%d.%d mac:%02x.%02x.%02x.%02x.%02x.%02x\n", function, line,
-                route[0], route[1], route[2], route[3], mac[0], mac[1], mac[2], mac[3], mac[4],
-                mac[5]);
-}
-
 } // namespace
+
+bool readAddress(const char *text, uint8_t *address)
+{
+    return readNumbers(text, 10, '.', address, kAddressLength);
+}
 
 int32_t init_ip()
 {
@@ -436,35 +314,35 @@ void ResetStaticIp()
 
 void SetIpAddress(const uint8_t *ip)
 {
-    std::memcpy(getUserPref()->ipAddress, ip, 4);
+    std::memcpy(getUserPref()->ipAddress, ip, kAddressLength);
     scheduleSaveAndApply();
 }
 
 void SetNetMask(const uint8_t *mask)
 {
-    std::memcpy(getUserPref()->netMask, mask, 4);
+    std::memcpy(getUserPref()->netMask, mask, kAddressLength);
     scheduleSaveAndApply();
 }
 
 void SetDefGW(const uint8_t *gateway)
 {
-    std::memcpy(getUserPref()->gateway, gateway, 4);
+    std::memcpy(getUserPref()->gateway, gateway, kAddressLength);
     scheduleSaveAndApply();
 }
 
 void GetIpAddress(uint8_t *ip)
 {
-    std::memcpy(ip, getUserPref()->ipAddress, 4);
+    std::memcpy(ip, getUserPref()->ipAddress, kAddressLength);
 }
 
 void GetNetMask(uint8_t *mask)
 {
-    std::memcpy(mask, getUserPref()->netMask, 4);
+    std::memcpy(mask, getUserPref()->netMask, kAddressLength);
 }
 
 void GetDefGW(uint8_t *gateway)
 {
-    std::memcpy(gateway, getUserPref()->gateway, 4);
+    std::memcpy(gateway, getUserPref()->gateway, kAddressLength);
 }
 
 void enable_dhcp()
@@ -486,169 +364,13 @@ uint32_t getSystemVersion()
         return 0xFFFFFFFF;
     }
     nextLine(&output);
-    pclose(output.pipe);
+    pclose(output.stream);
     int major;
     int minor;
-    if (std::sscanf(output.line, "v%9d.%9d", &major, &minor) != 2) {
+    if (std::sscanf(output.line, "v%9d.%9d", &major, &minor) != 2 || major < 0 || minor < 0) {
         return 0;
     }
     return (static_cast<uint32_t>(major) << 8) + (static_cast<uint32_t>(minor) & 0xFF);
-}
-
-int32_t get_local_ip(const char *name, uint8_t *out, uint32_t size)
-{
-    ifreq answer;
-    if (!isGiven(name, out) ||
-        !askInterface(name, SIOCGIFADDR, &answer, "socket create fail", nullptr)) {
-        return -1;
-    }
-    return bytesOfAddress(answer.ifr_addr, out, size);
-}
-
-int32_t get_local_netmask(const char *name, uint8_t *out, uint32_t size)
-{
-    ifreq answer;
-    if (!isGiven(name, out) ||
-        !askInterface(name, SIOCGIFNETMASK, &answer, "create socket fail", "mac ioctl error")) {
-        return -1;
-    }
-    return bytesOfAddress(answer.ifr_netmask, out, size);
-}
-
-int32_t get_local_route(uint8_t *out, uint32_t size)
-{
-    if (!isGiven(out, out)) {
-        return -1;
-    }
-    std::FILE *const shell = popen("ip route | grep default | awk '{print $3}'", "r");
-    if (shell == nullptr) {
-        std::puts("popen error !");
-        return -1;
-    }
-    char line[100];
-    const bool isFound = std::fgets(line, sizeof line, shell) != nullptr;
-    pclose(shell);
-    if (!isFound) {
-        return 0;
-    }
-    line[std::strcspn(line, "\n")] = '\0';
-    return bytesOfDotted(line, out, size) ? 0 : -1;
-}
-
-int32_t get_local_mac(const char *name, uint8_t *out, uint32_t size)
-{
-    ifreq answer;
-    if (!isGiven(name, out) || size < sizeof _mac ||
-        !askInterface(name, SIOCGIFHWADDR, &answer, "create socket fali", "mac ioctl error")) {
-        return -1;
-    }
-    std::memcpy(out, answer.ifr_hwaddr.sa_data, sizeof _mac);
-    return 0;
-}
-
-int32_t vendor_storage_read(uint16_t id)
-{
-    if (!openVendorStorage()) {
-        return -1;
-    }
-    VendorStorageRequest request{};
-    request.tag = kVendorStorageTag;
-    request.id = id;
-    request.length = 50;
-    const int result = ioctl(vendorDevice, kVendorStorageRead, &request);
-    if (result != 0) {
-        std::printf("vendor read error %d\n", result);
-        return -1;
-    }
-    close(vendorDevice);
-    vendorDevice = -1;
-    return 0;
-}
-
-int32_t vendor_storage_write(uint16_t id, const uint8_t *data, uint16_t length)
-{
-    if (!openVendorStorage()) {
-        return -1;
-    }
-    VendorStorageRequest request{};
-    request.tag = kVendorStorageTag;
-    request.id = id;
-    request.length = id == 1 || id == 5 ? length : 6;
-    const bool fits = request.length <= sizeof request.data;
-    if (fits) {
-        std::memcpy(request.data, data, request.length);
-    }
-    if (!fits || ioctl(vendorDevice, kVendorStorageWrite, &request) != 0) {
-        std::puts("vendor write error");
-        return -1;
-    }
-    return 0;
-}
-
-void Command_Config_Network_String(char *text, const NetworkRecord *record)
-{
-    if (text == nullptr || record == nullptr) {
-        return;
-    }
-    const uint8_t *const ip = record->ip;
-    const uint8_t *const mask = record->mask;
-    const uint8_t *const route = record->route;
-    std::snprintf(text, kNetworkScriptSize,
-                  "#!/bin/sh\n"
-                  "/etc/init.d/S41dhcpcd stop\n"
-                  "sleep 1\n"
-                  "ifconfig eth0 %d.%d.%d.%d netmask %d.%d.%d.%d\n"
-                  "ip route add default via %d.%d.%d.%d dev eth0\n",
-                  ip[0], ip[1], ip[2], ip[3], mask[0], mask[1], mask[2], mask[3], route[0],
-                  route[1], route[2], route[3]);
-}
-
-void Command_Config_Network(const NetworkRecord *record)
-{
-    if (record == nullptr) {
-        return;
-    }
-    vendor_storage_write(kVendorItemMac, record->mac, sizeof record->mac);
-    SysDelayMs(kVendorSettleMs);
-    vendor_storage_read(kVendorItemMac); // for its message
-    std::FILE *const script = std::fopen(kScriptFile, "wb+e");
-    if (script == nullptr) {
-        return;
-    }
-    printHeading(__func__, __LINE__);
-    printAddresses(__func__, __LINE__, *record);
-    printRoute(__func__, __LINE__, *record);
-    char text[kNetworkScriptSize] = {};
-    Command_Config_Network_String(text, record);
-    std::fwrite(text, 1, std::strlen(text), script);
-    std::fclose(script);
-    runInShell("sync");
-    runInShell("chmod 755 /etc/init.d/S50_Network_Conf.sh");
-    runInShell(kScriptFile);
-}
-
-void Command_Read_Network(NetworkRecord *record)
-{
-    printHeading(__func__, __LINE__);
-    if (get_local_ip(kInterface, record->ip, sizeof record->ip) != 0 ||
-        get_local_netmask(kInterface, record->mask, sizeof record->mask) != 0 ||
-        get_local_route(record->route, sizeof record->route) != 0 ||
-        get_local_mac(kInterface, record->mac, sizeof record->mac) != 0) {
-        std::puts("Command_Read_Network fail");
-        return;
-    }
-    printAddresses(__func__, __LINE__, *record);
-    printRoute(__func__, __LINE__, *record);
-}
-
-int32_t cmpBuf(const uint8_t *a, const uint8_t *b, uint32_t length)
-{
-    for (uint32_t i = 0; i < length; ++i) {
-        if (a[i] != b[i]) {
-            return a[i] - b[i];
-        }
-    }
-    return 0;
 }
 
 int32_t isInUpdate()
