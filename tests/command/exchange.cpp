@@ -13,6 +13,7 @@
 
 std::vector<Sent> sent;
 std::function<void()> onSend;
+bool printsSent;
 
 namespace {
 
@@ -38,6 +39,11 @@ void note(std::string to, const uint8_t *bytes, size_t length)
 {
     if (onSend) {
         onSend();
+    }
+    if (printsSent) {
+        std::fputs("> ", stdout);
+        std::fwrite(bytes, 1, length, stdout);
+        std::fputs("\n", stdout);
     }
     sent.push_back({std::move(to), std::string(bytes, bytes + length)});
 }
@@ -99,6 +105,14 @@ std::string printedBy(const std::function<void()> &action)
     testing::internal::CaptureStdout();
     action();
     return testing::internal::GetCapturedStdout();
+}
+
+std::string transcriptOf(const std::function<void()> &action)
+{
+    printsSent = true;
+    std::string transcript = printedBy(action);
+    printsSent = false;
+    return transcript;
 }
 
 std::string contentOf(const struct pipe &pipe)

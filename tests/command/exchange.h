@@ -37,11 +37,15 @@ std::ostream &operator<<(std::ostream &out, const Sent &call);
 
 extern std::vector<Sent> sent;       // every call so far
 extern std::function<void()> onSend; // called at each, before it is noted
+extern bool printsSent;              // whether each is printed as well: a line "> " and its bytes
 
 std::vector<Sent> takeSent(); // and forgets it
 
 // What `action` prints on standard output.
 std::string printedBy(const std::function<void()> &action);
+
+// The same with what it sends, in order (see printsSent).
+std::string transcriptOf(const std::function<void()> &action);
 
 // The bytes in `pipe`, oldest first; they stay there.
 std::string contentOf(const struct pipe &pipe);
