@@ -285,7 +285,8 @@ void plugNetwork(bool in)
     check(ioctl(socket.get(), SIOCSIFFLAGS, &request), "SIOCSIFFLAGS");
 }
 
-Daemon::Daemon(std::vector<std::string> arguments, std::initializer_list<int> closed)
+Daemon::Daemon(std::vector<std::string> arguments, std::initializer_list<int> closed,
+               std::vector<std::string> environment)
 {
     requireBoard();
     int ends[2];
@@ -321,7 +322,17 @@ Daemon::Daemon(std::vector<std::string> arguments, std::initializer_list<int> cl
         vector.push_back(argument.data());
     }
     vector.push_back(nullptr);
-    errno = posix_spawn(&process, VESK_DAEMON, &actions, &attributes, vector.data(), environ);
+    // Of two with the same name, the first counts.
+    std::vector<char *> variables;
+    for (std::string &variable : environment) {
+        variables.push_back(variable.data());
+    }
+    for (char **variable = environ; *variable != nullptr; ++variable) {
+        variables.push_back(*variable);
+    }
+    variables.push_back(nullptr);
+    errno =
+        posix_spawn(&process, VESK_DAEMON, &actions, &attributes, vector.data(), variables.data());
     posix_spawn_file_actions_destroy(&actions);
     posix_spawnattr_destroy(&attributes);
     check(errno == 0 ? 0 : -1, VESK_DAEMON);

@@ -109,9 +109,10 @@ void plugNetwork(bool in);
 // controlling terminal. Its console is two pipes to the test.
 class Daemon {
 public:
-    // The standard streams in `closed` are not there when it starts.
-    explicit Daemon(std::vector<std::string> arguments = {},
-                    std::initializer_list<int> closed = {});
+    // The standard streams in `closed` are not there when it starts. `environment` ("NAME=value")
+    // is what it gets besides the test's own, or in its place.
+    explicit Daemon(std::vector<std::string> arguments = {}, std::initializer_list<int> closed = {},
+                    std::vector<std::string> environment = {});
 
     // Kills it if it still runs. Whatever a sanitizer had to say fails the test.
     ~Daemon();

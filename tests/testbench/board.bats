@@ -179,6 +179,42 @@ END
     [[ $output != *inet6* ]]
 }
 
+@test "stand-ins for tools are used by another shell than BusyBox's" {
+    run "$board" sh -ec '
+        rm /bin/ifconfig /bin/sh
+        ln -s /opt/host/bin/dash /bin/sh
+        printf "#!/bin/sh\necho stand-in\n" >/bin/ifconfig
+        chmod +x /bin/ifconfig
+        exec /bin/sh -c ifconfig'
+    [ "$output" = stand-in ]
+}
+
+@test "the host's DHCP client configures the interface from its file" {
+    hash dhcpcd || skip "dhcpcd is not installed"
+    run "$board" sh -ec '
+        printf "interface eth0\nstatic ip_address=192.168.7.77/16\nstatic routers=192.168.0.10\n" >/etc/dhcpcd.conf
+        ip address flush dev eth0
+        dhcpcd -4 -1 -A eth0 >/dev/null 2>&1
+        ifconfig eth0 | grep -o "inet addr:[0-9.]*"
+        ip route show | grep -o "default via [0-9.]*"'
+    [ "$status" -eq 0 ]
+    [ "$output" = "inet addr:192.168.7.77"$'\n'"default via 192.168.0.10" ]
+}
+
+@test "the host's DHCP client gets a lease from the PC" {
+    hash dhcpcd dnsmasq || skip "dhcpcd or dnsmasq is not installed"
+    run "$board" sh -ec '
+        nsenter --net=/run/netns/pc dnsmasq --no-daemon --user=root --group=root --conf-file=/dev/null \
+            --port=0 --interface=eth0 --bind-interfaces --no-ping --dhcp-leasefile=/tmp/leases \
+            --dhcp-range=192.168.0.150,192.168.0.150,255.255.255.0,1h --log-facility=/tmp/log 2>/dev/null &
+        until grep -q "sockets bound" /tmp/log 2>/dev/null; do sleep 0.01; done
+        ip address flush dev eth0
+        dhcpcd -4 -1 -A eth0 >/dev/null 2>&1
+        ifconfig eth0 | grep -o "inet addr:[0-9.]*"'
+    [ "$status" -eq 0 ]
+    [ "$output" = "inet addr:192.168.0.150" ]
+}
+
 @test "sysfs shows the network of the board, where it may be mounted at all" {
     "$board" test -d /sys/class || skip "sysfs is refused here"
     [ "$("$board" ls /sys/class/net | xargs)" = "eth0 lo" ]

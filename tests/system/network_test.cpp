@@ -1,0 +1,549 @@
+// The network commands through the real daemon, with the board's own tools on its own interface, a
+// real DHCP client reading the file that the daemon writes, and tools that print nonsense.
+
+#include "tests/system/board.h"
+
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <numeric>
+#include <spawn.h>
+#include <string>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using Lines = std::vector<std::string>;
+using Four = std::array<uint8_t, 4>;
+
+constexpr char kConfiguration[] = "/etc/dhcpcd.conf";
+constexpr char kScript[] = "/etc/init.d/S50_Network_Conf.sh";
+constexpr char kVendorDevice[] = "/dev/vendor_storage";
+constexpr char kVendorLog[] = "/tmp/vendor_storage.log";
+
+std::string contentOf(const std::string &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void writeFile(const std::string &path, const std::string &text)
+{
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+}
+
+bool eventually(const std::function<bool()> &condition)
+{
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::sleep_for(milliseconds(5));
+    }
+    return true;
+}
+
+// A command with address and tag that show in the reply.
+std::string request(uint8_t code, const Four &data = {})
+{
+    return command({3, 7, code, data[0], data[1], data[2], data[3]});
+}
+
+std::string answer(uint8_t code, const Four &data)
+{
+    return reply({3, 7, code, data[0], data[1], data[2], data[3]});
+}
+
+// Bytes and their sum.
+std::string withChecksum(std::string bytes)
+{
+    bytes += static_cast<char>(std::accumulate(bytes.begin(), bytes.end(), 0));
+    return bytes;
+}
+
+// The daemon, which can be started anew as on a board that is switched off and on.
+class Network : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        start();
+    }
+
+    void start(std::vector<std::string> environment = {})
+    {
+        daemon.reset();
+        daemon = std::make_unique<Daemon>(std::vector<std::string>{}, std::initializer_list<int>{},
+                                          std::move(environment));
+        ASSERT_TRUE(daemon->starts());
+        expectAnswer(0x6A, {3, 0, 0, 0}, {3, 1, 10, 0}); // opens its channel, and says so
+        news();
+    }
+
+    void expectAnswer(uint8_t code, const Four &data, const Four &expected)
+    {
+        front.write(request(code, data));
+        EXPECT_EQ(front.read(19), answer(code, expected));
+    }
+
+    // Writes a network record, 18 bytes, and awaits the acknowledgement.
+    void expectRecordTaken(const std::string &record)
+    {
+        front.write(request(0xF0, {0x20, 0x55, 19, 0}) + withChecksum(record));
+        EXPECT_EQ(front.read(19), answer(0xF0, {0x20, 0x55, 19, 0}));
+    }
+
+    void expectRecordRead(const std::string &record)
+    {
+        front.write(request(0xF1, {0x20, 0x55, 0, 0}));
+        EXPECT_EQ(front.read(38), answer(0xF1, {0x20, 0x55, 19, 0}) + withChecksum(record));
+    }
+
+    // All lines since the last call, with "[name:12]" as "[name]".
+    Lines news()
+    {
+        Lines lines = daemon->lines();
+        for (std::string &line : lines) {
+            const size_t colon = line.find(':');
+            const size_t end = line.find("] ");
+            if (line.starts_with('[') && colon < end && end != std::string::npos) {
+                line.erase(colon, end - colon);
+            }
+        }
+        daemon->forgetLines();
+        return lines;
+    }
+
+    ptrdiff_t openDescriptors() const
+    {
+        const std::filesystem::directory_iterator all("/proc/" + std::to_string(daemon->pid()) +
+                                                      "/fd");
+        return std::distance(begin(all), end(all));
+    }
+
+    FrontBoard front;
+    std::unique_ptr<Daemon> daemon;
+};
+
+// The environment in which the daemon finds a driver behind /dev/vendor_storage.
+std::vector<std::string> withVendorStorage()
+{
+    writeFile(kVendorDevice, "");
+    const char *const options = std::getenv("ASAN_OPTIONS");
+    // The sanitizer's runtime would insist on coming first.
+    return {"LD_PRELOAD=" VENDOR_STORAGE,
+            "ASAN_OPTIONS=" + std::string(options != nullptr ? options : "") +
+                ":verify_asan_link_order=0"};
+}
+
+// The board's own address and so on, as it is set up.
+const std::string kOwnMac = "\x02\x76\x65\x73\x6B\x01";
+const std::string kOwnRecord =
+    std::string("\xC0\xA8\x00\x64\xFF\xFF\xFF\x00\xC0\xA8\x00\x01", 12) + kOwnMac;
+
+// 10.1.2.3, 255.255.0.0, 10.1.0.1
+const std::string kNewRecord =
+    std::string("\x0A\x01\x02\x03\xFF\xFF\x00\x00\x0A\x01\x00\x01", 12) + kOwnMac;
+
+const std::string kNewScript = "#!/bin/sh\n"
+                               "/etc/init.d/S41dhcpcd stop\n"
+                               "sleep 1\n"
+                               "ifconfig eth0 10.1.2.3 netmask 255.255.0.0\n"
+                               "ip route add default via 10.1.0.1 dev eth0\n";
+
+// Programs of the host ----------------------------------------------------------------------------
+
+constexpr char kDhcpClient[] = "/opt/host/sbin/dhcpcd";
+constexpr char kDhcpServer[] = "/opt/host/sbin/dnsmasq";
+
+// Runs a command to its end; true when it succeeded.
+bool run(const std::string &command_)
+{
+    return std::system(command_.c_str()) == 0;
+}
+
+// The network after a power cut, before anything has configured it, and then the DHCP client as the
+// start-up runs it, but that it ends when it has configured the interface: with the file as it is,
+// and without probing whether somebody else has the address, which takes five seconds.
+bool bootNetwork()
+{
+    return run("ip address flush dev eth0 && exec timeout 60 dhcpcd -4 -1 -A eth0 2>&1");
+}
+
+// A DHCP server on the control PC, with one address to lease.
+class DhcpServer {
+public:
+    DhcpServer()
+    {
+        std::string program[] = {"/opt/host/bin/nsenter",
+                                 "--net=/run/netns/pc",
+                                 kDhcpServer,
+                                 "--no-daemon",
+                                 "--user=root",
+                                 "--group=root",
+                                 "--conf-file=/dev/null",
+                                 "--port=0",
+                                 "--interface=eth0",
+                                 "--bind-interfaces",
+                                 "--no-ping",
+                                 "--dhcp-range=192.168.0.150,192.168.0.150,255.255.255.0,1h",
+                                 "--dhcp-option=option:router,192.168.0.11",
+                                 "--dhcp-option=option:dns-server,192.168.0.10",
+                                 "--dhcp-leasefile=/tmp/leases",
+                                 "--log-facility=/tmp/dnsmasq.log"};
+        std::vector<char *> arguments;
+        for (std::string &argument : program) {
+            arguments.push_back(argument.data());
+        }
+        arguments.push_back(nullptr);
+        if (posix_spawn(&process, arguments[0], nullptr, nullptr, arguments.data(), environ) != 0) {
+            process = -1;
+        }
+    }
+    ~DhcpServer()
+    {
+        if (process > 0) {
+            kill(process, SIGKILL);
+            waitpid(process, nullptr, 0);
+        }
+    }
+    DhcpServer(const DhcpServer &) = delete;
+    DhcpServer &operator=(const DhcpServer &) = delete;
+
+    bool listens() const
+    {
+        return eventually([] {
+            return contentOf("/tmp/dnsmasq.log").find("sockets bound") != std::string::npos;
+        });
+    }
+
+private:
+    pid_t process = -1;
+};
+
+// Whether a program of the host works on the board; if not, why.
+bool works(const char *program, std::string *reason)
+{
+    if (access(program, X_OK) != 0) {
+        *reason = std::string(program) + " is not installed: scripts/install-packages test";
+        return false;
+    }
+    if (!run(std::string(program) + " --version >/dev/null")) {
+        *reason = std::string(program) + " does not run here";
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+// Reading
+// ------------------------------------------------------------------------------------------
+
+TEST_F(Network, ReadsTheAddressOfTheInterface)
+{
+    expectAnswer(0x89, {}, {192, 168, 0, 100});
+    EXPECT_TRUE(daemon->prints("get dhcp = 1"));
+    EXPECT_EQ(news(),
+              (Lines{"len = 4", "eth0 name:eth0", "get mac = 2.76.65.73.6b.1",
+                     "get ip = 192.168.0.100", "get mask = 255.255.255.0",
+                     "get gateway = 192.168.0.1", "get dns = 192.168.0.1", "get dhcp = 1"}));
+    expectAnswer(0x85, {}, {255, 255, 255, 0});
+    expectAnswer(0x8D, {}, {192, 168, 0, 1});
+    expectAnswer(0x8E, {3, 9, 9, 9}, {3, 1, 0, 0});
+    expectAnswer(0x8E, {5, 9, 9, 9}, {5, 0x02, 0x76, 0x65});
+    expectAnswer(0x8E, {7, 9, 9, 9}, {7, 0x73, 0x6B, 0x01});
+    EXPECT_EQ(news(), Lines());
+    EXPECT_EQ(contentOf("/etc/dhcpcd.conf.dhcp"), contentOf(kConfiguration));
+}
+
+TEST_F(Network, ReadsTheDefaultsBeforeTheInterfaceWasRead)
+{
+    expectAnswer(0x85, {}, {255, 255, 255, 0});
+    expectAnswer(0x8D, {}, {192, 168, 0, 1});
+    expectAnswer(0x8E, {3, 0, 0, 0}, {3, 1, 0, 0});
+    expectAnswer(0x8E, {5, 0, 0, 0}, {5, 0, 0, 0});
+    EXPECT_EQ(news(), Lines());
+}
+
+TEST_F(Network, FollowsTheInterface)
+{
+    expectAnswer(0x89, {}, {192, 168, 0, 100});
+    ASSERT_TRUE(run("ifconfig eth0 172.16.9.8 netmask 255.240.0.0 && "
+                    "ip route add default via 172.16.0.9"));
+    expectAnswer(0x89, {}, {172, 16, 9, 8});
+    expectAnswer(0x85, {}, {255, 240, 0, 0});
+    expectAnswer(0x8D, {}, {172, 16, 0, 9});
+}
+
+TEST_F(Network, ReadsTheSystemVersion)
+{
+    expectAnswer(0x6A, {4, 0, 0, 0}, {4, 2, 13, 0});
+    writeFile("/etc/issue", "nothing of the kind\n");
+    expectAnswer(0x6A, {4, 0, 0, 0}, {4, 0, 0, 0});
+}
+
+// Setting
+// ------------------------------------------------------------------------------------------
+
+namespace {
+
+const std::string kStaticFile = "interface eth0\n"
+                                "static ip_address=192.168.7.77/16\n"
+                                "static routers=192.168.0.10\n"
+                                "static domain_name_servers=192.168.0.1\n";
+
+class NetworkSetting : public Network {
+protected:
+    // Switches to a static address and awaits the file.
+    void setStaticAddress()
+    {
+        expectAnswer(0x89, {}, {192, 168, 0, 100});
+        expectAnswer(0x8E, {2, 0, 0, 0}, {2, 0, 0, 0});
+        expectAnswer(0x84, {255, 255, 0, 0}, {255, 255, 0, 0});
+        expectAnswer(0x8C, {192, 168, 0, 10}, {192, 168, 0, 10});
+        expectAnswer(0x88, {192, 168, 7, 77}, {192, 168, 7, 77});
+        ASSERT_TRUE(eventually([] { return contentOf(kConfiguration) == kStaticFile; }))
+            << contentOf(kConfiguration);
+    }
+
+    // What the interface has, as a daemon finds it that has been told nothing.
+    void expectAfterRestart(const Four &ip, const Four &mask, const Four &gateway, uint8_t dhcp)
+    {
+        start();
+        expectAnswer(0x89, {}, ip);
+        expectAnswer(0x85, {}, mask);
+        expectAnswer(0x8D, {}, gateway);
+        expectAnswer(0x8E, {3, 0, 0, 0}, {3, dhcp, 0, 0});
+    }
+};
+
+} // namespace
+
+TEST_F(NetworkSetting, WritesTheDhcpClientsFile)
+{
+    const std::string delivered = contentOf(kConfiguration);
+    setStaticAddress();
+    EXPECT_EQ(contentOf("/etc/dhcpcd.conf.dhcp"), delivered);
+    // The interface itself is left alone, and what was set is what is read back.
+    EXPECT_TRUE(run("ifconfig eth0 | grep -q 'inet addr:192.168.0.100 '"));
+    expectAnswer(0x89, {}, {192, 168, 7, 77});
+}
+
+TEST_F(NetworkSetting, KeepsWhatWasSetOverARestart)
+{
+    setStaticAddress();
+    start();
+    expectAnswer(0x85, {}, {255, 255, 0, 0});
+    expectAnswer(0x8D, {}, {192, 168, 0, 10});
+    expectAnswer(0x8E, {3, 0, 0, 0}, {3, 0, 0, 0});
+    // The interface still has its old address.
+    expectAnswer(0x89, {}, {192, 168, 0, 100});
+}
+
+TEST_F(NetworkSetting, TheDhcpClientTakesTheStaticAddress)
+{
+    std::string reason;
+    if (!works(kDhcpClient, &reason)) {
+        GTEST_SKIP() << reason;
+    }
+    setStaticAddress();
+    ASSERT_TRUE(bootNetwork());
+    expectAfterRestart({192, 168, 7, 77}, {255, 255, 0, 0}, {192, 168, 0, 10}, 0);
+    EXPECT_TRUE(daemon->prints("get dns = 192.168.0.1"));
+}
+
+TEST_F(NetworkSetting, TheDhcpClientAsksForALeaseAfterSwitchingBack)
+{
+    std::string reason;
+    if (!works(kDhcpClient, &reason) || !works(kDhcpServer, &reason)) {
+        GTEST_SKIP() << reason;
+    }
+    const std::string delivered = contentOf(kConfiguration);
+    setStaticAddress();
+    expectAnswer(0x8E, {2, 1, 0, 0}, {2, 1, 0, 0});
+    ASSERT_TRUE(eventually([&] { return contentOf(kConfiguration) == delivered; }))
+        << contentOf(kConfiguration);
+    const DhcpServer server;
+    ASSERT_TRUE(server.listens()) << contentOf("/tmp/dnsmasq.log");
+    ASSERT_TRUE(bootNetwork());
+    expectAfterRestart({192, 168, 0, 150}, {255, 255, 255, 0}, {192, 168, 0, 11}, 1);
+    EXPECT_TRUE(daemon->prints("get dns = 192.168.0.10"));
+}
+
+TEST_F(NetworkSetting, AnUnchangedDhcpValueDoesNothing)
+{
+    const std::string delivered = contentOf(kConfiguration);
+    expectAnswer(0x8E, {2, 1, 5, 6}, {2, 1, 5, 6});
+    EXPECT_FALSE(std::filesystem::exists("/userdata/UserPref.sav"));
+    EXPECT_EQ(contentOf(kConfiguration), delivered);
+    expectAnswer(0x8E, {2, 0, 5, 6}, {2, 0, 5, 6}); // a changed one is saved at once
+    EXPECT_TRUE(std::filesystem::exists("/userdata/UserPref.sav"));
+}
+
+TEST_F(Network, KeepsSilentOnAnUnknownSubcommand)
+{
+    front.write(request(0x8E, {4, 0, 0, 0}));
+    expectAnswer(0x85, {}, {255, 255, 255, 0}); // the first answer
+}
+
+// The network record
+// -------------------------------------------------------------------------------
+
+TEST_F(Network, TakesARecordAndReadsItBack)
+{
+    start(withVendorStorage());
+    expectRecordRead(kOwnRecord);
+    EXPECT_EQ(news(), (Lines{"[Command_Read_Network] Will Config eth0",
+                             "[Command_Read_Network] ip:192.168.0.100 netmask:255.255.255.0",
+                             "[Command_Read_Network] route:192.168.0.1 mac:02.76.65.73.6b.01"}));
+    expectRecordTaken(kNewRecord);
+    EXPECT_EQ(news(), (Lines{"writeDataSetting", "[Command_Config_Network] Will Config eth0",
+                             "[Command_Config_Network] ip:10.1.2.3 netmask:255.255.0.0",
+                             "[Command_Config_Network] route:10.1.0.1 mac:02.76.65.73.6b.01"}));
+    EXPECT_EQ(contentOf(kVendorLog), "write id=3 length=6 data=027665736b01\n"
+                                     "read id=3 length=50 data=027665736b01\n");
+    EXPECT_EQ(contentOf(kScript), kNewScript);
+    EXPECT_EQ(std::filesystem::status(kScript).permissions(), std::filesystem::perms{0755});
+    EXPECT_TRUE(run("ifconfig eth0 | grep -q 'inet addr:10.1.2.3 .*Mask:255.255.0.0'"));
+    EXPECT_TRUE(run("ip route show | grep -q '^default via 10.1.0.1 dev eth0'"));
+    expectRecordRead(kNewRecord);
+    expectAnswer(0x89, {}, {10, 1, 2, 3});
+}
+
+TEST_F(Network, TakesRecordAfterRecord)
+{
+    start(withVendorStorage());
+    expectRecordTaken(kNewRecord);
+    const ptrdiff_t after1 = openDescriptors();
+    for (const char *const mac : {"\x02\x11\x22\x33\x44\x55", "\x02\xAA\xBB\xCC\xDD\xEE"}) {
+        expectRecordTaken(kOwnRecord.substr(0, 12) + mac);
+        EXPECT_EQ(openDescriptors(), after1);
+    }
+    expectRecordRead(kOwnRecord); // the interface keeps its MAC address
+    EXPECT_EQ(contentOf(kVendorLog), "write id=3 length=6 data=027665736b01\n"
+                                     "read id=3 length=50 data=027665736b01\n"
+                                     "write id=3 length=6 data=021122334455\n"
+                                     "read id=3 length=50 data=021122334455\n"
+                                     "write id=3 length=6 data=02aabbccddee\n"
+                                     "read id=3 length=50 data=02aabbccddee\n");
+}
+
+TEST_F(Network, TakesARecordWithoutVendorStorage)
+{
+    expectRecordTaken(kNewRecord);
+    EXPECT_EQ(news(),
+              (Lines{"writeDataSetting", "vendor_storage open fail", "vendor_storage open fail",
+                     "[Command_Config_Network] Will Config eth0",
+                     "[Command_Config_Network] ip:10.1.2.3 netmask:255.255.0.0",
+                     "[Command_Config_Network] route:10.1.0.1 mac:02.76.65.73.6b.01"}));
+    expectRecordRead(kNewRecord);
+}
+
+// A file without a driver behind it takes no requests.
+TEST_F(Network, TakesARecordThoughTheVendorStorageRefuses)
+{
+    writeFile(kVendorDevice, "");
+    expectRecordTaken(kNewRecord);
+    const Lines lines = news();
+    ASSERT_GE(lines.size(), 3u);
+    EXPECT_EQ(lines[1], "vendor write error");
+    EXPECT_EQ(lines[2], "vendor read error -1");
+    const ptrdiff_t after1 = openDescriptors();
+    expectRecordTaken(kOwnRecord);
+    EXPECT_EQ(openDescriptors(), after1);
+    expectRecordRead(kOwnRecord);
+}
+
+TEST_F(Network, RunsTheScriptOfARecordAgainAtStartUp)
+{
+    expectRecordTaken(kNewRecord);
+    ASSERT_TRUE(run("ifconfig eth0 192.168.0.100 netmask 255.255.255.0"));
+    ASSERT_TRUE(run(kScript));
+    expectRecordRead(kNewRecord);
+}
+
+// The missing fields are zero.
+TEST_F(Network, AnswersARecordThatCannotBeReadWithWhatThereIs)
+{
+    ASSERT_TRUE(run("ip address flush dev eth0"));
+    expectRecordRead(std::string(18, '\0'));
+    EXPECT_TRUE(daemon->prints("Command_Read_Network fail"));
+    const Lines lines = news();
+    EXPECT_EQ(lines.front(), "[Command_Read_Network] Will Config eth0");
+    EXPECT_EQ(lines.back(), "Command_Read_Network fail");
+    ASSERT_TRUE(run("ip link set eth0 down && ip link set eth0 name end0"));
+    expectRecordRead(std::string(18, '\0'));
+}
+
+// Tools that print something else
+// --------------------------------------------------------------------
+
+namespace {
+
+// Puts a shell script in the place of a tool. BusyBox's shell would not even look for it, as it has
+// the tools built in, so another one takes its place.
+void replaceTool(const std::string &name, const std::string &script)
+{
+    std::filesystem::remove("/bin/sh");
+    std::filesystem::create_symlink("/opt/host/bin/dash", "/bin/sh");
+    std::filesystem::remove("/bin/" + name);
+    writeFile("/bin/" + name, "#!/bin/sh\n" + script);
+    std::filesystem::permissions("/bin/" + name, std::filesystem::perms{0755});
+}
+
+void everythingPrints(const std::string &output)
+{
+    writeFile("/tmp/output", output);
+    replaceTool("ifconfig", "exec cat /tmp/output\n");
+    replaceTool("ip", "exec cat /tmp/output\n");
+    writeFile("/etc/resolv.conf", output);
+    writeFile(kConfiguration, output);
+    writeFile("/etc/issue", output);
+}
+
+} // namespace
+
+TEST_F(Network, NonsenseOfTheToolsLeavesTheValues)
+{
+    expectAnswer(0x89, {}, {192, 168, 0, 100});
+    std::string manyNumbers;
+    while (manyNumbers.size() < 5000) {
+        manyNumbers += "255.";
+    }
+    const std::string outputs[] = {
+        "",
+        "\n",
+        patternedBytes(100000),
+        "eth0  " + patternedBytes(20000),
+        std::string(5000, 'x'),
+        std::string(5000, ' '),
+        std::string(5000, '\0'),
+        std::string(5000, '\n'),
+        "eth0  Link encap:Ethernet  HWaddr " + std::string(5000, 'f') +
+            "\n  inet addr:" + std::string(5000, '9') + "  Mask:" + std::string(5000, '9') + "\n",
+        std::string(5000, 'n') + "  HWaddr 1:2:3:4:5\n  inet addr:1.2.3\n",
+        "default via " + manyNumbers + "\nnameserver 1.2.3",
+        "nameserver " + std::string(5000, '8') + "\ndefault via " + std::string(5000, '8'),
+    };
+    for (const std::string &output : outputs) {
+        everythingPrints(output);
+        expectAnswer(0x89, {}, {192, 168, 0, 100});
+        expectAnswer(0x85, {}, {255, 255, 255, 0});
+        expectAnswer(0x8D, {}, {192, 168, 0, 1});
+        expectAnswer(0x8E, {5, 0, 0, 0}, {5, 0x02, 0x76, 0x65});
+        expectAnswer(0x8E, {7, 0, 0, 0}, {7, 0x73, 0x6B, 0x01});
+        expectAnswer(0x6A, {4, 0, 0, 0}, {4, 0, 0, 0});
+        front.write(request(0xF1, {0x20, 0, 0, 0}));
+        EXPECT_EQ(front.read(38).substr(0, 19), answer(0xF1, {0x20, 0, 19, 0}));
+        EXPECT_EQ(front.readUntilQuiet(), "");
+    }
+}

@@ -1,0 +1,511 @@
+// The settings files of the daemon: kept over restarts, written once for a burst of changes, left
+// usable by a sudden end, and what bad ones do to its start.
+//
+// VESK_SOAK_SEED in the environment of this program says at which moments the daemon is killed (new
+// ones each time).
+
+#include "tests/system/board.h"
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <poll.h>
+#include <random>
+#include <sstream>
+#include <sys/inotify.h>
+#include <sys/mount.h>
+#include <thread>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+using Frame = std::array<uint8_t, 7>; // address, tag, command, dat1 to dat4
+
+constexpr char kUserPref[] = "/userdata/UserPref.sav";
+constexpr char kDeviceInfo[] = "/userdata/DevInfo.sav";
+constexpr char kDhcpConfiguration[] = "/etc/dhcpcd.conf";
+
+const Lines kUserPrefMissing = {"open file /userdata/UserPref.sav error", "UserPref ID = 0x0\r",
+                                "reset userPref\r"};
+const Lines kDeviceInfoMissing = {"open file /userdata/DevInfo.sav error", "Device ID = 0x0\r",
+                                  "reset Device info\r"};
+
+Lines operator+(Lines first, const Lines &second)
+{
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+// The bytes that pairs of hexadecimal digits stand for.
+std::string hex(const std::string &text)
+{
+    std::string bytes;
+    std::istringstream pairs(text);
+    for (std::string pair; pairs >> pair;) {
+        bytes += static_cast<char>(std::stoi(pair, nullptr, 16));
+    }
+    return bytes;
+}
+
+void put(const std::string &path, const std::string &content)
+{
+    fs::create_directories(fs::path(path).parent_path());
+    std::ofstream(path, std::ios::binary) << content;
+}
+
+std::string contentOf(const std::string &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// What it has said about the settings.
+Lines linesAboutSettings(Daemon &daemon)
+{
+    Lines result;
+    for (const std::string &line : daemon.lines()) {
+        for (const char *const beginning : {"mkdir", "open file ", "read file ", "wirte file ",
+                                            "UserPref ", "Device ", "reset "}) {
+            if (line.rfind(beginning, 0) == 0) {
+                result.push_back(line);
+            }
+        }
+    }
+    return result;
+}
+
+void kill(Daemon &daemon)
+{
+    daemon.signal(SIGKILL);
+    ASSERT_TRUE(daemon.waitForEnd());
+}
+
+// Each case starts the daemon when the files are as it wants them.
+class SystemSettings : public testing::Test {
+protected:
+    void expectAnswer(const Frame &asked, const Frame &answered)
+    {
+        front.write(command(asked));
+        EXPECT_EQ(front.read(19), reply(answered)) << command(asked);
+    }
+
+    void expectSerialNumber(uint8_t high, uint8_t low)
+    {
+        expectAnswer({0, 0, 0x6A, 0x11, 0, 0, 0}, {0, 0, 0x6A, 0x11, high, low, 0});
+    }
+
+    void expectDefaultNetwork()
+    {
+        expectAnswer({0, 0, 0x85, 0, 0, 0, 0}, {0, 0, 0x85, 255, 255, 255, 0});
+        expectAnswer({0, 0, 0x8D, 0, 0, 0, 0}, {0, 0, 0x8D, 192, 168, 0, 1});
+        expectAnswer({0, 0, 0x8E, 3, 0, 0, 0}, {0, 0, 0x8E, 3, 1, 0, 0});
+    }
+
+    // It runs, whatever became of the settings.
+    void expectLife()
+    {
+        expectAnswer({0, 0, 0x68, 1, 0, 0, 0}, {0, 0, 0x68, 1, 0x26, 0x33, 0});
+    }
+
+    FrontBoard front;
+};
+
+} // namespace
+
+// Over a restart ---------------------------------------------------------------------------------
+
+TEST_F(SystemSettings, KeepTheSerialNumberOverARestart)
+{
+    {
+        Daemon daemon;
+        ASSERT_TRUE(daemon.starts());
+        EXPECT_EQ(linesAboutSettings(daemon), kUserPrefMissing + kDeviceInfoMissing);
+        expectSerialNumber(0, 0);
+        EXPECT_TRUE(fs::is_empty("/userdata"));
+        expectAnswer({0, 0, 0x6A, 0x10, 0x12, 0x34, 0x56}, {0, 0, 0x6A, 0x10, 0x12, 0x34, 0x56});
+        EXPECT_EQ(contentOf(kDeviceInfo),
+                  hex("5c 36 cd 4b 34 12 00 00 00 00 00 00 00 32 00 00 00 00 00 00"));
+        kill(daemon);
+    }
+    Daemon daemon;
+    ASSERT_TRUE(daemon.starts());
+    EXPECT_EQ(linesAboutSettings(daemon), kUserPrefMissing);
+    expectSerialNumber(0x12, 0x34);
+    EXPECT_FALSE(fs::exists(kUserPref));
+}
+
+TEST_F(SystemSettings, KeepTheDhcpFlagOverARestart)
+{
+    {
+        Daemon daemon;
+        ASSERT_TRUE(daemon.starts());
+        expectAnswer({0, 0, 0x8E, 2, 0, 0, 0}, {0, 0, 0x8E, 2, 0, 0, 0});
+        kill(daemon);
+    }
+    Daemon daemon;
+    ASSERT_TRUE(daemon.starts());
+    EXPECT_EQ(linesAboutSettings(daemon), kDeviceInfoMissing);
+    expectAnswer({0, 0, 0x8E, 3, 0, 0, 0}, {0, 0, 0x8E, 3, 0, 0, 0});
+}
+
+// Saved once -------------------------------------------------------------------------------------
+
+namespace {
+
+// Tells which files in /userdata and /etc are written and closed. It also asks for their opening,
+// as the kernel makes one of events that are alike and follow each other.
+class Watch {
+public:
+    Watch() : queue(inotify_init1(IN_CLOEXEC | IN_NONBLOCK))
+    {
+        for (const char *const directory : {"/userdata", "/etc"}) {
+            EXPECT_GE(inotify_add_watch(queue.get(), directory, IN_OPEN | IN_CLOSE_WRITE), 0)
+                << directory;
+        }
+    }
+
+    // The next `count` names, and what else comes within kQuiet.
+    Lines files(size_t count)
+    {
+        Lines names;
+        pollfd entry{queue.get(), POLLIN, 0};
+        while (poll(&entry, 1,
+                    static_cast<int>((names.size() < count ? kPatience : kQuiet).count())) > 0) {
+            alignas(inotify_event) char events[4096];
+            const ssize_t length = read(queue.get(), events, sizeof events);
+            ssize_t at = 0;
+            while (at < length) {
+                inotify_event event;
+                std::memcpy(&event, events + at, sizeof event);
+                at += static_cast<ssize_t>(sizeof event);
+                if ((event.mask & IN_CLOSE_WRITE) != 0) {
+                    names.emplace_back(events + at); // ends in a zero
+                }
+                at += event.len;
+            }
+        }
+        return names;
+    }
+
+private:
+    Descriptor queue;
+};
+
+// Three settings of the front board, behind each other.
+const std::string kNetworkChange = command({0, 1, 0x84, 255, 255, 0, 0}) +
+                                   command({0, 2, 0x8C, 10, 1, 0, 1}) +
+                                   command({0, 3, 0x88, 10, 1, 2, 3});
+const std::string kNetworkChanged = reply({0, 1, 0x84, 255, 255, 0, 0}) +
+                                    reply({0, 2, 0x8C, 10, 1, 0, 1}) +
+                                    reply({0, 3, 0x88, 10, 1, 2, 3});
+
+} // namespace
+
+TEST_F(SystemSettings, AreSavedOnceForThreeChangesInARowAndThenAppliedOnce)
+{
+    put(kDhcpConfiguration, "interface eth0\n");
+    Daemon daemon;
+    ASSERT_TRUE(daemon.starts());
+    expectAnswer({0, 0, 0x89, 0, 0, 0, 0}, {0, 0, 0x89, 192, 168, 0, 100});
+    Watch watch;
+    front.write(kNetworkChange);
+    EXPECT_EQ(front.read(kNetworkChanged.size()), kNetworkChanged);
+    EXPECT_EQ(watch.files(2), (Lines{"UserPref.sav", "dhcpcd.conf"}));
+
+    EXPECT_EQ(contentOf(kUserPref), hex("38 76 24 06 00 00 d0 07 01 00"           // DHCP off
+                                        " 0a 01 02 03 0a 01 00 01 ff ff 00 00"    // addresses
+                                        " c0 a8 00 01 c2 19 02 82"                // name servers
+                                        " 02 76 65 73 6b 01"                      // MAC address
+                                        " 00 00 00 00 00 00 00 01 02 03 04 05 06" //
+                                        " 07 01 32 00 00 00 00"));
+    EXPECT_EQ(contentOf(kDhcpConfiguration), "interface eth0\n"
+                                             "static ip_address=10.1.2.3/16\n"
+                                             "static routers=10.1.0.1\n"
+                                             "static domain_name_servers=192.168.0.1\n");
+}
+
+TEST_F(SystemSettings, AreSavedOnceAndTheDhcpConfigurationPutBackOnceWhileDhcpIsOn)
+{
+    const std::string delivered = contentOf(kDhcpConfiguration);
+    Daemon daemon;
+    ASSERT_TRUE(daemon.starts());
+    expectAnswer({0, 0, 0x89, 0, 0, 0, 0}, {0, 0, 0x89, 192, 168, 0, 100});
+    EXPECT_EQ(contentOf("/etc/dhcpcd.conf.dhcp"), delivered);
+    put(kDhcpConfiguration, "# changed\n");
+    Watch watch;
+    front.write(kNetworkChange);
+    EXPECT_EQ(front.read(kNetworkChanged.size()), kNetworkChanged);
+    EXPECT_EQ(watch.files(2), (Lines{"UserPref.sav", "dhcpcd.conf"}));
+    EXPECT_EQ(contentOf(kDhcpConfiguration), delivered);
+}
+
+TEST_F(SystemSettings, AreSavedAtOnceAndOnceMoreByAChangeOfTheDhcpFlag)
+{
+    Daemon daemon;
+    ASSERT_TRUE(daemon.starts());
+    expectAnswer({0, 0, 0x89, 0, 0, 0, 0}, {0, 0, 0x89, 192, 168, 0, 100});
+    Watch watch;
+    expectAnswer({0, 0, 0x8E, 2, 0, 0, 0}, {0, 0, 0x8E, 2, 0, 0, 0});
+    EXPECT_EQ(contentOf(kUserPref).substr(8, 2), hex("01 00"));
+    expectAnswer({0, 0, 0x8E, 2, 0, 0, 0}, {0, 0, 0x8E, 2, 0, 0, 0}); // no change
+    EXPECT_EQ(watch.files(3), (Lines{"UserPref.sav", "UserPref.sav", "dhcpcd.conf"}));
+    EXPECT_EQ(contentOf(kDhcpConfiguration).substr(0, 15), "interface eth0\n");
+}
+
+// A sudden end -----------------------------------------------------------------------------------
+
+namespace {
+
+// What commands tell of the two files.
+struct Settings {
+    int serialNumber = 0; // DevInfo.sav
+    int dhcp = 1;         // UserPref.sav
+    int mask = 255;       // UserPref.sav: the third number of the net mask
+    bool operator==(const Settings &) const = default;
+};
+
+std::ostream &operator<<(std::ostream &out, const Settings &settings)
+{
+    return out << "serial number " << settings.serialNumber << ", DHCP " << settings.dhcp
+               << ", mask 255.255." << settings.mask << ".0";
+}
+
+// A stream of changes: of the mask, which only goes into the file with a later save, and then in
+// turns of the serial number and the DHCP flag, each saved at once.
+class Stream {
+public:
+    static constexpr int kCommands = 41;
+
+    Stream(const Settings &inFiles, int freshMask, int freshSerialNumber)
+        : atStart(inFiles), mask(freshMask), serialNumber(freshSerialNumber)
+    {
+    }
+
+    std::string commands() const
+    {
+        std::string text = command({0, 0, 0x84, 255, 255, static_cast<uint8_t>(mask), 0});
+        for (int i = 1; i < kCommands; ++i) {
+            const Settings now = behind(i + 1);
+            text += changesSerialNumber(i)
+                        ? command({0, 0, 0x6A, 0x10, static_cast<uint8_t>(now.serialNumber >> 8),
+                                   static_cast<uint8_t>(now.serialNumber), 0})
+                        : command({0, 0, 0x8E, 2, static_cast<uint8_t>(now.dhcp), 0, 0});
+        }
+        return text;
+    }
+
+    // Whether the files may hold this when the daemon was killed behind its `answered`th answer at
+    // the earliest: they are those behind one of the commands, or the record that the next one was
+    // saving is lost.
+    bool canEndIn(const Settings &found, int answered) const
+    {
+        for (int done = answered; done <= kCommands; ++done) {
+            Settings expected = behind(done);
+            if (found == expected) {
+                return true;
+            }
+            if (done > 0 && done < kCommands && changesSerialNumber(done)) {
+                expected.serialNumber = Settings().serialNumber;
+            } else if (done > 0) { // by the next command, or late after the last one
+                expected.dhcp = Settings().dhcp;
+                expected.mask = Settings().mask;
+            }
+            if (found == expected) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+private:
+    static bool changesSerialNumber(int number)
+    {
+        return number % 2 == 1;
+    }
+
+    // What the files hold behind so many commands.
+    Settings behind(int commands) const
+    {
+        Settings settings = atStart;
+        for (int i = 1; i < commands; ++i) {
+            if (changesSerialNumber(i)) {
+                settings.serialNumber = serialNumber + i;
+            } else {
+                settings.dhcp = 1 - settings.dhcp;
+                settings.mask = mask;
+            }
+        }
+        return settings;
+    }
+
+    Settings atStart;
+    int mask;
+    int serialNumber;
+};
+
+int numberAt(const std::string &frame, size_t offset)
+{
+    EXPECT_EQ(frame.size(), 19u);
+    return frame.size() == 19 ? std::stoi(frame.substr(offset, 2), nullptr, 16) : -1;
+}
+
+Settings askForSettings(FrontBoard &front)
+{
+    front.write(command({0, 0, 0x6A, 0x11, 0, 0, 0}) + command({0, 0, 0x8E, 3, 0, 0, 0}) +
+                command({0, 0, 0x85, 0, 0, 0, 0}));
+    const std::string serialNumber = front.read(19);
+    const std::string dhcp = front.read(19);
+    const std::string mask = front.read(19);
+    // Of the mask the rest is 255.255.x.0, kept or reset.
+    EXPECT_EQ(mask.substr(0, 12), "<F000085ffff") << mask;
+    return {numberAt(serialNumber, 10) * 256 + numberAt(serialNumber, 12), numberAt(dhcp, 10),
+            numberAt(mask, 12)};
+}
+
+uint32_t seedOfEnvironment()
+{
+    const char *const text = std::getenv("VESK_SOAK_SEED");
+    return text == nullptr ? std::random_device()()
+                           : static_cast<uint32_t>(std::strtoul(text, nullptr, 0));
+}
+
+} // namespace
+
+// A save is no exchange of files: what was being saved may be lost, but only that, and only for the
+// defaults. The line is a new one after each end, so that no commands are left on it.
+TEST_F(SystemSettings, AreOldOrNewOrLostAfterASuddenEnd)
+{
+    const uint32_t seed = seedOfEnvironment();
+    std::cout << "VESK_SOAK_SEED=" << seed << std::endl;
+    std::mt19937 random(seed);
+    std::uniform_int_distribution<int> someAnswers(0, Stream::kCommands - 1);
+    std::uniform_int_distribution<int> someMicroseconds(0, 300);
+
+    auto line = std::make_unique<FrontBoard>();
+    auto daemon = std::make_unique<Daemon>();
+    ASSERT_TRUE(daemon->starts());
+    Settings before = askForSettings(*line);
+    EXPECT_EQ(before, Settings());
+    int lost = 0;
+    for (int round = 0; round < 200; ++round) {
+        const Stream stream(before, round, round * Stream::kCommands);
+        line->write(stream.commands());
+        const int answers = someAnswers(random);
+        const auto length = static_cast<size_t>(answers) * 19;
+        ASSERT_EQ(line->read(length).size(), length);
+        std::this_thread::sleep_for(std::chrono::microseconds(someMicroseconds(random)));
+        kill(*daemon);
+
+        daemon.reset();
+        line.reset();
+        line = std::make_unique<FrontBoard>();
+        daemon = std::make_unique<Daemon>();
+        ASSERT_TRUE(daemon->starts()) << "round " << round;
+        const Settings found = askForSettings(*line);
+        ASSERT_TRUE(stream.canEndIn(found, answers))
+            << "round " << round << ", " << answers << " answers or more: " << found
+            << "; before: " << before;
+        lost += linesAboutSettings(*daemon).empty() ? 0 : 1;
+        before = found;
+    }
+    std::cout << "starts without one of the records: " << lost << std::endl;
+}
+
+// Bad files --------------------------------------------------------------------------------------
+
+TEST_F(SystemSettings, OfAForeignUserPrefAreTheDefaults)
+{
+    const std::string foreign = hex("ef be ad de 05 07") + std::string(50, '\x5A');
+    put(kUserPref, foreign);
+    Daemon daemon;
+    ASSERT_TRUE(daemon.starts());
+    EXPECT_EQ(linesAboutSettings(daemon),
+              (Lines{"UserPref ID = 0xdeadbeef\r", "reset userPref\r"}) + kDeviceInfoMissing);
+    expectLife();
+    expectDefaultNetwork();
+    expectAnswer({0, 0, 0x8E, 5, 0, 0, 0}, {0, 0, 0x8E, 5, 0x5A, 0x5A, 0x5A});
+    EXPECT_EQ(contentOf(kUserPref), foreign);
+}
+
+TEST_F(SystemSettings, KeepTheSerialNumberOfADevInfoWithAWrongSecondIdentification)
+{
+    const std::string foreign = hex("5c 36 cd 4b 34 12 00 00 01 02 03 04 00 32 00 01 05 06 07 08");
+    put(kDeviceInfo, foreign);
+    Daemon daemon;
+    ASSERT_TRUE(daemon.starts());
+    EXPECT_EQ(linesAboutSettings(daemon),
+              (kUserPrefMissing + Lines{"Device ID = 0x4bcd365c\r", "reset Device info\r"}));
+    expectLife();
+    expectSerialNumber(0x12, 0x34);
+    EXPECT_EQ(contentOf(kDeviceInfo), foreign);
+}
+
+TEST_F(SystemSettings, OfAnOverlongUserPrefAreItsBeginning)
+{
+    const std::string record =
+        hex("38 76 24 06 00 00 d0 07 01 00 0a 01 02 03 0a 01 00 01 ff ff 7f 00") +
+        std::string(34, '\x5A');
+    put(kUserPref, record + std::string(100'000, '\xFF'));
+    Daemon daemon;
+    ASSERT_TRUE(daemon.starts());
+    EXPECT_EQ(linesAboutSettings(daemon),
+              Lines{"read file UserPref.sav size error: fileSize=100056, readSize=56\r"} +
+                  kDeviceInfoMissing);
+    expectLife();
+    expectAnswer({0, 0, 0x85, 0, 0, 0, 0}, {0, 0, 0x85, 255, 255, 127, 0});
+    expectAnswer({0, 0, 0x8D, 0, 0, 0, 0}, {0, 0, 0x8D, 10, 1, 0, 1});
+    expectSerialNumber(0, 0);
+    // A save cuts it to its length.
+    expectAnswer({0, 0, 0x8E, 2, 1, 0, 0}, {0, 0, 0x8E, 2, 1, 0, 0});
+    EXPECT_EQ(contentOf(kUserPref), record.substr(0, 9) + '\1' + record.substr(10));
+}
+
+TEST_F(SystemSettings, AreInMemoryOnlyWhereUserdataIsAFile)
+{
+    put("/userdata", "no directory");
+    Daemon daemon;
+    ASSERT_TRUE(daemon.starts());
+    EXPECT_EQ(linesAboutSettings(daemon), kUserPrefMissing + kDeviceInfoMissing);
+    expectLife();
+    expectDefaultNetwork();
+    daemon.forgetLines();
+    expectAnswer({0, 0, 0x6A, 0x10, 0x12, 0x34, 0}, {0, 0, 0x6A, 0x10, 0x12, 0x34, 0});
+    EXPECT_TRUE(daemon.prints("open file DevInfo.sav fail\r"));
+    EXPECT_EQ(linesAboutSettings(daemon),
+              (Lines{"open file /userdata/DevInfo.sav error", "open file DevInfo.sav fail\r"}));
+    expectSerialNumber(0x12, 0x34);
+    EXPECT_EQ(contentOf("/userdata"), "no directory");
+}
+
+// The loss shows at the next start only.
+TEST_F(SystemSettings, AreLostSilentlyOnAFullDisk)
+{
+    fs::create_directory("/userdata");
+    ASSERT_EQ(mount("tmpfs", "/userdata", "tmpfs", 0, "size=4096"), 0) << std::strerror(errno);
+    put("/userdata/full", std::string(4096, 'x'));
+    {
+        Daemon daemon;
+        ASSERT_TRUE(daemon.starts());
+        daemon.forgetLines();
+        expectAnswer({0, 0, 0x6A, 0x10, 0x12, 0x34, 0}, {0, 0, 0x6A, 0x10, 0x12, 0x34, 0});
+        expectSerialNumber(0x12, 0x34);
+        EXPECT_EQ(linesAboutSettings(daemon), Lines{});
+        kill(daemon);
+    }
+    EXPECT_EQ(fs::file_size(kDeviceInfo), 0u);
+    Daemon daemon;
+    ASSERT_TRUE(daemon.starts());
+    EXPECT_EQ(linesAboutSettings(daemon),
+              (kUserPrefMissing + Lines{"Device ID = 0x0\r", "reset Device info\r"}));
+    expectSerialNumber(0, 0);
+}
