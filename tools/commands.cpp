@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include "tools/address.h"
 #include "tools/errors.h"
 #include "tools/frames.h"
 #include "tools/text.h"
@@ -14,35 +15,71 @@
 namespace {
 
 constexpr char kFour[] = "DAT1 DAT2 DAT3 DAT4";
+constexpr const char *kAnAddress = kAddress.data();
 constexpr char kNotHere[] = "refused: not in this model";
 
-// The rows of the command table in docs/protocol.md, in its order. What is not here is refused.
+// Replies that several commands have in common.
+constexpr char kVersion[] = "{1}.{2}";
+constexpr char kWord[] = "{1:02x}{2:02x}";
+constexpr char kDotted[] = "{0}.{1}.{2}.{3}";
+constexpr char kHalfMac[] = "{1:02x}:{2:02x}:{3:02x}";
+
+// The rows of the command table in docs/protocol.md, in its order, and those of the firmware
+// update. What is not here is refused, or never answered: see isNeverAnswered().
 // clang-format off
 constexpr CommandRow kTable[] = {
-//   code  dat1      name                     parameters  reply              note
-    {0x10, 0x11,     "print memory use",      "",         "",                "prints nothing in this model"},
-    {0x68, 0x01,     "read device type",      "",         "{1:02x}{2:02x}",  ""},
-    {0x6A, 0x03,     "read protocol version", "",         "{1}.{2}",         ""},
-    {0x73, kAnyDat1, "input source",          kFour,      "",                kNotHere},
-    {0x74, kAnyDat1, "output format",         kFour,      "",                kNotHere},
-    {0x75, kAnyDat1, "layer setting",         kFour,      "",                kNotHere},
-    {0x76, kAnyDat1, "output setting",        kFour,      "",                kNotHere},
-    {0x77, kAnyDat1, "input setting",         kFour,      "",                kNotHere},
-    {0x78, kAnyDat1, "switch setting",        kFour,      "",                kNotHere},
-    {0x7D, kAnyDat1, "test pattern",          kFour,      "",                kNotHere},
-    {0x86, kAnyDat1, "HDMI output DE",        kFour,      "",                kNotHere},
-    {0x8B, kAnyDat1, "time control",          kFour,      "",                kNotHere},
-    {0x97, kAnyDat1, "work time",             kFour,      "",                kNotHere},
+//   code  dat1      name                            parameters           reply              note
+    {0x10, 0x11,     "print memory use",             "",                  "",                "prints nothing in this model"},
+    {0x68, 0x01,     "read device type",             "",                  kWord,             ""},
+    {0x6A, 0x03,     "read protocol version",        "",                  kVersion,          ""},
+    {0x6A, 0x04,     "read system version",          "",                  kVersion,          ""},
+    {0x6A, 0x10,     "write serial number",          "HIGH LOW",          kWord,             ""},
+    {0x6A, 0x11,     "read serial number",           "",                  kWord,             ""},
+    {0x73, kAnyDat1, "input source",                 kFour,               "",                kNotHere},
+    {0x74, kAnyDat1, "output format",                kFour,               "",                kNotHere},
+    {0x75, kAnyDat1, "layer setting",                kFour,               "",                kNotHere},
+    {0x76, kAnyDat1, "output setting",               kFour,               "",                kNotHere},
+    {0x77, kAnyDat1, "input setting",                kFour,               "",                kNotHere},
+    {0x78, kAnyDat1, "switch setting",               kFour,               "",                kNotHere},
+    {0x7D, kAnyDat1, "test pattern",                 kFour,               "",                kNotHere},
+    {0x84, kAnyDat1, "write net mask",               kAnAddress,          kDotted,           ""},
+    {0x85, kAnyDat1, "read net mask",                "",                  kDotted,           ""},
+    {0x86, kAnyDat1, "HDMI output DE",               kFour,               "",                kNotHere},
+    {0x88, kAnyDat1, "write IP address",             kAnAddress,          kDotted,           ""},
+    {0x89, kAnyDat1, "read IP address",              "",                  kDotted,           ""},
+    {0x8B, kAnyDat1, "time control",                 kFour,               "",                kNotHere},
+    {0x8C, kAnyDat1, "write gateway",                kAnAddress,          kDotted,           ""},
+    {0x8D, kAnyDat1, "read gateway",                 "",                  kDotted,           ""},
+    {0x8E, 0x02,     "write DHCP",                   "ON",                "{1}",             "01 on, 00 off"},
+    {0x8E, 0x03,     "read DHCP",                    "",                  "{1}",             ""},
+    {0x8E, 0x05,     "read MAC address, first half", "",                  kHalfMac,          ""},
+    {0x8E, 0x07,     "read MAC address, last half",  "",                  kHalfMac,          ""},
+    {0x97, kAnyDat1, "work time",                    kFour,               "",                kNotHere},
+    {0x9A, 0x10,     "update query",                 "",                  "",                ""},
+    {0x9A, 0x16,     "update wait",                  "",                  "",                "delays the next command by 10 ms"},
+    {0x9A, 0x20,     "update acknowledge",           "",                  "",                ""},
+    {0x9A, 0xA0,     "update block",                 "07 LOW HIGH",       "",                "a block follows: see `update`"},
+    {0x9A, 0xA1,     "update block size",            "07",                "0x{2:02x}{3:02x}", ""},
+    {0x9A, 0xB1,     "update version",               "07",                "{2}.{3}",         ""},
+    {0xF0, kAnyDat1, "write data",                   "DAT1 DAT2 LOW HIGH", "",                "data follow: see `network`"},
+    {0xF1, kAnyDat1, "read data",                    "DAT1 DAT2",         "",                "data follow the reply: see `network`"},
+    {0xF2, kAnyDat1, "write text",                   "DAT1 DAT2",         "",                "a text follows: see `text`"},
+    {0xF3, kAnyDat1, "read text",                    "DAT1 DAT2",         "",                "a text follows the reply: see `text`"},
 };
 // clang-format on
+
+constexpr uint8_t kSilentCommand = 0x8E; // unless it has a row
 
 constexpr size_t kCommandAt = 2; // of the record's bytes
 constexpr size_t kDat1At = 3;
 constexpr size_t kChecksumAt = 7;
 
+// In lower case, without blanks and commas.
 std::vector<std::string> wordsOf(std::string_view text)
 {
-    std::istringstream stream{std::string(text)};
+    std::string blanked(text);
+    std::replace(blanked.begin(), blanked.end(), ',', ' ');
+    std::istringstream stream(blanked);
     std::vector<std::string> words;
     for (std::string word; stream >> word;) {
         std::transform(word.begin(), word.end(), word.begin(),
@@ -66,6 +103,11 @@ std::string joined(std::string_view text)
 bool isAllHex(std::string_view text)
 {
     return !text.empty() && std::all_of(text.begin(), text.end(), isHexDigit);
+}
+
+bool isAddress(const CommandRow &row)
+{
+    return row.parameters == kAddress;
 }
 
 // The record's bytes up to dat4, as digits, as a frame.
@@ -111,6 +153,30 @@ const CommandRow *rowNamed(const std::vector<std::string> &words, size_t &length
     return found;
 }
 
+// What was typed behind the words of a row, as digits.
+std::string digitsOf(const CommandRow &row, const std::vector<std::string> &given)
+{
+    std::string digits;
+    if (isAddress(row) && given.size() == 1 && given[0].find('.') != std::string::npos) {
+        for (const char byte : bytesOfAddress(given[0])) {
+            digits += fmt::format("{:02x}", static_cast<unsigned char>(byte));
+        }
+        return digits;
+    }
+    const size_t allowed = isAddress(row) ? 4 : wordsOf(row.parameters).size();
+    if (given.size() > allowed) {
+        throw UsageError(fmt::format("\"{}\" takes {} parameters", row.name,
+                                     allowed == 0 ? "no" : fmt::format("at most {}", allowed)));
+    }
+    for (const std::string &byte : given) {
+        if (byte.size() > 2 || !isAllHex(byte)) {
+            throw UsageError(fmt::format("\"{}\" is no hexadecimal byte", escape(byte)));
+        }
+        digits += fmt::format("{:0>2}", byte);
+    }
+    return digits;
+}
+
 std::string frameFromWords(std::string_view text)
 {
     const std::vector<std::string> words = wordsOf(text);
@@ -119,24 +185,16 @@ std::string frameFromWords(std::string_view text)
     if (row == nullptr) {
         throw UsageError(fmt::format("\"{}\" is no command that I know", escape(trim(text))));
     }
-    const size_t allowed = wordsOf(row->parameters).size();
-    if (words.size() - nameLength > allowed) {
-        throw UsageError(fmt::format("\"{}\" takes {} parameters", row->name,
-                                     allowed == 0 ? "no" : fmt::format("at most {}", allowed)));
-    }
+    const std::vector<std::string> given(words.begin() + static_cast<ptrdiff_t>(nameLength),
+                                         words.end());
     const bool hasSubCommand = row->dat1 != kAnyDat1;
     std::string record(2 * kChecksumAt, '0');
     record.replace(2 * kCommandAt, 2, fmt::format("{:02x}", row->command));
     if (hasSubCommand) {
         record.replace(2 * kDat1At, 2, fmt::format("{:02x}", row->dat1));
     }
-    size_t at = 2 * (kDat1At + (hasSubCommand ? 1U : 0U));
-    for (size_t i = nameLength; i < words.size(); ++i, at += 2) {
-        if (words[i].size() > 2 || !isAllHex(words[i])) {
-            throw UsageError(fmt::format("\"{}\" is no hexadecimal byte", escape(words[i])));
-        }
-        record.replace(at, 2, fmt::format("{:0>2}", words[i]));
-    }
+    const std::string digits = digitsOf(*row, given);
+    record.replace(2 * (kDat1At + (hasSubCommand ? 1U : 0U)), digits.size(), digits);
     return frameFromDigits(record);
 }
 
@@ -178,15 +236,21 @@ std::string sentence(const Rs232Command &record, bool reply)
     }
     const CommandRow *const row = rowOf(record);
     if (row == nullptr) {
-        return fmt::format("unknown command {:02x}, data {}", record.command, dataOf(record));
+        return fmt::format("unknown command {:02x}, data {}{}", record.command, dataOf(record),
+                           isNeverAnswered(record) ? ", which is never answered" : "");
     }
-    const bool isBare =
-        row->dat1 != kAnyDat1 && record.dat2 == 0 && record.dat3 == 0 && record.dat4 == 0;
+    const auto fill = [&](const char *form) {
+        return fmt::format(fmt::runtime(form), record.dat1, record.dat2, record.dat3, record.dat4);
+    };
     if (reply && row->reply[0] != '\0') {
-        return fmt::format("{}: {}", row->name,
-                           fmt::format(fmt::runtime(row->reply), record.dat1, record.dat2,
-                                       record.dat3, record.dat4));
+        return fmt::format("{}: {}", row->name, fill(row->reply));
     }
+    if (isAddress(*row)) {
+        return fmt::format("{} {}", row->name, fill(kDotted));
+    }
+    const bool isDat1Told =
+        row->dat1 != kAnyDat1 || (record.dat1 == 0 && row->parameters[0] == '\0');
+    const bool isBare = isDat1Told && record.dat2 == 0 && record.dat3 == 0 && record.dat4 == 0;
     return isBare ? row->name : fmt::format("{}, data {}", row->name, dataOf(record));
 }
 
@@ -230,6 +294,11 @@ std::string frameFromText(std::string_view text)
         return compact;
     }
     return isAllHex(compact) ? frameFromHex(compact) : frameFromWords(text);
+}
+
+bool isNeverAnswered(const Rs232Command &command)
+{
+    return command.command == kSilentCommand && rowOf(command) == nullptr;
 }
 
 std::string describe(std::string_view frame)

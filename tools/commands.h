@@ -3,19 +3,23 @@
 // The vocabulary: every command that the daemon knows, by the words of docs/protocol.md. From words
 // or hexadecimal digits to a frame, and from a frame to a sentence.
 
+#include "command/frame.h"
+
 #include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
 
 inline constexpr uint16_t kAnyDat1 = 0x100;
+inline constexpr std::string_view kAddress = "A.B.C.D";
 
 // One row of the command table.
 struct CommandRow {
     uint8_t command;
     uint16_t dat1;    // the sub-command, or kAnyDat1 where dat1 is a parameter like the others
     const char *name; // the words to type, in either case
-    const char *parameters; // names of the bytes that may follow the words, separated by blanks
+    const char *parameters; // names of the bytes that may follow the words, separated by blanks; or
+                            // kAddress, one IPv4 address
     const char *reply;      // what the data of a positive reply means: {0} to {3} are dat1 to dat4
     const char *note;       // a word to the user, or ""
 };
@@ -27,7 +31,9 @@ std::string commandList();
 
 // The frame to send for what a user typed, one of:
 //
-//   words            a name of the table, then its parameters as hexadecimal bytes (00 if left out)
+//   words            a name of the table, then its parameters as hexadecimal bytes (00 if left
+//   out);
+//                    an address may also be written as 192.168.0.100
 //   2 to 10 digits   command, dat1 to dat4; address, tag and what is left out are 00
 //   14 digits        the record without its checksum, which is added
 //   16 digits        the record with its checksum, right or wrong, in the case they were typed
@@ -35,6 +41,9 @@ std::string commandList();
 //
 // Blanks between bytes do not count. Throws UsageError for anything else.
 std::string frameFromText(std::string_view text);
+
+// Whether the device leaves this command without an answer, deliberately.
+bool isNeverAnswered(const Rs232Command &command);
 
 // A frame as a sentence: command, reply or refusal, whose, which, with what data; and what is wrong
 // with its checksum, if it is.

@@ -230,8 +230,9 @@ bool Console::showLog(size_t most)
 void Console::checkAnswer()
 {
     if (asked_.has_value() && answerBy_.passed()) {
+        prompt_.print(fmt::format("no answer within {} ms{}", timeout_.count(),
+                                  isNeverAnswered(*asked_) ? "; this command never gets one" : ""));
         asked_.reset();
-        prompt_.print(fmt::format("no answer within {} ms", timeout_.count()));
     }
 }
 

@@ -4,15 +4,47 @@
 #include <cstdio>
 #include <iostream>
 #include <iterator>
+#include <numeric>
 
 #include <fmt/format.h>
 
+#include "tools/address.h"
 #include "tools/commands.h"
 #include "tools/errors.h"
+#include "tools/exchange.h"
 #include "tools/frames.h"
 #include "tools/text.h"
 
 namespace {
+
+// The network record: `write data` and `read data` 20, with its length behind.
+constexpr char kWriteNetwork[] = "write data 20 00 13 00";
+constexpr char kReadNetwork[] = "read data 20";
+constexpr size_t kNetworkRecord = 18;
+constexpr size_t kNetworkBlock = kNetworkRecord + 1;
+
+// What the device may need beyond the time for an answer.
+constexpr Milliseconds kDeviceSetsNetwork{10000}; // or waits for the bytes of the record
+constexpr Milliseconds kDeviceWaitsText{1000};    // for the "]" if there is none
+
+std::string withChecksum(std::string record)
+{
+    const int sum = std::accumulate(record.begin(), record.end(), 0);
+    return record += static_cast<char>(sum & 0xFF);
+}
+
+int noAnswer(Milliseconds timeout, const char *more = "")
+{
+    fmt::print(stderr, "veskctl: no answer within {} ms{}\n", timeout.count(), more);
+    return kNoAnswer;
+}
+
+// Returns the exit status that the reply stands for.
+int printReply(const Answer &answer)
+{
+    fmt::print("{}\n", frameWithDescription(answer.frame));
+    return isRefusal(recordOf(answer.frame)) ? kRefused : kDone;
+}
 
 void printPieces(const std::vector<Piece> &pieces)
 {
@@ -46,30 +78,82 @@ bool decode(std::string_view text)
 
 } // namespace
 
+std::string networkRecord(const NetworkSettings &settings)
+{
+    return bytesOfAddress(settings.address) + bytesOfAddress(settings.mask) +
+           bytesOfAddress(settings.gateway) + bytesOfMac(settings.mac);
+}
+
 int runSend(Line &line, const std::string &text, Milliseconds timeout)
 {
     const std::string frame = frameFromText(text);
-    const Rs232Command asked = recordOf(frame);
-    line.discardInput(); // a late answer to somebody else's question
-    line.send(frame);
-    FrameFinder finder;
-    const Deadline deadline(timeout);
-    for (;;) {
-        const std::string bytes = line.receive(deadline.left());
-        const std::vector<Piece> pieces = bytes.empty() ? finder.flush() : finder.feed(bytes);
-        for (const Piece &piece : pieces) {
-            if (piece.isFrame && isReplyTo(asked, piece.text)) {
-                fmt::print("{}\n", frameWithDescription(piece.text));
-                return isRefusal(recordOf(piece.text)) ? kRefused : kDone;
-            }
-            fmt::print(stderr, "veskctl: passed over: {}\n",
-                       piece.isFrame ? frameWithDescription(piece.text) : escape(piece.text));
-        }
-        if (bytes.empty()) {
-            fmt::print(stderr, "veskctl: no answer within {} ms\n", timeout.count());
-            return kNoAnswer;
-        }
+    const auto answer = ask(line, frame, {}, timeout);
+    if (!answer) {
+        return noAnswer(timeout,
+                        isNeverAnswered(recordOf(frame)) ? "; this command never gets one" : "");
     }
+    return printReply(*answer);
+}
+
+int runNetworkRead(Line &line, Milliseconds timeout)
+{
+    auto answer = ask(line, frameFromText(kReadNetwork), {}, timeout);
+    if (!answer) {
+        return noAnswer(timeout);
+    }
+    const int status = printReply(*answer);
+    if (status != kDone) {
+        return status;
+    }
+    if (!awaitBytes(line, *answer, kNetworkBlock, timeout)) {
+        fmt::print(stderr, "veskctl: {} of {} bytes came behind the reply within {} ms\n",
+                   answer->behind.size(), kNetworkBlock, timeout.count());
+        return kNoAnswer;
+    }
+    const std::string record = answer->behind.substr(0, kNetworkRecord);
+    if (withChecksum(record) != answer->behind) {
+        fmt::print(stderr, "veskctl: the network record has a wrong checksum: {}\n",
+                   escape(answer->behind));
+        return kNoAnswer;
+    }
+    fmt::print("address  {}\nmask     {}\ngateway  {}\nMAC      {}\n", addressText(record),
+               addressText(record.substr(4)), addressText(record.substr(8)),
+               macText(record.substr(12)));
+    return kDone;
+}
+
+int runNetworkWrite(Line &line, const NetworkSettings &settings, Milliseconds timeout)
+{
+    const auto answer = ask(line, frameFromText(kWriteNetwork),
+                            withChecksum(networkRecord(settings)), timeout + kDeviceSetsNetwork);
+    return answer ? printReply(*answer) : noAnswer(timeout + kDeviceSetsNetwork);
+}
+
+int runTextRead(Line &line, const std::string &which, Milliseconds timeout)
+{
+    auto answer = ask(line, frameFromText("read text " + which), {}, timeout);
+    if (!answer) {
+        return noAnswer(timeout);
+    }
+    const int status = printReply(*answer);
+    if (status != kDone) {
+        return status;
+    }
+    if (!awaitEnd(line, *answer, ']', timeout)) {
+        fmt::print(stderr, "veskctl: no whole text within {} ms: {}\n", timeout.count(),
+                   escape(answer->behind));
+        return kNoAnswer;
+    }
+    fmt::print("{}\n", escape(answer->behind));
+    return kDone;
+}
+
+int runTextWrite(Line &line, const std::string &which, const std::string &text,
+                 Milliseconds timeout)
+{
+    const auto answer =
+        ask(line, frameFromText("write text " + which), unescape(text), timeout + kDeviceWaitsText);
+    return answer ? printReply(*answer) : noAnswer(timeout + kDeviceWaitsText);
 }
 
 int runMonitor(Line &line)

@@ -11,6 +11,27 @@
 // other commands are left out, with a word on standard error.
 int runSend(Line &line, const std::string &text, Milliseconds timeout);
 
+// The settings of the board's interface, as a user writes them.
+struct NetworkSettings {
+    std::string address;
+    std::string mask;
+    std::string gateway;
+    std::string mac;
+};
+
+// The record of 18 bytes that carries them. Throws UsageError for what is no address.
+std::string networkRecord(const NetworkSettings &settings);
+
+// Read and write the network record. Print the reply, and behind it what was read.
+int runNetworkRead(Line &line, Milliseconds timeout);
+int runNetworkWrite(Line &line, const NetworkSettings &settings, Milliseconds timeout);
+
+// Read and write a text; `which` are its dat1 and dat2 as the user wrote them. Print the reply, and
+// behind it what was read. `text` may contain escapes and need not be in brackets.
+int runTextRead(Line &line, const std::string &which, Milliseconds timeout);
+int runTextWrite(Line &line, const std::string &which, const std::string &text,
+                 Milliseconds timeout);
+
 // Prints what arrives, frames decoded, until SIGINT or SIGTERM.
 int runMonitor(Line &line);
 

@@ -1,18 +1,21 @@
 #include "tools/transcript.h"
 
 #include <charconv>
+#include <sstream>
 #include <string_view>
 
 #include <fmt/format.h>
 
+#include "command/frame.h"
 #include "tools/errors.h"
 #include "tools/text.h"
 
 namespace {
 
 constexpr unsigned kLongestWait = 600000;
+constexpr size_t kMostRepeated = 65536;
 
-enum TextRule { kNoText, kSomeText, kMayBeEmpty };
+enum TextRule { kNoText, kSomeText, kMayBeEmpty, kHex };
 
 struct Form {
     const char *sign;
@@ -23,17 +26,21 @@ struct Form {
 
 // clang-format off
 constexpr Form kForms[] = {
-    {"==",     Step::kTitle,   Step::kNoEnd, kSomeText},
-    {"front>", Step::kSend,    Step::kFront, kSomeText},
-    {"front<", Step::kExpect,  Step::kFront, kSomeText},
-    {"front=", Step::kNothing, Step::kFront, kNoText},
-    {"front*", Step::kDrop,    Step::kFront, kNoText},
-    {"pc>",    Step::kSend,    Step::kPC,    kMayBeEmpty},
-    {"pc<",    Step::kExpect,  Step::kPC,    kSomeText},
-    {"pc=",    Step::kNothing, Step::kPC,    kNoText},
-    {"pc*",    Step::kDrop,    Step::kPC,    kNoText},
-    {"log<",   Step::kLog,     Step::kNoEnd, kSomeText},
-    {"wait",   Step::kWait,    Step::kNoEnd, kSomeText},
+    {"==",      Step::kTitle,   Step::kNoEnd, kSomeText},
+    {"front>",  Step::kSend,    Step::kFront, kSomeText},
+    {"front<",  Step::kExpect,  Step::kFront, kSomeText},
+    {"front>>", Step::kSend,    Step::kFront, kHex},
+    {"front<<", Step::kExpect,  Step::kFront, kHex},
+    {"front=",  Step::kNothing, Step::kFront, kNoText},
+    {"front*",  Step::kDrop,    Step::kFront, kNoText},
+    {"pc>",     Step::kSend,    Step::kPC,    kMayBeEmpty},
+    {"pc<",     Step::kExpect,  Step::kPC,    kSomeText},
+    {"pc>>",    Step::kSend,    Step::kPC,    kHex},
+    {"pc<<",    Step::kExpect,  Step::kPC,    kHex},
+    {"pc=",     Step::kNothing, Step::kPC,    kNoText},
+    {"pc*",     Step::kDrop,    Step::kPC,    kNoText},
+    {"log<",    Step::kLog,     Step::kNoEnd, kSomeText},
+    {"wait",    Step::kWait,    Step::kNoEnd, kSomeText},
 };
 // clang-format on
 
@@ -46,6 +53,27 @@ Milliseconds parseTime(const std::string &text)
         throw UsageError(fmt::format("\"{}\" are no milliseconds", text));
     }
     return Milliseconds{time};
+}
+
+// Bytes in hexadecimal digits, each with a count or without.
+std::string parseHex(const std::string &text)
+{
+    std::istringstream stream(text);
+    std::string bytes;
+    for (std::string word; stream >> word;) {
+        const std::string_view digits = std::string_view(word).substr(0, 2);
+        const std::string_view count = word.size() > 2 ? std::string_view(word).substr(3) : "1";
+        const char *const end = count.data() + count.size();
+        size_t times = 0;
+        const auto result = std::from_chars(count.data(), end, times);
+        if (digits.size() != 2 || !isHexDigit(digits[0]) || !isHexDigit(digits[1]) ||
+            (word.size() > 2 && word[2] != '*') || result.ec != std::errc() || result.ptr != end ||
+            times > kMostRepeated) {
+            throw UsageError(fmt::format("\"{}\" is no byte such as 0a or 00*16", escape(word)));
+        }
+        bytes.append(times, static_cast<char>(HexCharToByte(word.data())));
+    }
+    return bytes;
 }
 
 Step parseStep(std::string_view line)
@@ -61,11 +89,13 @@ Step parseStep(std::string_view line)
         if (form.text == kNoText && !text.empty()) {
             throw UsageError(fmt::format("{} stands alone on its line", sign));
         }
-        if (form.text == kSomeText && text.empty()) {
+        if ((form.text == kSomeText || form.text == kHex) && text.empty()) {
             throw UsageError(fmt::format("{} needs something behind it", sign));
         }
         Step step{form.kind, form.end, {}, Milliseconds{0}, 0, std::string(line)};
-        step.bytes = form.kind == Step::kTitle ? std::string(trim(text)) : unescape(text);
+        step.bytes = form.kind == Step::kTitle ? std::string(trim(text))
+                     : form.text == kHex       ? parseHex(std::string(text))
+                                               : unescape(text);
         if (form.kind == Step::kWait) {
             step.time = parseTime(step.bytes);
         }

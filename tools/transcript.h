@@ -9,16 +9,22 @@
 //   front< TEXT    exactly these bytes arrive at the front board next
 //   front=         nothing (more) arrives there within 100 ms
 //   front*         what has arrived there is thrown away, up to the first 100 ms without a byte
+//   front>> HEX    the front board sends these bytes
+//   front<< HEX    exactly these bytes arrive at the front board next
 //   pc> TEXT       the control PC sends one datagram; it may be empty
 //   pc< TEXT       exactly these bytes arrive at the PC next, in however many datagrams
 //   pc=            nothing (more) arrives there within 100 ms
 //   pc*            what has arrived there is thrown away
+//   pc>> HEX, pc<< HEX   the same for the PC
 //   log< TEXT      the daemon prints this line, after the line that the last log< found; others may
 //                  stand between them
 //   wait MS        nothing happens for so many milliseconds
 //
 // TEXT begins behind the one blank after the sign and ends before the blanks at the line's end,
 // which nobody sees. Escapes: \xNN \r \n \\. A blank that ends TEXT is therefore \x20.
+//
+// HEX are bytes of two hexadecimal digits with blanks between them; NN*COUNT is a byte so many
+// times.
 //
 // Every expectation waits for the bytes or the line no longer than the time-out. Bytes that nobody
 // has read when the transcript ends make it fail.

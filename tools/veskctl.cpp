@@ -1,6 +1,8 @@
 // veskctl: talks to the daemon as its front board and as its control PC.
 
+#include <algorithm>
 #include <fstream>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,9 +15,12 @@
 #include "tools/errors.h"
 #include "tools/line.h"
 #include "tools/logfile.h"
+#include "tools/package.h"
 #include "tools/player.h"
 #include "tools/subcommands.h"
+#include "tools/text.h"
 #include "tools/transcript.h"
+#include "tools/update.h"
 
 namespace {
 
@@ -34,13 +39,15 @@ constexpr char kFooter[] =
     "Examples:\n"
     "  veskctl --serial /dev/ttyUSB0 send read device type\n"
     "  veskctl --serial /dev/ttyUSB0 --log /tmp/vesk_h264.log console\n"
+    "  veskctl --serial /dev/ttyUSB0 update build/arm/vesk_h264\n"
     "  veskctl --udp 192.168.0.100 monitor\n"
     "  veskctl decode '<T0000680100000069>'";
 
 constexpr char kSendAbout[] = "Send one command, print the reply";
 constexpr char kSendFooter[] =
     "The command is written in one of these ways; blanks between bytes do not count:\n"
-    "  words              a name of the table below, then its parameters as hexadecimal bytes\n"
+    "  words              a name of the table below, then its parameters as hexadecimal bytes; an\n"
+    "                     address may also be written as 192.168.0.100\n"
     "  2 to 10 digits     command and dat1 to dat4; address, tag and what is left out are 00\n"
     "  14 digits          address, tag, command and dat1 to dat4; the checksum is added\n"
     "  16 digits          the same and the checksum, right or wrong\n"
@@ -52,8 +59,49 @@ constexpr char kSendFooter[] =
     "Commands: code, dat1, words\n";
 constexpr char kSendExamples[] = "\nExamples:\n"
                                  "  veskctl --serial /dev/ttyUSB0 send read protocol version\n"
+                                 "  veskctl --serial /dev/ttyUSB0 send write IP address "
+                                 "192.168.0.55\n"
                                  "  veskctl --serial /dev/ttyUSB0 send 68 01\n"
                                  "  veskctl --serial /dev/ttyUSB0 send 00 2a 68 01 00 00 00";
+
+constexpr char kNetworkAbout[] = "Read or write the settings of the device's network interface";
+constexpr char kNetworkFooter[] =
+    "Read: what the interface has now. Write: the device keeps the MAC address, sets up the interface\n"
+    "at once and again whenever it starts, and answers when that is done. The settings behind\n"
+    "`send write IP address` and its like are others: the device applies those when its DHCP client\n"
+    "next starts.\n"
+    "\n"
+    "Examples:\n"
+    "  veskctl --serial /dev/ttyUSB0 network read\n"
+    "  veskctl --serial /dev/ttyUSB0 network write 192.168.0.55 255.255.255.0 192.168.0.1 \\\n"
+    "      02:76:65:73:6b:01";
+
+constexpr char kTextAbout[] = "Read or write settings as text";
+constexpr char kTextFooter[] =
+    "DAT1 says what the text is about: 00 a layer, 09 an input, 38 take (write only), 39 blackout; DAT2\n"
+    "which one, 00 if not given. Both are hexadecimal bytes. The text is a list of items in brackets;\n"
+    "it is sent as it is, right or wrong. Escapes: \\xNN \\r \\n \\\\.\n"
+    "\n"
+    "Examples:\n"
+    "  veskctl --serial /dev/ttyUSB0 text write 09 00 '[a=1,b=2]'\n"
+    "  veskctl --serial /dev/ttyUSB0 text read 09 00";
+
+constexpr char kUpdateAbout[] = "Send a new executable to the device";
+constexpr char kUpdateFooter[] =
+    "The file is sent in blocks of 1024 bytes, each when the device has accepted the one before it. A\n"
+    "block that is refused or not answered is sent again, 5 times in all. When the last one has been\n"
+    "accepted the device adds up what it has stored. If that is right it replaces its executable, keeps\n"
+    "the old one as /usr/bin/vesk_h264_backup and restarts; if not it goes on as before. It says neither\n"
+    "on the line: ask it for something to see that it is back.\n"
+    "\n"
+    "Over --udp the device passes the blocks on to its serial line and only what the far side sends back\n"
+    "is executed: it works where the front board echoes every byte, at about 2 blocks a second. A block\n"
+    "that the device happens to find in two parts is refused after 3 s, and sent again. The answer to\n"
+    "the last block does not come, as the device restarts before it could pass it on: that block is\n"
+    "sent again, and the restarted device accepts it and does nothing.\n"
+    "\n"
+    "Example:\n"
+    "  veskctl --serial /dev/ttyUSB0 update --query build/arm/vesk_h264";
 
 constexpr char kMonitorAbout[] =
     "Print what arrives until Ctrl-C: frames decoded, the rest escaped";
@@ -91,6 +139,8 @@ constexpr char kPlayFooter[] =
     "  front< TEXT   pc< TEXT    exactly these bytes arrive there next\n"
     "  front=        pc=         nothing arrives there within 100 ms\n"
     "  front*        pc*         what has arrived there is thrown away\n"
+    "  front>> HEX   pc>> HEX    as > and <, but the bytes in hexadecimal digits; NN*COUNT is a byte\n"
+    "  front<< HEX   pc<< HEX    that is repeated\n"
     "  log< TEXT                 the daemon prints this line\n"
     "  wait MS                   nothing happens for so many milliseconds\n"
     "Escapes in TEXT: \\xNN \\r \\n \\\\. An expectation waits as long as --timeout says. Bytes left\n"
@@ -111,6 +161,12 @@ struct Options {
     std::vector<std::string> words;  // of send
     std::vector<std::string> frames; // of decode
     std::string transcript;          // of play
+    NetworkSettings network;         // of network write
+    std::string dat1;                // of text
+    std::string dat2 = "00";         // of text
+    std::string text;                // of text write
+    std::string file;                // of update
+    bool query = false;              // of update
 };
 
 // The lines and the log that the options name.
@@ -158,13 +214,73 @@ std::string joined(const std::vector<std::string> &words)
     return fmt::format("{}", fmt::join(words, " "));
 }
 
-int send(const Options &options)
+// Calls `use` with the one line that the options name.
+template <typename Use> int onOneLine(const Options &options, Use use)
 {
     requireOneLine(options);
-    const std::string text = joined(options.words);
-    frameFromText(text); // a wrong word is told before any device is touched
     Opened opened(options);
-    return runSend(opened.front ? *opened.front : *opened.pc, text, Milliseconds{options.timeout});
+    return use(opened.front ? *opened.front : *opened.pc, Milliseconds{options.timeout});
+}
+
+std::string contentOf(const std::string &file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    std::string content(std::istreambuf_iterator<char>(stream), {});
+    if (!stream) {
+        throw LocalError(fmt::format("cannot read {}", file));
+    }
+    return content;
+}
+
+// What is wrong with the words of a user is told before any device is touched -------------------
+
+int send(const Options &options)
+{
+    const std::string text = joined(options.words);
+    frameFromText(text);
+    return onOneLine(
+        options, [&](Line &line, Milliseconds timeout) { return runSend(line, text, timeout); });
+}
+
+int networkRead(const Options &options)
+{
+    return onOneLine(options, runNetworkRead);
+}
+
+int networkWrite(const Options &options)
+{
+    networkRecord(options.network);
+    return onOneLine(options, [&](Line &line, Milliseconds timeout) {
+        return runNetworkWrite(line, options.network, timeout);
+    });
+}
+
+int textRead(const Options &options)
+{
+    const std::string which = options.dat1 + " " + options.dat2;
+    frameFromText("read text " + which);
+    return onOneLine(options, [&](Line &line, Milliseconds timeout) {
+        return runTextRead(line, which, timeout);
+    });
+}
+
+int textWrite(const Options &options)
+{
+    const std::string which = options.dat1 + " " + options.dat2;
+    frameFromText("write text " + which);
+    unescape(options.text);
+    return onOneLine(options, [&](Line &line, Milliseconds timeout) {
+        return runTextWrite(line, which, options.text, timeout);
+    });
+}
+
+int update(const Options &options)
+{
+    requireOneLine(options);
+    const std::string stream = updateStream(contentOf(options.file));
+    return onOneLine(options, [&](Line &line, Milliseconds timeout) {
+        return runUpdate(line, stream, {options.query, timeout, timeout + kDeviceWaitsBlock});
+    });
 }
 
 int monitor(const Options &options)
@@ -218,6 +334,33 @@ int run(int argc, char **argv)
     sendCommand->footer(kSendFooter + commandList() + kSendExamples);
     sendCommand->add_option("COMMAND", options.words, "Words or hexadecimal digits")->required();
 
+    CLI::App *const networkCommand = app.add_subcommand("network", kNetworkAbout);
+    networkCommand->footer(kNetworkFooter);
+    networkCommand->require_subcommand(1);
+    CLI::App *const networkReadCommand = networkCommand->add_subcommand("read", "Print them");
+    CLI::App *const networkWriteCommand = networkCommand->add_subcommand("write", "Change them");
+    networkWriteCommand->add_option("ADDRESS", options.network.address, "IPv4 address")->required();
+    networkWriteCommand->add_option("MASK", options.network.mask, "Net mask")->required();
+    networkWriteCommand->add_option("GATEWAY", options.network.gateway, "Default gateway")
+        ->required();
+    networkWriteCommand->add_option("MAC", options.network.mac, "MAC address")->required();
+
+    CLI::App *const textCommand = app.add_subcommand("text", kTextAbout);
+    textCommand->footer(kTextFooter);
+    textCommand->require_subcommand(1);
+    CLI::App *const textReadCommand = textCommand->add_subcommand("read", "Print a text");
+    textReadCommand->add_option("DAT1", options.dat1, "What it is about")->required();
+    textReadCommand->add_option("DAT2", options.dat2, "Which one");
+    CLI::App *const textWriteCommand = textCommand->add_subcommand("write", "Send a text");
+    textWriteCommand->add_option("DAT1", options.dat1, "What it is about")->required();
+    textWriteCommand->add_option("DAT2", options.dat2, "Which one")->required();
+    textWriteCommand->add_option("TEXT", options.text, "The text, brackets included")->required();
+
+    CLI::App *const updateCommand = app.add_subcommand("update", kUpdateAbout);
+    updateCommand->footer(kUpdateFooter);
+    updateCommand->add_option("FILE", options.file, "The new executable")->required();
+    updateCommand->add_flag("--query", options.query, "Ask for block size and version first");
+
     CLI::App *const monitorCommand = app.add_subcommand("monitor", kMonitorAbout);
     monitorCommand->footer(kMonitorFooter);
 
@@ -237,16 +380,26 @@ int run(int argc, char **argv)
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? kDone : kUsage;
     }
-    if (*sendCommand) {
-        return send(options);
-    }
-    if (*monitorCommand) {
-        return monitor(options);
-    }
     if (*decodeCommand) {
         return runDecode(options.frames);
     }
-    return *consoleCommand ? console(options) : play(options);
+    const struct {
+        CLI::App *command;
+        int (*run)(const Options &options);
+    } runs[] = {
+        {sendCommand, send},
+        {networkReadCommand, networkRead},
+        {networkWriteCommand, networkWrite},
+        {textReadCommand, textRead},
+        {textWriteCommand, textWrite},
+        {updateCommand, update},
+        {monitorCommand, monitor},
+        {consoleCommand, console},
+        {playCommand, play},
+    };
+    const auto *const chosen = std::find_if(std::begin(runs), std::end(runs),
+                                            [](const auto &entry) { return bool(*entry.command); });
+    return chosen->run(options);
 }
 
 } // namespace

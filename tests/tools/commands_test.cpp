@@ -31,6 +31,9 @@ TEST(Commands, KnowsTheRowsOfTheProtocol)
     EXPECT_EQ(frameFromText("print memory use"), "<T0000101100000021>");
     EXPECT_EQ(frameFromText("read device type"), "<T0000680100000069>");
     EXPECT_EQ(frameFromText("read protocol version"), "<T00006a030000006d>");
+    EXPECT_EQ(frameFromText("read system version"), "<T00006a040000006e>");
+    EXPECT_EQ(frameFromText("write serial number"), "<T00006a100000007a>");
+    EXPECT_EQ(frameFromText("read serial number"), "<T00006a110000007b>");
     EXPECT_EQ(frameFromText("input source"), "<T0000730000000073>");
     EXPECT_EQ(frameFromText("output format"), "<T0000740000000074>");
     EXPECT_EQ(frameFromText("layer setting"), "<T0000750000000075>");
@@ -38,9 +41,29 @@ TEST(Commands, KnowsTheRowsOfTheProtocol)
     EXPECT_EQ(frameFromText("input setting"), "<T0000770000000077>");
     EXPECT_EQ(frameFromText("switch setting"), "<T0000780000000078>");
     EXPECT_EQ(frameFromText("test pattern"), "<T00007d000000007d>");
+    EXPECT_EQ(frameFromText("write net mask"), "<T0000840000000084>");
+    EXPECT_EQ(frameFromText("read net mask"), "<T0000850000000085>");
     EXPECT_EQ(frameFromText("HDMI output DE"), "<T0000860000000086>");
+    EXPECT_EQ(frameFromText("write IP address"), "<T0000880000000088>");
+    EXPECT_EQ(frameFromText("read IP address"), "<T0000890000000089>");
     EXPECT_EQ(frameFromText("time control"), "<T00008b000000008b>");
+    EXPECT_EQ(frameFromText("write gateway"), "<T00008c000000008c>");
+    EXPECT_EQ(frameFromText("read gateway"), "<T00008d000000008d>");
+    EXPECT_EQ(frameFromText("write DHCP"), "<T00008e0200000090>");
+    EXPECT_EQ(frameFromText("read DHCP"), "<T00008e0300000091>");
+    EXPECT_EQ(frameFromText("read MAC address, first half"), "<T00008e0500000093>");
+    EXPECT_EQ(frameFromText("read MAC address, last half"), "<T00008e0700000095>");
     EXPECT_EQ(frameFromText("work time"), "<T0000970000000097>");
+    EXPECT_EQ(frameFromText("update query"), "<T00009a10000000aa>");
+    EXPECT_EQ(frameFromText("update wait"), "<T00009a16000000b0>");
+    EXPECT_EQ(frameFromText("update acknowledge"), "<T00009a20000000ba>");
+    EXPECT_EQ(frameFromText("update block"), "<T00009aa00000003a>");
+    EXPECT_EQ(frameFromText("update block size"), "<T00009aa10000003b>");
+    EXPECT_EQ(frameFromText("update version"), "<T00009ab10000004b>");
+    EXPECT_EQ(frameFromText("write data"), "<T0000f000000000f0>");
+    EXPECT_EQ(frameFromText("read data"), "<T0000f100000000f1>");
+    EXPECT_EQ(frameFromText("write text"), "<T0000f200000000f2>");
+    EXPECT_EQ(frameFromText("read text"), "<T0000f300000000f3>");
 }
 
 TEST(Commands, EveryRowIsReachedByItsOwnWords)
@@ -76,12 +99,46 @@ TEST(Commands, WordsCountInEitherCaseAndWithAnyBlanks)
 {
     EXPECT_EQ(frameFromText("  Read\tDEVICE   type "), "<T0000680100000069>");
     EXPECT_EQ(frameFromText("hdmi output de"), "<T0000860000000086>");
+    EXPECT_EQ(frameFromText("read MAC address last half"), "<T00008e0700000095>");
 }
 
 TEST(Commands, ParametersFollowTheWords)
 {
     EXPECT_EQ(frameFromText("input source 1"), "<T0000730100000074>");
     EXPECT_EQ(frameFromText("input source 01 ff 3 0A"), "<T00007301ff030a80>");
+}
+
+TEST(Commands, ParametersOfASubCommandStandBehindIt)
+{
+    EXPECT_EQ(frameFromText("write serial number 12 34"), "<T00006a10123400c0>");
+    EXPECT_EQ(frameFromText("write DHCP 1"), "<T00008e0201000091>");
+    EXPECT_EQ(frameFromText("update block 7 34 12"), "<T00009aa007341287>");
+    EXPECT_EQ(frameFromText("update block size 7"), "<T00009aa107000042>");
+    EXPECT_EQ(frameFromText("write data 20 0 13"), "<T0000f02000130023>");
+    EXPECT_EQ(frameFromText("write text 9 0"), "<T0000f209000000fb>");
+}
+
+TEST(Commands, AddressesAreWrittenWithDotsOrAsHexadecimalBytes)
+{
+    EXPECT_EQ(frameFromText("write IP address 192.168.0.55"), "<T000088c0a8003727>");
+    EXPECT_EQ(frameFromText("write IP address c0 a8 00 37"), "<T000088c0a8003727>");
+    EXPECT_EQ(frameFromText("write net mask 255.255.254.0"), "<T000084fffffe0080>");
+    EXPECT_EQ(frameFromText("write gateway 192.168.0.1"), "<T00008cc0a80001f5>");
+    EXPECT_EQ(frameFromText("write gateway 10 0 0 1"), "<T00008c100000019d>"); // 16.0.0.1
+}
+
+TEST(Commands, RefusesAddressesThatAreNone)
+{
+    EXPECT_EQ(complaintAbout("write IP address 192.168.0"),
+              "\"192.168.0\" is no address such as 192.168.0.100");
+    EXPECT_EQ(complaintAbout("write IP address 192.168.0.256"),
+              "\"192.168.0.256\" is no address such as 192.168.0.100");
+    EXPECT_EQ(complaintAbout("write IP address 192.168.0.1 1"),
+              "\"192.168.0.1\" is no hexadecimal byte");
+    EXPECT_EQ(complaintAbout("write IP address 1 2 3 4 5"),
+              "\"write IP address\" takes at most 4 parameters");
+    EXPECT_EQ(complaintAbout("input source 1.2.3.4"), "\"1.2.3.4\" is no hexadecimal byte");
+    EXPECT_EQ(complaintAbout("read IP address 1.2.3.4"), "\"read IP address\" takes no parameters");
 }
 
 TEST(Commands, RefusesWordsThatItDoesNotKnow)
@@ -169,6 +226,55 @@ TEST(Commands, DescribesReplies)
     EXPECT_EQ(describe("<F00006A03010A0078>"),
               "reply, address 00, tag 00: read protocol version: 1.10");
     EXPECT_EQ(describe("<F0000101100000021>"), "reply, address 00, tag 00: print memory use");
+}
+
+TEST(Commands, DescribesAddressesWithDots)
+{
+    EXPECT_EQ(describe("<T000088c0a8003727>"),
+              "command, address 00, tag 00: write IP address 192.168.0.55");
+    EXPECT_EQ(describe("<T000084fffffe0080>"),
+              "command, address 00, tag 00: write net mask 255.255.254.0");
+    EXPECT_EQ(describe("<F000089c0a8001405>"),
+              "reply, address 00, tag 00: read IP address: 192.168.0.20");
+    EXPECT_EQ(describe("<F00008dc0a80001f6>"),
+              "reply, address 00, tag 00: read gateway: 192.168.0.1");
+    EXPECT_EQ(describe("<T0000890000000089>"), "command, address 00, tag 00: read IP address");
+}
+
+TEST(Commands, DescribesWhatRepliesMean)
+{
+    EXPECT_EQ(describe("<F00006a04020d007d>"),
+              "reply, address 00, tag 00: read system version: 2.13");
+    EXPECT_EQ(describe("<F00006a10123400c0>"),
+              "reply, address 00, tag 00: write serial number: 1234");
+    EXPECT_EQ(describe("<F00006a11123400c1>"),
+              "reply, address 00, tag 00: read serial number: 1234");
+    EXPECT_EQ(describe("<F00008e0301000092>"), "reply, address 00, tag 00: read DHCP: 1");
+    EXPECT_EQ(describe("<F00008e0502766570>"),
+              "reply, address 00, tag 00: read MAC address, first half: 02:76:65");
+    EXPECT_EQ(describe("<F00008e07736b0174>"),
+              "reply, address 00, tag 00: read MAC address, last half: 73:6b:01");
+    EXPECT_EQ(describe("<F00009aa107040046>"),
+              "reply, address 00, tag 00: update block size: 0x0400");
+    EXPECT_EQ(describe("<F00009ab107010a5d>"), "reply, address 00, tag 00: update version: 1.10");
+    EXPECT_EQ(describe("<F0000f12000130024>"),
+              "reply, address 00, tag 00: read data, data 20 00 13 00");
+}
+
+TEST(Commands, KnowsWhatIsNeverAnswered)
+{
+    const auto isSilent = [](const char *text) {
+        return isNeverAnswered(recordOf(frameFromText(text)));
+    };
+    for (const char *text : {"8e", "8e 01", "8e 04", "8e 06", "8e 08", "8e ff"}) {
+        EXPECT_TRUE(isSilent(text)) << text;
+    }
+    for (const char *text : {"8e 02", "8e 03", "8e 05", "8e 07", "8d 04", "8f 04", "6a 01"}) {
+        EXPECT_FALSE(isSilent(text)) << text;
+    }
+    EXPECT_EQ(describe("<T00008e0400000092>"),
+              "command, address 00, tag 00: unknown command 8e, data 04 00 00 00, which is never "
+              "answered");
 }
 
 TEST(Commands, DescribesRefusalsByTheirCode)

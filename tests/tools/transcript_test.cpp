@@ -50,6 +50,10 @@ TEST(Transcript, KnowsEveryStep)
     expectStep("pc< abc", Step::kExpect, Step::kPC, "abc");
     expectStep("pc=", Step::kNothing, Step::kPC, "");
     expectStep("pc*", Step::kDrop, Step::kPC, "");
+    expectStep("front>> 61 62 63", Step::kSend, Step::kFront, "abc");
+    expectStep("front<< 61 62 63", Step::kExpect, Step::kFront, "abc");
+    expectStep("pc>> 61", Step::kSend, Step::kPC, "a");
+    expectStep("pc<< 61", Step::kExpect, Step::kPC, "a");
     expectStep("log< a line", Step::kLog, Step::kNoEnd, "a line");
     EXPECT_EQ(parse("wait 250")[0].kind, Step::kWait);
     EXPECT_EQ(parse("wait 250")[0].time, Milliseconds{250});
@@ -77,6 +81,26 @@ TEST(Transcript, TextHasEscapes)
 {
     expectStep("pc< \\x00\\xfF\\r\\n\\\\", Step::kExpect, Step::kPC,
                std::string("\0\xff\r\n\\", 5));
+}
+
+TEST(Transcript, BytesInDigitsMayBeRepeated)
+{
+    expectStep("front>>  00 fF  0d", Step::kSend, Step::kFront, std::string("\0\xff\r", 3));
+    expectStep("front>> 01 00*1024 02*2", Step::kSend, Step::kFront,
+               "\x01" + std::string(1024, '\0') + "\x02\x02");
+    expectStep("front<< 61*1", Step::kExpect, Step::kFront, "a");
+}
+
+TEST(Transcript, SaysWhichBytesAreNone)
+{
+    for (const char *byte : {"0", "0g", "g0", "000", "0001", "00*", "00*x", "00*-1", "00*1*2",
+                             "00+2", "*2", "00*65537", "00*99999999999999999999", "\\x00"}) {
+        EXPECT_EQ(complaintAbout(std::string("front>> 61 ") + byte),
+                  "file:1: \"" + std::string(byte[0] == '\\' ? "\\" : "") + byte +
+                      "\" is no byte such as 0a or 00*16");
+    }
+    EXPECT_EQ(complaintAbout("front>>"), "file:1: front>> needs something behind it");
+    EXPECT_EQ(complaintAbout("pc>> "), "file:1: pc>> needs something behind it");
 }
 
 TEST(Transcript, SaysWhichLineIsNoStep)

@@ -28,6 +28,11 @@ connect() {
     return 1
 }
 
+disconnect() {
+    kill "$cable"
+    wait "$cable" || true
+}
+
 # Answers the first whole frame with $1.
 answers() {
     connect "IFS= read -r -N 19; printf %s '$1'; cat >/dev/null"
@@ -98,6 +103,118 @@ veskctl: passed over: <F000000fffffffffc>  refusal, address 00, tag 00: command 
     [ "$(cat got)" = '<T0000680100000069>' ]
 }
 
+@test "send: an address with dots" {
+    connect 'head -c 19 >got; printf "<F000088c0a8003727>"; cat >/dev/null'
+    run -0 --separate-stderr "$VESKCTL" --serial "$device" send write IP address 192.168.0.55
+    said '<F000088c0a8003727>  reply, address 00, tag 00: write IP address: 192.168.0.55' ''
+    [ "$(cat got)" = '<T000088c0a8003727>' ]
+}
+
+@test "send: what is never answered is said so, status 3 when the time is over" {
+    connect 'cat >/dev/null'
+    run -3 --separate-stderr "$VESKCTL" --serial "$device" --timeout 200 send 8e 04
+    said '' 'veskctl: no answer within 200 ms; this command never gets one'
+}
+
+@test "network read: the record behind the reply" {
+    connect 'head -c 19 >got; printf "<F0000f12000130024>\\xc0\\xa8\\x00\\x64\\xff\\xff\\xff\\x00"
+        sleep 0.1; printf "\\xc0\\xa8\\x00\\x01\\x02vesk\\x01\\xee"; cat >/dev/null'
+    run -0 --separate-stderr "$VESKCTL" --serial "$device" network read
+    said '<F0000f12000130024>  reply, address 00, tag 00: read data, data 20 00 13 00
+address  192.168.0.100
+mask     255.255.255.0
+gateway  192.168.0.1
+MAC      02:76:65:73:6b:01' ''
+    [ "$(cat got)" = '<T0000f12000000011>' ]
+}
+
+@test "network read: a record that is not whole or not right, status 3; a refusal, status 1" {
+    connect 'head -c 19 >/dev/null; printf "<F0000f12000130024>abc"; cat >/dev/null'
+    run -3 --separate-stderr "$VESKCTL" --serial "$device" --timeout 200 network read
+    [ "${stderr?}" = 'veskctl: 3 of 19 bytes came behind the reply within 200 ms' ]
+    disconnect
+    connect 'head -c 19 >/dev/null; printf "<F0000f12000130024>abcabcabcabcabcabcX"; cat >/dev/null'
+    run -3 --separate-stderr "$VESKCTL" --serial "$device" network read
+    [ "${stderr?}" = 'veskctl: the network record has a wrong checksum: abcabcabcabcabcabcX' ]
+    disconnect
+    answers '<F0000f1ffffffffed>'
+    run -1 "$VESKCTL" --serial "$device" network read
+}
+
+@test "network write: the record behind the command" {
+    connect 'head -c 38 >got; printf "<F0000f02000130023>"; cat >/dev/null'
+    run -0 --separate-stderr "$VESKCTL" --serial "$device" network write \
+        192.168.0.100 255.255.255.0 192.168.0.1 02:76:65:73:6b:01
+    said '<F0000f02000130023>  reply, address 00, tag 00: write data, data 20 00 13 00' ''
+    [ "$(head -c 19 got)" = '<T0000f02000130023>' ]
+    [ "$(tail -c +20 got | od -An -tx1 -w19)" = \
+        ' c0 a8 00 64 ff ff ff 00 c0 a8 00 01 02 76 65 73 6b 01 ee' ]
+}
+
+@test "text write and read" {
+    connect 'head -c 28 >got; printf "<F0000f209000000fb>"; cat >/dev/null'
+    run -0 "$VESKCTL" --serial "$device" text write 09 00 '[a=1,b=2]'
+    [ "$(cat got)" = '<T0000f209000000fb>[a=1,b=2]' ]
+    disconnect
+    connect 'head -c 19 >got; printf "<F0000f309010000fd>[a=1"; sleep 0.1; printf ",b=2]"; cat >/dev/null'
+    run -0 --separate-stderr "$VESKCTL" --serial "$device" text read 9 1
+    said '<F0000f309010000fd>  reply, address 00, tag 00: read text, data 09 01 00 00
+[a=1,b=2]' ''
+    [ "$(cat got)" = '<T0000f309010000fd>' ]
+}
+
+@test "text: a refusal, status 1; a text without an end, status 3" {
+    answers '<F0000f2ffffffffee>'
+    run -1 "$VESKCTL" --serial "$device" text write 01 00 '[a=1]'
+    disconnect
+    answers '<F0000f309000000fc>[a=1'
+    run -3 --separate-stderr "$VESKCTL" --serial "$device" --timeout 200 text read 09
+    [ "${stderr?}" = 'veskctl: no whole text within 200 ms: [a=1' ]
+}
+
+@test "update: block by block, numbers at the end, status 0" {
+    connect 'head -c 1044 >got; printf "<F00009aa007000041>"; head -c 1044 >>got; printf "<F00019aa007010043>"; cat >/dev/null'
+    head -c 1000 /dev/zero | tr '\0' 'p' >new
+    run -0 --separate-stderr "$VESKCTL" --serial "$device" update new
+    [[ $output =~ ^'2 blocks in '[0-9.]+' s, '[0-9.]+' blocks/s, 0 sent again'$ ]]
+    [ "$stderr" = '' ]
+    [ "$(stat -c %s got)" = 2088 ]
+    [ "$(head -c 19 got)" = '<T00009aa007000041>' ]
+    [ "$(tail -c +1045 got | head -c 19)" = '<T00019aa007010043>' ]
+}
+
+@test "update: over UDP a block and its command are one datagram" {
+    port=$((20000 + RANDOM % 40000))
+    # It gets one datagram and no more.
+    echo 'head -c 1044 >got; printf "<F00009aa007000041>"' >script
+    socat "UDP4-RECVFROM:$port,bind=127.0.0.1" EXEC:"bash $PWD/script" 3>&- &
+    cable=$!
+    sleep 0.5
+    echo new >new
+    run -0 "$VESKCTL" --udp "127.0.0.1:$port" update new
+    [ "$(stat -c %s got)" = 1044 ]
+}
+
+@test "update: refused, status 1" {
+    connect 'for reply in 009affffffff96 019affffffff97 029affffffff98 039affffffff99 049affffffff9a; do
+        head -c 1044 >/dev/null; printf "<F00$reply>"; done; cat >/dev/null'
+    echo new >new
+    run -1 --separate-stderr "$VESKCTL" --serial "$device" update new
+    [ "$output" = '' ]
+    [ "$(tail -n 1 <<<"${stderr?}")" = 'veskctl: block 0 of 1: refused, 5 times in all' ]
+}
+
+@test "update: a file that cannot be sent" {
+    connect 'cat >got'
+    : >empty
+    run -2 --separate-stderr "$VESKCTL" --serial "$device" update empty
+    said '' 'veskctl: an empty file is no executable'
+    run -4 --separate-stderr "$VESKCTL" --serial "$device" update nothing
+    said '' 'veskctl: cannot read nothing'
+    run -4 "$VESKCTL" --serial "$device" update .
+    [ ! -s got ]
+}
+
 @test "wrong use, status 2, before any device is touched" {
     run -2 "$VESKCTL"
     run -2 "$VESKCTL" dance
@@ -111,6 +228,20 @@ veskctl: passed over: <F000000fffffffffc>  refusal, address 00, tag 00: command 
     run -2 "$VESKCTL" --serial /nowhere --timeout soon send 68 01
     run -2 "$VESKCTL" --udp localhost:70000 send 68 01
     run -2 "$VESKCTL" send 68 01
+    run -2 "$VESKCTL" --serial /nowhere send write IP address 192.168.0.256
+    run -2 "$VESKCTL" --serial /nowhere network
+    run -2 "$VESKCTL" --serial /nowhere network write 192.168.0.55 255.255.255.0 192.168.0.1
+    run -2 "$VESKCTL" --serial /nowhere network write 192.168.0.55 24 192.168.0.1 02:76:65:73:6b:01
+    run -2 "$VESKCTL" --serial /nowhere network write 192.168.0.55 255.255.255.0 192.168.0.1 1
+    run -2 "$VESKCTL" --serial /nowhere text
+    run -2 "$VESKCTL" --serial /nowhere text read
+    run -2 "$VESKCTL" --serial /nowhere text read xy
+    run -2 "$VESKCTL" --serial /nowhere text write 09 00
+    run -2 "$VESKCTL" --serial /nowhere text write 09 00 '\q'
+    run -2 "$VESKCTL" --serial /nowhere update
+    run -2 "$VESKCTL" --serial /nowhere --udp localhost update /bin/true
+    run -2 "$VESKCTL" update /bin/true
+    run -2 "$VESKCTL" network read
     run -2 "$VESKCTL" monitor
     run -2 "$VESKCTL" console
     run -2 "$VESKCTL" play
@@ -257,10 +388,10 @@ file: all 2 steps held' ''
 
 @test "help is a manual, status 0" {
     run -0 "$VESKCTL" --help
-    for word in send monitor decode console play --serial --udp --timeout --log 'Exit status' Examples; do
+    for word in send network text update monitor decode console play --serial --udp --timeout --log 'Exit status' Examples; do
         [[ $output == *"$word"* ]]
     done
-    for subcommand in send monitor decode console play; do
+    for subcommand in send network text update monitor decode console play; do
         run -0 "$VESKCTL" "$subcommand" --help
         [[ $output == *Example* ]]
     done

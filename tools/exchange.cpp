@@ -1,0 +1,82 @@
+#include "tools/exchange.h"
+
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "tools/commands.h"
+#include "tools/frames.h"
+#include "tools/text.h"
+
+namespace {
+
+void tell(const Piece &piece)
+{
+    fmt::print(stderr, "veskctl: passed over: {}\n",
+               piece.isFrame ? frameWithDescription(piece.text) : escape(piece.text));
+}
+
+// Waits until `length(answer.behind)` bytes, or npos for not yet, are there.
+template <typename Length>
+bool await(Line &line, Answer &answer, Milliseconds timeout, Length length)
+{
+    const Deadline deadline(timeout);
+    while (length(answer.behind) == std::string::npos) {
+        const std::string bytes = line.receive(deadline.left());
+        if (bytes.empty()) {
+            return false;
+        }
+        answer.behind += bytes;
+    }
+    answer.behind.resize(length(answer.behind));
+    return true;
+}
+
+} // namespace
+
+std::optional<Answer> ask(Line &line, std::string_view frame, std::string_view payload,
+                          Milliseconds timeout, Others others)
+{
+    const Rs232Command asked = recordOf(frame);
+    line.discardInput(); // a late answer to somebody else's question
+    line.send(std::string(frame).append(payload));
+    FrameFinder finder;
+    const Deadline deadline(timeout);
+    for (;;) {
+        const std::string bytes = line.receive(deadline.left());
+        // Byte by byte, as what is behind the reply must not be taken for anything.
+        for (size_t i = 0; i < bytes.size(); ++i) {
+            for (const Piece &piece : finder.feed(std::string_view(bytes).substr(i, 1))) {
+                if (piece.isFrame && isReplyTo(asked, piece.text)) {
+                    return Answer{piece.text, bytes.substr(i + 1)};
+                }
+                if (others == Others::kTold) {
+                    tell(piece);
+                }
+            }
+        }
+        if (bytes.empty()) {
+            for (const Piece &piece : finder.flush()) {
+                if (others == Others::kTold) {
+                    tell(piece);
+                }
+            }
+            return std::nullopt;
+        }
+    }
+}
+
+bool awaitBytes(Line &line, Answer &answer, size_t count, Milliseconds timeout)
+{
+    return await(line, answer, timeout, [count](const std::string &bytes) {
+        return bytes.size() < count ? std::string::npos : count;
+    });
+}
+
+bool awaitEnd(Line &line, Answer &answer, char end, Milliseconds timeout)
+{
+    return await(line, answer, timeout, [end](const std::string &bytes) {
+        const size_t at = bytes.find(end);
+        return at == std::string::npos ? at : at + 1;
+    });
+}

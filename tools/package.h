@@ -1,0 +1,17 @@
+#pragma once
+
+// A new executable as the stream of blocks that the firmware update carries; docs/protocol.md
+// describes it.
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+inline constexpr size_t kBlockSize = 1024;
+
+// The header and the package, filled up with zeros to whole blocks. Throws UsageError when the
+// package is empty or has more blocks than can be numbered.
+std::string updateStream(std::string_view package);
+
+// Block `number` of the stream and the checksum byte behind it: 1025 bytes.
+std::string blockWithChecksum(std::string_view stream, size_t number);
