@@ -17,6 +17,9 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "storage/UserPref.h"
+#include "storage/fatfs.h"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -118,9 +121,20 @@ private:
     FILE *output_ = nullptr;
 };
 
+// A device that has been used before. Without its files the start takes 30 ms longer, on purpose.
+void storeSettings()
+{
+    MX_FATFS_Init();
+    resetUserPref();
+    saveUserPref();
+    resetDeviceInfo();
+    saveDeviceInfo();
+}
+
 void startToEnterMain(benchmark::State &state)
 {
     connectSerialLine();
+    storeSettings();
     for (auto _ : state) {
         const auto start = Clock::now();
         Program daemon(VESK_DAEMON);

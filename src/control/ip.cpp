@@ -97,11 +97,11 @@ bool readNumbers(const char *text, int base, char separator, uint8_t *out, uint3
         if (i > 0 && *text++ != separator) {
             return false;
         }
-        const auto [behind, error] = std::from_chars(text, end, numbers[i], base);
+        const auto [rest, error] = std::from_chars(text, end, numbers[i], base);
         if (error != std::errc()) {
             return false;
         }
-        text = behind;
+        text = rest;
     }
     if (*text != '\0' && std::isspace(static_cast<unsigned char>(*text)) == 0) {
         return false;

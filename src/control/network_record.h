@@ -50,8 +50,8 @@ int32_t get_local_ip(const char *name, uint8_t *out, uint32_t size);
 int32_t get_local_netmask(const char *name, uint8_t *out, uint32_t size);
 int32_t get_local_mac(const char *name, uint8_t *out, uint32_t size);
 
-// The gateway of the first default route. Without a readable one, as on a point-to-point link, `out`
-// stays as it is, and the result is 0; it is -1 for more numbers than `size`.
+// The gateway of the first default route. Without a readable one, as on a point-to-point link,
+// `out` stays as it is, and the result is 0; it is -1 for more numbers than `size`.
 int32_t get_local_route(uint8_t *out, uint32_t size);
 
 // Vendor storage ---------------------------------------------------------------------------------

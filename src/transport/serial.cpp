@@ -86,8 +86,8 @@ bool setOneOrTwoStopBits(termios *options, int32_t stop)
 
 int32_t serial_open(const char *path)
 {
-    // Non-blocking only so that the open itself cannot hang on modem lines. Programs that the daemon
-    // starts must not inherit the line.
+    // Non-blocking only so that the open itself cannot hang on modem lines. Programs that the
+    // daemon starts must not inherit the line.
     const int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) {
         std::printf("Can't Open Serial Port %s !\n", path);
