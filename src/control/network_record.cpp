@@ -155,7 +155,8 @@ int32_t get_local_route(uint8_t *out, uint32_t size)
     if (!isFound) {
         return 0;
     }
-    if (std::count(line, line + std::strlen(line), '.') >= size) {
+    const auto dots = static_cast<uint32_t>(std::count(line, line + std::strlen(line), '.'));
+    if (dots >= size) {
         return -1; // more numbers than there is room for
     }
     if (readAddress(line, route)) {

@@ -42,9 +42,10 @@ void note(const std::string &call)
 
 std::string dotted(const uint8_t *address)
 {
-    std::string text;
-    for (int i = 0; i < 4; ++i) {
-        text += (i > 0 ? "." : "") + std::to_string(address[i]);
+    std::string text = std::to_string(address[0]);
+    for (int i = 1; i < 4; ++i) {
+        text += '.';
+        text += std::to_string(address[i]);
     }
     return text;
 }
