@@ -365,12 +365,18 @@ uint32_t getSystemVersion()
     }
     nextLine(&output);
     pclose(output.stream);
-    int major;
-    int minor;
-    if (std::sscanf(output.line, "v%9d.%9d", &major, &minor) != 2 || major < 0 || minor < 0) {
+    if (output.line[0] != 'v') {
         return 0;
     }
-    return (static_cast<uint32_t>(major) << 8) + (static_cast<uint32_t>(minor) & 0xFF);
+    const char *const end = output.line + std::strlen(output.line);
+    uint32_t major = 0;
+    uint32_t minor = 0;
+    const auto [dot, error] = std::from_chars(output.line + 1, end, major);
+    if (error != std::errc() || *dot != '.' ||
+        std::from_chars(dot + 1, end, minor).ec != std::errc()) {
+        return 0;
+    }
+    return (major << 8) + (minor & 0xFF);
 }
 
 int32_t isInUpdate()

@@ -5,9 +5,9 @@
 // (little-endian, no version, no checksum). docs/files.md describes both.
 //
 // The records are loaded at start-up and judged by their identification alone: where that is wrong
-// the defaults stand in. A file that is missing, or too short, leaves in the record what was there:
-// zeros at start-up, and so the defaults. A setter stores its value and saves the whole record; its
-// result is the save's: 1, or 0 when the file could not be opened. Main loop only.
+// the defaults stand in. What a missing or short file does not bring stays as it was in the record,
+// zero at start-up. A setter stores its value and saves the whole record; its result is the save's:
+// 1, or 0 when the file could not be opened. Main loop only.
 
 #include "core/record.h"
 
