@@ -237,6 +237,15 @@ std::string withChecksum(const std::string &bytes)
 // The first 18 of content().
 constexpr char kContentConfigured[] = "config 3 8 13 18 23 28 33 38 43 48 53 58 63 68 73 78 83 88";
 
+// Leaves something else than zeros where the variables of the next function called will be.
+[[gnu::noinline]] void dirtyStack()
+{
+    volatile uint8_t bytes[2000];
+    for (volatile uint8_t &byte : bytes) {
+        byte = 0xEE;
+    }
+}
+
 class Setting : public testing::Test {
 protected:
     Setting()
@@ -260,6 +269,7 @@ protected:
         journal.clear();
         fakeClock.sleepsUs.clear();
         return transcriptOf([&] {
+            dirtyStack();
             switch (parameters[2]) {
             case 0xF0:
                 writeDataSetting();
@@ -463,9 +473,22 @@ TEST_F(Setting, SendsTheNetworkRecordBehindTheReply)
     EXPECT_EQ(journal, Journal{"read"}); // ahead of the reply
 }
 
+TEST_F(Setting, SendsZerosForWhatCannotBeReadOfTheNetwork)
+{
+    onReadNetwork = [](NetworkRecord *record) {
+        std::memcpy(record->ip, "\xC0\xA8\x00\x64", 4);
+        std::memcpy(record->mask, "\xFF\xFF\xFF\x00", 4);
+    };
+    execute({1, 2, 0xF1, 0x20, 0, 0, 0});
+    // c0 + a8 + 00 + 64 + ff + ff + ff + 00 = 4c9
+    const std::string record =
+        std::string("\xC0\xA8\x00\x64\xFF\xFF\xFF\x00", 8) + std::string(10, '\0') + "\xC9";
+    EXPECT_EQ(sent,
+              (Calls{{"uart 0", replyFrame({1, 2, 0xF1, 0x20, 0, 19, 0})}, {"uart 0", record}}));
+}
+
 TEST_F(Setting, SendsZerosForANetworkThatCannotBeRead)
 {
-    std::memset(buffer, 0xEE, sizeof buffer);
     execute({1, 2, 0xF1, 0x20, 0, 0, 0});
     EXPECT_EQ(sent, (Calls{{"uart 0", replyFrame({1, 2, 0xF1, 0x20, 0, 19, 0})},
                            {"uart 0", std::string(19, '\0')}}));

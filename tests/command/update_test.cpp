@@ -757,12 +757,14 @@ TEST_F(Update, AcknowledgesBlocksBehindARefusedBlockZeroAndNothingComesOfThem)
 
 TEST_F(Update, AcknowledgesBlocksWithoutABlockZeroAndNothingComesOfThem)
 {
-    // What an earlier update left is complete and right; its header says nothing else.
-    makeFile(kStored, "");
+    // A file is there that would be installed: its sum is the announced one, which is 0 at first.
+    const std::string left(1024, '\0');
+    makeFile(kStored, left);
+    ASSERT_EQ(checkUpdateFileOk(), 1);
     for (const uint32_t number : {1u, 2u, 2u, 65535u}) {
         EXPECT_EQ(transfer(number, std::string(1024, 'x')), ack(number));
     }
-    EXPECT_EQ(contentOf(kStored), "");
+    EXPECT_EQ(contentOf(kStored), left);
     EXPECT_TRUE(shell.commands.empty());
     EXPECT_EQ(powerState, 1);
 }
@@ -1234,12 +1236,17 @@ TEST_F(Update, CountsTheBlocksOfEachPathByItself)
     EXPECT_EQ(contentOf(kStored).size(), 896u + 2 * 1024);
 }
 
-TEST_F(Update, NotesTheChannelOnAnotherPathToo)
+TEST_F(Update, NotesTheChannelOnOneOfTheOtherPathsOnly)
 {
     getFreeChannel(kChannelSerial, 1);
     commandFrom = 1;
     receive(UpdateMcu1K, 1, "");
     EXPECT_EQ(updateSoftChannel, 1);
+    commandFrom = 0;
+    receive(UpdateMcu1K_test, 1, "");
+    EXPECT_EQ(updateSoftChannel, 1);
+    receive(UpdateMcu1K, 1, "");
+    EXPECT_EQ(updateSoftChannel, 0);
 }
 
 TEST_F(Update, SumsAsManyBytesAsTheCountHasModulo256)

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <initializer_list>
 #include <iterator>
@@ -177,6 +178,24 @@ int32_t setIp(uint8_t dhcp, const std::vector<uint8_t> &mask = {255, 255, 0, 0})
     const uint8_t gateway[] = {10, 9, 0, 1};
     const uint8_t dns[] = {10, 9, 0, 53};
     return set_ip(&dhcp, ip, gateway, mask.data(), dns);
+}
+
+// The example in the chapter on network files: the lines behind "for a static address".
+std::string documentedStaticSection()
+{
+    std::ifstream document(FILES_DOCUMENT);
+    std::string section;
+    bool isBehindHeading = false;
+    for (std::string line; std::getline(document, line);) {
+        if (line.starts_with("`/etc/dhcpcd.conf` for a static address")) {
+            isBehindHeading = true;
+        } else if (isBehindHeading && line.starts_with("    ")) {
+            section.append(line, 4).append("\n");
+        } else if (!section.empty()) {
+            break;
+        }
+    }
+    return section;
 }
 
 } // namespace
@@ -588,18 +607,31 @@ TEST(Ip, VeryLongLinesLeaveTheValues)
 TEST(Ip, ANumberAnywhereInAVeryLongLineIsTakenWholeOrNotAtAll)
 {
     toolPrints("ip", "");
+    int ips = 0; // how often each was taken
+    int masks = 0;
+    int nameServers = 0;
     for (size_t before = 970; before < 1030; ++before) {
+        setIp(0, {255, 255, 255, 0});
         const std::string padding(before, ' ');
+        // Where the x begin, nothing ends: that mask is none.
+        const char filler = before % 2 == 0 ? ' ' : 'x';
         toolPrints("ifconfig", "eth0  Link\n" + padding + "inet addr:210.220.230.240  Mask:" +
-                                   "255.255.240.0" + std::string(5000 - before, 'x') + "\n");
+                                   "255.255.240.0" + std::string(5000 - before, filler) + "\n");
         writeFile("/etc/resolv.conf",
                   padding + "nameserver 211.221.231.241" + std::string(4000, ' '));
         readSystem();
-        EXPECT_TRUE(state().ip == "0.0.0.0" || state().ip == "210.220.230.240") << before;
-        EXPECT_TRUE(state().dns == "0.0.0.0" || state().dns == "211.221.231.241") << before;
-        // Its end is where the x begin, which is a whole number all the same.
-        EXPECT_TRUE(state().mask == "255.255.255.0" || state().mask == "255.255.240.0") << before;
+        const State now = state();
+        EXPECT_TRUE(now.ip == "10.9.8.7" || now.ip == "210.220.230.240") << before << now;
+        EXPECT_TRUE(now.dns == "10.9.0.53" || now.dns == "211.221.231.241") << before << now;
+        EXPECT_TRUE(now.mask == "255.255.255.0" || (filler == ' ' && now.mask == "255.255.240.0"))
+            << before << now;
+        ips += now.ip != "10.9.8.7" ? 1 : 0;
+        masks += now.mask != "255.255.255.0" ? 1 : 0;
+        nameServers += now.dns != "10.9.0.53" ? 1 : 0;
     }
+    EXPECT_GT(ips, 0);
+    EXPECT_GT(masks, 0);
+    EXPECT_GT(nameServers, 0);
 }
 
 TEST(Ip, NoiseLeavesTheValues)
@@ -645,6 +677,19 @@ TEST(Ip, WritesAStaticSection)
                                          "static ip_address=10.9.8.7/16\n"
                                          "static routers=10.9.0.1\n"
                                          "static domain_name_servers=10.9.0.53\n");
+}
+
+TEST(Ip, WritesTheStaticSectionThatTheDocumentShows)
+{
+    readSystem(); // finds "eth0"
+    const uint8_t dhcp = 0;
+    const uint8_t ip[] = {192, 168, 0, 20};
+    const uint8_t gateway[] = {192, 168, 0, 1};
+    const uint8_t mask[] = {255, 255, 255, 0};
+    const uint8_t dns[] = {192, 168, 0, 1};
+    set_ip(&dhcp, ip, gateway, mask, dns);
+    EXPECT_NE(documentedStaticSection(), "") << FILES_DOCUMENT;
+    EXPECT_EQ(contentOf(kConfiguration), documentedStaticSection()) << FILES_DOCUMENT;
 }
 
 TEST(Ip, StoresWhatIsSetAndKeepsTheMac)
@@ -1007,8 +1052,7 @@ TEST(Ip, ACommandThatCannotBeStartedHasNoSystemVersion)
     EXPECT_EQ(printedBy([] { EXPECT_EQ(getSystemVersion(), 0xFFFFFFFFu); }), cannotStart());
 }
 
-// Firmware update
-// -----------------------------------------------------------------------------------
+// Firmware update --------------------------------------------------------------------------------
 
 TEST(Ip, TellsWhetherAFirmwareUpdateRuns)
 {

@@ -592,8 +592,7 @@ TEST(NetworkRecord, StopsReadingTheLiveRecordAtTheFirstFailure)
     EXPECT_EQ(printed, heading + "socket create fail\n" + failure);
 }
 
-// Comparing
-// -----------------------------------------------------------------------------------------
+// Comparing --------------------------------------------------------------------------------------
 
 TEST(NetworkRecord, ComparesBytes)
 {

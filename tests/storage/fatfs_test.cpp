@@ -981,13 +981,13 @@ TEST_F(Fatfs, DirectoriesTooDeepForAPathStayAndNothingElseIsHarmed)
     fs::create_directories(deep);
     put(deep + "/file", "abc");
     put("/userdata/" + name + "/file", "abc");
-    fs::create_directory("/work");
-    put("/work/file", "abc");
-    fs::current_path("/work");
+    fs::create_directory("/elsewhere");
+    put("/elsewhere/file", "abc");
+    fs::current_path("/elsewhere");
     EXPECT_EQ(printedBy([] { EXPECT_EQ(DeleteFile("/userdata"), 0); }), "");
     EXPECT_EQ(contentOf(deep + "/file"), "abc");
     EXPECT_EQ(entriesOf("/userdata/" + name), Names{name});
-    EXPECT_EQ(contentOf("/work/file"), "abc");
+    EXPECT_EQ(contentOf("/elsewhere/file"), "abc");
 }
 
 TEST_F(Fatfs, EmptiesAsManyDirectoriesInEachOtherAsAPathCanName)

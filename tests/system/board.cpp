@@ -378,9 +378,9 @@ void Daemon::signal(int number) const
     check(kill(process, number), "kill");
 }
 
-bool Daemon::prints(std::string_view line, int times)
+bool Daemon::prints(std::string_view line, int times, milliseconds patience)
 {
-    const Deadline deadline(kPatience);
+    const Deadline deadline(patience);
     while (std::count(outputLines.begin(), outputLines.end(), line) < times) {
         if (!collect(deadline.left())) {
             return false;

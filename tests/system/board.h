@@ -25,6 +25,9 @@ using std::chrono::milliseconds;
 // Long enough for a daemon under a sanitizer on a busy machine.
 inline constexpr milliseconds kPatience{10000};
 
+// The same where the daemon runs sync(1), which writes out the file systems of the whole host.
+inline constexpr milliseconds kSyncPatience{60000};
+
 // How long something must not happen to be taken for never.
 inline constexpr milliseconds kQuiet{150};
 
@@ -130,7 +133,7 @@ public:
     void signal(int number) const;
 
     // Waits until it has printed `line` (without its newline) `times` times since it started.
-    bool prints(std::string_view line, int times = 1);
+    bool prints(std::string_view line, int times = 1, milliseconds patience = kPatience);
 
     // Waits for "enter main", and for the reader thread's message, which may come later.
     bool starts();

@@ -94,8 +94,9 @@ public:
                              byte(), byte()});
             break;
         default:
-            // Announces 4 GiB.
-            payload = std::string(1024, '\xFF');
+            // Announces 2 GiB, more than blocks can be numbered: a transfer stays open, and blocks
+            // 1 and 2 are stored. Bytes that are lost on the way leave it at that.
+            payload = std::string(1024, '\x7F');
             payload[100] = static_cast<char>(byte());
             payload += sumOf(payload);
             frame = command({address(), byte(), 0x9A, 0xA0, 7, static_cast<uint8_t>(below(3)), 0});

@@ -135,7 +135,7 @@ protected:
     void expectInstalled(const Transfer &transfer)
     {
         EXPECT_TRUE(daemon->prints("check _update.pkg sucess"));
-        EXPECT_TRUE(daemon->prints("exit"));
+        EXPECT_TRUE(daemon->prints("exit", 1, kSyncPatience));
         const auto status = daemon->waitForEnd();
         ASSERT_TRUE(status);
         EXPECT_TRUE(WIFEXITED(*status));
@@ -229,7 +229,7 @@ TEST_F(SystemUpdate, SaysWhatItDoesInThisOrder)
     daemon->forgetLines();
     const Transfer transfer(kScript);
     sendBlocks(transfer, 0, 1);
-    EXPECT_TRUE(daemon->waitForEnd());
+    EXPECT_TRUE(daemon->waitForEnd(kSyncPatience));
     const std::vector<std::string> expected = {
         "getFreeChannel from=0, type=2, port=0",
         "file size = " + std::to_string(sizeof kScript - 1),
@@ -324,10 +324,12 @@ TEST_F(SystemUpdate, ReturnsToItsWorkWhenTheTransferIsAbandoned)
         ASSERT_FALSE(isAsleep()) << "not in update mode";
     }
     expectAnswer();
-    while (!isAsleep() && std::chrono::steady_clock::now() < begin + kPatience) {
+    bool asleep = isAsleep();
+    while (!asleep && std::chrono::steady_clock::now() < begin + kPatience) {
         std::this_thread::sleep_for(milliseconds(10));
+        asleep = isAsleep();
     }
-    EXPECT_TRUE(isAsleep());
+    EXPECT_TRUE(asleep);
     expectAnswer();
 
     // Of the abandoned one nothing is left when another begins.

@@ -21,7 +21,12 @@
 
 namespace {
 
-constexpr Milliseconds kTimeout{200};
+// How long an answer may take that will come, and one that will not.
+constexpr Milliseconds kPatience{10000};
+constexpr Milliseconds kSilence{200};
+
+// The same for a device that answers some arrivals and others not.
+constexpr Milliseconds kEither{2000};
 
 // A frame with the sum of its bytes.
 std::string frame(char kind, std::array<uint8_t, 7> bytes)
@@ -82,14 +87,14 @@ public:
     Device &operator=(const Device &) = delete;
 
     // Sends the package and returns the exit status; keeps what it printed.
-    int update(const std::string &package, bool query = false)
+    int update(const std::string &package, Milliseconds timeout = kPatience, bool query = false)
     {
         testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
         int status;
         {
             Line line(theirs_, "device");
-            status = runUpdate(line, updateStream(package), {query, kTimeout, kTimeout});
+            status = runUpdate(line, updateStream(package), {query, timeout, timeout});
         }
         output = testing::internal::GetCapturedStdout();
         errors = testing::internal::GetCapturedStderr();
@@ -183,7 +188,7 @@ TEST(SendUpdate, SendsABlockWithoutAnAnswerAgain)
 {
     Device device(
         [](size_t count, const Arrival &arrival) { return count == 1 ? "" : arrival.accepted(); });
-    EXPECT_EQ(device.update(std::string(1000, 'p')), kDone);
+    EXPECT_EQ(device.update(std::string(1000, 'p'), kEither), kDone);
     ASSERT_EQ(device.arrivals.size(), 3U);
     EXPECT_EQ(device.arrivals[2].block, device.arrivals[1].block);
     EXPECT_EQ(device.errors, "veskctl: block 1 of 2: no answer, sent again\n");
@@ -216,7 +221,7 @@ TEST(SendUpdate, CountsTheTriesOfEachBlockAnew)
 TEST(SendUpdate, DoesNotRepeatAnOnlyBlockThatHasNoAnswer)
 {
     Device device([](size_t, const Arrival &) { return ""; });
-    EXPECT_EQ(device.update("p"), kNoAnswer);
+    EXPECT_EQ(device.update("p", kSilence), kNoAnswer);
     EXPECT_EQ(device.arrivals.size(), 1U);
     EXPECT_EQ(device.errors,
               "veskctl: block 0 of 1: no answer; it may have been installed all the same\n");
@@ -254,7 +259,7 @@ TEST(SendUpdate, AsksFirstIfItIsTold)
                : count == 1 ? frame('F', {0, 0, 0x9A, 0xB1, 0x07, 0x01, 0x0A})
                             : arrival.accepted();
     });
-    EXPECT_EQ(device.update("p", true), kDone);
+    EXPECT_EQ(device.update("p", kPatience, true), kDone);
     ASSERT_EQ(device.arrivals.size(), 3U);
     EXPECT_EQ(device.arrivals[0].command.dat1, 0xA1);
     EXPECT_EQ(device.arrivals[0].command.dat2, 0x07);
@@ -271,14 +276,14 @@ TEST(SendUpdate, AsksFirstIfItIsTold)
 TEST(SendUpdate, SendsNothingToADeviceThatRefusesTheQuestion)
 {
     Device device([](size_t, const Arrival &arrival) { return arrival.refused(); });
-    EXPECT_EQ(device.update("p", true), kRefused);
+    EXPECT_EQ(device.update("p", kPatience, true), kRefused);
     EXPECT_EQ(device.arrivals.size(), 1U);
 }
 
 TEST(SendUpdate, SendsNothingToADeviceThatDoesNotAnswerTheQuestion)
 {
     Device device([](size_t, const Arrival &) { return ""; });
-    EXPECT_EQ(device.update("p", true), kNoAnswer);
+    EXPECT_EQ(device.update("p", kSilence, true), kNoAnswer);
     EXPECT_EQ(device.arrivals.size(), 1U);
     EXPECT_EQ(device.errors, "veskctl: no answer within 200 ms\n");
 }
@@ -288,7 +293,7 @@ TEST(SendUpdate, SendsNothingToADeviceThatTakesOtherBlocks)
     Device device([](size_t, const Arrival &) {
         return frame('F', {0, 0, 0x9A, 0xA1, 0x07, 0x02, 0x00});
     });
-    EXPECT_EQ(device.update("p", true), kRefused);
+    EXPECT_EQ(device.update("p", kPatience, true), kRefused);
     EXPECT_EQ(device.arrivals.size(), 1U);
     EXPECT_EQ(device.errors, "veskctl: only blocks of 1024 bytes can be sent\n");
 }

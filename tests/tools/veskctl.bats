@@ -9,11 +9,25 @@ VESKCTL=${VESKCTL:-$BATS_TEST_DIRNAME/../../build/release/tools/veskctl}
 setup() {
     cd "$BATS_TEST_TMPDIR" || return
     device=$BATS_TEST_TMPDIR/device
+    # This process's own, with a port that nobody gets who does not ask for it.
+    peer=127.$((1 + ($$ >> 16 & 63))).$(($$ >> 8 & 255)).$(($$ & 255)):20000
     cable=
+    monitor=
 }
 
 teardown() {
     [ -z "$cable" ] || kill "$cable" 2>/dev/null || true
+    [ -z "$monitor" ] || kill "$monitor" 2>/dev/null || true
+}
+
+# wait_until COMMAND...: until COMMAND succeeds, for a minute at most.
+wait_until() {
+    for _ in $(seq 1200); do
+        "$@" && return
+        sleep 0.05
+    done
+    echo "in vain: $*"
+    return 1
 }
 
 # connect SCRIPT: $device becomes a serial line whose far end SCRIPT reads and writes.
@@ -21,16 +35,24 @@ connect() {
     printf '%s\n' "$1" >script
     socat "PTY,link=$device,raw,echo=0" EXEC:"bash $PWD/script" 3>&- &
     cable=$!
-    for _ in $(seq 100); do
-        [ -c "$device" ] && return
-        sleep 0.05
-    done
-    return 1
+    wait_until [ -c "$device" ]
 }
 
 disconnect() {
     kill "$cable"
     wait "$cable" || true
+}
+
+peer_is_bound() {
+    [ -n "$(ss -Hnau src "$peer")" ]
+}
+
+# listen SCRIPT: one datagram to $peer is read by SCRIPT, which writes the answer.
+listen() {
+    printf '%s\n' "$1" >script
+    socat "UDP4-RECVFROM:${peer#*:},bind=${peer%:*}" EXEC:"bash $PWD/script" 3>&- &
+    cable=$!
+    wait_until peer_is_bound
 }
 
 # Answers the first whole frame with $1.
@@ -84,9 +106,10 @@ veskctl: passed over: <F000000fffffffffc>  refusal, address 00, tag 00: command 
 }
 
 @test "send: a broken answer is none" {
-    answers '<F00006801263300c3>'
-    run -3 "$VESKCTL" --serial "$device" --timeout 300 send 68 01
-    [[ $output == *'WRONG CHECKSUM c3, should be c2'* ]]
+    answers '<F00006801263300c3><F00006801263300c2>'
+    run -0 --separate-stderr "$VESKCTL" --serial "$device" --timeout 10000 send 68 01
+    [ "$output" = '<F00006801263300c2>  reply, address 00, tag 00: read device type: 2633' ]
+    [[ ${stderr?} == *'<F00006801263300c3>'*'WRONG CHECKSUM c3, should be c2' ]]
 }
 
 @test "send: nobody at the UDP port, status 3" {
@@ -94,12 +117,8 @@ veskctl: passed over: <F000000fffffffffc>  refusal, address 00, tag 00: command 
 }
 
 @test "send: over UDP" {
-    port=$((20000 + RANDOM % 40000))
-    echo 'head -c 19 >got; printf "<F00006801263300c2>"' >script
-    socat "UDP4-RECVFROM:$port,bind=127.0.0.1" EXEC:"bash $PWD/script" 3>&- &
-    cable=$!
-    sleep 0.5
-    run -0 "$VESKCTL" --udp "127.0.0.1:$port" send read device type
+    listen 'head -c 19 >got; printf "<F00006801263300c2>"'
+    run -0 "$VESKCTL" --udp "$peer" send read device type
     [ "$(cat got)" = '<T0000680100000069>' ]
 }
 
@@ -130,8 +149,8 @@ MAC      02:76:65:73:6b:01' ''
 
 @test "network read: a record that is not whole or not right, status 3; a refusal, status 1" {
     connect 'head -c 19 >/dev/null; printf "<F0000f12000130024>abc"; cat >/dev/null'
-    run -3 --separate-stderr "$VESKCTL" --serial "$device" --timeout 200 network read
-    [ "${stderr?}" = 'veskctl: 3 of 19 bytes came behind the reply within 200 ms' ]
+    run -3 --separate-stderr "$VESKCTL" --serial "$device" --timeout 5000 network read
+    [ "${stderr?}" = 'veskctl: 3 of 19 bytes came behind the reply within 5000 ms' ]
     disconnect
     connect 'head -c 19 >/dev/null; printf "<F0000f12000130024>abcabcabcabcabcabcX"; cat >/dev/null'
     run -3 --separate-stderr "$VESKCTL" --serial "$device" network read
@@ -168,8 +187,8 @@ MAC      02:76:65:73:6b:01' ''
     run -1 "$VESKCTL" --serial "$device" text write 01 00 '[a=1]'
     disconnect
     answers '<F0000f309000000fc>[a=1'
-    run -3 --separate-stderr "$VESKCTL" --serial "$device" --timeout 200 text read 09
-    [ "${stderr?}" = 'veskctl: no whole text within 200 ms: [a=1' ]
+    run -3 --separate-stderr "$VESKCTL" --serial "$device" --timeout 5000 text read 09
+    [ "${stderr?}" = 'veskctl: no whole text within 5000 ms: [a=1' ]
 }
 
 @test "update: block by block, numbers at the end, status 0" {
@@ -184,14 +203,10 @@ MAC      02:76:65:73:6b:01' ''
 }
 
 @test "update: over UDP a block and its command are one datagram" {
-    port=$((20000 + RANDOM % 40000))
     # It gets one datagram and no more.
-    echo 'head -c 1044 >got; printf "<F00009aa007000041>"' >script
-    socat "UDP4-RECVFROM:$port,bind=127.0.0.1" EXEC:"bash $PWD/script" 3>&- &
-    cable=$!
-    sleep 0.5
+    listen 'head -c 1044 >got; printf "<F00009aa007000041>"'
     echo new >new
-    run -0 "$VESKCTL" --udp "127.0.0.1:$port" update new
+    run -0 "$VESKCTL" --udp "$peer" update new
     [ "$(stat -c %s got)" = 1044 ]
 }
 
@@ -290,7 +305,7 @@ veskctl: no frame: <T0000680100000069}'
     connect 'printf "a\001b\n<T0000680100000069>end"; cat >/dev/null'
     "$VESKCTL" --serial "$device" monitor >seen 3>&- &
     monitor=$!
-    sleep 1
+    wait_until grep -qx end seen
     kill -INT "$monitor"
     wait "$monitor"
     [ "$(cat seen)" = 'a\x01b\n
@@ -299,20 +314,21 @@ end' ]
 }
 
 @test "monitor: over UDP the daemon is told where we are" {
-    port=$((20000 + RANDOM % 40000))
-    socat -u "UDP4-RECV:$port,bind=127.0.0.1" OPEN:told,creat 3>&- &
+    socat -u "UDP4-RECV:${peer#*:},bind=${peer%:*}" OPEN:told,creat 3>&- &
     cable=$!
-    sleep 0.5
-    "$VESKCTL" --udp "127.0.0.1:$port" monitor 3>&- &
+    wait_until peer_is_bound
+    "$VESKCTL" --udp "$peer" monitor 3>&- &
     monitor=$!
-    sleep 0.5
+    wait_until [ -s told ]
+    # It listens for SIGINT and SIGTERM.
+    wait_until grep -q '^SigBlk:.*4002$' "/proc/$monitor/status"
     kill -TERM "$monitor"
     wait "$monitor"
     [ "$(od -An -c told | tr -d ' ')" = '\n' ]
 }
 
 @test "console: a session from a pipe" {
-    connect 'IFS= read -r -N 19; printf "<F00006801263300c2>"; IFS= read -r -N 5; printf "bye\r\n"; cat >/dev/null'
+    connect 'IFS= read -r -N 19; printf "<F00006801263300c2>bye\r\n"; cat >/dev/null'
     printf 'first\nsecond\r\n' >log
     run -0 --separate-stderr "$VESKCTL" --serial "$device" --log log console <<'IN'
 read device type
@@ -326,8 +342,8 @@ IN
 vesk_h264 | second
 front> <T0000680100000069>  command, address 00, tag 00: read device type
 front< <F00006801263300c2>  reply, address 00, tag 00: read device type: 2633
-front> hello
 front< bye\r\n
+front> hello
 "dance" is no command that I know; `help` lists what there is
 there is no such line: it needs --udp; `help` lists what there is' ''
 }
@@ -368,8 +384,8 @@ file: all 2 steps held' ''
 }
 
 @test "play: bytes that nobody read fail at the end, status 1" {
-    answers 'x'
-    echo 'front> <T0000680100000069>' >file
+    answers 'ax'
+    printf '%s\n' 'front> <T0000680100000069>' 'front< a' >file
     run -1 --separate-stderr "$VESKCTL" --serial "$device" play file
     [ "${stderr?}" = 'veskctl: file: at its end: unread at the front board: "x" came' ]
 }
