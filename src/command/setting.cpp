@@ -20,7 +20,7 @@ constexpr uint8_t kNetworkRecord = 0x20; // dat1 of the one block there is
 
 char *const bufferText = reinterpret_cast<char *>(buffer);
 
-// What dat1 selects. Take can be written but not read.
+// Whose keys a text holds. Take can be written but not read.
 struct Keys {
     uint8_t dat1;
     StringToValue write;
@@ -61,7 +61,7 @@ bool receiveBlock(uint32_t length)
     return true;
 }
 
-// Opens, transfers and closes "test.bin"; false when the file could not be opened.
+// Opens, transfers and closes "test.bin" and says how it went; false when it failed.
 bool transferTestFile(uint32_t mode, uint32_t count,
                       uint32_t (*transfer)(FileHandle *file, uint32_t count, uint32_t *done),
                       const char *what)

@@ -240,7 +240,8 @@ private:
     pid_t process = -1;
 };
 
-// Whether a program of the host works on the board; if not, why.
+// Whether a program of the host works on the board; if not, why. What needs it is skipped then, and
+// scripts/test tells the reason.
 bool works(const char *program, std::string *reason)
 {
     if (access(program, X_OK) != 0) {
