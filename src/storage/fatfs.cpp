@@ -99,6 +99,13 @@ uint32_t f_write(FileHandle *handle, const void *buffer, uint32_t count, uint32_
     return kFileOk;
 }
 
+FileName numberedFile(const char *kind, int32_t number)
+{
+    FileName name;
+    std::snprintf(name.text, sizeof name.text, "%s%d.sav", kind, number);
+    return name;
+}
+
 uint32_t sd_open(FileHandle *handle, const char *name, uint32_t mode)
 {
     char path[kPathSize];

@@ -51,6 +51,13 @@ uint32_t f_size(FileHandle *handle);
 uint32_t f_read(FileHandle *handle, void *buffer, uint32_t count, uint32_t *done);
 uint32_t f_write(FileHandle *handle, const void *buffer, uint32_t count, uint32_t *done);
 
+// The name of the settings file number `number` of a kind: "save0.sav" of kind "save". A kind has
+// sixteen characters at most.
+struct FileName {
+    char text[32];
+};
+FileName numberedFile(const char *kind, int32_t number);
+
 // f_open() in the settings directory. With kCreateAlways in the mode a failure is kFileBadMode.
 uint32_t sd_open(FileHandle *handle, const char *name, uint32_t mode);
 

@@ -1,0 +1,59 @@
+#include "storage/TimeControl.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "storage/fatfs.h"
+
+namespace {
+
+constexpr int32_t kSlot = 0;
+
+// State, main loop only: the record, zero until it is loaded.
+TimeControl _timeControl;
+
+FileName fileName(int32_t slot)
+{
+    return numberedFile("timeCon", slot);
+}
+
+} // namespace
+
+TimeControl *GetTimeControl()
+{
+    return &_timeControl;
+}
+
+uint32_t ReadTimeControl(int32_t slot)
+{
+    return sd_readFile(fileName(slot).text, &_timeControl, sizeof _timeControl);
+}
+
+int32_t WriteTimeControl(int32_t slot)
+{
+    return sd_writeFile(fileName(slot).text, &_timeControl, sizeof _timeControl);
+}
+
+void loadTimeControl(int32_t slot)
+{
+    ReadTimeControl(kSlot);
+    if (_timeControl.identification == kTimeControlId) {
+        return;
+    }
+    std::puts("Reset Time Control\r");
+    resetTimeControl();
+    saveTimeControl(slot);
+}
+
+int32_t saveTimeControl(int32_t)
+{
+    return WriteTimeControl(kSlot);
+}
+
+void resetTimeControl()
+{
+    _timeControl.identification = kTimeControlId;
+    _timeControl.settingByte4 = 0;
+    _timeControl.settingByte5 = 0;
+    std::memset(_timeControl.entries, 0, sizeof _timeControl.entries);
+}

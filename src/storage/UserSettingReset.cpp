@@ -1,0 +1,263 @@
+#include "storage/UserSettingReset.h"
+
+#include <cstring>
+
+#include "storage/UserSetting.h"
+#include "storage/UserSettingQuery.h"
+#include "storage/ViewReset.h"
+#include "video/VideoFormatTable.h"
+
+namespace {
+
+constexpr uint8_t kInputFormat = 76;  // "3840x2160x60"
+constexpr uint8_t kOutputFormat = 10; // "1920x1080x60"
+
+// The window's size, which centres it on output 0.
+constexpr uint32_t kWindowWidth = 360;
+constexpr uint32_t kWindowHeight = 80;
+
+constexpr uint32_t kPreInputGroups = 4;
+
+// What input and output timings have in common.
+template <typename Timing> void resetTiming(Timing &timing, uint32_t format, uint32_t vActive)
+{
+    timing.format = static_cast<uint8_t>(format);
+    timing.syncPolarity = static_cast<uint8_t>(GetHSyncPolarityByVideoFormat(format) |
+                                               GetVSyncPolarityByVideoFormat(format) << 1);
+    timing.hTotal = static_cast<uint16_t>(GetHTotalByVideoFormat(format));
+    timing.vTotal = static_cast<uint16_t>(GetVTotalByVideoFormat(format));
+    timing.hStart = static_cast<uint16_t>(GetHStartByVideoFormat(format));
+    timing.vStart = static_cast<uint16_t>(GetVStartByVideoFormat(format));
+    timing.hActive = static_cast<uint16_t>(GetHDEByVideoFormat(format));
+    timing.vActive = static_cast<uint16_t>(vActive);
+    timing.hSyncWidth = static_cast<uint16_t>(GetHSyncWidthByVideoFormat(format));
+    timing.vSyncWidth = static_cast<uint16_t>(GetVSyncWidthByVideoFormat(format));
+    timing.timingByte18 = 0;
+}
+
+// Sets all but the reserved bytes.
+void resetResolution(Resolution &resolution)
+{
+    resolution.width = 1920;
+    resolution.height = 1080;
+    resolution.frameRate = 60;
+    resolution.sizeClass = 0;
+}
+
+template <size_t kSize> void numberEntries(uint8_t (&table)[kSize])
+{
+    for (size_t i = 0; i < kSize; ++i) {
+        table[i] = static_cast<uint8_t>(i);
+    }
+}
+
+// The bytes that no section has.
+void resetSingleSettings(UserSetting &setting)
+{
+    constexpr uint8_t kTable3716[] = {5, 7, 13, 15, 21, 23, 29, 31};
+
+    setting.userMode = 0;
+    std::memset(setting.groupFlags, 0, sizeof setting.groupFlags);
+    setting.pageNumber = 0;
+    setting.currentView = 0;
+    _currentView = 0;
+    std::memcpy(setting.table3716, kTable3716, sizeof kTable3716);
+    numberEntries(setting.indexTable3726);
+    resetResolution(setting.customResolution);
+    setting.settingWord3752 = 0;
+    setting.settingBytes3756[0] = 0;
+    setting.settingBytes3756[1] = 1;
+    setting.settingByte3758 = 255;
+    std::memset(setting.settingBytes3759, 0, sizeof setting.settingBytes3759);
+    setting.windowX = static_cast<uint16_t>((GetOutHActive() - kWindowWidth) / 2);
+    setting.windowY = static_cast<uint16_t>((GetOutVActive() - kWindowHeight) / 2);
+    setting.settingByte3768 = 1;
+    setting.settingValue3776 = 0.0;
+    std::memset(setting.flags3784, 0, sizeof setting.flags3784);
+    setting.settingByte11807 = 0;
+    setting.settingByte11824 = 0;
+    setting.settingByte11825 = 0;
+}
+
+} // namespace
+
+void ResetUserSettingSave()
+{
+    UserSetting &setting = *GetUserSetting();
+    setting.identification = kUserSettingId;
+    setting.trailingIdentification = kUserSettingTrailingId;
+    setting.factoryReset = 1; // not for long: the pre-input reset of input 25 clears it
+    setting.extInputFormat = kOutputFormat;
+    setting.settingByte2412 = 128;
+
+    for (uint32_t i = 0; i < kInputCount; ++i) {
+        ResetInputSetting(i, kInputFormat);
+        ResetPreInputSetting(i);
+        ResetInputColorKey(i);
+    }
+    for (uint32_t i = 0; i < kOutputCount; ++i) {
+        ResetOutputSetting(i, kOutputFormat);
+        setting.outputFormat[i] = kOutputFormat;
+        setting.outputEnable[i] = 1;
+        resetResolution(setting.outputResolution[i]);
+    }
+    for (uint32_t i = 0; i < kLayerCount; ++i) {
+        ResetLayerSetting(i, i % kTimedInputCount);
+    }
+    for (uint32_t i = 0; i < kContainerCount; ++i) {
+        ResetContainerSetting(i);
+    }
+    setting.settingByte2000 = 1;
+    setting.settingByte2001 = 0;
+    setting.userModeMirror = 0;
+    std::memset(setting.settingBytes3766, 0, sizeof setting.settingBytes3766);
+
+    ResetOutputGroupArea();
+    ResetOutputLayerAlpha();
+    resetSingleSettings(setting);
+
+    ResetFpgaSetting();
+    ResetOtherSetting(&setting.program);
+    for (uint32_t i = 0; i < kContainerCount; ++i) {
+        ResetContainerOtherSetting(i);
+    }
+    numberEntries(setting.indexTable11808);
+    ResetRS1OutputSetting();
+    resetPreviewView();
+    ResetViewSetting();
+}
+
+void ResetInputSetting(uint32_t input, uint32_t format)
+{
+    if (input >= kTimedInputCount) {
+        return;
+    }
+    UserSetting &setting = *GetUserSetting();
+    setting.inputEnable[input] = 1;
+    InputTiming &timing = setting.inputTiming[input];
+    resetTiming(timing, format, GetVDEByVideoFormat2(format)); // of a field
+    timing.timingByte19 = 0;
+    timing.vFreq = static_cast<uint8_t>(GetVFreqByVideoFormat(format));
+}
+
+void ResetPreInputSetting(uint32_t input)
+{
+    if (input >= kInputCount) {
+        return;
+    }
+    UserSetting &setting = *GetUserSetting();
+    PreInput &it = setting.preInput[input];
+    const bool timed = input < kTimedInputCount;
+    it.group = static_cast<uint8_t>(input % kPreInputGroups);
+    it.preInputByte1 = 0;
+    it.preInputByte2 = 0;
+    it.sourceX = 0;
+    it.sourceY = 0;
+    it.sourceWidth = timed ? setting.inputTiming[input].hActive : 3840;
+    it.sourceHeight = timed ? setting.inputTiming[input].vActive : 2160;
+    it.targetX = 0;
+    it.targetY = 0;
+    it.targetWidth = timed ? 1920 : 3840;
+    it.targetHeight = timed ? 1080 : 2160;
+    it.preInputByte20 = 128;
+    it.groupBit = static_cast<uint8_t>(1U << it.group);
+    std::memset(it.preInputBytes22, 50, sizeof it.preInputBytes22);
+    std::memset(it.preInputBytes26, 50, sizeof it.preInputBytes26);
+    std::memset(it.preInputBytes29, 26, sizeof it.preInputBytes29);
+    it.preInputByte32 = 50;
+    it.preInputByte33 = 0;
+    it.preInputByte34 = 0;
+
+    // There are 24 flags. Those of inputs 24 and 25 fall on the two bytes behind, which stored
+    // settings have cleared so.
+    if (timed) {
+        setting.inputFlags[input] = 0;
+    } else if (input == kTimedInputCount) {
+        setting.userModeMirror = 0;
+    } else {
+        setting.factoryReset = 0;
+    }
+}
+
+void ResetInputColorKey(uint32_t input)
+{
+    if (input < kInputCount) {
+        GetUserSetting()->inputColorKey[input] = {0, {1, 0, 0}, {208, 208, 208}};
+    }
+}
+
+void ResetOutputSetting(uint32_t output, uint32_t format)
+{
+    if (output >= kOutputCount) {
+        return;
+    }
+    OutputTiming &timing = GetUserSetting()->outputTiming[output];
+    resetTiming(timing, format, GetVDEByVideoFormat(format)); // of a frame
+    timing.timingWord24 = 1000;
+}
+
+void ResetContainerSetting(uint32_t container)
+{
+    constexpr uint8_t kBytes16[] = {0, 2, 2, 0, 0};
+    constexpr uint8_t kBytes24[] = {0, 0, 0, 1, 0, 20};
+
+    if (container >= kContainerCount) {
+        return;
+    }
+    Container &it = GetUserSetting()->containers[container];
+    it.containerWord0 = 100;
+    it.containerWord2 = 0;
+    it.containerWord4 = 0;
+    it.width = 3840;
+    it.height = 2160;
+    std::memcpy(it.containerBytes16, kBytes16, sizeof kBytes16);
+    it.containerWord22 = 1000;
+    std::memcpy(it.containerBytes24, kBytes24, sizeof kBytes24);
+}
+
+void ResetOutputGroupArea()
+{
+    for (GroupArea &area : GetUserSetting()->groupAreas) {
+        area.groupByte0 = 255;
+    }
+    ResetRS1OutputSetting();
+}
+
+void ResetRS1OutputSetting()
+{
+    UserSetting &setting = *GetUserSetting();
+    std::memset(setting.rs1OutputBytes2028, 0, sizeof setting.rs1OutputBytes2028);
+    std::memset(setting.rs1OutputBytes2052, 0, sizeof setting.rs1OutputBytes2052);
+    for (Rs1Output &it : setting.rs1Outputs) {
+        it.word0 = 0;
+        it.word2 = 0;
+        std::memset(it.bytes4, 0, sizeof it.bytes4);
+    }
+}
+
+void ResetFpgaSetting()
+{
+    constexpr uint8_t kFpgaSettings[] = {1, 0, 20};
+    std::memcpy(GetUserSetting()->fpgaSettings, kFpgaSettings, sizeof kFpgaSettings);
+}
+
+void ResetContainerMsg()
+{
+    constexpr uint8_t kFirstBytes16[] = {0, 5, 8, 0, 0};
+
+    UserSetting &setting = *GetUserSetting();
+    for (Container &it : setting.containers) {
+        const bool first = &it == setting.containers;
+        it.width = first ? GetOutMaxWidth() : 0;
+        it.height = first ? GetOutMaxHeight() : 0;
+        it.containerWord2 = 0;
+        it.containerWord4 = 0;
+        std::memset(it.containerBytes16, 0, sizeof it.containerBytes16);
+        if (first) {
+            std::memcpy(it.containerBytes16, kFirstBytes16, sizeof kFirstBytes16);
+        }
+        it.containerWord22 = 1000;
+        it.containerBytes24[0] = first ? 1 : 0;
+        it.containerBytes24[2] = 0;
+    }
+}

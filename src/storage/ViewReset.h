@@ -1,0 +1,31 @@
+#pragma once
+
+// The defaults of a view. Main loop only, behind malloc_saveView().
+//
+// A layer or container out of range does nothing. What a reset does not name keeps what it held.
+// ResetViewSetting() stands beside GetViewSetting(), which needs it.
+
+#include "storage/ViewRecord.h"
+
+// In the program view layer `layer` shows the whole of input `input` on all of output 0, as the
+// record has their active sizes. An input that does not exist counts as 0 x 0.
+void ResetLayerSetting(uint32_t layer, uint32_t input);
+
+// In the program view: layer n at stacking position 95 - n, all alphas 0.
+void ResetOutputLayerAlpha();
+
+// The other settings of `view`; and its view number, which becomes 1.
+void ResetOtherSetting(ViewSetting *view);
+
+// In the program view.
+void ResetContainerOtherSetting(uint32_t container);
+
+void ResetRS1_Setting(Rs1Setting *rs1);
+
+// Makes the preview a copy of the program view, as view 0, with its own RS1 defaults.
+void resetPreviewView();
+
+// Makes the slot buffer an empty view with the layers of the preview: other settings at their
+// defaults, view number 1, all alphas 0. The RS1 block and the containers stay, but for their
+// flags.
+void ResetSaveViewSetting();

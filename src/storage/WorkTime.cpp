@@ -1,0 +1,73 @@
+#include "storage/WorkTime.h"
+
+#include "storage/fatfs.h"
+
+namespace {
+
+constexpr char kFile[] = "workTime.sav";
+
+// State, main loop only.
+WorkTimeList _workTimeList; // zero until it is loaded
+uint8_t isOn;               // written by resetPowerOnTime()
+
+void raiseToBase(uint32_t &address)
+{
+    const uint32_t base = getWorkTimeListAddress();
+    if (address < base) {
+        address = base;
+    }
+}
+
+} // namespace
+
+WorkTimeList *getWorkTimeList()
+{
+    return &_workTimeList;
+}
+
+uint32_t getWorkTimeListAddress()
+{
+    return 0;
+}
+
+uint32_t ReadWorkTime()
+{
+    return sd_readFile(kFile, &_workTimeList, sizeof _workTimeList);
+}
+
+int32_t WriteWorkTime()
+{
+    return sd_writeFile(kFile, &_workTimeList, sizeof _workTimeList);
+}
+
+int32_t saveWorkTimeList()
+{
+    return WriteWorkTime();
+}
+
+void loadWorkTimeList()
+{
+    ReadWorkTime();
+    if (_workTimeList.identification != kWorkTimeListId) {
+        resetWorkTimeList();
+        saveWorkTimeList();
+    }
+    if (_workTimeList.currentAddress == getWorkTimeListAddress()) {
+        return;
+    }
+    _workTimeList.currentAddress = getWorkTimeListAddress();
+    raiseToBase(_workTimeList.addresses[1]);
+    raiseToBase(_workTimeList.addresses[0]);
+    saveWorkTimeList();
+}
+
+void resetWorkTimeList()
+{
+    const uint32_t base = getWorkTimeListAddress();
+    _workTimeList = {base, {base, base}, {0, 0}, kWorkTimeListId};
+}
+
+void resetPowerOnTime()
+{
+    isOn = 0;
+}

@@ -1,0 +1,44 @@
+#pragma once
+
+// The work-time list and its file, "workTime.sav", which is the record in memory byte for byte.
+// Nothing in this program counts into it. Main loop only.
+
+#include "core/record.h"
+
+#include <cstdint>
+
+inline constexpr uint32_t kWorkTimeListId = 0x20150321;
+
+struct WorkTimeList {
+    uint32_t currentAddress; // the base address, once loaded
+    uint32_t addresses[2];
+    uint32_t counters[2];
+    uint32_t identification; // kWorkTimeListId
+};
+RECORD_FIELD(WorkTimeList, 0, uint32_t, currentAddress);
+RECORD_FIELD(WorkTimeList, 4, uint32_t[2], addresses);
+RECORD_FIELD(WorkTimeList, 12, uint32_t[2], counters);
+RECORD_FIELD(WorkTimeList, 20, uint32_t, identification);
+static_assert(sizeof(WorkTimeList) == 24);
+static_assert(std::has_unique_object_representations_v<WorkTimeList>, "hidden padding");
+
+// The record itself.
+WorkTimeList *getWorkTimeList();
+
+// The base address of the list: 0 in this model.
+uint32_t getWorkTimeListAddress();
+
+// Read or write the file. Results as those of sd_readFile() and sd_writeFile().
+uint32_t ReadWorkTime();
+int32_t WriteWorkTime();
+int32_t saveWorkTimeList();
+
+// Reads the record; where its identification is wrong, resets and saves it. A current address other
+// than the base becomes the base, the addresses below it are raised to it, and the record is saved.
+void loadWorkTimeList();
+
+// Sets the defaults, without saving.
+void resetWorkTimeList();
+
+// Clears the power-on flag; nothing sets or reads it in this model.
+void resetPowerOnTime();

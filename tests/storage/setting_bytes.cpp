@@ -1,0 +1,97 @@
+#include "tests/storage/setting_bytes.h"
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <vector>
+
+Bytes contentOf(const std::string &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void put(const std::string &path, const Bytes &content)
+{
+    std::ofstream(path, std::ios::binary) << content;
+}
+
+Bytes ownBytes(size_t size, uint32_t seed)
+{
+    Bytes bytes;
+    uint32_t state = seed;
+    for (size_t i = 0; i < size; ++i) {
+        state = state * 1664525u + 1013904223u;
+        bytes += static_cast<char>(state >> 24);
+    }
+    return bytes;
+}
+
+testing::AssertionResult areBytes(const Bytes &actual, const Bytes &expected)
+{
+    if (actual.size() != expected.size()) {
+        return testing::AssertionFailure()
+               << actual.size() << " bytes instead of " << expected.size();
+    }
+    if (actual == expected) {
+        return testing::AssertionSuccess();
+    }
+    constexpr size_t kShown = 8;
+    std::string differences;
+    size_t count = 0;
+    for (size_t i = 0; i < actual.size(); ++i) {
+        if (actual[i] == expected[i] || ++count > kShown) {
+            continue;
+        }
+        char line[80];
+        std::snprintf(line, sizeof line, "offset %zu is 0x%02x instead of 0x%02x\n", i,
+                      static_cast<unsigned>(static_cast<uint8_t>(actual[i])),
+                      static_cast<unsigned>(static_cast<uint8_t>(expected[i])));
+        differences += line;
+    }
+    return testing::AssertionFailure() << count << " bytes differ:\n" << differences;
+}
+
+Image &Image::repeat(size_t at, size_t count, uint8_t value)
+{
+    for (size_t i = 0; i < count; ++i) {
+        bytes.at(at + i) = static_cast<char>(value);
+    }
+    return *this;
+}
+
+Image &Image::set(size_t at, std::initializer_list<uint32_t> values, size_t width)
+{
+    for (const uint32_t value : values) {
+        for (size_t i = 0; i < width; ++i) {
+            bytes.at(at++) = static_cast<char>(value >> 8 * i);
+        }
+    }
+    return *this;
+}
+
+TimingTable timingsOf(const std::string &path)
+{
+    const auto cellsOf = [](const std::string &line) {
+        std::vector<std::string> cells;
+        std::istringstream text(line);
+        for (std::string cell; std::getline(text, cell, ',');) {
+            cells.push_back(cell);
+        }
+        return cells;
+    };
+    TimingTable table;
+    std::ifstream file(path);
+    std::string line;
+    std::getline(file, line);
+    const std::vector<std::string> names = cellsOf(line);
+    while (std::getline(file, line)) {
+        const std::vector<std::string> cells = cellsOf(line);
+        auto &row = table[static_cast<uint32_t>(std::stoul(cells.at(0)))];
+        for (size_t i = 0; i < names.size(); ++i) {
+            row[names[i]] = cells.at(i);
+        }
+    }
+    return table;
+}
