@@ -10,7 +10,7 @@ extern uint8_t powerState;
 extern uint8_t powerOnIsStable;   // 1 once the settling time after power-on has passed
 extern uint8_t powerOnTime_Count; // time since power-on; nothing counts it up in this model
 
-// Says so with the current tick, and switches on. Returns the length of the message.
+// Prints the current tick and notes the power as on. Returns the length of the message.
 int32_t Power_On();
 
 void Power_Off();

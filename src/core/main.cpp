@@ -7,9 +7,11 @@
 
 #include "command/reception.h"
 #include "command/update.h"
+#include "control/control.h"
 #include "core/DelayCall.h"
 #include "core/systick.h"
 #include "storage/UserPref.h"
+#include "storage/UserSetting.h"
 #include "storage/fatfs.h"
 #include "transport/bridge.h"
 #include "transport/bridge_pipes.h"
@@ -53,14 +55,15 @@ void prepareConsole()
 
 } // namespace
 
-void initAll()
+int32_t initAll()
 {
     MX_FATFS_Init();
     InitRs232CommandVariable();
     udp_receive_pipe_init();
+    malloc_saveView();
     udpecho_init();
     UARTInit(0);
-    loadAllUserPref();
+    return loadAllUserPref();
 }
 
 void IdleTask()
@@ -97,6 +100,7 @@ int main(int, char **argv)
         if (isUpdateProgram() != 0) {
             continue; // without a pause: blocks come as fast as the line carries them
         }
+        TaskControl();
         IdleTask();
         SysDelay1ms(1);
     }

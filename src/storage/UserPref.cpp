@@ -4,6 +4,9 @@
 #include <cstring>
 
 #include "core/systick.h"
+#include "storage/UserSetting.h"
+#include "storage/UserSettingFile.h"
+#include "storage/WorkTime.h"
 #include "storage/fatfs.h"
 
 namespace {
@@ -34,10 +37,13 @@ bool readOrReset()
 
 } // namespace
 
-void loadAllUserPref()
+int32_t loadAllUserPref()
 {
+    malloc_saveView();
     loadUserPrefNoSave();
     loadDeviceInfo();
+    loadWorkTimeList();
+    return loadUserSetting(0);
 }
 
 UserPref *getUserPref()

@@ -79,8 +79,9 @@ inline constexpr uint32_t kUserPrefId = 0x06247638;
 inline constexpr uint32_t kDeviceInfoId = 0x4BCD365C;
 inline constexpr uint32_t kDeviceInfoSecondId = 0x3200;
 
-// Loads all records at start-up; the file store must be there.
-void loadAllUserPref();
+// Start-up: takes the blocks of malloc_saveView(), then loads preferences, device information,
+// work-time list, and user setting slot 0, whose result it returns. The file store must be there.
+int32_t loadAllUserPref();
 
 // User preferences -------------------------------------------------------------------------------
 

@@ -59,6 +59,15 @@ TEST(Power, TheTickIsPrintedWithoutASign)
     EXPECT_EQ(Is_PowerOn(), 1);
 }
 
+TEST(Power, SwitchingOnIsSaidWhateverTheStateWas)
+{
+    for (int state = 0; state < 256; ++state) {
+        powerState = static_cast<uint8_t>(state);
+        EXPECT_EQ(printedBySwitchingOnAt(state), "Power ON " + std::to_string(state) + "l\r\n");
+        EXPECT_EQ(powerState, 1);
+    }
+}
+
 TEST(Power, SwitchesOffFromAnyStateSilently)
 {
     for (int state = 0; state < 256; ++state) {
@@ -121,6 +130,37 @@ TEST(Power, BecomesStableByADelayedCall)
     EXPECT_EQ(powerOnIsStable, 1);
 }
 
+TEST(Power, TheStableFlagIsReadAsItStandsAndSetToOneSilently)
+{
+    for (int value = 0; value < 256; ++value) {
+        powerOnIsStable = static_cast<uint8_t>(value);
+        EXPECT_EQ(GetPowerOnIsStable(), value);
+        Console console;
+        powerOnSetStable();
+        console.end();
+        EXPECT_EQ(console.out, "");
+        EXPECT_EQ(powerOnIsStable, 1);
+        powerOnUnStable();
+        EXPECT_EQ(powerOnIsStable, 0);
+    }
+    EXPECT_EQ(powerState, 255);
+}
+
+// The result is that of the removal, not what the flag was.
+TEST(Power, BecomingUnstableBeforeTheCallHasComeIsOneAndBehindItZero)
+{
+    fakeClock.setMs(1000);
+    AddDelayCallFunc(powerOnSetStable, 500);
+    EXPECT_EQ(powerOnUnStable(), 1);
+    EXPECT_EQ(powerOnUnStable(), 0);
+    AddDelayCallFunc(powerOnSetStable, 500);
+    fakeClock.setMs(1500);
+    delayCall_task();
+    EXPECT_EQ(GetPowerOnIsStable(), 1);
+    EXPECT_EQ(powerOnUnStable(), 0);
+    EXPECT_EQ(GetPowerOnIsStable(), 0);
+}
+
 TEST(Power, BecomingUnstableTakesThePendingCallBack)
 {
     fakeClock.setMs(1000);
@@ -151,6 +191,22 @@ TEST(Power, TheTimeIsReadWhereTheCounterLives)
     Power_On_Time_Reset();
     EXPECT_EQ(*getPower_On_Time(), 0);
     EXPECT_EQ(getPower_On_Time(), &powerOnTime_Count);
+}
+
+// Nothing counts it up yet.
+TEST(Power, NoOperationCountsTheTime)
+{
+    powerOnTime_Count = 9;
+    printedBySwitchingOnAt(1000);
+    PowerOnSetup();
+    powerOnSetStable();
+    fakeClock.setMs(100'000);
+    delayCall_task();
+    EXPECT_EQ(GetPowerOnIsStable(), 1);
+    EXPECT_EQ(Is_PowerOn(), 1);
+    powerOnUnStable();
+    Power_Off();
+    EXPECT_EQ(powerOnTime_Count, 9);
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 // part of this file as daemonMain(); what it calls is replaced by notes of the call, and its loop
 // is left by an exception out of the sleep.
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -38,7 +39,8 @@ std::function<void(const char *call)> onCall; // looks around at each of these m
 uint32_t passesLeft = 0;                      // of the main loop
 bool argumentsKeptFirst = false;              // as seen at the first sign of life of main()
 bool anySign = false;
-int32_t startUpResult = 0; // of the steps that have one
+int32_t startUpResult = 0; // of the steps that have one, but for
+int32_t loadResult = 0;    // that of the last step
 int32_t updateRuns = 0;    // what isUpdateProgram() says
 
 struct LoopLeft {};
@@ -83,6 +85,11 @@ void udp_receive_pipe_init()
     note("udp_receive_pipe_init");
 }
 
+void malloc_saveView()
+{
+    note("malloc_saveView");
+}
+
 int32_t udpecho_init()
 {
     note("udpecho_init");
@@ -95,9 +102,10 @@ int32_t UARTInit(uint32_t port)
     return startUpResult;
 }
 
-void loadAllUserPref()
+int32_t loadAllUserPref()
 {
     note("loadAllUserPref");
+    return loadResult;
 }
 
 void TaskCommand()
@@ -119,6 +127,11 @@ int32_t isUpdateProgram()
 {
     note("isUpdateProgram");
     return updateRuns;
+}
+
+void TaskControl()
+{
+    note("TaskControl");
 }
 
 extern "C" {
@@ -238,11 +251,13 @@ private:
 // Start-up ---------------------------------------------------------------------------------------
 
 const std::vector<std::string> kStartUp = {
-    "MX_FATFS_Init", "InitRs232CommandVariable", "udp_receive_pipe_init", "udpecho_init",
-    "UARTInit 0",    "loadAllUserPref",
+    "MX_FATFS_Init",         "InitRs232CommandVariable",
+    "udp_receive_pipe_init", "malloc_saveView",
+    "udpecho_init",          "UARTInit 0",
+    "loadAllUserPref",
 };
 
-constexpr size_t kCallsInAPass = 5; // that are noted, unless an update runs
+constexpr size_t kCallsInAPass = 6; // that are noted, unless an update runs
 
 TEST(Main, StartUpRunsItsStepsInOrder)
 {
@@ -255,6 +270,26 @@ TEST(Main, FailingStepDoesNotStopTheOnesAfterIt)
     startUpResult = -1;
     initAll();
     EXPECT_EQ(journal, kStartUp);
+}
+
+TEST(Main, StartUpHandsBackWhatLoadingTheStoredRecordsReturned)
+{
+    static_assert(std::is_same_v<decltype(initAll()), int32_t>);
+    startUpResult = 77; // of the other steps, no one's business
+    for (const int32_t result : {0, 1, -1, 123456789}) {
+        loadResult = result;
+        EXPECT_EQ(initAll(), result);
+    }
+}
+
+TEST(Main, RunsOnWhateverStartUpHandsBack)
+{
+    for (const int32_t result : {0, 1, -1}) {
+        journal.clear();
+        loadResult = result;
+        runMain(1);
+        EXPECT_EQ(journal.size(), kStartUp.size() + kCallsInAPass) << result;
+    }
 }
 
 TEST(Main, KeepsTheArgumentVectorBeforeAnythingElse)
@@ -306,8 +341,9 @@ TEST(Main, EveryPassRunsTheTasksInOrderAndSleepsOneMillisecond)
     runMain(3);
     std::vector<std::string> expected = kStartUp;
     for (int pass = 0; pass < 3; ++pass) {
-        expected.insert(expected.end(), {"TaskCommand", "delayCall_task", "udp2uart_task",
-                                         "isUpdateProgram", "IdleTask", "SysDelay1ms 1"});
+        expected.insert(expected.end(),
+                        {"TaskCommand", "delayCall_task", "udp2uart_task", "isUpdateProgram",
+                         "TaskControl", "IdleTask", "SysDelay1ms 1"});
     }
     EXPECT_EQ(journal, expected);
 }
@@ -336,7 +372,7 @@ TEST(Main, IdleCountRestartsEvery1000Milliseconds)
     EXPECT_EQ(idleStartTiming, 123456u + 3000u);
 }
 
-TEST(Main, UpdateModeLeavesOutIdleAccountingAndSleep)
+TEST(Main, UpdateModeLeavesOutControlIdleAccountingAndSleep)
 {
     fakeClock.afterReading = [] { note("IdleTask"); };
     updateRuns = 1;
@@ -355,7 +391,26 @@ TEST(Main, UpdateModeLeavesOutIdleAccountingAndSleep)
     EXPECT_EQ(journal, expected);
 }
 
-TEST(Main, EndOfUpdateModeBringsIdleAccountingAndSleepBack)
+// The gate is asked once in a pass, so that a pass is one of either kind as a whole.
+TEST(Main, UpdateModeThatBeginsBehindTheGateLetsThePassEndAsItBegan)
+{
+    onCall = [&](const char *call) {
+        if (std::strcmp(call, "TaskControl") == 0) {
+            updateRuns = 1;
+        } else if (std::strcmp(call, "SysDelay1ms 1") == 0) {
+            updateRuns = 0;
+        }
+    };
+    runMain(2);
+    std::vector<std::string> expected = kStartUp;
+    for (int pass = 0; pass < 2; ++pass) {
+        expected.insert(expected.end(), {"TaskCommand", "delayCall_task", "udp2uart_task",
+                                         "isUpdateProgram", "TaskControl", "SysDelay1ms 1"});
+    }
+    EXPECT_EQ(journal, expected);
+}
+
+TEST(Main, EndOfUpdateModeBringsControlIdleAccountingAndSleepBack)
 {
     updateRuns = 1;
     int passes = 0;
@@ -368,6 +423,8 @@ TEST(Main, EndOfUpdateModeBringsIdleAccountingAndSleepBack)
     EXPECT_EQ(passes, 4);
     EXPECT_EQ(idleState, 1);
     EXPECT_EQ(journal.back(), "SysDelay1ms 1");
+    EXPECT_EQ(std::count(journal.begin(), journal.end(), "TaskControl"), 2);
+    EXPECT_EQ(journal.size(), kStartUp.size() + 2 * 4 + 2 * kCallsInAPass);
 }
 
 // Idle accounting --------------------------------------------------------------------------------

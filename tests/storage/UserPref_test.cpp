@@ -1,5 +1,5 @@
-// The two records of the unit against their files, byte by byte, and against docs/files.md, whose
-// tables and hexdumps are read here.
+// The two records of the unit against their files, byte by byte; and the order in which all records
+// are loaded.
 
 #include "storage/UserPref.h"
 
@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <ostream>
 #include <sstream>
 #include <string>
@@ -17,6 +18,9 @@
 
 #include <gtest/gtest.h>
 
+#include "storage/UserSetting.h"
+#include "storage/UserSettingFile.h"
+#include "storage/WorkTime.h"
 #include "tests/fakes/clock.h"
 #include "tests/fakes/console.h"
 
@@ -548,23 +552,225 @@ TEST(UserPref, ASaveOfDeviceInformationThatFailsReturnsZeroAndKeepsTheValue)
     EXPECT_EQ(printedBy([] { EXPECT_EQ(saveDeviceInfo(), 0); }), messages);
 }
 
-// Both -------------------------------------------------------------------------------------------
+// All records at start-up ------------------------------------------------------------------------
 
-TEST(UserPref, BothRecordsAreLoadedAtStartUserPreferencesFirstAndNeverWritten)
+std::vector<std::string> journal; // what loading all records did, as far as others do it
+
+} // namespace
+
+// What goes through the file store, and the blocks. The names are those of malloc_saveView(),
+// sd_readFile() and sd_writeFile().
+extern "C" {
+void __real__Z15malloc_saveViewv();
+void __wrap__Z15malloc_saveViewv();
+uint32_t __real__Z11sd_readFilePKcPvj(const char *name, void *buffer, uint32_t capacity);
+uint32_t __wrap__Z11sd_readFilePKcPvj(const char *name, void *buffer, uint32_t capacity);
+int32_t __real__Z12sd_writeFilePKcPKvj(const char *name, const void *buffer, uint32_t length);
+int32_t __wrap__Z12sd_writeFilePKcPKvj(const char *name, const void *buffer, uint32_t length);
+
+void __wrap__Z15malloc_saveViewv()
 {
-    EXPECT_EQ(printedBy([] { loadAllUserPref(); }), kUserPrefMissing + kDeviceInfoMissing);
-    EXPECT_EQ(bytesOf(getUserPref()), kDefaultUserPref);
-    EXPECT_EQ(bytesOf(getDeviceInfo()), kDefaultDeviceInfo);
-    EXPECT_FALSE(isAnythingSaved());
+    journal.emplace_back("malloc_saveView");
+    __real__Z15malloc_saveViewv();
 }
 
-TEST(UserPref, BothRecordsAreLoadedAtStartSilentlyWhenTheyAreGood)
+uint32_t __wrap__Z11sd_readFilePKcPvj(const char *name, void *buffer, uint32_t capacity)
+{
+    journal.push_back("read " + std::string(name) + ' ' + std::to_string(capacity));
+    return __real__Z11sd_readFilePKcPvj(name, buffer, capacity);
+}
+
+int32_t __wrap__Z12sd_writeFilePKcPKvj(const char *name, const void *buffer, uint32_t length)
+{
+    journal.push_back("write " + std::string(name) + ' ' + std::to_string(length));
+    return __real__Z12sd_writeFilePKcPKvj(name, buffer, length);
+}
+}
+
+namespace {
+
+using Journal = std::vector<std::string>;
+
+constexpr char kWorkTimePath[] = "/userdata/workTime.sav";
+constexpr char kUserSettingPath[] = "/userdata/save0.sav";
+
+const std::string kWorkTimeMissing = "open file /userdata/workTime.sav error\n";
+const std::string kUserSettingMissing = "open file /userdata/save0.sav error\n"
+                                        "open file /userdata/save0.sav error\n"
+                                        "reset user save\r\n"
+                                        "save save0.sav\n";
+
+const Bytes kDefaultWorkTime = Bytes(20, '\0') + hex("21 03 15 20");
+
+// Good ones whose bytes between the identifications are no default.
+const Bytes kOwnWorkTime = hex("00 00 00 00  11 12 13 14  21 22 23 24  31 32 33 34  41 42 43 44"
+                               "  21 03 15 20");
+const Bytes kOwnUserSetting = with(with(Bytes(11832, '\x07'), 0, hex("5c 36 21 20")), //
+                                   11828, hex("56 34 12 00"));
+
+void putOwnRecords()
 {
     put(kUserPrefPath, kOwnUserPref);
     put(kDeviceInfoPath, kOwnDeviceInfo);
-    EXPECT_EQ(printedBy([] { loadAllUserPref(); }), "");
+    put(kWorkTimePath, kOwnWorkTime);
+    put(kUserSettingPath, kOwnUserSetting);
+}
+
+// The names in the settings directory, and their sizes.
+std::map<std::string, size_t> filesThere()
+{
+    std::map<std::string, size_t> files;
+    for (const auto &entry : fs::directory_iterator("/userdata")) {
+        files[entry.path().filename()] = static_cast<size_t>(entry.file_size());
+    }
+    return files;
+}
+
+TEST(UserPref, AllRecordsAreLoadedInOrderBehindTheBlocksThatHoldTwoOfThem)
+{
+    putOwnRecords();
+    EXPECT_EQ(printedBy([] { EXPECT_EQ(loadAllUserPref(), 1); }), "");
+    EXPECT_EQ(journal, (Journal{"malloc_saveView", "read UserPref.sav 56", "read DevInfo.sav 20",
+                                "read workTime.sav 24", "read save0.sav 11832"}));
     EXPECT_EQ(bytesOf(getUserPref()), kOwnUserPref);
     EXPECT_EQ(bytesOf(getDeviceInfo()), kOwnDeviceInfo);
+    EXPECT_EQ(bytesOf(getWorkTimeList()), kOwnWorkTime);
+    EXPECT_EQ(GetUserSetting()->identification, 0x2021365Cu);
+    EXPECT_EQ(GetUserSetting()->settingByte2000, 7);
+    EXPECT_TRUE(fakeClock.sleepsUs.empty());
+}
+
+TEST(UserPref, GoodRecordsAreLoadedSilentlyAndTheirFilesStay)
+{
+    putOwnRecords();
+    printedBy([] { loadAllUserPref(); });
+    EXPECT_EQ(filesThere(), (std::map<std::string, size_t>{{"DevInfo.sav", 20},
+                                                           {"UserPref.sav", 56},
+                                                           {"save0.sav", 11832},
+                                                           {"workTime.sav", 24}}));
+    EXPECT_EQ(contentOf(kUserPrefPath), kOwnUserPref);
+    EXPECT_EQ(contentOf(kDeviceInfoPath), kOwnDeviceInfo);
+    EXPECT_EQ(contentOf(kWorkTimePath), kOwnWorkTime);
+    EXPECT_EQ(contentOf(kUserSettingPath), kOwnUserSetting);
+}
+
+// Of the four, two are saved where they had to be reset, and two are not.
+TEST(UserPref, FirstStartResetsAllRecordsAndSavesWorkTimeAndUserSettingOnly)
+{
+    EXPECT_EQ(printedBy([] { EXPECT_EQ(loadAllUserPref(), 0); }),
+              kUserPrefMissing + kDeviceInfoMissing + kWorkTimeMissing + kUserSettingMissing);
+    EXPECT_EQ(journal,
+              (Journal{"malloc_saveView", "read UserPref.sav 56", "read DevInfo.sav 20",
+                       "read workTime.sav 24", "write workTime.sav 24", "read save0.sav 11832",
+                       "read save0.sav 11832", "write save0.sav 11832"}));
+    EXPECT_EQ(fakeClock.sleepsUs, (std::vector<uint32_t>{30000})); // of the device information
+    EXPECT_EQ(bytesOf(getUserPref()), kDefaultUserPref);
+    EXPECT_EQ(bytesOf(getDeviceInfo()), kDefaultDeviceInfo);
+    EXPECT_EQ(filesThere(),
+              (std::map<std::string, size_t>{{"save0.sav", 11832}, {"workTime.sav", 24}}));
+    EXPECT_EQ(contentOf(kWorkTimePath), kDefaultWorkTime);
+    EXPECT_EQ(contentOf(kUserSettingPath), bytesOf(GetUserSetting()));
+    EXPECT_EQ(contentOf(kUserSettingPath).substr(0, 4), hex("5c 36 21 20"));
+    EXPECT_EQ(contentOf(kUserSettingPath).substr(11828), hex("56 34 12 00"));
+}
+
+TEST(UserPref, SecondStartTakesWhatTheFirstHasSaved)
+{
+    printedBy([] { loadAllUserPref(); });
+    const Bytes saved = contentOf(kUserSettingPath);
+    std::memset(GetUserSetting(), 0, sizeof *GetUserSetting());
+    *getWorkTimeList() = {};
+    *getUserPref() = {};
+    *getDeviceInfo() = {};
+    journal.clear();
+    EXPECT_EQ(printedBy([] { EXPECT_EQ(loadAllUserPref(), 1); }),
+              kUserPrefMissing + kDeviceInfoMissing);
+    EXPECT_EQ(journal, (Journal{"malloc_saveView", "read UserPref.sav 56", "read DevInfo.sav 20",
+                                "read workTime.sav 24", "read save0.sav 11832"}));
+    EXPECT_EQ(bytesOf(GetUserSetting()), saved);
+    EXPECT_EQ(bytesOf(getWorkTimeList()), kDefaultWorkTime);
+}
+
+// A record that had to be reset is no reason to leave out those behind it. The result is that of
+// the last record alone.
+TEST(UserPref, OneBadRecordDoesNotTouchTheOthers)
+{
+    const struct {
+        std::string path;
+        std::string prints;
+        int32_t result;
+    } kRecords[] = {
+        {kUserPrefPath, kUserPrefMissing, 1},
+        {kDeviceInfoPath, kDeviceInfoMissing, 1},
+        {kWorkTimePath, kWorkTimeMissing, 1},
+        {kUserSettingPath, kUserSettingMissing, 0},
+    };
+    malloc_saveView();
+    for (const auto &bad : kRecords) {
+        std::memset(GetUserSetting(), 0, sizeof *GetUserSetting());
+        *getWorkTimeList() = {};
+        *getUserPref() = {};
+        *getDeviceInfo() = {};
+        putOwnRecords();
+        fs::remove(bad.path);
+        EXPECT_EQ(printedBy([&] { EXPECT_EQ(loadAllUserPref(), bad.result); }), bad.prints);
+        for (const auto &[path, content] : std::map<std::string, Bytes>{
+                 {kUserPrefPath, kOwnUserPref},
+                 {kDeviceInfoPath, kOwnDeviceInfo},
+                 {kWorkTimePath, kOwnWorkTime},
+                 {kUserSettingPath, kOwnUserSetting},
+             }) {
+            if (path != bad.path) {
+                EXPECT_EQ(contentOf(path), content) << bad.path;
+            }
+        }
+        EXPECT_EQ(bytesOf(getUserPref()),
+                  bad.path == kUserPrefPath ? kDefaultUserPref : kOwnUserPref);
+        EXPECT_EQ(bytesOf(getDeviceInfo()),
+                  bad.path == kDeviceInfoPath ? kDefaultDeviceInfo : kOwnDeviceInfo);
+        EXPECT_EQ(bytesOf(getWorkTimeList()),
+                  bad.path == kWorkTimePath ? kDefaultWorkTime : kOwnWorkTime);
+        EXPECT_EQ(GetUserSetting()->settingByte2412, bad.path == kUserSettingPath ? 128 : 7);
+    }
+}
+
+TEST(UserPref, AllRecordsAreInMemoryWhereNothingCanBeSaved)
+{
+    takeDirectoryAway();
+    EXPECT_EQ(printedBy([] { EXPECT_EQ(loadAllUserPref(), 0); }),
+              kUserPrefMissing + kDeviceInfoMissing + kWorkTimeMissing +
+                  "open file /userdata/workTime.sav error\n"
+                  "open file workTime.sav fail\r\n" +
+                  kUserSettingMissing +
+                  "open file /userdata/save0.sav error\n"
+                  "open file save0.sav fail\r\n");
+    EXPECT_EQ(bytesOf(getUserPref()), kDefaultUserPref);
+    EXPECT_EQ(bytesOf(getDeviceInfo()), kDefaultDeviceInfo);
+    EXPECT_EQ(bytesOf(getWorkTimeList()), kDefaultWorkTime);
+    EXPECT_EQ(GetUserSetting()->identification, 0x2021365Cu);
+    EXPECT_EQ(GetUserSetting()->trailingIdentification, 0x00123456u);
+}
+
+// The blocks of the first load are those of the next, with what they hold.
+TEST(UserPref, LoadingAllRecordsAgainKeepsTheBlocks)
+{
+    printedBy([] { loadAllUserPref(); });
+    UserSetting *const setting = GetUserSetting();
+    ViewSetting *const view = GetSaveViewSetting();
+    ASSERT_NE(setting, nullptr);
+    ASSERT_NE(view, nullptr);
+    setting->settingByte2000 = 9;
+    view->viewNumber = 8;
+    fs::remove(kUserSettingPath);
+    EXPECT_EQ(printedBy([] { EXPECT_EQ(loadAllUserPref(), 1); }),
+              "open file /userdata/UserPref.sav error\n"
+              "open file /userdata/DevInfo.sav error\n"
+              "open file /userdata/save0.sav error\n");
+    EXPECT_EQ(GetUserSetting(), setting);
+    EXPECT_EQ(GetSaveViewSetting(), view);
+    EXPECT_EQ(setting->settingByte2000, 9);
+    EXPECT_EQ(view->viewNumber, 8);
+    EXPECT_FALSE(fs::exists(kUserSettingPath));
 }
 
 TEST(UserPref, OfTheBoardNothingIsKnown)
@@ -582,204 +788,6 @@ TEST(UserPref, OfTheBoardNothingIsKnown)
     EXPECT_EQ(bytesOf(getUserPref()), kOwnUserPref);
     EXPECT_EQ(bytesOf(getDeviceInfo()), kOwnDeviceInfo);
     EXPECT_FALSE(isAnythingSaved());
-}
-
-// The document -----------------------------------------------------------------------------------
-
-struct Field {
-    std::string name;
-    std::string type;
-    size_t offset;
-    bool operator==(const Field &) const = default;
-};
-
-std::ostream &operator<<(std::ostream &out, const Field &field)
-{
-    return out << field.offset << ' ' << field.type << ' ' << field.name;
-}
-
-template <typename Type> std::string typeName()
-{
-    std::string name = "u" + std::to_string(8 * sizeof(std::remove_all_extents_t<Type>));
-    if constexpr (std::rank_v < Type >> 0) {
-        name += '[' + std::to_string(std::extent_v<Type, 0>) + ']';
-    }
-    if constexpr (std::rank_v < Type >> 1) {
-        name += '[' + std::to_string(std::extent_v<Type, 1>) + ']';
-    }
-    return name;
-}
-
-#define FIELD(record, field)                                                                       \
-    {                                                                                              \
-#field, typeName < decltype(record::field)>(), offsetof(record, field)                     \
-    }
-const std::vector<Field> kUserPrefFields = {
-    FIELD(UserPref, identification),
-    FIELD(UserPref, language),
-    FIELD(UserPref, loadFadeInOutOff),
-    FIELD(UserPref, preferenceWord),
-    FIELD(UserPref, networkFlag),
-    FIELD(UserPref, dhcpEnable),
-    FIELD(UserPref, ipAddress),
-    FIELD(UserPref, gateway),
-    FIELD(UserPref, netMask),
-    FIELD(UserPref, dns),
-    FIELD(UserPref, mac),
-    FIELD(UserPref, delayCallTime),
-    FIELD(UserPref, reserved37),
-    FIELD(UserPref, delayCallIndex),
-    FIELD(UserPref, padLockEnable),
-    FIELD(UserPref, padLockState),
-    FIELD(UserPref, reserved41),
-    FIELD(UserPref, indexTable),
-    FIELD(UserPref, preferenceBytes),
-    FIELD(UserPref, padding),
-};
-const std::vector<Field> kDeviceInfoFields = {
-    FIELD(DeviceInfo, identification),       FIELD(DeviceInfo, serialNumber),
-    FIELD(DeviceInfo, deviceByte),           FIELD(DeviceInfo, reserved9),
-    FIELD(DeviceInfo, secondIdentification), FIELD(DeviceInfo, reserved16),
-};
-#undef FIELD
-
-// What a chapter of docs/files.md says: the table's fields and the hexdump's lines.
-struct Chapter {
-    std::vector<Field> fields;
-    std::vector<Bytes> defaults; // one for each field; empty where it "stays", perhaps
-    std::vector<std::string> dump;
-};
-
-std::string stripped(const std::string &text)
-{
-    const size_t from = text.find_first_not_of(' ');
-    return from == std::string::npos ? ""
-                                     : text.substr(from, text.find_last_not_of(' ') - from + 1);
-}
-
-// The numbers in "192.168.0.100" or "1, 0x32, 0", each as so many little-endian bytes.
-Bytes numbersIn(const std::string &text, size_t width)
-{
-    Bytes bytes;
-    const char *at = text.c_str();
-    while (*at != '\0') {
-        char *end = nullptr;
-        const uint32_t number = static_cast<uint32_t>(std::strtoul(at, &end, 0));
-        if (end == at) {
-            ++at;
-            continue;
-        }
-        bytes.append(reinterpret_cast<const char *>(&number), width);
-        at = end;
-    }
-    return bytes;
-}
-
-Chapter readChapter(const std::string &title)
-{
-    std::ifstream document(FILES_DOCUMENT);
-    Chapter chapter;
-    bool isInChapter = false;
-    for (std::string line; std::getline(document, line);) {
-        if (line.rfind("## ", 0) == 0) {
-            isInChapter = line == "## " + title;
-        }
-        if (!isInChapter) {
-            continue;
-        }
-        if (line.rfind("    0000", 0) == 0) {
-            chapter.dump.push_back(line.substr(4));
-        }
-        std::vector<std::string> cells;
-        std::istringstream row(line);
-        for (std::string cell; std::getline(row, cell, '|');) {
-            cells.push_back(stripped(cell));
-        }
-        if (cells.size() == 7 && cells[1].find_first_not_of("0123456789") == std::string::npos) {
-            chapter.fields.push_back({cells[3], cells[2], std::stoul(cells[1])});
-            const size_t width = std::stoul(cells[2].substr(1)) / 8;
-            chapter.defaults.push_back(
-                cells[6].rfind("stays", 0) == 0 ? Bytes() : numbersIn(cells[6], width));
-        }
-    }
-    return chapter;
-}
-
-// As "hexdump -C" shows a file. (It would show a "*" in the place of lines that repeat.)
-std::vector<std::string> hexdump(const Bytes &bytes)
-{
-    std::vector<std::string> lines;
-    char text[20];
-    for (size_t at = 0; at < bytes.size(); at += 16) {
-        std::snprintf(text, sizeof text, "%08zx", at);
-        std::string line = text;
-        std::string characters;
-        for (size_t i = at; i < at + 16; ++i) {
-            line += i % 8 == 0 ? "  " : " ";
-            if (i >= bytes.size()) {
-                line += "  ";
-                continue;
-            }
-            const auto byte = static_cast<unsigned char>(bytes[i]);
-            std::snprintf(text, sizeof text, "%02x", byte);
-            line += text;
-            characters += byte >= 0x20 && byte < 0x7F ? bytes[i] : '.';
-        }
-        lines.push_back(line + "  |" + characters + "|");
-    }
-    std::snprintf(text, sizeof text, "%08zx", bytes.size());
-    lines.emplace_back(text);
-    return lines;
-}
-
-// A reset of a record that holds nothing valid, field by field: what the document announces, and
-// the old bytes where a field "stays". Two fields stay only while they are valid: other cases hold
-// them.
-template <typename Record>
-void compareDefaults(const Chapter &chapter, Record *record, void (*reset)())
-{
-    fill(record, Bytes(sizeof *record, '\xA5'));
-    reset();
-    const Bytes bytes = bytesOf(record);
-    for (size_t i = 0; i < chapter.fields.size(); ++i) {
-        const size_t from = chapter.fields[i].offset;
-        const size_t to =
-            i + 1 < chapter.fields.size() ? chapter.fields[i + 1].offset : sizeof *record;
-        const Bytes &announced = chapter.defaults[i];
-        const bool staysIfValid =
-            chapter.fields[i].name == "language" || chapter.fields[i].name == "loadFadeInOutOff";
-        if (!staysIfValid) {
-            EXPECT_EQ(bytes.substr(from, to - from),
-                      announced.empty() ? Bytes(to - from, '\xA5') : announced)
-                << chapter.fields[i].name;
-        }
-    }
-}
-
-TEST(UserPref, BothRecordsHaveTheFieldsOfTheirDocument)
-{
-    EXPECT_EQ(readChapter("UserPref.sav").fields, kUserPrefFields) << FILES_DOCUMENT;
-    EXPECT_EQ(readChapter("DevInfo.sav").fields, kDeviceInfoFields) << FILES_DOCUMENT;
-    // Nothing lies between these fields: the records are no larger than all of them.
-    static_assert(sizeof(UserPref) == 56 && std::has_unique_object_representations_v<UserPref>);
-    static_assert(sizeof(DeviceInfo) == 20 && std::has_unique_object_representations_v<DeviceInfo>);
-}
-
-TEST(UserPref, BothRecordsHaveTheDefaultsOfTheirDocument)
-{
-    compareDefaults(readChapter("UserPref.sav"), getUserPref(), resetUserPref);
-    compareDefaults(readChapter("DevInfo.sav"), getDeviceInfo(), resetDeviceInfo);
-}
-
-TEST(UserPref, BothRecordsAreAsTheirDocumentShowsThem)
-{
-    printedBy([] { loadAllUserPref(); });
-    saveUserPref();
-    saveDeviceInfo();
-    EXPECT_EQ(contentOf(kUserPrefPath), kDefaultUserPref);
-    EXPECT_EQ(contentOf(kDeviceInfoPath), kDefaultDeviceInfo);
-    EXPECT_EQ(readChapter("UserPref.sav").dump, hexdump(contentOf(kUserPrefPath)));
-    EXPECT_EQ(readChapter("DevInfo.sav").dump, hexdump(contentOf(kDeviceInfoPath)));
 }
 
 } // namespace

@@ -33,12 +33,26 @@ using Frame = std::array<uint8_t, 7>; // address, tag, command, dat1 to dat4
 
 constexpr char kUserPref[] = "/userdata/UserPref.sav";
 constexpr char kDeviceInfo[] = "/userdata/DevInfo.sav";
+constexpr char kWorkTime[] = "/userdata/workTime.sav";
+constexpr char kUserSetting[] = "/userdata/save0.sav";
 constexpr char kDhcpConfiguration[] = "/etc/dhcpcd.conf";
 
 const Lines kUserPrefMissing = {"open file /userdata/UserPref.sav error", "UserPref ID = 0x0\r",
                                 "reset userPref\r"};
 const Lines kDeviceInfoMissing = {"open file /userdata/DevInfo.sav error", "Device ID = 0x0\r",
                                   "reset Device info\r"};
+const Lines kWorkTimeMissing = {"open file /userdata/workTime.sav error"};
+const Lines kUserSettingMissing = {"open file /userdata/save0.sav error",
+                                   "open file /userdata/save0.sav error", "reset user save\r",
+                                   "save save0.sav"};
+
+// The records that the commands of these cases do not change. The daemon saves them when it finds
+// them missing.
+const Lines kOthersMissing = [] {
+    Lines lines = kWorkTimeMissing;
+    lines.insert(lines.end(), kUserSettingMissing.begin(), kUserSettingMissing.end());
+    return lines;
+}();
 
 Lines operator+(Lines first, const Lines &second)
 {
@@ -75,7 +89,7 @@ Lines linesAboutSettings(Daemon &daemon)
     Lines result;
     for (const std::string &line : daemon.lines()) {
         for (const char *const beginning : {"mkdir", "open file ", "read file ", "wirte file ",
-                                            "UserPref ", "Device ", "reset "}) {
+                                            "UserPref ", "Device ", "reset ", "save "}) {
             if (line.rfind(beginning, 0) == 0) {
                 result.push_back(line);
             }
@@ -129,9 +143,10 @@ TEST_F(SystemSettings, KeepTheSerialNumberOverARestart)
     {
         Daemon daemon;
         ASSERT_TRUE(daemon.starts());
-        EXPECT_EQ(linesAboutSettings(daemon), kUserPrefMissing + kDeviceInfoMissing);
+        EXPECT_EQ(linesAboutSettings(daemon),
+                  kUserPrefMissing + kDeviceInfoMissing + kOthersMissing);
         expectSerialNumber(0, 0);
-        EXPECT_TRUE(fs::is_empty("/userdata"));
+        EXPECT_FALSE(fs::exists(kDeviceInfo));
         expectAnswer({0, 0, 0x6A, 0x10, 0x12, 0x34, 0x56}, {0, 0, 0x6A, 0x10, 0x12, 0x34, 0x56});
         EXPECT_EQ(contentOf(kDeviceInfo),
                   hex("5c 36 cd 4b 34 12 00 00 00 00 00 00 00 32 00 00 00 00 00 00"));
@@ -429,8 +444,8 @@ TEST_F(SystemSettings, OfAForeignUserPrefAreTheDefaults)
     put(kUserPref, foreign);
     Daemon daemon;
     ASSERT_TRUE(daemon.starts());
-    EXPECT_EQ(linesAboutSettings(daemon),
-              (Lines{"UserPref ID = 0xdeadbeef\r", "reset userPref\r"}) + kDeviceInfoMissing);
+    EXPECT_EQ(linesAboutSettings(daemon), (Lines{"UserPref ID = 0xdeadbeef\r", "reset userPref\r"} +
+                                           kDeviceInfoMissing + kOthersMissing));
     expectLife();
     expectDefaultNetwork();
     expectAnswer({0, 0, 0x8E, 5, 0, 0, 0}, {0, 0, 0x8E, 5, 0x5A, 0x5A, 0x5A});
@@ -444,7 +459,8 @@ TEST_F(SystemSettings, KeepTheSerialNumberOfADevInfoWithAWrongSecondIdentificati
     Daemon daemon;
     ASSERT_TRUE(daemon.starts());
     EXPECT_EQ(linesAboutSettings(daemon),
-              (kUserPrefMissing + Lines{"Device ID = 0x4bcd365c\r", "reset Device info\r"}));
+              (kUserPrefMissing + Lines{"Device ID = 0x4bcd365c\r", "reset Device info\r"} +
+               kOthersMissing));
     expectLife();
     expectSerialNumber(0x12, 0x34);
     EXPECT_EQ(contentOf(kDeviceInfo), foreign);
@@ -460,7 +476,7 @@ TEST_F(SystemSettings, OfAnOverlongUserPrefAreItsBeginning)
     ASSERT_TRUE(daemon.starts());
     EXPECT_EQ(linesAboutSettings(daemon),
               Lines{"read file UserPref.sav size error: fileSize=100056, readSize=56\r"} +
-                  kDeviceInfoMissing);
+                  kDeviceInfoMissing + kOthersMissing);
     expectLife();
     expectAnswer({0, 0, 0x85, 0, 0, 0, 0}, {0, 0, 0x85, 255, 255, 127, 0});
     expectAnswer({0, 0, 0x8D, 0, 0, 0, 0}, {0, 0, 0x8D, 10, 1, 0, 1});
@@ -475,7 +491,11 @@ TEST_F(SystemSettings, AreInMemoryOnlyWhereUserdataIsAFile)
     put("/userdata", "no directory");
     Daemon daemon;
     ASSERT_TRUE(daemon.starts());
-    EXPECT_EQ(linesAboutSettings(daemon), kUserPrefMissing + kDeviceInfoMissing);
+    EXPECT_EQ(linesAboutSettings(daemon),
+              (kUserPrefMissing + kDeviceInfoMissing + kWorkTimeMissing +
+               Lines{"open file /userdata/workTime.sav error", "open file workTime.sav fail\r"} +
+               kUserSettingMissing +
+               Lines{"open file /userdata/save0.sav error", "open file save0.sav fail\r"}));
     expectLife();
     expectDefaultNetwork();
     daemon.forgetLines();
@@ -496,16 +516,21 @@ TEST_F(SystemSettings, AreLostSilentlyOnAFullDisk)
     {
         Daemon daemon;
         ASSERT_TRUE(daemon.starts());
+        EXPECT_EQ(linesAboutSettings(daemon),
+                  kUserPrefMissing + kDeviceInfoMissing + kOthersMissing);
         daemon.forgetLines();
         expectAnswer({0, 0, 0x6A, 0x10, 0x12, 0x34, 0}, {0, 0, 0x6A, 0x10, 0x12, 0x34, 0});
         expectSerialNumber(0x12, 0x34);
         EXPECT_EQ(linesAboutSettings(daemon), Lines{});
         kill(daemon);
     }
-    EXPECT_EQ(fs::file_size(kDeviceInfo), 0u);
+    for (const char *const path : {kDeviceInfo, kWorkTime, kUserSetting}) {
+        EXPECT_EQ(fs::file_size(path), 0u) << path;
+    }
     Daemon daemon;
     ASSERT_TRUE(daemon.starts());
     EXPECT_EQ(linesAboutSettings(daemon),
-              (kUserPrefMissing + Lines{"Device ID = 0x0\r", "reset Device info\r"}));
+              (kUserPrefMissing + Lines{"Device ID = 0x0\r", "reset Device info\r",
+                                        "reset user save\r", "save save0.sav"}));
     expectSerialNumber(0, 0);
 }

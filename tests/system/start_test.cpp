@@ -21,8 +21,17 @@ constexpr char kDeviceType[] = "<F00006801263300c2>";
 
 // What a device without settings says when it loads them.
 const std::vector<std::string> kNoSettings = {
-    "open file /userdata/UserPref.sav error", "UserPref ID = 0x0\r", "reset userPref\r",
-    "open file /userdata/DevInfo.sav error",  "Device ID = 0x0\r",   "reset Device info\r",
+    "open file /userdata/UserPref.sav error",
+    "UserPref ID = 0x0\r",
+    "reset userPref\r",
+    "open file /userdata/DevInfo.sav error",
+    "Device ID = 0x0\r",
+    "reset Device info\r",
+    "open file /userdata/workTime.sav error",
+    "open file /userdata/save0.sav error",
+    "open file /userdata/save0.sav error",
+    "reset user save\r",
+    "save save0.sav",
 };
 
 class SystemStart : public RunningDaemon {};

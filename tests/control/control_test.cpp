@@ -1,0 +1,518 @@
+// The control task, the reload and the factory reset. The module's source is part of this file;
+// what it calls is noted, and is the real thing but for the update mode.
+
+#include "control/control.cpp"
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "storage/TimeControl.h"
+#include "tests/fakes/clock.h"
+#include "tests/storage/view_files.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Link-time fakes --------------------------------------------------------------------------------
+
+std::vector<std::string> journal; // calls by the module, in order
+int depth = 0;                    // of noted calls: what they call themselves is not noted
+int32_t updateRuns = 0;           // what isUpdateProgram() says
+int32_t clearResult = 1;          // what ClearAllPage() says
+
+template <typename Function> auto noted(const std::string &call, Function function)
+{
+    if (depth == 0) {
+        journal.push_back(call);
+    }
+    struct Depth {
+        Depth()
+        {
+            ++depth;
+        }
+        ~Depth()
+        {
+            --depth;
+        }
+    } const inside;
+    return function();
+}
+
+} // namespace
+
+// The mangled names of functions without arguments, whose results pass through.
+#define NOTED(type, function, symbol)                                                              \
+    extern "C" type __real_##symbol();                                                             \
+    extern "C" type __wrap_##symbol();                                                             \
+    type __wrap_##symbol()                                                                         \
+    {                                                                                              \
+        return noted(#function, __real_##symbol);                                                  \
+    }
+
+NOTED(void, resetUserPref, _Z13resetUserPrefv)
+NOTED(int32_t, saveUserPref, _Z12saveUserPrefv)
+NOTED(void, resetWorkTimeList, _Z17resetWorkTimeListv)
+NOTED(int32_t, saveWorkTimeList, _Z16saveWorkTimeListv)
+NOTED(void, ResetUserSettingSave, _Z20ResetUserSettingSavev)
+NOTED(void, ResetViewSetting, _Z16ResetViewSettingv)
+NOTED(void, ClearViewSetting, _Z16ClearViewSettingv)
+NOTED(void, checkBoardType, _Z14checkBoardTypev)
+NOTED(void, loadDeviceInfo, _Z14loadDeviceInfov)
+NOTED(void, loadUserPrefNoSave, _Z18loadUserPrefNoSavev)
+
+// The names are those of ClearAllPage(), UserSettingSaveTo(), loadUserSettingNoSave(),
+// isUpdateProgram() and isSysTickTimeout().
+extern "C" {
+int32_t __real__Z12ClearAllPagev();
+int32_t __wrap__Z12ClearAllPagev();
+int32_t __real__Z17UserSettingSaveToi(int32_t slot);
+int32_t __wrap__Z17UserSettingSaveToi(int32_t slot);
+int32_t __real__Z21loadUserSettingNoSavei(int32_t slot);
+int32_t __wrap__Z21loadUserSettingNoSavei(int32_t slot);
+int32_t __wrap__Z15isUpdateProgramv();
+int32_t __real__Z16isSysTickTimeoutij(int32_t start, uint32_t timeout);
+int32_t __wrap__Z16isSysTickTimeoutij(int32_t start, uint32_t timeout);
+
+int32_t __wrap__Z12ClearAllPagev()
+{
+    noted("ClearAllPage", __real__Z12ClearAllPagev);
+    return clearResult;
+}
+
+int32_t __wrap__Z17UserSettingSaveToi(int32_t slot)
+{
+    return noted("UserSettingSaveTo " + std::to_string(slot),
+                 [&] { return __real__Z17UserSettingSaveToi(slot); });
+}
+
+int32_t __wrap__Z21loadUserSettingNoSavei(int32_t slot)
+{
+    return noted("loadUserSettingNoSave " + std::to_string(slot),
+                 [&] { return __real__Z21loadUserSettingNoSavei(slot); });
+}
+
+int32_t __wrap__Z15isUpdateProgramv()
+{
+    return updateRuns;
+}
+
+int32_t __wrap__Z16isSysTickTimeoutij(int32_t start, uint32_t timeout)
+{
+    return noted("timeout " + std::to_string(start) + ' ' + std::to_string(timeout),
+                 [&] { return __real__Z16isSysTickTimeoutij(start, timeout); });
+}
+}
+
+namespace {
+
+using Journal = std::vector<std::string>;
+using Files = std::map<std::string, Bytes>;
+
+static_assert(std::is_same_v<decltype(ResetFactory()), int32_t>);
+static_assert(std::is_same_v<decltype(isFactoryReset()), uint8_t>);
+static_assert(std::is_same_v<decltype(controlTimer), uint32_t>);
+static_assert(std::is_same_v<decltype(controlState), uint8_t>);
+
+// Every case begins with an empty settings directory and zero in memory.
+class Board : public testing::Environment {
+public:
+    void SetUp() override
+    {
+        fs::create_directory(kDirectory);
+        malloc_saveView();
+    }
+};
+[[maybe_unused]] const auto *const board = testing::AddGlobalTestEnvironment(new Board);
+
+// The task ---------------------------------------------------------------------------------------
+
+void runTaskAt(int64_t ms)
+{
+    fakeClock.setMs(ms);
+    EXPECT_EQ(printedBy([] { TaskControl(); }), "");
+}
+
+constexpr uint8_t kPowerStates[] = {1, 0, 255};
+
+TEST(Control, TheTimerStartsAtTickOneHundred)
+{
+    EXPECT_EQ(controlTimer, 100u);
+    EXPECT_EQ(controlState, 0);
+    runTaskAt(1099);
+    EXPECT_EQ(controlTimer, 100u);
+    EXPECT_EQ(journal, Journal{"timeout 100 1000"});
+    runTaskAt(1100);
+    EXPECT_EQ(controlTimer, 1100u);
+}
+
+TEST(Control, EverySecondIsMarkedWhetherThePowerIsOnOrOff)
+{
+    for (const uint8_t power : kPowerStates) {
+        powerState = power;
+        controlTimer = 100;
+        journal.clear();
+        const struct {
+            int64_t now;
+            uint32_t mark;
+        } passes[] = {{100, 100},   {1099, 100},  {1100, 1100}, {1101, 1100}, {2099, 1100},
+                      {2100, 2100}, {5555, 5555}, {6554, 5555}, {6555, 6555}};
+        for (const auto &pass : passes) {
+            runTaskAt(pass.now);
+            EXPECT_EQ(controlTimer, pass.mark) << int{power} << ' ' << pass.now;
+        }
+        EXPECT_EQ(journal.size(), std::size(passes));
+        EXPECT_EQ(journal.back(), "timeout 5555 1000");
+        EXPECT_EQ(powerState, power);
+        EXPECT_EQ(controlState, 0);
+    }
+}
+
+// At a real board's tick the first pass marks a second, and a wrap costs one millisecond.
+TEST(Control, SecondsAreMarkedInTheUpperHalfOfTheTickAndBehindItsWrap)
+{
+    runTaskAt(0xFFFFFE00);
+    EXPECT_EQ(controlTimer, 0xFFFFFE00u);
+    runTaskAt(0xFFFFFE00LL + 999);
+    EXPECT_EQ(controlTimer, 0xFFFFFE00u);
+    runTaskAt(0xFFFFFE00LL + 1001);
+    EXPECT_EQ(controlTimer, 489u); // 1001 - 512
+    runTaskAt(0x100000000LL + 489 + 999);
+    EXPECT_EQ(controlTimer, 489u);
+    runTaskAt(0x100000000LL + 489 + 1000);
+    EXPECT_EQ(controlTimer, 1489u);
+}
+
+TEST(Control, TheTaskDoesNothingWhileAnUpdateRuns)
+{
+    int readings = 0;
+    fakeClock.afterReading = [&] { ++readings; };
+    for (const uint8_t power : kPowerStates) {
+        powerState = power;
+        for (const int32_t answer : {1, 2, -1}) {
+            updateRuns = answer;
+            runTaskAt(100'000);
+            EXPECT_EQ(controlTimer, 100u);
+        }
+    }
+    EXPECT_EQ(readings, 0);
+    EXPECT_EQ(journal, Journal{});
+    updateRuns = 0;
+    runTaskAt(100'000);
+    EXPECT_EQ(controlTimer, 100'000u);
+}
+
+// Nothing tells states apart yet.
+TEST(Control, TheStateIsNeverChanged)
+{
+    for (const uint8_t state : {uint8_t{0}, uint8_t{1}, uint8_t{255}}) {
+        controlState = state;
+        controlTimer = 100;
+        runTaskAt(1100);
+        EXPECT_EQ(controlState, state);
+        EXPECT_EQ(controlTimer, 1100u);
+    }
+}
+
+// Records ----------------------------------------------------------------------------------------
+
+// A record of `size` bytes, each of its own, behind an identification.
+Bytes aRecord(const Bytes &identification, uint32_t size)
+{
+    Bytes bytes = identification;
+    while (bytes.size() < size) {
+        bytes += oneByte(static_cast<uint32_t>(bytes.size()) * 3 + size);
+    }
+    return bytes;
+}
+
+const Bytes kOwnUserPref = with(aRecord("\x38\x76\x24\x06", 56), 4, Bytes("\1\0", 2));
+const Bytes kOwnDeviceInfo = with(aRecord("\x5C\x36\xCD\x4B", 20), 12, Bytes("\x00\x32\0\0", 4));
+const Bytes kOwnTimeControl = aRecord("\xAD\x04\x11\x20", 152);
+const Bytes kOwnWorkTime = with(with(aRecord("", 24), 20, "\x21\x03\x15\x20"), 0, Bytes(4, '\0'));
+const Bytes kWorkTimeDefaults = Bytes(20, '\0') + "\x21\x03\x15\x20";
+
+// Bytes 0xA5, in which a reset leaves traces of all that it sets. The record is good.
+const Bytes kOwnSetting =
+    with(with(Bytes(11832, '\xA5'), 0, "\x5C\x36\x21\x20"), 11828, Bytes("\x56\x34\x12\0", 4));
+
+// What a reset makes of it.
+const Bytes kSettingDefaults = contentOf(FIRST_START "/save0-over-a5.sav");
+
+// What a reset makes of preferences with a language and a fade option that it keeps.
+Bytes userPrefDefaults(const Bytes &before)
+{
+    const Bytes defaults = Bytes("\x38\x76\x24\x06"              // identification
+                                 "\1\0\xD0\x07\1\1"              // language to DHCP
+                                 "\xC0\xA8\0\x64\xC0\xA8\0\1"    // address, gateway
+                                 "\xFF\xFF\xFF\0"                // mask
+                                 "\xC2\x19\2\x81\xC2\x19\2\x82", // name servers
+                                 30) +                           //
+                           before.substr(30, 6) +                // MAC address
+                           Bytes("\0\0\0\0\0\0"                  // call, pad lock
+                                 "\0\1\2\3\4\5\6\7\1\x32\0",
+                                 17) +        // table, bytes
+                           before.substr(53); // padding
+    EXPECT_EQ(defaults.size(), 56u);
+    return defaults;
+}
+
+Bytes preferences()
+{
+    return bytesOf(getUserPref());
+}
+
+// The reload -------------------------------------------------------------------------------------
+
+TEST(Control, TheReloadLooksAtTheBoardThenLoadsDevicePreferencesAndSetting)
+{
+    printedBy([] { LoadEEPROM(); });
+    EXPECT_EQ(journal, (Journal{"checkBoardType", "loadDeviceInfo", "loadUserPrefNoSave",
+                                "loadUserSettingNoSave 0"}));
+}
+
+TEST(Control, TheReloadOnAnEmptyBoardSetsDefaultsAndWritesNothing)
+{
+    EXPECT_EQ(printedBy([] { LoadEEPROM(); }), "open file /userdata/DevInfo.sav error\n"
+                                               "Device ID = 0x0\r\n"
+                                               "reset Device info\r\n"
+                                               "open file /userdata/UserPref.sav error\n"
+                                               "UserPref ID = 0x0\r\n"
+                                               "reset userPref\r\n"
+                                               "open file /userdata/save0.sav error\n"
+                                               "open file /userdata/save0.sav error\n"
+                                               "reset user save no save\r\n");
+    EXPECT_TRUE(fs::is_empty(kDirectory));
+    EXPECT_EQ(getUserPref()->identification, 0x06247638u);
+    EXPECT_EQ(getDeviceInfo()->identification, 0x4BCD365Cu);
+    EXPECT_EQ(bytesOf(GetUserSetting()), contentOf(FIRST_START "/save0.sav"));
+    EXPECT_EQ(bytesOf(getWorkTimeList()), Bytes(24, '\0'));
+}
+
+TEST(Control, TheReloadTakesWhatTheFilesHoldAndWritesNothing)
+{
+    put("/userdata/DevInfo.sav", kOwnDeviceInfo);
+    put("/userdata/UserPref.sav", kOwnUserPref);
+    put("/userdata/save0.sav", kOwnSetting);
+    put("/userdata/workTime.sav", Bytes(24, 'x'));
+    const Files files = filesIn();
+    EXPECT_EQ(printedBy([] { LoadEEPROM(); }), "");
+    EXPECT_EQ(filesIn(), files);
+    EXPECT_EQ(bytesOf(getDeviceInfo()), kOwnDeviceInfo);
+    EXPECT_EQ(preferences(), kOwnUserPref);
+    EXPECT_EQ(bytesOf(GetUserSetting()).substr(0, 7808), kOwnSetting.substr(0, 7808));
+    EXPECT_EQ(GetCurrentView(), 0xA5);
+}
+
+TEST(Control, TheReloadOfForeignFilesWritesNothing)
+{
+    for (const char *const name : {"DevInfo.sav", "UserPref.sav", "save0.sav", "workTime.sav"}) {
+        put(std::string("/userdata/") + name, "foreign");
+    }
+    const Files files = filesIn();
+    printedBy([] { LoadEEPROM(); });
+    EXPECT_EQ(filesIn(), files);
+}
+
+// The factory reset ------------------------------------------------------------------------------
+
+TEST(Control, TheFactoryResetRunsItsStepsInOrder)
+{
+    printedBy([] { EXPECT_EQ(ResetFactory(), 1); });
+    EXPECT_EQ(journal, (Journal{"resetUserPref", "saveUserPref", "resetWorkTimeList",
+                                "saveWorkTimeList", "ResetUserSettingSave", "ResetViewSetting",
+                                "UserSettingSaveTo 0", "ClearViewSetting", "ClearAllPage"}));
+}
+
+TEST(Control, TheFactoryResetReturnsWhatTheClearingOfPagesDoes)
+{
+    for (const int32_t result : {1, 0, 7}) {
+        clearResult = result;
+        printedBy([&] { EXPECT_EQ(ResetFactory(), result); });
+    }
+}
+
+// A board with every kind of settings file, loaded as at start-up and changed since.
+void fillBoard()
+{
+    put("/userdata/UserPref.sav", kOwnUserPref);
+    put("/userdata/DevInfo.sav", kOwnDeviceInfo);
+    put("/userdata/workTime.sav", kOwnWorkTime);
+    put("/userdata/timeCon0.sav", kOwnTimeControl);
+    put("/userdata/save0.sav", kOwnSetting);
+    put("/userdata/save1.sav", kOwnSetting);
+    put("/userdata/page7_1.sav", "page of mode 1");
+    put("/userdata/view16.sav", "no view");
+    for (uint32_t i = 0; i < 16; ++i) {
+        put(viewPath(static_cast<int>(i)), asStored(aView(i), i));
+        put("/userdata/page" + std::to_string(i) + "_0.sav", aView(i));
+    }
+    EXPECT_EQ(printedBy([] {
+                  loadAllUserPref();
+                  loadTimeControl(0);
+              }),
+              "");
+    fill(GetViewSetting(), aView(100));
+    fill(GetSaveViewSetting(), aView(101));
+    _currentView = 9;
+    journal.clear();
+}
+
+Files filesAfterReset()
+{
+    return {{"UserPref.sav", userPrefDefaults(kOwnUserPref)},
+            {"DevInfo.sav", kOwnDeviceInfo},
+            {"workTime.sav", kWorkTimeDefaults},
+            {"timeCon0.sav", kOwnTimeControl},
+            {"save0.sav", kSettingDefaults},
+            {"save1.sav", kOwnSetting},
+            {"page7_1.sav", "page of mode 1"},
+            {"view16.sav", "no view"}};
+}
+
+TEST(Control, TheFactoryResetLeavesDefaultsDeviceInformationAndPagesOfOtherModes)
+{
+    fillBoard();
+    EXPECT_EQ(printedBy([] { EXPECT_EQ(ResetFactory(), 1); }), "save save0.sav\n");
+    const Files files = filesIn();
+    const Files expected = filesAfterReset();
+    for (const auto &[name, content] : expected) {
+        ASSERT_EQ(files.count(name), 1u) << name;
+        EXPECT_EQ(files.at(name), content) << name;
+    }
+    EXPECT_EQ(files.size(), expected.size());
+}
+
+TEST(Control, TheFactoryResetLeavesTheSameInMemory)
+{
+    fillBoard();
+    printedBy([] { ResetFactory(); });
+    EXPECT_EQ(preferences(), userPrefDefaults(kOwnUserPref));
+    EXPECT_EQ(bytesOf(getDeviceInfo()), kOwnDeviceInfo);
+    EXPECT_EQ(bytesOf(getWorkTimeList()), kWorkTimeDefaults);
+    EXPECT_EQ(bytesOf(GetTimeControl()), kOwnTimeControl);
+    EXPECT_EQ(bytesOf(GetUserSetting()), kSettingDefaults);
+    EXPECT_EQ(bytesOf(GetUserSetting_old()), kSettingDefaults);
+    EXPECT_EQ(bytesOf(GetViewSetting()), kSettingDefaults.substr(3812, kViewSize)); // the preview
+    EXPECT_EQ(bytesOf(GetSaveViewSetting()), with(aView(101), 3992, Bytes(4, '\0')));
+    EXPECT_EQ(GetCurrentView(), 0);
+    EXPECT_EQ(settingByte(3714), 0);
+    EXPECT_EQ(settingByte(3715), 0);
+}
+
+// As the setting's own reset leaves it.
+TEST(Control, AfterAFactoryResetTheFactoryResetFlagIsZero)
+{
+    fillBoard();
+    EXPECT_EQ(isFactoryReset(), 0xA5);
+    printedBy([] { ResetFactory(); });
+    EXPECT_EQ(isFactoryReset(), 0);
+    EXPECT_EQ(contentOf("/userdata/save0.sav")[3713], '\0');
+}
+
+TEST(Control, AFactoryResetOfAnEmptyBoardWritesThreeFiles)
+{
+    EXPECT_EQ(printedBy([] { EXPECT_EQ(ResetFactory(), 1); }), "save save0.sav\n");
+    const Bytes zeros(56, '\0');
+    const Bytes userPref = with(userPrefDefaults(zeros), 5, Bytes(1, '\0'));
+    EXPECT_EQ(filesIn(), (Files{{"UserPref.sav", with(userPref, 4, Bytes(1, '\0'))},
+                                {"workTime.sav", kWorkTimeDefaults},
+                                {"save0.sav", contentOf(FIRST_START "/save0.sav")}}));
+}
+
+TEST(Control, AFactoryResetThatCannotSaveGoesOnInMemory)
+{
+    fs::remove(kDirectory);
+    EXPECT_EQ(printedBy([] { EXPECT_EQ(ResetFactory(), 1); }),
+              "open file /userdata/UserPref.sav error\n"
+              "open file UserPref.sav fail\r\n"
+              "open file /userdata/workTime.sav error\n"
+              "open file workTime.sav fail\r\n"
+              "save save0.sav\n"
+              "open file /userdata/save0.sav error\n"
+              "open file save0.sav fail\r\n");
+    EXPECT_EQ(getUserPref()->identification, 0x06247638u);
+    EXPECT_EQ(bytesOf(GetUserSetting()), contentOf(FIRST_START "/save0.sav"));
+}
+
+// The factory reset that keeps the network settings ----------------------------------------------
+
+TEST(Control, TheResetThatSavesTheIpRestoresBytes8To35InMemory)
+{
+    fillBoard();
+    EXPECT_EQ(printedBy([] { ResetFactorySaveIP(); }), "save save0.sav\n");
+    const Bytes expected = with(userPrefDefaults(kOwnUserPref), 8, kOwnUserPref.substr(8, 28));
+    EXPECT_EQ(preferences(), expected);
+    EXPECT_NE(preferences()[7], kOwnUserPref[7]);
+    EXPECT_NE(preferences()[36], kOwnUserPref[36]);
+}
+
+TEST(Control, TheResetThatSavesTheIpKeepsDhcpAddressGatewayMaskAndNameServers)
+{
+    fillBoard();
+    fill(getUserPref(), with(kOwnUserPref, 8,
+                             Bytes("\7\0\x0A\1\2\3\x0A\1\2\xFE\xFF\xFF\xF0\0"
+                                   "\x08\x08\4\4\x08\x08\x08\x08\2\x76\x65\x73\x6B\1",
+                                   28)));
+    printedBy([] { ResetFactorySaveIP(); });
+    const UserPref &record = *getUserPref();
+    EXPECT_EQ(record.networkFlag, 7);
+    EXPECT_EQ(record.dhcpEnable, 0);
+    EXPECT_EQ(bytesOf(&record.ipAddress), "\x0A\1\2\3");
+    EXPECT_EQ(bytesOf(&record.gateway), "\x0A\1\2\xFE");
+    EXPECT_EQ(bytesOf(&record.netMask), Bytes("\xFF\xFF\xF0\0", 4));
+    EXPECT_EQ(bytesOf(&record.dns), "\x08\x08\4\4\x08\x08\x08\x08");
+    EXPECT_EQ(bytesOf(&record.mac), "\2\x76\x65\x73\x6B\1");
+    EXPECT_EQ(record.preferenceWord, 2000);
+    EXPECT_EQ(record.delayCallTime, 0);
+}
+
+TEST(Control, TheResetThatSavesTheIpDoesNotSaveItInTheFile)
+{
+    fillBoard();
+    printedBy([] { ResetFactorySaveIP(); });
+    EXPECT_EQ(filesIn(), filesAfterReset());
+    printedBy([] { saveUserPref(); });
+    EXPECT_EQ(contentOf("/userdata/UserPref.sav").substr(8, 28), kOwnUserPref.substr(8, 28));
+}
+
+TEST(Control, TheResetThatSavesTheIpResetsAllElseInMemoryToo)
+{
+    fillBoard();
+    printedBy([] { ResetFactorySaveIP(); });
+    EXPECT_EQ(bytesOf(GetUserSetting()), kSettingDefaults);
+    EXPECT_EQ(bytesOf(GetViewSetting()), kSettingDefaults.substr(3812, kViewSize));
+    EXPECT_EQ(bytesOf(getWorkTimeList()), kWorkTimeDefaults);
+    EXPECT_EQ(bytesOf(getDeviceInfo()), kOwnDeviceInfo);
+}
+
+// The factory-reset flag -------------------------------------------------------------------------
+
+TEST(Control, TheFactoryResetFlagIsByte3713OfTheUserSetting)
+{
+    EXPECT_EQ(isFactoryReset(), 0);
+    for (const uint8_t value : {uint8_t{1}, uint8_t{2}, uint8_t{255}}) {
+        settingByte(3713) = value;
+        EXPECT_EQ(isFactoryReset(), value);
+    }
+    settingByte(3713) = 0;
+    settingByte(3712) = 1;
+    settingByte(3714) = 1;
+    EXPECT_EQ(isFactoryReset(), 0);
+}
+
+TEST(Control, TheFactoryResetFlagIsClearedByTheSaveOfAPage)
+{
+    settingByte(3713) = 1;
+    EXPECT_EQ(isFactoryReset(), 1);
+    printedBy([] { EXPECT_EQ(SaveToPage(3), 1); });
+    EXPECT_EQ(isFactoryReset(), 0);
+}
+
+} // namespace
