@@ -17,8 +17,7 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "storage/UserPref.h"
-#include "storage/fatfs.h"
+#include "benchmarks/used_device.h"
 
 namespace {
 
@@ -120,16 +119,6 @@ private:
     pid_t pid_ = -1;
     FILE *output_ = nullptr;
 };
-
-// A device that has been used before. Without its files the start takes 30 ms longer, on purpose.
-void storeSettings()
-{
-    MX_FATFS_Init();
-    resetUserPref();
-    saveUserPref();
-    resetDeviceInfo();
-    saveDeviceInfo();
-}
 
 void startToEnterMain(benchmark::State &state)
 {
