@@ -1,0 +1,130 @@
+#include "benchmarks/stored_state.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "benchmarks/used_device.h"
+#include "control/page.h"
+#include "control/scene.h"
+#include "storage/ViewFile.h"
+#include "storage/ViewReset.h"
+
+namespace {
+
+constexpr uint8_t kPage = 3;
+
+uint8_t plainRecords[sizeof(UserSetting)];
+uint8_t plainView[sizeof(ViewSetting)];
+uint8_t plainLiveView[sizeof(ViewSetting)];
+
+int openFile(const char *path, int flags)
+{
+    const int file = open(path, flags | O_CLOEXEC, 0666);
+    if (file < 0) {
+        stop(path);
+    }
+    return file;
+}
+
+void readBytes(const char *path, void *bytes, size_t size)
+{
+    const int file = openFile(path, O_RDONLY);
+    if (read(file, bytes, size) != static_cast<ssize_t>(size)) {
+        stop(path);
+    }
+    close(file);
+}
+
+void writeBytes(int file, const void *bytes, size_t size)
+{
+    if (write(file, bytes, size) != static_cast<ssize_t>(size)) {
+        stop("write");
+    }
+}
+
+void readPlainView(uint32_t number)
+{
+    char path[64];
+    std::snprintf(path, sizeof path, "/userdata/view%u.sav", number);
+    readBytes(path, plainView, sizeof plainView);
+}
+
+// Every view is stored and shows something.
+void storeViews()
+{
+    storeSettings();
+    for (uint32_t i = 0; i < kViewCount; ++i) {
+        ResetSaveViewSetting();
+        GetSaveViewSetting()->layerAlpha[i] = 128;
+        if (SaveViewSetting(static_cast<int32_t>(i)) == 0) {
+            stop("storing a view");
+        }
+    }
+}
+
+// What the start has to do with settings that are stored.
+void loadState(uint32_t)
+{
+    loadAllUserPref();
+}
+
+void loadStatePlainly(uint32_t)
+{
+    readBytes("/userdata/UserPref.sav", plainRecords, sizeof(UserPref));
+    readBytes("/userdata/DevInfo.sav", plainRecords, sizeof(DeviceInfo));
+    readBytes("/userdata/workTime.sav", plainRecords, sizeof(WorkTimeList));
+    readBytes("/userdata/save0.sav", plainRecords, sizeof(UserSetting));
+}
+
+// From the one stored view to the next.
+void switchView(uint32_t turn)
+{
+    SetCurrentView(turn);
+}
+
+void switchViewPlainly(uint32_t turn)
+{
+    readPlainView(turn % kViewCount);
+    copyPlainView();
+}
+
+void savePage(uint32_t)
+{
+    SaveToPage(kPage);
+}
+
+void savePagePlainly(uint32_t)
+{
+    const int setting = openFile("/userdata/plain-save.sav", O_WRONLY | O_CREAT | O_TRUNC);
+    writeBytes(setting, plainRecords, sizeof(UserSetting));
+    close(setting);
+    const int page = openFile("/userdata/plain-page.sav", O_WRONLY | O_CREAT | O_TRUNC);
+    for (uint32_t i = 0; i < kViewCount; ++i) {
+        readPlainView(i);
+        writeBytes(page, plainView, sizeof plainView);
+    }
+    close(page);
+}
+
+} // namespace
+
+const StoredStateOperation kStoredStateOperations[3] = {
+    {"loadStoredState", storeSettings, loadState, loadStatePlainly},
+    {"switchView", storeViews, switchView, switchViewPlainly},
+    {"savePage", storeViews, savePage, savePagePlainly},
+};
+
+void copyPlainView()
+{
+    std::memcpy(plainLiveView, plainView, sizeof plainView);
+    asm volatile("" ::"r"(plainLiveView) : "memory"); // the copy is used
+}
+
+void stop(const char *what)
+{
+    std::perror(what);
+    std::exit(4);
+}
