@@ -17,7 +17,7 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "benchmarks/used_device.h"
+#include "benchmarks/stored_state.h"
 
 namespace {
 

@@ -6,19 +6,31 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "benchmarks/used_device.h"
 #include "control/page.h"
 #include "control/scene.h"
+#include "storage/UserPref.h"
+#include "storage/UserSetting.h"
+#include "storage/UserSettingReset.h"
 #include "storage/ViewFile.h"
 #include "storage/ViewReset.h"
+#include "storage/WorkTime.h"
+#include "storage/fatfs.h"
 
 namespace {
 
 constexpr uint8_t kPage = 3;
 
-uint8_t plainRecords[sizeof(UserSetting)];
+uint8_t plainRecord[sizeof(UserSetting)];
+uint8_t plainCopy[sizeof(UserSetting)];
 uint8_t plainView[sizeof(ViewSetting)];
 uint8_t plainLiveView[sizeof(ViewSetting)];
+
+// A copy that the compiler does not leave out.
+void copyPlainly(void *to, const void *from, size_t size)
+{
+    std::memcpy(to, from, size);
+    asm volatile("" ::"r"(to) : "memory");
+}
 
 int openFile(const char *path, int flags)
 {
@@ -73,10 +85,11 @@ void loadState(uint32_t)
 
 void loadStatePlainly(uint32_t)
 {
-    readBytes("/userdata/UserPref.sav", plainRecords, sizeof(UserPref));
-    readBytes("/userdata/DevInfo.sav", plainRecords, sizeof(DeviceInfo));
-    readBytes("/userdata/workTime.sav", plainRecords, sizeof(WorkTimeList));
-    readBytes("/userdata/save0.sav", plainRecords, sizeof(UserSetting));
+    readBytes("/userdata/UserPref.sav", plainRecord, sizeof(UserPref));
+    readBytes("/userdata/DevInfo.sav", plainRecord, sizeof(DeviceInfo));
+    readBytes("/userdata/workTime.sav", plainRecord, sizeof(WorkTimeList));
+    readBytes("/userdata/save0.sav", plainRecord, sizeof plainRecord);
+    copyPlainly(plainCopy, plainRecord, sizeof plainRecord);
 }
 
 // From the one stored view to the next.
@@ -99,8 +112,9 @@ void savePage(uint32_t)
 void savePagePlainly(uint32_t)
 {
     const int setting = openFile("/userdata/plain-save.sav", O_WRONLY | O_CREAT | O_TRUNC);
-    writeBytes(setting, plainRecords, sizeof(UserSetting));
+    writeBytes(setting, plainRecord, sizeof plainRecord);
     close(setting);
+    copyPlainly(plainCopy, plainRecord, sizeof plainRecord);
     const int page = openFile("/userdata/plain-page.sav", O_WRONLY | O_CREAT | O_TRUNC);
     for (uint32_t i = 0; i < kViewCount; ++i) {
         readPlainView(i);
@@ -117,10 +131,24 @@ const StoredStateOperation kStoredStateOperations[3] = {
     {"savePage", storeViews, savePage, savePagePlainly},
 };
 
+void storeSettings()
+{
+    MX_FATFS_Init();
+    resetUserPref();
+    resetDeviceInfo();
+    resetWorkTimeList();
+    malloc_saveView();
+    ResetUserSettingSave();
+    const int32_t saved = saveUserPref() & saveDeviceInfo() & saveWorkTimeList() &
+                          sd_writeFile("save0.sav", GetUserSetting(), sizeof(UserSetting));
+    if (saved == 0) {
+        stop("storing the settings");
+    }
+}
+
 void copyPlainView()
 {
-    std::memcpy(plainLiveView, plainView, sizeof plainView);
-    asm volatile("" ::"r"(plainLiveView) : "memory"); // the copy is used
+    copyPlainly(plainLiveView, plainView, sizeof plainView);
 }
 
 void stop(const char *what)

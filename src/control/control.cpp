@@ -59,7 +59,7 @@ void TaskControl()
         return;
     }
     switch (controlState) {
-    default: // nothing leaves the first state
+    default: // all values mean the same so far
         if (Is_PowerOn() != 0) {
             taskWhileOn();
         } else {

@@ -1,7 +1,7 @@
 #pragma once
 
-// The control task of the main loop, the reload of all settings, and the factory reset. Main loop
-// only, behind malloc_saveView().
+// The control task of the main loop, the reload of device information, preferences and user
+// setting, and the factory reset. Main loop only, behind malloc_saveView().
 
 #include <cstdint>
 

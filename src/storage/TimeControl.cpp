@@ -9,7 +9,8 @@ namespace {
 
 constexpr int32_t kSlot = 0;
 
-// State, main loop only: the record, zero until it is loaded.
+// State, main loop only: the record, zero until it is loaded. Written here, and by whom
+// GetTimeControl() hands it to.
 TimeControl _timeControl;
 
 FileName fileName(int32_t slot)

@@ -245,7 +245,7 @@ struct UserSetting {
 
     uint8_t inputFlags[kTimedInputCount]; // those of inputs 24 and 25 are the next two bytes
     uint8_t userModeMirror;               // 1 by a load in user mode; in the names of pages
-    uint8_t factoryReset;                 // 0 once a page is saved
+    uint8_t factoryReset;                 // set and cleared by a reset, cleared with a page
     uint8_t pageNumber;                   // of the page last loaded or saved
     uint8_t currentView;                  // number of the view last set or saved
 

@@ -146,27 +146,27 @@ void ResetPreInputSetting(uint32_t input)
         return;
     }
     UserSetting &setting = *GetUserSetting();
-    PreInput &it = setting.preInput[input];
+    PreInput &preInput = setting.preInput[input];
     const bool timed = input < kTimedInputCount;
-    it.group = static_cast<uint8_t>(input % kPreInputGroups);
-    it.preInputByte1 = 0;
-    it.preInputByte2 = 0;
-    it.sourceX = 0;
-    it.sourceY = 0;
-    it.sourceWidth = timed ? setting.inputTiming[input].hActive : 3840;
-    it.sourceHeight = timed ? setting.inputTiming[input].vActive : 2160;
-    it.targetX = 0;
-    it.targetY = 0;
-    it.targetWidth = timed ? 1920 : 3840;
-    it.targetHeight = timed ? 1080 : 2160;
-    it.preInputByte20 = 128;
-    it.groupBit = static_cast<uint8_t>(1U << it.group);
-    std::memset(it.preInputBytes22, 50, sizeof it.preInputBytes22);
-    std::memset(it.preInputBytes26, 50, sizeof it.preInputBytes26);
-    std::memset(it.preInputBytes29, 26, sizeof it.preInputBytes29);
-    it.preInputByte32 = 50;
-    it.preInputByte33 = 0;
-    it.preInputByte34 = 0;
+    preInput.group = static_cast<uint8_t>(input % kPreInputGroups);
+    preInput.preInputByte1 = 0;
+    preInput.preInputByte2 = 0;
+    preInput.sourceX = 0;
+    preInput.sourceY = 0;
+    preInput.sourceWidth = timed ? setting.inputTiming[input].hActive : 3840;
+    preInput.sourceHeight = timed ? setting.inputTiming[input].vActive : 2160;
+    preInput.targetX = 0;
+    preInput.targetY = 0;
+    preInput.targetWidth = timed ? 1920 : 3840;
+    preInput.targetHeight = timed ? 1080 : 2160;
+    preInput.preInputByte20 = 128;
+    preInput.groupBit = static_cast<uint8_t>(1U << preInput.group);
+    std::memset(preInput.preInputBytes22, 50, sizeof preInput.preInputBytes22);
+    std::memset(preInput.preInputBytes26, 50, sizeof preInput.preInputBytes26);
+    std::memset(preInput.preInputBytes29, 26, sizeof preInput.preInputBytes29);
+    preInput.preInputByte32 = 50;
+    preInput.preInputByte33 = 0;
+    preInput.preInputByte34 = 0;
 
     // There are 24 flags. Those of inputs 24 and 25 fall on the two bytes behind, which stored
     // settings have cleared so.
@@ -204,15 +204,15 @@ void ResetContainerSetting(uint32_t container)
     if (container >= kContainerCount) {
         return;
     }
-    Container &it = GetUserSetting()->containers[container];
-    it.containerWord0 = 100;
-    it.containerWord2 = 0;
-    it.containerWord4 = 0;
-    it.width = 3840;
-    it.height = 2160;
-    std::memcpy(it.containerBytes16, kBytes16, sizeof kBytes16);
-    it.containerWord22 = 1000;
-    std::memcpy(it.containerBytes24, kBytes24, sizeof kBytes24);
+    Container &canvas = GetUserSetting()->containers[container];
+    canvas.containerWord0 = 100;
+    canvas.containerWord2 = 0;
+    canvas.containerWord4 = 0;
+    canvas.width = 3840;
+    canvas.height = 2160;
+    std::memcpy(canvas.containerBytes16, kBytes16, sizeof kBytes16);
+    canvas.containerWord22 = 1000;
+    std::memcpy(canvas.containerBytes24, kBytes24, sizeof kBytes24);
 }
 
 void ResetOutputGroupArea()
@@ -228,10 +228,10 @@ void ResetRS1OutputSetting()
     UserSetting &setting = *GetUserSetting();
     std::memset(setting.rs1OutputBytes2028, 0, sizeof setting.rs1OutputBytes2028);
     std::memset(setting.rs1OutputBytes2052, 0, sizeof setting.rs1OutputBytes2052);
-    for (Rs1Output &it : setting.rs1Outputs) {
-        it.word0 = 0;
-        it.word2 = 0;
-        std::memset(it.bytes4, 0, sizeof it.bytes4);
+    for (Rs1Output &output : setting.rs1Outputs) {
+        output.word0 = 0;
+        output.word2 = 0;
+        std::memset(output.bytes4, 0, sizeof output.bytes4);
     }
 }
 
@@ -246,18 +246,18 @@ void ResetContainerMsg()
     constexpr uint8_t kFirstBytes16[] = {0, 5, 8, 0, 0};
 
     UserSetting &setting = *GetUserSetting();
-    for (Container &it : setting.containers) {
-        const bool first = &it == setting.containers;
-        it.width = first ? GetOutMaxWidth() : 0;
-        it.height = first ? GetOutMaxHeight() : 0;
-        it.containerWord2 = 0;
-        it.containerWord4 = 0;
-        std::memset(it.containerBytes16, 0, sizeof it.containerBytes16);
+    for (Container &container : setting.containers) {
+        const bool first = &container == setting.containers;
+        container.width = first ? GetOutMaxWidth() : 0;
+        container.height = first ? GetOutMaxHeight() : 0;
+        container.containerWord2 = 0;
+        container.containerWord4 = 0;
+        std::memset(container.containerBytes16, 0, sizeof container.containerBytes16);
         if (first) {
-            std::memcpy(it.containerBytes16, kFirstBytes16, sizeof kFirstBytes16);
+            std::memcpy(container.containerBytes16, kFirstBytes16, sizeof kFirstBytes16);
         }
-        it.containerWord22 = 1000;
-        it.containerBytes24[0] = first ? 1 : 0;
-        it.containerBytes24[2] = 0;
+        container.containerWord22 = 1000;
+        container.containerBytes24[0] = first ? 1 : 0;
+        container.containerBytes24[2] = 0;
     }
 }

@@ -17,9 +17,9 @@
 // short file the buffer takes what there is, and the identification may be that of its old content.
 int32_t LoadViewSetting(int32_t slot);
 
-// Stores the slot buffer, with identification and view number set. Returns 1; or 0 when the file
-// cannot be opened, or the slot is not one of 0 to 15. Bytes that the file system does not take, as
-// on a full disk, may go unnoticed.
+// Stores the slot buffer, with identification and view number set. Returns 1; or 0 when the slot is
+// not one of 0 to 15, or (and a message) when the file cannot be opened or takes less than the
+// whole view. What still was in the stream's buffer, as on a full disk, is lost unnoticed.
 int32_t SaveViewSetting(int32_t slot);
 
 // Removes all stored views, and makes the slot buffer's content unknown as a view.

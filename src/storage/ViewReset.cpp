@@ -19,16 +19,16 @@ void ResetLayerSetting(uint32_t layer, uint32_t input)
         return;
     }
     const UserSetting &setting = *GetUserSetting();
-    Layer &it = GetProgramViewSetting()->layers[layer];
-    it = {};
-    it.inputPort = static_cast<uint8_t>(input);
+    Layer &target = GetProgramViewSetting()->layers[layer];
+    target = {};
+    target.inputPort = static_cast<uint8_t>(input);
     if (input < kInputCount) {
-        it.sourceWidth = setting.inputTiming[input].hActive;
-        it.sourceHeight = setting.inputTiming[input].vActive;
+        target.sourceWidth = setting.inputTiming[input].hActive;
+        target.sourceHeight = setting.inputTiming[input].vActive;
     }
-    it.windowWidth = static_cast<uint16_t>(GetOutHActive());
-    it.windowHeight = static_cast<uint16_t>(GetOutVActive());
-    std::memset(it.layerBytes23, 50, sizeof it.layerBytes23);
+    target.windowWidth = static_cast<uint16_t>(GetOutHActive());
+    target.windowHeight = static_cast<uint16_t>(GetOutVActive());
+    std::memset(target.layerBytes23, 50, sizeof target.layerBytes23);
 }
 
 void ResetOutputLayerAlpha()
@@ -55,29 +55,29 @@ void ResetContainerOtherSetting(uint32_t container)
     if (container >= kContainerCount) {
         return;
     }
-    ContainerOther &it = GetProgramViewSetting()->containers[container];
-    it.settingByte0 = 0;
-    it.settingByte1 = 1;
-    it.settingByte2 = 0;
-    it.settingWord4 = static_cast<int16_t>(GetOutHActive() - kFromRight);
-    it.settingWord6 = static_cast<int16_t>(GetOutVActive() - kFromBottom);
-    it.settingByte8 = 1;
-    it.settingByte9 = 0;
-    it.settingWord10 = 0;
-    it.settingWord12 = 0;
-    it.flag = 0;
-    it.settingByte15 = 1;
+    ContainerOther &other = GetProgramViewSetting()->containers[container];
+    other.settingByte0 = 0;
+    other.settingByte1 = 1;
+    other.settingByte2 = 0;
+    other.settingWord4 = static_cast<int16_t>(GetOutHActive() - kFromRight);
+    other.settingWord6 = static_cast<int16_t>(GetOutVActive() - kFromBottom);
+    other.settingByte8 = 1;
+    other.settingByte9 = 0;
+    other.settingWord10 = 0;
+    other.settingWord12 = 0;
+    other.flag = 0;
+    other.settingByte15 = 1;
 }
 
 void ResetRS1_Setting(Rs1Setting *rs1)
 {
-    for (Rs1First &it : rs1->first) {
-        it.word0 = 0;
-        std::memset(it.words2, 0, sizeof it.words2);
-        it.byte10 = 255;
+    for (Rs1First &entry : rs1->first) {
+        entry.word0 = 0;
+        std::memset(entry.words2, 0, sizeof entry.words2);
+        entry.byte10 = 255;
     }
-    for (Rs1Second &it : rs1->second) {
-        for (Rs1Half &half : it.halves) {
+    for (Rs1Second &entry : rs1->second) {
+        for (Rs1Half &half : entry.halves) {
             half.word0 = 0;
             half.word2 = 0;
             half.byte4 = 0;
@@ -85,11 +85,11 @@ void ResetRS1_Setting(Rs1Setting *rs1)
             half.word8 = 0;
             half.byte10 = 0;
         }
-        it.halves[1].byte11 = 0; // of the second half only
+        entry.halves[1].byte11 = 0; // of the second half only
     }
-    for (Rs1Third &it : rs1->third) {
-        std::memset(it.words0, 0, sizeof it.words0);
-        it.byte16 = 0;
+    for (Rs1Third &entry : rs1->third) {
+        std::memset(entry.words0, 0, sizeof entry.words0);
+        entry.byte16 = 0;
     }
 }
 

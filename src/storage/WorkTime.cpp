@@ -6,9 +6,11 @@ namespace {
 
 constexpr char kFile[] = "workTime.sav";
 
-// State, main loop only.
-WorkTimeList _workTimeList; // zero until it is loaded
-uint8_t isOn;               // written by resetPowerOnTime()
+// State, main loop only: the list, zero until it is loaded. Written here, and by whom
+// getWorkTimeList() hands it to.
+WorkTimeList _workTimeList;
+
+uint8_t isOn; // written by resetPowerOnTime()
 
 void raiseToBase(uint32_t &address)
 {

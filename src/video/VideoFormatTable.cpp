@@ -68,9 +68,8 @@ struct FormatRow {
     uint32_t pixelClock;
 };
 
-// Misnomers and odd frequencies are part of the table: 84 is 4096 wide, 93, 101, 108 and 116 have
-// 24 Hz, 85 to 88 have 25 Hz. A format 7680 or 8192 wide has the size and timing of one of its four
-// quarters.
+// Misnomers and odd frequencies are part of the table; docs/video-formats.md lists them. A format
+// 7680 or 8192 wide has the size and timing of one of its four quarters.
 //
 // clang-format off
 constexpr FormatRow kFormats[] = {

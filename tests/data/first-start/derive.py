@@ -6,7 +6,7 @@ usage: derive.py DIRECTORY
 Writes into DIRECTORY, which must exist:
   save0.sav          the user setting record after a reset of a record of zeros
   save0-over-a5.sav  the same after a reset of a record of bytes 0xA5: what is still 0xA5 is left
-                     alone by a reset
+                     alone by a reset (the preview is a copy of the program view)
   workTime.sav       the work-time list
 
 The tables below are the file formats' own, not the program's: the program is tested against them.
