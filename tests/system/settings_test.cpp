@@ -4,7 +4,7 @@
 // VESK_SOAK_SEED in the environment of this program says at which moments the daemon is killed (new
 // ones each time).
 
-#include "tests/system/board.h"
+#include "tests/system/stored_state.h"
 
 #include <cerrno>
 #include <chrono>
@@ -12,13 +12,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <poll.h>
 #include <random>
-#include <sstream>
 #include <sys/inotify.h>
 #include <sys/mount.h>
 #include <thread>
@@ -28,60 +25,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using Lines = std::vector<std::string>;
 using Frame = std::array<uint8_t, 7>; // address, tag, command, dat1 to dat4
 
-constexpr char kUserPref[] = "/userdata/UserPref.sav";
-constexpr char kDeviceInfo[] = "/userdata/DevInfo.sav";
-constexpr char kWorkTime[] = "/userdata/workTime.sav";
-constexpr char kUserSetting[] = "/userdata/save0.sav";
 constexpr char kDhcpConfiguration[] = "/etc/dhcpcd.conf";
-
-const Lines kUserPrefMissing = {"open file /userdata/UserPref.sav error", "UserPref ID = 0x0\r",
-                                "reset userPref\r"};
-const Lines kDeviceInfoMissing = {"open file /userdata/DevInfo.sav error", "Device ID = 0x0\r",
-                                  "reset Device info\r"};
-const Lines kWorkTimeMissing = {"open file /userdata/workTime.sav error"};
-const Lines kUserSettingMissing = {"open file /userdata/save0.sav error",
-                                   "open file /userdata/save0.sav error", "reset user save\r",
-                                   "save save0.sav"};
 
 // The records that the commands of these cases do not change. The daemon saves them when it finds
 // them missing.
-const Lines kOthersMissing = [] {
-    Lines lines = kWorkTimeMissing;
-    lines.insert(lines.end(), kUserSettingMissing.begin(), kUserSettingMissing.end());
-    return lines;
-}();
-
-Lines operator+(Lines first, const Lines &second)
-{
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
-
-// The bytes that pairs of hexadecimal digits stand for.
-std::string hex(const std::string &text)
-{
-    std::string bytes;
-    std::istringstream pairs(text);
-    for (std::string pair; pairs >> pair;) {
-        bytes += static_cast<char>(std::stoi(pair, nullptr, 16));
-    }
-    return bytes;
-}
-
-void put(const std::string &path, const std::string &content)
-{
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path, std::ios::binary) << content;
-}
-
-std::string contentOf(const std::string &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
+const Lines kOthersMissing = kWorkTimeMissing + kUserSettingMissing;
 
 // What it has said about the settings.
 Lines linesAboutSettings(Daemon &daemon)
@@ -146,9 +96,9 @@ TEST_F(SystemSettings, KeepTheSerialNumberOverARestart)
         EXPECT_EQ(linesAboutSettings(daemon),
                   kUserPrefMissing + kDeviceInfoMissing + kOthersMissing);
         expectSerialNumber(0, 0);
-        EXPECT_FALSE(fs::exists(kDeviceInfo));
+        EXPECT_FALSE(fs::exists(pathOf(kDeviceInfo)));
         expectAnswer({0, 0, 0x6A, 0x10, 0x12, 0x34, 0x56}, {0, 0, 0x6A, 0x10, 0x12, 0x34, 0x56});
-        EXPECT_EQ(contentOf(kDeviceInfo),
+        EXPECT_EQ(contentOf(pathOf(kDeviceInfo)),
                   hex("5c 36 cd 4b 34 12 00 00 00 00 00 00 00 32 00 00 00 00 00 00"));
         kill(daemon);
     }
@@ -156,7 +106,7 @@ TEST_F(SystemSettings, KeepTheSerialNumberOverARestart)
     ASSERT_TRUE(daemon.starts());
     EXPECT_EQ(linesAboutSettings(daemon), kUserPrefMissing);
     expectSerialNumber(0x12, 0x34);
-    EXPECT_FALSE(fs::exists(kUserPref));
+    EXPECT_FALSE(fs::exists(pathOf(kUserPref)));
 }
 
 TEST_F(SystemSettings, KeepTheDhcpFlagOverARestart)
@@ -237,12 +187,12 @@ TEST_F(SystemSettings, AreSavedOnceForThreeChangesInARowAndThenAppliedOnce)
     EXPECT_EQ(front.read(kNetworkChanged.size()), kNetworkChanged);
     EXPECT_EQ(watch.files(2), (Lines{"UserPref.sav", "dhcpcd.conf"}));
 
-    EXPECT_EQ(contentOf(kUserPref), hex("38 76 24 06 00 00 d0 07 01 00"           // DHCP off
-                                        " 0a 01 02 03 0a 01 00 01 ff ff 00 00"    // addresses
-                                        " c0 a8 00 01 c2 19 02 82"                // name servers
-                                        " 02 76 65 73 6b 01"                      // MAC address
-                                        " 00 00 00 00 00 00 00 01 02 03 04 05 06" //
-                                        " 07 01 32 00 00 00 00"));
+    EXPECT_EQ(contentOf(pathOf(kUserPref)), hex("38 76 24 06 00 00 d0 07 01 00"        // DHCP off
+                                                " 0a 01 02 03 0a 01 00 01 ff ff 00 00" // addresses
+                                                " c0 a8 00 01 c2 19 02 82" // name servers
+                                                " 02 76 65 73 6b 01"       // MAC address
+                                                " 00 00 00 00 00 00 00 01 02 03 04 05 06" //
+                                                " 07 01 32 00 00 00 00"));
     EXPECT_EQ(contentOf(kDhcpConfiguration), "interface eth0\n"
                                              "static ip_address=10.1.2.3/16\n"
                                              "static routers=10.1.0.1\n"
@@ -271,7 +221,7 @@ TEST_F(SystemSettings, AreSavedAtOnceAndOnceMoreByAChangeOfTheDhcpFlag)
     expectAnswer({0, 0, 0x89, 0, 0, 0, 0}, {0, 0, 0x89, 192, 168, 0, 100});
     Watch watch;
     expectAnswer({0, 0, 0x8E, 2, 0, 0, 0}, {0, 0, 0x8E, 2, 0, 0, 0});
-    EXPECT_EQ(contentOf(kUserPref).substr(8, 2), hex("01 00"));
+    EXPECT_EQ(contentOf(pathOf(kUserPref)).substr(8, 2), hex("01 00"));
     expectAnswer({0, 0, 0x8E, 2, 0, 0, 0}, {0, 0, 0x8E, 2, 0, 0, 0}); // no change
     EXPECT_EQ(watch.files(3), (Lines{"UserPref.sav", "UserPref.sav", "dhcpcd.conf"}));
     EXPECT_EQ(contentOf(kDhcpConfiguration).substr(0, 15), "interface eth0\n");
@@ -441,7 +391,7 @@ TEST_F(SystemSettings, AreOldOrNewOrLostAfterASuddenEnd)
 TEST_F(SystemSettings, OfAForeignUserPrefAreTheDefaults)
 {
     const std::string foreign = hex("ef be ad de 05 07") + std::string(50, '\x5A');
-    put(kUserPref, foreign);
+    put(pathOf(kUserPref), foreign);
     Daemon daemon;
     ASSERT_TRUE(daemon.starts());
     EXPECT_EQ(linesAboutSettings(daemon), (Lines{"UserPref ID = 0xdeadbeef\r", "reset userPref\r"} +
@@ -449,13 +399,13 @@ TEST_F(SystemSettings, OfAForeignUserPrefAreTheDefaults)
     expectLife();
     expectDefaultNetwork();
     expectAnswer({0, 0, 0x8E, 5, 0, 0, 0}, {0, 0, 0x8E, 5, 0x5A, 0x5A, 0x5A});
-    EXPECT_EQ(contentOf(kUserPref), foreign);
+    EXPECT_EQ(contentOf(pathOf(kUserPref)), foreign);
 }
 
 TEST_F(SystemSettings, KeepTheSerialNumberOfADevInfoWithAWrongSecondIdentification)
 {
     const std::string foreign = hex("5c 36 cd 4b 34 12 00 00 01 02 03 04 00 32 00 01 05 06 07 08");
-    put(kDeviceInfo, foreign);
+    put(pathOf(kDeviceInfo), foreign);
     Daemon daemon;
     ASSERT_TRUE(daemon.starts());
     EXPECT_EQ(linesAboutSettings(daemon),
@@ -463,7 +413,7 @@ TEST_F(SystemSettings, KeepTheSerialNumberOfADevInfoWithAWrongSecondIdentificati
                kOthersMissing));
     expectLife();
     expectSerialNumber(0x12, 0x34);
-    EXPECT_EQ(contentOf(kDeviceInfo), foreign);
+    EXPECT_EQ(contentOf(pathOf(kDeviceInfo)), foreign);
 }
 
 TEST_F(SystemSettings, OfAnOverlongUserPrefAreItsBeginning)
@@ -471,7 +421,7 @@ TEST_F(SystemSettings, OfAnOverlongUserPrefAreItsBeginning)
     const std::string record =
         hex("38 76 24 06 00 00 d0 07 01 00 0a 01 02 03 0a 01 00 01 ff ff 7f 00") +
         std::string(34, '\x5A');
-    put(kUserPref, record + std::string(100'000, '\xFF'));
+    put(pathOf(kUserPref), record + std::string(100'000, '\xFF'));
     Daemon daemon;
     ASSERT_TRUE(daemon.starts());
     EXPECT_EQ(linesAboutSettings(daemon),
@@ -483,7 +433,7 @@ TEST_F(SystemSettings, OfAnOverlongUserPrefAreItsBeginning)
     expectSerialNumber(0, 0);
     // A save cuts it to its length.
     expectAnswer({0, 0, 0x8E, 2, 1, 0, 0}, {0, 0, 0x8E, 2, 1, 0, 0});
-    EXPECT_EQ(contentOf(kUserPref), record.substr(0, 9) + '\1' + record.substr(10));
+    EXPECT_EQ(contentOf(pathOf(kUserPref)), record.substr(0, 9) + '\1' + record.substr(10));
 }
 
 TEST_F(SystemSettings, AreInMemoryOnlyWhereUserdataIsAFile)
@@ -524,8 +474,8 @@ TEST_F(SystemSettings, AreLostSilentlyOnAFullDisk)
         EXPECT_EQ(linesAboutSettings(daemon), Lines{});
         kill(daemon);
     }
-    for (const char *const path : {kDeviceInfo, kWorkTime, kUserSetting}) {
-        EXPECT_EQ(fs::file_size(path), 0u) << path;
+    for (const char *const name : {kDeviceInfo, kWorkTime, kUserSetting}) {
+        EXPECT_EQ(fs::file_size(pathOf(name)), 0u) << name;
     }
     Daemon daemon;
     ASSERT_TRUE(daemon.starts());

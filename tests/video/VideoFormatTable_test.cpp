@@ -133,6 +133,24 @@ std::vector<std::vector<std::string>> tableOf(const std::string &chapter,
     return rows;
 }
 
+// The document with its lines behind each other, so that a sentence is found wherever it is broken.
+const std::string &documentText()
+{
+    static const std::string all = [] {
+        std::ifstream document(FORMATS_DOCUMENT);
+        EXPECT_TRUE(document.good()) << FORMATS_DOCUMENT;
+        std::string text{std::istreambuf_iterator<char>(document), {}};
+        std::replace(text.begin(), text.end(), '\n', ' ');
+        return text;
+    }();
+    return all;
+}
+
+bool documentSays(const std::string &sentence)
+{
+    return documentText().find(sentence) != std::string::npos;
+}
+
 // The numbers in "1, 2", "9 to 18" or "5".
 std::vector<uint32_t> numbersIn(const std::string &text)
 {
@@ -151,8 +169,7 @@ std::string quoted(const std::string &text)
     return '`' + text + '`';
 }
 
-// What is expected of every operation
-// --------------------------------------------------------------
+// What is expected of every operation ------------------------------------------------------------
 
 // The custom format: a value of its own in every field, and the resolution wider than 16 bits.
 constexpr uint32_t kWidth = 0x00011234;
@@ -830,13 +847,26 @@ TEST_F(VideoFormatTable, FormatsThatShareANameAreTheDocumentedOnes)
             EXPECT_EQ(formats.size(), 1u) << name;
         }
     }
+    EXPECT_TRUE(documentSays(" The name is no key: 10 and 66 are both 1920x1080x60, with different "
+                             "blanking, and 78 and 84 both 3840x2160x29.97. "));
+    EXPECT_NE(GetHTotalByVideoFormat(10), GetHTotalByVideoFormat(66));
 }
 
 TEST_F(VideoFormatTable, TheClocksThatTheDocumentWorksOutAreRight)
 {
-    EXPECT_EQ(GetDlckByVideoFormat(36), 27027000u);  // the interlaced example
-    EXPECT_EQ(GetDlckByVideoFormat(85), 309375000u); // 24 Hz by its name, 25 Hz in the table
+    EXPECT_TRUE(documentSays(" 36 has 858 × 525 × 60 = 27027000 Hz. "));
+    EXPECT_EQ(GetHTotalByVideoFormat(36), 858u);
+    EXPECT_EQ(GetVTotalByVideoFormat(36), 525u);
+    EXPECT_EQ(GetVFreqByVideoFormat(36), 60u);
+    EXPECT_EQ(GetDlckByVideoFormat(36), 27027000u);
+    // 24 Hz and 23.98 Hz by their names, 25 Hz in the table.
+    EXPECT_TRUE(documentSays(" The clock of 85 and 87 comes out for 25 Hz, as 309375000 Hz; 86 and "
+                             "88 have one for 23.98 Hz. "));
+    EXPECT_EQ(GetDlckByVideoFormat(85), 309375000u);
     EXPECT_EQ(GetDlckByVideoFormat(87), 309375000u);
+    for (const uint32_t id : {86u, 88u}) { // 5500 x 2250 x 24000 / 1001
+        EXPECT_EQ(GetDlckByVideoFormat(id), 296703297u) << id;
+    }
 }
 
 TEST_F(VideoFormatTable, TheIdsAreDividedAsTheDocumentSays)
@@ -878,8 +908,13 @@ TEST_F(VideoFormatTable, TheMisnomersAreTheDocumentedOnes)
         if (std::abs(std::stod(said.rate) - row.vFreq) > 0.5) { // V freq is rounded
             found.insert({row.id, said.rate + " Hz", "V freq " + std::to_string(row.vFreq)});
         }
-        if (said.rate.find('.') != std::string::npos && row.pixelClock == 0) {
+        const bool isFractional = said.rate.find('.') != std::string::npos;
+        if (isFractional && row.pixelClock == 0) {
             found.insert({row.id, "a fractional rate", "no clock for it: that of V freq"});
+        }
+        if (isFractional && row.pixelClock == row.hTotal * row.vTotal * row.vFreq) {
+            found.insert(
+                {row.id, said.rate + " Hz", "the clock of " + std::to_string(row.vFreq) + " Hz"});
         }
     }
     EXPECT_EQ(documented, found) << FORMATS_DOCUMENT;

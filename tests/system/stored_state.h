@@ -1,0 +1,108 @@
+#pragma once
+
+// The files of the settings directory as the cases want and expect them, and the start of the
+// daemon on them. The expected files are those of tests/data/first-start/.
+
+#include "tests/system/board.h"
+
+#include <cstddef>
+#include <map>
+#include <string>
+#include <vector>
+
+using Bytes = std::string;
+using Lines = std::vector<std::string>;
+using Files = std::map<std::string, Bytes>; // by name in the settings directory
+
+inline constexpr char kUserPref[] = "UserPref.sav";
+inline constexpr char kDeviceInfo[] = "DevInfo.sav";
+inline constexpr char kWorkTime[] = "workTime.sav";
+inline constexpr char kUserSetting[] = "save0.sav";
+
+inline constexpr size_t kUserPrefSize = 56;
+inline constexpr size_t kDeviceInfoSize = 20;
+inline constexpr size_t kWorkTimeSize = 24;
+inline constexpr size_t kUserSettingSize = 11832;
+inline constexpr size_t kViewSize = 3996;
+inline constexpr size_t kPageSize = 63936;
+
+// What the daemon says of them.
+inline const Lines kUserPrefMissing = {"open file /userdata/UserPref.sav error",
+                                       "UserPref ID = 0x0\r", "reset userPref\r"};
+inline const Lines kDeviceInfoMissing = {"open file /userdata/DevInfo.sav error",
+                                         "Device ID = 0x0\r", "reset Device info\r"};
+inline const Lines kWorkTimeMissing = {"open file /userdata/workTime.sav error"};
+inline const Lines kUserSettingReset = {"reset user save\r", "save save0.sav"};
+inline const Lines kUserSettingMissing = {"open file /userdata/save0.sav error",
+                                          "open file /userdata/save0.sav error",
+                                          "reset user save\r", "save save0.sav"};
+
+Lines operator+(Lines first, const Lines &second);
+
+// The bytes that pairs of hexadecimal digits stand for.
+Bytes hex(const std::string &text);
+
+// `bytes` with `others` in the place of those at `offset`.
+Bytes with(Bytes bytes, size_t offset, const Bytes &others);
+
+// The first `size` bytes of a record in memory that was zero, once this content has been read.
+Bytes taken(const Bytes &content, size_t size);
+
+// The path of a settings file.
+std::string pathOf(const std::string &name);
+
+// Writes a file, in a directory that may be new; reads one, "" if it is not there.
+void put(const std::string &path, const Bytes &content);
+Bytes contentOf(const std::string &path);
+
+// An expected file.
+Bytes firstStart(const std::string &name);
+
+// The user setting record as a reset leaves it that began with these bytes in memory. Of the
+// preview nothing of its own is left: it becomes a copy of the program view.
+Bytes userSettingResetFrom(const Bytes &before);
+
+// The work-time list of a device from the factory.
+inline const Bytes kFactoryWorkTime = Bytes(20, '\0') + hex("21 03 15 20");
+
+// A device that has been in use: good records, most of whose bytes are no defaults.
+inline const Bytes kUsedUserPref =
+    hex("38 76 24 06 01 00 d0 07 01 00 0a 01 02 03 0a 01 00 01 ff ff 00 00") +
+    patternedBytes(kUserPrefSize - 22);
+inline const Bytes kUsedDeviceInfo =
+    hex("5c 36 cd 4b 34 12 00 00 a8 a9 aa ab 00 32 00 00 b0 b1 b2 b3");
+inline const Bytes kUsedWorkTime =
+    hex("00 00 00 00 11 12 13 14 21 22 23 24 31 32 33 34 41 42 43 44 21 03 15 20");
+inline const Bytes kUsedUserSetting =
+    with(with(patternedBytes(kUserSettingSize), 0, hex("5c 36 21 20")), 11828, hex("56 34 12 00"));
+inline const Files kUsed = {{kUserPref, kUsedUserPref},
+                            {kDeviceInfo, kUsedDeviceInfo},
+                            {kWorkTime, kUsedWorkTime},
+                            {kUserSetting, kUsedUserSetting}};
+
+// Makes the settings directory anew with these files, and tells which files are in it.
+void putAll(const Files &files);
+Files allFiles();
+
+// Names with sizes, which say more in a message than the files.
+std::map<std::string, size_t> sizesOf(const Files &files);
+
+// These files and no others are in the settings directory.
+void expectFiles(const Files &expected);
+
+// All that a daemon that has started says behind the opening of its line and before "enter main".
+Lines linesOfLoading(Daemon &daemon);
+
+// Each case starts the daemon when the files are as it wants them.
+class SystemState : public testing::Test {
+protected:
+    // A start, an answer, and an end by force. `says` is everything about the stored state.
+    void startAndEnd(const Lines &says);
+
+    void expectLife();
+    void expectSerialNumber(uint8_t high, uint8_t low);
+
+    static void end(Daemon &daemon);
+
+    FrontBoard front;
+};
