@@ -14,6 +14,8 @@
 
 #include "storage/TimeControl.h"
 #include "tests/fakes/clock.h"
+#include "tests/fakes/console.h"
+#include "tests/storage/setting_bytes.h"
 #include "tests/storage/view_files.h"
 
 namespace fs = std::filesystem;
@@ -248,12 +250,13 @@ const Bytes kSettingDefaults = contentOf(FIRST_START "/save0-over-a5.sav");
 // What a reset makes of preferences with a language and a fade option that it keeps.
 Bytes userPrefDefaults(const Bytes &before)
 {
-    const Bytes defaults = Bytes("\x38\x76\x24\x06"              // identification
-                                 "\1\0\xD0\x07\1\1"              // language to DHCP
+    const Bytes defaults = Bytes("\x38\x76\x24\x06") +           // identification
+                           before.substr(4, 2) +                 // language, fade option
+                           Bytes("\xD0\x07\1\1"                  // word, network flag, DHCP
                                  "\xC0\xA8\0\x64\xC0\xA8\0\1"    // address, gateway
                                  "\xFF\xFF\xFF\0"                // mask
                                  "\xC2\x19\2\x81\xC2\x19\2\x82", // name servers
-                                 30) +                           //
+                                 24) +                           //
                            before.substr(30, 6) +                // MAC address
                            Bytes("\0\0\0\0\0\0"                  // call, pad lock
                                  "\0\1\2\3\4\5\6\7\1\x32\0",
@@ -419,9 +422,7 @@ TEST(Control, AfterAFactoryResetTheFactoryResetFlagIsZero)
 TEST(Control, AFactoryResetOfAnEmptyBoardWritesThreeFiles)
 {
     EXPECT_EQ(printedBy([] { EXPECT_EQ(ResetFactory(), 1); }), "save save0.sav\n");
-    const Bytes zeros(56, '\0');
-    const Bytes userPref = with(userPrefDefaults(zeros), 5, Bytes(1, '\0'));
-    EXPECT_EQ(filesIn(), (Files{{"UserPref.sav", with(userPref, 4, Bytes(1, '\0'))},
+    EXPECT_EQ(filesIn(), (Files{{"UserPref.sav", userPrefDefaults(Bytes(56, '\0'))},
                                 {"workTime.sav", kWorkTimeDefaults},
                                 {"save0.sav", contentOf(FIRST_START "/save0.sav")}}));
 }

@@ -15,6 +15,8 @@
 
 #include "storage/ViewFile.h"
 #include "tests/fakes/clock.h"
+#include "tests/fakes/console.h"
+#include "tests/storage/setting_bytes.h"
 #include "tests/storage/view_files.h"
 
 namespace fs = std::filesystem;
@@ -477,6 +479,11 @@ TEST(Scene, TheNextViewBehindANumberThatNoViewHasIsTheFirstOneThatIsNotEmpty)
         storeOnly(15);
         loaded.clear();
         EXPECT_EQ(getNextNoEmptyScene(view), 15) << int{view};
+        EXPECT_EQ(loaded, all) << int{view};
+
+        storeOnly(-1);
+        loaded.clear();
+        EXPECT_EQ(printedBy([&] { EXPECT_EQ(getNextNoEmptyScene(view), 0); }), "");
         EXPECT_EQ(loaded, all) << int{view};
     }
 }

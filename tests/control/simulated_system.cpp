@@ -15,8 +15,6 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
-#include "tests/fakes/console.h"
-
 std::vector<std::string> journal;
 SimulatedSystem world;
 
@@ -234,14 +232,6 @@ std::string noise(unsigned seed, size_t length)
         bytes += static_cast<char>(random() >> 8);
     }
     return bytes;
-}
-
-std::string printedBy(const std::function<void()> &action)
-{
-    Console console;
-    action();
-    console.end();
-    return console.out;
 }
 
 ptrdiff_t openDescriptors()

@@ -55,8 +55,5 @@ std::string noise(unsigned seed, size_t length);
 
 std::string hex(const uint8_t *bytes, size_t count);
 
-// What `action` prints.
-std::string printedBy(const std::function<void()> &action);
-
 // Of this process.
 ptrdiff_t openDescriptors();

@@ -39,8 +39,8 @@ std::function<void(const char *call)> onCall; // looks around at each of these m
 uint32_t passesLeft = 0;                      // of the main loop
 bool argumentsKeptFirst = false;              // as seen at the first sign of life of main()
 bool anySign = false;
-int32_t startUpResult = 0; // of the steps that have one, but for
-int32_t loadResult = 0;    // that of the last step
+int32_t startUpResult = 0; // of the steps before the last, where they have one
+int32_t loadResult = 0;    // of the last step
 int32_t updateRuns = 0;    // what isUpdateProgram() says
 
 struct LoopLeft {};

@@ -21,3 +21,13 @@ public:
     std::string out;
     std::string err;
 };
+
+// Runs `action` and returns what it prints on standard output; there must be nothing on the other.
+template <typename Action> std::string printedBy(Action action)
+{
+    Console console;
+    action();
+    console.end();
+    EXPECT_EQ(console.err, "");
+    return console.out;
+}

@@ -4,12 +4,14 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <type_traits>
 
 #include <gtest/gtest.h>
 
-#include "tests/storage/view_files.h"
+#include "tests/fakes/console.h"
+#include "tests/storage/setting_bytes.h"
 
 namespace fs = std::filesystem;
 
@@ -35,13 +37,6 @@ const Bytes kOwn = [] {
 
 const Bytes kForeign = with(kOwn, 0, "none");
 
-class SettingsDirectory : public testing::Environment {
-public:
-    void SetUp() override
-    {
-        fs::create_directory(kDirectory);
-    }
-};
 [[maybe_unused]] const auto *const settingsDirectory =
     testing::AddGlobalTestEnvironment(new SettingsDirectory);
 

@@ -7,13 +7,8 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
-#include <ostream>
-#include <sstream>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -23,6 +18,7 @@
 #include "storage/WorkTime.h"
 #include "tests/fakes/clock.h"
 #include "tests/fakes/console.h"
+#include "tests/storage/setting_bytes.h"
 
 namespace fs = std::filesystem;
 
@@ -30,19 +26,6 @@ namespace {
 
 constexpr char kUserPrefPath[] = "/userdata/UserPref.sav";
 constexpr char kDeviceInfoPath[] = "/userdata/DevInfo.sav";
-
-using Bytes = std::string;
-
-// The bytes that pairs of hexadecimal digits stand for; blanks between them do not count.
-Bytes hex(const std::string &text)
-{
-    Bytes bytes;
-    std::istringstream pairs(text);
-    for (std::string pair; pairs >> pair;) {
-        bytes += static_cast<char>(std::stoi(pair, nullptr, 16));
-    }
-    return bytes;
-}
 
 // The records after a reset of zero bytes, from the meaning of their fields: 2000 is 7d0, 192.168
 // is c0.a8, 194.25.2 is c2.19.2, and 12800 is 3200 in hexadecimal.
@@ -71,49 +54,6 @@ const Bytes kOwnUserPref = [] {
 }();
 const Bytes kOwnDeviceInfo = hex("5c 36 cd 4b  78 56 34 12  a8 a9 aa ab  00 32 00 00  b0 b1 b2 b3");
 
-void put(const std::string &path, const Bytes &content)
-{
-    std::ofstream(path, std::ios::binary) << content;
-}
-
-Bytes contentOf(const std::string &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-template <typename Record> Bytes bytesOf(const Record *record)
-{
-    return {reinterpret_cast<const char *>(record), sizeof *record};
-}
-
-template <typename Record> void fill(Record *record, const Bytes &bytes)
-{
-    ASSERT_EQ(bytes.size(), sizeof *record);
-    std::memcpy(record, bytes.data(), sizeof *record);
-}
-
-// `bytes` with others in the place of those at `offset`.
-Bytes with(Bytes bytes, size_t offset, const Bytes &others)
-{
-    return bytes.replace(offset, others.size(), others);
-}
-
-Bytes oneByte(int value)
-{
-    return {static_cast<char>(value)};
-}
-
-// Runs `action` and returns what it prints.
-template <typename Action> std::string printedBy(Action action)
-{
-    Console console;
-    action();
-    console.end();
-    EXPECT_EQ(console.err, "");
-    return console.out;
-}
-
 const std::string kUserPrefMissing = "open file /userdata/UserPref.sav error\n"
                                      "UserPref ID = 0x0\r\n"
                                      "reset userPref\r\n";
@@ -121,14 +61,6 @@ const std::string kDeviceInfoMissing = "open file /userdata/DevInfo.sav error\n"
                                        "Device ID = 0x0\r\n"
                                        "reset Device info\r\n";
 
-// Every case begins with an empty settings directory.
-class SettingsDirectory : public testing::Environment {
-public:
-    void SetUp() override
-    {
-        fs::create_directory("/userdata");
-    }
-};
 [[maybe_unused]] const auto *const settingsDirectory =
     testing::AddGlobalTestEnvironment(new SettingsDirectory);
 
@@ -304,7 +236,7 @@ TEST(UserPref, ResettingPreferencesKeepsTheMacAddressAndThePaddingAndNothingElse
 
 TEST(UserPref, ResettingPreferencesKeepsALanguageOfZeroOrOne)
 {
-    for (int language = 0; language < 256; ++language) {
+    for (uint32_t language = 0; language < 256; ++language) {
         put(kUserPrefPath, with(Bytes(56, '\0'), 4, oneByte(language)));
         printedBy([] { loadUserPrefNoSave(); });
         EXPECT_EQ(getUserLang(), language == 1 ? 1 : 0) << language;
@@ -313,7 +245,7 @@ TEST(UserPref, ResettingPreferencesKeepsALanguageOfZeroOrOne)
 
 TEST(UserPref, ResettingPreferencesKeepsAFadeOptionOfZeroOrOne)
 {
-    for (int off = 0; off < 256; ++off) {
+    for (uint32_t off = 0; off < 256; ++off) {
         put(kUserPrefPath, with(Bytes(56, '\0'), 5, oneByte(off)));
         printedBy([] { loadUserPrefNoSave(); });
         EXPECT_EQ(getLoadFadeInOutOff(), off == 0 ? 0 : 1) << off;
@@ -605,7 +537,7 @@ const Bytes kDefaultWorkTime = Bytes(20, '\0') + hex("21 03 15 20");
 // Good ones whose bytes between the identifications are no default.
 const Bytes kOwnWorkTime = hex("00 00 00 00  11 12 13 14  21 22 23 24  31 32 33 34  41 42 43 44"
                                "  21 03 15 20");
-const Bytes kOwnUserSetting = with(with(Bytes(11832, '\x07'), 0, hex("5c 36 21 20")), //
+const Bytes kOwnUserSetting = with(with(Bytes(kUserSettingSize, '\x07'), 0, hex("5c 36 21 20")), //
                                    11828, hex("56 34 12 00"));
 
 void putOwnRecords()

@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "storage/UserSetting.h"
+#include "tests/fakes/console.h"
 #include "tests/storage/setting_bytes.h"
 
 namespace fs = std::filesystem;
@@ -77,7 +78,7 @@ const std::string kSave = "save save0.sav\n";
 
 using Names = std::vector<std::string>;
 
-const Bytes kDefaults = contentOf(std::string(FIRST_START) + "save0.sav");
+const Bytes kDefaults = contentOf(FIRST_START "/save0.sav");
 
 // A file with both identifications and a byte of its own everywhere else, but a user mode of 0.
 Bytes goodFile(uint32_t seed = 1)

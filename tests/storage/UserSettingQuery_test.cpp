@@ -11,18 +11,11 @@
 
 #include "storage/UserSetting.h"
 #include "tests/storage/setting_bytes.h"
+#include "tests/storage/setting_change.h"
 
 namespace {
 
-[[maybe_unused]] const auto *const blocks = [] {
-    class Blocks : public testing::Environment {
-        void SetUp() override
-        {
-            malloc_saveView();
-        }
-    };
-    return testing::AddGlobalTestEnvironment(new Blocks);
-}();
+[[maybe_unused]] const auto *const blocks = testing::AddGlobalTestEnvironment(new Blocks);
 
 const Bytes kRecord = ownBytes(kUserSettingSize, 77);
 

@@ -12,23 +12,16 @@
 #include <gtest/gtest.h>
 
 #include "storage/UserSetting.h"
+#include "tests/fakes/console.h"
 #include "tests/storage/setting_bytes.h"
+#include "tests/storage/setting_change.h"
 #include "video/CustomFormat.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-[[maybe_unused]] const auto *const blocks = [] {
-    class Blocks : public testing::Environment {
-        void SetUp() override
-        {
-            fs::create_directory("/userdata");
-            malloc_saveView();
-        }
-    };
-    return testing::AddGlobalTestEnvironment(new Blocks);
-}();
+[[maybe_unused]] const auto *const blocks = testing::AddGlobalTestEnvironment(new Blocks);
 
 const TimingTable kTimings = timingsOf(VIDEO_FORMATS);
 constexpr uint32_t kInterlaced[] = {36, 37, 38, 39, 63, 71, 72};
@@ -38,39 +31,11 @@ uint32_t number(uint32_t format, const char *column)
     return static_cast<uint32_t>(std::stoul(kTimings.at(format).at(column)));
 }
 
-// 0xA5, but what sections ask for: input n is of 2000 + n by 1000 + n active pixels, output 0 of
-// 1111 by 999, and the external input has format 38.
-Image before()
-{
-    Image image(Bytes(kUserSettingSize, '\xA5'));
-    for (uint32_t n = 0; n < 26; ++n) {
-        image.u16(30 + 22 * n + 10, {2000 + n, 1000 + n});
-    }
-    return image.u16(1734, {1111, 999}).u8(2413, {38});
-}
-
-// Runs `reset` on a record `from`: the record must become `to`, and no other block change.
-template <typename Reset> void expectChange(const Image &from, Reset reset, const Image &to)
-{
-    fill(GetUserSetting(), from.bytes);
-    const Bytes copy = Image(ownBytes(kUserSettingSize, 1)).u32(0, {0x2021365C}).bytes;
-    const Bytes view = Image(ownBytes(kViewSize, 2)).u32(3992, {0x29215679}).bytes;
-    const Bytes slotBuffer = ownBytes(kViewSize, 3);
-    fill(GetUserSetting_old(), copy);
-    fill(GetViewSetting(), view);
-    fill(GetSaveViewSetting(), slotBuffer);
-    reset();
-    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), to.bytes));
-    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting_old()), copy));
-    EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()), view));
-    EXPECT_TRUE(areBytes(bytesOf(GetSaveViewSetting()), slotBuffer));
-}
-
 // The whole reset --------------------------------------------------------------------------------
 
 Bytes expectedOver(const char *file)
 {
-    return contentOf(std::string(FIRST_START) + file);
+    return contentOf(std::string(FIRST_START "/") + file);
 }
 
 TEST(UserSettingReset, RecordOfZerosBecomesTheRecordOfAFirstStart)
@@ -190,8 +155,9 @@ TEST(UserSettingReset, CopyAndSlotBufferAreLeftAlone)
 
 TEST(UserSettingReset, NothingIsSavedAndNothingPrinted)
 {
+    fs::create_directory(kDirectory);
     EXPECT_EQ(printedBy([] { ResetUserSettingSave(); }), "");
-    EXPECT_TRUE(fs::is_empty("/userdata"));
+    EXPECT_TRUE(fs::is_empty(kDirectory));
 }
 
 // Inputs -----------------------------------------------------------------------------------------

@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/fakes/console.h"
 #include "tests/storage/setting_bytes.h"
 
 namespace {

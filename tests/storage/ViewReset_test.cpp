@@ -9,46 +9,11 @@
 
 #include "storage/UserSetting.h"
 #include "tests/storage/setting_bytes.h"
+#include "tests/storage/setting_change.h"
 
 namespace {
 
-[[maybe_unused]] const auto *const blocks = [] {
-    class Blocks : public testing::Environment {
-        void SetUp() override
-        {
-            malloc_saveView();
-        }
-    };
-    return testing::AddGlobalTestEnvironment(new Blocks);
-}();
-
-// 0xA5, but what sections ask for: input n is of 2000 + n by 1000 + n active pixels, output 0 of
-// 1111 by 999.
-Image before()
-{
-    Image image(Bytes(kUserSettingSize, '\xA5'));
-    for (uint32_t n = 0; n < 26; ++n) {
-        image.u16(30 + 22 * n + 10, {2000 + n, 1000 + n});
-    }
-    return image.u16(1734, {1111, 999});
-}
-
-// Runs `reset` on a record `from`: the record must become `to`, and no other block change.
-template <typename Reset> void expectChange(const Image &from, Reset reset, const Image &to)
-{
-    fill(GetUserSetting(), from.bytes);
-    const Bytes copy = Image(ownBytes(kUserSettingSize, 1)).u32(0, {0x2021365C}).bytes;
-    const Bytes view = Image(ownBytes(kViewSize, 2)).u32(3992, {0x29215679}).bytes;
-    const Bytes slotBuffer = ownBytes(kViewSize, 3);
-    fill(GetUserSetting_old(), copy);
-    fill(GetViewSetting(), view);
-    fill(GetSaveViewSetting(), slotBuffer);
-    EXPECT_EQ(printedBy(reset), "");
-    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), to.bytes));
-    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting_old()), copy));
-    EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()), view));
-    EXPECT_TRUE(areBytes(bytesOf(GetSaveViewSetting()), slotBuffer));
-}
+[[maybe_unused]] const auto *const blocks = testing::AddGlobalTestEnvironment(new Blocks);
 
 // Layers -----------------------------------------------------------------------------------------
 

@@ -1,5 +1,5 @@
 // The work-time list with another base address than this model's, and its flag. The module's source
-// is part of this file with its base address weak, so that another_base.cpp can take its place.
+// is part of this file with its base address weak, so that work_time_base.cpp can take its place.
 
 #include "storage/WorkTime.h"
 
@@ -14,48 +14,21 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/storage/another_base.h"
-#include "tests/storage/view_files.h"
+#include "tests/fakes/console.h"
+#include "tests/storage/setting_bytes.h"
+#include "tests/storage/work_time_base.h"
+#include "tests/storage/work_time_files.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-constexpr char kPath[] = "/userdata/workTime.sav";
-constexpr uint32_t kGood = 0x20150321;
-
-Bytes words(uint32_t w0, uint32_t w1, uint32_t w2, uint32_t w3, uint32_t w4, uint32_t w5)
-{
-    Bytes bytes;
-    for (const uint32_t word : {w0, w1, w2, w3, w4, w5}) {
-        bytes += twoBytes(word) + twoBytes(word >> 16);
-    }
-    return bytes;
-}
-
-class SettingsDirectory : public testing::Environment {
-public:
-    void SetUp() override
-    {
-        fs::create_directory(kDirectory);
-    }
-};
 [[maybe_unused]] const auto *const settingsDirectory =
     testing::AddGlobalTestEnvironment(new SettingsDirectory);
 
-std::string printedByLoading()
-{
-    return printedBy([] { loadWorkTimeList(); });
-}
-
-Bytes record()
-{
-    return bytesOf(getWorkTimeList());
-}
-
 TEST(WorkTime, TheDefaultsOfTheAddressesAreTheBase)
 {
-    anotherBase = 0x00080010;
+    workTimeBase = 0x00080010;
     EXPECT_EQ(printedByLoading(), "open file /userdata/workTime.sav error\n");
     const Bytes expected = words(0x80010, 0x80010, 0x80010, 0, 0, kGood);
     EXPECT_EQ(record(), expected);
@@ -74,7 +47,7 @@ TEST(WorkTime, AddressesBelowTheBaseAreRaisedToIt)
                  {0x7FFFFFFF, 0x7FFFFFFF},
                  {0x80000000, 0x80000000},
                  {0xFFFFFFFF, 0xFFFFFFFF}};
-    anotherBase = kBase;
+    workTimeBase = kBase;
     for (const auto &first : cases) {
         for (const auto &second : cases) {
             put(kPath, words(7, first.before, second.before, 1, 2, kGood));
@@ -88,7 +61,7 @@ TEST(WorkTime, AddressesBelowTheBaseAreRaisedToIt)
 
 TEST(WorkTime, ACurrentAddressAboveTheBaseIsPutThereToo)
 {
-    anotherBase = 0x80000000;
+    workTimeBase = 0x80000000;
     put(kPath, words(0x80000005, 0x7FFFFFFF, 0x80000001, 1, 2, kGood));
     EXPECT_EQ(printedByLoading(), "");
     EXPECT_EQ(contentOf(kPath), words(0x80000000, 0x80000000, 0x80000001, 1, 2, kGood));
@@ -97,7 +70,7 @@ TEST(WorkTime, ACurrentAddressAboveTheBaseIsPutThereToo)
 // The other addresses are looked at only then.
 TEST(WorkTime, NothingIsRaisedWhereTheCurrentAddressIsTheBase)
 {
-    anotherBase = 100;
+    workTimeBase = 100;
     const Bytes own = words(100, 1, 2, 3, 4, kGood);
     put(kPath, own);
     EXPECT_EQ(printedByLoading(), "");

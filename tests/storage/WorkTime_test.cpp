@@ -4,12 +4,15 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <type_traits>
 
 #include <gtest/gtest.h>
 
-#include "tests/storage/view_files.h"
+#include "tests/fakes/console.h"
+#include "tests/storage/setting_bytes.h"
+#include "tests/storage/work_time_files.h"
 
 namespace fs = std::filesystem;
 
@@ -20,39 +23,10 @@ static_assert(std::is_same_v<decltype(ReadWorkTime()), uint32_t>);
 static_assert(std::is_same_v<decltype(WriteWorkTime()), int32_t>);
 static_assert(std::is_same_v<decltype(saveWorkTimeList()), int32_t>);
 
-constexpr char kPath[] = "/userdata/workTime.sav";
-constexpr uint32_t kGood = 0x20150321;
-
-Bytes words(uint32_t w0, uint32_t w1, uint32_t w2, uint32_t w3, uint32_t w4, uint32_t w5)
-{
-    Bytes bytes;
-    for (const uint32_t word : {w0, w1, w2, w3, w4, w5}) {
-        bytes += twoBytes(word) + twoBytes(word >> 16);
-    }
-    return bytes;
-}
-
 const Bytes kListDefaults = words(0, 0, 0, 0, 0, kGood);
 
-class SettingsDirectory : public testing::Environment {
-public:
-    void SetUp() override
-    {
-        fs::create_directory(kDirectory);
-    }
-};
 [[maybe_unused]] const auto *const settingsDirectory =
     testing::AddGlobalTestEnvironment(new SettingsDirectory);
-
-std::string printedByLoading()
-{
-    return printedBy([] { loadWorkTimeList(); });
-}
-
-Bytes record()
-{
-    return bytesOf(getWorkTimeList());
-}
 
 TEST(WorkTime, IsZeroBeforeItIsLoaded)
 {

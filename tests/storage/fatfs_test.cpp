@@ -155,16 +155,6 @@ size_t openFiles()
     return entriesOf("/proc/self/fd").size();
 }
 
-// Runs `action` and returns what it prints.
-template <typename Action> std::string printedBy(Action action)
-{
-    Console console;
-    action();
-    console.end();
-    EXPECT_EQ(console.err, "");
-    return console.out;
-}
-
 // A handle value that is no file: an operation that leaves the handle alone leaves this.
 FileHandle untouchedHandle()
 {

@@ -17,6 +17,51 @@ void put(const std::string &path, const Bytes &content)
     std::ofstream(path, std::ios::binary) << content;
 }
 
+std::map<std::string, Bytes> filesIn(const std::string &directory)
+{
+    std::map<std::string, Bytes> files;
+    for (const auto &entry : std::filesystem::directory_iterator(directory)) {
+        files[entry.path().filename()] = contentOf(entry.path());
+    }
+    return files;
+}
+
+Bytes hex(const std::string &text)
+{
+    Bytes bytes;
+    std::istringstream pairs(text);
+    for (std::string pair; pairs >> pair;) {
+        bytes += static_cast<char>(std::stoi(pair, nullptr, 16));
+    }
+    return bytes;
+}
+
+Bytes littleEndian(uint32_t value, size_t size)
+{
+    Bytes bytes;
+    for (size_t i = 0; i < size; ++i) {
+        bytes += static_cast<char>(value >> 8 * i);
+    }
+    return bytes;
+}
+
+Bytes with(Bytes bytes, size_t offset, const Bytes &others)
+{
+    for (size_t i = 0; i < others.size(); ++i) {
+        bytes.at(offset + i) = others[i];
+    }
+    return bytes;
+}
+
+Bytes steppedBytes(size_t size, uint32_t first)
+{
+    Bytes bytes;
+    for (uint32_t i = 0; i < size; ++i) {
+        bytes += static_cast<char>(first + i * 7 + i / 256);
+    }
+    return bytes;
+}
+
 Bytes ownBytes(size_t size, uint32_t seed)
 {
     Bytes bytes;
@@ -64,9 +109,8 @@ Image &Image::repeat(size_t at, size_t count, uint8_t value)
 Image &Image::set(size_t at, std::initializer_list<uint32_t> values, size_t width)
 {
     for (const uint32_t value : values) {
-        for (size_t i = 0; i < width; ++i) {
-            bytes.at(at++) = static_cast<char>(value >> 8 * i);
-        }
+        bytes = with(std::move(bytes), at, littleEndian(value, width));
+        at += width;
     }
     return *this;
 }

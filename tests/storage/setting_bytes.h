@@ -1,20 +1,19 @@
 #pragma once
 
-// Records as bytes; link with `setting_bytes`. What a test expects of a record is an image of it,
-// changed at the offsets that its file format names, so that a byte changed by mistake shows as
-// well as one that is not.
+// Records and their files as bytes; link with `setting_bytes`. What a test expects of a record is
+// an image of it, changed at the offsets that its file format names, so that a byte changed by
+// mistake shows as well as one that is not.
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <initializer_list>
 #include <map>
 #include <string>
 #include <utility>
 
 #include <gtest/gtest.h>
-
-#include "tests/fakes/console.h"
 
 using Bytes = std::string;
 
@@ -24,8 +23,22 @@ inline constexpr size_t kViewSize = 3996;
 inline constexpr size_t kPreviewAt = 3812;
 inline constexpr size_t kProgramAt = 7808;
 
+inline constexpr char kDirectory[] = "/userdata"; // of the settings
+
 Bytes contentOf(const std::string &path);
 void put(const std::string &path, const Bytes &content);
+
+// Name and content of every file in `directory`.
+std::map<std::string, Bytes> filesIn(const std::string &directory = kDirectory);
+
+// Every case begins with an empty settings directory.
+class SettingsDirectory : public testing::Environment {
+public:
+    void SetUp() override
+    {
+        std::filesystem::create_directory(kDirectory);
+    }
+};
 
 template <typename Record> Bytes bytesOf(const Record *record)
 {
@@ -37,6 +50,28 @@ template <typename Record> void fill(Record *record, const Bytes &bytes)
     ASSERT_EQ(bytes.size(), sizeof *record);
     std::memcpy(record, bytes.data(), sizeof *record);
 }
+
+// The bytes that pairs of hexadecimal digits stand for; blanks between them do not count.
+Bytes hex(const std::string &text);
+
+// The lowest `size` bytes of a value.
+Bytes littleEndian(uint32_t value, size_t size);
+
+inline Bytes oneByte(uint32_t value)
+{
+    return littleEndian(value, 1);
+}
+
+inline Bytes twoBytes(uint32_t value)
+{
+    return littleEndian(value, 2);
+}
+
+// `bytes` with others in the place of those at `offset`, none behind the end.
+Bytes with(Bytes bytes, size_t offset, const Bytes &others);
+
+// Bytes of which no two neighbours are equal, from `first` on.
+Bytes steppedBytes(size_t size, uint32_t first);
 
 // Bytes without a pattern, the same ones for the same seed.
 Bytes ownBytes(size_t size, uint32_t seed);
@@ -68,16 +103,6 @@ public:
 private:
     Image &set(size_t at, std::initializer_list<uint32_t> values, size_t width);
 };
-
-// Runs `action` and returns what it prints.
-template <typename Action> std::string printedBy(Action action)
-{
-    Console console;
-    action();
-    console.end();
-    EXPECT_EQ(console.err, "");
-    return console.out;
-}
 
 // The rows of a table of timings, by format id; the cells by the name of their column.
 using TimingTable = std::map<uint32_t, std::map<std::string, std::string>>;

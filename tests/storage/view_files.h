@@ -1,86 +1,18 @@
 #pragma once
 
-// Views as bytes, for the tests that store and load them.
+// Views as bytes and their files, for the tests that store and load them; link with
+// `setting_bytes`.
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <map>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "storage/UserSetting.h"
-#include "tests/fakes/console.h"
-
-using Bytes = std::string;
-
-inline constexpr size_t kViewSize = 3996;
-inline constexpr char kDirectory[] = "/userdata";
-
-inline void put(const std::string &path, const Bytes &content)
-{
-    std::ofstream(path, std::ios::binary) << content;
-}
-
-inline Bytes contentOf(const std::string &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-// Name and content of every file in `directory`.
-inline std::map<std::string, Bytes> filesIn(const std::string &directory = kDirectory)
-{
-    std::map<std::string, Bytes> files;
-    for (const auto &entry : std::filesystem::directory_iterator(directory)) {
-        files[entry.path().filename()] = contentOf(entry.path());
-    }
-    return files;
-}
-
-template <typename Record> Bytes bytesOf(const Record *record)
-{
-    return {reinterpret_cast<const char *>(record), sizeof *record};
-}
-
-template <typename Record> void fill(Record *record, const Bytes &bytes)
-{
-    ASSERT_EQ(bytes.size(), sizeof *record);
-    std::memcpy(record, bytes.data(), sizeof *record);
-}
-
-// `bytes` with others in the place of those at `offset`, none behind the end.
-inline Bytes with(Bytes bytes, size_t offset, const Bytes &others)
-{
-    for (size_t i = 0; i < others.size(); ++i) {
-        bytes.at(offset + i) = others[i];
-    }
-    return bytes;
-}
-
-inline Bytes oneByte(uint32_t value)
-{
-    return {static_cast<char>(value & 0xFF)};
-}
-
-inline Bytes twoBytes(uint32_t value)
-{
-    return oneByte(value) + oneByte(value >> 8);
-}
-
-// Runs `action` and returns what it prints.
-template <typename Action> std::string printedBy(Action action)
-{
-    Console console;
-    action();
-    console.end();
-    EXPECT_EQ(console.err, "");
-    return console.out;
-}
+#include "tests/storage/setting_bytes.h"
 
 inline const Bytes kIdentification = "yV!)"; // of a view, its last four bytes
 

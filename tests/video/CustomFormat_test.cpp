@@ -16,40 +16,18 @@
 
 #include "storage/UserSetting.h"
 #include "tests/fakes/console.h"
+#include "tests/storage/setting_bytes.h"
+#include "tests/storage/setting_change.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-using Bytes = std::string;
-
-template <typename Record> Bytes bytesOf(const Record *record)
-{
-    return {reinterpret_cast<const char *>(record), sizeof *record};
-}
-
-template <typename Record> void fill(Record *record)
-{
-    unsigned char *const bytes = reinterpret_cast<unsigned char *>(record);
-    for (size_t i = 0; i < sizeof *record; ++i) {
-        bytes[i] = static_cast<unsigned char>(i * 7 + i / 256 + 1);
-    }
-}
-
 // No two fields of one record, nor the same bytes of both, are equal: one read for another shows.
 void fillBoth()
 {
-    fill(GetUserSetting());
-    fill(GetCustomFormat());
-}
-
-Bytes littleEndian(uint32_t value, size_t size)
-{
-    Bytes bytes;
-    for (size_t i = 0; i < size; ++i) {
-        bytes += static_cast<char>(value >> 8 * i);
-    }
-    return bytes;
+    fill(GetUserSetting(), steppedBytes(sizeof(UserSetting), 1));
+    fill(GetCustomFormat(), steppedBytes(sizeof(CustomFormat), 1));
 }
 
 uint32_t valueOf(const Bytes &bytes)
@@ -95,20 +73,11 @@ constexpr uint32_t kValues[] = {
     0xFFFF, 0x10000, 0x89ABCDEF, 0x76543210, 0x7FFFFFFF, 0x80000000, 0xFFFFFF00, 0xFFFFFFFF,
 };
 
-// Every case begins with the records as they are before anything is loaded.
-class RecordsTaken : public testing::Environment {
-public:
-    void SetUp() override
-    {
-        malloc_saveView();
-    }
-};
-[[maybe_unused]] const auto *const recordsTaken =
-    testing::AddGlobalTestEnvironment(new RecordsTaken);
+[[maybe_unused]] const auto *const blocks = testing::AddGlobalTestEnvironment(new Blocks);
 
 TEST(CustomFormat, BothRecordsAreZeroAtFirst)
 {
-    EXPECT_EQ(bytesOf(GetCustomFormat()), Bytes(20, '\0'));
+    EXPECT_TRUE(areBytes(bytesOf(GetCustomFormat()), Bytes(20, '\0')));
     for (const Accessors &field : kOfTiming) {
         EXPECT_EQ(field.get(), 0u) << field.field;
     }
@@ -120,7 +89,7 @@ TEST(CustomFormat, BothRecordsAreZeroAtFirst)
 TEST(CustomFormat, TheTimingIsAlwaysTheSameRecord)
 {
     CustomFormat *const timing = GetCustomFormat();
-    fill(timing);
+    fill(timing, steppedBytes(sizeof *timing, 1));
     EXPECT_EQ(GetCustomFormat(), timing);
     GetCustomFormat()->hTotal = 2200;
     EXPECT_EQ(timing->hTotal, 2200);
@@ -144,11 +113,13 @@ TEST(CustomFormat, EverySetterOfTheTimingCutsTheValueAndChangesItsFieldOnly)
         for (const uint32_t value : kValues) {
             fillBoth();
             const Bytes setting = bytesOf(GetUserSetting());
-            Bytes expected = bytesOf(GetCustomFormat());
-            expected.replace(field.offset, field.size, littleEndian(value, field.size));
+            const Bytes expected =
+                with(bytesOf(GetCustomFormat()), field.offset, littleEndian(value, field.size));
             field.set(value);
-            EXPECT_EQ(bytesOf(GetCustomFormat()), expected) << field.field << ' ' << value;
-            EXPECT_EQ(bytesOf(GetUserSetting()), setting) << field.field << ' ' << value;
+            EXPECT_TRUE(areBytes(bytesOf(GetCustomFormat()), expected))
+                << field.field << ' ' << value;
+            EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), setting))
+                << field.field << ' ' << value;
         }
     }
 }
@@ -159,11 +130,13 @@ TEST(CustomFormat, EverySetterOfTheResolutionChangesItsFieldOnly)
         for (const uint32_t value : kValues) {
             fillBoth();
             const Bytes timing = bytesOf(GetCustomFormat());
-            Bytes expected = bytesOf(GetUserSetting());
-            expected.replace(field.offset, field.size, littleEndian(value, field.size));
+            const Bytes expected =
+                with(bytesOf(GetUserSetting()), field.offset, littleEndian(value, field.size));
             field.set(value);
-            EXPECT_EQ(bytesOf(GetUserSetting()), expected) << field.field << ' ' << value;
-            EXPECT_EQ(bytesOf(GetCustomFormat()), timing) << field.field << ' ' << value;
+            EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), expected))
+                << field.field << ' ' << value;
+            EXPECT_TRUE(areBytes(bytesOf(GetCustomFormat()), timing))
+                << field.field << ' ' << value;
         }
     }
 }
@@ -202,24 +175,23 @@ TEST(CustomFormat, GettersChangeNothing)
     for (const Accessors &field : kOfResolution) {
         field.get();
     }
-    EXPECT_EQ(bytesOf(GetUserSetting()), setting);
-    EXPECT_EQ(bytesOf(GetCustomFormat()), timing);
+    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), setting));
+    EXPECT_TRUE(areBytes(bytesOf(GetCustomFormat()), timing));
 }
 
 TEST(CustomFormat, SettersSaveAndPrintNothing)
 {
-    fs::create_directory("/userdata");
-    Console console;
-    for (const Accessors &field : kOfTiming) {
-        field.set(60);
-    }
-    for (const Accessors &field : kOfResolution) {
-        field.set(60);
-    }
-    console.end();
-    EXPECT_EQ(console.out, "");
-    EXPECT_EQ(console.err, "");
-    EXPECT_TRUE(fs::is_empty("/userdata"));
+    fs::create_directory(kDirectory);
+    EXPECT_EQ(printedBy([] {
+                  for (const Accessors &field : kOfTiming) {
+                      field.set(60);
+                  }
+                  for (const Accessors &field : kOfResolution) {
+                      field.set(60);
+                  }
+              }),
+              "");
+    EXPECT_TRUE(fs::is_empty(kDirectory));
 }
 
 // What the user setting record becomes when a file is read into it is the resolution from then on.

@@ -1,4 +1,4 @@
-#include "tests/storage/traced_files.h"
+#include "tests/fakes/traced_files.h"
 
 #include <cstdarg>
 #include <cstdio>

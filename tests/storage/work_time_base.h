@@ -4,4 +4,4 @@
 
 #include <cstdint>
 
-extern uint32_t anotherBase;
+extern uint32_t workTimeBase;
