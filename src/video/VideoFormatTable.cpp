@@ -308,10 +308,17 @@ const VideoDefine &rowOf(uint8_t format)
     return tVideoDefine[format < kVideoFormatCount ? format : kDefaultFormat];
 }
 
-uint32_t polarityOf(uint32_t id)
+// A value of the format's timing, or what `custom` gives for the custom format.
+template <typename Value>
+uint32_t timingOf(uint32_t id, Value VideoDefine::*value, uint32_t (*custom)())
 {
     const uint8_t format = followExternInput(id);
-    return format == kVideoFormatCustom ? getCustomhvSyncPolarity() : rowOf(format).polarity;
+    return format == kVideoFormatCustom ? custom() : rowOf(format).*value;
+}
+
+uint32_t polarityOf(uint32_t id)
+{
+    return timingOf(id, &VideoDefine::polarity, getCustomhvSyncPolarity);
 }
 
 } // namespace
@@ -346,38 +353,32 @@ uint32_t GetVDEByVideoFormat2(uint32_t id)
 
 uint32_t GetHTotalByVideoFormat(uint32_t id)
 {
-    const uint8_t format = followExternInput(id);
-    return format == kVideoFormatCustom ? getCustomhTotal() : rowOf(format).hTotal;
+    return timingOf(id, &VideoDefine::hTotal, getCustomhTotal);
 }
 
 uint32_t GetVTotalByVideoFormat(uint32_t id)
 {
-    const uint8_t format = followExternInput(id);
-    return format == kVideoFormatCustom ? getCustomvTotal() : rowOf(format).vTotal;
+    return timingOf(id, &VideoDefine::vTotal, getCustomvTotal);
 }
 
 uint32_t GetHStartByVideoFormat(uint32_t id)
 {
-    const uint8_t format = followExternInput(id);
-    return format == kVideoFormatCustom ? getCustomhStart() : rowOf(format).hStart;
+    return timingOf(id, &VideoDefine::hStart, getCustomhStart);
 }
 
 uint32_t GetVStartByVideoFormat(uint32_t id)
 {
-    const uint8_t format = followExternInput(id);
-    return format == kVideoFormatCustom ? getCustomvStart() : rowOf(format).vStart;
+    return timingOf(id, &VideoDefine::vStart, getCustomvStart);
 }
 
 uint32_t GetHSyncWidthByVideoFormat(uint32_t id)
 {
-    const uint8_t format = followExternInput(id);
-    return format == kVideoFormatCustom ? getCustomhSyncWidth() : rowOf(format).hSyncWidth;
+    return timingOf(id, &VideoDefine::hSyncWidth, getCustomhSyncWidth);
 }
 
 uint32_t GetVSyncWidthByVideoFormat(uint32_t id)
 {
-    const uint8_t format = followExternInput(id);
-    return format == kVideoFormatCustom ? getCustomvSyncWidth() : rowOf(format).vSyncWidth;
+    return timingOf(id, &VideoDefine::vSyncWidth, getCustomvSyncWidth);
 }
 
 uint32_t GetHSyncPolarityByVideoFormat(uint32_t id)
