@@ -14,6 +14,7 @@ Bytes contentOf(const std::string &path)
 
 void put(const std::string &path, const Bytes &content)
 {
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     std::ofstream(path, std::ios::binary) << content;
 }
 

@@ -25,6 +25,7 @@ inline constexpr size_t kProgramAt = 7808;
 
 inline constexpr char kDirectory[] = "/userdata"; // of the settings
 
+// Reads a file, "" if it is not there; writes one, in a directory that may be new.
 Bytes contentOf(const std::string &path);
 void put(const std::string &path, const Bytes &content);
 

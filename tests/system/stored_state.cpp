@@ -7,7 +7,6 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
-#include <sstream>
 #include <sys/wait.h>
 
 namespace fs = std::filesystem;
@@ -16,21 +15,6 @@ Lines operator+(Lines first, const Lines &second)
 {
     first.insert(first.end(), second.begin(), second.end());
     return first;
-}
-
-Bytes hex(const std::string &text)
-{
-    Bytes bytes;
-    std::istringstream pairs(text);
-    for (std::string pair; pairs >> pair;) {
-        bytes += static_cast<char>(std::stoi(pair, nullptr, 16));
-    }
-    return bytes;
-}
-
-Bytes with(Bytes bytes, size_t offset, const Bytes &others)
-{
-    return bytes.replace(offset, others.size(), others);
 }
 
 Bytes taken(const Bytes &content, size_t size)
@@ -45,18 +29,6 @@ std::string pathOf(const std::string &name)
     return "/userdata/" + name;
 }
 
-void put(const std::string &path, const Bytes &content)
-{
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path, std::ios::binary) << content;
-}
-
-Bytes contentOf(const std::string &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 Bytes firstStart(const std::string &name)
 {
     const std::string path = std::string(FIRST_START "/") + name;
@@ -67,12 +39,10 @@ Bytes firstStart(const std::string &name)
 
 Bytes userSettingResetFrom(const Bytes &before)
 {
-    constexpr size_t kPreview = 3812;
-    constexpr size_t kProgram = 7808;
     Bytes bytes = firstStart("save0-over-a5.sav"); // A5: left alone
     for (size_t i = 0; i < bytes.size(); ++i) {
         if (bytes[i] == '\xA5') {
-            const bool isInPreview = i >= kPreview && i < kProgram;
+            const bool isInPreview = i >= kPreviewAt && i < kProgramAt;
             bytes[i] = before.at(isInPreview ? i + kViewSize : i);
         }
     }

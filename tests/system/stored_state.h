@@ -3,6 +3,7 @@
 // The files of the settings directory as the cases want and expect them, and the start of the
 // daemon on them. The expected files are those of tests/data/first-start/.
 
+#include "tests/storage/setting_bytes.h"
 #include "tests/system/board.h"
 
 #include <cstddef>
@@ -10,7 +11,6 @@
 #include <string>
 #include <vector>
 
-using Bytes = std::string;
 using Lines = std::vector<std::string>;
 using Files = std::map<std::string, Bytes>; // by name in the settings directory
 
@@ -22,8 +22,6 @@ inline constexpr char kUserSetting[] = "save0.sav";
 inline constexpr size_t kUserPrefSize = 56;
 inline constexpr size_t kDeviceInfoSize = 20;
 inline constexpr size_t kWorkTimeSize = 24;
-inline constexpr size_t kUserSettingSize = 11832;
-inline constexpr size_t kViewSize = 3996;
 inline constexpr size_t kPageSize = 63936;
 
 // What the daemon says of them.
@@ -39,21 +37,11 @@ inline const Lines kUserSettingMissing = {"open file /userdata/save0.sav error",
 
 Lines operator+(Lines first, const Lines &second);
 
-// The bytes that pairs of hexadecimal digits stand for.
-Bytes hex(const std::string &text);
-
-// `bytes` with `others` in the place of those at `offset`.
-Bytes with(Bytes bytes, size_t offset, const Bytes &others);
-
 // The first `size` bytes of a record in memory that was zero, once this content has been read.
 Bytes taken(const Bytes &content, size_t size);
 
 // The path of a settings file.
 std::string pathOf(const std::string &name);
-
-// Writes a file, in a directory that may be new; reads one, "" if it is not there.
-void put(const std::string &path, const Bytes &content);
-Bytes contentOf(const std::string &path);
 
 // An expected file.
 Bytes firstStart(const std::string &name);
