@@ -41,7 +41,7 @@ void resetResolution(Resolution &resolution)
     resolution.width = 1920;
     resolution.height = 1080;
     resolution.frameRate = 60;
-    resolution.sizeClass = 0;
+    resolution.sizeClass = kSizeClassOrdinary;
 }
 
 template <size_t kSize> void numberEntries(uint8_t (&table)[kSize])

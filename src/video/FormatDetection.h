@@ -1,0 +1,24 @@
+#pragma once
+
+// From numbers back to a video format id: what arrives on an input, or what size is wanted. The way
+// from an id to its numbers is video/VideoFormatTable.h.
+//
+// Formats of one timing cannot be told apart, and the lowest id wins: 59.94 Hz is reported as 60
+// Hz, and a quarter of a format 7680 wide as 1920x1080. Any number may be passed. Main loop only.
+
+#include <cstdint>
+
+// The first id, 0 to 123, whose timing is near the measured one: active width (pixels) and height
+// (lines) within 1, totals (pixels in a line, lines in a frame) and frequency (whole Hz) within 4.
+// Where none is near, the result of isInterlaceFormat().
+uint8_t GetVideoFormat(int32_t hde, int32_t vde, int32_t htotal, int32_t vtotal, int32_t vfreq);
+
+// The interlaced format, 36 to 39, 71 or 72, whose field has the measured timing, by the same
+// tolerances; 126 where none has. Lines are those of one field, the frequency is that of fields.
+//
+// Not IsInterlaceFormat(), of video/FormatClass.h, which says whether an id is an interlaced one.
+uint8_t isInterlaceFormat(int32_t hde, int32_t vde, int32_t htotal, int32_t vtotal, int32_t vfreq);
+
+// The first id, 0 to 123, whose active size is exactly that, in pixels and lines; 126 where none
+// is. The formats named 7680 or 8192 wide count with the width of one of their quarters.
+uint8_t GetFormatByHdeVde(int32_t hde, int32_t vde);
