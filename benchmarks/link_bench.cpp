@@ -1,0 +1,267 @@
+// The Mervo link against a device that answers at once: what a command and its answer cost in
+// memory and over a stream, each beside the same without the link, and what the window costs a
+// sender.
+
+#include <benchmark/benchmark.h>
+
+#include <charconv>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+#include "link/mervoProtocol.h"
+
+namespace {
+
+constexpr int32_t kFrame = 19;
+constexpr uint32_t kWindow = 29; // commands that may be unanswered when another one is sent
+
+[[noreturn]] void stop(const char *what)
+{
+    std::perror(what);
+    std::exit(4);
+}
+
+// The link under measure, and the pipe that it receives from.
+MervoLink mervo;
+uint8_t storage[4096];
+struct pipe received;
+uint32_t answers;
+
+void countAnswer(MervoLink * /*link*/, const uint8_t *answer)
+{
+    benchmark::DoNotOptimize(answer[3]);
+    ++answers;
+}
+
+void openLink(int32_t (*send)(const uint8_t *bytes, int32_t length))
+{
+    pipe_init(&received, storage, sizeof storage);
+    Init_MervoProtocol(&mervo, &received, countAnswer, send);
+    answers = 0;
+}
+
+// In memory --------------------------------------------------------------------------------------
+
+// The answer to a command: the command itself, from the device.
+int32_t answerAtOnce(const uint8_t *bytes, int32_t length)
+{
+    for (int32_t i = 0; i < length; ++i) {
+        pipe_write(&received, i == 1 ? uint8_t{'F'} : bytes[i]);
+    }
+    return length;
+}
+
+void linkCommand(benchmark::State &state)
+{
+    openLink(answerAtOnce);
+    uint32_t data = 0;
+    for (auto _ : state) {
+        SendCmdNoWait_MervoProtocol(&mervo, 1, 2, data, data >> 8, data >> 16, data >> 24);
+        Task_MervoProtocol(&mervo);
+        ++data;
+    }
+    if (answers != data) {
+        state.SkipWithError("an answer is missing");
+    }
+}
+BENCHMARK(linkCommand);
+
+// The same frame printed, carried byte by byte through the same pipe, and taken apart by the
+// standard library.
+void standardCommand(benchmark::State &state)
+{
+    openLink(answerAtOnce);
+    uint32_t data = 0;
+    for (auto _ : state) {
+        char frame[kFrame + 1];
+        const auto byte = [&data](uint32_t shift) { return data >> shift & 0xFF; };
+        const uint32_t sum = data + 3 + byte(0) + byte(8) + byte(16) + byte(24);
+        std::snprintf(frame, sizeof frame, "<T%02x%02x%02x%02x%02x%02x%02x%02x>", 1u, byte(0), 2u,
+                      byte(0), byte(8), byte(16), byte(24), sum & 0xFF);
+        answerAtOnce(reinterpret_cast<const uint8_t *>(frame), kFrame);
+        uint8_t answer[kFrame];
+        for (uint8_t &character : answer) {
+            pipe_read(&received, &character);
+        }
+        const char *const digits = reinterpret_cast<const char *>(answer) + 2;
+        for (uint32_t i = 0; i < 8; ++i) {
+            uint8_t value = 0;
+            std::from_chars(digits + 2 * i, digits + 2 * i + 2, value, 16);
+            benchmark::DoNotOptimize(value);
+        }
+        ++data;
+    }
+}
+BENCHMARK(standardCommand);
+
+// Over a stream ----------------------------------------------------------------------------------
+
+// The two ends of a stream, and a device at the far one that answers what it has read in one piece.
+int nearEnd = -1;
+
+void answerForEver(int end)
+{
+    uint8_t bytes[kFrame * 256];
+    size_t count = 0;
+    for (;;) {
+        const ssize_t more = read(end, bytes + count, sizeof bytes - count);
+        if (more <= 0) {
+            close(end);
+            return;
+        }
+        count += static_cast<size_t>(more);
+        const size_t whole = count - count % kFrame;
+        for (size_t frame = 0; frame < whole; frame += kFrame) {
+            bytes[frame + 1] = 'F';
+        }
+        if (whole > 0 && write(end, bytes, whole) != static_cast<ssize_t>(whole)) {
+            stop("the device");
+        }
+        count -= whole;
+        std::memmove(bytes, bytes + whole, count);
+    }
+}
+
+class AnsweringDevice {
+public:
+    AnsweringDevice()
+    {
+        int ends[2];
+        if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+            stop("socketpair");
+        }
+        nearEnd = ends[0];
+        thread_ = std::thread(answerForEver, ends[1]);
+    }
+    ~AnsweringDevice()
+    {
+        close(nearEnd);
+        thread_.join();
+    }
+    AnsweringDevice(const AnsweringDevice &) = delete;
+    AnsweringDevice &operator=(const AnsweringDevice &) = delete;
+
+private:
+    std::thread thread_;
+};
+
+int32_t sendToDevice(const uint8_t *bytes, int32_t length)
+{
+    return static_cast<int32_t>(write(nearEnd, bytes, static_cast<size_t>(length)));
+}
+
+// Waits for bytes and hands them to the link, as a receive thread would.
+void receiveFromDevice()
+{
+    uint8_t bytes[kFrame * 64];
+    const ssize_t count = read(nearEnd, bytes, sizeof bytes);
+    if (count <= 0) {
+        stop("the stream");
+    }
+    for (ssize_t i = 0; i < count; ++i) {
+        pipe_write(&received, bytes[i]);
+    }
+    while (pipe_isEmpty(&received) == 0) {
+        Task_MervoProtocol(&mervo);
+    }
+}
+
+void linkOverStream(benchmark::State &state)
+{
+    const AnsweringDevice device;
+    openLink(sendToDevice);
+    uint32_t data = 0;
+    for (auto _ : state) {
+        while (canSendCmd_mervo(&mervo, 1) == 0) {
+            receiveFromDevice();
+        }
+        SendCmdNoWait_MervoProtocol(&mervo, 1, 2, data, data >> 8, data >> 16, data >> 24);
+        ++data;
+    }
+    while (answers < data) {
+        receiveFromDevice();
+    }
+    state.counters["commands/s"] = benchmark::Counter(data, benchmark::Counter::kIsRate);
+}
+BENCHMARK(linkOverStream)->UseRealTime();
+
+// One frame over and over, as many of them unanswered, and the answers only counted.
+void plainOverStream(benchmark::State &state)
+{
+    const AnsweringDevice device;
+    const char *const frame = "<T0101020304050616>";
+    uint64_t sent = 0;
+    uint64_t receivedBytes = 0;
+    const auto receive = [&receivedBytes] {
+        uint8_t bytes[kFrame * 64];
+        const ssize_t count = read(nearEnd, bytes, sizeof bytes);
+        if (count <= 0) {
+            stop("the stream");
+        }
+        receivedBytes += static_cast<uint64_t>(count);
+    };
+    for (auto _ : state) {
+        while (sent - receivedBytes / kFrame > kWindow) {
+            receive();
+        }
+        sendToDevice(reinterpret_cast<const uint8_t *>(frame), kFrame);
+        ++sent;
+    }
+    while (receivedBytes < sent * kFrame) {
+        receive();
+    }
+    state.counters["commands/s"] =
+        benchmark::Counter(static_cast<double>(sent), benchmark::Counter::kIsRate);
+}
+BENCHMARK(plainOverStream)->UseRealTime();
+
+// At the edge of the window
+// ------------------------------------------------------------------------
+
+// A sender that leaves the answers to SendCmd_MervoProtocol: nobody parses them before the window
+// is full. `commands` from the second on, the first one having shown that the device answers.
+void sendCommands(benchmark::State &state, uint32_t commands)
+{
+    for (auto _ : state) {
+        state.PauseTiming();
+        openLink(answerAtOnce);
+        SendCmdAndWait_MervoProtocol(&mervo, 1, 2, 0, 0, 0, 0);
+        state.ResumeTiming();
+        for (uint32_t i = 0; i < commands; ++i) {
+            SendCmd_MervoProtocol(&mervo, 1, 2, i, 0, 0, 0);
+        }
+    }
+}
+
+void linkFillsTheWindow(benchmark::State &state)
+{
+    sendCommands(state, kWindow);
+}
+BENCHMARK(linkFillsTheWindow)->UseRealTime();
+
+void linkOneBeyondTheWindow(benchmark::State &state)
+{
+    sendCommands(state, kWindow + 1);
+}
+BENCHMARK(linkOneBeyondTheWindow)->UseRealTime();
+
+void linkTenBeyondTheWindow(benchmark::State &state)
+{
+    sendCommands(state, kWindow + 10);
+}
+BENCHMARK(linkTenBeyondTheWindow)->UseRealTime();
+
+void sleepOfOneMillisecond(benchmark::State &state)
+{
+    for (auto _ : state) {
+        usleep(1000);
+    }
+}
+BENCHMARK(sleepOfOneMillisecond)->UseRealTime();
+
+} // namespace
