@@ -7,14 +7,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <iterator>
 #include <map>
-#include <ostream>
 #include <set>
-#include <sstream>
 #include <string>
 #include <tuple>
 #include <type_traits>
@@ -24,6 +20,7 @@
 #include <gtest/gtest.h>
 
 #include "storage/UserSetting.h"
+#include "tests/video/format_files.h"
 
 namespace {
 
@@ -34,140 +31,6 @@ static_assert(std::is_const_v<decltype(tVideoDefine)>);
 static_assert(std::is_const_v<decltype(tVideoFormatStr)>);
 static_assert(std::is_const_v<std::remove_pointer_t<decltype(tVideoFormatStr)::value_type>>);
 static_assert(std::is_const_v<std::remove_reference_t<decltype(tGS4911_VID_STD[0])>>);
-
-// The table in files ------------------------------------------------------------------------------
-
-struct Row {
-    uint32_t id;
-    std::string name;
-    uint32_t resIndex, width, height, hTotal, vTotal, hStart, vStart, vFreq, hSync, vSync, polarity;
-    uint32_t pixelClock, gs4911;
-    bool operator==(const Row &) const = default;
-};
-
-std::ostream &operator<<(std::ostream &out, const Row &row)
-{
-    out << row.id << ' ' << row.name;
-    for (const uint32_t value :
-         {row.resIndex, row.width, row.height, row.hTotal, row.vTotal, row.hStart, row.vStart,
-          row.vFreq, row.hSync, row.vSync, row.polarity, row.pixelClock, row.gs4911}) {
-        out << ' ' << value;
-    }
-    return out;
-}
-
-// The whole of `text` as a number; what is none fails the test.
-uint32_t number(const std::string &text)
-{
-    char *end = nullptr;
-    const unsigned long value = std::strtoul(text.c_str(), &end, 0);
-    EXPECT_TRUE(end != text.c_str() && *end == '\0') << '"' << text << '"';
-    return static_cast<uint32_t>(value);
-}
-
-std::vector<std::string> split(const std::string &text, const std::string &separator)
-{
-    std::vector<std::string> parts;
-    size_t from = 0;
-    for (size_t to; (to = text.find(separator, from)) != std::string::npos;) {
-        parts.push_back(text.substr(from, to - from));
-        from = to + separator.size();
-    }
-    parts.push_back(text.substr(from));
-    return parts;
-}
-
-Row rowOfCells(const std::vector<std::string> &cells)
-{
-    Row row{};
-    row.id = number(cells[0]);
-    row.name = cells[1];
-    uint32_t *const fields[] = {&row.resIndex, &row.width,  &row.height,   &row.hTotal,
-                                &row.vTotal,   &row.hStart, &row.vStart,   &row.vFreq,
-                                &row.hSync,    &row.vSync,  &row.polarity, &row.pixelClock,
-                                &row.gs4911};
-    for (size_t i = 0; i < std::size(fields); ++i) {
-        *fields[i] = number(cells[2 + i]);
-    }
-    return row;
-}
-
-std::vector<Row> exchanged; // the table as engineers exchange it; every case reads it first
-
-void readExchanged()
-{
-    std::ifstream file(FORMATS_FILE);
-    std::string line;
-    std::getline(file, line);
-    ASSERT_EQ(line, "id,name,res_index,width,height,h_total,v_total,h_start,v_start,v_freq,h_sync,"
-                    "v_sync,polarity,pixel_clock,gs4911");
-    while (std::getline(file, line)) {
-        const std::vector<std::string> cells = split(line, ",");
-        ASSERT_EQ(cells.size(), 15u) << line;
-        ASSERT_EQ(number(cells[0]), exchanged.size());
-        exchanged.push_back(rowOfCells(cells));
-    }
-    ASSERT_EQ(exchanged.size(), 124u);
-}
-
-// The rows of the table with this heading in this chapter of the document.
-std::vector<std::vector<std::string>> tableOf(const std::string &chapter,
-                                              const std::string &heading)
-{
-    std::ifstream document(FORMATS_DOCUMENT);
-    std::vector<std::vector<std::string>> rows;
-    bool isInChapter = false;
-    bool isInTable = false;
-    for (std::string line; std::getline(document, line);) {
-        if (line.rfind("## ", 0) == 0) {
-            isInChapter = line == "## " + chapter;
-        }
-        if (line.rfind("| ", 0) != 0 && line.rfind("|-", 0) != 0) {
-            isInTable = false;
-        } else if (isInChapter && line == "| " + heading + " |") {
-            isInTable = true;
-        } else if (isInTable && line.rfind("| ", 0) == 0) {
-            rows.push_back(split(line.substr(2, line.size() - 4), " | "));
-        }
-    }
-    return rows;
-}
-
-// The document with its lines behind each other, so that a sentence is found wherever it is broken.
-const std::string &documentText()
-{
-    static const std::string all = [] {
-        std::ifstream document(FORMATS_DOCUMENT);
-        EXPECT_TRUE(document.good()) << FORMATS_DOCUMENT;
-        std::string text{std::istreambuf_iterator<char>(document), {}};
-        std::replace(text.begin(), text.end(), '\n', ' ');
-        return text;
-    }();
-    return all;
-}
-
-bool documentSays(const std::string &sentence)
-{
-    return documentText().find(sentence) != std::string::npos;
-}
-
-// The numbers in "1, 2", "9 to 18" or "5".
-std::vector<uint32_t> numbersIn(const std::string &text)
-{
-    std::vector<uint32_t> numbers;
-    for (const std::string &part : split(text, ", ")) {
-        const std::vector<std::string> ends = split(part, " to ");
-        for (uint32_t n = number(ends.front()); n <= number(ends.back()); ++n) {
-            numbers.push_back(n);
-        }
-    }
-    return numbers;
-}
-
-std::string quoted(const std::string &text)
-{
-    return '`' + text + '`';
-}
 
 // What is expected of every operation ------------------------------------------------------------
 
@@ -207,9 +70,9 @@ struct Operation {
     bool followsExternInput = true;
 };
 
-uint32_t askIsInterlaceFormat(uint32_t id)
+template <int32_t (*isOfClass)(uint32_t id)> uint32_t askFor(uint32_t id)
 {
-    return static_cast<uint32_t>(IsInterlaceFormat(id));
+    return static_cast<uint32_t>(isOfClass(id));
 }
 
 const Operation kOperations[] = {
@@ -249,8 +112,20 @@ const Operation kOperations[] = {
      static_cast<uint32_t>(uint64_t{0xF001} * 0xF102 * 0x30047), 64995840},
     {"GetGS4911ByVideoFormat", GetGS4911ByVideoFormat, "GS4911",
      [](const Row &row) { return row.gs4911; }, "45", 45, 45, false},
-    {"IsInterlaceFormat", askIsInterlaceFormat, "1 if interlaced, else 0",
+    {"IsInterlaceFormat", askFor<IsInterlaceFormat>, "1 if interlaced, else 0",
      [](const Row &row) { return isInterlaced(row.id) ? 1u : 0u; }, "0", 0, 0},
+    {"IsSDFormat", askFor<IsSDFormat>, "1 for 36, 37, 71 and 72, else 0",
+     [](const Row &row) { return isInterlaced(row.id) && row.height < 1080 ? 1u : 0u; }, "0", 0, 0,
+     false},
+    {"Is4K2K_Format", askFor<Is4K2K_Format>, "1 for 73 to 107, else 0",
+     [](const Row &row) { return row.id >= 73 && row.id <= 107 ? 1u : 0u; },
+     "1 if resolution sizeClass is 1, else 0", 0, 0},
+    {"Is8K1K_Format", askFor<Is8K1K_Format>, "1 for 108 to 123, else 0",
+     [](const Row &row) { return row.id >= 108 ? 1u : 0u; },
+     "1 if resolution sizeClass is 2, else 0", 0, 0},
+    {"Is4K2K_8K1K_Format", askFor<Is4K2K_8K1K_Format>, "1 for 73 to 123, else 0",
+     [](const Row &row) { return row.id >= 73 ? 1u : 0u; },
+     "0 if resolution sizeClass is 0, else 1", 1, 0},
 };
 
 // The answer for an id while the external input has the format `external`.
