@@ -1,0 +1,142 @@
+#include "tests/link/far_end.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "tests/fakes/clock.h"
+
+FarEnd farEnd;
+
+extern "C" {
+int32_t __real__Z9pipe_readP4pipePh(struct pipe *pipe, uint8_t *out);
+int32_t __wrap__Z9pipe_readP4pipePh(struct pipe *pipe, uint8_t *out);
+
+int32_t __wrap__Z9pipe_readP4pipePh(struct pipe *pipe, uint8_t *out)
+{
+    const int32_t isRead = __real__Z9pipe_readP4pipePh(pipe, out);
+    if (isRead == 0) {
+        farEnd.events.emplace_back("empty");
+        return isRead;
+    }
+    if (farEnd.events.empty() || !farEnd.events.back().starts_with("read ")) {
+        farEnd.events.emplace_back("read ");
+    }
+    farEnd.events.back() += static_cast<char>(*out);
+    return isRead;
+}
+}
+
+std::string textOf(const uint8_t *bytes, size_t length)
+{
+    return {reinterpret_cast<const char *>(bytes), length};
+}
+
+int32_t sendToFarEnd(const uint8_t *bytes, int32_t length)
+{
+    const std::string text = length > 0 ? textOf(bytes, static_cast<size_t>(length)) : "";
+    farEnd.sent.push_back({bytes, length, text});
+    farEnd.events.push_back("send " + text);
+    return farEnd.onSend ? farEnd.onSend() : length;
+}
+
+void noteAnswer(MervoLink *link, const uint8_t *answer)
+{
+    farEnd.answers.push_back({link, textOf(answer, 8)});
+    farEnd.events.emplace_back("answer");
+    if (farEnd.onAnswer) {
+        farEnd.onAnswer(link);
+    }
+}
+
+OpenLink::OpenLink() : link(), pipe(), storage_()
+{
+    farEnd = {};
+    fakeClock = {};
+    fakeClock.setMs(1000000);
+    fakeClock.afterReading = [] { farEnd.events.emplace_back("clock"); };
+    fakeClock.onSleep = [] {
+        const std::string slept = std::to_string(fakeClock.sleepsUs.back());
+        farEnd.events.push_back("sleep " + slept);
+        if (farEnd.onSleep) {
+            farEnd.onSleep(fakeClock.sleepsUs.size());
+        }
+    };
+    pipe_init(&pipe, storage_.data(), static_cast<uint16_t>(storage_.size()));
+    Init_MervoProtocol(&link, &pipe, noteAnswer, sendToFarEnd);
+}
+
+void OpenLink::receive(std::string_view bytes)
+{
+    for (const char byte : bytes) {
+        if (pipe_write(&pipe, static_cast<uint8_t>(byte)) == 0) {
+            ADD_FAILURE() << "the pipe is full";
+        }
+    }
+}
+
+void OpenLink::stand(uint8_t sequence, uint8_t acknowledged)
+{
+    link.answered = 1;
+    link.sequence = sequence;
+    link.acknowledged = acknowledged;
+}
+
+int OpenLink::parse(std::string_view bytes)
+{
+    int answers = 0;
+    for (const char byte : bytes) {
+        const int32_t result = _interpret_cmd_char(&link, static_cast<uint8_t>(byte));
+        EXPECT_TRUE(result == 0 || result == 1) << result;
+        answers += result;
+    }
+    return answers;
+}
+
+std::string OpenLink::unread()
+{
+    std::string text;
+    uint8_t byte = 0;
+    while (__real__Z9pipe_readP4pipePh(&pipe, &byte) != 0) {
+        text += static_cast<char>(byte);
+    }
+    return text;
+}
+
+std::string commandFrame(uint8_t address, uint8_t number, uint8_t command, uint8_t data1,
+                         uint8_t data2, uint8_t data3, uint8_t data4)
+{
+    const int sum = address + number + command + data1 + data2 + data3 + data4;
+    char text[32];
+    std::snprintf(text, sizeof text, "<T%.2x%.2x%.2x%.2x%.2x%.2x%.2x%.2x>", address, number,
+                  command, data1, data2, data3, data4, sum % 256);
+    return text;
+}
+
+std::string answerFrame(uint8_t number, uint32_t data)
+{
+    const uint32_t bytes[] = {data % 256, data / 256 % 256, data / 65536 % 256, data / 16777216};
+    const uint32_t sum = 1u + number + 2u + bytes[0] + bytes[1] + bytes[2] + bytes[3];
+    char text[32];
+    std::snprintf(text, sizeof text, "<F01%.2x02%.2x%.2x%.2x%.2x%.2x>", number, bytes[0], bytes[1],
+                  bytes[2], bytes[3], sum % 256);
+    return text;
+}
+
+testing::AssertionResult isLink(const MervoLink &link, const MervoLink &expected)
+{
+    using Bytes = std::array<uint8_t, sizeof(MervoLink)>;
+    Bytes is;
+    Bytes should;
+    std::memcpy(is.data(), &link, sizeof link);
+    std::memcpy(should.data(), &expected, sizeof expected);
+    if (is == should) {
+        return testing::AssertionSuccess();
+    }
+    testing::AssertionResult result = testing::AssertionFailure();
+    for (size_t i = 0; i < is.size(); ++i) {
+        if (is[i] != should[i]) {
+            result << " byte " << i << " is " << +is[i] << " instead of " << +should[i] << ';';
+        }
+    }
+    return result;
+}
