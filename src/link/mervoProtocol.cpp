@@ -23,8 +23,9 @@ constexpr uint8_t kEnd = 3;
 
 constexpr uint8_t kAnswerDigits = 16;
 
-// What ends a wait for room.
-enum class RoomWait : uint8_t { kRoom, kAcknowledged, kTimedOut };
+// Places in an answer's bytes.
+constexpr uint32_t kAnswerSequence = 1;
+constexpr uint32_t kAnswerData = 3;
 
 int32_t readByte(const MervoLink *link, uint8_t *out)
 {
@@ -41,22 +42,22 @@ bool isTimedOut(uint32_t start, uint32_t timeout)
     return isSysTickTimeout(static_cast<int32_t>(start), timeout) != 0;
 }
 
-// Of a time-out the caller tells.
-RoomWait waitForRoom(MervoLink *link, uint32_t address)
+// False after a time-out, of which the caller tells.
+bool waitForRoom(MervoLink *link, uint32_t address)
 {
     const uint32_t start = GetSysTick();
     while (canSendCmd_mervo(link, address) == 0 && link->answered != 0) {
         Task_MervoProtocol(link);
         if (isAcknowledged(link)) {
-            return RoomWait::kAcknowledged;
+            return true;
         }
         if (isTimedOut(start, kAnswerMs)) {
             link->answered = 0;
-            return RoomWait::kTimedOut;
+            return false;
         }
         SysDelay1ms(1);
     }
-    return RoomWait::kRoom;
+    return true;
 }
 
 // Takes one of the 16 digits, whatever character it is.
@@ -77,7 +78,7 @@ void completeAnswer(MervoLink *link)
 {
     link->state = kHunt;
     link->count = 0;
-    link->acknowledged = link->answerInProgress[1];
+    link->acknowledged = link->answerInProgress[kAnswerSequence];
     std::memcpy(link->lastAnswer, link->answerInProgress, sizeof link->lastAnswer);
     link->answered = 1;
     if (link->onAnswer != nullptr) {
@@ -179,7 +180,7 @@ int32_t SendCmd_MervoProtocol(MervoLink *link, uint32_t address, uint32_t comman
                               uint32_t data2, uint32_t data3, uint32_t data4)
 {
     _send_cmd_mervo(link, address, command, data1, data2, data3, data4);
-    if (waitForRoom(link, address) == RoomWait::kTimedOut) {
+    if (!waitForRoom(link, address)) {
         std::printf("1. can't receive %d = %d\r\n", static_cast<uint8_t>(address), link->sequence);
         return 0;
     }
@@ -195,16 +196,11 @@ int32_t SendCmdAndDataBlock_MervoProtocol(MervoLink *link, uint32_t address, uin
         SetBufferCheckSum(block, static_cast<uint32_t>(length));
         link->send(block, length);
     }
-    switch (waitForRoom(link, address)) {
-    case RoomWait::kRoom:
-        return link->answered; // not always 1: by 0 the caller knows that no device may be there
-    case RoomWait::kAcknowledged:
-        return 1;
-    case RoomWait::kTimedOut:
+    if (!waitForRoom(link, address)) {
         std::printf("4. can't receive %d = %d\r\n", static_cast<uint8_t>(address), link->sequence);
-        break;
     }
-    return 0;
+    // 0 also where there was nothing to wait for, and nobody may be there to take the block.
+    return link->answered;
 }
 
 int32_t WaitAck_MervoProtocol(MervoLink *link, uint32_t address, uint32_t timeout)
@@ -237,7 +233,7 @@ uint32_t SendCmdAndWait_MervoProtocol(MervoLink *link, uint32_t address, uint32_
     if (WaitAck_MervoProtocol(link, address, timeout) == 0) {
         return 0;
     }
-    const uint8_t *const data = &link->lastAnswer[3];
+    const uint8_t *const data = &link->lastAnswer[kAnswerData];
     return static_cast<uint32_t>(data[0]) | static_cast<uint32_t>(data[1]) << 8 |
            static_cast<uint32_t>(data[2]) << 16 | static_cast<uint32_t>(data[3]) << 24;
 }

@@ -10,9 +10,11 @@
 // one does in this version. A link is worked by one thread, the pipe's reader: all operations on it
 // are that thread's.
 //
-// Answers are parsed by Task_MervoProtocol() and while an operation waits. A sender waits only for
-// a device that is known to answer: at first, and after each time-out, answers pile up in the pipe
-// until the owner calls Task_MervoProtocol(), WaitAck_... or SendCmdAndWait_MervoProtocol().
+// Answers are parsed, one at a time, by Task_MervoProtocol() and whenever a wait looks for one. A
+// sender waits only for a device that is known to answer; at first, and after each time-out,
+// answers pile up in the pipe until the owner calls Task_MervoProtocol(). It does so until the pipe
+// is empty before a command that waits: behind three answers the 20 ms below run out, though the
+// device answers. Every wait goes by the wall clock and ends late where that is set back.
 //
 // Addresses, commands and data are bytes: of what is passed only the low 8 bits count. The device's
 // address is sent, printed, and compared with nothing.
@@ -39,7 +41,8 @@ struct MervoLink {
     // command, and SendCmdAndWait_MervoProtocol() returns the result of the newer one.
     void (*onAnswer)(MervoLink *link, const uint8_t *answer) = nullptr;
 
-    // Writes bytes to the transport. Its result is handed back by the operations that say so.
+    // Writes bytes to the transport, all of them: nothing is sent again. Its result is handed back
+    // by the operations that say so, and looked at by none.
     int32_t (*send)(const uint8_t *bytes, int32_t length) = nullptr;
 
     struct pipe *receivePipe = nullptr; // may be null: nothing is received then
@@ -73,12 +76,12 @@ void Task_MervoProtocol(MervoLink *link);
 // dropped silently; the checksum of one is not looked at.
 int32_t _interpret_cmd_char(MervoLink *link, uint8_t character);
 
-// Sends a command under the next number; returns what `send` returns. All others that send a
-// command ignore its result.
+// Sends a command under the next number; returns what `send` returns. The operations below that
+// send a command ignore that.
 int32_t _send_cmd_mervo(MervoLink *link, uint32_t address, uint32_t command, uint32_t data1,
                         uint32_t data2, uint32_t data3, uint32_t data4);
 
-// 1 while fewer than 30 commands are unanswered, else 0.
+// 1 while fewer than 30 commands are unanswered, counted modulo 256; else 0. `address` is not used.
 int32_t canSendCmd_mervo(const MervoLink *link, uint32_t address);
 
 // Sends a command; returns 1.
@@ -92,8 +95,9 @@ int32_t SendCmd_MervoProtocol(MervoLink *link, uint32_t address, uint32_t comman
                               uint32_t data2, uint32_t data3, uint32_t data4);
 
 // The same with a block of `length` raw bytes behind the command. Its last byte is their checksum:
-// the sum of those before it is written there. A length of 0 or below sends none. Unlike above,
-// where there is room the result is 1 only if the device is known to answer, else 0.
+// the sum of those before it is written there. A length of 0 or below sends none. Unlike above, the
+// result is 1 only if the device is known to answer at the end: 0 also, at once and without a
+// message, for one that is not.
 int32_t SendCmdAndDataBlock_MervoProtocol(MervoLink *link, uint32_t address, uint32_t command,
                                           uint32_t data1, uint32_t data2, uint32_t data3,
                                           uint32_t data4, uint8_t *block, int32_t length);
@@ -104,8 +108,8 @@ int32_t SendCmdAndDataBlock_MervoProtocol(MervoLink *link, uint32_t address, uin
 int32_t WaitAck_MervoProtocol(MervoLink *link, uint32_t address, uint32_t timeout);
 
 // Sends a command and waits for its answer: 3000 ms, or 20 ms on a device that is not known to
-// answer. Returns data 1 to 4 of the answer, data 1 lowest; 0 after a time-out, as WaitAck_...
-// tells, and when that is the answer.
+// answer. Returns data 1 to 4 of the answer, data 1 lowest; 0 after a time-out, with the message of
+// WaitAck_MervoProtocol(), and when that is the answer. `answered` tells them apart: 0 and 1.
 uint32_t SendCmdAndWait_MervoProtocol(MervoLink *link, uint32_t address, uint32_t command,
                                       uint32_t data1, uint32_t data2, uint32_t data3,
                                       uint32_t data4);
@@ -114,7 +118,7 @@ uint32_t SendCmdAndWait_MervoProtocol(MervoLink *link, uint32_t address, uint32_
 int32_t SendBuffer_MervoProtocol(MervoLink *link, const uint8_t *bytes, int32_t length);
 
 // Takes received bytes as they are, answers among them unparsed, until there are `maximum` of them
-// or `timeout` milliseconds have passed. Returns how many it stored. One is stored if one is there,
-// even with a `maximum` of 0: the buffer needs room for it.
+// or `timeout` milliseconds have passed, which is looked at behind every byte. Returns how many it
+// stored. One is stored if one is there, even with a `maximum` of 0: the buffer needs room for it.
 uint32_t ReceiveBuffer_MervoProtocol(MervoLink *link, uint8_t *buffer, uint32_t maximum,
                                      uint32_t timeout);

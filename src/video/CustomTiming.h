@@ -5,7 +5,7 @@
 // system's own. docs/video-formats.md has the steps, and where they part from the standard.
 //
 // The same on every processor, bit for bit. Main loop only; getCustomTimming() only behind
-// malloc_saveView().
+// malloc_saveView() (storage/UserSetting.h), whose record it changes and does not save.
 
 #include <cstdint>
 
@@ -14,9 +14,9 @@
 // are. Returns 0 and changes nothing when the pixel clock, cut to whole MHz, is above 600, with a
 // message, or when a number is below 1, without one.
 //
-// Nothing else is checked, and every field is cut to its 16 bits: with fewer than 3 blanking lines
-// (few lines, or a low rate) the vertical start wraps. Above 2173 Hz no time is left for a line:
-// what comes out there is of no use, and mostly accepted.
+// Nothing else is checked, and the timing's fields are cut to 16 bits: with fewer than 3 blanking
+// lines (few lines, or a low rate) the vertical start wraps. Above 2173 Hz no time is left for a
+// line: what comes out there is of no use, and mostly accepted.
 int32_t getCustomTimming(int32_t width, int32_t height, int32_t rate);
 
 // What getCustomTimming() would return; stores and prints nothing.

@@ -3,8 +3,9 @@
 // From numbers back to a video format id: what arrives on an input, or what size is wanted. The way
 // from an id to its numbers is video/VideoFormatTable.h.
 //
-// Formats of one timing cannot be told apart, and the lowest id wins: 59.94 Hz is reported as 60
-// Hz, and a quarter of a format 7680 wide as 1920x1080. Any number may be passed. Main loop only.
+// Formats of one timing cannot be told apart, and the lowest id wins: 1920x1080 at 59.94 Hz is
+// reported as 60 Hz, and so is a quarter of 7680x1080. docs/video-formats.md lists what is never
+// reported. Any number may be passed. Main loop only.
 
 #include <cstdint>
 
