@@ -749,13 +749,24 @@ TEST(CustomTiming, TheStandardHasMoreLinesWhereAWholeNumberLiesBetweenOrItsLeast
     EXPECT_EQ(found, std::size(kMoreLines));
 }
 
+// 29 x 1939 x 2632 = 147999992, which single precision holds as 148000000.
+const Mode kRoundedUp = {2472, 1913, 29};
+
 TEST(CustomTiming, TheClockIsThatOfTheStandardCutToWholeMegahertzWhereTheLinesAreTheSame)
 {
     int32_t whole = 0;
+    int32_t roundedUp = 0;
     for (const Compared &mode : readCompared()) {
         const auto pixels = [&](int64_t lines) { return mode.mode.rate * lines * mode.cvtHTotal; };
         EXPECT_EQ(hundredths(mode.cvtClock), pixels(mode.cvtVTotal) / 250000 * 25) << mode.mode;
         const uint32_t clock = number(mode.clock);
+        if (mode.mode == kRoundedUp) {
+            ++roundedUp;
+            EXPECT_EQ(clock, 148u);
+            EXPECT_EQ(mode.cvtClock, "147.75");
+            EXPECT_EQ(mode.vTotal, mode.cvtVTotal);
+            continue;
+        }
         EXPECT_LE(100 * clock, hundredths(mode.cvtClock)) << mode.mode;
         if (!mode.isStored) {
             continue;
@@ -766,6 +777,7 @@ TEST(CustomTiming, TheClockIsThatOfTheStandardCutToWholeMegahertzWhereTheLinesAr
             whole += hundredths(mode.cvtClock) % 100 == 0 ? 1 : 0;
         }
     }
+    EXPECT_EQ(roundedUp, 1);
     EXPECT_GT(whole, 5); // in these the public clock and this one are equal
 }
 
@@ -881,6 +893,8 @@ TEST(CustomTiming, TheSentencesOfTheDocumentHold)
         " 640x480@2500 is stored, with a V total of −3191, which the field shows as 62345. "));
     EXPECT_EQ(make({640, 480, 2500}), kStored);
     EXPECT_EQ(getCustomvTotal(), 62345u);
+    EXPECT_TRUE(documentSays("2472x1913@29 has 148 MHz, the public clock is 147.75."));
+    EXPECT_TRUE(documentSays("The limit is 600 MHz, so that 600.9 passes."));
     // From the smallest height that has 3 blanking lines on.
     EXPECT_TRUE(documentSays(" V start is below 0 then, and its field shows 65534 or 65535. "));
     for (const auto &[height, vStart] : std::map<int32_t, uint32_t>{
@@ -888,6 +902,9 @@ TEST(CustomTiming, TheSentencesOfTheDocumentHold)
         EXPECT_EQ(make({1920, height, 60}), kStored); // 27540 / 972400 lines each, cut, and one
         EXPECT_EQ(getCustomvStart(), vStart) << height;
     }
+    EXPECT_TRUE(documentSays("A small height, or a low rate, has fewer than 3 blanking lines: "));
+    EXPECT_EQ(make({1920, 1080, 4}), kStored); // 459 / 231.1 cut, and one: 2 lines
+    EXPECT_EQ(getCustomvStart(), 65535u);
 }
 
 } // namespace
