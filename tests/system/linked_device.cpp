@@ -252,9 +252,7 @@ private:
 
     void execute(const Frame &frame, const std::string &block)
     {
-        const uint32_t index =
-            static_cast<uint32_t>(frame[3]) | static_cast<uint32_t>(frame[4]) << 8 |
-            static_cast<uint32_t>(frame[5]) << 16 | static_cast<uint32_t>(frame[6]) << 24;
+        const uint32_t index = dataOf(frame.data());
         ++report.commands;
         report.wrongAddresses += frame[0] != kDeviceAddress ? 1u : 0u;
         // One that is lost is counted once.

@@ -49,6 +49,13 @@ constexpr uint8_t blockByte(uint32_t index, size_t place)
     return static_cast<uint8_t>(index + 7 * place);
 }
 
+// Data 1 to 4 of a command or an answer of 8 bytes.
+constexpr uint32_t dataOf(const uint8_t *bytes)
+{
+    return static_cast<uint32_t>(bytes[3]) | static_cast<uint32_t>(bytes[4]) << 8 |
+           static_cast<uint32_t>(bytes[5]) << 16 | static_cast<uint32_t>(bytes[6]) << 24;
+}
+
 // The answer's data 1 to 4 as a number, data 1 lowest. Never 0 here.
 constexpr uint32_t answerTo(uint32_t index)
 {

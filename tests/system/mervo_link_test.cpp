@@ -49,10 +49,7 @@ std::vector<uint32_t> answers; // by the running numbers of their commands, as t
 // Which command an answer is to, by its data; its other bytes must be that command's too.
 uint32_t indexOf(const uint8_t *answer)
 {
-    const uint32_t data = static_cast<uint32_t>(answer[3]) | static_cast<uint32_t>(answer[4]) << 8 |
-                          static_cast<uint32_t>(answer[5]) << 16 |
-                          static_cast<uint32_t>(answer[6]) << 24;
-    const uint32_t index = data ^ answerTo(0);
+    const uint32_t index = dataOf(answer) ^ answerTo(0);
     const bool isCommands = answer[2] == kTell || answer[2] == kAsk || answer[2] >= kWithBlock;
     return answer[0] == kDeviceAddress && answer[1] == static_cast<uint8_t>(index + 1) && isCommands
                ? index

@@ -203,7 +203,7 @@ std::map<uint32_t, uint32_t> neverReported() // each with the id in its place
     return never;
 }
 
-// Every case has the exchanged table at hand. No case but the one about it has the settings in
+// Every case has the exchanged table at hand. But for those about it, no case has the settings in
 // memory, so that a look at them would be the end of the program.
 class FormatDetection : public testing::Test {
 protected:
