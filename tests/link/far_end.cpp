@@ -41,7 +41,7 @@ int32_t sendToFarEnd(const uint8_t *bytes, int32_t length)
 
 void noteAnswer(MervoLink *link, const uint8_t *answer)
 {
-    farEnd.answers.push_back({link, textOf(answer, 8)});
+    farEnd.answers.push_back({link, answer, textOf(answer, 8)});
     farEnd.events.emplace_back("answer");
     if (farEnd.onAnswer) {
         farEnd.onAnswer(link);

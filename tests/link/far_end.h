@@ -24,6 +24,7 @@ struct FarEnd {
     };
     struct Answer {
         MervoLink *link;
+        const uint8_t *from;
         std::string bytes;
     };
 

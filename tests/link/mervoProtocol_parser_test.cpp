@@ -398,6 +398,7 @@ TEST(MervoProtocol, OnAnswerIsCalledOnceAnAnswerWithTheLinkAndItsEightBytes)
     open.parse(">");
     ASSERT_EQ(farEnd.answers.size(), 2u);
     EXPECT_EQ(farEnd.answers[1].link, &open.link);
+    EXPECT_EQ(farEnd.answers[1].from, open.link.lastAnswer);
     EXPECT_EQ(farEnd.answers[1].bytes, "\x11\x12\x13\x14\x15\x16\x17\x18");
 }
 

@@ -419,11 +419,14 @@ TEST(MervoProtocol, ReceivingAMaximumOfZeroFromAnEmptyPipeWaitsForAByte)
 TEST(MervoProtocol, ReceivingFewerBytesThanAskedForTakesTheWholeTimeOut)
 {
     OpenLink open;
+    open.stand(9, 3);
+    const MervoLink expected = open.link;
     open.receive("ab");
     const Received two(open, 5, 25);
     EXPECT_EQ(two.count, 2u);
     EXPECT_EQ(two.text(), "ab######");
     EXPECT_EQ(fakeClock.sleepsUs, std::vector<uint32_t>(25, 1000));
+    EXPECT_TRUE(isLink(open.link, expected)) << "the device is known to answer still";
 }
 
 TEST(MervoProtocol, ReceivingNothingStoresNothing)

@@ -216,7 +216,7 @@ TEST(MervoProtocol, AnswerToANumberNeverSentMakesNoRoom)
     for (const Sender &sender : kSenders) {
         OpenLink open;
         open.stand(29, 0);
-        open.receive(answerFrame(31)); // 255 behind the window
+        open.receive(answerFrame(31)); // 30 counts as 255 behind it
         farEnd.onSleep = [&open](size_t count) {
             if (count == 10) {
                 open.receive(answerFrame(30));
@@ -611,8 +611,10 @@ TEST(MervoProtocol, WaitForACommandAlreadyAcknowledgedReturnsAtOnce)
 TEST(MervoProtocol, WaitOnAFreshLinkHasNothingToWaitFor)
 {
     OpenLink open;
+    const MervoLink expected = open.link;
     EXPECT_EQ(WaitAck_MervoProtocol(&open.link, 1, 3000), 1);
     EXPECT_EQ(fakeClock.sleepsUs, sleeps(0, 10));
+    EXPECT_TRUE(isLink(open.link, expected)) << "no device is known to answer by that";
 }
 
 TEST(MervoProtocol, WaitTakesAnAnswerInItsFirstLook)
@@ -826,6 +828,25 @@ TEST(MervoProtocol, SilentDeviceCosts3000MillisecondsAfterOneGoodAnswerAnd20Afte
         [&] { EXPECT_EQ(SendCmdAndWait_MervoProtocol(&open.link, 7, 2, 3, 4, 5, 6), 0u); });
     EXPECT_EQ(printed, "3. can't receive 7 = 3 1\r\n");
     EXPECT_EQ(fakeClock.sleepsUs, sleeps(2, 10));
+}
+
+// A turn ends only every 10 ms; here the first one ends a millisecond before the time or with it.
+TEST(MervoProtocol, CommandThatWaitsGivesUpAt20And3000MillisecondsAndNotBefore)
+{
+    for (const uint8_t answered : std::initializer_list<uint8_t>{0, 1}) {
+        for (const bool isOver : {false, true}) {
+            OpenLink open;
+            open.link.answered = answered;
+            farEnd.onSleep = [answered, isOver](size_t count) {
+                if (count == 1) {
+                    fakeClock.advanceMs((answered == 1 ? 3000 : 20) - 10 - (isOver ? 0 : 1));
+                }
+            };
+            printedBy(
+                [&] { EXPECT_EQ(SendCmdAndWait_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6), 0u); });
+            EXPECT_EQ(fakeClock.sleepsUs, sleeps(isOver ? 1 : 2, 10)) << +answered;
+        }
+    }
 }
 
 TEST(MervoProtocol, FirstAnswerOfADeviceIsTakenWithinItsTwentyMilliseconds)

@@ -116,18 +116,8 @@ TEST_F(FormatClass, OnlyTheLow8BitsOfAnIdCount)
 {
     for (const uint32_t high : {0x100u, 0x2400u, 0x10000u, 0x80000000u, 0xFFFFFF00u}) {
         for (uint32_t id = 0; id < 256; ++id) {
-            EXPECT_EQ(IsInterlaceFormat(high | id), kInterlaced.count(id) != 0 ? 1 : 0) << id;
             EXPECT_EQ(followExternInput(high | id), id == 125 ? 10 : id);
         }
-    }
-}
-
-// Also with 125 stored, which no one should do: it ends there.
-TEST_F(FormatClass, TheExternalInputIsInterlacedIfItsFormatIs)
-{
-    for (uint32_t external = 0; external < 256; ++external) {
-        setExtern(external);
-        EXPECT_EQ(IsInterlaceFormat(125), kInterlaced.count(external) != 0 ? 1 : 0) << external;
     }
 }
 

@@ -75,6 +75,7 @@ std::vector<Row> exchanged;
 
 void readExchanged()
 {
+    exchanged.clear();
     std::ifstream file(FORMATS_FILE);
     std::string line;
     std::getline(file, line);

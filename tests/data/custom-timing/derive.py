@@ -247,7 +247,7 @@ def blanking_of_whole_lines():
             mode = 8 * (rate % 7 + 1), height, rate
             if is_accepted(mode):
                 yield mode
-    # With many lines of blanking, each shorter than a rounding.
+    # And so many lines of blanking that a rounding of the 460 microseconds changes their number.
     for rate, height in itertools.product(range(2100, 2174), range(95, 1400, 145)):
         yield 8, height, rate
 
