@@ -45,8 +45,8 @@ void report(benchmark::State &state)
 
 void frameDecodeEncode(benchmark::State &state)
 {
-    auto frames = randomFrames();
-    std::array<Rs232Command, kFrames> records;
+    alignas(64) auto frames = randomFrames();
+    alignas(64) std::array<Rs232Command, kFrames> records;
     for (auto _ : state) {
         for (uint32_t i = 0; i < kFrames; ++i) {
             StrToRs232Command(frames[i].data(), &records[i]);
@@ -65,8 +65,8 @@ BENCHMARK(frameDecodeEncode);
 
 void standardEightBytes(benchmark::State &state)
 {
-    auto frames = randomFrames();
-    std::array<std::array<uint8_t, 8>, kFrames> records;
+    alignas(64) auto frames = randomFrames();
+    alignas(64) std::array<std::array<uint8_t, 8>, kFrames> records;
     for (auto _ : state) {
         for (uint32_t i = 0; i < kFrames; ++i) {
             for (uint32_t byte = 0; byte < 8; ++byte) {
@@ -94,8 +94,8 @@ BENCHMARK(standardEightBytes);
 
 void standardOneNumber(benchmark::State &state)
 {
-    auto frames = randomFrames();
-    std::array<uint64_t, kFrames> records;
+    alignas(64) auto frames = randomFrames();
+    alignas(64) std::array<uint64_t, kFrames> records;
     for (auto _ : state) {
         for (uint32_t i = 0; i < kFrames; ++i) {
             std::from_chars(frames[i].data() + 2, frames[i].data() + 18, records[i], 16);
