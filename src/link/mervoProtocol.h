@@ -12,9 +12,10 @@
 //
 // Answers are parsed, one at a time, by Task_MervoProtocol() and whenever a wait looks for one. A
 // sender waits only for a device that is known to answer; at first, and after each time-out,
-// answers pile up in the pipe until the owner calls Task_MervoProtocol(). It does so until the pipe
-// is empty before a command that waits: behind three answers the 20 ms below run out, though the
-// device answers. Every wait goes by the wall clock and ends late where that is set back.
+// answers pile up in the pipe until the owner calls Task_MervoProtocol(). Before a command that
+// waits for its answer, call it until the pipe is empty: behind three other answers the 20 ms below
+// run out, though the device answers. Every wait goes by the wall clock, and lasts longer where
+// that is set back.
 //
 // Addresses, commands and data are bytes: of what is passed only the low 8 bits count. The device's
 // address is sent, printed, and compared with nothing.

@@ -19,6 +19,8 @@
 
 namespace {
 
+using std::string_literals::operator""s;
+
 using Texts = std::vector<std::string>;
 
 constexpr std::string_view kLower = "0123456789abcdef";
@@ -249,7 +251,7 @@ TEST(MervoProtocol, TwoOpeningsInARowRestartAtTheSecond)
     EXPECT_EQ(open.link.count, 1);
     EXPECT_EQ(open.parse("F0105020000000008>"), 1);
     EXPECT_EQ(open.link.acknowledged, 5);
-    EXPECT_EQ(open.parse("<<<<<<" + answerFrame(6)), 1);
+    EXPECT_EQ(open.parse("<<<<<<"s + answerFrame(6)), 1);
     EXPECT_EQ(open.link.acknowledged, 6);
 }
 
@@ -295,7 +297,7 @@ TEST(MervoProtocol, FifteenDigitsTakeTheirEndAsTheSixteenthAndAreDropped)
 TEST(MervoProtocol, FifteenDigitsAreDroppedByTheOpeningOfTheNextAnswerWhichIsTaken)
 {
     OpenLink open;
-    EXPECT_EQ(open.parse("<F010502000000001>" + answerFrame(6)), 1);
+    EXPECT_EQ(open.parse("<F010502000000001>"s + answerFrame(6)), 1);
     EXPECT_EQ(open.link.acknowledged, 6);
 }
 
@@ -321,7 +323,7 @@ TEST(MervoProtocol, OpeningAmongTheDigitsRestartsTheFrame)
 {
     for (size_t digits = 0; digits <= 16; ++digits) {
         OpenLink open;
-        EXPECT_EQ(open.parse("<F" + std::string(digits, '7') + "<"), 0);
+        EXPECT_EQ(open.parse("<F"s + std::string(digits, '7') + "<"), 0);
         EXPECT_EQ(open.link.state, 1) << digits;
         EXPECT_EQ(open.link.count, 1) << digits;
         EXPECT_EQ(open.parse("F0105020000000008>"), 1) << digits;
@@ -496,10 +498,10 @@ TEST(MervoProtocol, TaskWithoutAPipeDoesNothing)
 TEST(MervoProtocol, TaskNeitherSleepsNorLooksAtTheClockNorSends)
 {
     OpenLink open;
-    open.receive("garbage" + answerFrame(1));
+    open.receive("garbage"s + answerFrame(1));
     Task_MervoProtocol(&open.link);
     Task_MervoProtocol(&open.link);
-    EXPECT_EQ(farEnd.events, (Texts{"read garbage" + answerFrame(1), "answer", "empty"}));
+    EXPECT_EQ(farEnd.events, (Texts{"read garbage"s + answerFrame(1), "answer", "empty"}));
     EXPECT_EQ(fakeClock.sleepsUs, std::vector<uint32_t>{});
 }
 

@@ -22,6 +22,8 @@
 
 namespace {
 
+using std::string_literals::operator""s;
+
 // The order of the fields is documented.
 static_assert(std::is_standard_layout_v<MervoLink>);
 static_assert(offsetof(MervoLink, answered) < offsetof(MervoLink, count));
@@ -231,14 +233,14 @@ TEST(MervoProtocol, SendingChangesNothingButTheNumber)
 {
     OpenLink open;
     open.stand(9, 3);
-    open.parse("<F01" + answerFrame(4, 0x01020304) + "<F1234567");
+    open.parse("<F01"s + answerFrame(4, 0x01020304) + "<F1234567");
     open.receive(answerFrame(7));
     MervoLink expected = open.link;
     expected.sequence = 10;
     farEnd.events.clear();
     _send_cmd_mervo(&open.link, 1, 2, 3, 4, 5, 6);
     EXPECT_TRUE(isLink(open.link, expected));
-    EXPECT_EQ(farEnd.events, Texts{"send " + commandFrame(1, 10, 2, 3, 4, 5, 6)});
+    EXPECT_EQ(farEnd.events, Texts{"send "s + commandFrame(1, 10, 2, 3, 4, 5, 6)});
     EXPECT_EQ(open.unread(), answerFrame(7));
 }
 

@@ -19,6 +19,8 @@
 
 namespace {
 
+using std::string_literals::operator""s;
+
 using Texts = std::vector<std::string>;
 
 std::vector<uint32_t> sleeps(size_t count, uint32_t milliseconds)
@@ -135,7 +137,7 @@ TEST(MervoProtocol, SenderTakesOneAnswerThenTestsTheTimeOutThenSleepsAMillisecon
     for (const Sender &sender : kSenders) {
         OpenLink open;
         open.stand(31, 0); // 32 behind the next one: three answers make room
-        open.receive("??" + answerFrame(1) + answerFrame(2) + "x<F0");
+        open.receive("??"s + answerFrame(1) + answerFrame(2) + "x<F0");
         farEnd.onSleep = [&open](size_t count) {
             if (count == 4) {
                 open.receive(answerFrame(3).substr(3) + answerFrame(4));
@@ -143,11 +145,11 @@ TEST(MervoProtocol, SenderTakesOneAnswerThenTestsTheTimeOutThenSleepsAMillisecon
         };
         EXPECT_EQ(sender.send(open, 1), 1);
         EXPECT_EQ(eventsAfterSending(), (Texts{"clock",
-                                               "read ??" + answerFrame(1),
+                                               "read ??"s + answerFrame(1),
                                                "answer",
                                                "clock",
                                                "sleep 1000",
-                                               "read " + answerFrame(2),
+                                               "read "s + answerFrame(2),
                                                "answer",
                                                "clock",
                                                "sleep 1000",
@@ -158,7 +160,7 @@ TEST(MervoProtocol, SenderTakesOneAnswerThenTestsTheTimeOutThenSleepsAMillisecon
                                                "empty",
                                                "clock",
                                                "sleep 1000",
-                                               "read " + answerFrame(3).substr(3),
+                                               "read "s + answerFrame(3).substr(3),
                                                "answer",
                                                "clock",
                                                "sleep 1000"}))
@@ -190,7 +192,7 @@ TEST(MervoProtocol, SenderWhoseOwnCommandIsAcknowledgedReturnsWithoutAnotherSlee
         open.stand(29, 0);
         open.receive(answerFrame(30) + answerFrame(31));
         EXPECT_EQ(sender.send(open, 1), 1);
-        EXPECT_EQ(eventsAfterSending(), (Texts{"clock", "read " + answerFrame(30), "answer"}))
+        EXPECT_EQ(eventsAfterSending(), (Texts{"clock", "read "s + answerFrame(30), "answer"}))
             << sender.name;
         EXPECT_EQ(open.link.acknowledged, 30);
         EXPECT_EQ(open.unread(), answerFrame(31));
@@ -621,9 +623,9 @@ TEST(MervoProtocol, WaitTakesAnAnswerInItsFirstLook)
 {
     OpenLink open;
     open.stand(9, 3);
-    open.receive("x" + answerFrame(9) + answerFrame(8));
+    open.receive("x"s + answerFrame(9) + answerFrame(8));
     EXPECT_EQ(WaitAck_MervoProtocol(&open.link, 1, 0), 1);
-    EXPECT_EQ(farEnd.events, (Texts{"clock", "read x" + answerFrame(9), "answer"}));
+    EXPECT_EQ(farEnd.events, (Texts{"clock", "read x"s + answerFrame(9), "answer"}));
     EXPECT_EQ(open.unread(), answerFrame(8));
     EXPECT_EQ(open.link.answered, 1);
 }
@@ -640,9 +642,9 @@ TEST(MervoProtocol, WaitTakesOneAnswerATurnAndSleepsTenMilliseconds)
     };
     EXPECT_EQ(WaitAck_MervoProtocol(&open.link, 1, 3000), 1);
     EXPECT_EQ(farEnd.events,
-              (Texts{"clock", "read " + answerFrame(7), "answer", "clock", "sleep 10000",
-                     "read " + answerFrame(8), "answer", "clock", "sleep 10000", "empty", "clock",
-                     "sleep 10000", "read " + answerFrame(9), "answer"}));
+              (Texts{"clock", "read "s + answerFrame(7), "answer", "clock", "sleep 10000",
+                     "read "s + answerFrame(8), "answer", "clock", "sleep 10000", "empty", "clock",
+                     "sleep 10000", "read "s + answerFrame(9), "answer"}));
 }
 
 TEST(MervoProtocol, WaitLastsItsTimeOutInStepsOfTenMilliseconds)
@@ -707,7 +709,7 @@ TEST(MervoProtocol, MessageOfAWaitHasAddressNumberAndAcknowledgedNumber)
         open.stand(one.sequence, one.acknowledged);
         const std::string printed =
             printedBy([&] { EXPECT_EQ(WaitAck_MervoProtocol(&open.link, one.address, 0), 0); });
-        EXPECT_EQ(printed, "3. can't receive " + std::string(one.text) + "\r\n");
+        EXPECT_EQ(printed, "3. can't receive "s + one.text + "\r\n");
     }
 }
 
