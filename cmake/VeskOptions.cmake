@@ -3,7 +3,7 @@
 set(THREADS_PREFER_PTHREAD_FLAG ON)
 find_package(Threads REQUIRED)
 
-# The same floating-point results on every processor: no fused multiply-add behind our back.
+# The same floating-point results on every processor: no fused multiply-add.
 add_compile_options(-ffp-contract=off)
 
 # 64-bit time and file offsets on 32-bit boards too; the clock must not stop in 2038.
@@ -22,7 +22,7 @@ endif()
 
 if(VESK_HARDENED)
   set(CMAKE_POSITION_INDEPENDENT_CODE ON)
-  if(NOT VESK_TESTS) # they replace functions where modules are linked, which must then stay calls
+  if(NOT VESK_TESTS) # the tests replace functions at link time, so calls must stay calls
     set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
   endif()
   add_compile_options(-fstack-protector-strong -fstack-clash-protection)
@@ -39,7 +39,7 @@ target_compile_options(vesk_warnings INTERFACE
   $<$<CXX_COMPILER_ID:GNU>:-Wlogical-op -Wduplicated-cond -Wduplicated-branches>
   $<$<BOOL:${VESK_WERROR}>:-Werror>)
 
-# The daemon throws nothing and asks for no type at run time; without them it does not even need the
-# C++ library on the board.
+# The daemon throws no exceptions and uses no run-time types, so it does not need the C++ library on
+# the board.
 add_library(vesk_daemon_code INTERFACE)
 target_compile_options(vesk_daemon_code INTERFACE -fno-exceptions -fno-rtti)
