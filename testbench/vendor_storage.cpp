@@ -1,9 +1,9 @@
-// Stands in for the driver behind /dev/vendor_storage, as the kernel of the host has none: a
-// library to be preloaded into the daemon. testbench/README.md says how.
+// A stand-in for the driver of /dev/vendor_storage, which the kernel of the host does not have. It
+// is a library to be preloaded into the daemon; testbench/README.md says how.
 //
 // It answers the driver's two requests on a descriptor of that path, where the test has made a
-// plain file; everything else goes on to the system. The items are kept in the file, which outlives
-// the daemon as the storage outlives a power cut. Each request becomes a line of a log.
+// plain file. Every other request goes on to the system. The items are kept in the file, which
+// outlives the daemon as the storage outlives a power cut. Each request becomes a line of a log.
 
 #include <cerrno>
 #include <cstdarg>
@@ -28,11 +28,11 @@ constexpr uint32_t kTag = 0x56524551;
 struct Request {
     uint32_t tag;
     uint16_t id;
-    uint16_t length; // to be written, or room for what is read
+    uint16_t length; // of the data to write, or of the room for the data read
     uint8_t data[92];
 };
 
-// The file holds them one behind the other, by number.
+// The file holds the items one after the other, by number.
 struct Item {
     uint16_t length; // 0: never written
     uint8_t data[sizeof Request::data];
