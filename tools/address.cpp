@@ -45,7 +45,8 @@ std::string bytesOfAddress(std::string_view text)
 {
     const auto bytes = parse(text, 4, '.', 10, 3);
     if (!bytes) {
-        throw UsageError(fmt::format("\"{}\" is no address such as 192.168.0.100", escape(text)));
+        throw UsageError(
+            fmt::format("\"{}\" is not an address such as 192.168.0.100", escape(text)));
     }
     return *bytes;
 }
@@ -55,7 +56,7 @@ std::string bytesOfMac(std::string_view text)
     const auto bytes = parse(text, 6, ':', 16, 2);
     if (!bytes) {
         throw UsageError(
-            fmt::format("\"{}\" is no MAC address such as 02:76:65:73:6b:01", escape(text)));
+            fmt::format("\"{}\" is not a MAC address such as 02:76:65:73:6b:01", escape(text)));
     }
     return *bytes;
 }

@@ -1,7 +1,6 @@
 #pragma once
 
-// IPv4 and MAC addresses: bytes as they stand in commands and records, and the text that people
-// write.
+// IPv4 and MAC addresses: as bytes in commands and records, and as the text that people write.
 
 #include <string>
 #include <string_view>
@@ -12,6 +11,6 @@ std::string bytesOfAddress(std::string_view text);
 // 6 bytes from "02:76:65:73:6b:01", digits in either case. Throws UsageError for anything else.
 std::string bytesOfMac(std::string_view text);
 
-// The text of 4, of 6 bytes.
+// The text of 4 bytes, and of 6 bytes.
 std::string addressText(std::string_view bytes);
 std::string macText(std::string_view bytes);

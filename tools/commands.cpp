@@ -25,7 +25,7 @@ constexpr char kDotted[] = "{0}.{1}.{2}.{3}";
 constexpr char kHalfMac[] = "{1:02x}:{2:02x}:{3:02x}";
 
 // The rows of the command table in docs/protocol.md, in its order, and those of the firmware
-// update. What is not here is refused, or never answered: see isNeverAnswered().
+// update. Other commands are refused, or never answered: see isNeverAnswered().
 // clang-format off
 constexpr CommandRow kTable[] = {
 //   code  dat1      name                            parameters           reply              note
@@ -74,7 +74,7 @@ constexpr size_t kCommandAt = 2; // of the record's bytes
 constexpr size_t kDat1At = 3;
 constexpr size_t kChecksumAt = 7;
 
-// In lower case, without blanks and commas.
+// The words of `text` in lower case, without blanks and commas.
 std::vector<std::string> wordsOf(std::string_view text)
 {
     std::string blanked(text);
@@ -110,7 +110,7 @@ bool isAddress(const CommandRow &row)
     return row.parameters == kAddress;
 }
 
-// The record's bytes up to dat4, as digits, as a frame.
+// The frame for the digits of a record up to dat4.
 std::string frameFromDigits(const std::string &digits)
 {
     std::string frame = CommandToLEDHeader + digits + "00" + CommandEnd;
@@ -133,7 +133,7 @@ std::string frameFromHex(const std::string &digits)
         record.replace(2 * kCommandAt, count, digits);
         return frameFromDigits(record);
     }
-    throw UsageError(fmt::format("{} hexadecimal digits: 2 to 10 in pairs give the command and its "
+    throw UsageError(fmt::format("{} hexadecimal digits: 2 to 10 in pairs are the command and its "
                                  "data, 14 a record, 16 a record with its checksum",
                                  count));
 }
@@ -153,7 +153,7 @@ const CommandRow *rowNamed(const std::vector<std::string> &words, size_t &length
     return found;
 }
 
-// What was typed behind the words of a row, as digits.
+// The parameters that were typed after the words of a row, as digits.
 std::string digitsOf(const CommandRow &row, const std::vector<std::string> &given)
 {
     std::string digits;
@@ -170,7 +170,7 @@ std::string digitsOf(const CommandRow &row, const std::vector<std::string> &give
     }
     for (const std::string &byte : given) {
         if (byte.size() > 2 || !isAllHex(byte)) {
-            throw UsageError(fmt::format("\"{}\" is no hexadecimal byte", escape(byte)));
+            throw UsageError(fmt::format("\"{}\" is not a hexadecimal byte", escape(byte)));
         }
         digits += fmt::format("{:0>2}", byte);
     }
@@ -183,7 +183,7 @@ std::string frameFromWords(std::string_view text)
     size_t nameLength;
     const CommandRow *const row = rowNamed(words, nameLength);
     if (row == nullptr) {
-        throw UsageError(fmt::format("\"{}\" is no command that I know", escape(trim(text))));
+        throw UsageError(fmt::format("\"{}\" is not a known command", escape(trim(text))));
     }
     const std::vector<std::string> given(words.begin() + static_cast<ptrdiff_t>(nameLength),
                                          words.end());
@@ -208,7 +208,7 @@ const CommandRow *rowOf(const Rs232Command &record)
     return nullptr;
 }
 
-// A refusal has lost its dat1, so the code alone must do: the name only if it is the only one.
+// A refusal does not carry dat1. The name can be told only if the code has a single row.
 std::string nameOfRefused(uint8_t command)
 {
     std::string name;

@@ -15,22 +15,22 @@
 namespace {
 
 constexpr Milliseconds kTick{30};     // between two looks at the daemon's output
-constexpr size_t kOldLinesShown = 10; // of the daemon's output before we came, as tail -f does
+constexpr size_t kOldLinesShown = 10; // of the daemon's earlier output, as tail -f does
 
 constexpr char kHelp[] =
     "Type a command of the table in words, or in hexadecimal digits:\n"
-    "  68 01               command, dat1 to dat4; the rest of the record is made up\n"
-    "  00 05 68 01 000000  a record; the checksum is made up\n"
+    "  68 01               command, dat1 to dat4; the rest of the record is added\n"
+    "  00 05 68 01 000000  a record; the checksum is added\n"
     "  <T0000680100000069> a whole frame, sent as it is, right or wrong\n"
     "or one of these:\n"
     "  front TEXT          TEXT on the serial line, as if the front board had sent it\n"
     "  pc TEXT             TEXT as a datagram of the control PC; escapes: \\xNN \\r \\n \\\\\n"
-    "  help                this\n"
-    "  quit                the end, as are Ctrl-D and Ctrl-C\n"
+    "  help                show this text\n"
+    "  quit                end; so do Ctrl-D and Ctrl-C\n"
     "\n"
-    "What is shown:\n"
-    "  front> front<       to the daemon's serial line, and from it\n"
-    "  pc> pc<             to the daemon's UDP port, and from it\n"
+    "The output:\n"
+    "  front> front<       to and from the daemon's serial line\n"
+    "  pc> pc<             to and from the daemon's UDP port\n"
     "  vesk_h264 |         the daemon's own output\n";
 
 // One of the two lines as the user sees it.
@@ -72,7 +72,7 @@ private:
     bool quit_ = false;
     std::optional<Rs232Command> asked_;  // a command whose reply has not come yet ...
     Deadline answerBy_{Milliseconds{0}}; // ... and until when it should
-    Deadline quietAt_{Milliseconds{0}};  // when whoever is talking will have finished
+    Deadline quietAt_{Milliseconds{0}};  // when the lines and the log count as quiet
 };
 
 std::vector<std::string> Console::completions()
@@ -90,7 +90,7 @@ std::vector<std::string> Console::completions()
 void Console::run()
 {
     if (prompt_.isTerminal()) {
-        prompt_.print("`help` lists what there is, `quit` ends.");
+        prompt_.print("`help` lists the commands, `quit` ends.");
     }
     showLog(kOldLinesShown);
     while (!quit_) {
@@ -133,7 +133,7 @@ void Console::run()
     }
 }
 
-// From a pipe a line waits until the one before it has had its effect, as a human would.
+// A line from a pipe waits until the line before it has had its effect, as a person would.
 bool Console::mayRead() const
 {
     return prompt_.isTerminal() || (!asked_.has_value() && quietAt_.passed());
@@ -161,7 +161,7 @@ void Console::execute(const std::string &line)
             sendCommand(text);
         }
     } catch (const UsageError &error) {
-        prompt_.print(fmt::format("{}; `help` lists what there is", error.what()));
+        prompt_.print(fmt::format("{}; `help` lists the commands", error.what()));
     }
 }
 
@@ -214,7 +214,7 @@ void Console::show(Side &side, const std::vector<Piece> &pieces)
     }
 }
 
-// Shows what the daemon has printed since the last look, the last `most` lines of it at most.
+// Shows the daemon's output since the last call, at most the last `most` lines.
 bool Console::showLog(size_t most)
 {
     if (log_ == nullptr) {

@@ -1,15 +1,15 @@
 #pragma once
 
-// What can go wrong on our own side, told apart by the exit status that it leads to.
+// The errors on our own side, one type for each exit status.
 
 #include <stdexcept>
 
-// The user asked for something that makes no sense.
+// The user asked for something that is not possible.
 struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// This computer would not do its part: a device that cannot be opened, a file that is not there.
+// Something failed on this computer: a device that cannot be opened, a missing file.
 struct LocalError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };

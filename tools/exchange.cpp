@@ -12,23 +12,23 @@ namespace {
 
 void tell(const Piece &piece)
 {
-    fmt::print(stderr, "veskctl: passed over: {}\n",
+    fmt::print(stderr, "veskctl: skipped: {}\n",
                piece.isFrame ? frameWithDescription(piece.text) : escape(piece.text));
 }
 
-// Waits until `length(answer.behind)` bytes, or npos for not yet, are there.
+// Waits until `length(answer.rest)` is not npos, and cuts the rest off there.
 template <typename Length>
 bool await(Line &line, Answer &answer, Milliseconds timeout, Length length)
 {
     const Deadline deadline(timeout);
-    while (length(answer.behind) == std::string::npos) {
+    while (length(answer.rest) == std::string::npos) {
         const std::string bytes = line.receive(deadline.left());
         if (bytes.empty()) {
             return false;
         }
-        answer.behind += bytes;
+        answer.rest += bytes;
     }
-    answer.behind.resize(length(answer.behind));
+    answer.rest.resize(length(answer.rest));
     return true;
 }
 
@@ -38,13 +38,13 @@ std::optional<Answer> ask(Line &line, std::string_view frame, std::string_view p
                           Milliseconds timeout, Others others)
 {
     const Rs232Command asked = recordOf(frame);
-    line.discardInput(); // a late answer to somebody else's question
+    line.discardInput(); // such as a late answer to an earlier command
     line.send(std::string(frame).append(payload));
     FrameFinder finder;
     const Deadline deadline(timeout);
     for (;;) {
         const std::string bytes = line.receive(deadline.left());
-        // Byte by byte, as what is behind the reply must not be taken for anything.
+        // Byte by byte: the bytes after the reply are a payload, so no frames must be sought there.
         for (size_t i = 0; i < bytes.size(); ++i) {
             for (const Piece &piece : finder.feed(std::string_view(bytes).substr(i, 1))) {
                 if (piece.isFrame && isReplyTo(asked, piece.text)) {

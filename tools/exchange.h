@@ -1,6 +1,6 @@
 #pragma once
 
-// One command with what belongs to it, and its answer.
+// One command with its payload, and its answer.
 
 #include "tools/line.h"
 
@@ -9,21 +9,21 @@
 #include <string>
 #include <string_view>
 
-// A reply and the bytes that came with it.
+// A reply and the bytes that came after it.
 struct Answer {
     std::string frame;
-    std::string behind;
+    std::string rest;
 };
 
-// What happens to bytes that are not the answer: a word on standard error, or nothing.
-enum class Others { kTold, kPassedOver };
+// Whether bytes that are not the answer are reported on standard error, or skipped silently.
+enum class Others { kTold, kSkipped };
 
-// Sends a command frame and its payload in one piece, which over UDP is one datagram, and waits for
-// the reply. Returns nothing if none came in time.
+// Sends a command frame and its payload in one piece (over UDP one datagram) and waits for the
+// reply. Returns nothing if none came in time.
 std::optional<Answer> ask(Line &line, std::string_view frame, std::string_view payload,
                           Milliseconds timeout, Others others = Others::kTold);
 
-// Wait until `count` bytes, until the character `end` has come behind the reply. What has come
-// after that is cut off. False if it did not come in time.
+// Wait until `count` bytes, or the character `end`, have come after the reply. Later bytes are cut
+// off. False if they did not come in time.
 bool awaitBytes(Line &line, Answer &answer, size_t count, Milliseconds timeout);
 bool awaitEnd(Line &line, Answer &answer, char end, Milliseconds timeout);

@@ -4,7 +4,7 @@
 
 namespace {
 
-// A line of bytes between frames longer than this is handed out in parts.
+// A longer line of bytes between frames is returned in parts.
 constexpr size_t kLongestOther = 256;
 
 bool fitsAt(size_t offset, char character)
@@ -43,7 +43,7 @@ Rs232Command recordOf(std::string_view frame)
     return record;
 }
 
-// Not the codec's CheckSum(), which prints on standard output: that is the data's here.
+// CheckSum() of the codec is of no use here: it prints on standard output, which is for data.
 uint8_t rightChecksum(const Rs232Command &record)
 {
     Rs232Command summed = record;

@@ -1,8 +1,8 @@
 #pragma once
 
-// Finding frames in a stream of bytes. What counts is stricter than for the daemon, which looks
-// neither at the digits nor at the end before it has collected 19 characters: here a frame is "<T"
-// or "<F", 16 hexadecimal digits of either case and ">". The checksum may be wrong.
+// Finding frames in a stream of bytes. A frame here is "<T" or "<F", 16 hexadecimal digits of
+// either case and ">". The checksum may be wrong. This is stricter than the daemon, which looks
+// neither at the digits nor at the end until it has collected 19 characters.
 
 #include "command/frame.h"
 
@@ -12,7 +12,7 @@
 
 bool isFrame(std::string_view text);
 
-// The record in a frame. `frame` must be one.
+// The record in a frame. Requires: isFrame(frame).
 Rs232Command recordOf(std::string_view frame);
 
 // The checksum that the record should have.
@@ -20,10 +20,10 @@ uint8_t rightChecksum(const Rs232Command &record);
 
 bool isReply(std::string_view frame);
 
-// Whether `frame` is an intact reply to that very command: with its address, tag and code.
+// Whether `frame` is an intact reply with the address, tag and code of `command`.
 bool isReplyTo(const Rs232Command &command, std::string_view frame);
 
-// Four data bytes 0xFF: how a reply says no.
+// Whether the four data bytes are 0xFF, as in a refusal.
 bool isRefusal(const Rs232Command &reply);
 
 // A part of the stream: one whole frame, or bytes between frames.
@@ -38,7 +38,7 @@ public:
     // between frames are held back until a frame, the end of their line or flush() ends them.
     std::vector<Piece> feed(std::string_view bytes);
 
-    // Returns what is held back, an unfinished frame included: nothing more is expected for now.
+    // Returns the bytes held back, including an unfinished frame. For use when the line is quiet.
     std::vector<Piece> flush();
 
     bool holdsBack() const;
@@ -48,5 +48,5 @@ private:
     void takeOther(std::vector<Piece> &pieces);
 
     std::string other_; // bytes that belong to no frame
-    std::string begun_; // behind them, the beginning of a frame
+    std::string begun_; // after them, the beginning of a frame
 };

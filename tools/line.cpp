@@ -49,7 +49,7 @@ void makeRaw(const Line &line, const std::string &device)
 {
     termios settings;
     if (tcgetattr(line.descriptor(), &settings) < 0) {
-        fail(fmt::format("{} is no serial device", device));
+        fail(fmt::format("{} is not a serial device", device));
     }
     cfmakeraw(&settings);
     settings.c_cflag |= CLOCAL | CREAD;
@@ -80,7 +80,7 @@ Line Line::udp(const std::string &peer)
     const std::string host = peer.substr(0, colon);
     const std::string port = colon == std::string::npos ? kDefaultPort : peer.substr(colon + 1);
     if (host.empty() || !isPort(port)) {
-        throw UsageError(fmt::format("\"{}\" is no HOST[:PORT]", peer));
+        throw UsageError(fmt::format("\"{}\" is not HOST[:PORT]", peer));
     }
     addrinfo hints{};
     hints.ai_family = AF_INET;
@@ -137,7 +137,7 @@ void Line::send(std::string_view bytes)
             pollfd entry{descriptor_, POLLOUT, 0};
             poll(&entry, 1, static_cast<int>(deadline.left().count()));
         } else if (errno != EINTR && errno != ECONNREFUSED) {
-            // (Refused: an earlier datagram found nobody. The socket is good for another try.)
+            // ECONNREFUSED is about an earlier datagram. The socket is good for another try.
             fail(fmt::format("cannot send to {}", name_));
         }
     } while (!bytes.empty());
@@ -152,8 +152,8 @@ std::string Line::receive(Milliseconds timeout)
         if (count > 0) {
             return {buffer.data(), static_cast<size_t>(count)};
         }
-        // An empty datagram carries nothing, and nobody at the port is the same as an answer that
-        // never comes. On any other line an empty read is its end.
+        // An empty datagram carries nothing, and a port without a listener is the same as an answer
+        // that never comes. On any other line an empty read is its end.
         const bool isEnd = count == 0 ? !carriesDatagrams_
                                       : errno != EAGAIN && errno != EINTR && errno != ECONNREFUSED;
         if (isEnd) {

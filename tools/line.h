@@ -1,6 +1,6 @@
 #pragma once
 
-// A serial device or a UDP peer as one line that carries bytes both ways.
+// A line that carries bytes both ways: a serial device or a UDP peer.
 
 #include "tools/wait.h"
 
@@ -12,8 +12,8 @@ public:
     // Opens a serial device: 115200 8N1, raw. Throws LocalError.
     static Line serial(const std::string &device);
 
-    // HOST or HOST:PORT, port 1000 if not given. Sends nothing yet. Throws UsageError for an
-    // impossible port, LocalError for a host that cannot be found.
+    // `peer` is HOST or HOST:PORT; the port is 1000 if not given. Sends nothing yet. Throws
+    // UsageError for an impossible port, LocalError for a host that cannot be found.
     static Line udp(const std::string &peer);
 
     // Takes over an open non-blocking descriptor; `name` is for messages.
@@ -28,11 +28,11 @@ public:
     // Sends all bytes, over UDP as one datagram. Throws LocalError.
     void send(std::string_view bytes);
 
-    // Waits for bytes and returns what has arrived, nothing when the time is over. Throws
-    // LocalError when the line has been closed.
+    // Waits for bytes and returns them, or nothing if none came in time. Throws LocalError if the
+    // line has been closed.
     std::string receive(Milliseconds timeout);
 
-    // Throws away what has arrived.
+    // Throws away the bytes that have arrived.
     void discardInput();
 
 private:

@@ -1,6 +1,6 @@
 #pragma once
 
-// The daemon's output, which somebody else collects in a file, read line by line as it grows.
+// Reads the daemon's output line by line, from a file that another program writes.
 
 #include <fstream>
 #include <string>

@@ -33,19 +33,19 @@ void storeBigEndian(std::string &stream, size_t at, size_t bytes, uint32_t value
 std::string updateStream(std::string_view package)
 {
     if (package.empty()) {
-        throw UsageError("an empty file is no executable");
+        throw UsageError("an empty file is not an executable");
     }
     const size_t blocks = (kHeaderSize + package.size() + kBlockSize - 1) / kBlockSize;
     if (blocks > kMostBlocks) {
-        throw UsageError(fmt::format("the file is too large: it has {} blocks of {} bytes, {} can "
-                                     "be sent",
+        throw UsageError(fmt::format("the file is too large: it has {} blocks of {} bytes, and at "
+                                     "most {} can be sent",
                                      blocks, kBlockSize, kMostBlocks));
     }
     std::string stream(kHeaderSize, '\0');
     stream += package;
     stream.resize(blocks * kBlockSize);
     storeBigEndian(stream, kSizeAt, 4, static_cast<uint32_t>(package.size()));
-    // The device adds up the file that it has stored, and that ends with the last block.
+    // The device adds up the stored file, which includes the filling of the last block.
     storeBigEndian(stream, kSumAt, 2, sumOf(std::string_view(stream).substr(kHeaderSize)));
     return stream;
 }

@@ -1,7 +1,7 @@
 #pragma once
 
-// A new executable as the stream of blocks that the firmware update carries; docs/protocol.md
-// describes it.
+// Makes the stream of blocks of a firmware update from a new executable. docs/protocol.md describes
+// the stream.
 
 #include <cstddef>
 #include <string>
@@ -13,5 +13,5 @@ inline constexpr size_t kBlockSize = 1024;
 // package is empty or has more blocks than can be numbered.
 std::string updateStream(std::string_view package);
 
-// Block `number` of the stream and the checksum byte behind it: 1025 bytes.
+// Block `number` of the stream and its checksum byte: 1025 bytes.
 std::string blockWithChecksum(std::string_view stream, size_t number);

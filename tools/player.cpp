@@ -97,7 +97,7 @@ std::string Player::expect(Step::End end, const std::string &bytes)
             return {};
         }
         if (!fits) {
-            // Whatever comes close behind helps to understand it.
+            // The bytes that come right after them help to understand the failure.
             arrived += lineOf(end).receive(kQuiet);
             return came(arrived);
         }
@@ -152,7 +152,7 @@ std::string Player::expectLine(const std::string &line)
 
 void Player::drop(Step::End end)
 {
-    // The time-out ends it too: a line that never falls silent must not hold us for ever.
+    // The time-out ends it too: a line may never fall silent.
     const Deadline deadline(std::max(timeout_, kQuiet));
     while (!lineOf(end).receive(std::min(kQuiet, deadline.left())).empty()) {
     }

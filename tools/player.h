@@ -1,7 +1,7 @@
 #pragma once
 
-// Plays a transcript against the daemon: we are its front board, its control PC and the reader of
-// its output.
+// Plays a transcript against the daemon, as its front board, its control PC and the reader of its
+// output.
 
 #include "tools/line.h"
 #include "tools/logfile.h"
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-// What there is to play with; null for what there is not.
+// The lines and the log to play with; null for those that are missing.
 struct Desk {
     Line *front;
     Line *pc;
@@ -21,10 +21,10 @@ class Player {
 public:
     Player(const Desk &desk, Milliseconds timeout);
 
-    // Does one step. Returns nothing when it held, else what came instead.
+    // Does one step. Returns nothing if it held, otherwise what came instead.
     std::string perform(const Step &step);
 
-    // What has arrived and no step has read, in words; nothing if all was read.
+    // A text about the bytes that no step has read; empty if all were read.
     std::string leftovers();
 
 private:
@@ -40,11 +40,11 @@ private:
     Milliseconds timeout_;
     std::string front_;              // arrived at the front board and not read by a step yet
     std::string pc_;                 // arrived at the PC and not read by a step yet
-    std::vector<std::string> lines_; // printed by the daemon behind the last line found
+    std::vector<std::string> lines_; // printed by the daemon after the last line found
 };
 
-// Plays a transcript and prints every step on standard output with its verdict, up to the first
-// that does not hold; that one also on standard error. Returns kDone or kRefused. Throws UsageError
-// when the desk lacks what the transcript needs.
+// Plays a transcript up to the first step that does not hold. Prints every step and whether it held
+// on standard output, and a step that does not hold also on standard error. Returns kDone or
+// kRefused. Throws UsageError if the transcript needs something that the desk does not have.
 int playTranscript(const std::vector<Step> &steps, const std::string &name, const Desk &desk,
                    Milliseconds timeout);

@@ -18,7 +18,7 @@ constexpr char kPrompt[] = "> ";
 constexpr int kControlC = 3;
 constexpr char kEraseLine[] = "\r\033[K";
 
-// The editing library calls plain functions, so what they need lives here.
+// The editing library calls plain functions, so their state is here.
 std::vector<std::string> allCompletions;
 std::deque<std::string> typedLines;
 bool endTyped;
@@ -33,7 +33,7 @@ void lineTyped(char *line)
         add_history(line);
     }
     typedLines.emplace_back(line);
-    std::free(line); // the library has it from malloc()
+    std::free(line); // the library allocated it with malloc()
 }
 
 int endPressed(int, int)
@@ -42,7 +42,7 @@ int endPressed(int, int)
     return 0;
 }
 
-// The `state`-th way to go on with the word, given the words before it.
+// The completion number `state` of the word, given the words before it.
 char *completion(const char *word, int state)
 {
     static std::vector<std::string> matches;
@@ -79,10 +79,10 @@ Prompt::Prompt(std::vector<std::string> completions)
         return;
     }
     allCompletions = std::move(completions);
-    rl_catch_signals = 0; // Ctrl-C is the console's to handle
+    rl_catch_signals = 0; // the console handles Ctrl-C
     rl_attempted_completion_function = complete;
     rl_callback_handler_install(kPrompt, lineTyped);
-    // Ctrl-C as a key like others: as a signal it would also hit whatever the console runs in.
+    // Ctrl-C is an ordinary key: as a signal it would also reach the script that runs the console.
     char keepControlC[] = "setty -d -isig";
     rl_parse_and_bind(keepControlC);
     rl_add_defun("end", endPressed, kControlC);
@@ -115,7 +115,7 @@ void Prompt::read()
     }
     rl_callback_read_char();
     if (!typedLines.empty()) {
-        // The library leaves the terminal's line mode behind; this begins the next line.
+        // The library leaves the terminal in line mode; this begins the next line.
         rl_callback_handler_install(kPrompt, lineTyped);
     }
     for (std::string &line : typedLines) {

@@ -1,7 +1,7 @@
 #pragma once
 
-// Where the user of the console types. On a terminal with line editing, history and completion, and
-// other output appears above the line in the making; from a pipe just line by line.
+// Where the user of the console types. A terminal has line editing, history and completion, and
+// other output appears above the line being typed. A pipe is read line by line.
 
 #include <deque>
 #include <string>
@@ -9,7 +9,7 @@
 
 class Prompt {
 public:
-    // `completions` are what a line may begin with. One prompt at a time.
+    // A line may begin with any of `completions`. Requires: no other Prompt exists.
     explicit Prompt(std::vector<std::string> completions);
     ~Prompt();
     Prompt(const Prompt &) = delete;
@@ -18,13 +18,13 @@ public:
     bool isTerminal() const;
     int descriptor() const;
 
-    // Reads what has been typed. To be called when the descriptor can be read.
+    // Reads the typed characters. Requires: the descriptor is readable.
     void read();
 
-    // Takes the next whole line; false when there is none yet.
+    // Takes the next whole line; false if there is none yet.
     bool takeLine(std::string &line);
 
-    // The user has said that nothing more comes.
+    // Whether the user has ended the input.
     bool hasEnded() const;
 
     // Writes one line of output.

@@ -17,13 +17,13 @@
 
 namespace {
 
-// The network record: `write data` and `read data` 20, with its length behind.
+// The network record: `write data` with its length, and `read data`.
 constexpr char kWriteNetwork[] = "write data 20 00 13 00";
 constexpr char kReadNetwork[] = "read data 20";
 constexpr size_t kNetworkRecord = 18;
 constexpr size_t kNetworkBlock = kNetworkRecord + 1;
 
-// What the device may need beyond the time for an answer.
+// The time that the device may take in addition to that for an answer.
 constexpr Milliseconds kDeviceSetsNetwork{10000}; // or waits for the bytes of the record
 constexpr Milliseconds kDeviceWaitsText{1000};    // for the "]" if there is none
 
@@ -39,7 +39,7 @@ int noAnswer(Milliseconds timeout, const char *more = "")
     return kNoAnswer;
 }
 
-// Returns the exit status that the reply stands for.
+// Returns the exit status for the reply.
 int printReply(const Answer &answer)
 {
     fmt::print("{}\n", frameWithDescription(answer.frame));
@@ -54,7 +54,7 @@ void printPieces(const std::vector<Piece> &pieces)
     std::fflush(stdout);
 }
 
-// Prints the frames in `text`. False, with a word on standard error, when there is anything else.
+// Prints the frames in `text`. Reports anything else on standard error and returns false.
 bool decode(std::string_view text)
 {
     FrameFinder finder;
@@ -69,7 +69,7 @@ bool decode(std::string_view text)
         if (piece.isFrame) {
             printPieces({piece});
         } else if (!other.empty()) {
-            fmt::print(stderr, "veskctl: no frame: {}\n", escape(other));
+            fmt::print(stderr, "veskctl: not a frame: {}\n", escape(other));
             onlyFrames = false;
         }
     }
@@ -106,14 +106,14 @@ int runNetworkRead(Line &line, Milliseconds timeout)
         return status;
     }
     if (!awaitBytes(line, *answer, kNetworkBlock, timeout)) {
-        fmt::print(stderr, "veskctl: {} of {} bytes came behind the reply within {} ms\n",
-                   answer->behind.size(), kNetworkBlock, timeout.count());
+        fmt::print(stderr, "veskctl: {} of {} bytes came after the reply within {} ms\n",
+                   answer->rest.size(), kNetworkBlock, timeout.count());
         return kNoAnswer;
     }
-    const std::string record = answer->behind.substr(0, kNetworkRecord);
-    if (withChecksum(record) != answer->behind) {
+    const std::string record = answer->rest.substr(0, kNetworkRecord);
+    if (withChecksum(record) != answer->rest) {
         fmt::print(stderr, "veskctl: the network record has a wrong checksum: {}\n",
-                   escape(answer->behind));
+                   escape(answer->rest));
         return kNoAnswer;
     }
     fmt::print("address  {}\nmask     {}\ngateway  {}\nMAC      {}\n", addressText(record),
@@ -141,10 +141,10 @@ int runTextRead(Line &line, const std::string &which, Milliseconds timeout)
     }
     if (!awaitEnd(line, *answer, ']', timeout)) {
         fmt::print(stderr, "veskctl: no whole text within {} ms: {}\n", timeout.count(),
-                   escape(answer->behind));
+                   escape(answer->rest));
         return kNoAnswer;
     }
-    fmt::print("{}\n", escape(answer->behind));
+    fmt::print("{}\n", escape(answer->rest));
     return kDone;
 }
 

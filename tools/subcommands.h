@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-// Sends the command that `text` stands for (see frameFromText()) and prints the reply. Replies to
-// other commands are left out, with a word on standard error.
+// Sends the command that `text` means (see frameFromText()) and prints the reply. Replies to other
+// commands are reported on standard error.
 int runSend(Line &line, const std::string &text, Milliseconds timeout);
 
 // The settings of the board's interface, as a user writes them.
@@ -19,21 +19,21 @@ struct NetworkSettings {
     std::string mac;
 };
 
-// The record of 18 bytes that carries them. Throws UsageError for what is no address.
+// The record of 18 bytes that carries them. Throws UsageError for a text that is not an address.
 std::string networkRecord(const NetworkSettings &settings);
 
-// Read and write the network record. Print the reply, and behind it what was read.
+// Read and write the network record. Print the reply, then the record that was read.
 int runNetworkRead(Line &line, Milliseconds timeout);
 int runNetworkWrite(Line &line, const NetworkSettings &settings, Milliseconds timeout);
 
-// Read and write a text; `which` are its dat1 and dat2 as the user wrote them. Print the reply, and
-// behind it what was read. `text` may contain escapes and need not be in brackets.
+// Read and write a text; `which` are its dat1 and dat2 as the user wrote them. Print the reply,
+// then the text that was read. `text` may contain escapes and need not be in brackets.
 int runTextRead(Line &line, const std::string &which, Milliseconds timeout);
 int runTextWrite(Line &line, const std::string &which, const std::string &text,
                  Milliseconds timeout);
 
-// Prints what arrives, frames decoded, until SIGINT or SIGTERM.
+// Prints the arriving bytes, with frames decoded, until SIGINT or SIGTERM.
 int runMonitor(Line &line);
 
-// Prints the meaning of the frames in `texts`, or on standard input if there are none.
+// Prints the meaning of the frames in `texts`, or of those on standard input if `texts` is empty.
 int runDecode(const std::vector<std::string> &texts);

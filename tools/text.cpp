@@ -43,8 +43,9 @@ std::string unescape(std::string_view text)
             bytes += static_cast<char>(HexCharToByte(text.data() + i + 2));
             i += 3;
         } else {
-            throw UsageError(fmt::format("\"{}\" is no escape: there are \\xNN \\r \\n \\\\",
-                                         text.substr(i, kind == 'x' ? 4 : 2)));
+            throw UsageError(
+                fmt::format("\"{}\" is not an escape; the escapes are \\xNN \\r \\n \\\\",
+                            text.substr(i, kind == 'x' ? 4 : 2)));
         }
     }
     return bytes;

@@ -50,12 +50,12 @@ Milliseconds parseTime(const std::string &text)
     const char *const end = text.data() + text.size();
     const auto result = std::from_chars(text.data(), end, time);
     if (result.ec != std::errc() || result.ptr != end || time > kLongestWait) {
-        throw UsageError(fmt::format("\"{}\" are no milliseconds", text));
+        throw UsageError(fmt::format("\"{}\" is not a number of milliseconds", text));
     }
     return Milliseconds{time};
 }
 
-// Bytes in hexadecimal digits, each with a count or without.
+// Bytes in hexadecimal digits, each with or without a count.
 std::string parseHex(const std::string &text)
 {
     std::istringstream stream(text);
@@ -69,7 +69,7 @@ std::string parseHex(const std::string &text)
         if (digits.size() != 2 || !isHexDigit(digits[0]) || !isHexDigit(digits[1]) ||
             (word.size() > 2 && word[2] != '*') || result.ec != std::errc() || result.ptr != end ||
             times > kMostRepeated) {
-            throw UsageError(fmt::format("\"{}\" is no byte such as 0a or 00*16", escape(word)));
+            throw UsageError(fmt::format("\"{}\" is not a byte such as 0a or 00*16", escape(word)));
         }
         bytes.append(times, static_cast<char>(HexCharToByte(word.data())));
     }
@@ -87,10 +87,10 @@ Step parseStep(std::string_view line)
             continue;
         }
         if (form.text == kNoText && !text.empty()) {
-            throw UsageError(fmt::format("{} stands alone on its line", sign));
+            throw UsageError(fmt::format("{} must be alone on its line", sign));
         }
         if ((form.text == kSomeText || form.text == kHex) && text.empty()) {
-            throw UsageError(fmt::format("{} needs something behind it", sign));
+            throw UsageError(fmt::format("{} needs something after it", sign));
         }
         Step step{form.kind, form.end, {}, Milliseconds{0}, 0, std::string(line)};
         step.bytes = form.kind == Step::kTitle ? std::string(trim(text))
@@ -101,7 +101,7 @@ Step parseStep(std::string_view line)
         }
         return step;
     }
-    throw UsageError(fmt::format("\"{}\" begins no step", escape(sign)));
+    throw UsageError(fmt::format("\"{}\" does not begin a step", escape(sign)));
 }
 
 } // namespace
@@ -124,7 +124,7 @@ std::vector<Step> parseTranscript(std::istream &stream, const std::string &name)
         steps.back().line = number;
     }
     if (steps.empty()) {
-        throw UsageError(fmt::format("{}: there is no step in it", name));
+        throw UsageError(fmt::format("{}: it has no steps", name));
     }
     return steps;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-// Transcripts: conversations with the daemon, written down to be played against it.
+// Transcripts: conversations with the daemon that can be played against it.
 //
 // One step a line; blank lines and lines that begin with "#" do not count.
 //
@@ -8,26 +8,24 @@
 //   front> TEXT    the front board sends these bytes
 //   front< TEXT    exactly these bytes arrive at the front board next
 //   front=         nothing (more) arrives there within 100 ms
-//   front*         what has arrived there is thrown away, up to the first 100 ms without a byte
-//   front>> HEX    the front board sends these bytes
-//   front<< HEX    exactly these bytes arrive at the front board next
-//   pc> TEXT       the control PC sends one datagram; it may be empty
-//   pc< TEXT       exactly these bytes arrive at the PC next, in however many datagrams
-//   pc=            nothing (more) arrives there within 100 ms
-//   pc*            what has arrived there is thrown away
+//   front*         bytes that have arrived there are thrown away, up to the first 100 ms without a
+//   byte front>> HEX    the front board sends these bytes front<< HEX    exactly these bytes arrive
+//   at the front board next pc> TEXT       the control PC sends one datagram; it may be empty pc<
+//   TEXT       exactly these bytes arrive at the PC next, in however many datagrams pc= nothing
+//   (more) arrives there within 100 ms pc*            bytes that have arrived there are thrown away
 //   pc>> HEX, pc<< HEX   the same for the PC
-//   log< TEXT      the daemon prints this line, after the line that the last log< found; others may
-//                  stand between them
-//   wait MS        nothing happens for so many milliseconds
+//   log< TEXT      the daemon prints this line, after the line that the last log< found; there may
+//   be
+//                  other lines between them
+//   wait MS        nothing happens for MS milliseconds
 //
-// TEXT begins behind the one blank after the sign and ends before the blanks at the line's end,
-// which nobody sees. Escapes: \xNN \r \n \\. A blank that ends TEXT is therefore \x20.
+// TEXT begins after the one blank after the sign and ends before the blanks at the line's end.
+// Escapes: \xNN \r \n \\. A blank at the end of TEXT is therefore written \x20.
 //
-// HEX are bytes of two hexadecimal digits with blanks between them; NN*COUNT is a byte so many
-// times.
+// HEX are bytes of two hexadecimal digits with blanks between them. NN*COUNT is COUNT such bytes.
 //
-// Every expectation waits for the bytes or the line no longer than the time-out. Bytes that nobody
-// has read when the transcript ends make it fail.
+// Every expectation waits for the bytes or the line no longer than the time-out. If bytes are
+// unread when the transcript ends, it fails.
 
 #include "tools/wait.h"
 
@@ -47,5 +45,5 @@ struct Step {
     std::string text;  // the line itself
 };
 
-// Throws UsageError with `name` and the number of the line that is no step.
+// Throws UsageError with `name` and the number of a line that is not a step.
 std::vector<Step> parseTranscript(std::istream &stream, const std::string &name);

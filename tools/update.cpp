@@ -20,8 +20,8 @@ namespace {
 constexpr uint8_t kAskBlockSize = 0xA1;
 constexpr int kTries = 5; // for each block
 
-// This long without a byte, and nothing of a failed try is on its way any more. Over UDP the device
-// passes its rest on before it mirrors anything: four pauses of 80 ms.
+// After this time without a byte, nothing of a failed try is still on its way. Over UDP the device
+// first passes the rest of the block on, with four pauses of 80 ms, before it mirrors anything.
 constexpr Milliseconds kSettled{400};
 
 class Update {
@@ -101,8 +101,8 @@ int Update::sendBlock(size_t number)
         const std::string what = fmt::format("block {} of {}: {}", number, count_,
                                              status == kRefused ? "refused" : "no answer");
         if (count_ == 1 && status == kNoAnswer) {
-            // It would be installed a second time, over the backup. The last of several blocks
-            // means nothing to a device that has restarted: it accepts and forgets it.
+            // Sent again, it would be installed a second time, over the backup. The last of several
+            // blocks can be sent again: a device that has restarted accepts and drops it.
             tell(what + "; it may have been installed all the same");
             return status;
         }
@@ -111,7 +111,7 @@ int Update::sendBlock(size_t number)
             return status;
         }
         tell(what + ", sent again");
-        // What is still on its way must not get mixed up with the next try.
+        // Bytes that are still on their way must not get mixed up with the next try.
         const Deadline deadline(options_.blockTimeout);
         while (!line_.receive(std::min(kSettled, deadline.left())).empty()) {
         }
@@ -120,12 +120,13 @@ int Update::sendBlock(size_t number)
 
 int Update::tryBlock(size_t number)
 {
-    // A tag of its own, so that no late answer is taken for the one to this try.
+    // Every try has its own tag, so that a late answer to an earlier try is not taken for this
+    // one's.
     const std::string frame = frameFromText(
         fmt::format("00 {:02x} 9a a0 07 {:02x} {:02x}", sent_ & 0xFF, number & 0xFF, number >> 8));
     ++sent_;
     const auto answer = ask(line_, frame, blockWithChecksum(stream_, number), options_.blockTimeout,
-                            Others::kPassedOver);
+                            Others::kSkipped);
     if (!answer) {
         return kNoAnswer;
     }

@@ -6,7 +6,7 @@
 
 #include <string_view>
 
-// The device waits so long for the bytes of a block that do not come, and answers then.
+// If bytes of a block do not come, the device answers after this time.
 inline constexpr Milliseconds kDeviceWaitsBlock{3000};
 
 struct UpdateOptions {
@@ -15,8 +15,8 @@ struct UpdateOptions {
     Milliseconds blockTimeout; // for an answer to a block
 };
 
-// Sends the blocks of `stream` (see updateStream()) one after the other, each when the one before
-// it has been accepted, and again if it was not. Prints the numbers on standard output, what has to
-// be sent again on standard error, and the progress there if that is a terminal. Returns kDone,
+// Sends the blocks of `stream` (see updateStream()), each after the one before it has been
+// accepted, and again if it was not. Prints the figures on standard output. Standard error gets a
+// line for each block that is sent again, and the progress if it is a terminal. Returns kDone,
 // kRefused or kNoAnswer.
 int runUpdate(Line &line, std::string_view stream, const UpdateOptions &options);

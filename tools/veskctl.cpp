@@ -32,9 +32,10 @@ constexpr char kFooter[] =
     "  0  done                        3  no answer in time\n"
     "  1  refused by the device, or   4  something failed on this computer, such as\n"
     "     a step that did not hold       a device that cannot be opened\n"
-    "  2  wrong use\n"
+    "  2  wrong usage\n"
     "\n"
-    "Data goes to standard output, talk to standard error. `veskctl SUBCOMMAND --help` says more.\n"
+    "Data goes to standard output, messages to standard error. `veskctl SUBCOMMAND --help` says\n"
+    "more.\n"
     "\n"
     "Examples:\n"
     "  veskctl --serial /dev/ttyUSB0 send read device type\n"
@@ -48,13 +49,14 @@ constexpr char kSendFooter[] =
     "The command is written in one of these ways; blanks between bytes do not count:\n"
     "  words              a name of the table below, then its parameters as hexadecimal bytes; an\n"
     "                     address may also be written as 192.168.0.100\n"
-    "  2 to 10 digits     command and dat1 to dat4; address, tag and what is left out are 00\n"
+    "  2 to 10 digits     command and dat1 to dat4; address, tag and omitted bytes are 00\n"
     "  14 digits          address, tag, command and dat1 to dat4; the checksum is added\n"
     "  16 digits          the same and the checksum, right or wrong\n"
     "  <...>              a whole frame of 19 characters, sent as it is, right or wrong\n"
     "\n"
-    "The reply is the next one with the command's address, tag and code. Over --udp the daemon\n"
-    "passes the command on to its serial line: only what answers there answers.\n"
+    "The reply is the next one with the command's address, tag and code. Over --udp the daemon does\n"
+    "not execute the command: it passes it on to its serial line. An ordinary front board does not\n"
+    "send it back, so use --serial.\n"
     "\n"
     "Commands: code, dat1, words\n";
 constexpr char kSendExamples[] = "\nExamples:\n"
@@ -66,9 +68,9 @@ constexpr char kSendExamples[] = "\nExamples:\n"
 
 constexpr char kNetworkAbout[] = "Read or write the settings of the device's network interface";
 constexpr char kNetworkFooter[] =
-    "Read: what the interface has now. Write: the device keeps the MAC address, sets up the interface\n"
-    "at once and again whenever it starts, and answers when that is done. The settings behind\n"
-    "`send write IP address` and its like are others: the device applies those when its DHCP client\n"
+    "Read prints what the interface has now. With write the device keeps the MAC address, sets up the\n"
+    "interface at once and again whenever it starts, and answers when that is done. Commands such as\n"
+    "`send write IP address` change other settings: the device applies those when its DHCP client\n"
     "next starts.\n"
     "\n"
     "Examples:\n"
@@ -78,9 +80,9 @@ constexpr char kNetworkFooter[] =
 
 constexpr char kTextAbout[] = "Read or write settings as text";
 constexpr char kTextFooter[] =
-    "DAT1 says what the text is about: 00 a layer, 09 an input, 38 take (write only), 39 blackout; DAT2\n"
-    "which one, 00 if not given. Both are hexadecimal bytes. The text is a list of items in brackets;\n"
-    "it is sent as it is, right or wrong. Escapes: \\xNN \\r \\n \\\\.\n"
+    "DAT1 says what the text is about: 00 a layer, 09 an input, 38 take (write only), 39 blackout.\n"
+    "DAT2 says which one, 00 if not given. Both are hexadecimal bytes. The text is a list of items in\n"
+    "brackets; it is sent as it is, right or wrong. Escapes: \\xNN \\r \\n \\\\.\n"
     "\n"
     "Examples:\n"
     "  veskctl --serial /dev/ttyUSB0 text write 09 00 '[a=1,b=2]'\n"
@@ -88,63 +90,63 @@ constexpr char kTextFooter[] =
 
 constexpr char kUpdateAbout[] = "Send a new executable to the device";
 constexpr char kUpdateFooter[] =
-    "The file is sent in blocks of 1024 bytes, each when the device has accepted the one before it. A\n"
-    "block that is refused or not answered is sent again, 5 times in all. When the last one has been\n"
-    "accepted the device adds up what it has stored. If that is right it replaces its executable, keeps\n"
-    "the old one as /usr/bin/vesk_h264_backup and restarts; if not it goes on as before. It says neither\n"
-    "on the line: ask it for something to see that it is back.\n"
+    "The file is sent in blocks of 1024 bytes, each after the device has accepted the one before it. A\n"
+    "block that is refused or not answered is sent again, 5 times in all. After the last block the\n"
+    "device adds up the stored file. If the sum is right it keeps the old executable as\n"
+    "/usr/bin/vesk_h264_backup, replaces it and restarts. If not, it goes on as before. It reports\n"
+    "neither on the line: send it a command to see that it is back.\n"
     "\n"
-    "Over --udp the device passes the blocks on to its serial line and only what the far side sends back\n"
-    "is executed: it works where the front board echoes every byte, at about 2 blocks a second. A block\n"
-    "that the device happens to find in two parts is refused after 3 s, and sent again. The answer to\n"
-    "the last block does not come, as the device restarts before it could pass it on: that block is\n"
-    "sent again, and the restarted device accepts it and does nothing.\n"
+    "Over --udp the update works only where the front board echoes every byte, at about 2 blocks a\n"
+    "second: the device passes the blocks on to its serial line and executes only what comes back. A\n"
+    "block that the device happens to find in two parts is refused after 3 s, and sent again. The\n"
+    "answer to the last block does not come, as the device restarts before it can pass it on. That\n"
+    "block is sent again, and the restarted device accepts it and does nothing.\n"
     "\n"
     "Example:\n"
     "  veskctl --serial /dev/ttyUSB0 update --query build/arm/vesk_h264";
 
 constexpr char kMonitorAbout[] =
-    "Print what arrives until Ctrl-C: frames decoded, the rest escaped";
+    "Print arriving bytes until Ctrl-C: frames decoded, the rest escaped";
 constexpr char kMonitorFooter[] =
-    "The daemon sends to the PC that spoke last. Over --udp we therefore begin with a line feed,\n"
-    "which it passes on to its serial line; no front board minds.\n"
+    "The daemon sends to the PC that sent the latest datagram. So over --udp monitor first sends a\n"
+    "line feed. The daemon passes it on to its serial line, where it does no harm.\n"
     "\n"
     "Example:\n"
     "  veskctl --udp 192.168.0.100 monitor";
 
-constexpr char kDecodeAbout[] = "Say what frames mean, without any device";
+constexpr char kDecodeAbout[] = "Print what frames mean, without a device";
 constexpr char kDecodeFooter[] =
-    "A wrong checksum is said so. Text that is no frame is named on standard error and makes the\n"
-    "exit status 2.\n"
+    "A wrong checksum is reported. Text that is not a frame is reported on standard error, and the exit\n"
+    "status is then 2.\n"
     "\n"
     "Examples:\n"
     "  veskctl decode '<F00006801263300c2>'\n"
     "  grep -o '<T[^>]*>' capture.txt | veskctl decode";
 
-constexpr char kConsoleAbout[] = "Type commands, see both lines and the daemon's output";
+constexpr char kConsoleAbout[] = "Type commands; see both lines and the daemon's output";
 constexpr char kConsoleFooter[] =
-    "Commands as in `send`, and front TEXT, pc TEXT, help, quit. With --log the daemon's output is\n"
-    "shown beside them. Input from a pipe is taken line by line, each when the one before has had\n"
-    "its answer.\n"
+    "Type commands as in `send`, or front TEXT, pc TEXT, help, quit. With --log the daemon's output is\n"
+    "shown too. Input from a pipe is taken line by line, each after the one before it has been\n"
+    "answered.\n"
     "\n"
     "Examples:\n"
     "  veskctl --serial /dev/frontboard --udp 192.168.0.100 --log /tmp/vesk_h264.log console\n"
     "  echo 'read device type' | veskctl --serial /dev/ttyUSB0 console";
 
-constexpr char kPlayAbout[] = "Play a transcript, say of every step whether it held";
+constexpr char kPlayAbout[] = "Play a transcript and print whether each step held";
 constexpr char kPlayFooter[] =
     "A transcript has one step a line; # begins a comment:\n"
     "  == TITLE                  what the next steps show\n"
     "  front> TEXT   pc> TEXT    the front board, the PC sends these bytes\n"
     "  front< TEXT   pc< TEXT    exactly these bytes arrive there next\n"
     "  front=        pc=         nothing arrives there within 100 ms\n"
-    "  front*        pc*         what has arrived there is thrown away\n"
+    "  front*        pc*         bytes that have arrived there are thrown away\n"
     "  front>> HEX   pc>> HEX    as > and <, but the bytes in hexadecimal digits; NN*COUNT is a byte\n"
     "  front<< HEX   pc<< HEX    that is repeated\n"
     "  log< TEXT                 the daemon prints this line\n"
-    "  wait MS                   nothing happens for so many milliseconds\n"
-    "Escapes in TEXT: \\xNN \\r \\n \\\\. An expectation waits as long as --timeout says. Bytes left\n"
-    "unread at the end make the transcript fail.\n"
+    "  wait MS                   nothing happens for MS milliseconds\n"
+    "Escapes in TEXT: \\xNN \\r \\n \\\\. An expectation waits as long as --timeout says. If bytes are\n"
+    "unread at the end, the transcript fails.\n"
     "\n"
     "Example:\n"
     "  veskctl --serial /dev/frontboard --udp 192.168.0.100 --log /tmp/vesk_h264.log \\\n"
@@ -232,7 +234,7 @@ std::string contentOf(const std::string &file)
     return content;
 }
 
-// What is wrong with the words of a user is told before any device is touched -------------------
+// Wrong arguments are reported before any device is opened ---------------------------------------
 
 int send(const Options &options)
 {
@@ -288,7 +290,7 @@ int monitor(const Options &options)
     requireOneLine(options);
     Opened opened(options);
     if (opened.pc) {
-        opened.pc->send("\n"); // the daemon takes no notice of an empty datagram
+        opened.pc->send("\n"); // the daemon ignores an empty datagram
     }
     return runMonitor(opened.front ? *opened.front : *opened.pc);
 }
@@ -318,17 +320,16 @@ int run(int argc, char **argv)
     CLI::App app(kAbout, "veskctl");
     app.footer(kFooter);
     app.require_subcommand(1);
-    app.fallthrough(); // the options may stand behind the subcommand too
+    app.fallthrough(); // the options may also follow the subcommand
     app.add_option("--serial", options.serial, "Serial device: be the front board")
         ->type_name("DEVICE");
-    app.add_option("--udp", options.udp, "The daemon's address, port 1000 if not given: be the PC")
+    app.add_option("--udp", options.udp, "The daemon's address (default port 1000): be the PC")
         ->type_name("HOST[:PORT]");
     app.add_option("--timeout", options.timeout, "How long to wait for an answer")
         ->capture_default_str()
         ->type_name("MS")
         ->check(CLI::Range(1U, kLongestTimeout).description(""));
-    app.add_option("--log", options.log, "File in which the daemon's output is collected")
-        ->type_name("FILE");
+    app.add_option("--log", options.log, "File with the daemon's output")->type_name("FILE");
 
     CLI::App *const sendCommand = app.add_subcommand("send", kSendAbout);
     sendCommand->footer(kSendFooter + commandList() + kSendExamples);
@@ -366,7 +367,7 @@ int run(int argc, char **argv)
 
     CLI::App *const decodeCommand = app.add_subcommand("decode", kDecodeAbout);
     decodeCommand->footer(kDecodeFooter);
-    decodeCommand->add_option("FRAME", options.frames, "Frames; none: from standard input");
+    decodeCommand->add_option("FRAME", options.frames, "Frames; if none, standard input is read");
 
     CLI::App *const consoleCommand = app.add_subcommand("console", kConsoleAbout);
     consoleCommand->footer(kConsoleFooter);

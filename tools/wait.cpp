@@ -17,7 +17,8 @@ Deadline::Deadline(Milliseconds fromNow) : at_(std::chrono::steady_clock::now() 
 
 Milliseconds Deadline::left() const
 {
-    // Rounded up, or the last part of a millisecond would be spent polling without a wait.
+    // Rounded up: otherwise callers would poll without a wait during the last part of a
+    // millisecond.
     const auto rest = std::chrono::ceil<Milliseconds>(at_ - std::chrono::steady_clock::now());
     return std::max(rest, Milliseconds{0});
 }
@@ -61,7 +62,7 @@ Interruption::Interruption()
     }
 }
 
-// The signals stay blocked: one that is still pending would end the program on its last steps.
+// The signals stay blocked: a pending one would end the program during its last steps.
 Interruption::~Interruption()
 {
     close(descriptor_);

@@ -8,10 +8,10 @@
 
 using Milliseconds = std::chrono::milliseconds;
 
-// This long without a byte, and whoever was talking has finished.
+// A line counts as quiet after this time without a byte.
 inline constexpr Milliseconds kQuiet{100};
 
-// A moment some time from now, on a clock that nobody sets.
+// A moment some time from now, on a clock that is never set.
 class Deadline {
 public:
     explicit Deadline(Milliseconds fromNow);
@@ -22,11 +22,10 @@ private:
     std::chrono::steady_clock::time_point at_;
 };
 
-// Waits until one of the descriptors can be read (or is closed) or the time is over. Returns those
-// that can.
+// Waits until a descriptor is readable (or closed) or the time is over. Returns the readable ones.
 std::vector<int> waitReadable(std::span<const int> descriptors, Milliseconds timeout);
 
-// While one exists, SIGINT and SIGTERM end nothing but make its descriptor readable.
+// While an Interruption exists, SIGINT and SIGTERM only make its descriptor readable.
 class Interruption {
 public:
     Interruption();

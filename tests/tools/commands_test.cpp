@@ -130,23 +130,22 @@ TEST(Commands, AddressesAreWrittenWithDotsOrAsHexadecimalBytes)
 TEST(Commands, RefusesAddressesThatAreNone)
 {
     EXPECT_EQ(complaintAbout("write IP address 192.168.0"),
-              "\"192.168.0\" is no address such as 192.168.0.100");
+              "\"192.168.0\" is not an address such as 192.168.0.100");
     EXPECT_EQ(complaintAbout("write IP address 192.168.0.256"),
-              "\"192.168.0.256\" is no address such as 192.168.0.100");
+              "\"192.168.0.256\" is not an address such as 192.168.0.100");
     EXPECT_EQ(complaintAbout("write IP address 192.168.0.1 1"),
-              "\"192.168.0.1\" is no hexadecimal byte");
+              "\"192.168.0.1\" is not a hexadecimal byte");
     EXPECT_EQ(complaintAbout("write IP address 1 2 3 4 5"),
               "\"write IP address\" takes at most 4 parameters");
-    EXPECT_EQ(complaintAbout("input source 1.2.3.4"), "\"1.2.3.4\" is no hexadecimal byte");
+    EXPECT_EQ(complaintAbout("input source 1.2.3.4"), "\"1.2.3.4\" is not a hexadecimal byte");
     EXPECT_EQ(complaintAbout("read IP address 1.2.3.4"), "\"read IP address\" takes no parameters");
 }
 
 TEST(Commands, RefusesWordsThatItDoesNotKnow)
 {
-    EXPECT_EQ(complaintAbout("read"), "\"read\" is no command that I know");
-    EXPECT_EQ(complaintAbout("make coffee"), "\"make coffee\" is no command that I know");
-    EXPECT_EQ(complaintAbout("read device types"),
-              "\"read device types\" is no command that I know");
+    EXPECT_EQ(complaintAbout("read"), "\"read\" is not a known command");
+    EXPECT_EQ(complaintAbout("make coffee"), "\"make coffee\" is not a known command");
+    EXPECT_EQ(complaintAbout("read device types"), "\"read device types\" is not a known command");
     EXPECT_EQ(complaintAbout(" "), "no command given");
 }
 
@@ -154,8 +153,8 @@ TEST(Commands, RefusesParametersThatDoNotFit)
 {
     EXPECT_EQ(complaintAbout("read device type 01"), "\"read device type\" takes no parameters");
     EXPECT_EQ(complaintAbout("work time 1 2 3 4 5"), "\"work time\" takes at most 4 parameters");
-    EXPECT_EQ(complaintAbout("work time 100"), "\"100\" is no hexadecimal byte");
-    EXPECT_EQ(complaintAbout("work time xy"), "\"xy\" is no hexadecimal byte");
+    EXPECT_EQ(complaintAbout("work time 100"), "\"100\" is not a hexadecimal byte");
+    EXPECT_EQ(complaintAbout("work time xy"), "\"xy\" is not a hexadecimal byte");
 }
 
 TEST(Commands, TwoToTenDigitsAreTheCommandAndItsData)

@@ -31,7 +31,7 @@ at_desk() {
 }
 
 @test "update over the line by another build, which then answers" {
-    # An executable runs as well with bytes behind its end.
+    # An executable also runs with bytes after its end.
     at_desk --serial '
         { cat "$DAEMON"; echo rebuilt; } >/tmp/new
         veskctl 10000 update --query /tmp/new
@@ -68,7 +68,7 @@ at_desk() {
     [ "${#lines[@]}" -eq 2 ]
 }
 
-@test "network read and text read: what is behind the reply" {
+@test "network read and text read: what follows the reply" {
     at_desk --serial '
         veskctl 10000 network read
         veskctl 10000 text write 09 01 "[a=1,b=2]"

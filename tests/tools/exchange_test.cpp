@@ -1,4 +1,4 @@
-// One command, its payload, its reply and what comes behind that.
+// One command, its payload, its reply and what follows it.
 
 #include "tools/exchange.h"
 
@@ -62,22 +62,22 @@ TEST_F(Exchange, ThrowsAwayWhatHasArrivedBefore)
     EXPECT_FALSE(ask(*line, kFrame, {}, kShort));
 }
 
-TEST_F(Exchange, WaitsForSoManyBytesBehindTheReply)
+TEST_F(Exchange, WaitsForSoManyBytesAfterTheReply)
 {
     Answer answer{kReply, "ab"};
     arrive("cd");
     arrive("ef");
     EXPECT_TRUE(awaitBytes(*line, answer, 5, kLong));
-    EXPECT_EQ(answer.behind, "abcde");
+    EXPECT_EQ(answer.rest, "abcde");
 }
 
 TEST_F(Exchange, NeedsNoMoreBytesThanThereAre)
 {
     Answer answer{kReply, "abc"};
     EXPECT_TRUE(awaitBytes(*line, answer, 3, kShort));
-    EXPECT_EQ(answer.behind, "abc");
+    EXPECT_EQ(answer.rest, "abc");
     EXPECT_FALSE(awaitBytes(*line, answer, 4, kShort));
-    EXPECT_EQ(answer.behind, "abc");
+    EXPECT_EQ(answer.rest, "abc");
 }
 
 TEST_F(Exchange, WaitsForTheEndOfAText)
@@ -86,14 +86,14 @@ TEST_F(Exchange, WaitsForTheEndOfAText)
     arrive("=1");
     arrive("]x");
     EXPECT_TRUE(awaitEnd(*line, answer, ']', kLong));
-    EXPECT_EQ(answer.behind, "[a=1]");
+    EXPECT_EQ(answer.rest, "[a=1]");
 }
 
 TEST_F(Exchange, SaysThatTheEndDidNotCome)
 {
     Answer answer{kReply, "[a"};
     EXPECT_FALSE(awaitEnd(*line, answer, ']', kShort));
-    EXPECT_EQ(answer.behind, "[a");
+    EXPECT_EQ(answer.rest, "[a");
 }
 
 } // namespace

@@ -168,7 +168,7 @@ TEST(Line, UdpSendsDatagramsAndReceivesTheirAnswers)
     EXPECT_EQ(peer.receive(), "");
     peer.answer("");
     peer.answer("answer");
-    EXPECT_EQ(line.receive(kLong), "answer"); // the empty one is passed over
+    EXPECT_EQ(line.receive(kLong), "answer"); // the empty one is skipped
 }
 
 TEST(Line, NobodyAtTheUdpPortIsSilence)

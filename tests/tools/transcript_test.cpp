@@ -71,7 +71,7 @@ TEST(Transcript, CommentsAndBlankLinesDoNotCount)
 TEST(Transcript, TextBeginsBehindOneBlankAndEndsBeforeTheLastOnes)
 {
     expectStep("front>  two blanks", Step::kSend, Step::kFront, " two blanks");
-    expectStep("front> blanks behind \t ", Step::kSend, Step::kFront, "blanks behind");
+    expectStep("front> blanks after \t ", Step::kSend, Step::kFront, "blanks after");
     expectStep("front> a blank\\x20", Step::kSend, Step::kFront, "a blank ");
     expectStep("front> # no comment", Step::kSend, Step::kFront, "# no comment");
     expectStep("front> from another system\r\n", Step::kSend, Step::kFront, "from another system");
@@ -97,38 +97,39 @@ TEST(Transcript, SaysWhichBytesAreNone)
                              "00+2", "*2", "00*65537", "00*99999999999999999999", "\\x00"}) {
         EXPECT_EQ(complaintAbout(std::string("front>> 61 ") + byte),
                   "file:1: \"" + std::string(byte[0] == '\\' ? "\\" : "") + byte +
-                      "\" is no byte such as 0a or 00*16");
+                      "\" is not a byte such as 0a or 00*16");
     }
-    EXPECT_EQ(complaintAbout("front>>"), "file:1: front>> needs something behind it");
-    EXPECT_EQ(complaintAbout("pc>> "), "file:1: pc>> needs something behind it");
+    EXPECT_EQ(complaintAbout("front>>"), "file:1: front>> needs something after it");
+    EXPECT_EQ(complaintAbout("pc>> "), "file:1: pc>> needs something after it");
 }
 
 TEST(Transcript, SaysWhichLineIsNoStep)
 {
-    EXPECT_EQ(complaintAbout("front> a\nback> b\n"), "file:2: \"back>\" begins no step");
-    EXPECT_EQ(complaintAbout("\n front> a\n"), "file:2: \"\" begins no step");
-    EXPECT_EQ(complaintAbout("front>a"), "file:1: \"front>a\" begins no step");
+    EXPECT_EQ(complaintAbout("front> a\nback> b\n"), "file:2: \"back>\" does not begin a step");
+    EXPECT_EQ(complaintAbout("\n front> a\n"), "file:2: \"\" does not begin a step");
+    EXPECT_EQ(complaintAbout("front>a"), "file:1: \"front>a\" does not begin a step");
     EXPECT_EQ(complaintAbout("front> \\q"),
-              "file:1: \"\\q\" is no escape: there are \\xNN \\r \\n \\\\");
+              "file:1: \"\\q\" is not an escape; the escapes are \\xNN \\r \\n \\\\");
 }
 
 TEST(Transcript, SaysWhichLineHasTooLittleOrTooMuch)
 {
-    EXPECT_EQ(complaintAbout("front>"), "file:1: front> needs something behind it");
-    EXPECT_EQ(complaintAbout("pc< "), "file:1: pc< needs something behind it");
-    EXPECT_EQ(complaintAbout("log<"), "file:1: log< needs something behind it");
-    EXPECT_EQ(complaintAbout("=="), "file:1: == needs something behind it");
-    EXPECT_EQ(complaintAbout("front= x"), "file:1: front= stands alone on its line");
-    EXPECT_EQ(complaintAbout("pc* x"), "file:1: pc* stands alone on its line");
-    EXPECT_EQ(complaintAbout("wait"), "file:1: wait needs something behind it");
+    EXPECT_EQ(complaintAbout("front>"), "file:1: front> needs something after it");
+    EXPECT_EQ(complaintAbout("pc< "), "file:1: pc< needs something after it");
+    EXPECT_EQ(complaintAbout("log<"), "file:1: log< needs something after it");
+    EXPECT_EQ(complaintAbout("=="), "file:1: == needs something after it");
+    EXPECT_EQ(complaintAbout("front= x"), "file:1: front= must be alone on its line");
+    EXPECT_EQ(complaintAbout("pc* x"), "file:1: pc* must be alone on its line");
+    EXPECT_EQ(complaintAbout("wait"), "file:1: wait needs something after it");
     for (const char *text : {"wait x", "wait 1 s", "wait -1", "wait 1.5", "wait 99999999"}) {
-        EXPECT_NE(complaintAbout(text).find("are no milliseconds"), std::string::npos) << text;
+        EXPECT_NE(complaintAbout(text).find("is not a number of milliseconds"), std::string::npos)
+            << text;
     }
 }
 
 TEST(Transcript, WithoutAStepIsNone)
 {
-    EXPECT_EQ(complaintAbout("# nothing\n"), "file: there is no step in it");
+    EXPECT_EQ(complaintAbout("# nothing\n"), "file: it has no steps");
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 #!/usr/bin/env bats
 # veskctl at its command line: what it prints where, and its exit status. The device is a small script
-# behind a pair of terminals; VESKCTL names the program (build/release/tools/veskctl if not set).
+# at the far end of a pair of terminals; VESKCTL names the program (build/release/tools/veskctl if not set).
 #
 # shellcheck disable=SC2016 # the device's scripts expand what is in single quotes
 
@@ -74,7 +74,7 @@ bats_require_minimum_version 1.5.0
     said '<F00006801263300c2>  reply, address 00, tag 00: read device type: 2633' ''
 }
 
-@test "send: the options may stand behind the subcommand" {
+@test "send: the options may follow the subcommand" {
     answers '<F00006801263300c2>'
     run -0 "$VESKCTL" send 68 01 --serial "$device" --timeout 2000
 }
@@ -91,12 +91,12 @@ bats_require_minimum_version 1.5.0
     said '<F000073ffffffff6f>  refusal, address 00, tag 00: input source' ''
 }
 
-@test "send: what is no answer to it is passed over, with a word" {
+@test "send: what is not the answer is skipped and reported" {
     answers 'noise<F000000fffffffffc><F00006801263300c2>'
     run -0 --separate-stderr "$VESKCTL" --serial "$device" send read device type
     said '<F00006801263300c2>  reply, address 00, tag 00: read device type: 2633' \
-        'veskctl: passed over: noise
-veskctl: passed over: <F000000fffffffffc>  refusal, address 00, tag 00: command 00'
+        'veskctl: skipped: noise
+veskctl: skipped: <F000000fffffffffc>  refusal, address 00, tag 00: command 00'
 }
 
 @test "send: no answer in time, status 3" {
@@ -135,7 +135,7 @@ veskctl: passed over: <F000000fffffffffc>  refusal, address 00, tag 00: command 
     said '' 'veskctl: no answer within 200 ms; this command never gets one'
 }
 
-@test "network read: the record behind the reply" {
+@test "network read: the record after the reply" {
     connect 'head -c 19 >got; printf "<F0000f12000130024>\\xc0\\xa8\\x00\\x64\\xff\\xff\\xff\\x00"
         sleep 0.1; printf "\\xc0\\xa8\\x00\\x01\\x02vesk\\x01\\xee"; cat >/dev/null'
     run -0 --separate-stderr "$VESKCTL" --serial "$device" network read
@@ -150,7 +150,7 @@ MAC      02:76:65:73:6b:01' ''
 @test "network read: a record that is not whole or not right, status 3; a refusal, status 1" {
     connect 'head -c 19 >/dev/null; printf "<F0000f12000130024>abc"; cat >/dev/null'
     run -3 --separate-stderr "$VESKCTL" --serial "$device" --timeout 5000 network read
-    [ "${stderr?}" = 'veskctl: 3 of 19 bytes came behind the reply within 5000 ms' ]
+    [ "${stderr?}" = 'veskctl: 3 of 19 bytes came after the reply within 5000 ms' ]
     disconnect
     connect 'head -c 19 >/dev/null; printf "<F0000f12000130024>abcabcabcabcabcabcX"; cat >/dev/null'
     run -3 --separate-stderr "$VESKCTL" --serial "$device" network read
@@ -160,7 +160,7 @@ MAC      02:76:65:73:6b:01' ''
     run -1 "$VESKCTL" --serial "$device" network read
 }
 
-@test "network write: the record behind the command" {
+@test "network write: the record after the command" {
     connect 'head -c 38 >got; printf "<F0000f02000130023>"; cat >/dev/null'
     run -0 --separate-stderr "$VESKCTL" --serial "$device" network write \
         192.168.0.100 255.255.255.0 192.168.0.1 02:76:65:73:6b:01
@@ -223,7 +223,7 @@ MAC      02:76:65:73:6b:01' ''
     connect 'cat >got'
     : >empty
     run -2 --separate-stderr "$VESKCTL" --serial "$device" update empty
-    said '' 'veskctl: an empty file is no executable'
+    said '' 'veskctl: an empty file is not an executable'
     run -4 --separate-stderr "$VESKCTL" --serial "$device" update nothing
     said '' 'veskctl: cannot read nothing'
     run -4 "$VESKCTL" --serial "$device" update .
@@ -296,8 +296,8 @@ MAC      02:76:65:73:6b:01' ''
 @test "decode: text that is no frame, status 2" {
     run -2 --separate-stderr "$VESKCTL" decode 'abc' '<T0000680100000069>' '<T0000680100000069}'
     said '<T0000680100000069>  command, address 00, tag 00: read device type' \
-        'veskctl: no frame: abc
-veskctl: no frame: <T0000680100000069}'
+        'veskctl: not a frame: abc
+veskctl: not a frame: <T0000680100000069}'
     run -2 "$VESKCTL" decode <<<'<T000068'
 }
 
@@ -344,11 +344,11 @@ front> <T0000680100000069>  command, address 00, tag 00: read device type
 front< <F00006801263300c2>  reply, address 00, tag 00: read device type: 2633
 front< bye\r\n
 front> hello
-"dance" is no command that I know; `help` lists what there is
-there is no such line: it needs --udp; `help` lists what there is' ''
+"dance" is not a known command; `help` lists the commands
+there is no such line: it needs --udp; `help` lists the commands' ''
 }
 
-@test "console: help lists what there is, quit ends" {
+@test "console: help lists the commands, quit ends" {
     connect 'cat >/dev/null'
     run -0 "$VESKCTL" --serial "$device" console <<<$'help\nquit\nread device type'
     for word in 'front TEXT' 'pc TEXT' quit 'read device type' 'read protocol version' 'work time'; do
@@ -394,7 +394,7 @@ file: all 2 steps held' ''
     connect 'cat >/dev/null'
     echo 'front: hello' >file
     run -2 "$VESKCTL" --serial "$device" play file
-    [ "$output" = 'veskctl: file:1: "front:" begins no step' ]
+    [ "$output" = 'veskctl: file:1: "front:" does not begin a step' ]
     echo 'pc> hello' >file
     run -2 "$VESKCTL" --serial "$device" play file
     [ "$output" = 'veskctl: line 1 needs --udp: pc> hello' ]
