@@ -2,7 +2,7 @@
 
 #include "storage/UserSetting.h"
 #include "video/CustomFormat.h"
-#include "video/FormatClass.h"
+#include "video/format_id.h"
 
 void SetAllBoardFormat(uint32_t format)
 {
@@ -20,4 +20,9 @@ void SetAllBoardFormat(uint32_t format)
             resolution.sizeClass = GetCustomResolution()->sizeClass;
         }
     }
+}
+
+int32_t isSameCustomGenlockFormat_output(uint8_t)
+{
+    return 0;
 }

@@ -1,11 +1,16 @@
 #pragma once
 
-// The video format of all outputs at once. No command reaches it in this model. Main loop only,
-// behind malloc_saveView().
+// The video format of all outputs at once. Main loop only.
+// Waiting for a later model: nothing that the daemon runs calls this.
+//
+// Requires: malloc_saveView() has been called.
 
 #include <cstdint>
 
-// Sets the format byte of all six outputs in the user setting record and enables them; nothing is
-// saved. 125 is replaced by the external input's format. For 124, the custom format, the outputs'
-// resolutions become the custom one; not for 125 that stands for it.
+// Sets the format byte of all six outputs in the user setting record and enables the outputs.
+// Nothing is saved. 125 is replaced by the external input's format. For 124, the custom format, the
+// outputs' resolutions become the custom one; not for a 125 that stands for 124.
 void SetAllBoardFormat(uint32_t format);
+
+// Whether `output` has the same custom genlock format: always 0 in this model.
+int32_t isSameCustomGenlockFormat_output(uint8_t output);

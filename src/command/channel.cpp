@@ -1,8 +1,19 @@
 #include "command/channel.h"
 
 #include <cstdio>
+#include <new>
 
+#include "core/memory.h"
+#include "core/record.h"
 #include "core/systick.h"
+
+// Proof of the layout, as the header has it.
+RECORD_FIELD(Channel, 0, std::atomic<uint32_t>, 1, type)
+RECORD_FIELD(Channel, 8, std::atomic<uint64_t>, 1, address)
+RECORD_FIELD(Channel, 16, struct pipe, 1, pipe)
+RECORD_FIELD(Channel, 16 + sizeof(struct pipe), uint8_t, 4096, storage)
+RECORD_FIELD(Channel, 16 + sizeof(struct pipe) + 4096, std::atomic<uint32_t>, 1, lastTime)
+static_assert(sizeof(void *) != 4 || sizeof(Channel) == 4136);
 
 Channel *channel[kChannelCount];
 uint8_t commandFrom;
@@ -62,6 +73,21 @@ uint32_t lowWord(uint64_t address)
 
 } // namespace
 
+void createChannels()
+{
+    for (Channel *&slot : channel) {
+        void *const memory = mymem_malloc(sizeof(Channel));
+        if (memory == nullptr) {
+            continue;
+        }
+        slot = new (memory) Channel;
+        slot->type.store(kChannelFree, std::memory_order_relaxed);
+        slot->address.store(0, std::memory_order_relaxed);
+        slot->lastTime.store(0, std::memory_order_relaxed);
+        pipe_init(&slot->pipe, slot->storage, sizeof slot->storage);
+    }
+}
+
 uint8_t getUsedChannel(uint32_t type, uint64_t address)
 {
     for (uint8_t i = 0; i < kChannelCount; ++i) {
@@ -98,6 +124,8 @@ void IsrReceiveBuffer(uint32_t type, uint64_t address, const uint8_t *bytes, uin
         }
     }
 }
+
+// Waiting for a later model -----------------------------------------------------------------------
 
 int32_t IsrReceiveCommand(uint32_t type, uint64_t address, uint8_t byte)
 {

@@ -2,12 +2,11 @@
 
 // Command channels: ten slots that each bind one source of bytes to a private pipe.
 //
-// The serial reader thread binds channels and fills their pipes (IsrReceiveBuffer); the main loop
-// empties them (command/reception.h) and answers to the source that the channel names
-// (command/reply.h). Binding relies on there being one receive thread that feeds channels.
+// The serial reader thread binds channels and fills their pipes (IsrReceiveBuffer). The main loop
+// empties them (command/reception.h) and answers the source that the channel names
+// (command/reply.h). Binding relies on one receive thread feeding the channels.
 
 #include "core/pipe.h"
-#include "core/record.h"
 
 #include <atomic>
 #include <cstdint>
@@ -34,36 +33,39 @@ struct Channel {
     std::atomic<uint32_t> lastTime;
     uint32_t reservedEnd;
 };
-RECORD_FIELD(Channel, 0, std::atomic<uint32_t>, type);
-RECORD_FIELD(Channel, 8, std::atomic<uint64_t>, address);
-RECORD_FIELD(Channel, 16, struct pipe, pipe);
-RECORD_FIELD(Channel, 16 + sizeof(struct pipe), uint8_t[4096], storage);
-RECORD_FIELD(Channel, 16 + sizeof(struct pipe) + 4096, std::atomic<uint32_t>, lastTime);
-static_assert(sizeof(void *) != 4 || sizeof(Channel) == 4136);
+// A lock would let the main loop wait for the receive thread, and needs a library that boards lack.
+static_assert(std::atomic<uint64_t>::is_always_lock_free);
 
-// Filled once by InitRs232CommandVariable() before any thread runs, never freed. A slot whose
-// memory could not be had stays null and is passed over.
+// Made once by createChannels() and never freed. A slot for which there was no memory stays null
+// and is skipped everywhere.
 extern Channel *channel[kChannelCount];
 
 // Main loop only.
 extern uint8_t commandFrom;     // the channel being served: replies and payloads belong to it
 extern uint8_t current_channel; // the channel whose command is being executed
 
+// Takes memory for the ten channels and leaves them all free.
+// Requires: called once, before any receive thread runs.
+void createChannels();
+
 // The lowest channel bound to exactly this source, or kNoChannel. Receive thread; another thread
-// may see a channel that is just changing hands with the new address and still the old type.
-uint8_t getUsedChannel(uint32_t type, uint64_t address);
+// may see a channel that is changing hands with its new address and still its old type.
+[[nodiscard]] uint8_t getUsedChannel(uint32_t type, uint64_t address);
 
 // Binds a channel to the source and returns it: the lowest free one, else the one whose last valid
-// command is longest ago (lowest index on equal ages). What the old source left in its pipe and in
-// its half-assembled frame stays and will be read as the new source's. kNoChannel only when no slot
-// has memory. Receive thread only.
-uint8_t getFreeChannel(uint32_t type, uint64_t address);
+// command is longest ago (the lowest index on equal ages). What the old source left in the pipe and
+// in a half-assembled frame stays there and is read as the new source's. Returns kNoChannel only
+// when no slot has memory. Receive thread only.
+[[nodiscard]] uint8_t getFreeChannel(uint32_t type, uint64_t address);
 
-// Queues bytes of a source, binding a channel to it first if there is none (and saying so). Bytes
-// that do not fit are dropped with a message each. Receive thread only.
+// Queues bytes of a source. If no channel is bound to it, binds one first and logs that. Each byte
+// that does not fit is dropped and logged. Receive thread only.
 void IsrReceiveBuffer(uint32_t type, uint64_t address, const uint8_t *bytes, uint32_t length);
 
-// The same for one byte, without messages. Returns 1 if it was stored, 0 if the pipe was full.
+// Waiting for a later model -----------------------------------------------------------------------
+
+// IsrReceiveBuffer() for one byte, without messages. Returns 1 if it was stored, 0 if the pipe was
+// full. Receive thread only.
 int32_t IsrReceiveCommand(uint32_t type, uint64_t address, uint8_t byte);
 
 // The kind of source of the command being executed. Main loop only.

@@ -1,158 +1,28 @@
+// The command table, and the lookup in it. A new command needs a row here, a handler in the file of
+// its kind, and a row in docs/protocol.md.
+
 #include "command/dispatch.h"
 
-#include <cstdio>
+#include <cstddef>
+#include <iterator>
 
+#include "command/device.h"
+#include "command/network.h"
 #include "command/reply.h"
 #include "command/setting.h"
+#include "command/unsupported.h"
 #include "command/update.h"
-#include "control/ip.h"
-#include "core/memory.h"
-#include "storage/UserPref.h"
 
 uint32_t uart0Touart;
 
 namespace {
 
-constexpr uint8_t kDeviceType[] = {0x26, 0x33};
-constexpr uint8_t kProtocolVersion[] = {1, 10};
-
-// What a command does and answers. The reply starts as a copy of the request.
+// Executes the command in commandToLED and answers it.
 using Handler = void (*)();
 
 void refuse()
 {
     SendAckOrNack(kNak);
-}
-
-void printMemoryUse()
-{
-    mymem_print_info();
-    SendAckOrNack(kAck);
-}
-
-// Answers with the sub-command and three bytes.
-void answer(uint8_t dat2, uint8_t dat3, uint8_t dat4)
-{
-    SendReply(commandToLED.dat1, dat2, dat3, dat4);
-}
-
-// Answers with the sub-command and a 16-bit value.
-void answerWord(uint32_t value)
-{
-    answer(static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value), 0);
-}
-
-void readDeviceType()
-{
-    std::puts("read device type");
-    answer(kDeviceType[0], kDeviceType[1], 0);
-}
-
-void readProtocolVersion()
-{
-    answer(kProtocolVersion[0], kProtocolVersion[1], 0);
-}
-
-void readSystemVersion()
-{
-    answerWord(getSystemVersion());
-}
-
-void writeSerialNumber()
-{
-    saveDeviceSN(commandToLED.dat2 * 256u + commandToLED.dat3);
-    SendWriteRs232Command();
-}
-
-void readSerialNumber()
-{
-    answerWord(getDeviceSN());
-}
-
-// The network. An address is dat1 to dat4, in dotted order. ------------------------------------
-
-using Setter = void (*)(const uint8_t *address);
-using Getter = void (*)(uint8_t *address);
-
-void setAddress(Setter set)
-{
-    const uint8_t address[] = {commandToLED.dat1, commandToLED.dat2, commandToLED.dat3,
-                               commandToLED.dat4};
-    set(address);
-}
-
-void answerAddress(Getter get)
-{
-    uint8_t address[4];
-    get(address);
-    SendReply(address[0], address[1], address[2], address[3]);
-}
-
-void readNetMask()
-{
-    answerAddress(GetNetMask);
-}
-
-void writeNetMask()
-{
-    setAddress(SetNetMask);
-    readNetMask();
-}
-
-void readIpAddress()
-{
-    read_ip();
-    answerAddress(GetIpAddress);
-}
-
-void writeIpAddress()
-{
-    setAddress(SetIpAddress);
-    isSetIp = 1;
-    readIpAddress();
-}
-
-void readGateway()
-{
-    answerAddress(GetDefGW);
-}
-
-void writeGateway()
-{
-    setAddress(SetDefGW);
-    readGateway();
-}
-
-void writeDhcp()
-{
-    UserPref *const preferences = getUserPref();
-    if (commandToLED.dat2 != preferences->dhcpEnable) {
-        preferences->dhcpEnable = commandToLED.dat2;
-        if (preferences->dhcpEnable != 0) {
-            enable_dhcp();
-        } else {
-            disable_dhcp();
-        }
-        saveUserPref();
-    }
-    SendWriteRs232Command();
-}
-
-void readDhcp()
-{
-    answer(getUserPref()->dhcpEnable, 0, 0);
-}
-
-void readMacFirstHalf()
-{
-    const uint8_t *const mac = getUserPref()->mac;
-    answer(mac[0], mac[1], mac[2]);
-}
-
-void readMacSecondHalf()
-{
-    const uint8_t *const mac = getUserPref()->mac;
-    answer(mac[3], mac[4], mac[5]);
 }
 
 // The protocol has no answer here, not even a refusal.
@@ -166,7 +36,7 @@ struct Row {
     Handler handler;
 };
 
-// The first row that matches is taken. A code without a row is unknown and refused.
+// The first row that matches is taken. A command without a row is unknown and refused.
 // clang-format off
 constexpr Row kTable[] = {
 //   code  dat1  handler                     what
@@ -181,7 +51,7 @@ constexpr Row kTable[] = {
     {0x6A, 0x04, readSystemVersion},       // read system version
     {0x6A, 0x10, writeSerialNumber},       // write serial number
     {0x6A, 0x11, readSerialNumber},        // read serial number
-    {0x6A, kAny, CommandErrorTask},
+    {0x6A, kAny, CommandErrorTask},        // the frame that refuse sends, by the protocol's other name
     // 0x6B to 0x72 unassigned
     {0x73, kAny, WrInputSource},           // input source (unsupported)
     {0x74, kAny, WrOutputFormat},          // output format (unsupported)
@@ -220,6 +90,22 @@ constexpr Row kTable[] = {
 };
 // clang-format on
 
+// Codes rise, and so does dat1 within a code: the row for any dat1, which would hide those after
+// it, is the last of its code.
+constexpr bool rowsRise()
+{
+    for (size_t i = 1; i < std::size(kTable); ++i) {
+        const Row &before = kTable[i - 1];
+        const Row &row = kTable[i];
+        if (row.command < before.command ||
+            (row.command == before.command && row.dat1 <= before.dat1)) {
+            return false;
+        }
+    }
+    return true;
+}
+static_assert(rowsRise());
+
 Handler findHandler(uint8_t command, uint8_t dat1)
 {
     for (const Row &row : kTable) {
@@ -240,6 +126,7 @@ bool isPassThroughCommand(const Rs232Command &request)
 
 void processCmdData()
 {
+    // A handler that changes nothing echoes the request.
     commandFromLED.command = commandToLED.command;
     commandFromLED.dat1 = commandToLED.dat1;
     commandFromLED.dat2 = commandToLED.dat2;
@@ -249,59 +136,4 @@ void processCmdData()
         return;
     }
     findHandler(commandToLED.command, commandToLED.dat1)();
-}
-
-void WrInputSource()
-{
-    SendAckOrNack(kNak);
-}
-
-void WrOutputFormat()
-{
-    SendAckOrNack(kNak);
-}
-
-void WrLayerSetting()
-{
-    SendAckOrNack(kNak);
-}
-
-void WrOutputSetting()
-{
-    SendAckOrNack(kNak);
-}
-
-void WrInputSetting()
-{
-    SendAckOrNack(kNak);
-}
-
-void WrSwitchSetting()
-{
-    SendAckOrNack(kNak);
-}
-
-void WrTpMode()
-{
-    SendAckOrNack(kNak);
-}
-
-void WRHdmiOutDeTask()
-{
-    SendAckOrNack(kNak);
-}
-
-void cmd_timeControl_task()
-{
-    SendAckOrNack(kNak);
-}
-
-void cmd_workTime_task()
-{
-    SendAckOrNack(kNak);
-}
-
-int32_t isSameCustomGenlockFormat_output(uint8_t)
-{
-    return 0;
 }

@@ -4,6 +4,19 @@
 #include <cstdio>
 #include <cstring>
 
+#include "core/record.h"
+
+// Proof of the layout, as the header has it.
+RECORD_FIELD(Rs232Command, 0, uint8_t, 1, address)
+RECORD_FIELD(Rs232Command, 1, uint8_t, 1, tag)
+RECORD_FIELD(Rs232Command, 2, uint8_t, 1, command)
+RECORD_FIELD(Rs232Command, 3, uint8_t, 1, dat1)
+RECORD_FIELD(Rs232Command, 4, uint8_t, 1, dat2)
+RECORD_FIELD(Rs232Command, 5, uint8_t, 1, dat3)
+RECORD_FIELD(Rs232Command, 6, uint8_t, 1, dat4)
+RECORD_FIELD(Rs232Command, 7, uint8_t, 1, checksum)
+RECORD_SIZE(Rs232Command, 8)
+
 namespace {
 
 // The two characters of every byte, side by side.
@@ -76,17 +89,6 @@ void Rs232CommandToStr(Rs232Command *record, char *frame)
     ByteToHexChar(record->checksum, frame + 16);
 }
 
-void Rs232CommandToStr1(const Rs232Command *record, char *text)
-{
-    ByteToHexChar(record->dat1, text + 2);
-    ByteToHexChar(record->dat2, text + 4);
-    ByteToHexChar(record->dat3, text + 6);
-    ByteToHexChar(record->dat4, text + 8);
-    text[10] = '\r';
-    text[11] = '\n';
-    text[12] = '\0';
-}
-
 void SetCheckSum(Rs232Command *record)
 {
     record->checksum = sumOfParameters(record);
@@ -117,4 +119,17 @@ void SetBufferCheckSum(uint8_t *buffer, uint32_t length)
         return;
     }
     buffer[length - 1] = SumOfBytes(buffer, length - 1);
+}
+
+// Waiting for a later model -----------------------------------------------------------------------
+
+void Rs232CommandToStr1(const Rs232Command *record, char *text)
+{
+    ByteToHexChar(record->dat1, text + 2);
+    ByteToHexChar(record->dat2, text + 4);
+    ByteToHexChar(record->dat3, text + 6);
+    ByteToHexChar(record->dat4, text + 8);
+    text[10] = '\r';
+    text[11] = '\n';
+    text[12] = '\0';
 }

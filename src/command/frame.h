@@ -6,8 +6,6 @@
 // "<F" (a reply), the eight bytes of the record as two hexadecimal characters each, ">". The codec
 // has no state and knows no transport; docs/protocol.md describes the wire for integrators.
 
-#include "core/record.h"
-
 #include <cstdint>
 
 struct Rs232Command {
@@ -20,15 +18,6 @@ struct Rs232Command {
     uint8_t dat4;     // parameter
     uint8_t checksum; // sum of the seven bytes before it, modulo 256
 };
-RECORD_FIELD(Rs232Command, 0, uint8_t, address);
-RECORD_FIELD(Rs232Command, 1, uint8_t, tag);
-RECORD_FIELD(Rs232Command, 2, uint8_t, command);
-RECORD_FIELD(Rs232Command, 3, uint8_t, dat1);
-RECORD_FIELD(Rs232Command, 4, uint8_t, dat2);
-RECORD_FIELD(Rs232Command, 5, uint8_t, dat3);
-RECORD_FIELD(Rs232Command, 6, uint8_t, dat4);
-RECORD_FIELD(Rs232Command, 7, uint8_t, checksum);
-static_assert(sizeof(Rs232Command) == 8);
 
 inline constexpr char CommandToLEDHeader[] = "<T";   // opens every command
 inline constexpr char CommandFromLEDHeader[] = "<F"; // opens every reply
@@ -38,34 +27,36 @@ inline constexpr uint32_t kFrameHeaderLength = 2;
 inline constexpr uint32_t kFrameEndOffset = 18;
 inline constexpr uint32_t kFrameLength = 19;
 
-// The byte that the two hexadecimal characters at `text` give, either case. Any other character
-// counts as the digit 0: the checksum is what catches it.
+// The byte that the two hexadecimal characters at `text` give, in either case. Any other character
+// counts as the digit 0; the checksum of the frame catches it.
 uint8_t HexCharToByte(const char *text);
 
 // Writes `byte` as two lowercase hexadecimal characters, high nibble first, without a terminator.
 // Returns `out`.
 char *ByteToHexChar(uint8_t byte, char *out);
 
-// Decodes the 16 characters at offset 2 of `frame`, the checksum byte included as it stands there.
+// Decodes the 16 characters at offset 2 of `frame`. The checksum byte is taken as it stands there.
 void StrToRs232Command(const char *frame, Rs232Command *record);
 
 // Sets the record's checksum and writes the record as 16 lowercase characters at offset 2 of
 // `frame`. The header and the end character are the caller's.
 void Rs232CommandToStr(Rs232Command *record, char *frame);
 
-// Writes dat1 to dat4 as 8 lowercase characters at offset 2 of `text`, then carriage return, line
-// feed and a zero byte (offsets 10 to 12). The first two characters are the caller's.
-void Rs232CommandToStr1(const Rs232Command *record, char *text);
-
 // Stores the sum of the first seven bytes, modulo 256, in `checksum`.
 void SetCheckSum(Rs232Command *record);
 
 // 1 when `checksum` is the sum of the first seven bytes; else prints the sum and returns 0.
-int32_t CheckSum(const Rs232Command *record);
+[[nodiscard]] int32_t CheckSum(const Rs232Command *record);
 
 // The sum of `count` bytes, modulo 256.
 uint8_t SumOfBytes(const uint8_t *bytes, uint32_t count);
 
-// Stores in the last of `length` bytes the sum of those before it, modulo 256: the closing byte of
-// a data block. Nothing happens for a length of 0.
+// Stores the sum of the bytes before the last of `length` bytes, modulo 256, in that last byte: the
+// closing byte of a data block. Does nothing for a length of 0.
 void SetBufferCheckSum(uint8_t *buffer, uint32_t length);
+
+// Waiting for a later model -----------------------------------------------------------------------
+
+// Writes dat1 to dat4 as 8 lowercase characters at offset 2 of `text`, then carriage return, line
+// feed and a zero byte (offsets 10 to 12). The first two characters are the caller's.
+void Rs232CommandToStr1(const Rs232Command *record, char *text);

@@ -1,19 +1,16 @@
 #include "command/reception.h"
 
+#include <algorithm>
 #include <cstdio>
-#include <cstring>
-#include <new>
 
 #include "command/channel.h"
 #include "command/dispatch.h"
 #include "command/frame.h"
 #include "command/reply.h"
-#include "core/memory.h"
 #include "core/systick.h"
 #include "transport/bridge_pipes.h"
 
 uint32_t g_ReceiveDetected;
-uint32_t lockFrontBoard;
 
 namespace {
 
@@ -24,10 +21,6 @@ struct FrameSlot {
 };
 static_assert(sizeof(FrameSlot) == 21);
 
-// What one call takes from a channel at most. A line that brings frames faster than their replies
-// can leave would otherwise hold the main loop for as long as it lasts.
-constexpr uint32_t kBytesPerTurn = sizeof(Channel::storage);
-
 // States of the assembler.
 enum : uint32_t { kHunt, kHeader, kBody, kEnd };
 
@@ -37,8 +30,8 @@ FrameSlot g_ReceiveCommand[kChannelCount];
 uint32_t assemblerState[kChannelCount]; // one of the states above
 
 // The run of bytes at the very end of udp_send_pipe that belongs to one frame in the making. The
-// PC's datagrams are cut wherever a pass of the main loop ends, and a full pipe drops bytes, so the
-// 19 bytes of a frame need not all be there when it is executed.
+// PC's datagrams are cut wherever a pass of the main loop ends, so the 19 bytes of a frame need not
+// all be there any more when it is executed.
 struct {
     uint8_t channel; // whose frame
     uint32_t count;  // bytes stored since its "<"; older ones may have gone to the PC already
@@ -53,23 +46,14 @@ void mirrorToPC(uint8_t byte)
     mirrored.count += static_cast<uint32_t>(pipe_write(&udp_send_pipe, byte));
 }
 
-uint32_t bytesIn(const struct pipe &pipe)
-{
-    const uint8_t *const write = pipe.write.load(std::memory_order_relaxed);
-    const uint8_t *const read = pipe.read.load(std::memory_order_relaxed);
-    const auto behind = write >= read ? write - read : (pipe.end - read) + (write - pipe.start);
-    return static_cast<uint32_t>(behind);
-}
-
 // Keeps an executed frame from the PC. Taking back more than is left would hand the PC old bytes.
 void takeBackFrame()
 {
-    const uint32_t left = bytesIn(udp_send_pipe);
-    pipe_pop_back(&udp_send_pipe, mirrored.count < left ? mirrored.count : left);
+    pipe_pop_back(&udp_send_pipe, std::min(mirrored.count, pipe_count(&udp_send_pipe)));
 }
 
-// Reads the channel up to the end of a frame. False when the bytes, or what is left of this turn's
-// `budget` of them, ran out before.
+// Reads the channel up to the end of a frame. False when the channel, or this turn's `budget` of
+// bytes, ran out first.
 bool receiveFrame(uint32_t *budget)
 {
     g_ReceiveDetected = 0;
@@ -84,7 +68,7 @@ bool receiveFrame(uint32_t *budget)
     return g_ReceiveDetected != 0;
 }
 
-// Decodes the frame into commandToLED, refusing what is wrong with it. False when it must not be
+// Decodes the frame into commandToLED and refuses what is wrong with it. False when it must not be
 // executed. Until the frame is decoded, a refusal carries what commandToLED held before.
 bool acceptFrame(FrameSlot *frame)
 {
@@ -117,28 +101,18 @@ void InitRs232CommandVariable()
         return;
     }
     isInitialised = true;
-    std::memcpy(strCommandFromLED, CommandFromLEDHeader, kFrameHeaderLength);
-    strCommandFromLED[kFrameEndOffset] = CommandEnd[0];
-    strCommandFromLED[kFrameLength] = '\0';
+    createReplyFrame();
     g_ReceiveDetected = 0;
-    for (Channel *&slot : channel) {
-        void *const memory = mymem_malloc(sizeof(Channel));
-        if (memory == nullptr) {
-            continue;
-        }
-        slot = new (memory) Channel;
-        slot->type.store(kChannelFree, std::memory_order_relaxed);
-        slot->address.store(0, std::memory_order_relaxed);
-        slot->lastTime.store(0, std::memory_order_relaxed);
-        pipe_init(&slot->pipe, slot->storage, sizeof slot->storage);
-    }
+    createChannels();
 }
 
 void TaskCommand()
 {
     for (uint8_t index = 0; index < kChannelCount; ++index) {
         commandFrom = index; // and stays at the last one
-        uint32_t budget = kBytesPerTurn;
+        // A line that brings frames faster than their replies can leave would otherwise hold the
+        // main loop for as long as it lasts, and a mirror that is full would lose bytes.
+        uint32_t budget = pipe_room(&udp_send_pipe);
         while (channel[index] != nullptr && receiveFrame(&budget)) {
             if (!acceptFrame(&g_ReceiveCommand[index])) {
                 break;
@@ -189,6 +163,10 @@ int32_t ReceiveCommand(uint8_t byte)
         return 1;
     }
 }
+
+// Waiting for a later model -----------------------------------------------------------------------
+
+uint32_t lockFrontBoard;
 
 void processCmdFromLocal(uint8_t command, uint8_t dat1, uint8_t dat2, uint8_t dat3, uint8_t dat4)
 {

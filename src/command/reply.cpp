@@ -1,5 +1,7 @@
 #include "command/reply.h"
 
+#include <cstring>
+
 #include "command/channel.h"
 #include "transport/uart.h"
 #include "transport/udpecho.h"
@@ -8,16 +10,25 @@ Rs232Command commandToLED;
 Rs232Command commandFromLED;
 char strCommandFromLED[kFrameLength + 1];
 
+void createReplyFrame()
+{
+    std::memcpy(strCommandFromLED, CommandFromLEDHeader, kFrameHeaderLength);
+    strCommandFromLED[kFrameEndOffset] = CommandEnd[0];
+    strCommandFromLED[kFrameLength] = '\0';
+}
+
 void SendBufferToPC(const uint8_t *bytes, uint32_t length)
 {
     const Channel *const slot = channel[commandFrom];
     if (slot == nullptr) {
         return;
     }
-    // The acquire pairs with the release at binding: a new type is never seen with an old address.
-    // (An old type with a new address is: a reply to a source that is being evicted may get lost.)
+    // The acquire pairs with the release at binding, so a new type is never seen with an old
+    // address. (An old type with a new address is: a reply to a source that is being evicted may
+    // get lost.)
     const uint32_t type = slot->type.load(std::memory_order_acquire);
     const uint64_t address = slot->address.load(std::memory_order_relaxed);
+    // The results are dropped: a failed write is logged there, and nothing is sent twice.
     if (type == kChannelSerial) {
         UARTSendBuffer(static_cast<int32_t>(address), bytes, static_cast<int32_t>(length));
     } else if (type == kChannelUdp) {

@@ -7,7 +7,6 @@
 #include "command/payload.h"
 #include "command/reply.h"
 #include "control/network_record.h"
-#include "storage/fatfs.h"
 
 uint8_t buffer[kBufferSize + 1];
 
@@ -20,7 +19,7 @@ constexpr uint8_t kNetworkRecord = 0x20; // dat1 of the one block there is
 
 char *const bufferText = reinterpret_cast<char *>(buffer);
 
-// Whose keys a text holds. Take can be written but not read.
+// Which keys a text holds. Take can be written but not read.
 struct Keys {
     uint8_t dat1;
     StringToValue write;
@@ -35,7 +34,7 @@ constexpr Keys kKeys[] = {
 };
 // clang-format on
 
-// What dat1 selects; nothing to write or read with for any other.
+// The keys that dat1 selects; empty for any other.
 const Keys &findKeys(uint8_t dat1)
 {
     static constexpr Keys kNone{};
@@ -61,28 +60,6 @@ bool receiveBlock(uint32_t length)
     return true;
 }
 
-// Opens, transfers and closes "test.bin" and says how it went; false when it failed.
-bool transferTestFile(uint32_t mode, uint32_t count,
-                      uint32_t (*transfer)(FileHandle *file, uint32_t count, uint32_t *done),
-                      const char *what)
-{
-    FileHandle file = nullptr;
-    const uint32_t opened = sd_open(&file, "test.bin", mode);
-    if (opened != kFileOk) {
-        std::printf("open test.bin error = %u\r\n", opened);
-        return false;
-    }
-    uint32_t done = 0;
-    const uint32_t result = transfer(&file, count, &done);
-    f_close(&file);
-    if (result != kFileOk || done != count) {
-        std::printf("%s error = %u, btw = %u\r\n", what, result, done);
-        return false;
-    }
-    std::printf("test file %s success = %u\r\n", what, done);
-    return true;
-}
-
 } // namespace
 
 void writeDataSetting()
@@ -96,7 +73,7 @@ void writeDataSetting()
     }
     NetworkRecord record;
     if (length < sizeof record) {
-        return; // no answer, as the protocol has it
+        return; // the protocol has no answer here
     }
     std::memcpy(&record, buffer, sizeof record);
     Command_Config_Network(&record);
@@ -125,10 +102,10 @@ void writeStringValueSetting()
         SendAckOrNack(kNak);
         return;
     }
-    // In the place of the "]"; of a text without one, its last character is lost.
+    // This overwrites the "]", or the last character of a text that has none.
     const uint32_t last = std::min<uint32_t>(count, sizeof buffer) - 1;
     bufferText[last] = '\0';
-    // Of a lone "[" nothing is left, and what stands behind it is from an earlier command.
+    // Nothing is left of a lone "[", and what follows it in the buffer is from an earlier command.
     char *const items = last > 0 ? bufferText + 1 : bufferText;
     const bool isKnown = processStrValue(commandToLED.dat1, commandToLED.dat2, items) != nullptr;
     SendAckOrNack(isKnown ? kAck : kNak);
@@ -152,7 +129,6 @@ void processLayerProperty(uint8_t, SplitState *, uint8_t) {}
 void processInputProperty(uint8_t, SplitState *, uint8_t) {}
 void processTakeProperty(uint8_t, SplitState *, uint8_t) {}
 void processBlackscreenProperty(uint8_t, SplitState *, uint8_t) {}
-void processTakeFunc() {}
 void processLayerPropertyValueToString(uint8_t, char *, int32_t) {}
 void processInputPropertyValueToString(uint8_t, char *, int32_t) {}
 void processBlackscreenValueToString(uint8_t, char *, int32_t) {}
@@ -195,7 +171,7 @@ ValueToString processValueToString(uint8_t dat1, uint8_t dat2, char *text)
     if (handler != nullptr) {
         handler(dat2, text, 0);
     }
-    // A full text has no room for it.
+    // A full text has no room for the "]".
     size_t length = strnlen(text, kBufferSize);
     if (length < kBufferSize) {
         text[length++] = ']';
@@ -204,28 +180,6 @@ ValueToString processValueToString(uint8_t dat1, uint8_t dat2, char *text)
     return handler;
 }
 
-void testSD_readWriteFile(int32_t count)
-{
-    const bool isInRange = count >= 0 && count <= static_cast<int32_t>(kBufferSize);
-    const uint32_t length = isInRange ? static_cast<uint32_t>(count) : kBufferSize;
-    for (uint32_t i = 0; i < kBufferSize; ++i) {
-        buffer[i] = static_cast<uint8_t>(i);
-    }
-    const auto write = [](FileHandle *file, uint32_t size, uint32_t *done) {
-        return f_write(file, buffer, size, done);
-    };
-    const auto read = [](FileHandle *file, uint32_t size, uint32_t *done) {
-        return f_read(file, buffer, size, done);
-    };
-    if (!transferTestFile(kCreateAlways, length, write, "write") ||
-        !transferTestFile(kRead, length, read, "read")) {
-        return;
-    }
-    for (uint32_t i = 0; i < length; ++i) {
-        if (buffer[i] != static_cast<uint8_t>(i)) {
-            std::printf("buffer[%u] = %d\r\n", i, buffer[i]);
-            return;
-        }
-    }
-    std::puts("check test data success\r");
-}
+// Waiting for a later model -----------------------------------------------------------------------
+
+void processTakeFunc() {}

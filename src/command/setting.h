@@ -1,11 +1,11 @@
 #pragma once
 
-// Commands 0xF0 to 0xF3: settings that are more than four bytes, written and read as a checksummed
-// block or as a bracketed text of items key=value. Each is a handler of the dispatch table: it
+// Commands 0xF0 to 0xF3: settings of more than four bytes, written and read as a checksummed block
+// or as a bracketed text of items key=value. Each command is a handler of the dispatch table: it
 // reads what follows the command on the channel, and answers. Main loop only.
 //
-// In this model the block carries only the network record, and what the keys of a text would change
-// is left to hooks that do nothing.
+// In this model the only block is the network record, and the hooks behind the keys of a text do
+// nothing.
 
 #include "command/text.h"
 
@@ -25,15 +25,13 @@ void readStringValueSetting();  // 0xF3
 // Applies one item of a text. `dat2` is that of the command, both times.
 using StringToValue = void (*)(uint8_t dat2, SplitState *item, uint8_t sameDat2);
 
-// Appends a text behind the "[" that `text` holds, kBufferSize characters in all and a closing zero
-// at most.
+// Appends to the "[" that `text` holds: at most kBufferSize characters in all, and a closing zero.
 using ValueToString = void (*)(uint8_t dat2, char *text, int32_t zero);
 
 void processLayerProperty(uint8_t dat2, SplitState *item, uint8_t sameDat2);
 void processInputProperty(uint8_t dat2, SplitState *item, uint8_t sameDat2);
 void processTakeProperty(uint8_t dat2, SplitState *item, uint8_t sameDat2);
 void processBlackscreenProperty(uint8_t dat2, SplitState *item, uint8_t sameDat2);
-void processTakeFunc();
 void processLayerPropertyValueToString(uint8_t dat2, char *text, int32_t zero);
 void processInputPropertyValueToString(uint8_t dat2, char *text, int32_t zero);
 void processBlackscreenValueToString(uint8_t dat2, char *text, int32_t zero);
@@ -42,19 +40,18 @@ void processBlackscreenValueToString(uint8_t dat2, char *text, int32_t zero);
 StringToValue getStringToValueCallbackByDat1(uint8_t dat1);
 ValueToString getValueToStringCallbackByDat1(uint8_t dat1);
 
-// Calls `handler`, if there is one, for each item of `text` up to the first that is none. The text
-// is taken apart in place.
+// Calls `handler`, if there is one, for each item of `text` up to the first text that is no item.
+// The text is taken apart in place.
 void processInputStr(uint8_t dat2, char *text, StringToValue handler);
 
 // The same with the hook that `dat1` selects, which it returns.
 StringToValue processStrValue(uint8_t dat1, uint8_t dat2, char *text);
 
 // Writes "[", what the hook that `dat1` selects appends, and "]" to `text` of kBufferSize + 1
-// bytes. Returns the hook; null, and `text` is "[]", when `dat1` selects none.
+// bytes. Returns the hook. When `dat1` selects none, returns null and `text` is "[]".
 ValueToString processValueToString(uint8_t dat1, uint8_t dat2, char *text);
 
-// Maintenance, which no command reaches ----------------------------------------------------------
+// Waiting for a later model -----------------------------------------------------------------------
 
-// Writes `count` bytes (4096 for any number that is not 0 to 4096) to "test.bin" in the file store,
-// reads them back, compares them and prints how it went. Uses `buffer`.
-void testSD_readWriteFile(int32_t count);
+// The hook for take as a whole; does nothing.
+void processTakeFunc();

@@ -4,27 +4,6 @@
 #include <cstdlib>
 #include <cstring>
 
-int32_t start_with(const char *text, const char *prefix)
-{
-    if (text == nullptr || prefix == nullptr || prefix[0] == '\0') {
-        return -1;
-    }
-    return std::strncmp(text, prefix, std::strlen(prefix));
-}
-
-int32_t end_with(const char *text, const char *suffix)
-{
-    if (text == nullptr || suffix == nullptr) {
-        return -1;
-    }
-    const size_t textLength = std::strlen(text);
-    const size_t suffixLength = std::strlen(suffix);
-    if (suffixLength > textLength) {
-        return -1;
-    }
-    return std::strncmp(text + (textLength - suffixLength), suffix, suffixLength);
-}
-
 char *lstrip(char *text)
 {
     if (text != nullptr) {
@@ -59,9 +38,9 @@ void split_str_start(SplitState *state, char *text)
         return;
     }
     value[-1] = '\0';
-    char *behind;
-    const long long number = std::strtoll(value, &behind, 10);
-    if (behind == value) {
+    char *after;
+    const long long number = std::strtoll(value, &after, 10);
+    if (after == value) {
         return;
     }
     state->key = text;
@@ -79,4 +58,27 @@ void split_str_next(SplitState *state, char *rest, const char *separator)
         return;
     }
     split_str_start(state, item);
+}
+
+// Waiting for a later model -----------------------------------------------------------------------
+
+int32_t start_with(const char *text, const char *prefix)
+{
+    if (text == nullptr || prefix == nullptr || prefix[0] == '\0') {
+        return -1;
+    }
+    return std::strncmp(text, prefix, std::strlen(prefix));
+}
+
+int32_t end_with(const char *text, const char *suffix)
+{
+    if (text == nullptr || suffix == nullptr) {
+        return -1;
+    }
+    const size_t textLength = std::strlen(text);
+    const size_t suffixLength = std::strlen(suffix);
+    if (suffixLength > textLength) {
+        return -1;
+    }
+    return std::strncmp(text + (textLength - suffixLength), suffix, suffixLength);
 }

@@ -12,13 +12,14 @@
 #include "core/systick.h"
 #include "storage/fatfs.h"
 
+uint8_t updateSoftChannel;
+
 namespace {
 
-constexpr uint32_t kBlockSize = 1024;
 constexpr int32_t kBlockTries = 1500;
 constexpr uint32_t kUpdateModeMs = 5000;
 
-// The stream: a header, of which only these two fields are of interest, and the package.
+// The stream: a header, of which only these two fields are used, and the package.
 constexpr uint32_t kHeaderSize = 128;
 constexpr uint32_t kSizeAt = 48; // 4 bytes, big-endian
 constexpr uint32_t kSumAt = 80;  // 2 bytes, big-endian
@@ -32,73 +33,51 @@ constexpr uint8_t kThisProgram = 7; // dat2, what the update is for
 constexpr uint8_t kVersion[] = {1, 10};
 
 // State, main loop only.
-uint32_t startTime_Update;      // tick of the last 0x9A command; 0 no update mode
-uint32_t fpgaFileSize;          // length of the stream as announced by block 0
-uint32_t fpgaFileChecksum;      // sum of the stored file as announced by block 0
-FileHandle my_FIL;              // "_update.pkg", open from block 0 to the last block
-uint8_t updateSoftChannel;      // channel that sends the update; never read
-uint8_t block[kBlockSize + 1];  // the block being received, and its checksum
-uint32_t prevAddress;           // number of the block last accepted
-uint32_t prevAddressMcu1K;      // the same of UpdateMcu1K(); never read
-uint32_t prevAddressMcu1K_test; // the same of UpdateMcu1K_test(); never read
-FileHandle *localSaveFile;      // the local save file, on the heap; nothing opens one
-uint32_t localSaveIndex;        // never read
+uint32_t startTime_Update; // tick of the last 0x9A command; 0 outside update mode
+uint32_t fpgaFileSize;     // length of the stream as announced by block 0
+uint32_t fpgaFileChecksum; // sum of the stored file as announced by block 0
+FileHandle my_FIL;         // "_update.pkg", open from block 0 to the last block
+uint32_t prevAddress;      // number of the block last accepted
 
-uint32_t blockNumber()
-{
-    return commandToLED.dat4 * 256u + commandToLED.dat3;
-}
+uint8_t block[kUpdateBlockSize + 1]; // the block being received, and its checksum
 
-// Receives the block that follows the command; refuses the command when it does not come whole.
-bool receiveBlock()
-{
-    const uint32_t received = receiveBufferFromPC(block, kBlockSize, kBlockTries);
-    if (received != kBlockSize) {
-        std::printf("<F:receive  %u data from pc fail>\n", received);
-        SendAckOrNack(kNak);
-        return false;
-    }
-    return true;
-}
-
-// Says why, and leaves no transfer open.
 void refuseFirstBlock(const char *why)
 {
     std::puts(why);
     SendAckOrNack(kNak);
-    f_close(&my_FIL);
 }
 
-// Begins a transfer with block 0, whatever is left of an earlier one. False when it was refused.
+// Begins a transfer with block 0; what is left of an earlier one is dropped. False when refused.
 bool storeFirstBlock()
 {
     prevAddress = 0;
     getUpdateFileSize(block);
     fpgaFileSize += kHeaderSize;
     std::puts("open file _update.pkg");
-    f_close(&my_FIL); // of a transfer that was given up
-    sd_unlink(kPackage);
+    f_close(&my_FIL);    // of a transfer that was given up, if there is one
+    sd_unlink(kPackage); // there may be none
     if (sd_open(&my_FIL, kPackage, kCreateAlways | kWrite) != kFileOk) {
         refuseFirstBlock("<F:open file error>\r");
         return false;
     }
-    constexpr uint32_t kLength = kBlockSize - kHeaderSize;
+    constexpr uint32_t kLength = kUpdateBlockSize - kHeaderSize;
     uint32_t written = 0;
     if (f_write(&my_FIL, block + kHeaderSize, kLength, &written) != kFileOk || written != kLength) {
         refuseFirstBlock("<F:write file error>\r");
+        f_close(&my_FIL); // later blocks must not be appended
         return false;
     }
     SendAckOrNack(kAck);
     return true;
 }
 
-// Appends a later block unless it is the last one again. What the file does not take is found by
-// the sum at the end.
+// Appends a later block, unless it repeats the one before it.
 void storeNextBlock(uint32_t number)
 {
     if (number != prevAddress) {
+        // The results are dropped: the sum at the end finds what the file did not take.
         uint32_t written;
-        f_write(&my_FIL, block, kBlockSize, &written);
+        f_write(&my_FIL, block, kUpdateBlockSize, &written);
         prevAddress = number;
     }
     SendAckOrNack(kAck);
@@ -112,22 +91,11 @@ void finishTransfer()
         return;
     }
     std::puts("check _update.pkg sucess");
+    // Even a failed copy ends the process: the sender learns of the update by the restart alone,
+    // and the shell has printed why.
     cpUpdateFile();
     Power_Off();
     Reboot();
-}
-
-// Receives a block and keeps nothing of it but what its header says.
-void receiveAndForget(uint32_t *previous)
-{
-    if (!receiveBlock()) {
-        return;
-    }
-    if (blockNumber() == 0) {
-        getUpdateFileSize(block);
-    }
-    *previous = blockNumber();
-    SendAckOrNack(kAck);
 }
 
 } // namespace
@@ -156,7 +124,7 @@ void SoftwareUpdate()
         }
         break;
     case 0xA1: // block size, high byte first
-        SendReply(dat1, dat2, kBlockSize / 256, kBlockSize % 256);
+        SendReply(dat1, dat2, kUpdateBlockSize / 256, kUpdateBlockSize % 256);
         break;
     case 0xB1: // version
         if (dat2 == kThisProgram) {
@@ -183,6 +151,22 @@ int32_t isUpdateProgram()
     return 1;
 }
 
+uint32_t updateBlockNumber()
+{
+    return commandToLED.dat4 * 256u + commandToLED.dat3;
+}
+
+bool receiveUpdateBlock(uint8_t (&received)[kUpdateBlockSize + 1])
+{
+    const uint32_t count = receiveBufferFromPC(received, kUpdateBlockSize, kBlockTries);
+    if (count != kUpdateBlockSize) {
+        std::printf("<F:receive  %u data from pc fail>\n", count);
+        SendAckOrNack(kNak);
+        return false;
+    }
+    return true;
+}
+
 void getUpdateFileSize(const uint8_t *firstBlock)
 {
     fpgaFileSize = 0;
@@ -196,36 +180,25 @@ void getUpdateFileSize(const uint8_t *firstBlock)
 void UpdateMcu1KToSDCARD()
 {
     updateSoftChannel = commandFrom;
-    if (!receiveBlock()) {
+    if (!receiveUpdateBlock(block)) {
         return;
     }
-    const uint32_t number = blockNumber();
+    const uint32_t number = updateBlockNumber();
     if (number > 0) {
         storeNextBlock(number);
     } else if (!storeFirstBlock()) {
         return;
     }
     const bool isOpen = my_FIL != nullptr;
-    if (isOpen && (number + 1) * kBlockSize >= fpgaFileSize) {
+    if (isOpen && (number + 1) * kUpdateBlockSize >= fpgaFileSize) {
         finishTransfer();
     }
-}
-
-void UpdateMcu1K()
-{
-    updateSoftChannel = commandFrom;
-    receiveAndForget(&prevAddressMcu1K);
-}
-
-void UpdateMcu1K_test()
-{
-    receiveAndForget(&prevAddressMcu1K_test);
 }
 
 int32_t checkUpdateFileOk()
 {
     const uint32_t size = sd_getFileSize(kPackage);
-    // Of a disk that was full nothing may be left; that must not become the executable.
+    // After a full disk the file may be empty; that must not become the executable.
     auto *const content = size > 0 ? static_cast<uint8_t *>(mymem_malloc(size)) : nullptr;
     uint32_t sum = 0;
     if (content != nullptr) {
@@ -264,22 +237,6 @@ void Reboot()
     for (int descriptor = 0; descriptor < 256; ++descriptor) {
         close(descriptor);
     }
-    // Without the C library's own tidying up: the receive threads are still at work.
+    // Not exit(): the receive threads still run while it would tidy up.
     _exit(0);
-}
-
-uint8_t GetCheckSum(const uint8_t *bytes, uint32_t count)
-{
-    return SumOfBytes(bytes, count % 256);
-}
-
-void closeSaveLocalFile()
-{
-    if (localSaveFile == nullptr) {
-        return;
-    }
-    f_close(localSaveFile);
-    mymem_free(localSaveFile);
-    localSaveFile = nullptr;
-    localSaveIndex = 0;
 }

@@ -1,44 +1,45 @@
 #pragma once
 
 // Firmware update, command 0x9A: receives a package in blocks of 1024 bytes into "_update.pkg",
-// checks its sum, puts it in the place of "/usr/bin/vesk_h264", keeps the old executable as
+// checks its sum, installs it as "/usr/bin/vesk_h264", keeps the old executable as
 // "/usr/bin/vesk_h264_backup", and ends the process, which the system then starts anew.
 // docs/protocol.md describes the stream for those who send it. Main loop only.
 
 #include <cstdint>
 
+inline constexpr uint32_t kUpdateBlockSize = 1024;
+
+extern uint8_t updateSoftChannel; // the channel that sends the update; never read
+
 // Handler of the dispatch table. Any 0x9A command begins or prolongs the update mode.
 void SoftwareUpdate();
 
-// 1 in update mode, else 0. It ends 5000 ms after the last 0x9A command. While in it, the main loop
-// only receives, bridges and runs delayed calls, without a pause.
-int32_t isUpdateProgram();
+// 1 in update mode, else 0. The mode ends 5000 ms after the last 0x9A command. While it lasts, the
+// main loop only receives, bridges and runs delayed calls, without a pause.
+[[nodiscard]] int32_t isUpdateProgram();
 
-// Takes the size of the stream and the sum of the stored file from the header, the first 128 bytes
-// of block 0. The size is the package's: UpdateMcu1KToSDCARD() adds the header's own 128 bytes.
+// The number of the block that the command being executed announces.
+[[nodiscard]] uint32_t updateBlockNumber();
+
+// Receives the block that follows the command and the checksum byte after it. False when it did not
+// come whole; that is logged and the command is refused.
+[[nodiscard]] bool receiveUpdateBlock(uint8_t (&block)[kUpdateBlockSize + 1]);
+
+// Takes the size of the package and the sum of the stored file from the header, the first 128 bytes
+// of block 0. UpdateMcu1KToSDCARD() adds the 128 bytes of the header to the size.
 void getUpdateFileSize(const uint8_t *block);
 
-// Receive one block, which follows the command, and answer. The first form stores it; when the
-// package is complete and its sum right, it installs it and does not return. The other two belong
-// to paths that no command takes: they store nothing.
+// Receives one block, which follows the command, stores it and answers. When the package is
+// complete and its sum right, installs it and does not return.
 void UpdateMcu1KToSDCARD();
-void UpdateMcu1K();
-void UpdateMcu1K_test();
 
 // 1 when the sum of all bytes of "_update.pkg", modulo 65536, is the announced one; else prints
-// both and returns 0.
-int32_t checkUpdateFileOk();
+// both sums and returns 0.
+[[nodiscard]] int32_t checkUpdateFileOk();
 
-// Copies the executables, printing what the copying prints. Returns the wait status of the shell,
-// as pclose() gives it; -1 when it could not be started.
+// Copies the executables and prints what the copying prints. Returns the wait status of the shell,
+// as pclose() gives it; -1 when the shell could not be started.
 int32_t cpUpdateFile();
 
-// Says "exit", closes descriptors 0 to 255 and ends the process with status 0.
+// Prints "exit", closes descriptors 0 to 255 and ends the process with status 0.
 [[noreturn]] void Reboot();
-
-// The sum of the first `count` modulo 256 bytes, modulo 256.
-uint8_t GetCheckSum(const uint8_t *bytes, uint32_t count);
-
-// Closes the local save file and gives its handle back, if there is one; nothing opens it in this
-// model.
-void closeSaveLocalFile();

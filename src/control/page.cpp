@@ -45,7 +45,8 @@ int32_t LoadFromPage(uint8_t page)
             std::printf("read 2 %s fail\r\n", name.text);
             return 0;
         }
-        SaveViewSetting(static_cast<int32_t>(i));
+        SaveViewSetting(
+            static_cast<int32_t>(i)); // a failure is logged there; the next view follows
     }
     f_close(&pageFile);
     GetUserSetting()->pageNumber = page;
@@ -55,12 +56,13 @@ int32_t LoadFromPage(uint8_t page)
 int32_t SaveToPage(uint8_t page)
 {
     GetUserSetting()->factoryReset = 0;
-    UserSettingSaveTo(0);
+    UserSettingSaveTo(0); // a failure is logged there; the page is written all the same
     if (sd_open(&pageFile, fileOfThisMode(page).text, kCreateAlways | kWrite) != kFileOk) {
         return 0;
     }
     for (uint32_t i = 0; i < kViewCount; ++i) {
-        LoadViewSetting(static_cast<int32_t>(i));
+        LoadViewSetting(
+            static_cast<int32_t>(i)); // a view that is not stored is written as it leaves it
         uint32_t done = 0;
         if (f_write(&pageFile, GetSaveViewSetting(), sizeof(ViewSetting), &done) != kFileOk ||
             done != sizeof(ViewSetting)) {
@@ -84,7 +86,7 @@ int32_t HasSavePage(uint32_t page)
 
 int32_t ClearPage(uint8_t page)
 {
-    sd_unlink(fileName(page, 0).text); // whatever the mode is
+    sd_unlink(fileName(page, 0).text); // of mode 0, whatever the mode is; there may be none
     return 1;
 }
 

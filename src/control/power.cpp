@@ -1,20 +1,6 @@
 #include "control/power.h"
 
-#include <cstdio>
-
-#include "core/DelayCall.h"
-#include "core/systick.h"
-
 uint8_t powerState = 255;
-uint8_t powerOnIsStable;
-uint8_t powerOnTime_Count;
-
-int32_t Power_On()
-{
-    const int32_t length = std::printf("Power ON %ul\r\n", GetSysTick()); // the "l" is printed
-    powerState = 1;
-    return length;
-}
 
 void Power_Off()
 {
@@ -24,33 +10,4 @@ void Power_Off()
 int32_t Is_PowerOn()
 {
     return powerState == 1 ? 1 : 0;
-}
-
-void PowerOnSetup() {}
-
-uint8_t GetPowerOnIsStable()
-{
-    return powerOnIsStable;
-}
-
-void powerOnSetStable()
-{
-    powerOnIsStable = 1;
-}
-
-int32_t powerOnUnStable()
-{
-    const int32_t removed = RemoveDelayCallFunc(powerOnSetStable);
-    powerOnIsStable = 0;
-    return removed;
-}
-
-void Power_On_Time_Reset()
-{
-    powerOnTime_Count = 0;
-}
-
-uint8_t *getPower_On_Time()
-{
-    return &powerOnTime_Count;
 }

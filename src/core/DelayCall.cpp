@@ -41,16 +41,6 @@ int32_t AddDelayCallFunc(void (*function)(), uint32_t delay)
     return 1;
 }
 
-int32_t RemoveDelayCallFunc(void (*function)())
-{
-    const uint32_t slot = function == nullptr ? kSlots : findSlot(function);
-    if (slot == kSlots) {
-        return 0;
-    }
-    _pFunc[slot] = nullptr;
-    return 1;
-}
-
 void delayCall_task()
 {
     for (uint32_t slot = 0; slot < kSlots; ++slot) {
@@ -63,4 +53,16 @@ void delayCall_task()
         _pFunc[slot] = nullptr;
         function();
     }
+}
+
+// Waiting for a later model -----------------------------------------------------------------------
+
+int32_t RemoveDelayCallFunc(void (*function)())
+{
+    const uint32_t slot = function == nullptr ? kSlots : findSlot(function);
+    if (slot == kSlots) {
+        return 0;
+    }
+    _pFunc[slot] = nullptr;
+    return 1;
 }

@@ -2,8 +2,8 @@
 
 // One-shot timers: call a function of no arguments once, on the main loop, after some milliseconds.
 //
-// Arming a function that already waits restarts its wait, so the table serves as a debouncer: a
-// burst of changes ends in one call after the last of them. Main loop only.
+// Arming a function that is already waiting restarts its wait, so the table is a debouncer: a burst
+// of changes ends in one call after the last of them. Main loop only.
 
 #include <cstdint>
 
@@ -12,9 +12,12 @@
 // hold other functions (nothing is changed then).
 int32_t AddDelayCallFunc(void (*function)(), uint32_t delay);
 
+// Calls, in slot order, every function whose wait is over. A slot is freed before its function is
+// called, so the function may arm itself or others. One armed into a later slot is looked at in the
+// same pass.
+void delayCall_task();
+
+// Waiting for a later model -----------------------------------------------------------------------
+
 // Returns 1 when `function` was waiting and is now removed, else 0.
 int32_t RemoveDelayCallFunc(void (*function)());
-
-// Calls, in slot order, every function whose wait is over. Its slot is free before the call, so a
-// function may arm itself or others; one armed into a later slot is looked at in the same pass.
-void delayCall_task();

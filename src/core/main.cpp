@@ -10,9 +10,9 @@
 #include "control/control.h"
 #include "core/DelayCall.h"
 #include "core/systick.h"
-#include "storage/UserPref.h"
 #include "storage/UserSetting.h"
 #include "storage/fatfs.h"
+#include "storage/load_all.h"
 #include "transport/bridge.h"
 #include "transport/bridge_pipes.h"
 #include "transport/uart.h"
@@ -32,12 +32,12 @@ constexpr uint32_t kIdleWindowMs = 1000;
 
 void ignoreSignal(int) {}
 
-// A console that is closed, never was open, or is a pipe to a log must neither end the daemon nor
-// hold its messages back.
+// A console that is closed, was never open, or is a pipe to a log must neither end the daemon nor
+// delay its messages.
 void prepareConsole()
 {
-    // A missing standard stream would give its number to the line or the socket, and the messages
-    // would go there.
+    // If a standard stream were missing, the line or the socket would get its number, and the
+    // messages would go there.
     int descriptor;
     do {
         descriptor = open("/dev/null", O_RDWR);
@@ -45,7 +45,7 @@ void prepareConsole()
     if (descriptor >= 0) {
         close(descriptor);
     }
-    // A handler and not SIG_IGN: programs that the daemon starts must not inherit it.
+    // A handler and not SIG_IGN, because the programs that the daemon starts would inherit that.
     struct sigaction action {};
     action.sa_handler = ignoreSignal;
     action.sa_flags = SA_RESTART;
@@ -57,13 +57,13 @@ void prepareConsole()
 
 int32_t initAll()
 {
-    MX_FATFS_Init();
-    InitRs232CommandVariable();
-    udp_receive_pipe_init();
+    MX_FATFS_Init();            // before the loaders of the last step, which read the directory
+    InitRs232CommandVariable(); // before UARTInit, whose reader thread fills the channels
+    udp_receive_pipe_init();    // before udpecho_init, whose receive thread fills the pipes
     malloc_saveView();
-    udpecho_init();
-    UARTInit(0);
-    return loadAllUserPref();
+    udpecho_init();             // before the settings are loaded, so that early datagrams are kept
+    UARTInit(0);                // the same for early bytes from the line
+    return loadAllUserPref();   // after the threads have started: they do not use the settings
 }
 
 void IdleTask()
@@ -91,7 +91,7 @@ int main(int, char **argv)
 {
     exec_argv = argv;
     prepareConsole();
-    initAll();
+    initAll(); // its result says only whether settings were found; the daemon runs either way
     std::puts("enter main");
     for (;;) {
         TaskCommand();

@@ -1,75 +1,20 @@
 #pragma once
 
-// Memory for the long-lived buffers of the daemon.
-//
-// The daemon calls the mymem_ operations, which go straight to the process heap. Beside them stands
-// `memman`, a manager of one fixed region through a sorted table of its free extents; nothing
-// initialises or uses it at present. A manager serves one thread.
-
-#include "core/record.h"
+// Memory for the long-lived buffers of the daemon: straight from the process heap. Any thread.
+// (core/memman.h is a manager for a fixed region.)
 
 #include <cstdint>
 
-// The free extents of a region, sorted by address; no two adjacent ones touch.
-//
-// An address is a plain number that the manager never dereferences. 0 is the failure result, so a
-// region must not start there.
-struct MemoryManager {
-    static constexpr uint32_t kMaxFree = 500;
-    struct Extent {
-        uint32_t address;
-        uint32_t size; // bytes, a multiple of 4
-    };
+// `size` bytes of uninitialised heap memory, or null. The caller owns it until mymem_free().
+[[nodiscard]] void *mymem_malloc(uint32_t size);
 
-    uint32_t freeCount;     // entries in use in `free`
-    uint32_t peakFreeCount; // the largest value freeCount has reached
-    uint32_t lostBytes;     // given back, but there was no room to record it
-    uint32_t lostCount;     // how often that happened
-    Extent free[kMaxFree];
-};
-RECORD_FIELD(MemoryManager, 0, uint32_t, freeCount);
-RECORD_FIELD(MemoryManager, 4, uint32_t, peakFreeCount);
-RECORD_FIELD(MemoryManager, 8, uint32_t, lostBytes);
-RECORD_FIELD(MemoryManager, 12, uint32_t, lostCount);
-RECORD_FIELD(MemoryManager, 16, MemoryManager::Extent[MemoryManager::kMaxFree], free);
-RECORD_FIELD(MemoryManager::Extent, 0, uint32_t, address);
-RECORD_FIELD(MemoryManager::Extent, 4, uint32_t, size);
-static_assert(sizeof(MemoryManager::Extent) == 8);
-static_assert(sizeof(MemoryManager) == 16 + MemoryManager::kMaxFree * 8);
-
-constexpr uint32_t kMemmanBufferSize = 2 * 1024 * 1024;
-extern uint8_t
-    _memman_buffer[kMemmanBufferSize]; // meant as the region; costs nothing until touched
-extern MemoryManager *memman;          // meant for its manager; null
-
-// Makes `manager` empty. The region is then added with memman_free().
-void memman_init(MemoryManager *manager);
-
-// Bytes free in all extents together.
-uint32_t memman_total(const MemoryManager *manager);
-
-// Takes `size` bytes, rounded up to a multiple of 4, from the first extent in address order that
-// holds them. Returns the address, or 0 when none does.
-uint32_t memman_alloc(MemoryManager *manager, uint32_t size);
-
-// Gives back `size` bytes (rounded up as when they were taken) at `address`, joined with the free
-// extents that they touch. Returns 0; or -1 when a new entry is needed and the table is full, or
-// the size cannot be rounded up in 32 bits: the piece is then lost for good and counted as such.
-// Whether the piece lies in the region or overlaps a free extent is not checked.
-int32_t memman_free(MemoryManager *manager, uint32_t address, uint32_t size);
-
-// The same in whole pages of 4096 bytes.
-uint32_t memman_alloc_4k(MemoryManager *manager, uint32_t size);
-int32_t memman_free_4k(MemoryManager *manager, uint32_t address, uint32_t size);
-
-// Does nothing: the heap needs no initialisation.
-void mymem_init();
-
-// `size` bytes of uninitialised heap memory, or null. Owned by the caller until mymem_free().
-void *mymem_malloc(uint32_t size);
-
-// Gives heap memory (or null) back; returns 0.
+// Gives heap memory back; null is allowed. Returns 0.
 int32_t mymem_free(void *memory);
 
 // Prints nothing: the hook for statistics of a pool, and the heap keeps none.
 void mymem_print_info();
+
+// Waiting for a later model -----------------------------------------------------------------------
+
+// Does nothing: the heap needs no initialisation.
+void mymem_init();

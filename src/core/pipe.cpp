@@ -2,7 +2,7 @@
 
 namespace {
 
-// The slot behind `at` in the ring.
+// The slot after `at` in the ring.
 uint8_t *next(const struct pipe *pipe, uint8_t *at)
 {
     return at + 1 == pipe->end ? pipe->start : at + 1;
@@ -53,20 +53,29 @@ void pipe_pop_back(struct pipe *pipe, uint32_t count)
     pipe->write.store(at, std::memory_order_release);
 }
 
-// Either thread may ask, so both acquires are needed: each pairs with the release of the other
+// Either thread may ask, so both loads are acquires: each pairs with the release of the other
 // thread, in pipe_write and in pipe_read.
+uint32_t pipe_count(const struct pipe *pipe)
+{
+    const uint8_t *const read = pipe->read.load(std::memory_order_acquire);
+    const uint8_t *const write = pipe->write.load(std::memory_order_acquire);
+    const auto ahead = write >= read ? write - read : (pipe->end - read) + (write - pipe->start);
+    return static_cast<uint32_t>(ahead);
+}
+
+uint32_t pipe_room(const struct pipe *pipe)
+{
+    return static_cast<uint32_t>(pipe->end - pipe->start) - 1 - pipe_count(pipe);
+}
+
+// Waiting for a later model -----------------------------------------------------------------------
 
 int32_t pipe_isEmpty(const struct pipe *pipe)
 {
-    return pipe->read.load(std::memory_order_acquire) == pipe->write.load(std::memory_order_acquire)
-               ? 1
-               : 0;
+    return pipe_count(pipe) == 0 ? 1 : 0;
 }
 
 int32_t pipe_isFull(const struct pipe *pipe)
 {
-    return next(pipe, pipe->write.load(std::memory_order_acquire)) ==
-                   pipe->read.load(std::memory_order_acquire)
-               ? 1
-               : 0;
+    return pipe_room(pipe) == 0 ? 1 : 0;
 }

@@ -3,9 +3,9 @@
 // The byte ring that carries every byte stream of the daemon from one thread to one other.
 //
 // Exactly one writer thread (pipe_write, pipe_pop_back) and exactly one reader thread (pipe_read)
-// may work on a pipe at the same time; pipe_isEmpty and pipe_isFull may be called by either. There
-// is no lock: a byte is published by the release store of `write` and seen by the reader's acquire
-// load of it; its slot is handed back by the release store of `read`.
+// may use a pipe at the same time; either may ask how full it is. There is no lock: the writer
+// publishes a byte by the release store of `write`, which the reader loads with acquire, and the
+// reader hands a slot back by the release store of `read`, which the writer loads with acquire.
 
 #include <atomic>
 #include <cstdint>
@@ -23,22 +23,30 @@ struct pipe {
 static_assert(sizeof(struct pipe) == 4 * sizeof(uint8_t *), "four pointers and nothing else");
 static_assert(std::atomic<uint8_t *>::is_always_lock_free);
 
-// Makes `pipe` an empty ring over `storage` of `size` bytes (1 to 65535), which stays the caller's
-// and must outlive the pipe. To be called before any other thread knows the pipe.
+// Makes `pipe` an empty ring over `storage` of `size` bytes (1 to 65535). The storage stays the
+// caller's and must outlive the pipe. Requires: no other thread knows the pipe yet.
 void pipe_init(struct pipe *pipe, uint8_t *storage, uint16_t size);
 
-// Takes the oldest byte into `*out` and returns 1; when empty stores 0xFF there and returns 0.
-int32_t pipe_read(struct pipe *pipe, uint8_t *out);
+// Takes the oldest byte into `*out` and returns 1. When empty, stores 0xFF there and returns 0.
+[[nodiscard]] int32_t pipe_read(struct pipe *pipe, uint8_t *out);
 
-// Appends `byte` and returns 1; when full drops it and returns 0, nothing else changed.
+// Appends `byte` and returns 1. When full, drops it and returns 0; nothing else changes.
 int32_t pipe_write(struct pipe *pipe, uint8_t byte);
 
-// Takes back the last `count` bytes written. Not checked against the reader: pop only bytes that
-// are known to be still in the pipe.
+// Takes back the last `count` bytes written. This is not checked against the reader.
+// Requires: the bytes are still in the pipe.
 void pipe_pop_back(struct pipe *pipe, uint32_t count);
 
+// How many bytes are in the pipe, and how many more it takes. The other thread may change the
+// answer at any time: the reader finds at least what pipe_count() says, and the writer at least the
+// room that pipe_room() says.
+[[nodiscard]] uint32_t pipe_count(const struct pipe *pipe);
+[[nodiscard]] uint32_t pipe_room(const struct pipe *pipe);
+
+// Waiting for a later model -----------------------------------------------------------------------
+
 // 1 when pipe_read() would find nothing, else 0.
-int32_t pipe_isEmpty(const struct pipe *pipe);
+[[nodiscard]] int32_t pipe_isEmpty(const struct pipe *pipe);
 
 // 1 when pipe_write() would drop a byte, else 0.
-int32_t pipe_isFull(const struct pipe *pipe);
+[[nodiscard]] int32_t pipe_isFull(const struct pipe *pipe);

@@ -12,8 +12,6 @@ constexpr uint32_t kLastTickAfterWrap = 0x7FFFFFFE;
 
 } // namespace
 
-void InitSysTick() {}
-
 uint32_t GetSysTick()
 {
     timeval now{};
@@ -47,3 +45,7 @@ void SysDelay1ms(uint32_t ms)
 {
     SysDelayMs(ms);
 }
+
+// Waiting for a later model -----------------------------------------------------------------------
+
+void InitSysTick() {}

@@ -8,21 +8,23 @@
 
 #include <cstdint>
 
-// Does nothing: the place to initialise a hardware tick. GetSysTick() never needs it.
-void InitSysTick();
-
 // The current tick in milliseconds.
-uint32_t GetSysTick();
+[[nodiscard]] uint32_t GetSysTick();
 
 // 1 when at least `timeout` milliseconds have passed since the tick `start`, else 0.
 //
 // The tick may have wrapped since `start`; the elapsed time is then counted one millisecond short.
-// A clock that was set back looks different from a wrap where it can be told: a `start` below
-// 0x80000000, or a current tick above 0x7FFFFFFE, never counts as wrapped, and the wait simply goes
-// on until the tick has passed `start` again.
-int32_t isSysTickTimeout(int32_t start, uint32_t timeout);
+// A current tick below `start` counts as wrapped only if `start` is 0x80000000 or more and the
+// current tick at most 0x7FFFFFFE. Otherwise the clock was set back, and the wait goes on until the
+// tick has passed `start` again.
+[[nodiscard]] int32_t isSysTickTimeout(int32_t start, uint32_t timeout);
 
-// Sleep `ms` milliseconds. The microseconds are a 32-bit product, so a request above 4,294,967 ms
-// wraps to a shorter one.
+// Sleeps for `ms` milliseconds. The microseconds are a 32-bit product, so a request above 4,294,967
+// ms wraps to a shorter one.
 void SysDelayMs(uint32_t ms);
 void SysDelay1ms(uint32_t ms);
+
+// Waiting for a later model -----------------------------------------------------------------------
+
+// Does nothing: the place to initialise a hardware tick. GetSysTick() never needs it.
+void InitSysTick();

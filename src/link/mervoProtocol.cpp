@@ -4,7 +4,24 @@
 #include <cstring>
 
 #include "command/frame.h"
+#include "core/record.h"
 #include "core/systick.h"
+
+// Proof of the layout, as the header has it.
+RECORD_FIELD(MervoLink, 0, uint8_t, 1, answered)
+RECORD_FIELD(MervoLink, 1, uint8_t, 1, count)
+RECORD_FIELD(MervoLink, 2, uint8_t, 1, state)
+RECORD_FIELD(MervoLink, 3, uint8_t, 1, sequence)
+RECORD_FIELD(MervoLink, 4, uint8_t, 1, acknowledged)
+RECORD_FIELD(MervoLink, 5, char, 2, hexPair)
+RECORD_FIELD(MervoLink, 7, uint8_t, 8, answerInProgress)
+RECORD_FIELD(MervoLink, 15, uint8_t, 8, lastAnswer)
+RECORD_FIELD(MervoLink, 23, uint8_t, 1, reserved23)
+static_assert(offsetof(MervoLink, onAnswer) == 24);
+static_assert(offsetof(MervoLink, send) == 24 + sizeof(void *));
+static_assert(offsetof(MervoLink, receivePipe) == 24 + 2 * sizeof(void *));
+static_assert(sizeof(MervoLink) == 24 + 3 * sizeof(void *));
+static_assert(std::has_unique_object_representations_v<MervoLink>, "hidden padding");
 
 namespace {
 
@@ -42,7 +59,7 @@ bool isTimedOut(uint32_t start, uint32_t timeout)
     return isSysTickTimeout(static_cast<int32_t>(start), timeout) != 0;
 }
 
-// False after a time-out, of which the caller tells.
+// False after a time-out, which the caller logs.
 bool waitForRoom(MervoLink *link, uint32_t address)
 {
     const uint32_t start = GetSysTick();
@@ -152,12 +169,12 @@ int32_t _send_cmd_mervo(MervoLink *link, uint32_t address, uint32_t command, uin
                         uint32_t data2, uint32_t data3, uint32_t data4)
 {
     link->sequence = static_cast<uint8_t>(link->sequence + 1);
-    // The frame of the front board's commands, the number in the place of the tag.
+    // The frame of the front board's commands, with the number in the place of the tag.
     Rs232Command record = {static_cast<uint8_t>(address), link->sequence,
                            static_cast<uint8_t>(command), static_cast<uint8_t>(data1),
                            static_cast<uint8_t>(data2),   static_cast<uint8_t>(data3),
                            static_cast<uint8_t>(data4),   0};
-    char frame[kFrameLength] = {};
+    char frame[kFrameLength];
     std::memcpy(frame, CommandToLEDHeader, kFrameHeaderLength);
     Rs232CommandToStr(&record, frame);
     frame[kFrameEndOffset] = CommandEnd[0];
@@ -199,7 +216,7 @@ int32_t SendCmdAndDataBlock_MervoProtocol(MervoLink *link, uint32_t address, uin
     if (!waitForRoom(link, address)) {
         std::printf("4. can't receive %d = %d\r\n", static_cast<uint8_t>(address), link->sequence);
     }
-    // 0 also where there was nothing to wait for, and nobody may be there to take the block.
+    // Also 0 where there was nothing to wait for: no device may be there to take the block.
     return link->answered;
 }
 

@@ -11,13 +11,13 @@ namespace {
 uint8_t udp_temp_receive_buf[kBridgeBufferSize]; // to UART 0
 uint8_t udp_temp_send_buf[kBridgeBufferSize];    // to the PC
 
-// Empties `from` into `batch` and returns the count. A thread that keeps writing meanwhile could
-// keep the pipe from ever running empty; what exceeds a batch waits for the next pass.
+// Empties `from` into `batch` and returns the count. A thread that keeps writing could keep the
+// pipe from ever running empty, so what exceeds a batch waits for the next pass.
 uint32_t drain(struct pipe *from, uint8_t (&batch)[kBridgeBufferSize])
 {
     uint32_t count = 0;
-    while (count < kBridgeBufferSize && pipe_isEmpty(from) == 0) {
-        pipe_read(from, &batch[count++]);
+    while (count < kBridgeBufferSize && pipe_read(from, &batch[count]) != 0) {
+        ++count;
     }
     return count;
 }
@@ -50,6 +50,6 @@ void udpSendTask()
 
 void udp2uart_task()
 {
-    udpReceiveTask();
+    udpReceiveTask(); // a failed write is logged there, and nothing is sent twice
     udpSendTask();
 }

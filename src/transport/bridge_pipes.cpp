@@ -24,6 +24,6 @@ void udpReceiveBuffer(uint32_t ip, uint32_t port, const uint8_t *bytes, uint32_t
     udp_chanel_value[0].store(ip, std::memory_order_release);
     udp_chanel_value[1].store(port, std::memory_order_release);
     for (uint32_t i = 0; i < length; ++i) {
-        pipe_write(&udp_receive_pipe, bytes[i]);
+        pipe_write(&udp_receive_pipe, bytes[i]); // what does not fit is lost, as on the network
     }
 }

@@ -20,9 +20,10 @@ extern struct pipe udp_send_pipe;
 // order). Both 0 until the first datagram. Written by the UDP receive thread, a word at a time.
 extern std::atomic<uint32_t> udp_chanel_value[2];
 
-// Empties both pipes. Call it before any receive thread runs.
+// Empties both pipes.
+// Requires: no receive thread runs yet.
 void udp_receive_pipe_init();
 
-// Remembers the sender of a datagram and queues its bytes; those that do not fit are dropped. UDP
+// Remembers the sender of a datagram and queues its bytes. Bytes that do not fit are dropped. UDP
 // receive thread only.
 void udpReceiveBuffer(uint32_t ip, uint32_t port, const uint8_t *bytes, uint32_t length);

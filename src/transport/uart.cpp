@@ -11,7 +11,6 @@
 namespace {
 
 constexpr uint32_t kPorts = 2;
-constexpr uint32_t kReceiveBuffer = 20480; // a whole burst is passed on in one call
 constexpr useconds_t kPollUs = 1000;
 
 constexpr const char *DEV_NAME[kPorts] = {"/dev/ttyS0", "/dev/ttyS1"};
@@ -20,8 +19,8 @@ constexpr const char *DEV_NAME[kPorts] = {"/dev/ttyS0", "/dev/ttyS1"};
 // thread exists.
 int32_t fd[kPorts];
 
-// A port 2 would be a fast link whose bytes are only counted. DEV_NAME has no such port, so neither
-// its set-up nor its counting is reached; both stay for a board that has one.
+// Port 2 would be a fast link whose bytes are only counted. DEV_NAME has no such port, so neither
+// its set-up nor its counting is reached. Both stay for a board that has one.
 constexpr uintptr_t kFastPort = 2;
 uint32_t fastPortCount; // written by that port's thread only
 
@@ -44,6 +43,7 @@ int32_t UARTInit(uint32_t port)
         return result;
     }
     pthread_t thread;
+    // Without the thread nothing is received; the daemon still bridges and sends.
     if (pthread_create(&thread, nullptr, uart_receive_fun, portArgument(port)) == 0) {
         pthread_detach(thread);
     }
@@ -63,15 +63,21 @@ int32_t UARTSendBuffer(int32_t port, const uint8_t *bytes, int32_t length)
     return written;
 }
 
+int32_t UARTReceiveBuffer(uint32_t port, void *buffer, uint32_t size)
+{
+    const int32_t descriptor = port < kPorts ? fd[port] : -1; // reads nothing from a port not there
+    return static_cast<int32_t>(read(descriptor, buffer, size));
+}
+
 void *uart_receive_fun(void *argument)
 {
     const uintptr_t port = reinterpret_cast<uintptr_t>(argument);
-    const int32_t descriptor = port < kPorts ? fd[port] : -1; // reads nothing from a port not there
-    uint8_t buffer[kReceiveBuffer];
+    uint8_t buffer[kUartReceiveBuffer];
     std::memset(buffer, 0, sizeof buffer);
     std::printf("uart_receive_fun %d\n", static_cast<int>(port));
     for (;;) {
-        const ssize_t length = read(descriptor, buffer, sizeof buffer);
+        const int32_t length =
+            UARTReceiveBuffer(static_cast<uint32_t>(port), buffer, sizeof buffer);
         if (length < 1) {
             usleep(kPollUs);
             continue;
@@ -81,28 +87,5 @@ void *uart_receive_fun(void *argument)
         } else if (port == kFastPort) {
             fastPortCount += static_cast<uint32_t>(length);
         }
-    }
-}
-
-void UART_test_tx()
-{
-    for (;;) {
-        UARTSendBuffer(0, reinterpret_cast<const uint8_t *>("hello "), 6);
-        sleep(1);
-    }
-}
-
-void UART_test_rx()
-{
-    char buffer[kReceiveBuffer];
-    for (;;) {
-        const ssize_t length = read(fd[0], buffer, sizeof buffer - 1);
-        if (length > 0) {
-            buffer[length] = '\0';
-            std::fputs(buffer, stdout); // as it is: what the line sends must never act as a format
-        } else {
-            std::puts("no thing");
-        }
-        sleep(1);
     }
 }

@@ -3,25 +3,28 @@
 // The board's numbered UART ports: opening a port with its reader thread, and sending by number.
 //
 // Port 0 ("/dev/ttyS0") is the line to the front board and the only one that is opened; port 1
-// ("/dev/ttyS1") is defined. A port is 115200 bits/s, 8N1, raw, and is never closed. Its descriptor
-// is read by its own thread and written by the main loop.
+// ("/dev/ttyS1") is defined. A port is 115200 bits/s, 8N1, raw, and is never closed. Its own thread
+// reads its descriptor and the main loop writes it.
 
 #include <cstdint>
 
-// Opens and sets up a port and starts its detached reader thread. Without a usable device it says
-// so and starts no thread. Returns the length of its last message, or -1 when the set-up failed;
-// nobody looks at it. Main thread, once for each port.
+// What a reader thread takes in one read: a whole burst, passed on in one call.
+inline constexpr uint32_t kUartReceiveBuffer = 20480;
+
+// Opens and sets up a port and starts its detached reader thread. Without a usable device it logs
+// that and starts no thread. Returns the length of its last message, or -1 when the set-up failed;
+// the daemon runs on either way. Main thread, once for each port.
 int32_t UARTInit(uint32_t port);
 
-// Sends bytes on a port in chunks of at most 256, with a pause of 80 ms behind each full chunk
-// (serial_write). Returns the number of bytes written when that is all of them; otherwise says so
-// and returns the length of the message. A length of 0 or below sends nothing. Main loop only.
+// Sends bytes on a port in chunks of at most 256, with a pause of 80 ms after each full chunk
+// (serial_write). Returns the number of bytes written if that is all of them; otherwise logs it and
+// returns the length of the message. A length of 0 or below sends nothing. Main loop only.
 int32_t UARTSendBuffer(int32_t port, const uint8_t *bytes, int32_t length);
+
+// One read() of at most `size` bytes from a port; returns its result, or -1 for a port that does
+// not exist. The port's reader thread only.
+[[nodiscard]] int32_t UARTReceiveBuffer(uint32_t port, void *buffer, uint32_t size);
 
 // Body of a port's reader thread; `port` is the number, not an address. Never returns. Bytes from
 // port 0 go into the command channels; those of other ports are dropped.
 void *uart_receive_fun(void *port);
-
-// Bench tests on port 0: send "hello " every second; print what arrives every second. Never return.
-void UART_test_tx();
-void UART_test_rx();

@@ -59,7 +59,7 @@ int32_t udpecho_init()
         perror("pthread_mutex_init failed\n");
         std::exit(1);
     }
-    // A program that the daemon started and that outlives it must not keep the port taken.
+    // Close-on-exec: a program that the daemon started may outlive it and would keep the port.
     sock = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (sock < 0) {
         perror("socket");
@@ -73,6 +73,7 @@ int32_t udpecho_init()
         perror("bind");
         std::exit(2);
     }
+    // The results are dropped: without these attributes the thread runs as any other.
     pthread_attr_init(&pthread_pro);
     pthread_attr_setschedpolicy(&pthread_pro, SCHED_FIFO);
     s_parm.sched_priority = sched_get_priority_max(SCHED_FIFO);
@@ -111,8 +112,9 @@ void task_udp_buffer(const uint8_t *bytes, uint32_t length)
 
 void to_pcudp(uint32_t ip, uint16_t port, const uint8_t *bytes, uint32_t length)
 {
-    // The place where sends could be paced. They are not, on purpose.
+    // Sends could be paced here. They are not, on purpose, so the result is dropped.
     static_cast<void>(isSysTickTimeout(static_cast<int32_t>(startTime), kPaceMs));
+    // A datagram that cannot be sent is lost like one on the network; the next one is tried.
     while (length > kLargestDatagram) {
         std::memcpy(tempBuffer, bytes, kLargestDatagram);
         UDP_SendBuffer(tempBuffer, kLargestDatagram, ip, port);

@@ -4,7 +4,7 @@
 // bridge (transport/bridge_pipes), and the send path back to the control PC. It knows nothing of
 // commands.
 //
-// The control PC is whoever sent the latest datagram: nobody registers, no sender is checked.
+// The control PC is whoever sent the latest datagram. No one registers, and no sender is checked.
 
 #include <atomic>
 #include <cstdint>
@@ -12,11 +12,11 @@
 #include <sched.h>
 
 inline constexpr uint16_t kUdpPort = 1000;
-inline constexpr uint32_t kLargestDatagram = 1152; // that is sent; larger buffers are cut
+inline constexpr uint32_t kLargestDatagram = 1152; // bytes; more is sent in several datagrams
 
 // Made by udpecho_init() before the thread exists; constant afterwards.
 extern int32_t sock;
-extern pthread_mutex_t mutex; // never taken; kept for a later use
+extern pthread_mutex_t mutex; // kept for later use; nothing takes it
 extern pthread_attr_t pthread_pro;
 extern sched_param s_parm;
 
@@ -30,16 +30,17 @@ extern uint8_t tempBuffer[2048]; // one outgoing datagram
 extern uint32_t startTime;       // tick at which the last to_pcudp() finished
 
 // Opens the socket on every local address and starts the detached receive thread. Ends the process
-// with status 1 when there is no mutex or socket to be had, and 2 when the port cannot be bound: it
-// is taken, or the process has no right to ports below 1024. Returns the result of detaching the
-// thread, or -1 when there is none. Main thread, once, after udp_receive_pipe_init().
+// with status 1 if the mutex or the socket cannot be made, and with 2 if the port cannot be bound:
+// it is taken, or the process has no right to ports below 1024. Returns the result of detaching the
+// thread, or -1 when there is none; the daemon runs on either way. Main thread, once.
+// Requires: udp_receive_pipe_init() has been called.
 //
 // The thread's attributes ask for SCHED_FIFO at the highest priority but leave inheritance at its
-// default, by which the kernel is never asked: it works without the right to real-time scheduling.
+// default, so the kernel is never asked: it works without the right to real-time scheduling.
 int32_t udpecho_init();
 
 // Body of the receive thread; `socket` is the descriptor, not an address. Never returns. Empty
-// datagrams change nothing; bytes past 4047 of a datagram are lost.
+// datagrams change nothing. Bytes past 4047 of a datagram are lost.
 void *server_fun(void *socket);
 
 // Hands one datagram of the last sender to the bridge. Receive thread only.

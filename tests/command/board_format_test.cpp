@@ -146,4 +146,11 @@ TEST_F(BoardFormat, NothingIsSavedPrintedOrChangedOutsideTheRecord)
     }
 }
 
+TEST_F(BoardFormat, KnowsNoSameGenlockFormatOnAnyOutput)
+{
+    for (unsigned output = 0; output < 256; ++output) {
+        EXPECT_EQ(isSameCustomGenlockFormat_output(static_cast<uint8_t>(output)), 0) << output;
+    }
+}
+
 } // namespace

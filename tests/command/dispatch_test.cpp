@@ -697,13 +697,6 @@ TEST_F(Dispatch, ReachesEachUnsupportedOperationWithEverySubCommand)
     }
 }
 
-TEST_F(Dispatch, KnowsNoSameGenlockFormatOnAnyOutput)
-{
-    for (unsigned output = 0; output < 256; ++output) {
-        EXPECT_EQ(isSameCustomGenlockFormat_output(static_cast<uint8_t>(output)), 0) << output;
-    }
-}
-
 // Pass-through mode ------------------------------------------------------------------------------
 
 TEST_F(Dispatch, IsNotInPassThroughModeFromTheStart)

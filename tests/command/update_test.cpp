@@ -6,6 +6,7 @@
 // and what its _exit() sees come back through two pipes.
 
 #include "command/update.cpp"
+#include "command/update_paths.cpp"
 
 #include <algorithm>
 #include <array>

@@ -2,6 +2,7 @@
 // what it calls is noted, and is the real thing but for the update mode.
 
 #include "control/control.cpp"
+#include "control/factory.h"
 
 #include <cstdint>
 #include <filesystem>

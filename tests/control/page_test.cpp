@@ -16,7 +16,7 @@
 
 #include <gtest/gtest.h>
 
-#include "control/control.h"
+#include "control/factory.h"
 #include "control/scene.h"
 #include "storage/UserSettingFile.h"
 #include "storage/ViewFile.h"

@@ -1,6 +1,7 @@
 // Power state, the flag that it has settled, and the counter beside them.
 
 #include "control/power.h"
+#include "control/power_on.h"
 
 #include <cstdint>
 #include <string>

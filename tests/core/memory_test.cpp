@@ -1,6 +1,7 @@
 // The manager of free extents, rule by rule and against a model that knows no table; and the heap
 // operations that the daemon calls.
 
+#include "core/memman.h"
 #include "core/memory.h"
 
 #include <algorithm>

@@ -3,6 +3,8 @@
 // on a pseudo-terminal. The module's source is part of this file, so that its tables are in sight.
 
 #include "transport/serial.cpp"
+#include "transport/serial_retired.cpp"
+#include "transport/bench_routines.h"
 
 #include <cerrno>
 #include <cstdarg>

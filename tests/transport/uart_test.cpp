@@ -3,6 +3,7 @@
 // source is part of this file, so that its descriptors are in sight.
 
 #include "transport/uart.cpp"
+#include "transport/bench_routines.h"
 
 #include <algorithm>
 #include <atomic>

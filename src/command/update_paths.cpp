@@ -1,0 +1,59 @@
+#include "command/update_paths.h"
+
+#include "command/channel.h"
+#include "command/frame.h"
+#include "command/reply.h"
+#include "command/update.h"
+#include "core/memory.h"
+#include "storage/fatfs.h"
+
+namespace {
+
+// State, main loop only.
+uint32_t prevAddressMcu1K;      // number of the block last accepted by UpdateMcu1K(); never read
+uint32_t prevAddressMcu1K_test; // the same of UpdateMcu1K_test(); never read
+FileHandle *localSaveFile;      // the local save file, on the heap; nothing opens one
+uint32_t localSaveIndex;        // never read
+
+// Receives a block and keeps only what its header says.
+void receiveAndForget(uint32_t *previous)
+{
+    uint8_t block[kUpdateBlockSize + 1];
+    if (!receiveUpdateBlock(block)) {
+        return;
+    }
+    if (updateBlockNumber() == 0) {
+        getUpdateFileSize(block);
+    }
+    *previous = updateBlockNumber();
+    SendAckOrNack(kAck);
+}
+
+} // namespace
+
+void UpdateMcu1K()
+{
+    updateSoftChannel = commandFrom;
+    receiveAndForget(&prevAddressMcu1K);
+}
+
+void UpdateMcu1K_test()
+{
+    receiveAndForget(&prevAddressMcu1K_test);
+}
+
+uint8_t GetCheckSum(const uint8_t *bytes, uint32_t count)
+{
+    return SumOfBytes(bytes, count % 256);
+}
+
+void closeSaveLocalFile()
+{
+    if (localSaveFile == nullptr) {
+        return;
+    }
+    f_close(localSaveFile);
+    mymem_free(localSaveFile);
+    localSaveFile = nullptr;
+    localSaveIndex = 0;
+}
