@@ -7,7 +7,6 @@
 #include <cstring>
 #include <system_error>
 
-#include "command/update.h"
 #include "core/DelayCall.h"
 #include "storage/UserPref.h"
 
@@ -357,6 +356,19 @@ void disable_dhcp()
     scheduleSaveAndApply();
 }
 
+void setDhcp(uint8_t enable)
+{
+    if (enable == getUserPref()->dhcpEnable) {
+        return;
+    }
+    if (enable != 0) {
+        enable_dhcp();
+    } else {
+        disable_dhcp();
+    }
+    saveUserPref(); // a write error is logged there
+}
+
 uint32_t getSystemVersion()
 {
     CommandOutput output;
@@ -377,9 +389,4 @@ uint32_t getSystemVersion()
         return 0;
     }
     return (major << 8) + (minor & 0xFF);
-}
-
-int32_t isInUpdate()
-{
-    return isUpdateProgram();
 }

@@ -57,6 +57,11 @@ void GetDefGW(uint8_t *gateway);
 void enable_dhcp();
 void disable_dhcp();
 
+// Command 0x8E 0x02: does nothing when `enable` is what the user preferences hold. Otherwise calls
+// disable_dhcp() for 0 and enable_dhcp(), which stores 1, for any other value, and saves the user
+// preferences at once.
+void setDhcp(uint8_t enable);
+
 // Major version times 256 plus minor version modulo 256, from "v2.13" at the beginning of
 // "/etc/issue"; 0 when that does not begin so, 0xFFFFFFFF when the command cannot be started.
 uint32_t getSystemVersion();
@@ -65,6 +70,3 @@ uint32_t getSystemVersion();
 // each in range, and the end or white space behind them. False, and `address` stays, for anything
 // else.
 bool readAddress(const char *text, uint8_t *address);
-
-// 1 while a firmware update runs, else 0.
-int32_t isInUpdate();

@@ -12,7 +12,22 @@
 #include <unistd.h>
 
 #include "control/ip.h"
+#include "core/record.h"
 #include "core/systick.h"
+
+RECORD_FIELD(NetworkRecord, 0, uint8_t[4], ip);
+RECORD_FIELD(NetworkRecord, 4, uint8_t[4], mask);
+RECORD_FIELD(NetworkRecord, 8, uint8_t[4], route);
+RECORD_FIELD(NetworkRecord, 12, uint8_t[6], mac);
+static_assert(sizeof(NetworkRecord) == 18);
+static_assert(std::has_unique_object_representations_v<NetworkRecord>, "hidden padding");
+
+RECORD_FIELD(VendorStorageRequest, 0, uint32_t, tag);
+RECORD_FIELD(VendorStorageRequest, 4, uint16_t, id);
+RECORD_FIELD(VendorStorageRequest, 6, uint16_t, length);
+RECORD_FIELD(VendorStorageRequest, 8, uint8_t[92], data);
+static_assert(sizeof(VendorStorageRequest) == 100);
+static_assert(std::has_unique_object_representations_v<VendorStorageRequest>, "hidden padding");
 
 namespace {
 
@@ -269,14 +284,4 @@ void Command_Read_Network(NetworkRecord *record)
     }
     printAddresses(__func__, __LINE__, *record);
     printRoute(__func__, __LINE__, *record);
-}
-
-int32_t cmpBuf(const uint8_t *a, const uint8_t *b, uint32_t length)
-{
-    for (uint32_t i = 0; i < length; ++i) {
-        if (a[i] != b[i]) {
-            return a[i] - b[i];
-        }
-    }
-    return 0;
 }

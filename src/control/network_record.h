@@ -6,8 +6,6 @@
 //
 // Main loop only. Results are 0, or -1 with a message on the console, unless said otherwise.
 
-#include "core/record.h"
-
 #include <cstdint>
 
 struct NetworkRecord {
@@ -16,12 +14,6 @@ struct NetworkRecord {
     uint8_t route[4]; // default gateway
     uint8_t mac[6];
 };
-RECORD_FIELD(NetworkRecord, 0, uint8_t[4], ip);
-RECORD_FIELD(NetworkRecord, 4, uint8_t[4], mask);
-RECORD_FIELD(NetworkRecord, 8, uint8_t[4], route);
-RECORD_FIELD(NetworkRecord, 12, uint8_t[6], mac);
-static_assert(sizeof(NetworkRecord) == 18);
-static_assert(std::has_unique_object_representations_v<NetworkRecord>, "hidden padding");
 
 // The record that the vendor storage driver takes, little-endian.
 struct VendorStorageRequest {
@@ -30,12 +22,6 @@ struct VendorStorageRequest {
     uint16_t length; // of the data, bytes
     uint8_t data[92];
 };
-RECORD_FIELD(VendorStorageRequest, 0, uint32_t, tag);
-RECORD_FIELD(VendorStorageRequest, 4, uint16_t, id);
-RECORD_FIELD(VendorStorageRequest, 6, uint16_t, length);
-RECORD_FIELD(VendorStorageRequest, 8, uint8_t[92], data);
-static_assert(sizeof(VendorStorageRequest) == 100);
-static_assert(std::has_unique_object_representations_v<VendorStorageRequest>, "hidden padding");
 
 inline constexpr uint32_t kVendorStorageTag = 0x56524551;
 inline constexpr uint32_t kVendorStorageRead = 0x40047601; // the driver's two requests
@@ -79,6 +65,3 @@ void Command_Config_Network(const NetworkRecord *record);
 // Fills `record`, which is not null, from "eth0", field by field up to the first that cannot be
 // read: that one and those behind it stay as they were.
 void Command_Read_Network(NetworkRecord *record);
-
-// The difference of the first two bytes that differ, `a` less `b`; 0 when all `length` are equal.
-int32_t cmpBuf(const uint8_t *a, const uint8_t *b, uint32_t length);

@@ -130,15 +130,9 @@ void GetDefGW(uint8_t *gateway)
     std::memcpy(gateway, kGateway, sizeof kGateway);
 }
 
-void enable_dhcp()
+void setDhcp(uint8_t enable)
 {
-    note("enable_dhcp, stored " + std::to_string(preferences.dhcpEnable));
-    preferences.dhcpEnable = 1;
-}
-
-void disable_dhcp()
-{
-    note("disable_dhcp, stored " + std::to_string(preferences.dhcpEnable));
+    note("setDhcp " + std::to_string(enable));
 }
 
 void SoftwareUpdate()
@@ -278,7 +272,7 @@ constexpr Expected kCommands[] = {
     {0x89, kAny, "ip1 ip2 ip3 ip4",             "read_ip*",                ""},
     {0x8C, kAny, "gw1 gw2 gw3 gw4",             "SetDefGW *",              ""},
     {0x8D, kAny, "gw1 gw2 gw3 gw4",             "GetDefGW",                ""},
-    {0x8E, 0x02, "ACK",                         "enable_dhcp*",            ""},
+    {0x8E, 0x02, "ACK",                         "setDhcp *",               ""},
     {0x8E, 0x03, "03 01 00 00",                 "",                        ""},
     {0x8E, 0x05, "05 D1 D2 D3",                 "",                        ""},
     {0x8E, 0x07, "07 D4 D5 D6",                 "",                        ""},
@@ -593,26 +587,13 @@ TEST_F(Dispatch, KeepsTheRequestsAddressInNetworkReplies)
     }
 }
 
-TEST_F(Dispatch, DoesNothingForTheDhcpValueThatIsStoredButEchoes)
+TEST_F(Dispatch, HandsTheDhcpValueOnAndEchoes)
 {
-    for (const uint8_t stored : std::array<uint8_t, 3>{0, 1, 7}) {
-        preferences.dhcpEnable = stored;
-        const Parameters parameters = {1, 2, 0x8E, 2, stored, 8, 9};
+    for (const uint8_t value : std::array<uint8_t, 4>{0, 1, 7, 255}) {
+        const Parameters parameters = {1, 2, 0x8E, 2, value, 8, 9};
         EXPECT_EQ(answer(parameters), uart(replyFrame(parameters)));
-        EXPECT_EQ(journal, Journal());
-        EXPECT_EQ(preferences.dhcpEnable, stored);
+        EXPECT_EQ(journal, Journal{"setDhcp " + std::to_string(value)});
     }
-}
-
-TEST_F(Dispatch, StoresAnotherDhcpValueSwitchesAndSaves)
-{
-    EXPECT_EQ(answer({0, 0, 0x8E, 2, 0, 0, 0}), uart(replyFrame({0, 0, 0x8E, 2, 0, 0, 0})));
-    EXPECT_EQ(journal, (Journal{"disable_dhcp, stored 0", "saveUserPref"}));
-    EXPECT_EQ(preferences.dhcpEnable, 0);
-    // Any value but 0 is on.
-    EXPECT_EQ(answer({0, 0, 0x8E, 2, 5, 0, 0}), uart(replyFrame({0, 0, 0x8E, 2, 5, 0, 0})));
-    EXPECT_EQ(journal, (Journal{"enable_dhcp, stored 5", "saveUserPref"}));
-    EXPECT_EQ(preferences.dhcpEnable, 1);
 }
 
 TEST_F(Dispatch, TellsDhcpAndTheMacAddressFromThePreferences)

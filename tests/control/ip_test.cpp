@@ -2,6 +2,7 @@
 // those print, and every message, file and command, in order.
 
 #include "control/ip.h"
+#include "control/ip_helpers.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -995,6 +996,51 @@ TEST_F(IpSetter, OneBetweenSaveAndApplicationSavesAgainAndPutsOffTheApplication)
     EXPECT_EQ(callsAt(7200), Journal{kSave});
     EXPECT_EQ(callsAt(7699), Journal());
     EXPECT_EQ(callsAt(7700), Journal{kApply});
+}
+
+TEST_F(IpSetter, AnUnchangedDhcpValueDoesNothing)
+{
+    for (const uint8_t stored : std::initializer_list<uint8_t>{0, 1, 7}) {
+        getUserPref()->dhcpEnable = stored;
+        setDhcp(stored);
+        EXPECT_EQ(getUserPref()->dhcpEnable, stored);
+        EXPECT_EQ(callsAt(20000), Journal());
+        EXPECT_FALSE(exists("/userdata/UserPref.sav"));
+    }
+}
+
+TEST_F(IpSetter, AnotherDhcpValueIsSavedAtOnceAndAsAnyOtherChange)
+{
+    readSystem();
+    const struct {
+        uint8_t stored;
+        uint8_t set;
+        uint8_t becomes;
+        const char *applied;
+    } cases[] = {
+        {1, 0, 0, kApply},
+        {7, 0, 0, kApply},
+        {0, 1, 1, "popen cp /etc/dhcpcd.conf.dhcp /etc/dhcpcd.conf"},
+        {0, 255, 1, "popen cp /etc/dhcpcd.conf.dhcp /etc/dhcpcd.conf"}, // any value but 0 is on
+        {1, 2, 1, "popen cp /etc/dhcpcd.conf.dhcp /etc/dhcpcd.conf"},
+        {7, 1, 1, "popen cp /etc/dhcpcd.conf.dhcp /etc/dhcpcd.conf"},
+    };
+    for (const auto &[stored, set, becomes, applied] : cases) {
+        journal.clear();
+        fakeClock.setMs(5000);
+        getUserPref()->dhcpEnable = stored;
+        setDhcp(set);
+        EXPECT_EQ(journal, Journal{kSave});
+        EXPECT_EQ(getUserPref()->dhcpEnable, becomes);
+        const std::string file = contentOf("/userdata/UserPref.sav");
+        ASSERT_EQ(file.size(), 56u);
+        EXPECT_EQ(file[9], becomes);
+        EXPECT_EQ(callsAt(5999), Journal());
+        EXPECT_EQ(callsAt(6000), Journal{kSave});
+        EXPECT_EQ(callsAt(6499), Journal());
+        EXPECT_EQ(callsAt(6500), Journal{applied});
+        EXPECT_EQ(callsAt(20000), Journal());
+    }
 }
 
 TEST_F(IpSetter, WhatIsSavedIsTheRecordWithTheNewValues)

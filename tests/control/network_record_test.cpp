@@ -1,6 +1,7 @@
 // The network record: what is read from the running system, what a record makes of it, and every
 // message, file, command and request, in order.
 
+#include "control/ip_helpers.h"
 #include "control/network_record.h"
 
 #include <algorithm>
