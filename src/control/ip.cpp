@@ -32,10 +32,10 @@ uint8_t _mac[6];
 
 struct CommandOutput {
     std::FILE *stream;
-    char line[1024]; // the line read last; empty before the first and behind the last one
+    char line[1024]; // the line read last; empty before the first line and after the last
 };
 
-bool startCommand(CommandOutput *output, const char *command)
+[[nodiscard]] bool startCommand(CommandOutput *output, const char *command)
 {
     output->line[0] = '\0';
     output->stream = popen(command, "r");
@@ -46,7 +46,27 @@ bool startCommand(CommandOutput *output, const char *command)
     return true;
 }
 
-// Reads the next line, a long one in pieces.
+// How the command ended does not matter: what it printed has been judged by itself.
+void endCommand(const CommandOutput &output)
+{
+    pclose(output.stream);
+}
+
+bool isWhiteSpace(char character)
+{
+    return std::isspace(static_cast<unsigned char>(character)) != 0;
+}
+
+const char *skipWhiteSpace(const char *text)
+{
+    while (isWhiteSpace(*text)) {
+        ++text;
+    }
+    return text;
+}
+
+// Reads the next line, a long one in pieces. Returns false at the end of the output, where the line
+// is empty.
 bool nextLine(CommandOutput *output)
 {
     char *const line = output->line;
@@ -57,41 +77,63 @@ bool nextLine(CommandOutput *output)
     const size_t length = std::strlen(line);
     if (length == sizeof output->line - 1 && line[length - 1] != '\n') {
         // A number cut in two would look like another number.
-        char *const lastBlank = std::strrchr(line, ' ');
-        *(lastBlank != nullptr ? lastBlank : line) = '\0';
+        char *end = line + length;
+        while (end > line && !isWhiteSpace(end[-1])) {
+            --end;
+        }
+        *end = '\0';
     }
     return true;
 }
 
-// What stands behind the first `word` in `text`; null when it is not there.
-const char *behind(const char *text, const char *word)
+// A form is text that the tools print. A blank in it stands for one or more white-space characters.
+
+// Returns the rest of `text` when it begins with `form`, else null.
+const char *restAfter(const char *text, const char *form)
 {
-    const char *const found = std::strstr(text, word);
-    return found != nullptr ? found + std::strlen(word) : nullptr;
+    for (; *form != '\0'; ++form) {
+        if (*form == ' ' && isWhiteSpace(*text)) {
+            text = skipWhiteSpace(text);
+        } else if (*form == *text && *form != ' ') {
+            ++text;
+        } else {
+            return nullptr;
+        }
+    }
+    return text;
 }
 
-// Goes on to the first line that holds `word` and returns what stands behind it; null when there is
-// none.
-const char *findInLines(CommandOutput *output, const char *word)
+// Returns the rest of `text` after the first `form` in it, or null when there is none.
+const char *findForm(const char *text, const char *form)
 {
-    while (nextLine(output)) {
-        if (const char *const found = behind(output->line, word)) {
-            return found;
+    for (; *text != '\0'; ++text) {
+        if (const char *const rest = restAfter(text, form)) {
+            return rest;
         }
     }
     return nullptr;
 }
 
-// Reads `count` (up to 6) numbers with `separator` between them, blanks before the first one only.
-// All of them, each in the range of a byte and nothing but white space behind the last one, or
-// none.
+// Goes on to the first line that holds `form` and returns the rest of that line, or null when there
+// is none.
+const char *findInLines(CommandOutput *output, const char *form)
+{
+    while (nextLine(output)) {
+        if (const char *const rest = findForm(output->line, form)) {
+            return rest;
+        }
+    }
+    return nullptr;
+}
+
+// Reads `count` (up to 6) numbers with `separator` between them. White space may stand before the
+// first number and must follow the last one, unless the text ends there. Each number must be in the
+// range of a byte. Returns false and leaves `out` as it is for anything else.
 bool readNumbers(const char *text, int base, char separator, uint8_t *out, uint32_t count)
 {
     uint8_t numbers[6];
     const char *const end = text + std::strlen(text);
-    while (*text == ' ') {
-        ++text;
-    }
+    text = skipWhiteSpace(text);
     for (uint32_t i = 0; i < count; ++i) {
         if (i > 0 && *text++ != separator) {
             return false;
@@ -102,7 +144,7 @@ bool readNumbers(const char *text, int base, char separator, uint8_t *out, uint3
         }
         text = rest;
     }
-    if (*text != '\0' && std::isspace(static_cast<unsigned char>(*text)) == 0) {
+    if (*text != '\0' && !isWhiteSpace(*text)) {
         return false;
     }
     std::memcpy(out, numbers, count);
@@ -116,8 +158,9 @@ void printAddress(const char *what, const uint8_t *address)
 
 // The steps of init_ip() -----------------------------------------------------------------------
 
-// Name and MAC address, from the first line of the interface.
-bool readInterface(const char *line)
+// Takes the name from the first line of the interface: the text before the first two spaces. Other
+// white space does not end it.
+bool readName(const char *line)
 {
     const char *const end = std::strstr(line, "  ");
     if (end == nullptr) {
@@ -130,24 +173,30 @@ bool readInterface(const char *line)
     eth0_name[kept] = '\0';
     std::printf("len = %zu\n", length);
     std::printf("eth0 name:%s\n", eth0_name);
-    if (const char *const mac = behind(line, "HWaddr ")) {
-        readNumbers(mac, 16, ':', _mac, sizeof _mac);
-        std::printf("get mac = %x.%x.%x.%x.%x.%x\n", _mac[0], _mac[1], _mac[2], _mac[3], _mac[4],
-                    _mac[5]);
-    }
     return true;
 }
 
-// Address and mask, which stand in one line.
+// Takes the MAC address from the same line.
+void readMac(const char *line)
+{
+    if (const char *const mac = findForm(line, "HWaddr ")) {
+        readNumbers(mac, 16, ':', _mac, sizeof _mac); // one that cannot be read leaves the old one
+        std::printf("get mac = %x.%x.%x.%x.%x.%x\n", _mac[0], _mac[1], _mac[2], _mac[3], _mac[4],
+                    _mac[5]);
+    }
+}
+
+// Reads address and mask, which stand in one line.
 void readInterfaceAddress(CommandOutput *output)
 {
     const char *const address = findInLines(output, "inet addr:");
     if (address == nullptr) {
         return;
     }
-    readAddress(address, _ip);
+    // An address that cannot be read leaves the old one, and the message shows that.
+    static_cast<void>(readAddress(address, _ip));
     printAddress("ip", _ip);
-    const char *const mask = behind(output->line, "Mask:");
+    const char *const mask = findForm(output->line, "Mask:");
     if (mask == nullptr || !readAddress(mask, _mask)) {
         std::puts("get mask error");
     }
@@ -160,27 +209,41 @@ bool readIfconfig()
     if (!startCommand(&output, "ifconfig")) {
         return false;
     }
-    nextLine(&output);
-    const bool isFound = readInterface(output.line);
+    nextLine(&output); // no output is an empty line, which has no name
+    const bool isFound = readName(output.line);
     if (isFound) {
+        readMac(output.line);
         readInterfaceAddress(&output);
     }
-    pclose(output.stream);
+    endCommand(output);
     return isFound;
 }
 
-// An address behind `word` in the output of `command`.
-bool readSystemAddress(const char *command, const char *word, const char *what, uint8_t *address)
+// Returns whether a name is known, after asking the system for it if need be.
+bool learnName()
+{
+    CommandOutput output;
+    if (eth0_name[0] == '\0' && startCommand(&output, "ifconfig")) {
+        nextLine(&output); // as in readIfconfig()
+        readName(output.line);
+        endCommand(output);
+    }
+    return eth0_name[0] != '\0'; // a line that begins with two spaces has an empty name
+}
+
+// Reads the address after `form` in the output of `command`.
+bool readSystemAddress(const char *command, const char *form, const char *what, uint8_t *address)
 {
     CommandOutput output;
     if (!startCommand(&output, command)) {
         return false;
     }
-    if (const char *const found = findInLines(&output, word)) {
-        readAddress(found, address);
+    if (const char *const found = findInLines(&output, form)) {
+        // An address that cannot be read leaves the old one, and the message shows that.
+        static_cast<void>(readAddress(found, address));
         printAddress(what, address);
     }
-    pclose(output.stream);
+    endCommand(output);
     return true;
 }
 
@@ -192,9 +255,11 @@ bool readDhcp()
     }
     char section[sizeof "interface " + sizeof eth0_name];
     std::snprintf(section, sizeof section, "interface %s", eth0_name);
-    _dhcp = findInLines(&output, section) != nullptr ? 0 : 1;
+    // With an empty name, the form would match the section of any interface.
+    const bool isStatic = eth0_name[0] != '\0' && findInLines(&output, section) != nullptr;
+    _dhcp = isStatic ? 0 : 1;
     std::printf("get dhcp = %d\n", _dhcp);
-    pclose(output.stream);
+    endCommand(output);
     return true;
 }
 
@@ -207,10 +272,11 @@ bool runCommand(const char *command)
     }
     while (nextLine(&output)) {
     }
-    pclose(output.stream);
+    endCommand(output);
     return true;
 }
 
+// Nobody could be told that the file cannot be written: the command was answered 1500 ms before.
 void writeStaticConfiguration()
 {
     int prefix = 0;
@@ -235,10 +301,11 @@ void writeStaticConfiguration()
 
 void savePreferences()
 {
-    saveUserPref();
+    saveUserPref(); // logs its own failure
 }
 
-// The same two functions for every change: arming them again restarts their waits.
+// The same two functions for every change: arming them again restarts their waits. Arming fails
+// only when 32 other functions wait, more than the daemon has.
 void scheduleSaveAndApply()
 {
     AddDelayCallFunc(savePreferences, kSaveDelayMs);
@@ -259,7 +326,10 @@ int32_t init_ip()
         !readSystemAddress("cat /etc/resolv.conf", "nameserver", "dns", _dns) || !readDhcp()) {
         return -1;
     }
-    if (_dhcp != 0 && !runCommand("cp /etc/dhcpcd.conf /etc/dhcpcd.conf.dhcp")) {
+    // Without a name, nothing shows whose sections the file has: it could be a static
+    // configuration, which must not replace the copy of the one for DHCP.
+    if (_dhcp != 0 && eth0_name[0] != '\0' &&
+        !runCommand("cp /etc/dhcpcd.conf /etc/dhcpcd.conf.dhcp")) {
         return -1;
     }
     return 0;
@@ -285,10 +355,13 @@ int32_t set_ip(const uint8_t *dhcp, const uint8_t *ip, const uint8_t *gateway, c
     std::memcpy(_gateway, gateway, sizeof _gateway);
     std::memcpy(_mask, mask, sizeof _mask);
     std::memcpy(_dns, dns, sizeof _dns);
-    if (_dhcp == 0) {
+    if (_dhcp != 0) {
+        runCommand("cp /etc/dhcpcd.conf.dhcp /etc/dhcpcd.conf"); // logs that it cannot be started
+    } else if (learnName()) {
         writeStaticConfiguration();
     } else {
-        runCommand("cp /etc/dhcpcd.conf.dhcp /etc/dhcpcd.conf");
+        // A section without a name would be read as none: DHCP.
+        std::puts("no interface name: /etc/dhcpcd.conf is left as it is");
     }
     return 0;
 }
@@ -298,17 +371,17 @@ void read_ip()
     if (isSetIp != 0) {
         return;
     }
-    init_ip();
+    init_ip(); // logs its own failure; what it has read by then counts
     UserPref *const preferences = getUserPref();
     get_ip(&preferences->dhcpEnable, preferences->ipAddress, preferences->gateway,
-           preferences->netMask, preferences->dns[0], preferences->mac);
+           preferences->netMask, preferences->dns[0], preferences->mac); // always 0
 }
 
 void ResetStaticIp()
 {
     const UserPref *const preferences = getUserPref();
     set_ip(&preferences->dhcpEnable, preferences->ipAddress, preferences->gateway,
-           preferences->netMask, preferences->dns[0]);
+           preferences->netMask, preferences->dns[0]); // always 0
 }
 
 void SetIpAddress(const uint8_t *ip)
@@ -366,7 +439,7 @@ void setDhcp(uint8_t enable)
     } else {
         disable_dhcp();
     }
-    saveUserPref(); // a write error is logged there
+    saveUserPref(); // logs its own failure
 }
 
 uint32_t getSystemVersion()
@@ -375,8 +448,8 @@ uint32_t getSystemVersion()
     if (!startCommand(&output, "cat /etc/issue")) {
         return 0xFFFFFFFF;
     }
-    nextLine(&output);
-    pclose(output.stream);
+    nextLine(&output); // no output is an empty line
+    endCommand(output);
     if (output.line[0] != 'v') {
         return 0;
     }

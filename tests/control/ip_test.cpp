@@ -184,6 +184,16 @@ int32_t setIp(uint8_t dhcp, const std::vector<uint8_t> &mask = {255, 255, 0, 0})
     return set_ip(&dhcp, ip, gateway, mask.data(), dns);
 }
 
+// Zeros all over, so that what is read next shows.
+void forget()
+{
+    toolPrints("ifconfig", "end0  HWaddr 00:00:00:00:00:00\n");
+    readSystem();
+    const uint8_t dhcp = 1;
+    const uint8_t none[4] = {};
+    set_ip(&dhcp, none, none, none, none);
+}
+
 // The example in the chapter on network files: the lines behind "for a static address".
 std::string documentedStaticSection()
 {
@@ -409,7 +419,8 @@ TEST(Ip, KeepsTheMacWhenItCannotBeRead)
     readSystem();
     for (const char *const mac :
          {"", "02", "02:76:65:73:6b", "02:76:65:73:6b:", "zz:76:65:73:6b:01", "02-76-65-73-6b-01",
-          "102:76:65:73:6b:01", "02:76:65:73:6b:1ff", "-2:76:65:73:6b:01"}) {
+          "102:76:65:73:6b:01", "02:76:65:73:6b:1ff", "-2:76:65:73:6b:01", "02:76:65:73:6b:01x",
+          "02:76:65:73:6b:01:02", "02:76:65:73:6b:01/"}) {
         toolPrints("ifconfig", "end0  Link encap:Ethernet  HWaddr " + std::string(mac) + "\n");
         const Reading reading = readSystem();
         EXPECT_EQ(reading.result, 0) << mac;
@@ -460,9 +471,27 @@ TEST(Ip, KeepsAnAddressThatCannotBeRead)
 {
     useRecordedTools();
     readSystem();
-    for (const char *const number :
-         {"", "192", "192.168.", "192.168.0", "192.168.0.", "256.1.2.3", "1.2.3.256", "1.2.-3.4",
-          "1000.2.3.4", "1.2.3.1000", "a.b.c.d", "1,2,3,4", "99999999999999999999.1.1.1"}) {
+    for (const char *const number : {"",
+                                     "192",
+                                     "192.168.",
+                                     "192.168.0",
+                                     "192.168.0.",
+                                     "256.1.2.3",
+                                     "1.2.3.256",
+                                     "1.2.-3.4",
+                                     "1000.2.3.4",
+                                     "1.2.3.1000",
+                                     "a.b.c.d",
+                                     "1,2,3,4",
+                                     "99999999999999999999.1.1.1",
+                                     "1.2.3.4x",
+                                     "1.2.3.4#53",
+                                     "1.2.3.4/24",
+                                     "1.2.3.4.",
+                                     "1.2.3.4.5",
+                                     "1.2.3.4,",
+                                     "1.2.3.4:80",
+                                     "1.2.3.4\x80"}) {
         const std::string text = number;
         toolPrints("ifconfig", "end0  Link\n  inet addr:" + text + "  Mask:" + text + "\n");
         toolPrints("ip", "default via " + text + " dev end0\n");
@@ -475,6 +504,80 @@ TEST(Ip, KeepsAnAddressThatCannotBeRead)
             << text;
         EXPECT_EQ(state(), kRecorded) << text;
     }
+}
+
+// White space -------------------------------------------------------------------------------------
+
+TEST(Ip, AcceptsAnyWhiteSpaceWhereTheToolsPrintABlank)
+{
+    for (const std::string w :
+         {" ", "\t", "  ", "\t\t", " \t", "\t ", " \t \t ", "\v", "\f", "\r"}) {
+        toolPrints("ifconfig", "end0  Link" + w + "encap:Ethernet" + w + "HWaddr" + w +
+                                   "0A:1B:2C:3D:4E:FF" + w + "\n" + w + "inet" + w +
+                                   "addr:10.20.30.40" + w + "Bcast:10.20.127.255" + w +
+                                   "Mask:255.255.128.0" + w + "\n");
+        toolPrints("ip", "default" + w + "via" + w + "10.20.0.1" + w + "dev" + w + "end0\n");
+        writeFile("/etc/resolv.conf", "nameserver" + w + "10.20.0.53" + w + "\n");
+        writeFile(kConfiguration, w + "interface" + w + "end0" + w + "\n");
+        const Reading reading = readSystem();
+        EXPECT_EQ(reading.result, 0);
+        EXPECT_EQ(reading.printed,
+                  kRecordedMessages.substr(0, kRecordedMessages.size() - 2) + "0\n")
+            << testing::PrintToString(w);
+        State expected = kRecorded;
+        expected.dhcp = 0;
+        EXPECT_EQ(state(), expected) << testing::PrintToString(w);
+        forget();
+    }
+}
+
+TEST(Ip, AcceptsWhiteSpaceBeforeTheFirstNumber)
+{
+    for (const std::string w : {" ", "\t", " \t", "\t\t "}) {
+        toolPrints("ifconfig", "end0  Link  HWaddr " + w + "0A:1B:2C:3D:4E:FF\n  inet addr:" + w +
+                                   "10.20.30.40  Mask:" + w + "255.255.128.0\n");
+        readSystem();
+        EXPECT_EQ(state().mac, kRecorded.mac) << testing::PrintToString(w);
+        EXPECT_EQ(state().ip, kRecorded.ip) << testing::PrintToString(w);
+        EXPECT_EQ(state().mask, kRecorded.mask) << testing::PrintToString(w);
+        uint8_t address[4] = {};
+        EXPECT_TRUE(readAddress((w + "1.2.3.4" + w).c_str(), address));
+        EXPECT_EQ(dotted(address), "1.2.3.4") << testing::PrintToString(w);
+        forget();
+    }
+}
+
+TEST(Ip, ABlankIsAtLeastOneCharacter)
+{
+    toolPrints("ifconfig", "end0  Link  HWaddr0A:1B:2C:3D:4E:FF\n  inetaddr:10.20.30.40\n");
+    toolPrints("ip", "defaultvia 10.20.0.1\n");
+    writeFile("/etc/resolv.conf", "");
+    writeFile(kConfiguration, "interfaceend0\n");
+    EXPECT_EQ(readSystem().printed, "len = 4\neth0 name:end0\nget dhcp = 1\n");
+    EXPECT_EQ(state(), State());
+}
+
+TEST(Ip, LooksOnBehindABeginningThatGoesOnDifferently)
+{
+    toolPrints("ifconfig", "end0  HWaddrs HWaddr\t0A:1B:2C:3D:4E:FF\n"
+                           "  inet inet\taddr:10.20.30.40  Mask:255.255.128.0\n");
+    toolPrints("ip", "default default\tvia 10.20.0.1\n");
+    writeFile(kConfiguration, "# interface eth1 and interface\tend0\n");
+    readSystem();
+    EXPECT_EQ(state(), (State{.dhcp = 0,
+                              .ip = kRecorded.ip,
+                              .mask = kRecorded.mask,
+                              .gateway = kRecorded.gateway,
+                              .dns = "192.168.0.1", // the board's own
+                              .mac = kRecorded.mac}));
+}
+
+TEST(Ip, TheNameEndsAtTwoSpacesAndNotAtOtherWhiteSpace)
+{
+    toolPrints("ifconfig", "eth0\t\tLink \tencap:Ethernet\n");
+    EXPECT_EQ(readSystem().printed, "no find :\n");
+    toolPrints("ifconfig", "eth0\tLink  encap:Ethernet\n");
+    EXPECT_TRUE(readSystem().printed.starts_with("len = 9\neth0 name:eth0\tLink\n"));
 }
 
 // Gateway, name server and DHCP -------------------------------------------------------------------
@@ -524,13 +627,13 @@ TEST(Ip, GoesOnWithoutTheFiles)
 TEST(Ip, ALineThatHoldsTheWordsIsASection)
 {
     for (const char *const text :
-         {"interface eth0", "# interface eth0\n", "a\n  interface eth0 b"}) {
+         {"interface eth0", "# interface eth0\n", "a\n  interface eth0 b", "interface  eth0\n"}) {
         writeFile(kConfiguration, text);
         readSystem();
         EXPECT_EQ(state().dhcp, 0) << text;
     }
     for (const char *const text :
-         {"", "interface  eth0\n", "interface\neth0\n", "interface eth1\n"}) {
+         {"", "interface\neth0\n", "interface eth1\n", "interface \neth0\n", "interface eth 0\n"}) {
         writeFile(kConfiguration, text);
         readSystem();
         EXPECT_EQ(state().dhcp, 1) << text;
@@ -611,31 +714,36 @@ TEST(Ip, VeryLongLinesLeaveTheValues)
 TEST(Ip, ANumberAnywhereInAVeryLongLineIsTakenWholeOrNotAtAll)
 {
     toolPrints("ip", "");
-    int ips = 0; // how often each was taken
-    int masks = 0;
-    int nameServers = 0;
-    for (size_t before = 970; before < 1030; ++before) {
-        setIp(0, {255, 255, 255, 0});
-        const std::string padding(before, ' ');
+    int ips[2] = {}; // how often each was taken: with spaces, with tabs
+    int masks[2] = {};
+    int nameServers[2] = {};
+    for (size_t turn = 0; turn < 120; ++turn) {
+        const size_t before = 970 + turn / 2;
+        const char blank = turn % 2 == 0 ? ' ' : '\t';
+        setIp(1, {255, 255, 255, 0});
+        const std::string padding(before, blank);
         // Where the x begin, nothing ends: that mask is none.
         const char filler = before % 2 == 0 ? ' ' : 'x';
-        toolPrints("ifconfig", "eth0  Link\n" + padding + "inet addr:210.220.230.240  Mask:" +
-                                   "255.255.240.0" + std::string(5000 - before, filler) + "\n");
+        toolPrints("ifconfig", "eth0  Link\n" + padding + "inet" + blank + "addr:210.220.230.240" +
+                                   blank + "Mask:255.255.240.0" +
+                                   std::string(5000 - before, filler) + "\n");
         writeFile("/etc/resolv.conf",
-                  padding + "nameserver 211.221.231.241" + std::string(4000, ' '));
+                  padding + "nameserver" + blank + "211.221.231.241" + std::string(4000, blank));
         readSystem();
         const State now = state();
         EXPECT_TRUE(now.ip == "10.9.8.7" || now.ip == "210.220.230.240") << before << now;
         EXPECT_TRUE(now.dns == "10.9.0.53" || now.dns == "211.221.231.241") << before << now;
         EXPECT_TRUE(now.mask == "255.255.255.0" || (filler == ' ' && now.mask == "255.255.240.0"))
             << before << now;
-        ips += now.ip != "10.9.8.7" ? 1 : 0;
-        masks += now.mask != "255.255.255.0" ? 1 : 0;
-        nameServers += now.dns != "10.9.0.53" ? 1 : 0;
+        ips[turn % 2] += now.ip != "10.9.8.7" ? 1 : 0;
+        masks[turn % 2] += now.mask != "255.255.255.0" ? 1 : 0;
+        nameServers[turn % 2] += now.dns != "10.9.0.53" ? 1 : 0;
     }
-    EXPECT_GT(ips, 0);
-    EXPECT_GT(masks, 0);
-    EXPECT_GT(nameServers, 0);
+    for (const int i : {0, 1}) {
+        EXPECT_GT(ips[i], 0) << i;
+        EXPECT_GT(masks[i], 0) << i;
+        EXPECT_GT(nameServers[i], 0) << i;
+    }
 }
 
 TEST(Ip, NoiseLeavesTheValues)
@@ -739,14 +847,99 @@ TEST(Ip, WritesTheFileAnew)
     EXPECT_EQ(contentOf(kConfiguration), written);
 }
 
-TEST(Ip, BeforeTheSystemWasReadTheSectionHasNoName)
+TEST(Ip, BeforeTheSystemWasReadAStaticSectionLearnsTheNameAndOnlyThat)
 {
+    useRecordedTools();
+    EXPECT_EQ(printedBy([] { EXPECT_EQ(setIp(0), 0); }), "len = 4\neth0 name:end0\n");
+    EXPECT_EQ(journal, (Journal{"popen ifconfig", "fopen /etc/dhcpcd.conf w"}));
+    EXPECT_EQ(contentOf(kConfiguration), "interface end0\n"
+                                         "static ip_address=10.9.8.7/16\n"
+                                         "static routers=10.9.0.1\n"
+                                         "static domain_name_servers=10.9.0.53\n");
+    EXPECT_EQ(state(), (State{0, "10.9.8.7", "255.255.0.0", "10.9.0.1", "10.9.0.53"}));
+    EXPECT_FALSE(exists(kDhcpCopy));
+}
+
+TEST(Ip, LearnsTheNameOnce)
+{
+    useRecordedTools();
+    const ptrdiff_t before = openDescriptors();
+    printedBy([] { setIp(0); });
+    EXPECT_EQ(openDescriptors(), before);
+    toolPrints("ifconfig", "other0  Link\n");
+    journal.clear();
+    EXPECT_EQ(printedBy([] { setIp(0); }), "");
+    EXPECT_EQ(journal, Journal{"fopen /etc/dhcpcd.conf w"});
+    EXPECT_TRUE(contentOf(kConfiguration).starts_with("interface end0\n"));
+}
+
+TEST(Ip, NeedsNoNameForDhcp)
+{
+    writeFile(kDhcpCopy, "the copy\n");
+    EXPECT_EQ(printedBy([] { setIp(1); }), "");
+    EXPECT_EQ(journal, Journal{"popen cp /etc/dhcpcd.conf.dhcp /etc/dhcpcd.conf"});
+}
+
+// The fault: a section without a name, which the next start took for DHCP, and kept as the copy.
+TEST(Ip, AStaticSectionOfBeforeTheSystemWasReadIsReadAsOne)
+{
+    writeFile(kDhcpCopy, "the copy\n");
+    printedBy([] { setIp(0); });
+    EXPECT_EQ(readSystem().result, 0);
+    EXPECT_EQ(state().dhcp, 0);
+    EXPECT_EQ(contentOf(kDhcpCopy), "the copy\n");
+}
+
+TEST(Ip, WithoutANameToLearnTheFilesStay)
+{
+    const std::string delivered = contentOf(kConfiguration);
+    const std::string refusal = "no interface name: /etc/dhcpcd.conf is left as it is\n";
+    const struct {
+        const char *output; // of ifconfig; null when it cannot be started
+        std::string messages;
+    } cases[] = {
+        {"", "no find :\n"},
+        {"eth0 Link\neth1  Link\n", "no find :\n"},
+        {"  Link\n", "len = 0\neth0 name:\n"},
+        {nullptr, cannotStart()},
+    };
+    writeFile(kDhcpCopy, "the copy\n");
+    for (const auto &[output, messages] : cases) {
+        journal.clear();
+        toolPrints("ifconfig", output != nullptr ? output : "eth0  Link\n");
+        world.popenFailsAt = output != nullptr ? 0 : 1;
+        EXPECT_EQ(printedBy([] { EXPECT_EQ(setIp(0), 0); }), messages + refusal);
+        EXPECT_EQ(journal, Journal{"popen ifconfig"}) << messages;
+        EXPECT_EQ(contentOf(kConfiguration), delivered) << messages;
+        EXPECT_EQ(contentOf(kDhcpCopy), "the copy\n") << messages;
+        EXPECT_EQ(state(), (State{0, "10.9.8.7", "255.255.0.0", "10.9.0.1", "10.9.0.53"}));
+    }
+    toolPrints("ifconfig", "eth0  Link\n"); // there it is
     setIp(0);
-    EXPECT_TRUE(contentOf(kConfiguration).starts_with("interface \nstatic ip_address="));
+    EXPECT_TRUE(contentOf(kConfiguration).starts_with("interface eth0\nstatic "));
+}
+
+// Nothing tells whether one of the sections is that of an interface without a name, so the copy of
+// an earlier reading is worth more than the file.
+TEST(Ip, NoSectionBelongsToAnEmptyName)
+{
+    writeFile(kDhcpCopy, "the copy\n");
+    toolPrints("ifconfig", "  Link\n");
+    for (const char *const text :
+         {"interface eth0\n", "interface \n", "interface\n", "hostname\n"}) {
+        journal.clear();
+        writeFile(kConfiguration, text);
+        const Reading reading = readSystem();
+        EXPECT_EQ(reading.result, 0);
+        EXPECT_TRUE(reading.printed.ends_with("get dhcp = 1\n")) << text;
+        EXPECT_EQ(journal.back(), "popen cat /etc/dhcpcd.conf") << text;
+        EXPECT_EQ(contentOf(kDhcpCopy), "the copy\n") << text;
+    }
 }
 
 TEST(Ip, DoesNotCheckWhetherTheFileCouldBeWritten)
 {
+    readSystem();
     std::filesystem::remove(kConfiguration);
     std::filesystem::create_directory(kConfiguration);
     EXPECT_EQ(printedBy([] { EXPECT_EQ(setIp(0), 0); }), "");
@@ -775,6 +968,18 @@ TEST(Ip, GoesFromDhcpToStaticAndBack)
     setIp(1);
     EXPECT_EQ(contentOf(kConfiguration), delivered);
     readSystem();
+    EXPECT_EQ(state().dhcp, 1);
+}
+
+TEST(Ip, WithoutACopyTheStaticSectionStays)
+{
+    useRecordedTools();
+    printedBy([] { setIp(0); });
+    const std::string written = contentOf(kConfiguration);
+    Console console; // cp complains on the other stream
+    setIp(1);
+    console.end();
+    EXPECT_EQ(contentOf(kConfiguration), written);
     EXPECT_EQ(state().dhcp, 1);
 }
 
@@ -947,6 +1152,7 @@ TEST_F(IpSetter, SetsTheDhcpFlagInThePreferencesOnly)
 
 TEST_F(IpSetter, EachSavesAfter1000MsAndAppliesAfter1500Ms)
 {
+    readSystem();
     for (void (*const set)() : {setIpAddress, setNetMask, setGateway, disable_dhcp}) {
         fakeClock.setMs(5000);
         set();
@@ -988,6 +1194,7 @@ TEST_F(IpSetter, SeveralInARowEndInOneSaveAndOneApplicationAfterTheLast)
 
 TEST_F(IpSetter, OneBetweenSaveAndApplicationSavesAgainAndPutsOffTheApplication)
 {
+    readSystem();
     setIpAddress();
     EXPECT_EQ(callsAt(6000), Journal{kSave});
     fakeClock.setMs(6200);

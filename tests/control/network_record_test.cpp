@@ -219,6 +219,24 @@ TEST(NetworkRecord, WithoutADefaultRouteTheBufferStays)
     EXPECT_EQ(local(routeOf, "", 4).bytes, kUntouched);
 }
 
+TEST(NetworkRecord, AcceptsAnyWhiteSpaceInTheRoute)
+{
+    for (const std::string w : {" ", "\t", " \t", "\t\t"}) {
+        toolPrints("ip", w + "default" + w + "via" + w + "10.20.0.1" + w + "dev" + w + "end0\n");
+        expectLocal(local(routeOf, "", 4), 0, "0a140001eeeeeeee");
+    }
+    toolPrints("ip", "default via 10.20.0.1\r\n");
+    expectLocal(local(routeOf, "", 4), 0, "0a140001eeeeeeee");
+}
+
+TEST(NetworkRecord, RefusesARouteWithTextAfterItsLastNumber)
+{
+    for (const char *const text : {"1.2.3.4x", "1.2.3.4#53", "1.2.3.4/24", "1.2.3.4,"}) {
+        toolPrints("ip", "default via " + std::string(text) + " dev eth0\n");
+        expectLocal(local(routeOf, "", 4), 0, kUntouched);
+    }
+}
+
 TEST(NetworkRecord, NoiseInTheRouteStaysInTheBuffer)
 {
     toolPrints("ip", "default via 1.2.3.4.5 dev eth0\n");

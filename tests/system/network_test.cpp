@@ -295,6 +295,31 @@ TEST_F(Network, FollowsTheInterface)
     expectAnswer(0x8D, {}, {172, 16, 0, 9});
 }
 
+// As while it waits for a lease.
+TEST_F(Network, TakesTheLoopbacksAddressWhereTheInterfaceHasNone)
+{
+    ASSERT_TRUE(run("ip address flush dev eth0"));
+    expectAnswer(0x89, {}, {127, 0, 0, 1});
+    expectAnswer(0x85, {}, {255, 0, 0, 0});
+    EXPECT_EQ(news()[1], "eth0 name:eth0");
+    // It is kept: a change is applied with it.
+    expectAnswer(0x8E, {2, 0, 0, 0}, {2, 0, 0, 0});
+    EXPECT_TRUE(eventually([] {
+        return contentOf(kConfiguration)
+            .starts_with("interface eth0\nstatic ip_address=127.0.0.1/8\n");
+    })) << contentOf(kConfiguration);
+}
+
+TEST_F(Network, TakesTheLoopbacksNameWithTheInterfaceDown)
+{
+    ASSERT_TRUE(run("ip link set eth0 down"));
+    expectAnswer(0x89, {}, {127, 0, 0, 1});
+    EXPECT_EQ(news()[1], "eth0 name:lo");
+    expectAnswer(0x8E, {2, 0, 0, 0}, {2, 0, 0, 0});
+    EXPECT_TRUE(eventually([] { return contentOf(kConfiguration).starts_with("interface lo\n"); }))
+        << contentOf(kConfiguration);
+}
+
 TEST_F(Network, ReadsTheSystemVersion)
 {
     expectAnswer(0x6A, {4, 0, 0, 0}, {4, 2, 13, 0});
@@ -305,6 +330,8 @@ TEST_F(Network, ReadsTheSystemVersion)
 // Setting ----------------------------------------------------------------------------------------
 
 namespace {
+
+constexpr char kCopy[] = "/etc/dhcpcd.conf.dhcp";
 
 const std::string kStaticFile = "interface eth0\n"
                                 "static ip_address=192.168.7.77/16\n"
@@ -322,6 +349,21 @@ protected:
         expectAnswer(0x8C, {192, 168, 0, 10}, {192, 168, 0, 10});
         expectAnswer(0x88, {192, 168, 7, 77}, {192, 168, 7, 77});
         ASSERT_TRUE(eventually([] { return contentOf(kConfiguration) == kStaticFile; }))
+            << contentOf(kConfiguration);
+    }
+
+    // The same before any 89. The name server is that of a new device's preferences.
+    void setStaticAddressBeforeReading()
+    {
+        expectAnswer(0x8E, {2, 0, 0, 0}, {2, 0, 0, 0});
+        expectAnswer(0x84, {255, 255, 0, 0}, {255, 255, 0, 0});
+        expectAnswer(0x8C, {192, 168, 0, 10}, {192, 168, 0, 10});
+        expectAnswer(0x88, {192, 168, 7, 77}, {192, 168, 7, 77});
+        const std::string file = "interface eth0\n"
+                                 "static ip_address=192.168.7.77/16\n"
+                                 "static routers=192.168.0.10\n"
+                                 "static domain_name_servers=194.25.2.129\n";
+        ASSERT_TRUE(eventually([&] { return contentOf(kConfiguration) == file; }))
             << contentOf(kConfiguration);
     }
 
@@ -387,6 +429,62 @@ TEST_F(NetworkSetting, TheDhcpClientAsksForALeaseAfterSwitchingBack)
     ASSERT_TRUE(bootNetwork());
     expectAfterRestart({192, 168, 0, 150}, {255, 255, 255, 0}, {192, 168, 0, 11}, 1);
     EXPECT_TRUE(daemon->prints("get dns = 192.168.0.10"));
+}
+
+TEST_F(NetworkSetting, NamesTheInterfaceThoughNothingWasReadBefore)
+{
+    setStaticAddressBeforeReading();
+    EXPECT_EQ(news(), (Lines{"len = 4", "eth0 name:eth0"}));
+    const std::string written = contentOf(kConfiguration);
+    start();
+    expectAnswer(0x89, {}, {192, 168, 0, 100}); // until the DHCP client starts
+    expectAnswer(0x8E, {3, 0, 0, 0}, {3, 0, 0, 0});
+    EXPECT_EQ(contentOf(kConfiguration), written);
+    EXPECT_FALSE(std::filesystem::exists(kCopy)); // nobody has ever found DHCP on
+}
+
+TEST_F(NetworkSetting, WhatWasSetBeforeReadingIsAppliedAndTheDeliveredFileComesBack)
+{
+    std::string reason;
+    if (!works(kDhcpClient, &reason)) {
+        GTEST_SKIP() << reason;
+    }
+    const std::string delivered = contentOf(kConfiguration);
+    expectAnswer(0x89, {}, {192, 168, 0, 100}); // makes the copy
+    start();
+    setStaticAddressBeforeReading();
+    start();
+    expectAnswer(0x89, {}, {192, 168, 0, 100});
+    expectAnswer(0x8E, {3, 0, 0, 0}, {3, 0, 0, 0});
+    EXPECT_EQ(contentOf(kCopy), delivered);
+    ASSERT_TRUE(bootNetwork());
+    expectAfterRestart({192, 168, 7, 77}, {255, 255, 0, 0}, {192, 168, 0, 10}, 0);
+    EXPECT_TRUE(daemon->prints("get dns = 194.25.2.129"));
+    EXPECT_EQ(contentOf(kCopy), delivered);
+    expectAnswer(0x8E, {2, 1, 0, 0}, {2, 1, 0, 0});
+    EXPECT_TRUE(eventually([&] { return contentOf(kConfiguration) == delivered; }))
+        << contentOf(kConfiguration);
+}
+
+TEST_F(NetworkSetting, LeavesTheFileWhereThereIsNoNameToLearn)
+{
+    const std::string delivered = contentOf(kConfiguration);
+    replaceTool("ifconfig", "exit 127\n");
+    expectAnswer(0x8E, {2, 0, 0, 0}, {2, 0, 0, 0});
+    EXPECT_TRUE(daemon->prints("no interface name: /etc/dhcpcd.conf is left as it is"));
+    EXPECT_EQ(contentOf(kConfiguration), delivered);
+    EXPECT_FALSE(std::filesystem::exists(kCopy));
+}
+
+TEST_F(NetworkSetting, TheAddressAloneKeepsTheMaskOfBefore)
+{
+    expectAnswer(0x89, {}, {192, 168, 0, 100});
+    expectAnswer(0x8E, {2, 0, 0, 0}, {2, 0, 0, 0});
+    expectAnswer(0x88, {10, 1, 2, 3}, {10, 1, 2, 3});
+    EXPECT_TRUE(eventually([] {
+        return contentOf(kConfiguration).find("static ip_address=10.1.2.3/24\n") !=
+               std::string::npos;
+    })) << contentOf(kConfiguration);
 }
 
 TEST_F(NetworkSetting, SavesAChangedDhcpValueAtOnceAndAnUnchangedOneNot)
