@@ -15,6 +15,8 @@
 #include "core/record.h"
 #include "core/systick.h"
 
+// The layouts -----------------------------------------------------------------------------------
+
 RECORD_FIELD(NetworkRecord, 0, uint8_t[4], ip);
 RECORD_FIELD(NetworkRecord, 4, uint8_t[4], mask);
 RECORD_FIELD(NetworkRecord, 8, uint8_t[4], route);
@@ -43,9 +45,10 @@ int vendorDevice = -1;
 
 // The running system ---------------------------------------------------------------------------
 
-// Asks the kernel about an interface; false after the message for what failed, if it has one.
-bool askInterface(const char *name, unsigned long request, ifreq *answer, const char *noSocket,
-                  const char *noAnswer)
+// Asks the kernel about an interface. Returns false after printing the message for what failed;
+// `noAnswer` may be null for none.
+[[nodiscard]] bool askInterface(const char *name, unsigned long request, ifreq *answer,
+                                const char *noSocket, const char *noAnswer)
 {
     const int asker = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (asker < 0) {
@@ -87,9 +90,9 @@ bool isGiven(const void *parameter)
 
 // Vendor storage -------------------------------------------------------------------------------
 
-bool openVendorStorage()
+[[nodiscard]] bool openVendorStorage()
 {
-    // Some requests leave the device open.
+    // The last request may have left the device open.
     if (vendorDevice >= 0) {
         close(vendorDevice);
     }
@@ -103,7 +106,8 @@ bool openVendorStorage()
 
 // The network record ---------------------------------------------------------------------------
 
-// Whatever becomes of the command: it has its own messages.
+// Runs a command to its end. The result is not used: the command prints its own messages, and 0xF0
+// is acknowledged whatever happens.
 void runInShell(const char *command)
 {
     [[maybe_unused]] const int status = std::system(command);
@@ -166,7 +170,7 @@ int32_t get_local_route(uint8_t *out, uint32_t size)
     char line[100];
     uint8_t route[4];
     const bool isFound = std::fgets(line, sizeof line, shell) != nullptr;
-    pclose(shell);
+    pclose(shell); // what was printed is judged by itself
     if (!isFound) {
         return 0;
     }
@@ -253,9 +257,10 @@ void Command_Config_Network(const NetworkRecord *record)
     if (record == nullptr) {
         return;
     }
+    // Both print their own messages. The interface is configured without vendor storage as well.
     vendor_storage_write(kVendorItemMac, record->mac, sizeof record->mac);
     SysDelayMs(kVendorSettleMs);
-    vendor_storage_read(kVendorItemMac); // for its message
+    vendor_storage_read(kVendorItemMac);
     std::FILE *const script = std::fopen(kScriptFile, "wb+e");
     if (script == nullptr) {
         return;
@@ -265,6 +270,7 @@ void Command_Config_Network(const NetworkRecord *record)
     printRoute(__func__, __LINE__, *record);
     char text[kNetworkScriptSize] = {};
     Command_Config_Network_String(text, record);
+    // A script that could not be written whole fails when it runs.
     std::fwrite(text, 1, std::strlen(text), script);
     std::fclose(script);
     runInShell("sync");

@@ -1,15 +1,17 @@
 #pragma once
 
-// The network record: settings of "eth0" as commands 0xF0 and 0xF1 carry them. Written, it becomes
-// a start-up script, which runs at once, and the MAC address goes to the board's vendor storage.
-// Read, it comes from the running system. Preferences and DHCP client (ip.h) are not concerned.
+// The network record: the settings of "eth0" as commands 0xF0 and 0xF1 carry them. A record that is
+// written becomes a start-up script, which also runs at once, and its MAC address goes to the
+// board's vendor storage. A record that is read comes from the running system. The user preferences
+// and the DHCP client (ip.h) are not involved.
 //
-// Main loop only. Results are 0, or -1 with a message on the console, unless said otherwise.
+// Main loop only. Unless said otherwise, an operation returns 0, or -1 after printing a message.
 
 #include <cstdint>
 
+// Addresses are in dotted order, first number first.
 struct NetworkRecord {
-    uint8_t ip[4]; // dotted order, first octet first, as all addresses here
+    uint8_t ip[4];
     uint8_t mask[4];
     uint8_t route[4]; // default gateway
     uint8_t mac[6];
@@ -19,7 +21,7 @@ struct NetworkRecord {
 struct VendorStorageRequest {
     uint32_t tag;    // kVendorStorageTag
     uint16_t id;     // item
-    uint16_t length; // of the data, bytes
+    uint16_t length; // of the data, in bytes
     uint8_t data[92];
 };
 
@@ -30,25 +32,27 @@ inline constexpr uint16_t kVendorItemMac = 3;
 
 // The running system -----------------------------------------------------------------------------
 
-// Settings of the interface `name` (its first 15 bytes count). `size` is that of `out` in bytes;
-// one that is too small fails without a message, and so does an interface that has no address.
-int32_t get_local_ip(const char *name, uint8_t *out, uint32_t size);
-int32_t get_local_netmask(const char *name, uint8_t *out, uint32_t size);
-int32_t get_local_mac(const char *name, uint8_t *out, uint32_t size);
+// Read a setting of the interface `name`, of which at most 15 bytes are used. `size` is that of
+// `out` in bytes. An address, a mask or a MAC address that does not fit fails without a message,
+// and so does get_local_ip() for an interface without an address.
+[[nodiscard]] int32_t get_local_ip(const char *name, uint8_t *out, uint32_t size);
+[[nodiscard]] int32_t get_local_netmask(const char *name, uint8_t *out, uint32_t size);
+[[nodiscard]] int32_t get_local_mac(const char *name, uint8_t *out, uint32_t size);
 
-// The gateway of the first default route. Without a readable one, as on a point-to-point link,
-// `out` stays as it is, and the result is 0; it is -1 for more numbers than `size`.
-int32_t get_local_route(uint8_t *out, uint32_t size);
+// Reads the gateway of the first default route. Returns 0 and leaves `out` as it is when there is
+// none that can be read, as on a point-to-point link. Returns -1 without a message when the gateway
+// has more numbers than `size`.
+[[nodiscard]] int32_t get_local_route(uint8_t *out, uint32_t size);
 
 // Vendor storage ---------------------------------------------------------------------------------
 
-// Has the driver read an item; the data are not passed on. After a failure the device stays open up
-// to the next request.
+// Makes the driver read an item. The data are not passed on. After a failed request the device
+// stays open until the next one.
 int32_t vendor_storage_read(uint16_t id);
 
-// Writes an item: `length` bytes of `data` for items 1 and 5, of which more than 92 fail before
-// they reach the driver; for any other item 6 bytes, whatever `length` says. The device stays open
-// up to the next request.
+// Writes an item: `length` bytes of `data` for items 1 and 5, and 6 bytes for any other item,
+// whatever `length` says. More than 92 bytes fail before they reach the driver. The device stays
+// open until the next request.
 int32_t vendor_storage_write(uint16_t id, const uint8_t *data, uint16_t length);
 
 // The record -------------------------------------------------------------------------------------
@@ -58,10 +62,10 @@ int32_t vendor_storage_write(uint16_t id, const uint8_t *data, uint16_t length);
 inline constexpr uint32_t kNetworkScriptSize = 1024;
 void Command_Config_Network_String(char *text, const NetworkRecord *record);
 
-// Stores the MAC address, writes the script and runs it, which takes about 1.5 s. Without vendor
-// storage it goes on, without a script file it stops. Does nothing for null.
+// Stores the MAC address, writes the script and runs it, which takes about 1.5 s. It goes on
+// without vendor storage, and stops when the script file cannot be created. Does nothing for null.
 void Command_Config_Network(const NetworkRecord *record);
 
-// Fills `record`, which is not null, from "eth0", field by field up to the first that cannot be
-// read: that one and those behind it stay as they were.
+// Requires: `record` is not null. Fills it from "eth0", field by field. The first field that cannot
+// be read and those after it stay as they were.
 void Command_Read_Network(NetworkRecord *record);
