@@ -476,6 +476,17 @@ TEST_F(NetworkSetting, LeavesTheFileWhereThereIsNoNameToLearn)
     EXPECT_FALSE(std::filesystem::exists(kCopy));
 }
 
+// What the protocol document warns of.
+TEST_F(NetworkSetting, ReadingWithTheInterfaceDownTakesTheStaticFileForThatOfDhcp)
+{
+    setStaticAddress();
+    start();
+    ASSERT_TRUE(run("ip link set eth0 down"));
+    expectAnswer(0x89, {}, {127, 0, 0, 1});
+    expectAnswer(0x8E, {3, 0, 0, 0}, {3, 1, 0, 0});
+    EXPECT_EQ(contentOf(kCopy), kStaticFile);
+}
+
 TEST_F(NetworkSetting, TheAddressAloneKeepsTheMaskOfBefore)
 {
     expectAnswer(0x89, {}, {192, 168, 0, 100});
