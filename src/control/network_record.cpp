@@ -15,20 +15,19 @@
 #include "core/record.h"
 #include "core/systick.h"
 
-// The layouts -----------------------------------------------------------------------------------
-
-RECORD_FIELD(NetworkRecord, 0, uint8_t[4], ip);
-RECORD_FIELD(NetworkRecord, 4, uint8_t[4], mask);
-RECORD_FIELD(NetworkRecord, 8, uint8_t[4], route);
-RECORD_FIELD(NetworkRecord, 12, uint8_t[6], mac);
-static_assert(sizeof(NetworkRecord) == 18);
+// Proof of the layouts, as the header has them.
+RECORD_FIELD(NetworkRecord, 0, uint8_t, 4, ip)
+RECORD_FIELD(NetworkRecord, 4, uint8_t, 4, mask)
+RECORD_FIELD(NetworkRecord, 8, uint8_t, 4, route)
+RECORD_FIELD(NetworkRecord, 12, uint8_t, 6, mac)
+RECORD_SIZE(NetworkRecord, 18)
 static_assert(std::has_unique_object_representations_v<NetworkRecord>, "hidden padding");
 
-RECORD_FIELD(VendorStorageRequest, 0, uint32_t, tag);
-RECORD_FIELD(VendorStorageRequest, 4, uint16_t, id);
-RECORD_FIELD(VendorStorageRequest, 6, uint16_t, length);
-RECORD_FIELD(VendorStorageRequest, 8, uint8_t[92], data);
-static_assert(sizeof(VendorStorageRequest) == 100);
+RECORD_FIELD(VendorStorageRequest, 0, uint32_t, 1, tag)
+RECORD_FIELD(VendorStorageRequest, 4, uint16_t, 1, id)
+RECORD_FIELD(VendorStorageRequest, 6, uint16_t, 1, length)
+RECORD_FIELD(VendorStorageRequest, 8, uint8_t, 92, data)
+RECORD_SIZE(VendorStorageRequest, 100)
 static_assert(std::has_unique_object_representations_v<VendorStorageRequest>, "hidden padding");
 
 namespace {

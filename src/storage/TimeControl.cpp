@@ -3,9 +3,23 @@
 #include <cstdio>
 #include <cstring>
 
+#include "core/record.h"
 #include "storage/fatfs.h"
 
+#include "storage/TimeControl.def"
+
+#undef RECORD_FIELD
+#undef RECORD_SIZE
+#define RECORD_FIELD(record, offset, type, count, field)                                           \
+    {#record, (offset), sizeof(type) * (count)},
+#define RECORD_SIZE(record, bytes) {#record, (bytes), 0},
+
 namespace {
+
+constexpr RecordLine kLines[] = {
+#include "storage/TimeControl.def"
+};
+static_assert(recordsHaveNoHole(kLines), "a field has no line, or stands after padding");
 
 constexpr int32_t kSlot = 0;
 

@@ -3,8 +3,6 @@
 // The time-control table and its file, "timeCon0.sav", which is the record in memory byte for byte.
 // Nothing in this program loads it or looks at its entries. Main loop only.
 
-#include "core/record.h"
-
 #include <cstdint>
 
 inline constexpr uint32_t kTimeControlId = 0x201104AD;
@@ -16,13 +14,6 @@ struct TimeControl {
     uint8_t entries[144];
     uint8_t padding[2]; // written as they stand
 };
-RECORD_FIELD(TimeControl, 0, uint32_t, identification);
-RECORD_FIELD(TimeControl, 4, uint8_t, settingByte4);
-RECORD_FIELD(TimeControl, 5, uint8_t, settingByte5);
-RECORD_FIELD(TimeControl, 6, uint8_t[144], entries);
-RECORD_FIELD(TimeControl, 150, uint8_t[2], padding);
-static_assert(sizeof(TimeControl) == 152);
-static_assert(std::has_unique_object_representations_v<TimeControl>, "hidden padding");
 
 // The record itself.
 TimeControl *GetTimeControl();

@@ -9,8 +9,6 @@
 // zero at start-up. A setter stores its value and saves the whole record; its result is the save's:
 // 1, or 0 when the file could not be opened. Main loop only.
 
-#include "core/record.h"
-
 #include <cstdint>
 
 struct UserPref {
@@ -35,28 +33,6 @@ struct UserPref {
     uint8_t preferenceBytes[3]; // no reader
     uint8_t padding[3];         // written as they stand
 };
-RECORD_FIELD(UserPref, 0, uint32_t, identification);
-RECORD_FIELD(UserPref, 4, uint8_t, language);
-RECORD_FIELD(UserPref, 5, uint8_t, loadFadeInOutOff);
-RECORD_FIELD(UserPref, 6, uint16_t, preferenceWord);
-RECORD_FIELD(UserPref, 8, uint8_t, networkFlag);
-RECORD_FIELD(UserPref, 9, uint8_t, dhcpEnable);
-RECORD_FIELD(UserPref, 10, uint8_t[4], ipAddress);
-RECORD_FIELD(UserPref, 14, uint8_t[4], gateway);
-RECORD_FIELD(UserPref, 18, uint8_t[4], netMask);
-RECORD_FIELD(UserPref, 22, uint8_t[2][4], dns);
-RECORD_FIELD(UserPref, 30, uint8_t[6], mac);
-RECORD_FIELD(UserPref, 36, uint8_t, delayCallTime);
-RECORD_FIELD(UserPref, 37, uint8_t, reserved37);
-RECORD_FIELD(UserPref, 38, uint8_t, delayCallIndex);
-RECORD_FIELD(UserPref, 39, uint8_t, padLockEnable);
-RECORD_FIELD(UserPref, 40, uint8_t, padLockState);
-RECORD_FIELD(UserPref, 41, uint8_t, reserved41);
-RECORD_FIELD(UserPref, 42, uint8_t[8], indexTable);
-RECORD_FIELD(UserPref, 50, uint8_t[3], preferenceBytes);
-RECORD_FIELD(UserPref, 53, uint8_t[3], padding);
-static_assert(sizeof(UserPref) == 56);
-static_assert(std::has_unique_object_representations_v<UserPref>, "hidden padding");
 
 struct DeviceInfo {
     uint32_t identification;       // kDeviceInfoId
@@ -66,14 +42,6 @@ struct DeviceInfo {
     uint32_t secondIdentification; // kDeviceInfoSecondId
     uint8_t reserved16[4];         // kept
 };
-RECORD_FIELD(DeviceInfo, 0, uint32_t, identification);
-RECORD_FIELD(DeviceInfo, 4, uint32_t, serialNumber);
-RECORD_FIELD(DeviceInfo, 8, uint8_t, deviceByte);
-RECORD_FIELD(DeviceInfo, 9, uint8_t[3], reserved9);
-RECORD_FIELD(DeviceInfo, 12, uint32_t, secondIdentification);
-RECORD_FIELD(DeviceInfo, 16, uint8_t[4], reserved16);
-static_assert(sizeof(DeviceInfo) == 20);
-static_assert(std::has_unique_object_representations_v<DeviceInfo>, "hidden padding");
 
 inline constexpr uint32_t kUserPrefId = 0x06247638;
 inline constexpr uint32_t kDeviceInfoId = 0x4BCD365C;

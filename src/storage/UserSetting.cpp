@@ -1,5 +1,6 @@
 #include "storage/UserSetting.h"
 
+#include <cstddef>
 #include <cstring>
 
 #include "core/memory.h"
@@ -7,6 +8,8 @@
 uint8_t _currentView;
 
 namespace {
+
+static_assert(alignof(UserSetting) <= alignof(std::max_align_t), "the heap does not align it");
 
 // What the blocks are where the heap gives nothing. Untouched, they take no memory.
 UserSetting spareUserSettings[2];

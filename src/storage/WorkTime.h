@@ -3,8 +3,6 @@
 // The work-time list and its file, "workTime.sav", which is the record in memory byte for byte.
 // Nothing in this program counts into it. Main loop only.
 
-#include "core/record.h"
-
 #include <cstdint>
 
 inline constexpr uint32_t kWorkTimeListId = 0x20150321;
@@ -15,12 +13,6 @@ struct WorkTimeList {
     uint32_t counters[2];
     uint32_t identification; // kWorkTimeListId
 };
-RECORD_FIELD(WorkTimeList, 0, uint32_t, currentAddress);
-RECORD_FIELD(WorkTimeList, 4, uint32_t[2], addresses);
-RECORD_FIELD(WorkTimeList, 12, uint32_t[2], counters);
-RECORD_FIELD(WorkTimeList, 20, uint32_t, identification);
-static_assert(sizeof(WorkTimeList) == 24);
-static_assert(std::has_unique_object_representations_v<WorkTimeList>, "hidden padding");
 
 // The record itself.
 WorkTimeList *getWorkTimeList();

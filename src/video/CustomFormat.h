@@ -6,8 +6,6 @@
 // Setters cut the value to the field's width and do nothing else; getters widen it. Starts count as
 // in the format table. Main loop only; the resolution behind malloc_saveView().
 
-#include "core/record.h"
-
 #include <cstdint>
 
 struct CustomFormat {
@@ -24,20 +22,6 @@ struct CustomFormat {
     uint8_t colorSpace;
     uint8_t reserved19;
 };
-RECORD_FIELD(CustomFormat, 0, uint8_t, reserved0);
-RECORD_FIELD(CustomFormat, 1, uint8_t, syncPolarity);
-RECORD_FIELD(CustomFormat, 2, uint16_t, hTotal);
-RECORD_FIELD(CustomFormat, 4, uint16_t, vTotal);
-RECORD_FIELD(CustomFormat, 6, uint16_t, hStart);
-RECORD_FIELD(CustomFormat, 8, uint16_t, vStart);
-RECORD_FIELD(CustomFormat, 10, uint16_t, hActive);
-RECORD_FIELD(CustomFormat, 12, uint16_t, vActive);
-RECORD_FIELD(CustomFormat, 14, uint16_t, hSyncWidth);
-RECORD_FIELD(CustomFormat, 16, uint16_t, vSyncWidth);
-RECORD_FIELD(CustomFormat, 18, uint8_t, colorSpace);
-RECORD_FIELD(CustomFormat, 19, uint8_t, reserved19);
-static_assert(sizeof(CustomFormat) == 20);
-static_assert(std::has_unique_object_representations_v<CustomFormat>, "hidden padding");
 
 // The timing record itself.
 CustomFormat *GetCustomFormat();

@@ -1,6 +1,6 @@
-// docs/files.md against the records: its tables against the RECORD_FIELD lines of the headers,
-// which the compiler holds against the structs; the defaults that it announces, and the bytes that
-// it shows, against what the resets and the first start make.
+// docs/files.md against the records: its tables against the lines of src/storage/*.def, which the
+// compiler holds against the structs; the defaults that it announces, and the bytes that it shows,
+// against what the resets and the first start make.
 
 #include <algorithm>
 #include <array>
@@ -55,7 +55,7 @@ std::string textOf(const std::string &path)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// The headers -------------------------------------------------------------------------------------
+// The records -------------------------------------------------------------------------------------
 
 struct Record {
     std::vector<Field> fields;
@@ -64,8 +64,8 @@ struct Record {
 
 using Records = std::map<std::string, Record>;
 
-// The names that the document has for the types of the headers.
-std::string documentsName(const std::string &type)
+// The names that the document has for the types of the records.
+std::string documentsName(const std::string &type, size_t count)
 {
     static const std::map<std::string, std::string> names = {
         {"uint8_t", "u8"},  {"uint16_t", "u16"}, {"uint32_t", "u32"},
@@ -73,28 +73,42 @@ std::string documentsName(const std::string &type)
     };
     const size_t bracket = std::min(type.find('['), type.size());
     const auto name = names.find(type.substr(0, bracket));
-    return name == names.end() ? type : name->second + type.substr(bracket);
+    return (name == names.end() ? type.substr(0, bracket) : name->second) +
+           (count == 1 ? "" : '[' + std::to_string(count) + ']') + type.substr(bracket);
 }
 
-Records readHeaders()
+struct Line {
+    const char *record;
+    size_t number; // offset of a field, or the record's size
+    const char *type;
+    size_t count;
+    const char *field; // null: the record's size
+};
+
+#define RECORD_FIELD(record, offset, type, count, field)                                           \
+    {#record, (offset), #type, (count), #field},
+#define RECORD_SIZE(record, bytes) {#record, (bytes), nullptr, 0, nullptr},
+const Line kLines[] = {
+#include "storage/DeviceInfo.def"
+#include "storage/TimeControl.def"
+#include "storage/UserPref.def"
+#include "storage/UserSetting.def"
+#include "storage/View.def"
+#include "storage/WorkTime.def"
+};
+#undef RECORD_FIELD
+#undef RECORD_SIZE
+
+Records readRecords()
 {
     Records records;
-    for (const char *const header :
-         {"UserPref.h", "UserSettingRecord.h", "ViewRecord.h", "TimeControl.h", "WorkTime.h"}) {
-        std::istringstream lines(textOf(std::string(STORAGE_SOURCES) + '/' + header));
-        for (std::string line; std::getline(lines, line);) {
-            std::array<char, 64> record{};
-            std::array<char, 64> type{};
-            std::array<char, 64> name{};
-            size_t number = 0;
-            if (std::sscanf(line.c_str(), "RECORD_FIELD(%63[^,], %zu, %63[^,], %63[^)]);",
-                            record.data(), &number, type.data(), name.data()) == 4) {
-                records[record.data()].fields.push_back(
-                    {number, documentsName(type.data()), name.data()});
-            } else if (std::sscanf(line.c_str(), "static_assert(sizeof(%63[^)]) == %zu);",
-                                   record.data(), &number) == 2) {
-                records[record.data()].size = number;
-            }
+    for (const Line &line : kLines) {
+        Record &record = records[line.record];
+        if (line.field == nullptr) {
+            record.size = line.number;
+        } else {
+            record.fields.push_back(
+                {line.number, documentsName(line.type, line.count), line.field});
         }
     }
     return records;
@@ -205,25 +219,25 @@ Document readDocument()
 TEST(FilesDocument, HasATableForEveryRecordWithItsFields)
 {
     const Document document = readDocument();
-    const Records records = readHeaders();
+    const Records records = readRecords();
     ASSERT_EQ(records.size(), 22u);
     std::set<std::string> inDocument;
     for (const auto &[name, table] : document.tables) {
         inDocument.insert(name);
     }
-    std::set<std::string> inHeaders;
+    std::set<std::string> inSource;
     for (const auto &[name, record] : records) {
-        inHeaders.insert(name);
+        inSource.insert(name);
         if (document.tables.count(name) != 0) {
             EXPECT_EQ(document.tables.at(name).fields, record.fields) << name;
         }
     }
-    EXPECT_EQ(inDocument, inHeaders);
+    EXPECT_EQ(inDocument, inSource);
 }
 
 TEST(FilesDocument, TablesNameEveryByteOnce)
 {
-    const Records records = readHeaders();
+    const Records records = readRecords();
     for (const auto &[name, table] : readDocument().tables) {
         size_t offset = 0;
         for (const Field &field : table.fields) {
@@ -489,7 +503,7 @@ TEST(FilesDocument, AnnouncesTheDefaults)
         {"Rs1Half", bytesOf(setting.preview.rs1.second[5].halves[0])},
         {"Rs1Third", bytesOf(setting.preview.rs1.third[23])},
     };
-    const Records records = readHeaders();
+    const Records records = readRecords();
     const Document document = readDocument();
     ASSERT_EQ(document.tables.size(), after.size());
     size_t worded = 0;

@@ -19,6 +19,7 @@
 
 #include <gtest/gtest.h>
 
+#include "core/record.h"
 #include "storage/UserSetting.h"
 #include "tests/video/format_files.h"
 
@@ -185,16 +186,16 @@ TEST_F(VideoFormatTable, EveryRowIsThatOfTheExchangedTable)
 
 TEST_F(VideoFormatTable, ARowHasItsFieldsInTheirOrderAndWidths)
 {
-    RECORD_FIELD(VideoDefine, 0, uint32_t, resolution);
-    RECORD_FIELD(VideoDefine, 4, uint16_t, hTotal);
-    RECORD_FIELD(VideoDefine, 6, uint16_t, vTotal);
-    RECORD_FIELD(VideoDefine, 8, uint16_t, hStart);
-    RECORD_FIELD(VideoDefine, 10, uint16_t, vStart);
-    RECORD_FIELD(VideoDefine, 12, uint8_t, vFreq);
-    RECORD_FIELD(VideoDefine, 13, uint8_t, hSyncWidth);
-    RECORD_FIELD(VideoDefine, 14, uint8_t, vSyncWidth);
-    RECORD_FIELD(VideoDefine, 15, uint8_t, polarity);
-    RECORD_FIELD(VideoDefine, 16, uint32_t, pixelClock);
+    RECORD_FIELD(VideoDefine, 0, uint32_t, 1, resolution);
+    RECORD_FIELD(VideoDefine, 4, uint16_t, 1, hTotal);
+    RECORD_FIELD(VideoDefine, 6, uint16_t, 1, vTotal);
+    RECORD_FIELD(VideoDefine, 8, uint16_t, 1, hStart);
+    RECORD_FIELD(VideoDefine, 10, uint16_t, 1, vStart);
+    RECORD_FIELD(VideoDefine, 12, uint8_t, 1, vFreq);
+    RECORD_FIELD(VideoDefine, 13, uint8_t, 1, hSyncWidth);
+    RECORD_FIELD(VideoDefine, 14, uint8_t, 1, vSyncWidth);
+    RECORD_FIELD(VideoDefine, 15, uint8_t, 1, polarity);
+    RECORD_FIELD(VideoDefine, 16, uint32_t, 1, pixelClock);
     // "3840x2160x59.94": 4400 is 0x1130, 2250 is 0x08CA, 384 is 0x0180, 593406593 is 0x235EAA81.
     const unsigned char row[20] = {34, 0, 0,  0,  0x30, 0x11, 0xCA, 0x08, 0x80, 0x01,
                                    82, 0, 60, 88, 10,   0,    0x81, 0xAA, 0x5E, 0x23};
