@@ -6,6 +6,7 @@
 #include "storage/UserSettingQuery.h"
 #include "storage/ViewReset.h"
 #include "video/VideoFormatTable.h"
+#include "video/format_id.h"
 
 namespace {
 

@@ -1,10 +1,11 @@
 #pragma once
 
-// The two records behind the custom video format, id 124: the resolution that was asked for, which
-// is kept in the user setting record, and the raster timing made for it, which is in memory only.
+// The two records of the custom video format, id 124: the resolution that was asked for, which is
+// in the user setting record, and the raster timing made for it, which is in memory only.
 //
-// Setters cut the value to the field's width and do nothing else; getters widen it. Starts count as
-// in the format table. Main loop only; the resolution behind malloc_saveView().
+// Getters widen the field's value. Starts count as in the format table. Main loop only.
+//
+// Requires: malloc_saveView() has been called (storage/UserSetting.h), for the resolution.
 
 #include <cstdint>
 
@@ -23,35 +24,40 @@ struct CustomFormat {
     uint8_t reserved19;
 };
 
+// The resolution: width in pixels, height in lines, frame rate in Hz.
+uint32_t getCustomH();
+uint32_t getCustomV();
+uint32_t getCustomF();
+
+// The timing. Widths in pixels, heights in lines.
+uint32_t getCustomhvSyncPolarity();
+uint32_t getCustomhTotal();
+uint32_t getCustomvTotal();
+uint32_t getCustomhStart();
+uint32_t getCustomvStart();
+uint32_t getCustomhActive();
+uint32_t getCustomvActive();
+uint32_t getCustomhSyncWidth();
+uint32_t getCustomvSyncWidth();
+
+// Waiting for a later model -----------------------------------------------------------------------
+
 // The timing record itself.
 CustomFormat *GetCustomFormat();
 
-// The resolution: width in pixels, height in lines, frame rate in Hz.
-void setCustomH(uint32_t width);
-uint32_t getCustomH();
-void setCustomV(uint32_t height);
-uint32_t getCustomV();
-void setCustomF(uint32_t rate);
-uint32_t getCustomF();
-
-// The timing.
-void setCustomhvSyncPolarity(uint32_t polarity);
-uint32_t getCustomhvSyncPolarity();
-void setCustomhTotal(uint32_t pixels);
-uint32_t getCustomhTotal();
-void setCustomvTotal(uint32_t lines);
-uint32_t getCustomvTotal();
-void setCustomhStart(uint32_t pixels);
-uint32_t getCustomhStart();
-void setCustomvStart(uint32_t lines);
-uint32_t getCustomvStart();
-void setCustomhActive(uint32_t pixels);
-uint32_t getCustomhActive();
-void setCustomvActive(uint32_t lines);
-uint32_t getCustomvActive();
-void setCustomhSyncWidth(uint32_t pixels);
-uint32_t getCustomhSyncWidth();
-void setCustomvSyncWidth(uint32_t lines);
-uint32_t getCustomvSyncWidth();
-void setCustomcolorSpace(uint32_t colorSpace);
 uint32_t getCustomcolorSpace();
+
+// A setter cuts the value to the field's width and does nothing else: nothing is saved.
+void setCustomH(uint32_t width);
+void setCustomV(uint32_t height);
+void setCustomF(uint32_t rate);
+void setCustomhvSyncPolarity(uint32_t polarity);
+void setCustomhTotal(uint32_t pixels);
+void setCustomvTotal(uint32_t lines);
+void setCustomhStart(uint32_t pixels);
+void setCustomvStart(uint32_t lines);
+void setCustomhActive(uint32_t pixels);
+void setCustomvActive(uint32_t lines);
+void setCustomhSyncWidth(uint32_t pixels);
+void setCustomvSyncWidth(uint32_t lines);
+void setCustomcolorSpace(uint32_t colorSpace);

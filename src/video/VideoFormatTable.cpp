@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "video/CustomFormat.h"
+#include "video/format_id.h"
 
 namespace {
 
@@ -35,7 +36,7 @@ constexpr ModeResolution tModeResolution[] = {
 // clang-format on
 static_assert(std::size(tModeResolution) == 42);
 
-// Timings and names ------------------------------------------------------------------------------
+// Timings ----------------------------------------------------------------------------------------
 
 struct VideoDefine {
     uint32_t resolution; // index into tModeResolution
@@ -50,12 +51,12 @@ struct VideoDefine {
     uint32_t pixelClock; // Hz; 0: hTotal x vTotal x vFreq
 };
 
-// A row as docs/video-formats.md prints it. The two tables below are made of the rows.
+// A row as docs/video-formats.md prints it. The rows make the table of timings and that of names.
 struct FormatRow {
     uint8_t id;
     const char *name;
     uint32_t resolution;
-    uint16_t width; // active size: what `resolution` means, for the reader
+    uint16_t width; // active size: the meaning of `resolution`
     uint16_t height;
     uint16_t hTotal;
     uint16_t vTotal;
@@ -251,64 +252,17 @@ constexpr auto tVideoDefine = [] {
 }();
 static_assert(sizeof tVideoDefine == kVideoFormatCount * 20);
 
-// The tail stands one place off from the ids, and is not used: GetStrByVideoFormat() answers for
-// them by itself.
-constexpr auto tVideoFormatStr = [] {
-    std::array<const char *, kVideoFormatCount + 5> table{};
-    for (const FormatRow &row : kFormats) {
-        table[row.id] = row.name;
-    }
-    table[124] = "1920x1200x60";
-    table[125] = "MD_CUSTOM";
-    table[126] = "INPUT FORMAT";
-    table[127] = "UNDEFINE";
-    table[128] = "NO INPUT";
-    return table;
-}();
-static_assert(tVideoFormatStr.size() == 129);
-
-// GS4911 codes -----------------------------------------------------------------------------------
-
-// The video standards of ids 0 to 35. One entry more is only found on the way back from a code to
-// an id: it makes 124 come back as 36.
-constexpr uint8_t tGS4911_VID_STD[] = {
-    9,  10, 11, 12, 13, 14, 15, 16, 17, 18, 21, 22, 23, 29, 30, 31, 32, 33,  34, //
-    35, 36, 37, 38, 39, 40, 41, 42, 43, 44, 45, 46, 47, 48, 49, 50, 51, 124,
-};
-constexpr uint8_t kVidStdIdCount = 36;
-static_assert(std::size(tGS4911_VID_STD) == kVidStdIdCount + 1);
-
-// The interlaced formats and their codes, in the order in which codes are looked up.
-struct InterlacedVidStd {
-    uint8_t code;
-    uint8_t id;
-};
-constexpr InterlacedVidStd kInterlacedVidStd[] = {
-    {3, 71},  // 720x480x60i_2
-    {4, 72},  // 720x576x50i_2
-    {25, 38}, // 1920x1080x60i
-    {26, 63}, // 1920x1080x59.94i
-    {27, 39}, // 1920x1080x50i
-    {1, 36},  // 720x480x60i
-    {2, 37},  // 720x576x50i
-};
-
 // Lookup -----------------------------------------------------------------------------------------
 
 constexpr uint8_t kDefaultFormat = 29; // "1024x768x60", for ids without a timing
 
-// State: the name of the custom format, as GetStrByVideoFormat() left it.
-char customStr[32];
-
-const char *const unknowFormat = "UNKNOWN";
-
-// The row whose timing a format has; `format` is not the custom one.
+// The row whose timing a format has. Requires: `format` is not the custom one.
 const VideoDefine &rowOf(uint8_t format)
 {
     return tVideoDefine[format < kVideoFormatCount ? format : kDefaultFormat];
 }
 
-// A value of the format's timing, or what `custom` gives for the custom format.
+// A value of the format's timing, or the result of `custom` for the custom format.
 template <typename Value>
 uint32_t timingOf(uint32_t id, Value VideoDefine::*value, uint32_t (*custom)())
 {
@@ -397,6 +351,33 @@ uint32_t GetVFreqByVideoFormat(uint32_t id)
     return format == kVideoFormatCustom ? getCustomF() & 0xFFFF : rowOf(format).vFreq;
 }
 
+// Waiting for a later model -----------------------------------------------------------------------
+
+namespace {
+
+// The names after the rows are one place off from their ids, and are not used: for those ids
+// GetStrByVideoFormat() has the names itself.
+constexpr auto tVideoFormatStr = [] {
+    std::array<const char *, kVideoFormatCount + 5> table{};
+    for (const FormatRow &row : kFormats) {
+        table[row.id] = row.name;
+    }
+    table[124] = "1920x1200x60";
+    table[125] = "MD_CUSTOM";
+    table[126] = "INPUT FORMAT";
+    table[127] = "UNDEFINE";
+    table[128] = "NO INPUT";
+    return table;
+}();
+static_assert(tVideoFormatStr.size() == 129);
+
+// State: the name of the custom format, as GetStrByVideoFormat() left it.
+char customStr[32];
+
+const char *const unknowFormat = "UNKNOWN";
+
+} // namespace
+
 uint32_t GetDlckByVideoFormat(uint32_t id)
 {
     const uint8_t format = followExternInput(id);
@@ -427,36 +408,4 @@ const char *GetStrByVideoFormat(uint32_t id)
     default:
         return unknowFormat;
     }
-}
-
-uint32_t GetGS4911ByVideoFormat(uint32_t id)
-{
-    const uint8_t format = static_cast<uint8_t>(id);
-    if (format < kVidStdIdCount) {
-        return tGS4911_VID_STD[format];
-    }
-    for (const InterlacedVidStd &entry : kInterlacedVidStd) {
-        if (entry.id == format) {
-            return entry.code;
-        }
-    }
-    return tGS4911_VID_STD[kDefaultFormat];
-}
-
-uint8_t GetVideoFormatByGS4911(uint8_t code)
-{
-    if (code == 0) {
-        return kVideoFormatNoInput;
-    }
-    for (uint32_t i = 0; i < std::size(tGS4911_VID_STD); ++i) {
-        if (tGS4911_VID_STD[i] == code) {
-            return static_cast<uint8_t>(i);
-        }
-    }
-    for (const InterlacedVidStd &entry : kInterlacedVidStd) {
-        if (entry.code == code) {
-            return entry.id;
-        }
-    }
-    return kVideoFormatUndefine;
 }

@@ -33,8 +33,8 @@
 #include "storage/WorkTime.h"
 #include "tests/fakes/console.h"
 #include "video/CustomFormat.h"
-#include "video/FormatClass.h"
 #include "video/VideoFormatTable.h"
+#include "video/format_id.h"
 
 namespace fs = std::filesystem;
 

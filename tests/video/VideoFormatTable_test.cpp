@@ -1,8 +1,9 @@
 // The format table, field by field and id by id, against the table that engineers exchange
 // (tests/data/video_formats.csv) and against docs/video-formats.md, every table of which is read
-// here. The module's source is part of this file, so that its tables are in sight.
+// here. The modules' sources are part of this file, so that their tables are in sight.
 
 #include "video/VideoFormatTable.cpp"
+#include "video/gs4911.cpp"
 
 #include <algorithm>
 #include <cmath>
@@ -22,6 +23,7 @@
 #include "core/record.h"
 #include "storage/UserSetting.h"
 #include "tests/video/format_files.h"
+#include "video/format_class.h"
 
 namespace {
 

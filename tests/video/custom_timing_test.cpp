@@ -2,7 +2,7 @@
 // (tests/data/custom-timing/derive.py), and beside the public standard
 // (tests/data/cvt_reduced_blanking.csv), with the cause of each difference.
 
-#include "video/CustomTiming.h"
+#include "video/custom_timing.h"
 
 #include <algorithm>
 #include <cmath>
@@ -31,6 +31,7 @@
 #include "tests/video/format_files.h"
 #include "video/CustomFormat.h"
 #include "video/VideoFormatTable.h"
+#include "video/gs4911.h"
 
 namespace {
 

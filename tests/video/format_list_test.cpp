@@ -1,7 +1,7 @@
 // The lists of formats and the pairs of quarter and whole width, against the formats' names and
 // numbers in the exchanged table (tests/data/video_formats.csv) and docs/video-formats.md.
 
-#include "video/FormatList.h"
+#include "video/format_list.h"
 
 #include <cstdint>
 #include <iterator>

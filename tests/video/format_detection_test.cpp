@@ -1,7 +1,7 @@
 // Numbers to format ids: every number of every format and the numbers around it, against a search
 // of the exchanged table (tests/data/video_formats.csv) by sets, and docs/video-formats.md.
 
-#include "video/FormatDetection.h"
+#include "video/format_detection.h"
 
 #include <array>
 #include <bitset>
@@ -24,7 +24,7 @@
 #include "storage/UserSetting.h"
 #include "tests/video/format_files.h"
 #include "video/CustomFormat.h"
-#include "video/FormatClass.h"
+#include "video/format_id.h"
 
 namespace {
 

@@ -1,14 +1,15 @@
-#include "video/FormatClass.h"
+#include "video/format_class.h"
 
 #include "storage/UserSetting.h"
+#include "video/format_id.h"
 
 namespace {
 
-// The 4K2K formats of the table stand together, and behind them, up to its end, the 8K1K formats.
+// The 4K2K formats of the table stand together. The 8K1K formats follow them, up to its end.
 constexpr uint8_t kFirst4K2K = 73;  // 3840x2160x25
 constexpr uint8_t kFirst8K1K = 108; // 7680x1080x29.98
 
-// By the id, or of the custom format by its record.
+// The class of the id, or for the custom format that of its record.
 uint8_t sizeClassOf(uint32_t id)
 {
     const uint8_t format = followExternInput(id);
@@ -22,32 +23,6 @@ uint8_t sizeClassOf(uint32_t id)
 }
 
 } // namespace
-
-uint8_t followExternInput(uint32_t id)
-{
-    const uint8_t format = static_cast<uint8_t>(id);
-    if (format != kVideoFormatExtern) {
-        return format;
-    }
-    const uint8_t external = GetExtInputFormat();
-    return external != kVideoFormatExtern ? external : kVideoFormatUndefine;
-}
-
-int32_t IsInterlaceFormat(uint32_t id)
-{
-    switch (followExternInput(id)) {
-    case 36: // 720x480x60i
-    case 37: // 720x576x50i
-    case 38: // 1920x1080x60i
-    case 39: // 1920x1080x50i
-    case 63: // 1920x1080x59.94i
-    case 71: // 720x480x60i_2
-    case 72: // 720x576x50i_2
-        return 1;
-    default:
-        return 0;
-    }
-}
 
 int32_t IsSDFormat(uint32_t id)
 {

@@ -1,7 +1,7 @@
 // The classes of formats, and what the format of the external input comes to: id by id, against
 // the exchanged table (tests/data/video_formats.csv) and docs/video-formats.md.
 
-#include "video/FormatClass.h"
+#include "video/format_class.h"
 
 #include <cstdint>
 #include <cstring>
@@ -15,6 +15,7 @@
 #include "storage/UserSetting.h"
 #include "tests/video/format_files.h"
 #include "video/VideoFormatTable.h"
+#include "video/format_id.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "video/CustomTiming.h"
+#include "video/custom_timing.h"
 
 #include <cfloat>
 #include <cstdio>
@@ -28,7 +28,8 @@ struct Timing {
     double pixelClock; // MHz
 };
 
-// Cut toward zero; what does not fit becomes the nearest that does, as on the board's processor.
+// Cut toward zero; a value that does not fit becomes the nearest one that does, as on the board's
+// processor.
 int32_t toInteger(float value)
 {
     if (value >= 0x1p31F) {
@@ -40,17 +41,17 @@ int32_t toInteger(float value)
     return static_cast<int32_t>(value);
 }
 
-// Every number from 1 on. The totals of the largest do not fit into 32 bits.
+// Takes every number from 1 on. The totals of the largest do not fit into 32 bits.
 Timing timingOf(int32_t width, int32_t height, int32_t rate)
 {
     const uint32_t frameRate = convertCustomF(static_cast<uint32_t>(rate));
     Timing timing{};
     timing.hTotal = int64_t{width / kCellWidth * kCellWidth} + kHBlank;
 
-    // Microseconds that are left for a line. Above 2173 Hz there are none left: it is negative
-    // then, and so may be all that follows.
+    // Microseconds that are left for a line. Above 2173 Hz the number is negative, and so may be
+    // every number after it.
     const auto line = static_cast<float>((1000000.0 / frameRate - kMinVBlank) / height);
-    // Nearly a rounding up, where the standard cuts and adds 1. Kept so on purpose.
+    // On purpose this is nearly a rounding up, where the standard cuts and adds 1.
     timing.vBlank = toInteger((kMinVBlank + line - 1.0F) / line);
     timing.vTotal = static_cast<float>(int64_t{timing.vBlank} + height);
 

@@ -1,6 +1,6 @@
-#include "video/FormatList.h"
+#include "video/format_list.h"
 
-#include "video/FormatClass.h"
+#include "video/format_id.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
-#include "video/FormatDetection.h"
+#include "video/format_detection.h"
 
-#include "video/FormatClass.h"
 #include "video/VideoFormatTable.h"
+#include "video/format_id.h"
 
 namespace {
 
@@ -34,7 +34,7 @@ constexpr struct {
 };
 // clang-format on
 
-// In 64 bits: what was measured may be any number.
+// In 64 bits: a measured number may be any.
 bool isWithin(int64_t tolerance, int64_t a, int64_t b)
 {
     return a - b <= tolerance && b - a <= tolerance;
