@@ -8,6 +8,7 @@
 
 #include "control/page.h"
 #include "control/scene.h"
+#include "storage/DeviceInfo.h"
 #include "storage/UserPref.h"
 #include "storage/UserSetting.h"
 #include "storage/UserSettingReset.h"
@@ -15,6 +16,7 @@
 #include "storage/ViewReset.h"
 #include "storage/WorkTime.h"
 #include "storage/fatfs.h"
+#include "storage/load_all.h"
 
 namespace {
 

@@ -23,8 +23,8 @@ static_assert(recordsHaveNoHole(kLines), "a field has no line, or stands after p
 
 constexpr int32_t kSlot = 0;
 
-// State, main loop only: the record, zero until it is loaded. Written here, and by whom
-// GetTimeControl() hands it to.
+// State, main loop only: the record, zero until it is loaded. Written here, and by the callers of
+// GetTimeControl().
 TimeControl _timeControl;
 
 FileName fileName(int32_t slot)
@@ -51,13 +51,13 @@ int32_t WriteTimeControl(int32_t slot)
 
 void loadTimeControl(int32_t slot)
 {
-    ReadTimeControl(kSlot);
+    ReadTimeControl(kSlot); // dropped: the identification judges the record, not the file's length
     if (_timeControl.identification == kTimeControlId) {
         return;
     }
     std::puts("Reset Time Control\r");
     resetTimeControl();
-    saveTimeControl(slot);
+    saveTimeControl(slot); // dropped: if it fails, the next load resets again
 }
 
 int32_t saveTimeControl(int32_t)

@@ -1,7 +1,8 @@
 #pragma once
 
 // The time-control table and its file, "timeCon0.sav", which is the record in memory byte for byte.
-// Nothing in this program loads it or looks at its entries. Main loop only.
+// Main loop only.
+// Waiting for a later model: nothing that the daemon runs calls this.
 
 #include <cstdint>
 
@@ -18,12 +19,13 @@ struct TimeControl {
 // The record itself.
 TimeControl *GetTimeControl();
 
-// Read or write "timeCon%d.sav" of the slot. Results as those of sd_readFile() and sd_writeFile().
+// Read or write "timeCon%d.sav" of the slot. The results are those of sd_readFile() and
+// sd_writeFile().
 uint32_t ReadTimeControl(int32_t slot);
 int32_t WriteTimeControl(int32_t slot);
 
-// Load and save slot 0, whatever slot is given: there is one table. Loading judges the
-// identification; where it is wrong, says so, resets the record and saves it.
+// Load and save slot 0, whatever slot is given: there is one table. If the identification is wrong
+// after loading, a message is printed, and the record is reset and saved.
 void loadTimeControl(int32_t slot);
 int32_t saveTimeControl(int32_t slot);
 

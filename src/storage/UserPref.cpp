@@ -3,29 +3,20 @@
 #include <cstdio>
 #include <cstring>
 
-#include "core/systick.h"
-#include "storage/UserSetting.h"
-#include "storage/UserSettingFile.h"
-#include "storage/WorkTime.h"
 #include "storage/fatfs.h"
 
 namespace {
 
-constexpr char kUserPrefFile[] = "UserPref.sav";
-constexpr char kDeviceInfoFile[] = "DevInfo.sav";
+constexpr char kFile[] = "UserPref.sav";
 
-// State, main loop only: the records, zero until they are loaded. Written here, and by whom
-// getUserPref() and getDeviceInfo() hand them to.
+// State, main loop only: the record, zero until it is loaded. Written here, and by the callers of
+// getUserPref().
 UserPref _userPref;
-DeviceInfo _deviceInfo;
 
-uint8_t boardType;   // nothing sets it
-uint32_t eepromSize; // nothing sets it
-
-// True when the stored record was no good and the defaults stand in its place.
+// Returns true when the stored record was wrong and the defaults have replaced it.
 bool readOrReset()
 {
-    readUserPref();
+    readUserPref(); // dropped: the identification judges the record, not the file's length
     if (_userPref.identification == kUserPrefId) {
         return false;
     }
@@ -37,15 +28,6 @@ bool readOrReset()
 
 } // namespace
 
-int32_t loadAllUserPref()
-{
-    malloc_saveView();
-    loadUserPrefNoSave();
-    loadDeviceInfo();
-    loadWorkTimeList();
-    return loadUserSetting(0);
-}
-
 UserPref *getUserPref()
 {
     return &_userPref;
@@ -53,24 +35,17 @@ UserPref *getUserPref()
 
 uint32_t readUserPref()
 {
-    return sd_readFile(kUserPrefFile, &_userPref, sizeof _userPref);
+    return sd_readFile(kFile, &_userPref, sizeof _userPref);
 }
 
 int32_t saveUserPref()
 {
-    return sd_writeFile(kUserPrefFile, &_userPref, sizeof _userPref);
-}
-
-void loadUserPref()
-{
-    if (readOrReset()) {
-        saveUserPref();
-    }
+    return sd_writeFile(kFile, &_userPref, sizeof _userPref);
 }
 
 void loadUserPrefNoSave()
 {
-    readOrReset();
+    readOrReset(); // dropped: a reset record is not saved here
 }
 
 void resetUserPref()
@@ -104,6 +79,15 @@ void resetUserPref()
     _userPref.reserved41 = 0;
     std::memcpy(_userPref.indexTable, kIndexTable, sizeof kIndexTable);
     std::memcpy(_userPref.preferenceBytes, kPreferenceBytes, sizeof kPreferenceBytes);
+}
+
+// Waiting for a later model -----------------------------------------------------------------------
+
+void loadUserPref()
+{
+    if (readOrReset()) {
+        saveUserPref(); // dropped: if it fails, the next start resets again
+    }
 }
 
 uint8_t *getIPAddress()
@@ -176,73 +160,3 @@ int32_t saveLoadFadeInOutOff(uint8_t off)
     _userPref.loadFadeInOutOff = off;
     return saveUserPref();
 }
-
-DeviceInfo *getDeviceInfo()
-{
-    return &_deviceInfo;
-}
-
-uint32_t readDeviceInfo()
-{
-    return sd_readFile(kDeviceInfoFile, &_deviceInfo, sizeof _deviceInfo);
-}
-
-int32_t writeDeviceInfo()
-{
-    return sd_writeFile(kDeviceInfoFile, &_deviceInfo, sizeof _deviceInfo);
-}
-
-int32_t saveDeviceInfo()
-{
-    return writeDeviceInfo();
-}
-
-void loadDeviceInfo()
-{
-    readDeviceInfo();
-    if (_deviceInfo.identification == kDeviceInfoId &&
-        _deviceInfo.secondIdentification == kDeviceInfoSecondId) {
-        return;
-    }
-    SysDelayMs(30);
-    std::printf("Device ID = 0x%x\r\n", _deviceInfo.identification);
-    resetDeviceInfo();
-    std::puts("reset Device info\r");
-}
-
-void resetDeviceInfo()
-{
-    _deviceInfo.identification = kDeviceInfoId;
-    _deviceInfo.secondIdentification = kDeviceInfoSecondId;
-    _deviceInfo.deviceByte = 0;
-}
-
-uint32_t getDeviceSN()
-{
-    return _deviceInfo.serialNumber;
-}
-
-int32_t saveDeviceSN(uint32_t serialNumber)
-{
-    _deviceInfo.serialNumber = serialNumber;
-    return saveDeviceInfo();
-}
-
-uint8_t getHardwareVersion()
-{
-    return 1;
-}
-
-uint8_t getBoardType()
-{
-    return boardType;
-}
-
-uint32_t getSizeEEPROM()
-{
-    return eepromSize;
-}
-
-void checkBoardType() {}
-
-void checkSizeEEPROM() {}

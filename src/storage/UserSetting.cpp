@@ -11,7 +11,9 @@ namespace {
 
 static_assert(alignof(UserSetting) <= alignof(std::max_align_t), "the heap does not align it");
 
-// What the blocks are where the heap gives nothing. Untouched, they take no memory.
+// They serve before malloc_saveView(), and after it in place of the blocks that the heap did not
+// give, because the getters have no failure result and every caller writes through their pointers.
+// Untouched, they take no memory.
 UserSetting spareUserSettings[2];
 ViewSetting spareViewSettings[2];
 
@@ -50,14 +52,6 @@ UserSetting *GetUserSetting()
     return _pUserSetting;
 }
 
-UserSetting *GetUserSetting_old()
-{
-    if (_pUserSetting_old->identification != kUserSettingId) {
-        copyUserSetting();
-    }
-    return _pUserSetting_old;
-}
-
 void copyUserSetting()
 {
     std::memcpy(_pUserSetting_old, _pUserSetting, sizeof *_pUserSetting);
@@ -71,14 +65,6 @@ ViewSetting *GetPreviewViewSetting()
 ViewSetting *GetProgramViewSetting()
 {
     return &_pUserSetting->program;
-}
-
-ViewSetting *GetViewSetting()
-{
-    if (_pViewSetting->identification != kViewId) {
-        ResetViewSetting();
-    }
-    return _pViewSetting;
 }
 
 void ResetViewSetting()
@@ -96,14 +82,14 @@ void clearContainerFlags(ViewSetting *view)
     }
 }
 
-ViewSetting *GetSaveViewSetting()
+uint32_t GetOutHActive()
 {
-    return _pSaveViewSetting;
+    return _pUserSetting->outputTiming[0].hActive;
 }
 
-uint8_t GetCurrentView()
+uint32_t GetOutVActive()
 {
-    return _currentView;
+    return _pUserSetting->outputTiming[0].vActive;
 }
 
 Resolution *GetCustomResolution()
@@ -114,4 +100,32 @@ Resolution *GetCustomResolution()
 uint8_t GetExtInputFormat()
 {
     return _pUserSetting->extInputFormat;
+}
+
+// Waiting for a later model -----------------------------------------------------------------------
+
+UserSetting *GetUserSetting_old()
+{
+    if (_pUserSetting_old->identification != kUserSettingId) {
+        copyUserSetting();
+    }
+    return _pUserSetting_old;
+}
+
+ViewSetting *GetViewSetting()
+{
+    if (_pViewSetting->identification != kViewId) {
+        ResetViewSetting();
+    }
+    return _pViewSetting;
+}
+
+ViewSetting *GetSaveViewSetting()
+{
+    return _pSaveViewSetting;
+}
+
+uint8_t GetCurrentView()
+{
+    return _currentView;
 }

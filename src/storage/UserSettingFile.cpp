@@ -17,7 +17,7 @@ FileName fileName(int32_t slot)
 
 bool readIsGood(int32_t slot)
 {
-    ReadUserSetting(slot);
+    ReadUserSetting(slot); // dropped: the identifications judge the record, not the file's length
     const UserSetting &setting = *GetUserSetting();
     return setting.identification == kUserSettingId &&
            setting.trailingIdentification == kUserSettingTrailingId;
@@ -73,12 +73,14 @@ int32_t loadUserSetting(int32_t slot)
     if (!good) {
         std::puts("reset user save\r");
         ResetUserSettingSave();
-        WriteUserSetting(slot);
+        WriteUserSetting(slot); // dropped: if it fails, the next start resets again
     }
     takeUserMode(*GetUserSetting());
     takeView(*GetUserSetting());
     return good ? 1 : 0;
 }
+
+// Waiting for a later model -----------------------------------------------------------------------
 
 int32_t loadUserSettingNoSave(int32_t slot)
 {

@@ -37,16 +37,6 @@ uint8_t alphaPosOf(const ViewSetting *view, uint32_t layer)
 
 } // namespace
 
-uint32_t GetOutHActive()
-{
-    return GetUserSetting()->outputTiming[0].hActive;
-}
-
-uint32_t GetOutVActive()
-{
-    return GetUserSetting()->outputTiming[0].vActive;
-}
-
 uint32_t GetOutMaxWidth()
 {
     return largest(&GroupArea::width);

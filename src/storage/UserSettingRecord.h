@@ -2,8 +2,8 @@
 
 // The user setting record, the whole working state of the signal path: timings of inputs and
 // outputs, containers, output groups, and the preview and the program view. It is the content of
-// "save%d.sav". docs/files.md describes it, with the defaults. Names with a number are explained
-// in ViewRecord.h.
+// "save%d.sav". docs/files.md describes it, with the defaults. storage/ViewRecord.h explains the
+// names with a number.
 
 #include "storage/ViewRecord.h"
 
@@ -144,7 +144,7 @@ struct UserSetting {
     Rs1Output rs1Outputs[kRs1OutputCount];
 
     uint8_t settingByte2412;
-    uint8_t extInputFormat; // video format id, other than 125: what that id stands for
+    uint8_t extInputFormat; // video format id, not 125: the format for which 125 stands
     uint8_t reserved2414[2];
 
     Container containers[kContainerCount];

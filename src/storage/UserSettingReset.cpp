@@ -1,9 +1,9 @@
 #include "storage/UserSettingReset.h"
 
+#include <cstddef>
 #include <cstring>
 
 #include "storage/UserSetting.h"
-#include "storage/UserSettingQuery.h"
 #include "storage/ViewReset.h"
 #include "video/VideoFormatTable.h"
 #include "video/format_id.h"
@@ -13,13 +13,13 @@ namespace {
 constexpr uint8_t kInputFormat = 76;  // "3840x2160x60"
 constexpr uint8_t kOutputFormat = 10; // "1920x1080x60"
 
-// The window's size, which centres it on output 0.
+// The size of the window, which is centred on output 0.
 constexpr uint32_t kWindowWidth = 360;
 constexpr uint32_t kWindowHeight = 80;
 
 constexpr uint32_t kPreInputGroups = 4;
 
-// What input and output timings have in common.
+// Sets the fields that input and output timings have in common.
 template <typename Timing> void resetTiming(Timing &timing, uint32_t format, uint32_t vActive)
 {
     timing.format = static_cast<uint8_t>(format);
@@ -52,7 +52,7 @@ template <size_t kSize> void numberEntries(uint8_t (&table)[kSize])
     }
 }
 
-// The bytes that no section has.
+// Sets the bytes that belong to no section.
 void resetSingleSettings(UserSetting &setting)
 {
     constexpr uint8_t kTable3716[] = {5, 7, 13, 15, 21, 23, 29, 31};
@@ -87,7 +87,7 @@ void ResetUserSettingSave()
     UserSetting &setting = *GetUserSetting();
     setting.identification = kUserSettingId;
     setting.trailingIdentification = kUserSettingTrailingId;
-    setting.factoryReset = 1; // not for long: the pre-input reset of input 25 clears it
+    setting.factoryReset = 1; // until ResetPreInputSetting() of input 25, below, clears it
     setting.extInputFormat = kOutputFormat;
     setting.settingByte2412 = 128;
 
@@ -169,8 +169,8 @@ void ResetPreInputSetting(uint32_t input)
     preInput.preInputByte33 = 0;
     preInput.preInputByte34 = 0;
 
-    // There are 24 flags. Those of inputs 24 and 25 fall on the two bytes behind, which stored
-    // settings have cleared so.
+    // There are 24 flags. Those of inputs 24 and 25 would be the two bytes after them, and stored
+    // settings have these cleared.
     if (timed) {
         setting.inputFlags[input] = 0;
     } else if (input == kTimedInputCount) {
@@ -240,25 +240,4 @@ void ResetFpgaSetting()
 {
     constexpr uint8_t kFpgaSettings[] = {1, 0, 20};
     std::memcpy(GetUserSetting()->fpgaSettings, kFpgaSettings, sizeof kFpgaSettings);
-}
-
-void ResetContainerMsg()
-{
-    constexpr uint8_t kFirstBytes16[] = {0, 5, 8, 0, 0};
-
-    UserSetting &setting = *GetUserSetting();
-    for (Container &container : setting.containers) {
-        const bool first = &container == setting.containers;
-        container.width = first ? GetOutMaxWidth() : 0;
-        container.height = first ? GetOutMaxHeight() : 0;
-        container.containerWord2 = 0;
-        container.containerWord4 = 0;
-        std::memset(container.containerBytes16, 0, sizeof container.containerBytes16);
-        if (first) {
-            std::memcpy(container.containerBytes16, kFirstBytes16, sizeof kFirstBytes16);
-        }
-        container.containerWord22 = 1000;
-        container.containerBytes24[0] = first ? 1 : 0;
-        container.containerBytes24[2] = 0;
-    }
 }

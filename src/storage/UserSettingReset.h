@@ -1,10 +1,11 @@
 #pragma once
 
-// The defaults of the user setting record. Nothing here saves. Main loop only, behind
-// malloc_saveView().
+// The defaults of the user setting record. Nothing here saves. Main loop only.
 //
-// A number out of range does nothing. What a reset does not name keeps what it held, and is saved
-// so.
+// A number out of range does nothing. A field that a reset does not set keeps its value, and is
+// saved with it.
+//
+// Requires: malloc_saveView() has been called.
 
 #include <cstdint>
 
@@ -13,15 +14,11 @@
 void ResetUserSettingSave();
 
 // The sections. Inputs, outputs, containers and formats by number.
-void ResetInputSetting(uint32_t input, uint32_t format); // and enables it; not 24 and 25
-void ResetPreInputSetting(uint32_t input); // and its flag; of 24 and 25, the bytes behind
+void ResetInputSetting(uint32_t input, uint32_t format); // enables it too; not inputs 24 and 25
+void ResetPreInputSetting(uint32_t input); // and its flag; of 24 and 25, the bytes after the flags
 void ResetInputColorKey(uint32_t input);
 void ResetOutputSetting(uint32_t output, uint32_t format);
 void ResetContainerSetting(uint32_t container);
-void ResetOutputGroupArea(); // and what ResetRS1OutputSetting() does
+void ResetOutputGroupArea(); // calls ResetRS1OutputSetting() too
 void ResetRS1OutputSetting();
 void ResetFpgaSetting();
-
-// Another set of defaults for the containers: the first takes the size of the largest output group,
-// the others have none. Nothing calls it in this model.
-void ResetContainerMsg();

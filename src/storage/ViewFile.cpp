@@ -40,12 +40,12 @@ bool _LoadViewSetting_help(int32_t slot)
     const FileName name = fileName(slot);
     if (sd_open(&viewFile, name.text, kRead) != kFileOk) {
         std::printf("open file %s fail\r\n", name.text);
-        f_close(&viewFile);
         return false;
     }
     ViewSetting &view = *GetSaveViewSetting();
     uint32_t done = 0;
-    if (f_read(&viewFile, &view, sizeof view, &done) != kFileOk) { // a short file is no failure
+    // The count is dropped: a short file is no failure.
+    if (f_read(&viewFile, &view, sizeof view, &done) != kFileOk) {
         std::printf("read file %s fail\r\n", name.text);
         f_close(&viewFile);
         return false;
@@ -55,6 +55,18 @@ bool _LoadViewSetting_help(int32_t slot)
 }
 
 } // namespace
+
+void ResetSaveViewSetting()
+{
+    const ViewSetting &preview = *GetPreviewViewSetting();
+    ViewSetting &slot = *GetSaveViewSetting();
+    ResetOtherSetting(&slot);
+    std::memcpy(slot.layers, preview.layers, sizeof slot.layers);
+    std::memset(slot.layerAlpha, 0, sizeof slot.layerAlpha);
+    std::memcpy(slot.layerAlphaPos, preview.layerAlphaPos, sizeof slot.layerAlphaPos);
+    clearContainerFlags(&slot);
+    slot.identification = kViewId;
+}
 
 int32_t LoadViewSetting(int32_t slot)
 {
@@ -104,7 +116,7 @@ void ClearViewSetting()
 {
     GetSaveViewSetting()->identification = 0;
     for (int32_t slot = 0; slot < static_cast<int32_t>(kViewCount); ++slot) {
-        sd_unlink(fileName(slot).text);
+        sd_unlink(fileName(slot).text); // dropped: most views are not stored
     }
 }
 

@@ -1,11 +1,11 @@
 #pragma once
 
 // The record of one view, a complete screen composition: 96 layers, their stacking and alpha, and
-// the containers' settings. It is the content of "view%d.sav", a sixteenth of a page, and stands
-// twice in the user setting record. docs/files.md describes it, with the defaults.
+// the containers' settings. It is the content of "view%d.sav" and a sixteenth of a page, and the
+// user setting record has it twice. docs/files.md describes it, with the defaults.
 //
-// A name with a number is that of a field of which this program knows its place and default only;
-// the number is its offset.
+// A field with a number in its name is one of which this program knows only the place and the
+// default; the number is its offset.
 
 #include <cstdint>
 

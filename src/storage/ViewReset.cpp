@@ -3,11 +3,10 @@
 #include <cstring>
 
 #include "storage/UserSetting.h"
-#include "storage/UserSettingQuery.h"
 
 namespace {
 
-// What the settings' words 4 and 6 are less than output 0's active size.
+// By how much the settings' words 4 and 6 are less than the active size of output 0.
 constexpr uint32_t kFromRight = 256;
 constexpr uint32_t kFromBottom = 128;
 
@@ -47,7 +46,7 @@ void ResetOtherSetting(ViewSetting *view)
     view->other.settingWord4 = static_cast<uint16_t>(GetOutHActive() - kFromRight);
     view->other.settingWord6 = static_cast<uint16_t>(GetOutVActive() - kFromBottom);
     view->other.settingByte8 = 1;
-    view->viewNumber = 1; // the byte behind the block: stored settings have it so
+    view->viewNumber = 1; // the byte after the block: stored settings have it so
 }
 
 void ResetContainerOtherSetting(uint32_t container)
@@ -101,16 +100,4 @@ void resetPreviewView()
     preview.viewByte0 = 0;
     preview.viewNumber = 0;
     ResetRS1_Setting(&preview.rs1);
-}
-
-void ResetSaveViewSetting()
-{
-    const ViewSetting &preview = *GetPreviewViewSetting();
-    ViewSetting &slot = *GetSaveViewSetting();
-    ResetOtherSetting(&slot);
-    std::memcpy(slot.layers, preview.layers, sizeof slot.layers);
-    std::memset(slot.layerAlpha, 0, sizeof slot.layerAlpha);
-    std::memcpy(slot.layerAlphaPos, preview.layerAlphaPos, sizeof slot.layerAlphaPos);
-    clearContainerFlags(&slot);
-    slot.identification = kViewId;
 }

@@ -1,14 +1,16 @@
 #pragma once
 
-// The defaults of a view. Main loop only, behind malloc_saveView().
+// The defaults of a view. Main loop only.
 //
-// A layer or container out of range does nothing. What a reset does not name keeps what it held.
-// ResetViewSetting() stands beside GetViewSetting(), which needs it.
+// A layer or container out of range does nothing. A field that a reset does not set keeps its
+// value. ResetViewSetting() is in storage/UserSetting.h, beside GetViewSetting(), which needs it.
+//
+// Requires: malloc_saveView() has been called.
 
 #include "storage/ViewRecord.h"
 
-// In the program view layer `layer` shows the whole of input `input` on all of output 0, as the
-// record has their active sizes. An input that does not exist counts as 0 x 0.
+// In the program view, layer `layer` shows the whole of input `input` on all of output 0, with the
+// active sizes that the record has. An input that does not exist counts as 0 x 0.
 void ResetLayerSetting(uint32_t layer, uint32_t input);
 
 // In the program view: layer n at stacking position 95 - n, all alphas 0.
@@ -24,8 +26,3 @@ void ResetRS1_Setting(Rs1Setting *rs1);
 
 // Makes the preview a copy of the program view, as view 0, with its own RS1 defaults.
 void resetPreviewView();
-
-// Makes the slot buffer an empty view with the layers of the preview: other settings at their
-// defaults, view number 1, all alphas 0. The RS1 block and the containers stay, but for their
-// flags.
-void ResetSaveViewSetting();

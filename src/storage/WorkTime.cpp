@@ -6,11 +6,9 @@ namespace {
 
 constexpr char kFile[] = "workTime.sav";
 
-// State, main loop only: the list, zero until it is loaded. Written here, and by whom
-// getWorkTimeList() hands it to.
+// State, main loop only: the list, zero until it is loaded. Written here, and by the callers of
+// getWorkTimeList().
 WorkTimeList _workTimeList;
-
-uint8_t isOn; // written by resetPowerOnTime()
 
 void raiseToBase(uint32_t &address)
 {
@@ -21,11 +19,6 @@ void raiseToBase(uint32_t &address)
 }
 
 } // namespace
-
-WorkTimeList *getWorkTimeList()
-{
-    return &_workTimeList;
-}
 
 uint32_t getWorkTimeListAddress()
 {
@@ -49,7 +42,8 @@ int32_t saveWorkTimeList()
 
 void loadWorkTimeList()
 {
-    ReadWorkTime();
+    ReadWorkTime(); // dropped: the identification judges the record, not the file's length
+    // The results of saving are dropped: if it fails, the next start makes the same changes.
     if (_workTimeList.identification != kWorkTimeListId) {
         resetWorkTimeList();
         saveWorkTimeList();
@@ -67,6 +61,19 @@ void resetWorkTimeList()
 {
     const uint32_t base = getWorkTimeListAddress();
     _workTimeList = {base, {base, base}, {0, 0}, kWorkTimeListId};
+}
+
+// Waiting for a later model -----------------------------------------------------------------------
+
+namespace {
+
+uint8_t isOn; // written by resetPowerOnTime()
+
+} // namespace
+
+WorkTimeList *getWorkTimeList()
+{
+    return &_workTimeList;
 }
 
 void resetPowerOnTime()

@@ -1,7 +1,7 @@
 #pragma once
 
 // The work-time list and its file, "workTime.sav", which is the record in memory byte for byte.
-// Nothing in this program counts into it. Main loop only.
+// This program loads and resets the list; it counts nothing into it. Main loop only.
 
 #include <cstdint>
 
@@ -14,23 +14,26 @@ struct WorkTimeList {
     uint32_t identification; // kWorkTimeListId
 };
 
-// The record itself.
-WorkTimeList *getWorkTimeList();
-
 // The base address of the list: 0 in this model.
 uint32_t getWorkTimeListAddress();
 
-// Read or write the file. Results as those of sd_readFile() and sd_writeFile().
+// Read or write the file. The results are those of sd_readFile() and sd_writeFile().
 uint32_t ReadWorkTime();
 int32_t WriteWorkTime();
 int32_t saveWorkTimeList();
 
-// Reads the record; where its identification is wrong, resets and saves it. A current address other
-// than the base becomes the base, the addresses below it are raised to it, and the record is saved.
+// Reads the record. If its identification is wrong, resets and saves it. If its current address is
+// not the base, the address becomes the base, the addresses below the base are raised to it, and
+// the record is saved.
 void loadWorkTimeList();
 
 // Sets the defaults, without saving.
 void resetWorkTimeList();
 
-// Clears the power-on flag; nothing sets or reads it in this model.
+// Waiting for a later model -----------------------------------------------------------------------
+
+// The record itself.
+WorkTimeList *getWorkTimeList();
+
+// Clears the power-on flag, which nothing sets or reads.
 void resetPowerOnTime();

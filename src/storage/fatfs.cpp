@@ -1,7 +1,6 @@
 #include "storage/fatfs.h"
 
 #include <cstring>
-#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,18 +9,13 @@ namespace {
 // State: the one handle of the whole-file operations.
 FileHandle USERFile;
 
-// Joins the three in `out` of kPathSize bytes.
-void joinPath(char *out, const char *dir, const char *separator, const char *name)
+// Requires: `out` has kPathSize bytes.
+void settingsPath(char *out, const char *name)
 {
-    const int length = std::snprintf(out, kPathSize, "%s%s%s", dir, separator, name);
+    const int length = std::snprintf(out, kPathSize, "%s%s", USERPath, name);
     if (length < 0 || static_cast<uint32_t>(length) >= kPathSize) {
         out[0] = '\0';
     }
-}
-
-void settingsPath(char *out, const char *name)
-{
-    joinPath(out, USERPath, "", name);
 }
 
 // The "e" keeps the file from the programs that the daemon starts.
@@ -60,7 +54,7 @@ uint32_t f_close(FileHandle *handle)
     if (*handle == nullptr) {
         return kFileFailed;
     }
-    std::fclose(*handle);
+    std::fclose(*handle); // dropped: bytes that the disk does not take are lost without a failure
     *handle = nullptr;
     return kFileOk;
 }
@@ -75,6 +69,7 @@ uint32_t f_size(FileHandle *handle)
     if (*handle == nullptr) {
         return 0;
     }
+    // The results of seeking are dropped: on a stream that cannot seek, ftello() fails too.
     fseeko(*handle, 0, SEEK_END);
     const off_t size = ftello(*handle);
     fseeko(*handle, 0, SEEK_SET);
@@ -102,6 +97,7 @@ uint32_t f_write(FileHandle *handle, const void *buffer, uint32_t count, uint32_
 FileName numberedFile(const char *kind, int32_t number)
 {
     FileName name;
+    // Dropped: the longest kind and number fit.
     std::snprintf(name.text, sizeof name.text, "%s%d.sav", kind, number);
     return name;
 }
@@ -144,6 +140,7 @@ uint32_t sd_readFile(const char *name, void *buffer, uint32_t capacity)
     }
     const uint32_t size = f_size(&USERFile);
     uint32_t done = 0;
+    // Dropped: only a closed handle fails. The count shows a short file.
     f_read(&USERFile, buffer, size < capacity ? size : capacity, &done);
     f_close(&USERFile);
     if (done != size) {
@@ -162,7 +159,7 @@ int32_t sd_writeFile(const char *name, const void *buffer, uint32_t length)
     uint32_t done = 0;
     const uint32_t result = f_write(&USERFile, buffer, length, &done);
     f_close(&USERFile);
-    if (result != kFileOk) { // only a handle without a file fails to write
+    if (result != kFileOk) { // only a closed handle fails
         std::printf("wirte file %s fail\r\n", name);
         return 0;
     }
@@ -191,50 +188,7 @@ int32_t CreateDir(const char *path)
     return 0;
 }
 
-char *Getfilepath(const char *dir, const char *name, char *out)
-{
-    const size_t length = std::strlen(dir);
-    const bool endsInSlash = length > 0 && dir[length - 1] == '/';
-    joinPath(out, dir, endsInSlash ? "" : "/", name);
-    return out;
-}
-
-// NOLINTNEXTLINE(misc-no-recursion): as deep as the directories, of which a path can name 128
-int32_t DeleteFile(const char *path)
-{
-    struct stat status {};
-    if (lstat(path, &status) != 0) {
-        return 0;
-    }
-    if (S_ISREG(status.st_mode)) {
-        std::remove(path);
-    }
-    if (!S_ISDIR(status.st_mode)) {
-        return 0;
-    }
-    DIR *const directory = opendir(path);
-    if (directory == nullptr) {
-        return 1;
-    }
-    while (const dirent *const entry = readdir(directory)) {
-        if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) {
-            continue;
-        }
-        char child[kPathSize];
-        Getfilepath(path, entry->d_name, child);
-        DeleteFile(child);
-        rmdir(child); // fails for all but an emptied directory
-    }
-    closedir(directory);
-    return 0;
-}
-
 int32_t MX_FATFS_Init()
 {
     return CreateDir(USERPath);
-}
-
-int32_t sd_mkfs()
-{
-    return DeleteFile(USERPath);
 }

@@ -21,10 +21,10 @@ using FileHandle = std::FILE *;
 
 // Results of the f_ operations, sd_open and sd_unlink.
 inline constexpr uint32_t kFileOk = 0;
-inline constexpr uint32_t kFileFailed = 4;   // not to be opened or removed; or the handle is closed
+inline constexpr uint32_t kFileFailed = 4;   // cannot be opened or removed; or the handle is closed
 inline constexpr uint32_t kFileBadMode = 19; // the mode opens nothing
 
-// Bits of a mode. Of several, the first one here that is set decides.
+// Bits of a mode. If several are set, the first of them in this list decides.
 inline constexpr uint32_t kCreateAlways = 0x08; // empty or make the file, for writing
 inline constexpr uint32_t kCreateNew = 0x04;    // the same
 inline constexpr uint32_t kRead = 0x01;         // an existing file, for reading
@@ -34,9 +34,10 @@ inline constexpr uint32_t kWrite = 0x02;        // opens nothing by itself
 
 // Opens the file at the full `path` and stores it in `*handle`, null (and a message) on failure. A
 // file that `*handle` held before is not closed. A mode that opens nothing leaves `*handle` alone.
-uint32_t f_open(FileHandle *handle, const char *path, uint32_t mode);
+[[nodiscard]] uint32_t f_open(FileHandle *handle, const char *path, uint32_t mode);
 
-// Closes the file and makes the handle null. What its buffer still held may be lost unnoticed.
+// Closes the file and makes the handle null. Fails only when the handle is closed already: bytes
+// that the file's buffer still held may be lost without a failure.
 uint32_t f_close(FileHandle *handle);
 
 // Removes a file, or an empty directory.
@@ -46,7 +47,7 @@ uint32_t f_unlink(const char *path);
 uint32_t f_size(FileHandle *handle);
 
 // Transfer up to `count` bytes and store how many there were in `*done`, which stays as it was when
-// the handle is closed. A short transfer is no failure, and what was written may still be in the
+// the handle is closed. A short transfer is no failure, and the bytes written may still be in the
 // stream's buffer.
 uint32_t f_read(FileHandle *handle, void *buffer, uint32_t count, uint32_t *done);
 uint32_t f_write(FileHandle *handle, const void *buffer, uint32_t count, uint32_t *done);
@@ -59,37 +60,25 @@ struct FileName {
 FileName numberedFile(const char *kind, int32_t number);
 
 // f_open() in the settings directory. With kCreateAlways in the mode a failure is kFileBadMode.
-uint32_t sd_open(FileHandle *handle, const char *name, uint32_t mode);
+[[nodiscard]] uint32_t sd_open(FileHandle *handle, const char *name, uint32_t mode);
 
 uint32_t sd_unlink(const char *name);
 
 // The file's length as f_size() gives it; 0 when it cannot be opened.
 uint32_t sd_getFileSize(const char *name);
 
-// Reads the file into `buffer`, `capacity` bytes at most, and returns the length of the file, not
-// of what was read; 0 when it cannot be opened. Where the two differ it says so. The buffer behind
-// what was read stays as it was.
+// Reads the file into `buffer`, `capacity` bytes at most. Returns the length of the file, not the
+// number of bytes read, and prints a message when the two differ; 0 when it cannot be opened. The
+// rest of the buffer stays as it was.
 uint32_t sd_readFile(const char *name, void *buffer, uint32_t capacity);
 
 // Makes or replaces the file. Returns 1, or 0 (and a message) when it cannot be opened. Bytes that
-// the file system does not take, as on a full disk, go unnoticed.
+// the file system does not take, as on a full disk, are lost without a failure.
 int32_t sd_writeFile(const char *name, const void *buffer, uint32_t length);
 
-// Makes every directory along `path` that is not there and has a "/" behind it. Returns 0, or -1
-// (and a message) at the first that cannot be made, or (without) when `path` exceeds kPathSize.
+// Makes every missing directory in `path` that is followed by a "/". Returns 0; or -1, with a
+// message at the first that cannot be made, and without one when `path` exceeds kPathSize.
 int32_t CreateDir(const char *path);
 
-// Writes `dir`, a "/" unless it ends in one, and `name` to `out` of kPathSize bytes, which overlaps
-// neither. Returns `out`.
-char *Getfilepath(const char *dir, const char *name, char *out);
-
-// Removes the regular file at `path`; or empties the directory there, sub-directories included, and
-// keeps it. Links, devices and what a path cannot name stay. Returns 0, or 1 when the directory
-// cannot be opened.
-int32_t DeleteFile(const char *path);
-
-// Makes the settings directory. Returns what CreateDir() does.
+// Makes the settings directory. Returns the result of CreateDir().
 int32_t MX_FATFS_Init();
-
-// Erases all settings: everything in the settings directory. Returns what DeleteFile() does.
-int32_t sd_mkfs();

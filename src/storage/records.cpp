@@ -1,6 +1,7 @@
 // Proof that the records that the daemon loads and saves are laid out as docs/files.md says.
 
 #include "core/record.h"
+#include "storage/DeviceInfo.h"
 #include "storage/UserPref.h"
 #include "storage/UserSettingRecord.h"
 #include "storage/ViewRecord.h"

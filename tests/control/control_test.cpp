@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include "storage/TimeControl.h"
+#include "storage/load_all.h"
 #include "tests/fakes/clock.h"
 #include "tests/fakes/console.h"
 #include "tests/storage/setting_bytes.h"

@@ -13,9 +13,12 @@
 
 #include <gtest/gtest.h>
 
+#include "storage/DeviceInfo.h"
 #include "storage/UserSetting.h"
 #include "storage/UserSettingFile.h"
 #include "storage/WorkTime.h"
+#include "storage/board.h"
+#include "storage/load_all.h"
 #include "tests/fakes/clock.h"
 #include "tests/fakes/console.h"
 #include "tests/storage/setting_bytes.h"

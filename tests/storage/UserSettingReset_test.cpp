@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "storage/UserSetting.h"
+#include "storage/UserSettingContainers.h"
 #include "tests/fakes/console.h"
 #include "tests/storage/setting_bytes.h"
 #include "tests/storage/setting_change.h"

@@ -13,7 +13,6 @@
 
 #include <gtest/gtest.h>
 
-#include "storage/ViewReset.h"
 #include "tests/fakes/console.h"
 #include "tests/fakes/traced_files.h"
 #include "tests/storage/setting_bytes.h"
@@ -97,8 +96,7 @@ TEST(ViewFile, AMissingViewIsTriedTwice)
     tracedFiles.isNoted = true;
     const std::string attempt = "<open view12.sav 1>"
                                 "open file /userdata/view12.sav error\n"
-                                "open file view12.sav fail\r\n"
-                                "<close>";
+                                "open file view12.sav fail\r\n";
     EXPECT_EQ(printedByLoading(12, 0), attempt + tryAgain(12) + attempt);
 }
 

@@ -22,6 +22,7 @@
 
 #include <gtest/gtest.h>
 
+#include "storage/wipe.h"
 #include "tests/fakes/console.h"
 
 namespace fs = std::filesystem;
@@ -225,7 +226,9 @@ TEST_F(Fatfs, AFileForAppendingOrCreatingIsMadeAndOneForReadingIsNot)
     for (const auto &[mode, isMade] : modes) {
         fs::remove(path);
         FileHandle file = nullptr;
-        printedBy([&, mode = mode] { f_open(&file, path.c_str(), mode); });
+        printedBy([&, mode = mode, isMade = isMade] {
+            EXPECT_EQ(f_open(&file, path.c_str(), mode) == kFileOk, isMade) << "mode " << mode;
+        });
         f_close(&file);
         EXPECT_EQ(isThere(path), isMade) << "mode " << mode;
     }

@@ -21,12 +21,14 @@
 
 #include <gtest/gtest.h>
 
+#include "storage/DeviceInfo.h"
 #include "storage/TimeControl.h"
 #include "storage/UserPref.h"
 #include "storage/UserSetting.h"
 #include "storage/UserSettingReset.h"
 #include "storage/ViewRecord.h"
 #include "storage/WorkTime.h"
+#include "storage/load_all.h"
 #include "tests/fakes/clock.h"
 #include "tests/fakes/console.h"
 

@@ -1,0 +1,12 @@
+#pragma once
+
+// The description of the board, of which this model knows nothing. Main loop only.
+// Waiting for a later model: nothing that the daemon runs calls this.
+
+#include <cstdint>
+
+uint8_t getHardwareVersion(); // always 1
+uint8_t getBoardType();       // always 0
+uint32_t getSizeEEPROM();     // always 0
+void checkBoardType();        // does nothing
+void checkSizeEEPROM();       // does nothing
