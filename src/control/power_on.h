@@ -1,7 +1,8 @@
 #pragma once
 
 // Switching the power on: the state, the settling time after it, and the time since. Main loop
-// only. Waiting for a later model: nothing that the daemon runs calls this.
+// only.
+// Waiting for a later model: nothing that the daemon runs calls this.
 
 #include <cstdint>
 

@@ -61,9 +61,9 @@ int32_t initAll()
     InitRs232CommandVariable(); // before UARTInit, whose reader thread fills the channels
     udp_receive_pipe_init();    // before udpecho_init, whose receive thread fills the pipes
     malloc_saveView();
-    udpecho_init();             // before the settings are loaded, so that early datagrams are kept
-    UARTInit(0);                // the same for early bytes from the line
-    return loadAllUserPref();   // after the threads have started: they do not use the settings
+    udpecho_init();           // before the settings are loaded, so that early datagrams are kept
+    UARTInit(0);              // the same for early bytes from the line
+    return loadAllUserPref(); // after the threads have started: they do not use the settings
 }
 
 void IdleTask()

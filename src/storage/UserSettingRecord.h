@@ -80,12 +80,18 @@ struct OutputTiming {
     uint32_t timingWord24;
 };
 
+// Size classes of the custom format. Any other value is neither 4K2K nor 8K1K, but not ordinary
+// either.
+inline constexpr uint8_t kSizeClassOrdinary = 0;
+inline constexpr uint8_t kSizeClass4K2K = 1;
+inline constexpr uint8_t kSizeClass8K1K = 2;
+
 // Of an output, and of the custom format.
 struct Resolution {
     uint32_t width;     // pixels
     uint32_t height;    // lines
     uint32_t frameRate; // Hz
-    uint8_t sizeClass;  // 0 ordinary, 1 4K x 2K, 2 8K x 1K
+    uint8_t sizeClass;  // one of the above
     uint8_t reserved13[3];
 };
 

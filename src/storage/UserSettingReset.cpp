@@ -6,7 +6,6 @@
 #include "storage/UserSetting.h"
 #include "storage/ViewReset.h"
 #include "video/VideoFormatTable.h"
-#include "video/format_id.h"
 
 namespace {
 

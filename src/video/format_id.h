@@ -1,8 +1,8 @@
 #pragma once
 
-// The video format ids that are not rows of the format table, the size classes, and the questions
-// about an id that the table itself asks. Only the low 8 bits of an id count, here and in the
-// format table. Main loop only.
+// The video format ids that are not rows of the format table, and the questions about an id that
+// the table itself asks. Only the low 8 bits of an id count, here and in the format table. Main
+// loop only.
 //
 // Requires: malloc_saveView() has been called (storage/UserSetting.h).
 
@@ -13,12 +13,6 @@ inline constexpr uint8_t kVideoFormatCustom = 124; // the custom timing
 inline constexpr uint8_t kVideoFormatExtern = 125; // whatever the external input has
 inline constexpr uint8_t kVideoFormatUndefine = 126; // so is every id above 127
 inline constexpr uint8_t kVideoFormatNoInput = 127;
-
-// The size class of the custom format, the byte `sizeClass` of its resolution record. Any other
-// value is neither 4K2K nor 8K1K, but not ordinary either.
-inline constexpr uint8_t kSizeClassOrdinary = 0;
-inline constexpr uint8_t kSizeClass4K2K = 1;
-inline constexpr uint8_t kSizeClass8K1K = 2;
 
 // The id itself, but for kVideoFormatExtern the format of the external input. If that is
 // kVideoFormatExtern in turn, as a settings file from elsewhere may have it, the result is

@@ -2,9 +2,9 @@
 // families with all that they accept and refuse. Most cases run on a scripted descriptor, the rest
 // on a pseudo-terminal. The module's source is part of this file, so that its tables are in sight.
 
+#include "transport/bench_routines.h"
 #include "transport/serial.cpp"
 #include "transport/serial_retired.cpp"
-#include "transport/bench_routines.h"
 
 #include <cerrno>
 #include <cstdarg>

@@ -2,8 +2,8 @@
 // sending by port number, and one case with a real reader thread on a pseudo-terminal. The module's
 // source is part of this file, so that its descriptors are in sight.
 
-#include "transport/uart.cpp"
 #include "transport/bench_routines.h"
+#include "transport/uart.cpp"
 
 #include <algorithm>
 #include <atomic>
