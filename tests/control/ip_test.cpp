@@ -194,7 +194,7 @@ void forget()
     set_ip(&dhcp, none, none, none, none);
 }
 
-// The example in the chapter on network files: the lines behind "for a static address".
+// The example in the chapter on network files: the lines after "for a static address".
 std::string documentedStaticSection()
 {
     std::ifstream document(FILES_DOCUMENT);

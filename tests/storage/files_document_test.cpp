@@ -531,7 +531,7 @@ TEST(FilesDocument, AnnouncesTheDefaults)
     EXPECT_EQ(worded, wordedDefaults().size()) << "of the document's fields";
 }
 
-// What the last column says behind a ";", and of entries that have a value each.
+// What the last column says after a ";", and of entries that have a value each.
 TEST(FilesDocument, AnnouncesTheDefaultsOfSomeEntries)
 {
     const UserSetting &setting = resetRecords();
