@@ -127,7 +127,7 @@ TEST(MervoProtocol, FrameHasItsPartsWhereTheProtocolDocumentSays)
 struct Exchange {
     bool isSent;       // by this device
     std::string bytes; // as they are on the wire
-    std::string words; // behind them
+    std::string words; // after them
 };
 
 std::vector<Exchange> example()

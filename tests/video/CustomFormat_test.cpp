@@ -228,7 +228,7 @@ template <typename Type> std::string typeName()
     {                                                                                              \
 #field, typeName < decltype(record::field)>(), offsetof(record, field)                     \
     }
-// The resolution, and behind it the timing.
+// The resolution, and after it the timing.
 const std::vector<Field> kFields = {
     FIELD(Resolution, width),          FIELD(Resolution, height),
     FIELD(Resolution, frameRate),      FIELD(Resolution, sizeClass),

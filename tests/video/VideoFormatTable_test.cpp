@@ -725,8 +725,8 @@ TEST_F(VideoFormatTable, FormatsThatShareANameAreTheDocumentedOnes)
             EXPECT_EQ(formats.size(), 1u) << name;
         }
     }
-    EXPECT_TRUE(documentSays(" The name is no key: 10 and 66 are both 1920x1080x60, with different "
-                             "blanking, and 78 and 84 both 3840x2160x29.97. "));
+    EXPECT_TRUE(documentSays(" The name is not unique: 10 and 66 are both 1920x1080x60, with "
+                             "different blanking, and 78 and 84 are both 3840x2160x29.97. "));
     EXPECT_NE(GetHTotalByVideoFormat(10), GetHTotalByVideoFormat(66));
 }
 
@@ -738,8 +738,8 @@ TEST_F(VideoFormatTable, TheClocksThatTheDocumentWorksOutAreRight)
     EXPECT_EQ(GetVFreqByVideoFormat(36), 60u);
     EXPECT_EQ(GetDlckByVideoFormat(36), 27027000u);
     // 24 Hz and 23.98 Hz by their names, 25 Hz in the table.
-    EXPECT_TRUE(documentSays(" The clock of 85 and 87 comes out for 25 Hz, as 309375000 Hz; 86 and "
-                             "88 have one for 23.98 Hz. "));
+    EXPECT_TRUE(documentSays(" The clock of 85 and 87 is that of 25 Hz, 309375000 Hz. The clock of "
+                             "86 and 88 is that of 23.98 Hz. "));
     EXPECT_EQ(GetDlckByVideoFormat(85), 309375000u);
     EXPECT_EQ(GetDlckByVideoFormat(87), 309375000u);
     for (const uint32_t id : {86u, 88u}) { // 5500 x 2250 x 24000 / 1001

@@ -870,7 +870,7 @@ TEST_F(FormatDetection, TheDocumentHasTheFormatsThatAreReportedForOtherNumbers)
 
 TEST_F(FormatDetection, TheSizesThatTheDocumentNamesAreRight)
 {
-    EXPECT_TRUE(documentSays(" 10 for 1920×1080, and 126 for 7680×1080, "));
+    EXPECT_TRUE(documentSays(" It answers 10 for 1920×1080, and 126 for 7680×1080, "));
     EXPECT_EQ(GetFormatByHdeVde(1920, 1080), 10);
     EXPECT_EQ(GetFormatByHdeVde(7680, 1080), 126);
 }

@@ -10,7 +10,7 @@
 
 namespace {
 
-// The document with its lines behind each other, so that a sentence is found wherever it is broken.
+// The document with its lines joined, so that a sentence is found wherever it is broken.
 const std::string &documentText()
 {
     static const std::string all = [] {

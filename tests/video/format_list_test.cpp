@@ -307,8 +307,8 @@ TEST_F(FormatList, TheDocumentHasThePairs)
         EXPECT_EQ(change4Kformat(id), number(cells[2])) << id;
         EXPECT_EQ(exchanged.at(change4Kformat(id)).name, cells[3]);
     }
-    EXPECT_TRUE(documentSays(" V freq is the same on both sides but for 93 and 94: 24 there, 25 in "
-                             "86 and 85. "));
+    EXPECT_TRUE(documentSays(" V freq is the same on both sides except for 93 and 94, which have "
+                             "24, while 86 and 85 have 25. "));
 }
 
 } // namespace
