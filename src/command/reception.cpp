@@ -21,6 +21,11 @@ struct FrameSlot {
 };
 static_assert(sizeof(FrameSlot) == 21);
 
+// What one call takes from the channels at most: what the mirror holds, which is empty at the start of
+// a pass. More would be lost there; and without a limit, a line that brings frames faster than their
+// replies can leave would hold the main loop for as long as it does.
+constexpr uint32_t kBytesPerTurn = kBridgeBufferSize - 1;
+
 // States of the assembler.
 enum : uint32_t { kHunt, kHeader, kBody, kEnd };
 
@@ -108,11 +113,9 @@ void InitRs232CommandVariable()
 
 void TaskCommand()
 {
+    uint32_t budget = kBytesPerTurn;
     for (uint8_t index = 0; index < kChannelCount; ++index) {
         commandFrom = index; // and stays at the last one
-        // A line that brings frames faster than their replies can leave would otherwise hold the
-        // main loop for as long as it lasts, and a mirror that is full would lose bytes.
-        uint32_t budget = pipe_room(&udp_send_pipe);
         while (channel[index] != nullptr && receiveFrame(&budget)) {
             if (!acceptFrame(&g_ReceiveCommand[index])) {
                 break;

@@ -19,9 +19,8 @@ void InitRs232CommandVariable();
 // frame with a wrong checksum is refused, and the bytes after it wait for the next call. The bytes
 // of an executed frame that are still at the end of the mirror to the PC are taken back from there.
 //
-// One call takes as many bytes from a channel as the mirror has room for, so that none is lost
-// there, and the payloads of the commands among them. What arrives meanwhile waits for the next
-// call.
+// One call takes at most 4095 bytes from the channels, as many as the mirror holds, and the payloads
+// of the commands among them. The rest waits for the next call.
 void TaskCommand();
 
 // Feeds one byte to the frame assembler of channel `commandFrom`. Returns 0 when it completed a

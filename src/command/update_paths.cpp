@@ -18,12 +18,12 @@ uint32_t localSaveIndex;        // never read
 // Receives a block and keeps only what its header says.
 void receiveAndForget(uint32_t *previous)
 {
-    uint8_t block[kUpdateBlockSize + 1];
-    if (!receiveUpdateBlock(block)) {
+    uint8_t received[kUpdateBlockSize + 1];
+    if (!receiveUpdateBlock(received)) {
         return;
     }
     if (updateBlockNumber() == 0) {
-        getUpdateFileSize(block);
+        getUpdateFileSize(received);
     }
     *previous = updateBlockNumber();
     SendAckOrNack(kAck);

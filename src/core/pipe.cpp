@@ -63,11 +63,6 @@ uint32_t pipe_count(const struct pipe *pipe)
     return static_cast<uint32_t>(ahead);
 }
 
-uint32_t pipe_room(const struct pipe *pipe)
-{
-    return static_cast<uint32_t>(pipe->end - pipe->start) - 1 - pipe_count(pipe);
-}
-
 // Waiting for a later model -----------------------------------------------------------------------
 
 int32_t pipe_isEmpty(const struct pipe *pipe)
@@ -77,5 +72,5 @@ int32_t pipe_isEmpty(const struct pipe *pipe)
 
 int32_t pipe_isFull(const struct pipe *pipe)
 {
-    return pipe_room(pipe) == 0 ? 1 : 0;
+    return pipe_count(pipe) + 1 == static_cast<uint32_t>(pipe->end - pipe->start) ? 1 : 0;
 }

@@ -37,11 +37,9 @@ int32_t pipe_write(struct pipe *pipe, uint8_t byte);
 // Requires: the bytes are still in the pipe.
 void pipe_pop_back(struct pipe *pipe, uint32_t count);
 
-// How many bytes are in the pipe, and how many more it takes. The other thread may change the
-// answer at any time: the reader finds at least what pipe_count() says, and the writer at least the
-// room that pipe_room() says.
+// How many bytes are in the pipe. The other thread may change that at any time: the reader finds at
+// least so many, and the writer at most.
 [[nodiscard]] uint32_t pipe_count(const struct pipe *pipe);
-[[nodiscard]] uint32_t pipe_room(const struct pipe *pipe);
 
 // Waiting for a later model -----------------------------------------------------------------------
 

@@ -17,6 +17,10 @@
 
 #include "command/channel.h"
 #include "command/reception.h"
+#include "command/unsupported.h"
+#include "control/ip.h"
+#include "storage/DeviceInfo.h"
+#include "storage/UserPref.h"
 #include "tests/command/exchange.h"
 #include "tests/fakes/clock.h"
 

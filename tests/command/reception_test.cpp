@@ -317,12 +317,25 @@ TEST_F(Reception, LeavesTheLoopItsTurnWhileTheLineKeepsBringingFrames)
     onSend = [] { arrive(kVersion); };
     arrive(kVersion);
     TaskCommand();
-    EXPECT_EQ(takeSent(), uart(Strings(4096 / 19, kVersionReply)));
-    TaskCommand(); // begins in the middle of a frame: 4096 = 215 * 19 + 11, 8192 = 431 * 19 + 3
+    EXPECT_EQ(takeSent(), uart(Strings(4095 / 19, kVersionReply)));
+    TaskCommand(); // begins in the middle of a frame: 4095 = 215 * 19 + 10, 8190 = 431 * 19 + 1
     EXPECT_EQ(takeSent(), uart(Strings(431 - 215, kVersionReply)));
     onSend = nullptr;
     TaskCommand();
     EXPECT_EQ(takeSent(), uart({kVersionReply}));
+}
+
+// Fault held down: a call took more bytes than the mirror holds, and the last of them were lost.
+TEST_F(Reception, TakesNoMoreInACallThanTheMirrorHolds)
+{
+    const std::string first(4095, 'a');
+    const std::string second(4095, 'b');
+    arrive(first, 0);
+    arrive(second + "never fits", 1);
+    TaskCommand();
+    EXPECT_EQ(drainToPC(), first);
+    TaskCommand();
+    EXPECT_EQ(drainToPC(), second);
 }
 
 TEST_F(Reception, MirrorsWhatStandsBetweenTwoFrames)

@@ -54,6 +54,7 @@ void emptyBlackscreenValueToString(uint8_t, char *, int32_t);
 #include <gtest/gtest.h>
 
 #include "command/channel.h"
+#include "command/file_selftest.h"
 #include "command/reception.h"
 #include "tests/command/exchange.h"
 #include "tests/fakes/clock.h"

@@ -3,6 +3,11 @@
 
 #include "control/control.cpp"
 #include "control/factory.h"
+#include "control/page.h"
+#include "storage/DeviceInfo.h"
+#include "storage/UserPref.h"
+#include "storage/UserSetting.h"
+#include "storage/WorkTime.h"
 
 #include <cstdint>
 #include <filesystem>

@@ -20,6 +20,7 @@
 
 #include "command/board_format.h"
 #include "control/control.h"
+#include "control/factory.h"
 #include "control/page.h"
 #include "control/scene.h"
 #include "storage/TimeControl.h"
