@@ -399,6 +399,7 @@ Met runAgainstQueue(uint16_t size, uint32_t steps)
             break;
         }
         }
+        EXPECT_EQ(pipe_count(&ring.pipe), model.size());
         EXPECT_EQ(pipe_isEmpty(&ring.pipe), model.empty() ? 1 : 0);
         EXPECT_EQ(pipe_isFull(&ring.pipe), model.size() + 1 == size ? 1 : 0);
         EXPECT_EQ((ring.writeIndex() - ring.readIndex() + size) % size,
