@@ -1,7 +1,7 @@
-// Decoding and encoding frames, beside the standard library's conversions on the same 16 digits:
-// once as eight bytes of two digits, which is what a record needs, and once as one 64-bit number,
-// which is the least that the standard library can be asked for. A batch of different frames goes
-// through, so that no frame waits for the one before it.
+// Decoding and encoding frames, beside the standard library's conversions of the same 16 digits.
+// Those are measured as eight bytes of two digits, which is what a record needs, and as one 64-bit
+// number, which is the least work that the standard library can do. Each pass takes a batch of
+// different frames, so that no frame waits for the one before it.
 
 #include <benchmark/benchmark.h>
 
@@ -23,7 +23,7 @@ std::array<Frame, kFrames> randomFrames()
     std::array<Frame, kFrames> frames;
     for (Frame &frame : frames) {
         Rs232Command record;
-        // The address has two digits, so that the 64-bit number needs no leading zero.
+        // The address starts with a digit other than 0, so the 64-bit number needs no leading zero.
         record.address = static_cast<uint8_t>(random() | 0x80);
         record.tag = static_cast<uint8_t>(random());
         record.command = static_cast<uint8_t>(random());

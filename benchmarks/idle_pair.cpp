@@ -1,4 +1,4 @@
-// The least that a program of two threads with a 1 ms turn can cost: they only sleep.
+// The least that a program can cost whose two threads each wake every 1 ms: they only sleep.
 
 #include <thread>
 #include <unistd.h>

@@ -1,6 +1,6 @@
-// The Mervo link against a device that answers at once: what a command and its answer cost in
-// memory and over a stream, each beside the same without the link, and what the window costs a
-// sender.
+// The Mervo link with a device that answers at once. It measures a command and its answer in memory
+// and over a stream, each beside the same without the link, and what the window of unanswered
+// commands costs a sender.
 
 #include <benchmark/benchmark.h>
 
@@ -81,8 +81,8 @@ char *writeHex(char *at, uint32_t byte)
     return at + 2;
 }
 
-// The same frame written by the standard library, carried byte by byte through the same pipe, and
-// taken apart by the standard library.
+// The same frame, encoded and decoded by the standard library and carried byte by byte through the
+// same pipe.
 void standardCommand(benchmark::State &state)
 {
     openLink(answerAtOnce);
@@ -122,7 +122,8 @@ BENCHMARK(standardCommand);
 
 // Over a stream ----------------------------------------------------------------------------------
 
-// The two ends of a stream, and a device at the far one that answers what it has read in one piece.
+// A stream with a device at its far end. The device answers all whole frames of a read in one
+// write.
 int nearEnd = -1;
 
 void answerForEver(int end)
@@ -157,7 +158,7 @@ public:
             stop("socketpair");
         }
         nearEnd = ends[0];
-        const timeval patience = {5, 0}; // an answer that is lost ends the run
+        const timeval patience = {5, 0}; // a lost answer ends the run
         setsockopt(nearEnd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
         thread_ = std::thread(answerForEver, ends[1]);
     }
@@ -178,8 +179,8 @@ int32_t sendToDevice(const uint8_t *bytes, int32_t length)
     return static_cast<int32_t>(write(nearEnd, bytes, static_cast<size_t>(length)));
 }
 
-// Waits for bytes and hands them to the link, without a receive thread: what is measured is the
-// link.
+// Waits for bytes and hands them to the link. There is no receive thread, because only the link is
+// measured.
 void receiveFromDevice()
 {
     uint8_t bytes[kFrame * 64];
@@ -214,7 +215,7 @@ void linkOverStream(benchmark::State &state)
 }
 BENCHMARK(linkOverStream)->UseRealTime();
 
-// One frame over and over, as many of them unanswered, and the answers only counted.
+// Sends one frame over and over, with as many unanswered as above, and only counts the answers.
 void plainOverStream(benchmark::State &state)
 {
     const AnsweringDevice device;
@@ -246,8 +247,8 @@ BENCHMARK(plainOverStream)->UseRealTime();
 
 // At the edge of the window, in memory -----------------------------------------------------------
 
-// A sender that leaves the answers to SendCmd_MervoProtocol: nobody parses them before the window
-// is full. The first command shows that the device answers; the others are state.range(0).
+// A sender that leaves the answers to SendCmd_MervoProtocol, so none is parsed before the window is
+// full. The first command shows that the device answers; state.range(0) more follow.
 void linkCommandsInARow(benchmark::State &state)
 {
     for (auto _ : state) {

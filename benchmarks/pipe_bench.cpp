@@ -1,5 +1,5 @@
-// A byte through the daemon's pipe, beside Boost's lock-free single-producer single-consumer queue
-// taking bytes one by one.
+// A byte through the daemon's pipe, beside a byte through Boost's lock-free single-producer
+// single-consumer queue.
 
 #include <benchmark/benchmark.h>
 #include <boost/lockfree/spsc_queue.hpp>
@@ -36,7 +36,7 @@ void boostOneByte(benchmark::State &state)
 }
 BENCHMARK(boostOneByte);
 
-// A batch as the receive threads and the main loop move it: filled, then emptied.
+// A batch as the receive threads and the main loop move it: fill the ring, then empty it.
 void pipeBatch(benchmark::State &state)
 {
     static uint8_t storage[kSize];

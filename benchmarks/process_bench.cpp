@@ -101,7 +101,7 @@ public:
         return total;
     }
 
-    // kB that are this process's alone.
+    // The memory that belongs to this process alone, in kB.
     double privateKb() const
     {
         std::ifstream file("/proc/" + std::to_string(pid_) + "/smaps_rollup");
@@ -144,7 +144,7 @@ void idleMemory(benchmark::State &state)
 }
 BENCHMARK(idleMemory)->Iterations(1);
 
-// Both programs idle side by side, so that whatever else the machine does meets both alike.
+// Both programs idle side by side, so that other load on the machine affects both alike.
 void idleLoad(benchmark::State &state)
 {
     Program daemon(VESK_DAEMON);

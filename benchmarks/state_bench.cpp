@@ -1,5 +1,5 @@
-// The operations on the stored state in time, each beside its plain counterpart. They take turns,
-// and turns in going first, so that whatever else the machine does meets both alike.
+// Times the operations on the stored state, each beside its plain counterpart. The two take turns,
+// and also take turns at going first, so that other load on the machine affects both alike.
 //
 // It runs inside the board: scripts/bench.
 
@@ -18,7 +18,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Standard output goes nowhere meanwhile, line by line as the daemon's does.
+// Discards standard output while it exists, line by line as the daemon writes it.
 class QuietConsole {
 public:
     QuietConsole() : saved_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 10))
@@ -75,7 +75,7 @@ void compare(benchmark::State &state, const StoredStateOperation &operation)
     state.counters["ratio"] = daemon / plain;
 }
 
-// The least that a change of views can cost: the bytes of one, in memory.
+// The least that a change of views can cost: copying one view in memory.
 void copyView(benchmark::State &state)
 {
     for (auto _ : state) {

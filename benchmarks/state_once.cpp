@@ -1,5 +1,5 @@
-// One operation on the stored state, done once in measured(): for a tool that counts the
-// instructions of a function. scripts/bench runs it so, inside the board.
+// Does one operation on the stored state once, in measured(), for a tool that counts the
+// instructions of a function. scripts/bench runs it that way, inside the board.
 //
 //   state_once OPERATION daemon|plain
 
@@ -10,7 +10,7 @@
 
 extern "C" void measured(void (*action)(uint32_t turn));
 
-// Neither inlined nor cloned: the tool knows it by its name.
+// Neither inlined nor cloned, because the tool finds it by name.
 [[gnu::noipa]] void measured(void (*action)(uint32_t turn))
 {
     action(1);
@@ -23,7 +23,7 @@ int main(int argc, char **argv)
             const auto action =
                 std::strcmp(argv[2], "plain") == 0 ? operation.plain : operation.daemon;
             operation.prepare();
-            action(0); // the first time costs more: what it needs is bound
+            action(0); // not measured: the first call also pays for dynamic linking
             measured(action);
             return 0;
         }

@@ -27,7 +27,7 @@ uint8_t plainCopy[sizeof(UserSetting)];
 uint8_t plainView[sizeof(ViewSetting)];
 uint8_t plainLiveView[sizeof(ViewSetting)];
 
-// A copy that the compiler does not leave out.
+// A copy that the compiler cannot remove.
 void copyPlainly(void *to, const void *from, size_t size)
 {
     std::memcpy(to, from, size);
@@ -66,7 +66,7 @@ void readPlainView(uint32_t number)
     readBytes(path, plainView, sizeof plainView);
 }
 
-// Every view is stored and shows something.
+// Stores the settings and all views, each with one visible layer.
 void storeViews()
 {
     storeSettings();
@@ -79,7 +79,7 @@ void storeViews()
     }
 }
 
-// What the start has to do with settings that are stored.
+// What start-up does when the settings are stored.
 void loadState(uint32_t)
 {
     loadAllUserPref();
@@ -94,7 +94,7 @@ void loadStatePlainly(uint32_t)
     copyPlainly(plainCopy, plainRecord, sizeof plainRecord);
 }
 
-// From the one stored view to the next.
+// Switches from one stored view to the next.
 void switchView(uint32_t turn)
 {
     SetCurrentView(turn);

@@ -1,7 +1,7 @@
 #pragma once
 
-// The operations on the stored state that are measured, each beside the same transfers done with
-// plain system calls: as many files, as many bytes, copied as often.
+// The measured operations on the stored state. Each has a counterpart that does the same transfers
+// with plain system calls: the same number of files, bytes and copies.
 
 #include <cstdint>
 #include <string_view>
@@ -23,5 +23,5 @@ void storeSettings();
 // Copies the 3996 bytes of a view in memory.
 void copyPlainView();
 
-// Ends the program with what the system says about its last error.
+// Prints the system's last error and ends the program.
 [[noreturn]] void stop(const char *what);

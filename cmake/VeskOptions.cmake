@@ -6,7 +6,7 @@ find_package(Threads REQUIRED)
 # The same floating-point results on every processor: no fused multiply-add.
 add_compile_options(-ffp-contract=off)
 
-# 64-bit time and file offsets on 32-bit boards too; the clock must not stop in 2038.
+# 64-bit time and file offsets on 32-bit boards too, so that the clock works after 2038.
 add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
 
 if(VESK_SANITIZER)
@@ -39,7 +39,7 @@ target_compile_options(vesk_warnings INTERFACE
   $<$<CXX_COMPILER_ID:GNU>:-Wlogical-op -Wduplicated-cond -Wduplicated-branches>
   $<$<BOOL:${VESK_WERROR}>:-Werror>)
 
-# The daemon throws no exceptions and uses no run-time types, so it does not need the C++ library on
-# the board.
+# The daemon uses no exceptions and no run-time type information, so the board does not need the C++
+# library.
 add_library(vesk_daemon_code INTERFACE)
 target_compile_options(vesk_daemon_code INTERFACE -fno-exceptions -fno-rtti)

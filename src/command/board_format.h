@@ -8,9 +8,9 @@
 #include <cstdint>
 
 // Sets the format byte of all six outputs in the user setting record and enables the outputs.
-// Nothing is saved. 125 is replaced by the external input's format. For 124, the custom format, the
-// outputs' resolutions become the custom one; not for a 125 that stands for 124.
+// Nothing is saved. Format 125 is replaced by the external input's format. Format 124, the custom
+// format, also sets the outputs' resolutions to the custom one; a 125 that stands for 124 does not.
 void SetAllBoardFormat(uint32_t format);
 
-// Whether `output` has the same custom genlock format: always 0 in this model.
+// 1 when `output` has the same custom genlock format; always 0 in this model.
 int32_t isSameCustomGenlockFormat_output(uint8_t output);

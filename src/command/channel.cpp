@@ -7,7 +7,7 @@
 #include "core/record.h"
 #include "core/systick.h"
 
-// Proof of the layout, as the header has it.
+// Proves the layout in the header.
 RECORD_FIELD(Channel, 0, std::atomic<uint32_t>, 1, type)
 RECORD_FIELD(Channel, 8, std::atomic<uint64_t>, 1, address)
 RECORD_FIELD(Channel, 16, struct pipe, 1, pipe)

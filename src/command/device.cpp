@@ -13,15 +13,9 @@ namespace {
 constexpr uint8_t kDeviceType[] = {0x26, 0x33};
 constexpr uint8_t kProtocolVersion[] = {1, 10};
 
-// Answers with the sub-command and two bytes.
-void answer(uint8_t high, uint8_t low)
-{
-    SendReply(commandToLED.dat1, high, low, 0);
-}
-
 void answerWord(uint32_t value)
 {
-    answer(static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value));
+    SendAnswer(static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value), 0);
 }
 
 } // namespace
@@ -35,12 +29,12 @@ void printMemoryUse()
 void readDeviceType()
 {
     std::puts("read device type");
-    answer(kDeviceType[0], kDeviceType[1]);
+    SendAnswer(kDeviceType[0], kDeviceType[1], 0);
 }
 
 void readProtocolVersion()
 {
-    answer(kProtocolVersion[0], kProtocolVersion[1]);
+    SendAnswer(kProtocolVersion[0], kProtocolVersion[1], 0);
 }
 
 void readSystemVersion()
@@ -51,7 +45,7 @@ void readSystemVersion()
 void writeSerialNumber()
 {
     // The echo does not depend on the save: the protocol has no answer for a full disk, and the
-    // file store logs what it can tell.
+    // file store logs the failures that it sees.
     saveDeviceSN(commandToLED.dat2 * 256u + commandToLED.dat3);
     SendWriteRs232Command();
 }

@@ -1,7 +1,7 @@
 #pragma once
 
-// Commands 0x10, 0x68 and 0x6A: what the device is. Each operation is a handler of the dispatch
-// table: it executes the command in `commandToLED` and answers it. Main loop only.
+// Commands 0x10, 0x68 and 0x6A: identity and diagnostics of the device. Each operation is a handler
+// in the dispatch table: it executes the command in `commandToLED` and answers it. Main loop only.
 
 void printMemoryUse();      // 0x10 0x11
 void readDeviceType();      // 0x68 0x01

@@ -1,5 +1,5 @@
-// The command table, and the lookup in it. A new command needs a row here, a handler in the file of
-// its kind, and a row in docs/protocol.md.
+// The command table and its lookup. A new command needs a row here, a handler in the file of its
+// kind, and a row in docs/protocol.md.
 
 #include "command/dispatch.h"
 
@@ -36,7 +36,7 @@ struct Row {
     Handler handler;
 };
 
-// The first row that matches is taken. A command without a row is unknown and refused.
+// The first matching row is used. A command without a row is unknown and is refused.
 // clang-format off
 constexpr Row kTable[] = {
 //   code  dat1  handler                     what
@@ -51,7 +51,7 @@ constexpr Row kTable[] = {
     {0x6A, 0x04, readSystemVersion},       // read system version
     {0x6A, 0x10, writeSerialNumber},       // write serial number
     {0x6A, 0x11, readSerialNumber},        // read serial number
-    {0x6A, kAny, CommandErrorTask},        // the frame that refuse sends, by the protocol's other name
+    {0x6A, kAny, CommandErrorTask},        // the same frame as refuse; named as in the protocol
     // 0x6B to 0x72 unassigned
     {0x73, kAny, WrInputSource},           // input source (unsupported)
     {0x74, kAny, WrOutputFormat},          // output format (unsupported)
@@ -90,8 +90,8 @@ constexpr Row kTable[] = {
 };
 // clang-format on
 
-// Codes rise, and so does dat1 within a code: the row for any dat1, which would hide those after
-// it, is the last of its code.
+// Codes rise, and dat1 rises within a code. So the row for any dat1, which would hide the rows
+// after it, is the last of its code.
 constexpr bool rowsRise()
 {
     for (size_t i = 1; i < std::size(kTable); ++i) {
@@ -116,7 +116,7 @@ Handler findHandler(uint8_t command, uint8_t dat1)
     return refuse;
 }
 
-// The one command that is heard in pass-through mode.
+// The only command that is executed in pass-through mode.
 bool isPassThroughCommand(const Rs232Command &request)
 {
     return request.address == 0 && request.command == 0x68 && request.dat1 == 0x40;

@@ -7,7 +7,7 @@
 
 namespace {
 
-// Opens "test.bin", transfers, closes it and prints the result. False when it failed.
+// Opens "test.bin", transfers `count` bytes, closes it and prints the result. False on failure.
 bool transferTestFile(uint32_t mode, uint32_t count,
                       uint32_t (*transfer)(FileHandle *file, uint32_t count, uint32_t *done),
                       const char *what)

@@ -5,6 +5,6 @@
 
 #include <cstdint>
 
-// Writes `count` bytes (4096 for any number that is not 0 to 4096) to "test.bin" in the file store,
-// reads them back, compares them and prints the results. Uses `buffer` of command/setting.h.
+// Writes `count` bytes to "test.bin" in the file store, reads them back, compares them and prints
+// the results. A count outside 0 to 4096 means 4096. Overwrites `buffer` of command/setting.h.
 void testSD_readWriteFile(int32_t count);

@@ -6,7 +6,7 @@
 
 #include "core/record.h"
 
-// Proof of the layout, as the header has it.
+// Proves the layout in the header.
 RECORD_FIELD(Rs232Command, 0, uint8_t, 1, address)
 RECORD_FIELD(Rs232Command, 1, uint8_t, 1, tag)
 RECORD_FIELD(Rs232Command, 2, uint8_t, 1, command)
@@ -19,7 +19,7 @@ RECORD_SIZE(Rs232Command, 8)
 
 namespace {
 
-// The two characters of every byte, side by side.
+// The two hexadecimal characters of every byte value, in order.
 constexpr std::array<char, 512> kHexPairs = [] {
     constexpr char kDigits[] = "0123456789abcdef";
     std::array<char, 512> pairs{};
@@ -30,7 +30,7 @@ constexpr std::array<char, 512> kHexPairs = [] {
     return pairs;
 }();
 
-// The value of every character as a hexadecimal digit; 0 for those that are none.
+// The value of every character as a hexadecimal digit; 0 for any other character.
 constexpr std::array<uint8_t, 256> kDigitValues = [] {
     std::array<uint8_t, 256> values{};
     for (uint8_t digit = 0; digit < 10; ++digit) {

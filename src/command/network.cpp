@@ -25,12 +25,6 @@ void answerAddress(Getter get)
     SendReply(address[0], address[1], address[2], address[3]);
 }
 
-// Answers with the sub-command and three bytes.
-void answer(uint8_t dat2, uint8_t dat3, uint8_t dat4)
-{
-    SendReply(commandToLED.dat1, dat2, dat3, dat4);
-}
-
 } // namespace
 
 void writeNetMask()
@@ -47,7 +41,7 @@ void readNetMask()
 void writeIpAddress()
 {
     setAddress(SetIpAddress);
-    isSetIp = 1; // so that the interface's old address does not come back
+    isSetIp = 1; // keeps read_ip() from bringing the interface's old address back
     readIpAddress();
 }
 
@@ -76,17 +70,17 @@ void writeDhcp()
 
 void readDhcp()
 {
-    answer(getUserPref()->dhcpEnable, 0, 0);
+    SendAnswer(getUserPref()->dhcpEnable, 0, 0);
 }
 
 void readMacFirstHalf()
 {
     const uint8_t *const mac = getUserPref()->mac;
-    answer(mac[0], mac[1], mac[2]);
+    SendAnswer(mac[0], mac[1], mac[2]);
 }
 
 void readMacSecondHalf()
 {
     const uint8_t *const mac = getUserPref()->mac;
-    answer(mac[3], mac[4], mac[5]);
+    SendAnswer(mac[3], mac[4], mac[5]);
 }

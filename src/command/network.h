@@ -1,7 +1,7 @@
 #pragma once
 
-// Commands 0x84 to 0x8E: the network settings, an address being dat1 to dat4 in dotted order. Each
-// operation is a handler of the dispatch table: it executes the command in `commandToLED` and
+// Commands 0x84 to 0x8E: the network settings. An address is dat1 to dat4 in dotted order. Each
+// operation is a handler in the dispatch table: it executes the command in `commandToLED` and
 // answers it. Main loop only.
 
 void writeNetMask();      // 0x84

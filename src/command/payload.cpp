@@ -11,7 +11,7 @@ namespace {
 
 constexpr uint32_t kPollMs = 2;
 
-// Takes the channel's next byte, and waits for it as long as `*tries` last.
+// Takes the channel's next byte, waiting for it until `*tries` run out.
 bool nextByte(uint8_t *byte, int32_t *tries)
 {
     if (channel[commandFrom] == nullptr) {

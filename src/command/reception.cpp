@@ -14,16 +14,16 @@ uint32_t g_ReceiveDetected;
 
 namespace {
 
-// A frame in the making, one for each channel.
+// A frame being assembled. Each channel has one.
 struct FrameSlot {
-    char text[kFrameLength + 1]; // the characters; the last one closes the text for a message
+    char text[kFrameLength + 1]; // the last character closes the text for a message
     uint8_t count;               // characters stored so far
 };
 static_assert(sizeof(FrameSlot) == 21);
 
-// What one call takes from the channels at most: what the mirror holds, which is empty at the start of
-// a pass. More would be lost there; and without a limit, a line that brings frames faster than their
-// replies can leave would hold the main loop for as long as it does.
+// What one call takes from the channels at most: what the mirror holds, which is empty at the start
+// of a pass. More would be lost there; and without a limit, a line that brings frames faster than
+// their replies can leave would hold the main loop for as long as it does.
 constexpr uint32_t kBytesPerTurn = kBridgeBufferSize - 1;
 
 // States of the assembler.
@@ -34,12 +34,12 @@ bool isInitialised;
 FrameSlot g_ReceiveCommand[kChannelCount];
 uint32_t assemblerState[kChannelCount]; // one of the states above
 
-// The run of bytes at the very end of udp_send_pipe that belongs to one frame in the making. The
-// PC's datagrams are cut wherever a pass of the main loop ends, so the 19 bytes of a frame need not
-// all be there any more when it is executed.
+// The bytes at the very end of udp_send_pipe that belong to one unfinished frame. Each pass of the
+// main loop sends what the pipe holds, so when the frame is executed, some of its 19 bytes may have
+// gone to the PC already.
 struct {
-    uint8_t channel; // whose frame
-    uint32_t count;  // bytes stored since its "<"; older ones may have gone to the PC already
+    uint8_t channel; // the frame's channel
+    uint32_t count;  // bytes stored since its "<", sent ones included
 } mirrored;
 
 void mirrorToPC(uint8_t byte)
@@ -51,14 +51,14 @@ void mirrorToPC(uint8_t byte)
     mirrored.count += static_cast<uint32_t>(pipe_write(&udp_send_pipe, byte));
 }
 
-// Keeps an executed frame from the PC. Taking back more than is left would hand the PC old bytes.
+// Keeps an executed frame from the PC. Taking back more than the pipe holds would resend old bytes.
 void takeBackFrame()
 {
     pipe_pop_back(&udp_send_pipe, std::min(mirrored.count, pipe_count(&udp_send_pipe)));
 }
 
-// Reads the channel up to the end of a frame. False when the channel, or this turn's `budget` of
-// bytes, ran out first.
+// Reads the channel up to the end of a frame. False when the channel or this turn's `budget` of
+// bytes ran out first.
 bool receiveFrame(uint32_t *budget)
 {
     g_ReceiveDetected = 0;
@@ -73,8 +73,8 @@ bool receiveFrame(uint32_t *budget)
     return g_ReceiveDetected != 0;
 }
 
-// Decodes the frame into commandToLED and refuses what is wrong with it. False when it must not be
-// executed. Until the frame is decoded, a refusal carries what commandToLED held before.
+// Decodes the frame into commandToLED and sends a refusal for each fault. False when the frame must
+// not be executed. A refusal sent before the decoding repeats the previous command.
 bool acceptFrame(FrameSlot *frame)
 {
     for (uint32_t i = 0; i < kFrameHeaderLength; ++i) {
@@ -115,12 +115,12 @@ void TaskCommand()
 {
     uint32_t budget = kBytesPerTurn;
     for (uint8_t index = 0; index < kChannelCount; ++index) {
-        commandFrom = index; // and stays at the last one
+        commandFrom = index; // stays at the last channel after the loop
         while (channel[index] != nullptr && receiveFrame(&budget)) {
             if (!acceptFrame(&g_ReceiveCommand[index])) {
                 break;
             }
-            // Pairs with the acquire where the receive thread looks for the channel longest idle.
+            // Pairs with the acquire in findLeastRecentlyUsed() on the receive thread.
             channel[index]->lastTime.store(GetSysTick(), std::memory_order_release);
             current_channel = index;
             takeBackFrame();

@@ -24,11 +24,11 @@ void SendBufferToPC(const uint8_t *bytes, uint32_t length)
         return;
     }
     // The acquire pairs with the release at binding, so a new type is never seen with an old
-    // address. (An old type with a new address is: a reply to a source that is being evicted may
-    // get lost.)
+    // address. An old type may be seen with a new address, so a reply to a source that is being
+    // evicted may get lost.
     const uint32_t type = slot->type.load(std::memory_order_acquire);
     const uint64_t address = slot->address.load(std::memory_order_relaxed);
-    // The results are dropped: a failed write is logged there, and nothing is sent twice.
+    // The results are dropped: UARTSendBuffer() logs its failures, and nothing is sent twice.
     if (type == kChannelSerial) {
         UARTSendBuffer(static_cast<int32_t>(address), bytes, static_cast<int32_t>(length));
     } else if (type == kChannelUdp) {
@@ -53,6 +53,11 @@ void SendReply(uint8_t dat1, uint8_t dat2, uint8_t dat3, uint8_t dat4)
     commandFromLED.dat3 = dat3;
     commandFromLED.dat4 = dat4;
     SendRs232Command();
+}
+
+void SendAnswer(uint8_t dat2, uint8_t dat3, uint8_t dat4)
+{
+    SendReply(commandToLED.dat1, dat2, dat3, dat4);
 }
 
 void SendWriteRs232Command()

@@ -15,11 +15,11 @@ namespace {
 constexpr int32_t kDataTries = 5000;
 constexpr int32_t kTextTries = 500;
 
-constexpr uint8_t kNetworkRecord = 0x20; // dat1 of the one block there is
+constexpr uint8_t kNetworkRecord = 0x20; // dat1 of the only block
 
 char *const bufferText = reinterpret_cast<char *>(buffer);
 
-// Which keys a text holds. Take can be written but not read.
+// The hooks for one kind of text. Take can be written but not read.
 struct Keys {
     uint8_t dat1;
     StringToValue write;
@@ -34,7 +34,7 @@ constexpr Keys kKeys[] = {
 };
 // clang-format on
 
-// The keys that dat1 selects; empty for any other.
+// The entry that dat1 selects; without hooks when it selects none.
 const Keys &findKeys(uint8_t dat1)
 {
     static constexpr Keys kNone{};
@@ -66,7 +66,7 @@ void writeDataSetting()
 {
     std::puts("writeDataSetting");
     const uint32_t announced = commandToLED.dat4 * 256u + commandToLED.dat3;
-    const uint32_t length = announced > 0 ? announced - 1 : 0; // less the checksum byte
+    const uint32_t length = announced > 0 ? announced - 1 : 0; // without the checksum byte
     if (!receiveBlock(length) || commandToLED.dat1 != kNetworkRecord) {
         SendAckOrNack(kNak);
         return;
@@ -91,7 +91,7 @@ void readDataSetting()
     uint8_t block[sizeof record + 1];
     std::memcpy(block, &record, sizeof record);
     SetBufferCheckSum(block, sizeof block);
-    SendReply(commandToLED.dat1, commandToLED.dat2, sizeof block, 0);
+    SendAnswer(commandToLED.dat2, sizeof block, 0);
     SendBufferToPC(block, sizeof block);
 }
 
@@ -102,10 +102,11 @@ void writeStringValueSetting()
         SendAckOrNack(kNak);
         return;
     }
-    // This overwrites the "]", or the last character of a text that has none.
+    // This overwrites the "]", or the last character of a text without one.
     const uint32_t last = std::min<uint32_t>(count, sizeof buffer) - 1;
     bufferText[last] = '\0';
-    // Nothing is left of a lone "[", and what follows it in the buffer is from an earlier command.
+    // A lone "[" is now an empty text, and the bytes after it in the buffer are from an earlier
+    // command.
     char *const items = last > 0 ? bufferText + 1 : bufferText;
     const bool isKnown = processStrValue(commandToLED.dat1, commandToLED.dat2, items) != nullptr;
     SendAckOrNack(isKnown ? kAck : kNak);
@@ -121,7 +122,7 @@ void readStringValueSetting()
     if (length >= kBufferSize) {
         std::printf("error: readStringValueSetting buffer len = %u\r\n", length);
     }
-    SendReply(commandToLED.dat1, commandToLED.dat2, 0, 0);
+    SendAnswer(commandToLED.dat2, 0, 0);
     SendBufferToPC(buffer, length);
 }
 

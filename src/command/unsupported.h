@@ -1,8 +1,8 @@
 #pragma once
 
-// Commands that the protocol knows and this model does not support. Each operation is a handler of
-// the dispatch table that refuses; it is the place where a model that has the function would do the
-// work. Main loop only.
+// Commands that the protocol knows and this model does not support. Each operation is a handler in
+// the dispatch table that refuses the command. A model with the function would do its work there.
+// Main loop only.
 
 void WrInputSource();        // 0x73
 void WrOutputFormat();       // 0x74

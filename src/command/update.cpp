@@ -19,7 +19,7 @@ namespace {
 constexpr int32_t kBlockTries = 1500;
 constexpr uint32_t kUpdateModeMs = 5000;
 
-// The stream: a header, of which only these two fields are used, and the package.
+// The stream is a header, of which only these two fields are used, and then the package.
 constexpr uint32_t kHeaderSize = 128;
 constexpr uint32_t kSizeAt = 48; // 4 bytes, big-endian
 constexpr uint32_t kSumAt = 80;  // 2 bytes, big-endian
@@ -29,7 +29,7 @@ constexpr char kInstall[] = "cp -f /usr/bin/vesk_h264 /usr/bin/vesk_h264_backup 
                             "cp -f /userdata/_update.pkg /usr/bin/vesk_h264 && "
                             "chmod +x /usr/bin/vesk_h264 && sync && sync";
 
-constexpr uint8_t kThisProgram = 7; // dat2, what the update is for
+constexpr uint8_t kThisProgram = 7; // dat2: the target of the update
 constexpr uint8_t kVersion[] = {1, 10};
 
 // State, main loop only.
@@ -37,7 +37,7 @@ uint32_t startTime_Update; // tick of the last 0x9A command; 0 outside update mo
 uint32_t fpgaFileSize;     // length of the stream as announced by block 0
 uint32_t fpgaFileChecksum; // sum of the stored file as announced by block 0
 FileHandle my_FIL;         // "_update.pkg", open from block 0 to the last block
-uint32_t prevAddress;      // number of the block last accepted
+uint32_t prevAddress;      // number of the last accepted block
 
 uint8_t block[kUpdateBlockSize + 1]; // the block being received, and its checksum
 
@@ -47,15 +47,15 @@ void refuseFirstBlock(const char *why)
     SendAckOrNack(kNak);
 }
 
-// Begins a transfer with block 0; what is left of an earlier one is dropped. False when refused.
+// Begins a transfer with block 0 and drops what is left of an earlier one. False when refused.
 bool storeFirstBlock()
 {
     prevAddress = 0;
     getUpdateFileSize(block);
     fpgaFileSize += kHeaderSize;
     std::puts("open file _update.pkg");
-    f_close(&my_FIL);    // of a transfer that was given up, if there is one
-    sd_unlink(kPackage); // there may be none
+    f_close(&my_FIL);    // may be open from an abandoned transfer
+    sd_unlink(kPackage); // may not exist
     if (sd_open(&my_FIL, kPackage, kCreateAlways | kWrite) != kFileOk) {
         refuseFirstBlock("<F:open file error>\r");
         return false;
@@ -71,11 +71,11 @@ bool storeFirstBlock()
     return true;
 }
 
-// Appends a later block, unless it repeats the one before it.
+// Appends a later block, unless it repeats the previous one.
 void storeNextBlock(uint32_t number)
 {
     if (number != prevAddress) {
-        // The results are dropped: the sum at the end finds what the file did not take.
+        // The results are dropped: the sum at the end shows whether bytes are missing.
         uint32_t written;
         f_write(&my_FIL, block, kUpdateBlockSize, &written);
         prevAddress = number;
@@ -91,8 +91,8 @@ void finishTransfer()
         return;
     }
     std::puts("check _update.pkg sucess");
-    // Even a failed copy ends the process: the sender learns of the update by the restart alone,
-    // and the shell has printed why.
+    // The process ends even if the copy failed: the restart is the sender's only sign that the
+    // update is over, and the shell has printed the reason.
     cpUpdateFile();
     Power_Off();
     Reboot();
@@ -198,11 +198,11 @@ void UpdateMcu1KToSDCARD()
 int32_t checkUpdateFileOk()
 {
     const uint32_t size = sd_getFileSize(kPackage);
-    // After a full disk the file may be empty; that must not become the executable.
+    // On a full disk the file may be empty, and must not become the executable.
     auto *const content = size > 0 ? static_cast<uint8_t *>(mymem_malloc(size)) : nullptr;
     uint32_t sum = 0;
     if (content != nullptr) {
-        std::memset(content, 0, size); // what cannot be read must not be left to chance
+        std::memset(content, 0, size); // makes the sum definite if the file cannot be read in full
         sd_readFile(kPackage, content, size);
         for (uint32_t i = 0; i < size; ++i) {
             sum = (sum + content[i]) & 0xFFFF;
@@ -237,6 +237,6 @@ void Reboot()
     for (int descriptor = 0; descriptor < 256; ++descriptor) {
         close(descriptor);
     }
-    // Not exit(): the receive threads still run while it would tidy up.
+    // Not exit(), which would run its clean-up while the receive threads still run.
     _exit(0);
 }

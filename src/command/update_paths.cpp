@@ -10,8 +10,8 @@
 namespace {
 
 // State, main loop only.
-uint32_t prevAddressMcu1K;      // number of the block last accepted by UpdateMcu1K(); never read
-uint32_t prevAddressMcu1K_test; // the same of UpdateMcu1K_test(); never read
+uint32_t prevAddressMcu1K;      // number of UpdateMcu1K()'s last accepted block; never read
+uint32_t prevAddressMcu1K_test; // the same for UpdateMcu1K_test(); never read
 FileHandle *localSaveFile;      // the local save file, on the heap; nothing opens one
 uint32_t localSaveIndex;        // never read
 

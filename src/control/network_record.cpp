@@ -15,7 +15,7 @@
 #include "core/record.h"
 #include "core/systick.h"
 
-// Proof of the layouts, as the header has them.
+// Proves the layouts in the header.
 RECORD_FIELD(NetworkRecord, 0, uint8_t, 4, ip)
 RECORD_FIELD(NetworkRecord, 4, uint8_t, 4, mask)
 RECORD_FIELD(NetworkRecord, 8, uint8_t, 4, route)
@@ -39,13 +39,13 @@ constexpr uint16_t kVendorReadLength = 50;
 constexpr uint32_t kVendorSettleMs = 300;
 constexpr uint16_t kMacLength = sizeof NetworkRecord::mac;
 
-// State, main loop only: the vendor storage device as the last request left it open, or -1.
+// State, main loop only: the vendor storage device if the last request left it open, else -1.
 int vendorDevice = -1;
 
 // The running system ---------------------------------------------------------------------------
 
-// Asks the kernel about an interface. Returns false after printing the message for what failed;
-// `noAnswer` may be null for none.
+// Asks the kernel about an interface. On failure prints the message for the step that failed and
+// returns false. A null `noAnswer` prints nothing.
 [[nodiscard]] bool askInterface(const char *name, unsigned long request, ifreq *answer,
                                 const char *noSocket, const char *noAnswer)
 {
@@ -105,8 +105,8 @@ bool isGiven(const void *parameter)
 
 // The network record ---------------------------------------------------------------------------
 
-// Runs a command to its end. The result is not used: the command prints its own messages, and 0xF0
-// is acknowledged whatever happens.
+// Runs a command to its end. The result is dropped: the command prints its own messages, and 0xF0
+// is acknowledged in any case.
 void runInShell(const char *command)
 {
     [[maybe_unused]] const int status = std::system(command);
@@ -169,13 +169,13 @@ int32_t get_local_route(uint8_t *out, uint32_t size)
     char line[100];
     uint8_t route[4];
     const bool isFound = std::fgets(line, sizeof line, shell) != nullptr;
-    pclose(shell); // what was printed is judged by itself
+    pclose(shell); // dropped: the output is checked on its own
     if (!isFound) {
         return 0;
     }
     const auto dots = static_cast<uint32_t>(std::count(line, line + std::strlen(line), '.'));
     if (dots >= size) {
-        return -1; // more numbers than there is room for
+        return -1; // more numbers than `out` holds
     }
     if (readAddress(line, route)) {
         std::memcpy(out, route, sizeof route);
@@ -256,7 +256,8 @@ void Command_Config_Network(const NetworkRecord *record)
     if (record == nullptr) {
         return;
     }
-    // Both print their own messages. The interface is configured without vendor storage as well.
+    // The results are dropped: both print their own messages, and the interface is configured
+    // without vendor storage as well.
     vendor_storage_write(kVendorItemMac, record->mac, sizeof record->mac);
     SysDelayMs(kVendorSettleMs);
     vendor_storage_read(kVendorItemMac);
@@ -269,7 +270,7 @@ void Command_Config_Network(const NetworkRecord *record)
     printRoute(__func__, __LINE__, *record);
     char text[kNetworkScriptSize] = {};
     Command_Config_Network_String(text, record);
-    // A script that could not be written whole fails when it runs.
+    // The results are dropped: a script that was not written in full shows its errors when it runs.
     std::fwrite(text, 1, std::strlen(text), script);
     std::fclose(script);
     runInShell("sync");

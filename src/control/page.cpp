@@ -9,7 +9,7 @@
 
 namespace {
 
-// State: the handle of these files, closed between operations.
+// State, main loop only: the handle of the page files, closed between operations.
 FileHandle pageFile;
 
 FileName fileName(uint8_t page, uint8_t mode)
@@ -45,8 +45,8 @@ int32_t LoadFromPage(uint8_t page)
             std::printf("read 2 %s fail\r\n", name.text);
             return 0;
         }
-        SaveViewSetting(
-            static_cast<int32_t>(i)); // a failure is logged there; the next view follows
+        // Dropped: a failure is logged there, and the next view follows.
+        SaveViewSetting(static_cast<int32_t>(i));
     }
     f_close(&pageFile);
     GetUserSetting()->pageNumber = page;
@@ -56,13 +56,13 @@ int32_t LoadFromPage(uint8_t page)
 int32_t SaveToPage(uint8_t page)
 {
     GetUserSetting()->factoryReset = 0;
-    UserSettingSaveTo(0); // a failure is logged there; the page is written all the same
+    UserSettingSaveTo(0); // dropped: a failure is logged there, and the page is still written
     if (sd_open(&pageFile, fileOfThisMode(page).text, kCreateAlways | kWrite) != kFileOk) {
         return 0;
     }
     for (uint32_t i = 0; i < kViewCount; ++i) {
-        LoadViewSetting(
-            static_cast<int32_t>(i)); // a view that is not stored is written as it leaves it
+        // Dropped: a view that is not stored is written as this leaves it.
+        LoadViewSetting(static_cast<int32_t>(i));
         uint32_t done = 0;
         if (f_write(&pageFile, GetSaveViewSetting(), sizeof(ViewSetting), &done) != kFileOk ||
             done != sizeof(ViewSetting)) {
@@ -86,7 +86,7 @@ int32_t HasSavePage(uint32_t page)
 
 int32_t ClearPage(uint8_t page)
 {
-    sd_unlink(fileName(page, 0).text); // of mode 0, whatever the mode is; there may be none
+    sd_unlink(fileName(page, 0).text); // always mode 0; dropped: the file may not exist
     return 1;
 }
 

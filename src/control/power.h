@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-// 1 on, 0 off, 255 neither since start-up.
+// 1 on, 0 off, 255 not switched since start-up.
 extern uint8_t powerState;
 
 void Power_Off();

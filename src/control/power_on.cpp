@@ -11,7 +11,8 @@ uint8_t powerOnTime_Count;
 
 int32_t Power_On()
 {
-    const int32_t length = std::printf("Power ON %ul\r\n", GetSysTick()); // the "l" is printed
+    // The format is "%u" and the letter "l".
+    const int32_t length = std::printf("Power ON %ul\r\n", GetSysTick());
     powerState = 1;
     return length;
 }

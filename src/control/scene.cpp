@@ -28,7 +28,7 @@ int32_t SaveView(int32_t view)
     if (view >= 0 && view < static_cast<int32_t>(kViewCount)) {
         GetUserSetting()->currentView = static_cast<uint8_t>(view);
         std::memcpy(GetSaveViewSetting(), GetViewSetting(), sizeof(ViewSetting));
-        SaveViewSetting(view); // a failure is logged there
+        SaveViewSetting(view); // dropped: a failure is logged there
     }
     return std::printf("save view%d used time = %d\r\n", view,
                        static_cast<int32_t>(GetSysTick() - start));
@@ -41,7 +41,7 @@ int32_t SaveCurrentView()
 
 int32_t isEmptyScene(uint8_t view)
 {
-    LoadViewSetting(view); // what it leaves is looked at, stored or not
+    LoadViewSetting(view); // dropped: what it leaves is checked, stored or not
     return isEmptyView(GetSaveViewSetting()) ? 1 : 0;
 }
 

@@ -1,8 +1,9 @@
 #pragma once
 
-// Views (scenes) at work: which of the 16 is shown, storing what is shown, and finding one that
-// shows anything. What is shown is the live record of GetViewSetting(). Stored views pass through
-// the slot buffer of GetSaveViewSetting(); every operation here overwrites it. Main loop only.
+// Views (scenes) at work: selecting which of the 16 is shown, storing what is shown, and finding
+// one that is not empty. What is shown is the live record of GetViewSetting(). Stored views pass
+// through the slot buffer of GetSaveViewSetting(). Every operation but getOutputMatrix() may
+// overwrite it. Main loop only.
 // Waiting for a later model: nothing that the daemon runs calls this.
 //
 // Requires: malloc_saveView() has been called.
@@ -11,9 +12,9 @@
 
 #include <cstdint>
 
-// Shows view `view`; only its low 4 bits count. If that is the user setting's current view and it
-// is not stored, or stored without a visible layer, what is shown is stored as this view. Any other
-// view that is not stored is shown as an empty one.
+// Shows view `view`; only its low 4 bits count. If it is the user setting's current view, and is
+// not stored or is stored without a visible layer, then what is shown is stored as this view. Any
+// other view that is not stored is shown as an empty one.
 int32_t SetCurrentView(uint32_t view);
 
 // Stores what is shown as view `view`, which becomes the user setting's current one. A number other
@@ -23,13 +24,13 @@ int32_t SaveView(int32_t view);
 // SaveView() for the user setting's current view.
 int32_t SaveCurrentView();
 
-// 1 when the view has no visible layer, else 0. A view that is not stored has none; but if it is
-// the user setting's current view, what is shown is looked at.
+// 1 when the view has no visible layer, else 0. A view that is not stored counts as empty, unless
+// it is the user setting's current view: then what is shown decides.
 int32_t isEmptyScene(uint8_t view);
 
-// The next view after `view` that is not empty; after 15 the search goes on with 0, up to `view`. 0
-// when there is none.
+// Returns the next view after `view` that is not empty. After 15 the search goes on from 0 up to
+// the one before `view`. Returns 0 when there is none.
 uint8_t getNextNoEmptyScene(uint8_t view);
 
-// The number of an output as the front board counts, from 1.
+// Returns the number of an output as the front board counts, from 1.
 uint32_t getOutputMatrix(uint32_t output);

@@ -6,12 +6,13 @@ namespace {
 
 constexpr uint32_t kSlots = 32;
 
-// State, main loop only. Slot n is free while _pFunc[n] is null.
+// State, main loop only. A slot is free while its function is null.
 void (*_pFunc[kSlots])();    // what to call
 uint32_t _startTime[kSlots]; // tick at which the slot was armed
 uint32_t _delayTime[kSlots]; // how long to wait, ms
 
-// The lowest slot that holds `function` (null: the lowest free one), or kSlots.
+// Returns the lowest slot that holds `function`, or kSlots if none does. Null finds the lowest free
+// slot.
 uint32_t findSlot(void (*function)())
 {
     uint32_t slot = 0;
@@ -49,7 +50,7 @@ void delayCall_task()
             isSysTickTimeout(static_cast<int32_t>(_startTime[slot]), _delayTime[slot]) == 0) {
             continue;
         }
-        // Free before the call, so that the function can arm itself again.
+        // Freed before the call so that the function can arm itself again.
         _pFunc[slot] = nullptr;
         function();
     }

@@ -1,20 +1,21 @@
 #pragma once
 
-// One-shot timers: call a function of no arguments once, on the main loop, after some milliseconds.
+// One-shot timers. Each calls a function without arguments once, on the main loop, after a delay in
+// milliseconds.
 //
-// Arming a function that is already waiting restarts its wait, so the table is a debouncer: a burst
-// of changes ends in one call after the last of them. Main loop only.
+// Arming a function that is already waiting restarts its wait, which debounces: a burst of changes
+// ends in one call after the last change. Main loop only.
 
 #include <cstdint>
 
 // Arms `function` to be called once `delay` milliseconds from now. A function that is already
-// waiting gets a new start and a new delay. Returns 1, or 0 when `function` is null or all 32 slots
-// hold other functions (nothing is changed then).
+// waiting gets a new start and a new delay. Returns 1; or 0, and changes nothing, when `function`
+// is null or all 32 slots hold other functions.
 int32_t AddDelayCallFunc(void (*function)(), uint32_t delay);
 
 // Calls, in slot order, every function whose wait is over. A slot is freed before its function is
-// called, so the function may arm itself or others. One armed into a later slot is looked at in the
-// same pass.
+// called, so the function may arm itself or others. A function armed into a later slot is checked
+// in the same pass.
 void delayCall_task();
 
 // Waiting for a later model -----------------------------------------------------------------------

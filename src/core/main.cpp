@@ -36,8 +36,8 @@ void ignoreSignal(int) {}
 // delay its messages.
 void prepareConsole()
 {
-    // If a standard stream were missing, the line or the socket would get its number, and the
-    // messages would go there.
+    // If a standard stream were closed, the serial line or the socket would get its descriptor, and
+    // the messages would go there.
     int descriptor;
     do {
         descriptor = open("/dev/null", O_RDWR);
@@ -45,7 +45,9 @@ void prepareConsole()
     if (descriptor >= 0) {
         close(descriptor);
     }
-    // A handler and not SIG_IGN, because the programs that the daemon starts would inherit that.
+    // A handler rather than SIG_IGN, which the programs that the daemon starts would inherit.
+    // The results are dropped: with valid arguments neither call fails, and the daemon would run
+    // on.
     struct sigaction action {};
     action.sa_handler = ignoreSignal;
     action.sa_flags = SA_RESTART;
@@ -57,13 +59,15 @@ void prepareConsole()
 
 int32_t initAll()
 {
-    MX_FATFS_Init();            // before the loaders of the last step, which read the directory
+    MX_FATFS_Init();            // makes the directory that the last step reads
     InitRs232CommandVariable(); // before UARTInit, whose reader thread fills the channels
     udp_receive_pipe_init();    // before udpecho_init, whose receive thread fills the pipes
-    malloc_saveView();
-    udpecho_init();           // before the settings are loaded, so that early datagrams are kept
-    UARTInit(0);              // the same for early bytes from the line
-    return loadAllUserPref(); // after the threads have started: they do not use the settings
+    malloc_saveView();          // not a constraint: loadAllUserPref would take the blocks too
+    // The threads start before the settings are loaded, so that nothing received early is lost.
+    // They do not use the settings.
+    udpecho_init();
+    UARTInit(0);
+    return loadAllUserPref();
 }
 
 void IdleTask()
@@ -91,14 +95,14 @@ int main(int, char **argv)
 {
     exec_argv = argv;
     prepareConsole();
-    initAll(); // its result says only whether settings were found; the daemon runs either way
+    initAll(); // dropped: the daemon also runs without stored settings
     std::puts("enter main");
     for (;;) {
         TaskCommand();
         delayCall_task();
         udp2uart_task();
         if (isUpdateProgram() != 0) {
-            continue; // without a pause: blocks come as fast as the line carries them
+            continue; // no pause: blocks arrive at the full speed of the line
         }
         TaskControl();
         IdleTask();

@@ -4,7 +4,7 @@
 
 #include "core/record.h"
 
-// Proof of the layout, as the header has it.
+// Proves the layout in the header.
 RECORD_FIELD(MemoryManager, 0, uint32_t, 1, freeCount)
 RECORD_FIELD(MemoryManager, 4, uint32_t, 1, peakFreeCount)
 RECORD_FIELD(MemoryManager, 8, uint32_t, 1, lostBytes)
@@ -23,8 +23,8 @@ namespace {
 constexpr uint32_t kWord = 4;
 constexpr uint32_t kPage = 4096;
 
-// `size` rounded up to a multiple of `unit` (a power of two) in `*rounded`; false when the result
-// does not fit in 32 bits.
+// Stores `size`, rounded up to a multiple of `unit` (a power of two), in `*rounded`. Returns false
+// when the result does not fit in 32 bits.
 bool roundUp(uint32_t size, uint32_t unit, uint32_t *rounded)
 {
     *rounded = (size + (unit - 1)) & ~(unit - 1);

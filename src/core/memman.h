@@ -1,6 +1,6 @@
 #pragma once
 
-// `memman`: a manager of one fixed region through a sorted table of its free extents. One manager
+// `memman` manages one fixed region of memory with a sorted table of its free extents. One manager
 // serves one thread.
 // Waiting for a later model: nothing that the daemon runs calls this.
 
@@ -19,29 +19,29 @@ struct MemoryManager {
 
     uint32_t freeCount;     // entries in use in `free`
     uint32_t peakFreeCount; // the largest value that freeCount has reached
-    uint32_t lostBytes;     // given back when there was no room to record it
-    uint32_t lostCount;     // how often that happened
+    uint32_t lostBytes;     // bytes given back that could not be recorded
+    uint32_t lostCount;     // number of such losses
     Extent free[kMaxFree];
 };
 
 inline constexpr uint32_t kMemmanBufferSize = 2 * 1024 * 1024;
-extern uint8_t _memman_buffer[kMemmanBufferSize]; // meant as the region
-extern MemoryManager *memman;                     // meant for its manager; null
+extern uint8_t _memman_buffer[kMemmanBufferSize]; // intended as the region
+extern MemoryManager *memman;                     // intended for its manager; null
 
 // Makes `manager` empty. The region is then added with memman_free().
 void memman_init(MemoryManager *manager);
 
-// Bytes free in all extents together.
+// Returns the number of free bytes in all extents.
 uint32_t memman_total(const MemoryManager *manager);
 
-// Takes `size` bytes, rounded up to a multiple of 4, from the first extent in address order that
-// holds them. Returns the address, or 0 when none does.
+// Takes `size` bytes, rounded up to a multiple of 4, from the first extent in address order that is
+// large enough. Returns the address, or 0 when there is none.
 [[nodiscard]] uint32_t memman_alloc(MemoryManager *manager, uint32_t size);
 
 // Gives back `size` bytes (rounded up as when they were taken) at `address` and joins them with the
 // free extents that they touch. Returns 0; or -1 when a new entry is needed and the table is full,
-// or the size cannot be rounded up in 32 bits: the piece is then lost for good and counted as lost.
-// Whether the piece lies in the region or overlaps a free extent is not checked.
+// or when the rounded size does not fit in 32 bits. The piece is then lost for good and counted as
+// lost. Nothing checks that the piece lies in the region or that it does not overlap a free extent.
 int32_t memman_free(MemoryManager *manager, uint32_t address, uint32_t size);
 
 // The same in whole pages of 4096 bytes.

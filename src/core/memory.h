@@ -1,17 +1,18 @@
 #pragma once
 
-// Memory for the long-lived buffers of the daemon: straight from the process heap. Any thread.
-// (core/memman.h is a manager for a fixed region.)
+// Memory for the daemon's long-lived buffers, taken straight from the process heap. Any thread.
+// (core/memman.h manages a fixed region instead.)
 
 #include <cstdint>
 
-// `size` bytes of uninitialised heap memory, or null. The caller owns it until mymem_free().
+// Returns `size` bytes of uninitialised heap memory, or null. The caller owns it until
+// mymem_free().
 [[nodiscard]] void *mymem_malloc(uint32_t size);
 
 // Gives heap memory back; null is allowed. Returns 0.
 int32_t mymem_free(void *memory);
 
-// Prints nothing: the hook for statistics of a pool, and the heap keeps none.
+// Prints nothing. It is the hook for the statistics of a memory pool; the heap keeps none.
 void mymem_print_info();
 
 // Waiting for a later model -----------------------------------------------------------------------

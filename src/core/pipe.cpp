@@ -21,7 +21,7 @@ void pipe_init(struct pipe *pipe, uint8_t *storage, uint16_t size)
 int32_t pipe_read(struct pipe *pipe, uint8_t *out)
 {
     uint8_t *const at = pipe->read.load(std::memory_order_relaxed);
-    // Pairs with the release in pipe_write: the byte is there once `write` has moved past it.
+    // Pairs with the release in pipe_write: once `write` has moved past a byte, the byte is stored.
     if (at == pipe->write.load(std::memory_order_acquire)) {
         *out = 0xFF;
         return 0;
@@ -35,7 +35,7 @@ int32_t pipe_write(struct pipe *pipe, uint8_t byte)
 {
     uint8_t *const at = pipe->write.load(std::memory_order_relaxed);
     uint8_t *const after = next(pipe, at);
-    // Pairs with the release in pipe_read: the slot is free once `read` has moved past it.
+    // Pairs with the release in pipe_read: once `read` has moved past a slot, the slot is free.
     if (after == pipe->read.load(std::memory_order_acquire)) {
         return 0;
     }
@@ -53,8 +53,8 @@ void pipe_pop_back(struct pipe *pipe, uint32_t count)
     pipe->write.store(at, std::memory_order_release);
 }
 
-// Either thread may ask, so both loads are acquires: each pairs with the release of the other
-// thread, in pipe_write and in pipe_read.
+// Either thread may ask, so both loads are acquires. They pair with the releases in pipe_read and
+// pipe_write.
 uint32_t pipe_count(const struct pipe *pipe)
 {
     const uint8_t *const read = pipe->read.load(std::memory_order_acquire);

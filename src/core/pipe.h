@@ -1,19 +1,19 @@
 #pragma once
 
-// The byte ring that carries every byte stream of the daemon from one thread to one other.
+// The byte ring that carries every byte stream inside the daemon, from one thread to one other.
 //
 // Exactly one writer thread (pipe_write, pipe_pop_back) and exactly one reader thread (pipe_read)
-// may use a pipe at the same time; either may ask how full it is. There is no lock: the writer
-// publishes a byte by the release store of `write`, which the reader loads with acquire, and the
-// reader hands a slot back by the release store of `read`, which the writer loads with acquire.
+// may use a pipe at the same time. Either may ask how full it is. There is no lock. The writer
+// publishes a byte by a release store of `write`, which the reader loads with acquire. The reader
+// hands a slot back by a release store of `read`, which the writer loads with acquire.
 
 #include <atomic>
 #include <cstdint>
 
-// (POSIX has a function of this name: write `struct pipe`.)
+// (POSIX has a function of this name, so write `struct pipe`.)
 //
-// Invariant: start <= read, write < end. Empty when write == read; full when one more byte would
-// make them equal, so that storage of N bytes holds N - 1.
+// Invariant: start <= read, write < end. The ring is empty when write == read, and full when one
+// more byte would make them equal, so a storage of N bytes holds N - 1.
 struct pipe {
     uint8_t *start;               // first byte of the caller's storage
     std::atomic<uint8_t *> write; // where the next byte goes; moved by the writer only
@@ -23,22 +23,24 @@ struct pipe {
 static_assert(sizeof(struct pipe) == 4 * sizeof(uint8_t *), "four pointers and nothing else");
 static_assert(std::atomic<uint8_t *>::is_always_lock_free);
 
-// Makes `pipe` an empty ring over `storage` of `size` bytes (1 to 65535). The storage stays the
-// caller's and must outlive the pipe. Requires: no other thread knows the pipe yet.
+// Makes `pipe` an empty ring over `storage` of `size` bytes (1 to 65535). The caller keeps the
+// storage, which must outlive the pipe.
+// Requires: no other thread knows the pipe yet.
 void pipe_init(struct pipe *pipe, uint8_t *storage, uint16_t size);
 
-// Takes the oldest byte into `*out` and returns 1. When empty, stores 0xFF there and returns 0.
+// Takes the oldest byte into `*out` and returns 1. If the pipe is empty, stores 0xFF there and
+// returns 0.
 [[nodiscard]] int32_t pipe_read(struct pipe *pipe, uint8_t *out);
 
-// Appends `byte` and returns 1. When full, drops it and returns 0; nothing else changes.
+// Appends `byte` and returns 1. If the pipe is full, drops the byte and returns 0.
 int32_t pipe_write(struct pipe *pipe, uint8_t byte);
 
 // Takes back the last `count` bytes written. This is not checked against the reader.
 // Requires: the bytes are still in the pipe.
 void pipe_pop_back(struct pipe *pipe, uint32_t count);
 
-// How many bytes are in the pipe. The other thread may change that at any time: the reader finds at
-// least so many, and the writer at most.
+// The number of bytes in the pipe. The other thread may change it at any time: for the reader it is
+// a lower bound, for the writer an upper one.
 [[nodiscard]] uint32_t pipe_count(const struct pipe *pipe);
 
 // Waiting for a later model -----------------------------------------------------------------------

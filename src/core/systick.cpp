@@ -7,7 +7,7 @@ namespace {
 
 constexpr uint32_t kSignBit = 0x80000000;
 
-// The highest current tick that is taken for "just wrapped"; above it the clock was set back.
+// The highest current tick that counts as wrapped. Above it, the clock was set back.
 constexpr uint32_t kLastTickAfterWrap = 0x7FFFFFFE;
 
 } // namespace
@@ -16,8 +16,8 @@ uint32_t GetSysTick()
 {
     timeval now{};
     gettimeofday(&now, nullptr);
-    // Signed seconds sign-extended into unsigned arithmetic: no clock setting can overflow it, and
-    // the low 32 bits, which alone count, come out the same.
+    // The signed seconds are sign-extended and multiplied as unsigned, so no clock setting can
+    // overflow. The low 32 bits, the only ones kept, are the same either way.
     const uint64_t milliseconds =
         static_cast<uint64_t>(now.tv_sec) * 1000u + static_cast<uint64_t>(now.tv_usec / 1000);
     return static_cast<uint32_t>(milliseconds);

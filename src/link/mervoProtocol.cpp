@@ -7,7 +7,7 @@
 #include "core/record.h"
 #include "core/systick.h"
 
-// Proof of the layout, as the header has it.
+// Proves the layout in the header.
 RECORD_FIELD(MervoLink, 0, uint8_t, 1, answered)
 RECORD_FIELD(MervoLink, 1, uint8_t, 1, count)
 RECORD_FIELD(MervoLink, 2, uint8_t, 1, state)
@@ -28,7 +28,7 @@ namespace {
 constexpr uint8_t cmd_header[2] = {'<', 'F'};
 constexpr uint8_t cmd_end = '>';
 
-constexpr uint8_t kMostUnanswered = 29; // with more a sender waits
+constexpr uint8_t kMostUnanswered = 29; // with more, a sender waits
 constexpr uint32_t kAnswerMs = 3000;
 constexpr uint32_t kNoDeviceMs = 20; // for a device that is not known to answer
 
@@ -59,7 +59,7 @@ bool isTimedOut(uint32_t start, uint32_t timeout)
     return isSysTickTimeout(static_cast<int32_t>(start), timeout) != 0;
 }
 
-// False after a time-out, which the caller logs.
+// Returns false after a time-out, which the caller logs.
 bool waitForRoom(MervoLink *link, uint32_t address)
 {
     const uint32_t start = GetSysTick();
@@ -77,7 +77,7 @@ bool waitForRoom(MervoLink *link, uint32_t address)
     return true;
 }
 
-// Takes one of the 16 digits, whatever character it is.
+// Takes one of the 16 digits, without checking that it is one.
 void takeDigit(MervoLink *link, uint8_t character)
 {
     link->hexPair[link->count % 2] = static_cast<char>(character);
@@ -169,7 +169,7 @@ int32_t _send_cmd_mervo(MervoLink *link, uint32_t address, uint32_t command, uin
                         uint32_t data2, uint32_t data3, uint32_t data4)
 {
     link->sequence = static_cast<uint8_t>(link->sequence + 1);
-    // The frame of the front board's commands, with the number in the place of the tag.
+    // A frame as for the front board's commands, with the number in place of the tag.
     Rs232Command record = {static_cast<uint8_t>(address), link->sequence,
                            static_cast<uint8_t>(command), static_cast<uint8_t>(data1),
                            static_cast<uint8_t>(data2),   static_cast<uint8_t>(data3),
@@ -211,12 +211,12 @@ int32_t SendCmdAndDataBlock_MervoProtocol(MervoLink *link, uint32_t address, uin
     _send_cmd_mervo(link, address, command, data1, data2, data3, data4);
     if (length > 0) {
         SetBufferCheckSum(block, static_cast<uint32_t>(length));
-        link->send(block, length);
+        link->send(block, length); // the result is dropped: a lost block shows as a lost answer
     }
     if (!waitForRoom(link, address)) {
         std::printf("4. can't receive %d = %d\r\n", static_cast<uint8_t>(address), link->sequence);
     }
-    // Also 0 where there was nothing to wait for: no device may be there to take the block.
+    // Not simply 1: without a wait, there may be no device to take the block.
     return link->answered;
 }
 

@@ -9,7 +9,7 @@ namespace {
 
 constexpr char kFile[] = "DevInfo.sav";
 
-// State, main loop only: the record, zero until it is loaded. Written here, and by the callers of
+// State, main loop only: the record, zero until loaded. Written here and by callers of
 // getDeviceInfo().
 DeviceInfo _deviceInfo;
 
@@ -32,7 +32,7 @@ int32_t saveDeviceInfo()
 
 void loadDeviceInfo()
 {
-    readDeviceInfo(); // dropped: the identifications judge the record, not the file's length
+    readDeviceInfo(); // dropped: only the identifications count
     if (_deviceInfo.identification == kDeviceInfoId &&
         _deviceInfo.secondIdentification == kDeviceInfoSecondId) {
         return;

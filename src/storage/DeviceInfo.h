@@ -3,9 +3,9 @@
 // The device information, one record in memory that is its file "DevInfo.sav" byte for byte
 // (little-endian, no version, no checksum). docs/files.md describes it.
 //
-// The record is loaded at start-up and judged by its two identifications alone: if one is wrong,
-// the defaults replace it. The bytes that a missing or short file lacks stay as they were in the
-// record, zero at start-up. Main loop only.
+// The record is loaded at start-up. Only its two identifications are checked: if one is wrong, the
+// defaults replace the record. Bytes that a missing or short file lacks stay as they were in the
+// record, which is zero at start-up. Main loop only.
 
 #include <cstdint>
 
@@ -21,10 +21,10 @@ struct DeviceInfo {
 inline constexpr uint32_t kDeviceInfoId = 0x4BCD365C;
 inline constexpr uint32_t kDeviceInfoSecondId = 0x3200;
 
-// Returns the length of the file, 0 when it cannot be opened.
+// Reads the file into the record. Returns the length of the file, or 0 when it cannot be opened.
 uint32_t readDeviceInfo();
 
-// Both write the file. Return 1, or 0 when it cannot be opened.
+// Both write the record to the file. Return 1, or 0 when the file cannot be opened.
 int32_t writeDeviceInfo();
 int32_t saveDeviceInfo();
 
@@ -32,7 +32,7 @@ int32_t saveDeviceInfo();
 // record, without saving it.
 void loadDeviceInfo();
 
-// Sets the identifications and clears the device byte. The rest stays, the serial number too.
+// Sets the identifications and clears the device byte. The rest stays, including the serial number.
 void resetDeviceInfo();
 
 uint32_t getDeviceSN();

@@ -23,7 +23,7 @@ static_assert(recordsHaveNoHole(kLines), "a field has no line, or stands after p
 
 constexpr int32_t kSlot = 0;
 
-// State, main loop only: the record, zero until it is loaded. Written here, and by the callers of
+// State, main loop only: the record, zero until loaded. Written here and by callers of
 // GetTimeControl().
 TimeControl _timeControl;
 
@@ -51,7 +51,7 @@ int32_t WriteTimeControl(int32_t slot)
 
 void loadTimeControl(int32_t slot)
 {
-    ReadTimeControl(kSlot); // dropped: the identification judges the record, not the file's length
+    ReadTimeControl(kSlot); // dropped: only the identification counts
     if (_timeControl.identification == kTimeControlId) {
         return;
     }

@@ -13,19 +13,19 @@ struct TimeControl {
     uint8_t settingByte4;
     uint8_t settingByte5;
     uint8_t entries[144];
-    uint8_t padding[2]; // written as they stand
+    uint8_t padding[2]; // saved unchanged
 };
 
 // The record itself.
 TimeControl *GetTimeControl();
 
-// Read or write "timeCon%d.sav" of the slot. The results are those of sd_readFile() and
+// Read or write "timeCon%d.sav" of the slot. Return the results of sd_readFile() and
 // sd_writeFile().
 uint32_t ReadTimeControl(int32_t slot);
 int32_t WriteTimeControl(int32_t slot);
 
-// Load and save slot 0, whatever slot is given: there is one table. If the identification is wrong
-// after loading, a message is printed, and the record is reset and saved.
+// Load and save slot 0, and ignore `slot`: there is only one table. If the identification is wrong
+// after loading, a message is printed and the record is reset and saved.
 void loadTimeControl(int32_t slot);
 int32_t saveTimeControl(int32_t slot);
 

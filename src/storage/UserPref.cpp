@@ -9,14 +9,14 @@ namespace {
 
 constexpr char kFile[] = "UserPref.sav";
 
-// State, main loop only: the record, zero until it is loaded. Written here, and by the callers of
+// State, main loop only: the record, zero until loaded. Written here and by callers of
 // getUserPref().
 UserPref _userPref;
 
 // Returns true when the stored record was wrong and the defaults have replaced it.
 bool readOrReset()
 {
-    readUserPref(); // dropped: the identification judges the record, not the file's length
+    readUserPref(); // dropped: only the identification counts
     if (_userPref.identification == kUserPrefId) {
         return false;
     }

@@ -11,9 +11,9 @@ namespace {
 
 static_assert(alignof(UserSetting) <= alignof(std::max_align_t), "the heap does not align it");
 
-// They serve before malloc_saveView(), and after it in place of the blocks that the heap did not
-// give, because the getters have no failure result and every caller writes through their pointers.
-// Untouched, they take no memory.
+// Used before malloc_saveView(), and after it in place of blocks that the heap could not supply,
+// because the getters have no failure result and every caller writes through their pointers.
+// Untouched, they occupy no memory.
 UserSetting spareUserSettings[2];
 ViewSetting spareViewSettings[2];
 

@@ -4,14 +4,14 @@
 // was last loaded or saved, the current view, and the buffer through which stored views pass.
 //
 // The getters return the blocks themselves: change fields in place, then call the matching save.
-// The blocks are zero until they are loaded. Main loop only.
+// The blocks are zero until loaded. Main loop only.
 //
-// Requires: malloc_saveView() has been called, for every other operation.
+// Requires: malloc_saveView() has been called (for every operation but itself).
 
 #include "storage/UserSettingRecord.h"
 
-// Takes the four blocks from the heap, zero, and keeps them for good: later calls do nothing. A
-// block that the heap does not give is replaced by one of the program's own.
+// Allocates the four blocks from the heap, zeroed, for good: later calls do nothing. If the heap
+// has no memory for a block, a static block replaces it.
 void malloc_saveView();
 
 UserSetting *GetUserSetting();
@@ -29,8 +29,8 @@ void ResetViewSetting();
 // Clears the flags of all containers, in the view's other settings and in each container's.
 void clearContainerFlags(ViewSetting *view);
 
-// The number of the view now shown: 0 to 15, unless a loaded file has another. Written by the
-// loading and the reset of the user setting, and by SetCurrentView().
+// The number of the view now shown: 0 to 15, unless a loaded file has another number. Written when
+// the user setting is loaded or reset, and by SetCurrentView().
 extern uint8_t _currentView;
 
 // The active size of output 0, in pixels and lines.
@@ -45,10 +45,12 @@ uint8_t GetExtInputFormat();
 
 // Waiting for a later model -----------------------------------------------------------------------
 
-// The copy. If it does not begin with the identification, it is made equal to the record first.
+// Returns the copy. If it does not begin with the identification, it is first made equal to the
+// record.
 UserSetting *GetUserSetting_old();
 
-// The current view. If its identification is wrong, ResetViewSetting() makes it anew first.
+// Returns the current view. If its identification is wrong, it is first reset by
+// ResetViewSetting().
 ViewSetting *GetViewSetting();
 
 // The buffer that a stored view is read into and written from.

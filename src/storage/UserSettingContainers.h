@@ -5,6 +5,6 @@
 //
 // Requires: malloc_saveView() has been called.
 
-// The first container takes the size of the largest output group, the others get 0 x 0. Nothing is
-// saved. A field that this reset does not set keeps its value.
+// Gives the first container the largest width and height of the output groups, and the others 0 x
+// 0. Nothing is saved. Fields that this reset does not set keep their values.
 void ResetContainerMsg();

@@ -17,7 +17,7 @@ FileName fileName(int32_t slot)
 
 bool readIsGood(int32_t slot)
 {
-    ReadUserSetting(slot); // dropped: the identifications judge the record, not the file's length
+    ReadUserSetting(slot); // dropped: only the identifications count
     const UserSetting &setting = *GetUserSetting();
     return setting.identification == kUserSettingId &&
            setting.trailingIdentification == kUserSettingTrailingId;

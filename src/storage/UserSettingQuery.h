@@ -1,20 +1,19 @@
 #pragma once
 
-// Questions about the user setting record and its two views, and the changes of a layer's alpha. A
-// question about a number out of range returns 0 (or null), and a change of one does nothing. Main
-// loop only.
+// Queries on the user setting record and its two views, and setters for a layer's alpha. For a
+// number out of range, a query returns 0 (or null) and a setter does nothing. Main loop only.
 // Waiting for a later model: nothing that the daemon runs calls this.
 //
 // Requires: malloc_saveView() has been called.
 
 #include "storage/UserSettingRecord.h"
 
-// The largest width and height, in pixels and lines, of the 24 output group areas; 0 when none is
+// The largest width (pixels) and height (lines) of the 24 output group areas; 0 when none is
 // positive.
 uint32_t GetOutMaxWidth();
 uint32_t GetOutMaxHeight();
 
-// The active size of the video format number `port` / 4.
+// The active size of the video format with the id `port` / 4.
 uint32_t getOutputPortWidth(uint32_t port);
 uint32_t getOutputPortHeight(uint32_t port);
 

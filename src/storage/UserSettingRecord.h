@@ -2,20 +2,20 @@
 
 // The user setting record, the whole working state of the signal path: timings of inputs and
 // outputs, containers, output groups, and the preview and the program view. It is the content of
-// "save%d.sav". docs/files.md describes it, with the defaults. storage/ViewRecord.h explains the
-// names with a number.
+// "save%d.sav". docs/files.md describes it, with the defaults. storage/ViewRecord.h explains names
+// that contain a number.
 
 #include "storage/ViewRecord.h"
 
 inline constexpr uint32_t kInputCount = 26;
-inline constexpr uint32_t kTimedInputCount = 24; // the first ones: a reset gives them a timing
+inline constexpr uint32_t kTimedInputCount = 24; // the first 24, which a reset gives a timing
 inline constexpr uint32_t kOutputCount = 6;
 inline constexpr uint32_t kGroupCount = 24;
 inline constexpr uint32_t kRs1OutputCount = 24;
 inline constexpr uint32_t kUserSettingId = 0x2021365C;
 inline constexpr uint32_t kUserSettingTrailingId = 0x00123456;
 
-// Raster timing. Pixels and lines; the starts count from the leading edge of the sync.
+// Raster timing, in pixels and lines. The starts count from the leading edge of the sync.
 struct InputTiming {
     uint8_t format;       // video format id
     uint8_t syncPolarity; // bit 0 horizontal, bit 1 vertical, set: negative
@@ -80,8 +80,7 @@ struct OutputTiming {
     uint32_t timingWord24;
 };
 
-// Size classes of the custom format. Any other value is neither 4K2K nor 8K1K, but not ordinary
-// either.
+// Size classes of the custom format. Any other value is none of the three.
 inline constexpr uint8_t kSizeClassOrdinary = 0;
 inline constexpr uint8_t kSizeClass4K2K = 1;
 inline constexpr uint8_t kSizeClass8K1K = 2;
@@ -121,7 +120,7 @@ struct Container {
 struct GroupArea {
     uint8_t groupByte0; // 255 after a reset
     uint8_t reserved1[7];
-    int32_t width; // pixels; a reset leaves both
+    int32_t width; // pixels; a reset leaves width and height alone
     uint8_t reserved12[4];
     int32_t height;
 };
@@ -157,11 +156,11 @@ struct UserSetting {
     GroupArea groupAreas[kGroupCount];
     uint8_t groupFlags[kGroupCount];
 
-    uint8_t inputFlags[kTimedInputCount]; // those of inputs 24 and 25 are the next two bytes
-    uint8_t userModeMirror;               // 1 by a load in user mode; in the names of pages
-    uint8_t factoryReset;                 // set and cleared by a reset, cleared with a page
-    uint8_t pageNumber;                   // of the page last loaded or saved
-    uint8_t currentView;                  // number of the view last set or saved
+    uint8_t inputFlags[kTimedInputCount]; // inputs 24 and 25 have none
+    uint8_t userModeMirror; // set to 1 by a load in user mode; part of page file names
+    uint8_t factoryReset;   // set, then cleared by a reset; cleared by saving a page
+    uint8_t pageNumber;     // of the page last loaded or saved
+    uint8_t currentView;    // number of the view last set or saved
 
     uint8_t table3716[8];
     uint8_t reserved3724[2];

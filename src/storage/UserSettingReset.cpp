@@ -86,7 +86,7 @@ void ResetUserSettingSave()
     UserSetting &setting = *GetUserSetting();
     setting.identification = kUserSettingId;
     setting.trailingIdentification = kUserSettingTrailingId;
-    setting.factoryReset = 1; // until ResetPreInputSetting() of input 25, below, clears it
+    setting.factoryReset = 1; // until ResetPreInputSetting(25), below, clears it
     setting.extInputFormat = kOutputFormat;
     setting.settingByte2412 = 128;
 
@@ -168,8 +168,8 @@ void ResetPreInputSetting(uint32_t input)
     preInput.preInputByte33 = 0;
     preInput.preInputByte34 = 0;
 
-    // There are 24 flags. Those of inputs 24 and 25 would be the two bytes after them, and stored
-    // settings have these cleared.
+    // There are only 24 flags. For inputs 24 and 25 the two bytes after them are cleared instead,
+    // as existing settings files have them.
     if (timed) {
         setting.inputFlags[input] = 0;
     } else if (input == kTimedInputCount) {

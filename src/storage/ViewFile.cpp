@@ -9,7 +9,7 @@
 
 namespace {
 
-// State: the handle of these files, closed between operations.
+// State, main loop only: the handle of the view files, closed between operations.
 FileHandle viewFile;
 
 FileName fileName(int32_t slot)

@@ -10,24 +10,25 @@
 
 #include <cstdint>
 
-// Makes the slot buffer an empty view with the layers of the preview: other settings at their
-// defaults, view number 1, all alphas 0. The RS1 block stays, and so do the containers except for
-// their flags.
+// Makes the slot buffer an empty view with the layers of the preview. The other settings get their
+// defaults, the view number becomes 1, and all alphas become 0. The RS1 block stays, and so do the
+// containers except for their flags, which are cleared.
 void ResetSaveViewSetting();
 
-// Reads a stored view into the slot buffer, with a second attempt. Returns 1; or 0 when there is
-// none, or the slot is not one of 0 to 15.
+// Reads a stored view into the slot buffer, trying twice. Returns 1; or 0 when there is no such
+// view or the slot is not 0 to 15.
 //
-// After a result of 0 the buffer holds a copy of the current view if the slot is the user setting's
+// After a result of 0 the buffer holds a copy of the current view if `slot` is the user setting's
 // current view, and otherwise an empty view as ResetSaveViewSetting() makes it. A stored view
-// without a visible layer counts as none if it is the current view, and otherwise as stored. A
-// short file fills the beginning of the buffer, and the identification may be that of the buffer's
-// old content.
+// without a visible layer counts as not stored if it is the current view, and as stored otherwise.
+// A short file fills only the beginning of the buffer, so the identification checked may be that of
+// the old content.
 int32_t LoadViewSetting(int32_t slot);
 
-// Stores the slot buffer, with identification and view number set. Returns 1; or 0 when the slot is
-// not one of 0 to 15, or (and a message) when the file cannot be opened or takes less than the
-// whole view. Bytes still in the stream's buffer, as on a full disk, are lost without a failure.
+// Stores the slot buffer, after setting its identification and view number. Returns 1. Returns 0
+// when the slot is not 0 to 15, or, with a message, when the file cannot be opened or takes less
+// than the whole view. Bytes still in the stream's buffer may be lost without a failure, as on a
+// full disk.
 int32_t SaveViewSetting(int32_t slot);
 
 // Removes all stored views, and clears the identification in the slot buffer.

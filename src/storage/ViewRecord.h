@@ -1,11 +1,11 @@
 #pragma once
 
 // The record of one view, a complete screen composition: 96 layers, their stacking and alpha, and
-// the containers' settings. It is the content of "view%d.sav" and a sixteenth of a page, and the
-// user setting record has it twice. docs/files.md describes it, with the defaults.
+// the containers' settings. It is the content of "view%d.sav" and a sixteenth of a page. The user
+// setting record contains two. docs/files.md describes it, with the defaults.
 //
-// A field with a number in its name is one of which this program knows only the place and the
-// default; the number is its offset.
+// Of a field with a number in its name, this program knows only the offset, which is the number,
+// and the default.
 
 #include <cstdint>
 
@@ -16,7 +16,7 @@ inline constexpr uint32_t kViewId = 0x29215679;
 
 struct Layer {
     uint8_t inputPort; // number of the input
-    uint8_t state;     // cleared in the program view with every load
+    uint8_t state;     // cleared in the program view by every load
     uint8_t layerBytes2[2];
     uint16_t sourceX; // pixels of the input, as the next three
     uint16_t sourceY;
@@ -99,7 +99,7 @@ struct ViewSetting {
     uint8_t layerAlphaPos[kLayerCount]; // stacking position
     uint8_t layerAlpha[kLayerCount];    // 0: the layer is not shown; all 0: the view is empty
     OtherSetting other;
-    uint8_t viewNumber; // the slot it was saved to; of the program view 1, of the preview 0
+    uint8_t viewNumber; // the slot it was saved to; 1 in the program view, 0 in the preview
     uint8_t reserved2743;
     Rs1Setting rs1;
     ContainerOther containers[kContainerCount];

@@ -6,7 +6,7 @@
 
 namespace {
 
-// By how much the settings' words 4 and 6 are less than the active size of output 0.
+// The settings' words 4 and 6 are the active width and height of output 0, less these.
 constexpr uint32_t kFromRight = 256;
 constexpr uint32_t kFromBottom = 128;
 
@@ -46,7 +46,7 @@ void ResetOtherSetting(ViewSetting *view)
     view->other.settingWord4 = static_cast<uint16_t>(GetOutHActive() - kFromRight);
     view->other.settingWord6 = static_cast<uint16_t>(GetOutVActive() - kFromBottom);
     view->other.settingByte8 = 1;
-    view->viewNumber = 1; // the byte after the block: stored settings have it so
+    view->viewNumber = 1; // the byte after the block; stored settings have it so
 }
 
 void ResetContainerOtherSetting(uint32_t container)
@@ -84,7 +84,7 @@ void ResetRS1_Setting(Rs1Setting *rs1)
             half.word8 = 0;
             half.byte10 = 0;
         }
-        entry.halves[1].byte11 = 0; // of the second half only
+        entry.halves[1].byte11 = 0; // in the second half only
     }
     for (Rs1Third &entry : rs1->third) {
         std::memset(entry.words0, 0, sizeof entry.words0);

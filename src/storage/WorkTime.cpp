@@ -6,7 +6,7 @@ namespace {
 
 constexpr char kFile[] = "workTime.sav";
 
-// State, main loop only: the list, zero until it is loaded. Written here, and by the callers of
+// State, main loop only: the list, zero until loaded. Written here and by callers of
 // getWorkTimeList().
 WorkTimeList _workTimeList;
 
@@ -42,7 +42,7 @@ int32_t saveWorkTimeList()
 
 void loadWorkTimeList()
 {
-    ReadWorkTime(); // dropped: the identification judges the record, not the file's length
+    ReadWorkTime(); // dropped: only the identification counts
     // The results of saving are dropped: if it fails, the next start makes the same changes.
     if (_workTimeList.identification != kWorkTimeListId) {
         resetWorkTimeList();
@@ -67,7 +67,7 @@ void resetWorkTimeList()
 
 namespace {
 
-uint8_t isOn; // written by resetPowerOnTime()
+uint8_t isOn; // written by resetPowerOnTime(); never read
 
 } // namespace
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// The description of the board, of which this model knows nothing. Main loop only.
+// The description of the board. This model has none. Main loop only.
 // Waiting for a later model: nothing that the daemon runs calls this.
 
 #include <cstdint>

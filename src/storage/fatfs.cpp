@@ -18,7 +18,7 @@ void settingsPath(char *out, const char *name)
     }
 }
 
-// The "e" keeps the file from the programs that the daemon starts.
+// The "e" keeps programs that the daemon starts from inheriting the file.
 const char *streamMode(uint32_t mode)
 {
     if ((mode & (kCreateAlways | kCreateNew)) != 0) {
@@ -54,7 +54,7 @@ uint32_t f_close(FileHandle *handle)
     if (*handle == nullptr) {
         return kFileFailed;
     }
-    std::fclose(*handle); // dropped: bytes that the disk does not take are lost without a failure
+    std::fclose(*handle); // dropped: a full disk is not reported here
     *handle = nullptr;
     return kFileOk;
 }
@@ -112,7 +112,7 @@ uint32_t sd_open(FileHandle *handle, const char *name, uint32_t mode)
     if (f_open(handle, path, kCreateNew | kWrite) == kFileOk) {
         return kFileOk;
     }
-    // Opens nothing: a failed creation ends in kFileBadMode.
+    // This opens nothing; it turns a failed creation into kFileBadMode.
     return f_open(handle, path, kWrite);
 }
 

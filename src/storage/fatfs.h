@@ -3,28 +3,29 @@
 // The file store: every persistent setting is one flat file in one directory, read and written
 // whole. The f_ operations work on an open file, the sd_ operations on bare names in the directory.
 //
-// Nothing here is atomic: a save truncates the file and writes it anew, so a power cut in between
-// leaves it empty or short. Main loop only, and not re-entrant: the whole-file operations share one
-// handle.
+// Nothing here is atomic: a save truncates the file and writes it anew, so a power cut during a
+// save leaves it empty or short. Main loop only, and not re-entrant: the whole-file operations
+// share one handle.
 
 #include <cstdint>
 #include <cstdio>
 
 inline constexpr char USERPath[] = "/userdata/"; // the settings directory, with its slash
 
-// Every path is built in a buffer of this size, its closing zero included. One that does not fit
-// becomes the empty path, which no file has.
+// The size of every path buffer, closing zero included. A path that does not fit becomes the empty
+// path, which no file has.
 inline constexpr uint32_t kPathSize = 256;
 
-// An open file: the caller's word, null while closed. Started programs do not inherit the file.
+// An open file; null while closed. The caller owns the handle. Programs that the daemon starts do
+// not inherit the file.
 using FileHandle = std::FILE *;
 
 // Results of the f_ operations, sd_open and sd_unlink.
 inline constexpr uint32_t kFileOk = 0;
-inline constexpr uint32_t kFileFailed = 4;   // cannot be opened or removed; or the handle is closed
+inline constexpr uint32_t kFileFailed = 4;   // cannot be opened or removed, or the handle is closed
 inline constexpr uint32_t kFileBadMode = 19; // the mode opens nothing
 
-// Bits of a mode. If several are set, the first of them in this list decides.
+// Bits of a mode. If several are set, the first one in this list decides.
 inline constexpr uint32_t kCreateAlways = 0x08; // empty or make the file, for writing
 inline constexpr uint32_t kCreateNew = 0x04;    // the same
 inline constexpr uint32_t kRead = 0x01;         // an existing file, for reading
@@ -32,12 +33,13 @@ inline constexpr uint32_t kOpenAlways = 0x10;   // open or make the file, write 
 inline constexpr uint32_t kAppend = 0x20;       // the same
 inline constexpr uint32_t kWrite = 0x02;        // opens nothing by itself
 
-// Opens the file at the full `path` and stores it in `*handle`, null (and a message) on failure. A
-// file that `*handle` held before is not closed. A mode that opens nothing leaves `*handle` alone.
+// Opens the file at the full `path` and stores it in `*handle`. On failure stores null and prints a
+// message. A file that `*handle` held before is not closed. A mode that opens nothing leaves
+// `*handle` alone.
 [[nodiscard]] uint32_t f_open(FileHandle *handle, const char *path, uint32_t mode);
 
-// Closes the file and makes the handle null. Fails only when the handle is closed already: bytes
-// that the file's buffer still held may be lost without a failure.
+// Closes the file and makes the handle null. Fails only when the handle is already closed. Bytes
+// still in the file's buffer may be lost without a failure.
 uint32_t f_close(FileHandle *handle);
 
 // Removes a file, or an empty directory.
@@ -46,20 +48,20 @@ uint32_t f_unlink(const char *path);
 // The file's length in bytes, modulo 2^32; 0 when the handle is closed. Rewinds the file.
 uint32_t f_size(FileHandle *handle);
 
-// Transfer up to `count` bytes and store how many there were in `*done`, which stays as it was when
-// the handle is closed. A short transfer is no failure, and the bytes written may still be in the
-// stream's buffer.
+// Transfer up to `count` bytes and store the number transferred in `*done`, or leave it alone when
+// the handle is closed. A short transfer is not a failure. Written bytes may still be in the file's
+// buffer.
 uint32_t f_read(FileHandle *handle, void *buffer, uint32_t count, uint32_t *done);
 uint32_t f_write(FileHandle *handle, const void *buffer, uint32_t count, uint32_t *done);
 
-// The name of the settings file number `number` of a kind: "save0.sav" of kind "save". A kind has
-// sixteen characters at most.
+// The name of a numbered settings file: "save0.sav" for kind "save" and number 0.
+// Requires: `kind` has at most sixteen characters.
 struct FileName {
     char text[32];
 };
 FileName numberedFile(const char *kind, int32_t number);
 
-// f_open() in the settings directory. With kCreateAlways in the mode a failure is kFileBadMode.
+// f_open() in the settings directory. If the mode has kCreateAlways, a failure is kFileBadMode.
 [[nodiscard]] uint32_t sd_open(FileHandle *handle, const char *name, uint32_t mode);
 
 uint32_t sd_unlink(const char *name);
@@ -68,16 +70,17 @@ uint32_t sd_unlink(const char *name);
 uint32_t sd_getFileSize(const char *name);
 
 // Reads the file into `buffer`, `capacity` bytes at most. Returns the length of the file, not the
-// number of bytes read, and prints a message when the two differ; 0 when it cannot be opened. The
-// rest of the buffer stays as it was.
+// number of bytes read, and prints a message when the two differ. Returns 0 when the file cannot be
+// opened. The rest of the buffer stays as it was.
 uint32_t sd_readFile(const char *name, void *buffer, uint32_t capacity);
 
-// Makes or replaces the file. Returns 1, or 0 (and a message) when it cannot be opened. Bytes that
+// Makes or replaces the file. Returns 1, or 0 with a message when it cannot be opened. Bytes that
 // the file system does not take, as on a full disk, are lost without a failure.
 int32_t sd_writeFile(const char *name, const void *buffer, uint32_t length);
 
-// Makes every missing directory in `path` that is followed by a "/". Returns 0; or -1, with a
-// message at the first that cannot be made, and without one when `path` exceeds kPathSize.
+// Makes every missing directory in `path` that is followed by a "/". Returns 0. At the first one
+// that cannot be made, prints a message and returns -1. Returns -1 without a message when `path`
+// does not fit in kPathSize.
 int32_t CreateDir(const char *path);
 
 // Makes the settings directory. Returns the result of CreateDir().

@@ -1,11 +1,11 @@
 #pragma once
 
-// The loading of everything that is stored, at start-up. Main loop only.
+// Loads everything that is stored, at start-up. Main loop only.
 
 #include <cstdint>
 
-// Takes the blocks of malloc_saveView() (storage/UserSetting.h), then loads the preferences, the
-// device information, the work-time list and slot 0 of the user setting.
+// Calls malloc_saveView() (storage/UserSetting.h), then loads the preferences, the device
+// information, the work-time list and slot 0 of the user setting.
 // Requires: MX_FATFS_Init() has been called.
 // Returns the result of loadUserSetting().
 int32_t loadAllUserPref();

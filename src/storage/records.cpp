@@ -1,4 +1,4 @@
-// Proof that the records that the daemon loads and saves are laid out as docs/files.md says.
+// Proves that the records that the daemon loads and saves have the layout of docs/files.md.
 
 #include "core/record.h"
 #include "storage/DeviceInfo.h"

@@ -42,8 +42,8 @@ int32_t DeleteFile(const char *path)
         }
         char child[kPathSize];
         Getfilepath(path, entry->d_name, child);
-        // Both results are dropped. A directory that cannot be opened stays, and the others are
-        // emptied all the same; rmdir() fails for everything but an emptied directory.
+        // Both results are dropped: a directory that cannot be opened stays, and the others are
+        // still emptied. rmdir() fails for anything but an empty directory.
         DeleteFile(child);
         rmdir(child);
     }

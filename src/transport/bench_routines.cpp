@@ -17,7 +17,7 @@ int32_t serial_test()
     for (uint32_t i = 0; i < sizeof digits; ++i) {
         digits[i] = static_cast<uint8_t>('0' + i % 10);
     }
-    serial_write(fd, digits, sizeof digits);
+    serial_write(fd, digits, sizeof digits); // who watches the bench sees what arrives
     constexpr uint32_t kMost = 8192;
     char szBuffer[kMost + 1]; // room to close the text after a full read
     for (;;) {
@@ -45,7 +45,7 @@ void UART_test_rx()
         const int32_t length = UARTReceiveBuffer(0, buffer, sizeof buffer - 1);
         if (length > 0) {
             buffer[length] = '\0';
-            std::fputs(buffer, stdout); // as it is: what the line sends must never act as a format
+            std::fputs(buffer, stdout); // not printf: received text must never act as a format
         } else {
             std::puts("no thing");
         }

@@ -7,12 +7,12 @@
 
 namespace {
 
-// State: one batch on its way, main loop only.
+// State, main loop only: the batch in transit, one for each direction.
 uint8_t udp_temp_receive_buf[kBridgeBufferSize]; // to UART 0
 uint8_t udp_temp_send_buf[kBridgeBufferSize];    // to the PC
 
-// Empties `from` into `batch` and returns the count. A thread that keeps writing could keep the
-// pipe from ever running empty, so what exceeds a batch waits for the next pass.
+// Moves bytes from `from` to `batch` and returns the count. A thread that keeps writing could keep
+// the pipe from running empty, so what exceeds a batch waits for the next pass.
 uint32_t drain(struct pipe *from, uint8_t (&batch)[kBridgeBufferSize])
 {
     uint32_t count = 0;
@@ -50,6 +50,6 @@ void udpSendTask()
 
 void udp2uart_task()
 {
-    udpReceiveTask(); // a failed write is logged there, and nothing is sent twice
+    udpReceiveTask(); // dropped: UARTSendBuffer() logs its failures, and nothing is sent twice
     udpSendTask();
 }

@@ -2,9 +2,9 @@
 
 // The two byte pipes of the UDP bridge and the address of the control PC.
 //
-// udp_receive_pipe: the PC's bytes, from the UDP receive thread (udpReceiveBuffer) to the main
-// loop, which writes them to UART 0 (transport/bridge). udp_send_pipe: bytes for the PC; the main
-// loop writes, trims (command/reception) and reads it.
+// udp_receive_pipe carries the PC's bytes from the UDP receive thread (udpReceiveBuffer) to the
+// main loop, which writes them to UART 0 (transport/bridge). udp_send_pipe holds bytes for the PC.
+// Only the main loop uses it: command/reception writes and trims it, and transport/bridge reads it.
 
 #include "core/pipe.h"
 
@@ -16,8 +16,9 @@ inline constexpr uint32_t kBridgeBufferSize = 4096;
 extern struct pipe udp_receive_pipe;
 extern struct pipe udp_send_pipe;
 
-// The last sender: word 0 its IPv4 address (network byte order), word 1 its UDP port (host byte
-// order). Both 0 until the first datagram. Written by the UDP receive thread, a word at a time.
+// The last sender. Word 0 is its IPv4 address (network byte order), word 1 its UDP port (host byte
+// order). Both are 0 until the first datagram. Written by the UDP receive thread, one word at a
+// time.
 extern std::atomic<uint32_t> udp_chanel_value[2];
 
 // Empties both pipes.

@@ -19,8 +19,8 @@ struct Rate {
     speed_t code;
 };
 
-// The rates of serial_set. They are not those of set_speed (transport/serial_retired.h): 1200 and
-// 300 are missing, two fast ones are added.
+// The rates of serial_set. set_speed() of transport/serial_retired.h has others: 1200 and 300, but
+// not the two fast ones.
 // clang-format off
 constexpr Rate kRates[] = {
     {   2400, B2400},
@@ -41,7 +41,7 @@ bool setRate(termios *options, int32_t baud)
     if (rate == std::end(kRates)) {
         return false;
     }
-    cfsetispeed(options, rate->code);
+    cfsetispeed(options, rate->code); // cannot fail: the codes are those of the system
     cfsetospeed(options, rate->code);
     return true;
 }
@@ -50,8 +50,8 @@ bool setRate(termios *options, int32_t baud)
 
 int32_t serial_open(const char *path)
 {
-    // Non-blocking only so that the open itself cannot hang on modem lines. Programs that the
-    // daemon starts must not inherit the line.
+    // Non-blocking, but only so that open() cannot hang on modem lines. Programs that the daemon
+    // starts must not inherit the line.
     const int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) {
         std::printf("Can't Open Serial Port %s !\n", path);
@@ -75,7 +75,7 @@ int32_t serial_set(int32_t fd, int32_t baud, int32_t bits, char parity, int32_t 
         perror("Can't get old terminal description !");
         return -1;
     }
-    // Nothing of the old setting is kept: all flags off is a raw line.
+    // Nothing of the old setting is kept. A line with all flags off is raw.
     termios options{};
     options.c_cflag |= CLOCAL | CREAD;
     if (!setRate(&options, baud)) {
@@ -109,7 +109,7 @@ int32_t serial_set(int32_t fd, int32_t baud, int32_t bits, char parity, int32_t 
     }
     options.c_cc[VTIME] = 0;
     options.c_cc[VMIN] = 0;
-    tcflush(fd, TCIFLUSH);
+    tcflush(fd, TCIFLUSH); // if it fails, the reader sees older input, as it would without it
     if (tcsetattr(fd, TCSANOW, &options) != 0) {
         perror("Set new terminal description error !");
         return -1;

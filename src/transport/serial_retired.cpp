@@ -126,7 +126,7 @@ int32_t set_Parity(int32_t fd, int32_t bits, char parity, int32_t stop)
         return -1;
     }
     if (parity != 'n') {
-        options.c_iflag |= INPCK; // for an upper-case 'N' too, as this set-up always did
+        options.c_iflag |= INPCK; // for 'N' too: this set-up always did so
     }
     options.c_cflag |= CLOCAL | CREAD;
     clearFlags(&options.c_cflag, CRTSCTS);

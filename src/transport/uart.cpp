@@ -15,12 +15,12 @@ constexpr useconds_t kPollUs = 1000;
 
 constexpr const char *DEV_NAME[kPorts] = {"/dev/ttyS0", "/dev/ttyS1"};
 
-// State: the descriptor of each port, 0 before it is opened. Written by UARTInit before the port's
-// thread exists.
+// State: the descriptor of each port; 0 before UARTInit, -1 if the device cannot be opened. Written
+// by UARTInit before the port's thread exists.
 int32_t fd[kPorts];
 
-// Port 2 would be a fast link whose bytes are only counted. DEV_NAME has no such port, so neither
-// its set-up nor its counting is reached. Both stay for a board that has one.
+// Port 2 would be a fast link whose bytes are only counted. DEV_NAME has no port 2, so neither its
+// set-up nor its counting is reached. Both are kept for a board that has one.
 constexpr uintptr_t kFastPort = 2;
 uint32_t fastPortCount; // written by that port's thread only
 
@@ -43,7 +43,7 @@ int32_t UARTInit(uint32_t port)
         return result;
     }
     pthread_t thread;
-    // Without the thread nothing is received; the daemon still bridges and sends.
+    // Without the thread nothing is received, but the daemon still bridges and sends.
     if (pthread_create(&thread, nullptr, uart_receive_fun, portArgument(port)) == 0) {
         pthread_detach(thread);
     }
@@ -65,7 +65,7 @@ int32_t UARTSendBuffer(int32_t port, const uint8_t *bytes, int32_t length)
 
 int32_t UARTReceiveBuffer(uint32_t port, void *buffer, uint32_t size)
 {
-    const int32_t descriptor = port < kPorts ? fd[port] : -1; // reads nothing from a port not there
+    const int32_t descriptor = port < kPorts ? fd[port] : -1; // -1: read() fails
     return static_cast<int32_t>(read(descriptor, buffer, size));
 }
 

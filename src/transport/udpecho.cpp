@@ -32,7 +32,7 @@ static_assert(sizeof(AddressWords) == sizeof(sockaddr_in));
 
 void storeSender(const sockaddr_in &source)
 {
-    // The releases of rem_addr pair with the acquires in lastSender(); rem_ip and rem_port are read
+    // The releases of rem_addr pair with the acquires in lastSender(). rem_ip and rem_port are read
     // on this thread only.
     rem_port.store(ntohs(source.sin_port), std::memory_order_release);
     rem_ip.store(source.sin_addr.s_addr, std::memory_order_release);
@@ -59,7 +59,8 @@ int32_t udpecho_init()
         perror("pthread_mutex_init failed\n");
         std::exit(1);
     }
-    // Close-on-exec: a program that the daemon started may outlive it and would keep the port.
+    // Close-on-exec, because a program that the daemon started may outlive it and would hold the
+    // port.
     sock = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (sock < 0) {
         perror("socket");
@@ -73,7 +74,7 @@ int32_t udpecho_init()
         perror("bind");
         std::exit(2);
     }
-    // The results are dropped: without these attributes the thread runs as any other.
+    // The results are dropped: without these attributes the thread runs like any other.
     pthread_attr_init(&pthread_pro);
     pthread_attr_setschedpolicy(&pthread_pro, SCHED_FIFO);
     s_parm.sched_priority = sched_get_priority_max(SCHED_FIFO);
@@ -112,9 +113,10 @@ void task_udp_buffer(const uint8_t *bytes, uint32_t length)
 
 void to_pcudp(uint32_t ip, uint16_t port, const uint8_t *bytes, uint32_t length)
 {
-    // Sends could be paced here. They are not, on purpose, so the result is dropped.
+    // Sends could be paced here. They are deliberately not, so the result is dropped.
     static_cast<void>(isSysTickTimeout(static_cast<int32_t>(startTime), kPaceMs));
-    // A datagram that cannot be sent is lost like one on the network; the next one is tried.
+    // The results are dropped: a datagram that cannot be sent is lost, as on the network, and the
+    // next one is tried.
     while (length > kLargestDatagram) {
         std::memcpy(tempBuffer, bytes, kLargestDatagram);
         UDP_SendBuffer(tempBuffer, kLargestDatagram, ip, port);

@@ -3,19 +3,20 @@
 #include "core/record.h"
 #include "storage/UserSetting.h"
 
-RECORD_FIELD(CustomFormat, 0, uint8_t, 1, reserved0);
-RECORD_FIELD(CustomFormat, 1, uint8_t, 1, syncPolarity);
-RECORD_FIELD(CustomFormat, 2, uint16_t, 1, hTotal);
-RECORD_FIELD(CustomFormat, 4, uint16_t, 1, vTotal);
-RECORD_FIELD(CustomFormat, 6, uint16_t, 1, hStart);
-RECORD_FIELD(CustomFormat, 8, uint16_t, 1, vStart);
-RECORD_FIELD(CustomFormat, 10, uint16_t, 1, hActive);
-RECORD_FIELD(CustomFormat, 12, uint16_t, 1, vActive);
-RECORD_FIELD(CustomFormat, 14, uint16_t, 1, hSyncWidth);
-RECORD_FIELD(CustomFormat, 16, uint16_t, 1, vSyncWidth);
-RECORD_FIELD(CustomFormat, 18, uint8_t, 1, colorSpace);
-RECORD_FIELD(CustomFormat, 19, uint8_t, 1, reserved19);
-RECORD_SIZE(CustomFormat, 20);
+// Proof of the layout, as the header has it.
+RECORD_FIELD(CustomFormat, 0, uint8_t, 1, reserved0)
+RECORD_FIELD(CustomFormat, 1, uint8_t, 1, syncPolarity)
+RECORD_FIELD(CustomFormat, 2, uint16_t, 1, hTotal)
+RECORD_FIELD(CustomFormat, 4, uint16_t, 1, vTotal)
+RECORD_FIELD(CustomFormat, 6, uint16_t, 1, hStart)
+RECORD_FIELD(CustomFormat, 8, uint16_t, 1, vStart)
+RECORD_FIELD(CustomFormat, 10, uint16_t, 1, hActive)
+RECORD_FIELD(CustomFormat, 12, uint16_t, 1, vActive)
+RECORD_FIELD(CustomFormat, 14, uint16_t, 1, hSyncWidth)
+RECORD_FIELD(CustomFormat, 16, uint16_t, 1, vSyncWidth)
+RECORD_FIELD(CustomFormat, 18, uint8_t, 1, colorSpace)
+RECORD_FIELD(CustomFormat, 19, uint8_t, 1, reserved19)
+RECORD_SIZE(CustomFormat, 20)
 static_assert(std::has_unique_object_representations_v<CustomFormat>, "hidden padding");
 
 namespace {

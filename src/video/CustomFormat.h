@@ -1,9 +1,10 @@
 #pragma once
 
-// The two records of the custom video format, id 124: the resolution that was asked for, which is
-// in the user setting record, and the raster timing made for it, which is in memory only.
+// The two records of the custom video format, id 124: the requested resolution, which is in the
+// user setting record, and the raster timing made for it, which is only in memory.
 //
-// Getters widen the field's value. Starts count as in the format table. Main loop only.
+// Getters widen the field's value. Starts count as in the format table (video/VideoFormatTable.h).
+// Main loop only.
 //
 // Requires: malloc_saveView() has been called (storage/UserSetting.h), for the resolution.
 
@@ -47,7 +48,7 @@ CustomFormat *GetCustomFormat();
 
 uint32_t getCustomcolorSpace();
 
-// A setter cuts the value to the field's width and does nothing else: nothing is saved.
+// A setter cuts the value to the field's width. Nothing is saved.
 void setCustomH(uint32_t width);
 void setCustomV(uint32_t height);
 void setCustomF(uint32_t rate);

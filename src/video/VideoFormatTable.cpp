@@ -51,12 +51,12 @@ struct VideoDefine {
     uint32_t pixelClock; // Hz; 0: hTotal x vTotal x vFreq
 };
 
-// A row as docs/video-formats.md prints it. The rows make the table of timings and that of names.
+// A row as in docs/video-formats.md. The tables of timings and of names are made from the rows.
 struct FormatRow {
     uint8_t id;
     const char *name;
     uint32_t resolution;
-    uint16_t width; // active size: the meaning of `resolution`
+    uint16_t width; // active size, which `resolution` must index
     uint16_t height;
     uint16_t hTotal;
     uint16_t vTotal;
@@ -256,13 +256,14 @@ static_assert(sizeof tVideoDefine == kVideoFormatCount * 20);
 
 constexpr uint8_t kDefaultFormat = 29; // "1024x768x60", for ids without a timing
 
-// The row whose timing a format has. Requires: `format` is not the custom one.
+// The row with the format's timing.
+// Requires: `format` is not the custom one.
 const VideoDefine &rowOf(uint8_t format)
 {
     return tVideoDefine[format < kVideoFormatCount ? format : kDefaultFormat];
 }
 
-// A value of the format's timing, or the result of `custom` for the custom format.
+// A value from the format's timing; for the custom format, the result of `custom`.
 template <typename Value>
 uint32_t timingOf(uint32_t id, Value VideoDefine::*value, uint32_t (*custom)())
 {
@@ -355,8 +356,8 @@ uint32_t GetVFreqByVideoFormat(uint32_t id)
 
 namespace {
 
-// The names after the rows are one place off from their ids, and are not used: for those ids
-// GetStrByVideoFormat() has the names itself.
+// The names after the rows are one place off from their ids and are never read:
+// GetStrByVideoFormat() has its own names for those ids.
 constexpr auto tVideoFormatStr = [] {
     std::array<const char *, kVideoFormatCount + 5> table{};
     for (const FormatRow &row : kFormats) {
@@ -371,7 +372,7 @@ constexpr auto tVideoFormatStr = [] {
 }();
 static_assert(tVideoFormatStr.size() == 129);
 
-// State: the name of the custom format, as GetStrByVideoFormat() left it.
+// State, main loop only: the name of the custom format. Written by GetStrByVideoFormat().
 char customStr[32];
 
 const char *const unknowFormat = "UNKNOWN";

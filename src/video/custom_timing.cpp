@@ -6,7 +6,7 @@
 
 #include "video/CustomFormat.h"
 
-// Each step rounds to the width of its type, no more and no less.
+// Each step rounds to exactly the width of its type.
 static_assert(FLT_EVAL_METHOD == 0);
 static_assert(std::numeric_limits<float>::is_iec559 && std::numeric_limits<double>::is_iec559);
 
@@ -28,7 +28,7 @@ struct Timing {
     double pixelClock; // MHz
 };
 
-// Cut toward zero; a value that does not fit becomes the nearest one that does, as on the board's
+// Cuts toward zero. A value that does not fit becomes the nearest one that does, as on the board's
 // processor.
 int32_t toInteger(float value)
 {
@@ -41,23 +41,24 @@ int32_t toInteger(float value)
     return static_cast<int32_t>(value);
 }
 
-// Takes every number from 1 on. The totals of the largest do not fit into 32 bits.
+// The totals of the largest numbers do not fit in 32 bits.
+// Requires: every number is 1 or more.
 Timing timingOf(int32_t width, int32_t height, int32_t rate)
 {
     const uint32_t frameRate = convertCustomF(static_cast<uint32_t>(rate));
     Timing timing{};
     timing.hTotal = int64_t{width / kCellWidth * kCellWidth} + kHBlank;
 
-    // Microseconds that are left for a line. Above 2173 Hz the number is negative, and so may be
-    // every number after it.
+    // The microseconds that are left for a line. Above 2173 Hz this is negative, and so may be
+    // every number computed from it.
     const auto line = static_cast<float>((1000000.0 / frameRate - kMinVBlank) / height);
-    // On purpose this is nearly a rounding up, where the standard cuts and adds 1.
+    // On purpose, this nearly rounds up, where the standard cuts and adds 1.
     timing.vBlank = toInteger((kMinVBlank + line - 1.0F) / line);
     timing.vTotal = static_cast<float>(int64_t{timing.vBlank} + height);
 
     const int32_t pixels = toInteger(static_cast<float>(frameRate) * timing.vTotal *
                                      static_cast<float>(timing.hTotal));
-    // Whole MHz on purpose; the steps of the standard then change nothing.
+    // Whole MHz on purpose, so the standard's clock steps change nothing.
     const int32_t megahertz = pixels / 1000000;
     timing.pixelClock = megahertz / kClockStep * kClockStep;
     return timing;
@@ -92,7 +93,7 @@ int32_t getCustomTimming(int32_t width, int32_t height, int32_t rate)
     setCustomhSyncWidth(kHSync);
     setCustomvSyncWidth(kVSync);
     setCustomhvSyncPolarity(0);
-    setCustomhActive(static_cast<uint32_t>(width)); // not cut to cells: what was asked for is shown
+    setCustomhActive(static_cast<uint32_t>(width)); // as requested, not cut to cells
     setCustomvActive(static_cast<uint32_t>(height));
     setCustomH(static_cast<uint32_t>(width));
     setCustomV(static_cast<uint32_t>(height));

@@ -5,11 +5,11 @@
 
 namespace {
 
-// The 4K2K formats of the table stand together. The 8K1K formats follow them, up to its end.
+// The 4K2K formats are one run of the table. The 8K1K formats follow, up to its end.
 constexpr uint8_t kFirst4K2K = 73;  // 3840x2160x25
 constexpr uint8_t kFirst8K1K = 108; // 7680x1080x29.98
 
-// The class of the id, or for the custom format that of its record.
+// The size class of the id; for the custom format, the one in its record.
 uint8_t sizeClassOf(uint32_t id)
 {
     const uint8_t format = followExternInput(id);

@@ -16,7 +16,7 @@ struct MeasuredTiming {
 constexpr int64_t kSizeTolerance = 1;
 constexpr int64_t kTimingTolerance = 4;
 
-// The second row is shadowed by the first, on purpose: 63 is never the result.
+// On purpose the first row shadows the second, so 63 is never the result.
 //
 // clang-format off
 constexpr struct {
@@ -34,7 +34,7 @@ constexpr struct {
 };
 // clang-format on
 
-// In 64 bits: a measured number may be any.
+// 64 bits, because a measured number may be anything and the difference must not overflow.
 bool isWithin(int64_t tolerance, int64_t a, int64_t b)
 {
     return a - b <= tolerance && b - a <= tolerance;
@@ -49,7 +49,7 @@ bool isNear(const MeasuredTiming &a, const MeasuredTiming &b)
            isWithin(kTimingTolerance, a.vFreq, b.vFreq);
 }
 
-// Ids 0 to 123 only.
+// Requires: `id` is 0 to 123 (for heightOf() and timingOf() too).
 int32_t widthOf(uint32_t id)
 {
     return static_cast<int32_t>(GetResByVideoFormat(id) & 0xFFFF);

@@ -6,14 +6,14 @@
 
 namespace {
 
-// The video standards of ids 0 to 35. One more entry serves only the way back from a code to an id:
-// it makes 36 of code 124.
+// The codes of ids 0 to 35. The extra entry at the end is only for the lookup of an id by its code:
+// it turns code 124 into id 36.
 constexpr uint8_t tGS4911_VID_STD[] = {
     9,  10, 11, 12, 13, 14, 15, 16, 17, 18, 21, 22, 23, 29, 30, 31, 32, 33,  34, //
     35, 36, 37, 38, 39, 40, 41, 42, 43, 44, 45, 46, 47, 48, 49, 50, 51, 124,
 };
 constexpr uint8_t kVidStdIdCount = 36;
-constexpr uint8_t kDefaultCodeFormat = 29; // "1024x768x60": its code serves formats without one
+constexpr uint8_t kDefaultCodeFormat = 29; // "1024x768x60"; formats without a code get its code
 static_assert(std::size(tGS4911_VID_STD) == kVidStdIdCount + 1);
 
 // The interlaced formats and their codes, in the order in which codes are looked up.

@@ -6,10 +6,10 @@
 
 #include <cstdint>
 
-// The code of a format id, of which only the low 8 bits count; 45, "1024x768x60", for formats that
-// have none, ids from 124 on included.
+// Returns the code of a format id, of which only the low 8 bits count. Formats without a code, and
+// all ids from 124 on, get 45, the code of "1024x768x60".
 uint32_t GetGS4911ByVideoFormat(uint32_t id);
 
-// The way back: the id for a code. 0 is no input (127), an unknown code undefined (126), and 124
-// gives 36.
+// Returns the id for a code: 127 (no input) for code 0, 36 for code 124, and 126 (undefined) for an
+// unknown code.
 uint8_t GetVideoFormatByGS4911(uint8_t code);

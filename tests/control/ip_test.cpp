@@ -919,22 +919,17 @@ TEST(Ip, WithoutANameToLearnTheFilesStay)
     EXPECT_TRUE(contentOf(kConfiguration).starts_with("interface eth0\nstatic "));
 }
 
-// Nothing tells whether one of the sections is that of an interface without a name, so the copy of
-// an earlier reading is worth more than the file.
-TEST(Ip, NoSectionBelongsToAnEmptyName)
+TEST(Ip, EverySectionBelongsToAnEmptyName)
 {
-    writeFile(kDhcpCopy, "the copy\n");
     toolPrints("ifconfig", "  Link\n");
-    for (const char *const text :
-         {"interface eth0\n", "interface \n", "interface\n", "hostname\n"}) {
-        journal.clear();
+    for (const char *const text : {"interface eth0\n", "interface \n"}) {
         writeFile(kConfiguration, text);
-        const Reading reading = readSystem();
-        EXPECT_EQ(reading.result, 0);
-        EXPECT_TRUE(reading.printed.ends_with("get dhcp = 1\n")) << text;
-        EXPECT_EQ(journal.back(), "popen cat /etc/dhcpcd.conf") << text;
-        EXPECT_EQ(contentOf(kDhcpCopy), "the copy\n") << text;
+        EXPECT_TRUE(readSystem().printed.ends_with("get dhcp = 0\n")) << text;
     }
+    EXPECT_FALSE(std::filesystem::exists(kDhcpCopy));
+    writeFile(kConfiguration, "hostname\n");
+    EXPECT_TRUE(readSystem().printed.ends_with("get dhcp = 1\n"));
+    EXPECT_EQ(contentOf(kDhcpCopy), "hostname\n");
 }
 
 TEST(Ip, DoesNotCheckWhetherTheFileCouldBeWritten)
