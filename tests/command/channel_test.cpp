@@ -14,8 +14,8 @@
 
 #include "command/reception.h"
 #include "command/reply.h"
-#include "tests/command/exchange.h"
-#include "tests/fakes/clock.h"
+#include "tests/support/clock.h"
+#include "tests/support/exchange.h"
 #include "transport/bridge_pipes.h"
 
 namespace {

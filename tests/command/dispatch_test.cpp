@@ -21,8 +21,8 @@
 #include "control/ip.h"
 #include "storage/DeviceInfo.h"
 #include "storage/UserPref.h"
-#include "tests/command/exchange.h"
-#include "tests/fakes/clock.h"
+#include "tests/support/clock.h"
+#include "tests/support/exchange.h"
 
 namespace {
 

@@ -15,7 +15,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/command/exchange.h"
+#include "tests/support/exchange.h"
 
 namespace {
 

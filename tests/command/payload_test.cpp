@@ -15,8 +15,8 @@
 
 #include "command/channel.h"
 #include "command/reception.h"
-#include "tests/command/exchange.h"
-#include "tests/fakes/clock.h"
+#include "tests/support/clock.h"
+#include "tests/support/exchange.h"
 #include "transport/bridge_pipes.h"
 
 namespace {

@@ -27,8 +27,8 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/command/exchange.h"
-#include "tests/fakes/clock.h"
+#include "tests/support/clock.h"
+#include "tests/support/exchange.h"
 #include "transport/bridge.h"
 
 namespace {

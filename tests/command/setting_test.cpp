@@ -56,8 +56,8 @@ void emptyBlackscreenValueToString(uint8_t, char *, int32_t);
 #include "command/channel.h"
 #include "command/file_selftest.h"
 #include "command/reception.h"
-#include "tests/command/exchange.h"
-#include "tests/fakes/clock.h"
+#include "tests/support/clock.h"
+#include "tests/support/exchange.h"
 #include "transport/bridge_pipes.h"
 
 namespace {

@@ -20,10 +20,10 @@
 
 #include "storage/TimeControl.h"
 #include "storage/load_all.h"
-#include "tests/fakes/clock.h"
-#include "tests/fakes/console.h"
-#include "tests/storage/setting_bytes.h"
-#include "tests/storage/view_files.h"
+#include "tests/support/clock.h"
+#include "tests/support/console.h"
+#include "tests/support/setting_bytes.h"
+#include "tests/support/view_files.h"
 
 namespace fs = std::filesystem;
 

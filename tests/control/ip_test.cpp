@@ -25,9 +25,9 @@
 
 #include "core/DelayCall.h"
 #include "storage/UserPref.h"
-#include "tests/control/simulated_system.h"
-#include "tests/fakes/clock.h"
-#include "tests/fakes/console.h"
+#include "tests/support/clock.h"
+#include "tests/support/console.h"
+#include "tests/support/simulated_system.h"
 
 namespace {
 

@@ -16,9 +16,9 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/control/simulated_system.h"
-#include "tests/fakes/clock.h"
-#include "tests/fakes/console.h"
+#include "tests/support/clock.h"
+#include "tests/support/console.h"
+#include "tests/support/simulated_system.h"
 
 namespace {
 

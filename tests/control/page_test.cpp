@@ -20,10 +20,10 @@
 #include "control/scene.h"
 #include "storage/UserSettingFile.h"
 #include "storage/ViewFile.h"
-#include "tests/fakes/console.h"
-#include "tests/fakes/traced_files.h"
-#include "tests/storage/setting_bytes.h"
-#include "tests/storage/view_files.h"
+#include "tests/support/console.h"
+#include "tests/support/setting_bytes.h"
+#include "tests/support/traced_files.h"
+#include "tests/support/view_files.h"
 
 namespace fs = std::filesystem;
 

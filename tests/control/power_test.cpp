@@ -10,8 +10,8 @@
 #include <gtest/gtest.h>
 
 #include "core/DelayCall.h"
-#include "tests/fakes/clock.h"
-#include "tests/fakes/console.h"
+#include "tests/support/clock.h"
+#include "tests/support/console.h"
 
 namespace {
 

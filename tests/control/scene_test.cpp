@@ -14,10 +14,10 @@
 #include <gtest/gtest.h>
 
 #include "storage/ViewFile.h"
-#include "tests/fakes/clock.h"
-#include "tests/fakes/console.h"
-#include "tests/storage/setting_bytes.h"
-#include "tests/storage/view_files.h"
+#include "tests/support/clock.h"
+#include "tests/support/console.h"
+#include "tests/support/setting_bytes.h"
+#include "tests/support/view_files.h"
 
 namespace fs = std::filesystem;
 

@@ -13,7 +13,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/fakes/clock.h"
+#include "tests/support/clock.h"
 
 namespace {
 

@@ -23,7 +23,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/fakes/clock.h"
+#include "tests/support/clock.h"
 
 int daemonMain(int argc, char **argv);
 #define main daemonMain

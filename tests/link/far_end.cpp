@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "tests/fakes/clock.h"
+#include "tests/support/clock.h"
 
 FarEnd farEnd;
 

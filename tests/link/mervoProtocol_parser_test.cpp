@@ -14,8 +14,8 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/fakes/clock.h"
 #include "tests/link/far_end.h"
+#include "tests/support/clock.h"
 
 namespace {
 

@@ -13,9 +13,9 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/fakes/clock.h"
-#include "tests/fakes/console.h"
 #include "tests/link/far_end.h"
+#include "tests/support/clock.h"
+#include "tests/support/console.h"
 
 namespace {
 

@@ -19,9 +19,9 @@
 #include "storage/WorkTime.h"
 #include "storage/board.h"
 #include "storage/load_all.h"
-#include "tests/fakes/clock.h"
-#include "tests/fakes/console.h"
-#include "tests/storage/setting_bytes.h"
+#include "tests/support/clock.h"
+#include "tests/support/console.h"
+#include "tests/support/setting_bytes.h"
 
 namespace fs = std::filesystem;
 

@@ -16,8 +16,8 @@
 #include <gtest/gtest.h>
 
 #include "storage/UserSetting.h"
-#include "tests/fakes/console.h"
-#include "tests/storage/setting_bytes.h"
+#include "tests/support/console.h"
+#include "tests/support/setting_bytes.h"
 
 namespace fs = std::filesystem;
 

@@ -10,8 +10,8 @@
 #include <gtest/gtest.h>
 
 #include "storage/UserSetting.h"
-#include "tests/storage/setting_bytes.h"
-#include "tests/storage/setting_change.h"
+#include "tests/support/setting_bytes.h"
+#include "tests/support/setting_change.h"
 
 namespace {
 

@@ -13,9 +13,9 @@
 
 #include "storage/UserSetting.h"
 #include "storage/UserSettingContainers.h"
-#include "tests/fakes/console.h"
-#include "tests/storage/setting_bytes.h"
-#include "tests/storage/setting_change.h"
+#include "tests/support/console.h"
+#include "tests/support/setting_bytes.h"
+#include "tests/support/setting_change.h"
 #include "video/CustomFormat.h"
 
 namespace fs = std::filesystem;

@@ -13,8 +13,8 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/fakes/console.h"
-#include "tests/storage/setting_bytes.h"
+#include "tests/support/console.h"
+#include "tests/support/setting_bytes.h"
 
 namespace {
 

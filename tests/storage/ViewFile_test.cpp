@@ -13,10 +13,10 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/fakes/console.h"
-#include "tests/fakes/traced_files.h"
-#include "tests/storage/setting_bytes.h"
-#include "tests/storage/view_files.h"
+#include "tests/support/console.h"
+#include "tests/support/setting_bytes.h"
+#include "tests/support/traced_files.h"
+#include "tests/support/view_files.h"
 
 namespace fs = std::filesystem;
 

@@ -14,10 +14,10 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/fakes/console.h"
-#include "tests/storage/setting_bytes.h"
 #include "tests/storage/work_time_base.h"
-#include "tests/storage/work_time_files.h"
+#include "tests/support/console.h"
+#include "tests/support/setting_bytes.h"
+#include "tests/support/work_time_files.h"
 
 namespace fs = std::filesystem;
 

@@ -23,7 +23,7 @@
 #include <gtest/gtest.h>
 
 #include "storage/wipe.h"
-#include "tests/fakes/console.h"
+#include "tests/support/console.h"
 
 namespace fs = std::filesystem;
 

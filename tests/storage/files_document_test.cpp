@@ -29,8 +29,8 @@
 #include "storage/ViewRecord.h"
 #include "storage/WorkTime.h"
 #include "storage/load_all.h"
-#include "tests/fakes/clock.h"
-#include "tests/fakes/console.h"
+#include "tests/support/clock.h"
+#include "tests/support/console.h"
 
 namespace fs = std::filesystem;
 

@@ -20,7 +20,7 @@
 #include "core/pipe.h"
 #include "core/systick.h"
 #include "link/mervoProtocol.h"
-#include "tests/fakes/console.h"
+#include "tests/support/console.h"
 #include "tests/system/board.h"
 #include "tests/system/linked_device.h"
 #include "tests/system/linked_device_line.h"

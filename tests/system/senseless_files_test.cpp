@@ -34,7 +34,7 @@
 #include "storage/ViewReset.h"
 #include "storage/WorkTime.h"
 #include "storage/load_all.h"
-#include "tests/fakes/console.h"
+#include "tests/support/console.h"
 #include "video/CustomFormat.h"
 #include "video/VideoFormatTable.h"
 #include "video/format_id.h"

@@ -3,7 +3,7 @@
 // The files of the settings directory as the cases want and expect them, and the start of the
 // daemon on them. The expected files are those of tests/data/first-start/.
 
-#include "tests/storage/setting_bytes.h"
+#include "tests/support/setting_bytes.h"
 #include "tests/system/board.h"
 
 #include <cstddef>

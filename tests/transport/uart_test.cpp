@@ -30,7 +30,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/fakes/console.h"
+#include "tests/support/console.h"
 
 namespace {
 

@@ -29,7 +29,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/fakes/clock.h" // only the main thread reads the clock here
+#include "tests/support/clock.h" // only the main thread reads the clock here
 #include "transport/bridge_pipes.h"
 
 namespace {

@@ -15,9 +15,9 @@
 #include <gtest/gtest.h>
 
 #include "storage/UserSetting.h"
-#include "tests/fakes/console.h"
-#include "tests/storage/setting_bytes.h"
-#include "tests/storage/setting_change.h"
+#include "tests/support/console.h"
+#include "tests/support/setting_bytes.h"
+#include "tests/support/setting_change.h"
 
 namespace fs = std::filesystem;
 

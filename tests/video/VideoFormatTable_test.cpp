@@ -22,7 +22,7 @@
 
 #include "core/record.h"
 #include "storage/UserSetting.h"
-#include "tests/video/format_files.h"
+#include "tests/support/format_files.h"
 #include "video/format_class.h"
 
 namespace {

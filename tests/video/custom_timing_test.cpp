@@ -25,10 +25,10 @@
 #include <gtest/gtest.h>
 
 #include "storage/UserSetting.h"
-#include "tests/fakes/console.h"
-#include "tests/storage/setting_bytes.h"
-#include "tests/storage/setting_change.h"
-#include "tests/video/format_files.h"
+#include "tests/support/console.h"
+#include "tests/support/format_files.h"
+#include "tests/support/setting_bytes.h"
+#include "tests/support/setting_change.h"
 #include "video/CustomFormat.h"
 #include "video/VideoFormatTable.h"
 #include "video/gs4911.h"

@@ -13,7 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "storage/UserSetting.h"
-#include "tests/video/format_files.h"
+#include "tests/support/format_files.h"
 #include "video/VideoFormatTable.h"
 #include "video/format_id.h"
 

@@ -22,7 +22,7 @@
 #include <gtest/gtest.h>
 
 #include "storage/UserSetting.h"
-#include "tests/video/format_files.h"
+#include "tests/support/format_files.h"
 #include "video/CustomFormat.h"
 #include "video/format_id.h"
 

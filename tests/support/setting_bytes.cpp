@@ -1,4 +1,4 @@
-#include "tests/storage/setting_bytes.h"
+#include "tests/support/setting_bytes.h"
 
 #include <cstdio>
 #include <fstream>

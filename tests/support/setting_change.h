@@ -8,8 +8,8 @@
 #include <gtest/gtest.h>
 
 #include "storage/UserSetting.h"
-#include "tests/fakes/console.h"
-#include "tests/storage/setting_bytes.h"
+#include "tests/support/console.h"
+#include "tests/support/setting_bytes.h"
 
 // Every case begins with the four blocks as they are before anything is loaded.
 class Blocks : public testing::Environment {

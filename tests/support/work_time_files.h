@@ -6,8 +6,8 @@
 #include <string>
 
 #include "storage/WorkTime.h"
-#include "tests/fakes/console.h"
-#include "tests/storage/setting_bytes.h"
+#include "tests/support/console.h"
+#include "tests/support/setting_bytes.h"
 
 inline constexpr char kPath[] = "/userdata/workTime.sav";
 inline constexpr uint32_t kGood = 0x20150321; // the last word of a good list

@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "storage/UserSetting.h"
-#include "tests/storage/setting_bytes.h"
+#include "tests/support/setting_bytes.h"
 
 inline const Bytes kIdentification = "yV!)"; // of a view, its last four bytes
 

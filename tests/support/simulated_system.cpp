@@ -1,4 +1,4 @@
-#include "tests/control/simulated_system.h"
+#include "tests/support/simulated_system.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,4 +1,4 @@
-#include "tests/video/format_files.h"
+#include "tests/support/format_files.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,4 +1,4 @@
-#include "tests/fakes/traced_files.h"
+#include "tests/support/traced_files.h"
 
 #include <cstdarg>
 #include <cstdio>

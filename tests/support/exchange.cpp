@@ -1,4 +1,4 @@
-#include "tests/command/exchange.h"
+#include "tests/support/exchange.h"
 
 #include <cstdio>
 #include <cstring>

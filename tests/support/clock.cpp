@@ -1,4 +1,4 @@
-#include "tests/fakes/clock.h"
+#include "tests/support/clock.h"
 
 #include <sys/time.h>
 #include <unistd.h>
