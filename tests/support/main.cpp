@@ -125,11 +125,13 @@ private:
     // Everything on the file systems of the board's root and of its devices.
     template <typename Visit> static void walk(Visit visit)
     {
+        // Not "/": an emulator shows the directory of its libraries there.
+        const fs::path top = "/proc/self/root/";
         struct stat root {};
         struct stat devices {};
-        stat("/", &root);
+        stat(top.c_str(), &root);
         stat("/dev", &devices);
-        for (auto at = fs::recursive_directory_iterator("/"); at != fs::end(at); ++at) {
+        for (auto at = fs::recursive_directory_iterator(top); at != fs::end(at); ++at) {
             const fs::path &path = at->path();
             struct stat status {};
             if (lstat(path.c_str(), &status) != 0 ||
