@@ -61,6 +61,13 @@ inline std::string waiting(uint8_t index = 0)
     return contentOf(channel[index]->pipe);
 }
 
+inline void takeAll()
+{
+    fakeClock.onSleep = nullptr;
+    for (uint8_t byte; pipe_read(&channel[0]->pipe, &byte) != 0;) {
+    }
+}
+
 // Makes a command the one that is being executed.
 inline void request(const Parameters &parameters)
 {
