@@ -4,17 +4,19 @@
 #include "tools/update.h"
 
 #include <array>
+#include <cstdio>
 #include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include "tests/support/console.h"
+#include "tests/tools/far_end.h"
 #include "tools/errors.h"
 #include "tools/frames.h"
 #include "tools/package.h"
@@ -23,25 +25,24 @@ namespace {
 
 // How long an answer may take that will come, and one that will not.
 constexpr Milliseconds kPatience{10000};
-constexpr Milliseconds kSilence{200};
+constexpr Milliseconds kSilence{50};
 
 // The same for a device that answers some arrivals and others not.
 constexpr Milliseconds kEither{2000};
 
-// A frame with the sum of its bytes.
-std::string frame(char kind, std::array<uint8_t, 7> bytes)
+// A reply with the sum of its bytes.
+std::string reply(const std::array<uint8_t, 7> &bytes)
 {
-    std::string text = "<";
-    text += kind;
-    uint8_t sum = 0;
-    const auto append = [&](uint8_t byte) {
-        const char digits[] = "0123456789abcdef";
-        text += digits[byte >> 4];
-        text += digits[byte & 15];
+    std::string text = "<F";
+    unsigned sum = 0;
+    const auto append = [&](unsigned byte) {
+        char digits[3];
+        std::snprintf(digits, sizeof digits, "%02x", byte % 256);
+        text += digits;
+        sum += byte;
     };
     for (const uint8_t byte : bytes) {
         append(byte);
-        sum = static_cast<uint8_t>(sum + byte);
     }
     append(sum);
     return text + ">";
@@ -54,12 +55,12 @@ struct Arrival {
 
     std::string accepted() const
     {
-        return frame('F', {command.address, command.tag, command.command, command.dat1,
-                           command.dat2, command.dat3, command.dat4});
+        return reply({command.address, command.tag, command.command, command.dat1, command.dat2,
+                      command.dat3, command.dat4});
     }
     std::string refused() const
     {
-        return frame('F', {command.address, command.tag, command.command, 255, 255, 255, 255});
+        return reply({command.address, command.tag, command.command, 255, 255, 255, 255});
     }
 };
 
@@ -68,37 +69,23 @@ class Device {
 public:
     using Answer = std::function<std::string(size_t, const Arrival &)>;
 
-    explicit Device(Answer answer) : answer_(std::move(answer))
-    {
-        std::array<int, 2> ends{-1, -1};
-        // Arrivals stay apart, as datagrams do.
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, ends.data()), 0);
-        own_ = ends[0];
-        theirs_ = ends[1];
-        thread_ = std::thread([this] { run(); });
-    }
-    ~Device()
-    {
-        if (thread_.joinable()) {
-            stop();
-        }
-    }
-    Device(const Device &) = delete;
-    Device &operator=(const Device &) = delete;
+    explicit Device(Answer answer) : answer_(std::move(answer)) {}
 
     // Sends the package and returns the exit status; keeps what it printed.
     int update(const std::string &package, Milliseconds timeout = kPatience, bool query = false)
     {
-        testing::internal::CaptureStdout();
-        testing::internal::CaptureStderr();
+        FarEnd far;
+        std::thread thread([&] { run(far); });
+        Console console;
         int status;
         {
-            Line line(theirs_, "device");
+            Line line(std::move(far.line)); // which closes it
             status = runUpdate(line, updateStream(package), {query, timeout, timeout});
         }
-        output = testing::internal::GetCapturedStdout();
-        errors = testing::internal::GetCapturedStderr();
-        stop();
+        console.end();
+        thread.join();
+        output = console.out;
+        errors = console.err;
         return status;
     }
 
@@ -107,17 +94,15 @@ public:
     std::string errors;
 
 private:
-    void run()
+    void run(const FarEnd &far)
     {
-        std::array<char, 4096> buffer;
         for (;;) {
-            pollfd entry{own_, POLLIN, 0};
+            pollfd entry{far.descriptor, POLLIN, 0};
             poll(&entry, 1, -1);
-            const ssize_t count = read(own_, buffer.data(), buffer.size());
-            if (count <= 0) {
+            const std::string bytes = far.sent();
+            if (bytes.empty()) {
                 return; // the line is closed
             }
-            const std::string bytes(buffer.data(), static_cast<size_t>(count));
             if (bytes.size() < 19 || !isFrame(bytes.substr(0, 19))) {
                 ADD_FAILURE() << "no frame: " << bytes;
                 continue;
@@ -125,31 +110,33 @@ private:
             arrivals.push_back({recordOf(bytes), bytes.substr(19)});
             const std::string text = answer_(arrivals.size() - 1, arrivals.back());
             if (!text.empty()) {
-                EXPECT_EQ(write(own_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+                far.arrive(text);
             }
         }
     }
-    void stop()
-    {
-        thread_.join();
-        close(own_);
-    }
 
     Answer answer_;
-    int own_ = -1;
-    int theirs_ = -1;
-    std::thread thread_;
 };
 
-std::string acceptAll(size_t, const Arrival &arrival)
+std::string accepts(size_t, const Arrival &arrival)
 {
     return arrival.accepted();
 }
 
-TEST(SendUpdate, SendsEveryBlockBehindItsFrame)
+std::string refuses(size_t, const Arrival &arrival)
+{
+    return arrival.refused();
+}
+
+std::string isSilent(size_t, const Arrival &)
+{
+    return "";
+}
+
+TEST(SendUpdate, SendsEveryBlockAfterItsFrame)
 {
     const std::string package(300000, 'p');
-    Device device(acceptAll);
+    Device device(accepts);
     EXPECT_EQ(device.update(package), kDone);
     const std::string stream = updateStream(package);
     ASSERT_EQ(device.arrivals.size(), 294U); // 300128 bytes in blocks of 1024
@@ -196,7 +183,7 @@ TEST(SendUpdate, SendsABlockWithoutAnAnswerAgain)
 
 TEST(SendUpdate, GivesUpAfterTheFifthRefusal)
 {
-    Device device([](size_t, const Arrival &arrival) { return arrival.refused(); });
+    Device device(refuses);
     EXPECT_EQ(device.update(std::string(2000, 'p')), kRefused);
     EXPECT_EQ(device.arrivals.size(), 5U);
     EXPECT_EQ(device.errors, "veskctl: block 0 of 3: refused, sent again\n"
@@ -220,7 +207,7 @@ TEST(SendUpdate, CountsTheTriesOfEachBlockAnew)
 // The device may have installed it, and would do so again over the backup of the old executable.
 TEST(SendUpdate, DoesNotRepeatAnOnlyBlockThatHasNoAnswer)
 {
-    Device device([](size_t, const Arrival &) { return ""; });
+    Device device(isSilent);
     EXPECT_EQ(device.update("p", kSilence), kNoAnswer);
     EXPECT_EQ(device.arrivals.size(), 1U);
     EXPECT_EQ(device.errors,
@@ -255,8 +242,8 @@ TEST(SendUpdate, TakesNoLateAnswerForTheOneToTheNextTry)
 TEST(SendUpdate, AsksFirstIfItIsTold)
 {
     Device device([](size_t count, const Arrival &arrival) {
-        return count == 0   ? frame('F', {0, 0, 0x9A, 0xA1, 0x07, 0x04, 0x00})
-               : count == 1 ? frame('F', {0, 0, 0x9A, 0xB1, 0x07, 0x01, 0x0A})
+        return count == 0   ? reply({0, 0, 0x9A, 0xA1, 0x07, 0x04, 0x00})
+               : count == 1 ? reply({0, 0, 0x9A, 0xB1, 0x07, 0x01, 0x0A})
                             : arrival.accepted();
     });
     EXPECT_EQ(device.update("p", kPatience, true), kDone);
@@ -273,29 +260,27 @@ TEST(SendUpdate, AsksFirstIfItIsTold)
     EXPECT_EQ(device.output.substr(0, said.size()), said);
 }
 
-TEST(SendUpdate, SendsNothingToADeviceThatRefusesTheQuestion)
+TEST(SendUpdate, SendsNothingToADeviceThatDoesNotAnswerTheQuestionAsItShould)
 {
-    Device device([](size_t, const Arrival &arrival) { return arrival.refused(); });
-    EXPECT_EQ(device.update("p", kPatience, true), kRefused);
-    EXPECT_EQ(device.arrivals.size(), 1U);
-}
-
-TEST(SendUpdate, SendsNothingToADeviceThatDoesNotAnswerTheQuestion)
-{
-    Device device([](size_t, const Arrival &) { return ""; });
-    EXPECT_EQ(device.update("p", kSilence, true), kNoAnswer);
-    EXPECT_EQ(device.arrivals.size(), 1U);
-    EXPECT_EQ(device.errors, "veskctl: no answer within 200 ms\n");
-}
-
-TEST(SendUpdate, SendsNothingToADeviceThatTakesOtherBlocks)
-{
-    Device device([](size_t, const Arrival &) {
-        return frame('F', {0, 0, 0x9A, 0xA1, 0x07, 0x02, 0x00});
-    });
-    EXPECT_EQ(device.update("p", kPatience, true), kRefused);
-    EXPECT_EQ(device.arrivals.size(), 1U);
-    EXPECT_EQ(device.errors, "veskctl: only blocks of 1024 bytes can be sent\n");
+    const auto takesOthers = [](size_t, const Arrival &) {
+        return reply({0, 0, 0x9A, 0xA1, 0x07, 0x02, 0x00});
+    };
+    const struct {
+        Device::Answer answer;
+        Milliseconds timeout;
+        int status;
+        const char *errors;
+    } rows[] = {
+        {refuses, kPatience, kRefused, ""},
+        {isSilent, kSilence, kNoAnswer, "veskctl: no answer within 50 ms\n"},
+        {takesOthers, kPatience, kRefused, "veskctl: only blocks of 1024 bytes can be sent\n"},
+    };
+    for (const auto &row : rows) {
+        Device device(row.answer);
+        EXPECT_EQ(device.update("p", row.timeout, true), row.status) << row.errors;
+        EXPECT_EQ(device.arrivals.size(), 1U) << row.errors;
+        EXPECT_EQ(device.errors, row.errors);
+    }
 }
 
 } // namespace
