@@ -68,6 +68,14 @@ inline void takeAll()
     }
 }
 
+// The parameters with a number in dat3 and dat4, its low byte first.
+inline Parameters numbered(Parameters parameters, uint32_t number)
+{
+    parameters[5] = static_cast<uint8_t>(number % 256);
+    parameters[6] = static_cast<uint8_t>(number / 256);
+    return parameters;
+}
+
 // Makes a command the one that is being executed.
 inline void request(const Parameters &parameters)
 {

@@ -3,7 +3,7 @@
 
 #include "tools/update.h"
 
-#include <array>
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 #include <string>
@@ -15,6 +15,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/bytes.h"
 #include "tests/support/console.h"
 #include "tests/tools/far_end.h"
 #include "tools/errors.h"
@@ -30,37 +31,23 @@ constexpr Milliseconds kSilence{50};
 // The same for a device that answers some arrivals and others not.
 constexpr Milliseconds kEither{2000};
 
-// A reply with the sum of its bytes.
-std::string reply(const std::array<uint8_t, 7> &bytes)
-{
-    std::string text = "<F";
-    unsigned sum = 0;
-    const auto append = [&](unsigned byte) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02x", byte % 256);
-        text += digits;
-        sum += byte;
-    };
-    for (const uint8_t byte : bytes) {
-        append(byte);
-    }
-    append(sum);
-    return text + ">";
-}
-
 // What arrived at the device in one piece: a frame with a block, or without.
 struct Arrival {
-    Rs232Command command;
+    std::string frame;
     std::string block;
+    Rs232Command command;
 
+    // The command itself, and its first three bytes with four of 255: they add up to -4.
     std::string accepted() const
     {
-        return reply({command.address, command.tag, command.command, command.dat1, command.dat2,
-                      command.dat3, command.dat4});
+        return "<F" + frame.substr(2);
     }
     std::string refused() const
     {
-        return reply({command.address, command.tag, command.command, 255, 255, 255, 255});
+        char sum[3];
+        std::snprintf(sum, sizeof sum, "%02x",
+                      (command.address + command.tag + command.command - 4) & 0xFF);
+        return "<F" + frame.substr(2, 6) + "ffffffff" + sum + ">";
     }
 };
 
@@ -103,11 +90,12 @@ private:
             if (bytes.empty()) {
                 return; // the line is closed
             }
-            if (bytes.size() < 19 || !isFrame(bytes.substr(0, 19))) {
+            const std::string frame = bytes.substr(0, 19);
+            if (!isFrame(frame)) {
                 ADD_FAILURE() << "no frame: " << bytes;
                 continue;
             }
-            arrivals.push_back({recordOf(bytes), bytes.substr(19)});
+            arrivals.push_back({frame, bytes.substr(19), recordOf(frame)});
             const std::string text = answer_(arrivals.size() - 1, arrivals.back());
             if (!text.empty()) {
                 far.arrive(text);
@@ -118,25 +106,20 @@ private:
     Answer answer_;
 };
 
-std::string accepts(size_t, const Arrival &arrival)
+// "a" for each arrival that is accepted, "r" for one that is refused, "-" for one without an
+// answer; the last one counts for all further arrivals.
+Device::Answer scripted(const std::string &script)
 {
-    return arrival.accepted();
-}
-
-std::string refuses(size_t, const Arrival &arrival)
-{
-    return arrival.refused();
-}
-
-std::string isSilent(size_t, const Arrival &)
-{
-    return "";
+    return [script](size_t count, const Arrival &arrival) -> std::string {
+        const char answer = script[std::min(count, script.size() - 1)];
+        return answer == 'a' ? arrival.accepted() : answer == 'r' ? arrival.refused() : "";
+    };
 }
 
 TEST(SendUpdate, SendsEveryBlockAfterItsFrame)
 {
     const std::string package(300000, 'p');
-    Device device(accepts);
+    Device device(scripted("a"));
     EXPECT_EQ(device.update(package), kDone);
     const std::string stream = updateStream(package);
     ASSERT_EQ(device.arrivals.size(), 294U); // 300128 bytes in blocks of 1024
@@ -156,71 +139,62 @@ TEST(SendUpdate, SendsEveryBlockAfterItsFrame)
     EXPECT_EQ(device.errors, "");
 }
 
-TEST(SendUpdate, SendsARefusedBlockAgain)
+TEST(SendUpdate, SendsABlockAgainAtMostFourTimes)
 {
-    Device device([](size_t count, const Arrival &arrival) {
-        return count == 1 ? arrival.refused() : arrival.accepted();
-    });
-    EXPECT_EQ(device.update(std::string(2000, 'p')), kDone);
-    ASSERT_EQ(device.arrivals.size(), 4U);
-    EXPECT_EQ(device.arrivals[1].command.dat3, 1);
-    EXPECT_EQ(device.arrivals[2].command.dat3, 1);
-    EXPECT_EQ(device.arrivals[2].block, device.arrivals[1].block);
-    EXPECT_EQ(device.arrivals[3].command.dat3, 2);
-    EXPECT_EQ(device.errors, "veskctl: block 1 of 3: refused, sent again\n");
-    EXPECT_NE(device.output.find(", 1 sent again\n"), std::string::npos);
-}
-
-TEST(SendUpdate, SendsABlockWithoutAnAnswerAgain)
-{
-    Device device(
-        [](size_t count, const Arrival &arrival) { return count == 1 ? "" : arrival.accepted(); });
-    EXPECT_EQ(device.update(std::string(1000, 'p'), kEither), kDone);
-    ASSERT_EQ(device.arrivals.size(), 3U);
-    EXPECT_EQ(device.arrivals[2].block, device.arrivals[1].block);
-    EXPECT_EQ(device.errors, "veskctl: block 1 of 2: no answer, sent again\n");
-}
-
-TEST(SendUpdate, GivesUpAfterTheFifthRefusal)
-{
-    Device device(refuses);
-    EXPECT_EQ(device.update(std::string(2000, 'p')), kRefused);
-    EXPECT_EQ(device.arrivals.size(), 5U);
-    EXPECT_EQ(device.errors, "veskctl: block 0 of 3: refused, sent again\n"
-                             "veskctl: block 0 of 3: refused, sent again\n"
-                             "veskctl: block 0 of 3: refused, sent again\n"
-                             "veskctl: block 0 of 3: refused, sent again\n"
-                             "veskctl: block 0 of 3: refused, 5 times in all\n");
-    EXPECT_EQ(device.output, "");
-}
-
-TEST(SendUpdate, CountsTheTriesOfEachBlockAnew)
-{
-    // Four tries fail, the fifth holds, twice.
-    Device device([](size_t count, const Arrival &arrival) {
-        return count % 5 == 4 ? arrival.accepted() : arrival.refused();
-    });
-    EXPECT_EQ(device.update(std::string(1000, 'p')), kDone);
-    EXPECT_EQ(device.arrivals.size(), 10U);
-}
-
-// The device may have installed it, and would do so again over the backup of the old executable.
-TEST(SendUpdate, DoesNotRepeatAnOnlyBlockThatHasNoAnswer)
-{
-    Device device(isSilent);
-    EXPECT_EQ(device.update("p", kSilence), kNoAnswer);
-    EXPECT_EQ(device.arrivals.size(), 1U);
-    EXPECT_EQ(device.errors,
-              "veskctl: block 0 of 1: no answer; it may have been installed all the same\n");
-}
-
-TEST(SendUpdate, RepeatsAnOnlyBlockThatIsRefused)
-{
-    Device device([](size_t count, const Arrival &arrival) {
-        return count == 0 ? arrival.refused() : arrival.accepted();
-    });
-    EXPECT_EQ(device.update("p"), kDone);
-    EXPECT_EQ(device.arrivals.size(), 2U);
+    const auto again = [](const std::string &block, const std::string &why) {
+        return "veskctl: block " + block + ": " + why + ", sent again\n";
+    };
+    const auto fourTimes = [&](const std::string &block) {
+        const std::string line = again(block, "refused");
+        return line + line + line + line;
+    };
+    const struct {
+        size_t size;
+        const char *answers;
+        int status;
+        std::vector<uint8_t> numbers;
+        std::string errors;
+        Milliseconds timeout = kPatience;
+    } rows[] = {
+        {2000, "ara", kDone, {0, 1, 1, 2}, again("1 of 3", "refused")},
+        {1000, "a-a", kDone, {0, 1, 1}, again("1 of 2", "no answer"), kEither},
+        {2000,
+         "r",
+         kRefused,
+         {0, 0, 0, 0, 0},
+         fourTimes("0 of 3") + "veskctl: block 0 of 3: refused, 5 times in all\n"},
+        // The tries of each block count anew.
+        {1000,
+         "rrrrarrrra",
+         kDone,
+         {0, 0, 0, 0, 0, 1, 1, 1, 1, 1},
+         fourTimes("0 of 2") + fourTimes("1 of 2")},
+        // The device may have installed an only block that has no answer, and would do so again
+        // over the backup of the old executable.
+        {1,
+         "-",
+         kNoAnswer,
+         {0},
+         "veskctl: block 0 of 1: no answer; it may have been installed all the same\n",
+         kSilence},
+        {1, "ra", kDone, {0, 0}, again("0 of 1", "refused")},
+    };
+    for (const auto &row : rows) {
+        const std::string package = countingBytes(row.size, 251);
+        Device device(scripted(row.answers));
+        EXPECT_EQ(device.update(package, row.timeout), row.status) << row.answers;
+        EXPECT_EQ(device.errors, row.errors);
+        std::vector<uint8_t> numbers;
+        for (const Arrival &arrival : device.arrivals) {
+            numbers.push_back(arrival.command.dat3);
+            EXPECT_EQ(arrival.block, blockWithChecksum(updateStream(package), numbers.back()));
+        }
+        EXPECT_EQ(numbers, row.numbers) << row.answers;
+        const size_t repeated = numbers.size() - 1 - numbers.back();
+        const std::string figures = ", " + std::to_string(repeated) + " sent again\n";
+        EXPECT_EQ(device.output.ends_with(figures), row.status == kDone) << device.output;
+        EXPECT_EQ(device.output.empty(), row.status != kDone) << device.output;
+    }
 }
 
 TEST(SendUpdate, TakesNoLateAnswerForTheOneToTheNextTry)
@@ -242,8 +216,8 @@ TEST(SendUpdate, TakesNoLateAnswerForTheOneToTheNextTry)
 TEST(SendUpdate, AsksFirstIfItIsTold)
 {
     Device device([](size_t count, const Arrival &arrival) {
-        return count == 0   ? reply({0, 0, 0x9A, 0xA1, 0x07, 0x04, 0x00})
-               : count == 1 ? reply({0, 0, 0x9A, 0xB1, 0x07, 0x01, 0x0A})
+        return count == 0   ? "<F00009aa107040046>"
+               : count == 1 ? "<F00009ab107010a5d>"
                             : arrival.accepted();
     });
     EXPECT_EQ(device.update("p", kPatience, true), kDone);
@@ -262,17 +236,15 @@ TEST(SendUpdate, AsksFirstIfItIsTold)
 
 TEST(SendUpdate, SendsNothingToADeviceThatDoesNotAnswerTheQuestionAsItShould)
 {
-    const auto takesOthers = [](size_t, const Arrival &) {
-        return reply({0, 0, 0x9A, 0xA1, 0x07, 0x02, 0x00});
-    };
+    const auto takesOthers = [](size_t, const Arrival &) { return "<F00009aa107020044>"; };
     const struct {
         Device::Answer answer;
         Milliseconds timeout;
         int status;
         const char *errors;
     } rows[] = {
-        {refuses, kPatience, kRefused, ""},
-        {isSilent, kSilence, kNoAnswer, "veskctl: no answer within 50 ms\n"},
+        {scripted("r"), kPatience, kRefused, ""},
+        {scripted("-"), kSilence, kNoAnswer, "veskctl: no answer within 50 ms\n"},
         {takesOthers, kPatience, kRefused, "veskctl: only blocks of 1024 bytes can be sent\n"},
     };
     for (const auto &row : rows) {
