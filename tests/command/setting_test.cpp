@@ -53,16 +53,11 @@ void noteText(const char *hook, uint8_t dat2, char *out, int32_t zero)
 
 // The module's source is part of this file. Its hooks get other names where they are defined, but
 // not in its table, which therefore leads to these ones.
-#define WRITES(hook, name)                                                                         \
-    void hook(uint8_t dat2, SplitState *item, uint8_t same)                                        \
-    {                                                                                              \
-        noteItem(name, dat2, *item, same);                                                         \
-    }
-#define READS(hook, name)                                                                          \
-    void hook(uint8_t dat2, char *out, int32_t zero)                                               \
-    {                                                                                              \
-        noteText(name, dat2, out, zero);                                                           \
-    }
+// clang-format off
+#define WRITES(hook, name) \
+    void hook(uint8_t dat2, SplitState *item, uint8_t same) { noteItem(name, dat2, *item, same); }
+#define READS(hook, name) \
+    void hook(uint8_t dat2, char *out, int32_t zero) { noteText(name, dat2, out, zero); }
 WRITES(processLayerProperty, "layer")
 WRITES(processInputProperty, "input")
 WRITES(processTakeProperty, "take")
@@ -70,7 +65,6 @@ WRITES(processBlackscreenProperty, "black")
 READS(processLayerPropertyValueToString, "layer")
 READS(processInputPropertyValueToString, "input")
 READS(processBlackscreenValueToString, "black")
-// clang-format off
 #define processLayerProperty(...)              static emptyLayerProperty(__VA_ARGS__)
 #define processInputProperty(...)              static emptyInputProperty(__VA_ARGS__)
 #define processTakeProperty(...)               static emptyTakeProperty(__VA_ARGS__)
@@ -222,14 +216,6 @@ constexpr char kTooLong[] = "len > sizeof(buffer): 4097 > 4096\n";
 constexpr char kMissing[] = "writeDataSetting receiveBufferFromPC error\n";
 constexpr char kWrongSum[] = "re checksum error\r\nwriteDataSetting receiveBufferFromPC error\n";
 
-TEST_F(Setting, WritesTheNetworkRecordThenAcknowledges)
-{
-    arrive(withChecksum(content(18)));
-    // 5a + c3 + f0 + 20 + 07 + 13 = 247
-    EXPECT_EQ(execute(data(0x20, 19)), "writeDataSetting\n> <F5ac3f02007130047>\n");
-    EXPECT_EQ(journal, kConfigured);
-}
-
 // clang-format off
 TEST_F(Setting, WritesOrRefusesABlock)
 {
@@ -294,6 +280,7 @@ TEST_F(Setting, SendsTheNetworkRecordAfterTheReplyWithZerosForWhatIsUnknown)
     } rows[] = {{part + rest, part + rest + "\xEE"},
                 {part, part + std::string(10, '\0') + "\xC9"},
                 {"", std::string(19, '\0')}};
+    arrive("[payload]");
     for (const auto &row : rows) {
         network = row.found;
         EXPECT_EQ(execute({1, 2, 0xF1, 0x20, 7, 8, 9}),
@@ -302,6 +289,7 @@ TEST_F(Setting, SendsTheNetworkRecordAfterTheReplyWithZerosForWhatIsUnknown)
         EXPECT_EQ(sent.size(), 2u) << hex(row.found);
         EXPECT_EQ(journal, Journal{"read"}) << hex(row.found); // before the reply
     }
+    EXPECT_EQ(waiting(), "[payload]"); // it is for no reading command
 }
 
 TEST_F(Setting, RefusesToReadAnythingElse)
@@ -313,14 +301,6 @@ TEST_F(Setting, RefusesToReadAnythingElse)
             EXPECT_EQ(journal, Journal()) << dat1;
         }
     }
-}
-
-TEST_F(Setting, ReadsNoPayloadForAReadingCommand)
-{
-    arrive("[payload]");
-    execute({1, 2, 0xF1, 0x20, 0, 0, 0});
-    execute({1, 2, 0xF3, 0x09, 0, 0, 0});
-    EXPECT_EQ(waiting(), "[payload]");
 }
 
 // 0xF2, write text -------------------------------------------------------------------------------
@@ -461,12 +441,14 @@ TEST_F(Setting, SendsTheTextAfterTheReplyAndReportsOneOf4096Characters)
                 {many, "", "[" + many + "]"},
                 {many + "y", error, "[" + many + "y]"},
                 {many + "yz", error, "[" + many + "yz"}}; // no room for the closing bracket
+    arrive("[payload]");
     for (const auto &row : rows) {
         appended = row.appended;
         EXPECT_EQ(execute(text(0xF3, 0x09)),
                   row.prints + line(replyFrame({0x5A, 0xC3, 0xF3, 9, 7, 0, 0})) + line(row.sends));
         EXPECT_EQ(sent.size(), 2u) << row.sends;
     }
+    EXPECT_EQ(waiting(), "[payload]");
 }
 
 // What the commands are made of ------------------------------------------------------------------

@@ -11,58 +11,43 @@
 
 namespace {
 
-int signOf(int32_t number)
-{
-    return number > 0 ? 1 : number < 0 ? -1 : 0;
-}
-
-// Prefix, suffix: the sign of the result ---------------------------------------------------------
-
-struct Comparison {
-    const char *text;
-    const char *other;
-    int sign;
-};
+// Prefix, suffix ---------------------------------------------------------------------------------
 
 // clang-format off
-TEST(Text, ComparesTheBeginningWithTheWholePrefix)
+TEST(Text, ComparesTheBeginningWithAPrefixAndTheEndWithASuffix)
 {
-    constexpr Comparison kRows[] = {
-        {"layer=1", "layer", 0}, {"layer", "layer", 0}, {"layer", "l", 0},
-        {"abc", "abd", -1}, {"abd", "abc", 1}, {" abc", "\nabc", 1}, {"ABC", "abc", -1},
-        {"\x80", "a", 1}, {"\x80", "\xFF", -1}, // bytes, not signed characters
-        {"lay", "layer", -1}, {"", "layer", -1}, {"layeR", "layer", -1},
-        {"xlayer", "layer", 1}, // at the beginning only
+    constexpr int kNone = -2; // nothing to compare: exactly -1
+    const struct {
+        int32_t (*compare)(const char *text, const char *other);
+        const char *text;
+        const char *other;
+        int sign;
+    } rows[] = {
+        {start_with, "layer=1", "layer", 0}, {start_with, "layer", "layer", 0},
+        {start_with, "layer", "l", 0}, {start_with, "abc", "abd", -1},
+        {start_with, "abd", "abc", 1},
+        {start_with, " abc", "\nabc", 1}, {start_with, "ABC", "abc", -1},
+        {start_with, "\x80", "a", 1}, {start_with, "\x80", "\xFF", -1}, // not signed characters
+        {start_with, "lay", "layer", -1}, {start_with, "", "layer", -1},
+        {start_with, "layeR", "layer", -1}, {start_with, "xlayer", "layer", 1},
+        {start_with, nullptr, "a", kNone}, {start_with, "a", nullptr, kNone},
+        {start_with, nullptr, nullptr, kNone}, {start_with, "a", "", kNone},
+        {start_with, "", "", kNone}, {start_with, nullptr, "", kNone},
+        {end_with, "save1.sav", ".sav", 0}, {end_with, ".sav", ".sav", 0},
+        {end_with, "save1.sav", "v", 0}, {end_with, "abab", "ab", 0}, {end_with, "xabc", "abd", -1},
+        {end_with, "xabd", "abc", 1}, {end_with, "x\x80", "a", 1},
+        {end_with, "save1.sav ", ".sav", 1}, // "sav " against ".sav"
+        {end_with, "a", "", 0}, {end_with, "", "", 0}, // unlike the prefix
+        {end_with, "sav", ".sav", kNone}, {end_with, "", "a", kNone},
+        {end_with, nullptr, "a", kNone}, {end_with, "a", nullptr, kNone},
+        {end_with, nullptr, nullptr, kNone},
+        {end_with, nullptr, "", kNone},
     };
-    for (const Comparison &row : kRows) {
-        EXPECT_EQ(signOf(start_with(row.text, row.other)), row.sign) << row.text << row.other;
-    }
-}
-
-TEST(Text, ComparesTheEndWithTheSuffix)
-{
-    constexpr Comparison kRows[] = {
-        {"save1.sav", ".sav", 0}, {".sav", ".sav", 0}, {"save1.sav", "v", 0}, {"abab", "ab", 0},
-        {"xabc", "abd", -1}, {"xabd", "abc", 1}, {"x\x80", "a", 1},
-        {"save1.sav ", ".sav", 1}, // "sav " against ".sav"
-        {"a", "", 0}, {"", "", 0}, // unlike the prefix
-    };
-    for (const Comparison &row : kRows) {
-        EXPECT_EQ(signOf(end_with(row.text, row.other)), row.sign) << row.text << row.other;
-    }
-}
-
-TEST(Text, HasMinusOneForWhatCannotBeCompared)
-{
-    constexpr Comparison kPrefixes[] = {{nullptr, "a", 0}, {"a", nullptr, 0}, {nullptr, nullptr, 0},
-                                        {"a", "", 0}, {"", "", 0}, {nullptr, "", 0}};
-    for (const Comparison &row : kPrefixes) {
-        EXPECT_EQ(start_with(row.text, row.other), -1) << &row - kPrefixes;
-    }
-    constexpr Comparison kSuffixes[] = {{"sav", ".sav", 0}, {"", "a", 0}, {nullptr, "a", 0},
-                                        {"a", nullptr, 0}, {nullptr, nullptr, 0}, {nullptr, "", 0}};
-    for (const Comparison &row : kSuffixes) {
-        EXPECT_EQ(end_with(row.text, row.other), -1) << &row - kSuffixes;
+    for (const auto &row : rows) {
+        const int32_t result = row.compare(row.text, row.other);
+        const int sign = result > 0 ? 1 : result < 0 ? -1 : 0;
+        EXPECT_EQ(row.sign == kNone ? result : sign, row.sign == kNone ? -1 : row.sign)
+            << "row " << &row - rows;
     }
 }
 // clang-format on
