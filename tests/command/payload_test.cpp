@@ -5,426 +5,194 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
-#include <numeric>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "command/channel.h"
-#include "command/reception.h"
-#include "tests/support/clock.h"
-#include "tests/support/exchange.h"
-#include "transport/bridge_pipes.h"
+#include "tests/support/arrival.h"
+#include "tests/support/bytes.h"
 
 namespace {
 
-constexpr char kUntouched = '#';
-
-void arrive(std::string_view bytes, uint64_t port = 0)
-{
-    IsrReceiveBuffer(kChannelSerial, port, bytesOf(bytes), lengthOf(bytes));
-}
-
-// Has `bytes` arrive during the next sleeps, `perSleep` of them in each.
-void arriveWhileWaiting(const std::string &bytes, size_t perSleep)
-{
-    fakeClock.onSleep = [bytes, perSleep, done = size_t{0}]() mutable {
-        arrive(std::string_view(bytes).substr(done, perSleep));
-        done += std::min(perSleep, bytes.size() - done);
-    };
-}
-
-std::vector<uint32_t> sleeps(size_t count)
-{
-    return std::vector<uint32_t>(count, 2000);
-}
-
-// `length` bytes, each unlike its neighbours, and zeros and bytes above 0x7F among them.
-std::string content(size_t length)
-{
-    std::string bytes;
-    for (size_t i = 0; i < length; ++i) {
-        bytes += static_cast<char>(i * 7 + i / 256 + 1);
-    }
-    return bytes;
-}
-
-std::string withChecksum(const std::string &bytes)
-{
-    const unsigned sum = std::accumulate(bytes.begin(), bytes.end(), 0u, [](unsigned all, char c) {
-        return all + static_cast<unsigned char>(c);
-    });
-    return bytes + static_cast<char>(sum % 256);
-}
-
-// Channel 0 is port 0 and is being served; channel 1 is port 1.
 class Payload : public testing::Test {
 protected:
     Payload()
     {
-        InitRs232CommandVariable();
-        getFreeChannel(kChannelSerial, 0);
-        getFreeChannel(kChannelSerial, 1);
-        commandFrom = 0;
+        openLine();
     }
 };
 
-// Results of the reads, and what they left in a buffer that is larger than they may use.
+// A read of so many bytes, a block of that length or a text into that room; the bytes that arrive;
+// and what comes of it: the result, the bytes stored, the sleeps of 2 ms, and the bytes not read.
 struct Read {
+    const char *name;
+    uint32_t size;
+    int32_t tries;
+    Arrivals arrivals;
     uint32_t result;
-    std::string bytes;
+    std::string stored;
+    size_t sleeps;
+    std::string left = "";
+    const char *prints = "";
 };
 
-Read readData(uint32_t count, int32_t tries)
+using Reader = uint32_t (*)(uint8_t *bytes, uint32_t size, int32_t tries);
+
+uint32_t readText(uint8_t *text, uint32_t capacity, int32_t tries)
 {
-    std::string room(count + 8, kUntouched);
-    const uint32_t result = readDataFromPC(reinterpret_cast<uint8_t *>(room.data()), count, tries);
-    EXPECT_EQ(room.substr(result), std::string(room.size() - result, kUntouched));
-    return {result, room.substr(0, result)};
+    return receiveStringValueFromPC(reinterpret_cast<char *>(text), capacity, tries);
 }
 
-Read readBlock(uint32_t length, int32_t tries)
+void expectReads(Reader reader, const std::vector<Read> &reads)
 {
-    std::string room(length + 9, kUntouched);
-    const uint32_t result =
-        receiveBufferFromPC(reinterpret_cast<uint8_t *>(room.data()), length, tries);
-    EXPECT_EQ(room.substr(length + 1), std::string(8, kUntouched));
-    return {result, room.substr(0, result)};
+    for (const Read &read : reads) {
+        SCOPED_TRACE(testing::Message() << read.name << ", " << read.size << " bytes");
+        arrive(read.arrivals);
+        std::string room(std::max<size_t>(read.size, read.stored.size()) + 8, '#');
+        uint32_t result = 0;
+        const std::string prints = printedBy([&] {
+            result = reader(reinterpret_cast<uint8_t *>(room.data()), read.size, read.tries);
+        });
+        EXPECT_EQ(result, read.result);
+        EXPECT_EQ(room, read.stored + std::string(room.size() - read.stored.size(), '#'));
+        EXPECT_EQ(fakeClock.sleepsUs, std::vector<uint32_t>(read.sleeps, 2000));
+        EXPECT_EQ(waiting(), read.left);
+        EXPECT_EQ(prints, read.prints);
+        takeAll();
+    }
 }
 
-Read readText(uint32_t capacity, int32_t tries)
+// clang-format off
+TEST_F(Payload, ReadsBytesUntilTheyAreAllThereOrTheTriesAreSpent)
 {
-    std::string room(capacity + 8, kUntouched);
-    const uint32_t result = receiveStringValueFromPC(room.data(), capacity, tries);
-    const uint32_t stored = std::min(result, capacity);
-    EXPECT_EQ(room.substr(stored), std::string(room.size() - stored, kUntouched));
-    return {result, room.substr(0, stored)};
-}
-
-std::string waiting(uint8_t index = 0)
-{
-    return contentOf(channel[index]->pipe);
-}
-
-// Bytes ------------------------------------------------------------------------------------------
-
-TEST_F(Payload, ReadsWhatIsThereWithoutWaiting)
-{
-    arrive("abc\xFFxyz");
-    const Read read = readData(4, 0);
-    EXPECT_EQ(read.result, 4u);
-    EXPECT_EQ(read.bytes, "abc\xFF");
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(0));
-    EXPECT_EQ(waiting(), "xyz");
-}
-
-TEST_F(Payload, ReadsNoBytesWithoutWaiting)
-{
-    arrive("a");
-    EXPECT_EQ(readData(0, 5000).result, 0u);
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(0));
-    EXPECT_EQ(waiting(), "a");
+    const std::string many = countingBytes(10'000, 251);
+    expectReads(readDataFromPC, {
+        {"there already",              4, 0, {{0, "abc\xFFxyz"}}, 4, "abc\xFF", 0, "xyz"},
+        {"none wanted",             0, 5000, {{0, "a"}},          0, "",        0, "a"},
+        {"too few",                    4, 3, {{0, "ab"}},         2, "ab",      5},
+        {"the rest is late", 7, 10, {{0, "ab"}, {1, "cde"}, {2, "fgh"}}, 7, "abcdefg", 2, "h"},
+        {"the tries are the whole read's", 8, 3, perSleep(1, "abcdefgh"), 4, "abcd", 5, "e"},
+        {"during the last sleep but one",  1, 3, {{4, "z"}},      1, "z",       4},
+        {"during the last sleep",      1, 3, {{5, "z"}},          0, "",        5, "z"},
+        {"more than the pipe holds", 10'000, 10, perSleep(4095, many), 10'000, many, 3},
+    });
 }
 
 TEST_F(Payload, GivesUpAfterTwoSleepsMoreThanThereAreTries)
 {
     for (const int32_t tries : {0, 1, 2, 500, 1500, 5000}) {
-        fakeClock.sleepsUs.clear();
-        EXPECT_EQ(readData(4, tries).result, 0u) << tries;
-        EXPECT_EQ(fakeClock.sleepsUs, sleeps(static_cast<size_t>(tries) + 2)) << tries;
+        const auto sleeps = static_cast<size_t>(tries) + 2;
+        expectReads(readDataFromPC, {{"nothing", 4, tries, {}, 0, "", sleeps}});
     }
 }
 
-TEST_F(Payload, ReturnsWhatHasComeWhenItGivesUp)
-{
-    arrive("ab");
-    const Read read = readData(4, 3);
-    EXPECT_EQ(read.result, 2u);
-    EXPECT_EQ(read.bytes, "ab");
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(5));
-}
+constexpr char kError[] = "re checksum error\r\n";
 
-TEST_F(Payload, ReadsOnWhenBytesArriveDuringTheWait)
+TEST_F(Payload, ReceivesABlockAndComparesItsChecksum)
 {
-    arrive("ab");
-    arriveWhileWaiting("cdefgh", 3);
-    const Read read = readData(7, 10);
-    EXPECT_EQ(read.result, 7u);
-    EXPECT_EQ(read.bytes, "abcdefg");
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(2));
-    EXPECT_EQ(waiting(), "h");
-}
-
-TEST_F(Payload, SpendsItsTriesOnTheWholeReadNotOnEachByte)
-{
-    arriveWhileWaiting("abcdefgh", 1); // never two empty polls in a row
-    const Read read = readData(8, 3);
-    EXPECT_EQ(read.result, 4u);
-    EXPECT_EQ(read.bytes, "abcd");
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(5));
-}
-
-TEST_F(Payload, ReadsWhatCameDuringTheLastSleepButOne)
-{
-    fakeClock.onSleep = [] {
-        if (fakeClock.sleepsUs.size() == 4) {
-            arrive("z");
-        }
-    };
-    EXPECT_EQ(readData(1, 3).bytes, "z");
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(4));
-}
-
-TEST_F(Payload, LeavesWhatComesDuringTheLastSleepInTheChannel)
-{
-    fakeClock.onSleep = [] {
-        if (fakeClock.sleepsUs.size() == 5) {
-            arrive("z");
-        }
-    };
-    EXPECT_EQ(readData(1, 3).result, 0u);
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(5));
-    EXPECT_EQ(waiting(), "z");
-}
-
-TEST_F(Payload, ReadsMoreThanThePipeHolds)
-{
-    const std::string bytes = content(10000);
-    arriveWhileWaiting(bytes, 4095);
-    const Read read = readData(10000, 10);
-    EXPECT_EQ(read.result, 10000u);
-    EXPECT_EQ(read.bytes, bytes);
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(3));
-}
-
-TEST_F(Payload, ReadsTheChannelBeingServed)
-{
-    arrive("zero", 0);
-    arrive("one", 1);
-    commandFrom = 1;
-    EXPECT_EQ(readData(3, 0).bytes, "one");
-    EXPECT_EQ(waiting(0), "zero");
-    commandFrom = 0;
-    EXPECT_EQ(readData(4, 0).bytes, "zero");
-}
-
-TEST_F(Payload, ReadsNothingFromAChannelWithoutMemory)
-{
-    Channel *const memory = channel[5];
-    channel[5] = nullptr;
-    commandFrom = 5;
-    EXPECT_EQ(readData(4, 10).result, 0u);
-    EXPECT_EQ(readBlock(4, 10).result, 0u);
-    EXPECT_EQ(readText(4, 10).result, 0u);
-    channel[5] = memory;
-}
-
-TEST_F(Payload, HandsNothingOfItToThePc)
-{
-    udp_receive_pipe_init();
-    arrive("ab" + withChecksum("cd") + "[e]");
-    readData(2, 0);
-    readBlock(2, 0);
-    readText(3, 0);
-    EXPECT_EQ(waiting(), "");
-    EXPECT_EQ(contentOf(udp_send_pipe), "");
-}
-
-// Blocks -----------------------------------------------------------------------------------------
-
-TEST_F(Payload, ReceivesABlockAndItsChecksum)
-{
-    // 01 + ff + 80 = 180
-    arrive(std::string_view("\x01\xFF\x80\x80next", 8));
-    const Read read = readBlock(3, 0);
-    EXPECT_EQ(read.result, 3u);
-    EXPECT_EQ(read.bytes, "\x01\xFF\x80");
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(0));
-    EXPECT_EQ(waiting(), "next");
-}
-
-TEST_F(Payload, ReceivesBlocksOfEveryLength)
-{
+    const std::string zero(1, '\0');
+    const std::string most = withChecksum(countingBytes(4096, 251));
+    expectReads(receiveBufferFromPC, {
+        {"01 + ff + 80 = 180", 3, 0, {{0, "\x01\xFF\x80\x80z"}}, 3, "\x01\xFF\x80\x80", 0, "z"},
+        {"more than the pipe holds", 4096, 5000, perSleep(4000, most), 4096, most, 2},
+        {"nothing",              10, 4, {},                 0,  "",           6},
+        {"one byte",             10, 4, {{0, "a"}},         1,  "a",          6},
+        {"nine bytes",           10, 4, {{0, "abcdefghi"}}, 9,  "abcdefghi",  6},
+        // A block that lacks only its checksum counts as whole.
+        {"all but the checksum", 10, 4, {{0, "abcdefghij"}}, 10, "abcdefghij", 6},
+        {"an empty block",        0, 0, {{0, zero + "\1"}}, 0,  zero,         0, "\1"},
+        {"one with a wrong sum",  0, 0, {{0, "\1"}},        0,  "\1",         0, "", kError},
+        {"one that does not come", 0, 0, {},                0,  "",           2},
+    });
     for (const uint32_t length : {1u, 2u, 18u, 255u, 256u, 257u, 1024u, 4093u, 4094u}) {
-        const std::string bytes = content(length);
-        arrive(withChecksum(bytes));
-        std::string prints = printedBy([&] {
-            const Read read = readBlock(length, 0);
-            EXPECT_EQ(read.result, length);
-            EXPECT_EQ(read.bytes, bytes) << length;
-        });
-        EXPECT_EQ(prints, "") << length;
-        EXPECT_EQ(waiting(), "") << length;
+        const std::string block = withChecksum(countingBytes(length, 251));
+        expectReads(receiveBufferFromPC, {{"whole", length, 0, {{0, block}}, length, block, 0}});
     }
 }
 
-TEST_F(Payload, ReceivesABlockOfAWholeBufferThoughThePipeHoldsLess)
+// The whole block is consumed.
+TEST_F(Payload, RefusesEveryWrongChecksumAndADamagedByteAnywhere)
 {
-    const std::string bytes = content(4096);
-    arriveWhileWaiting(withChecksum(bytes), 4000);
-    const Read read = readBlock(4096, 5000);
-    EXPECT_EQ(read.result, 4096u);
-    EXPECT_EQ(read.bytes, bytes);
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(2));
-}
-
-TEST_F(Payload, RefusesEveryWrongChecksum)
-{
-    const std::string block = withChecksum("abc");
     for (unsigned error = 1; error < 256; ++error) {
-        std::string wrong = block;
-        wrong.back() = static_cast<char>(static_cast<unsigned char>(wrong.back()) + error);
-        arrive(wrong);
-        uint32_t result = 1;
-        EXPECT_EQ(printedBy([&] { result = readBlock(3, 0).result; }), "re checksum error\r\n");
-        EXPECT_EQ(result, 0u) << error;
-        EXPECT_EQ(waiting(), "") << error; // the whole block is consumed
+        std::string block = withChecksum("abc");
+        block.back() = static_cast<char>(static_cast<uint8_t>(block.back()) + error);
+        expectReads(receiveBufferFromPC, {{"wrong", 3, 0, {{0, block}}, 0, block, 0, "", kError}});
     }
-}
-
-TEST_F(Payload, NoticesADamagedByteAnywhereInABlock)
-{
-    const std::string block = withChecksum(content(300));
     for (const size_t at : {0u, 1u, 255u, 256u, 298u, 299u}) {
-        std::string damaged = block;
-        damaged[at] = static_cast<char>(damaged[at] ^ 0x80);
-        arrive(damaged);
-        printedBy([&] { EXPECT_EQ(readBlock(300, 0).result, 0u) << at; });
+        std::string block = withChecksum(countingBytes(300, 251));
+        block[at] = static_cast<char>(block[at] ^ 0x80);
+        expectReads(receiveBufferFromPC, {{"bad", 300, 0, {{0, block}}, 0, block, 0, "", kError}});
     }
 }
 
-TEST_F(Payload, ReturnsTheLengthOfABlockThatEndsEarly)
+TEST_F(Payload, ReceivesATextFromBracketToBracket)
 {
-    for (const uint32_t come : {0u, 1u, 9u}) {
-        fakeClock.sleepsUs.clear();
-        arrive(content(come));
-        uint32_t result = 99;
-        EXPECT_EQ(printedBy([&] { result = readBlock(10, 4).result; }), "");
-        EXPECT_EQ(result, come);
-        EXPECT_EQ(fakeClock.sleepsUs, sleeps(6));
-    }
-}
-
-TEST_F(Payload, TakesABlockThatLacksOnlyItsChecksumForWhole)
-{
-    arrive(content(10));
-    uint32_t result = 0;
-    EXPECT_EQ(printedBy([&] { result = readBlock(10, 4).result; }), "");
-    EXPECT_EQ(result, 10u);
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(6));
-}
-
-TEST_F(Payload, ReadsTheChecksumOfAnEmptyBlock)
-{
-    arrive(std::string_view("\0\1", 2));
-    uint32_t result = 99;
-    EXPECT_EQ(printedBy([&] { result = readBlock(0, 0).result; }), "");
-    EXPECT_EQ(result, 0u);
-    EXPECT_EQ(waiting(), "\1");
-    EXPECT_EQ(printedBy([&] { result = readBlock(0, 0).result; }), "re checksum error\r\n");
-    EXPECT_EQ(result, 0u);
-    EXPECT_EQ(printedBy([&] { result = readBlock(0, 0).result; }), "");
-    EXPECT_EQ(result, 0u);
-}
-
-// Texts ------------------------------------------------------------------------------------------
-
-TEST_F(Payload, ReceivesATextWithItsBrackets)
-{
-    arrive("[a=1]next");
-    const Read read = readText(100, 500);
-    EXPECT_EQ(read.result, 5u);
-    EXPECT_EQ(read.bytes, "[a=1]");
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(0));
-    EXPECT_EQ(waiting(), "next");
-}
-
-TEST_F(Payload, ReceivesAnEmptyText)
-{
-    arrive("[][]");
-    EXPECT_EQ(readText(100, 0).bytes, "[]");
-    EXPECT_EQ(waiting(), "[]");
-}
-
-TEST_F(Payload, ReceivesEveryByteWithinATextAsItIs)
-{
-    std::string text = "[";
-    for (int code = 0; code < 256; ++code) {
-        if (code != ']') {
-            text += static_cast<char>(code);
-        }
-    }
-    text += "[]";
-    arrive(text);
-    const Read read = readText(400, 0);
-    EXPECT_EQ(read.result, 258u);
-    EXPECT_EQ(read.bytes, text);
-}
-
-TEST_F(Payload, RefusesATextThatDoesNotBeginWithABracketAtOnce)
-{
-    for (const std::string first : {"]", "a", "<", "\xFF", " "}) {
-        arrive(first + "[a]");
-        EXPECT_EQ(readText(100, 500).result, 0u) << first;
-        EXPECT_EQ(fakeClock.sleepsUs, sleeps(0)) << first;
-        EXPECT_EQ(waiting(), "[a]") << first;
-        EXPECT_EQ(readText(100, 500).result, 3u) << first;
-    }
-}
-
-TEST_F(Payload, WaitsForTheFirstCharacterOfAText)
-{
-    arriveWhileWaiting("x[a]", 1);
-    EXPECT_EQ(readText(100, 500).result, 0u);
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(1));
-    EXPECT_EQ(readText(100, 500).bytes, "[a]");
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(4));
-}
-
-TEST_F(Payload, WaitsNoLongerThanTheTriesForAWholeText)
-{
-    EXPECT_EQ(readText(100, 500).result, 0u);
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(502));
-    fakeClock.sleepsUs.clear();
-    arriveWhileWaiting("[bcdefg]", 1);
-    const Read read = readText(100, 3);
-    EXPECT_EQ(read.result, 4u);
-    EXPECT_EQ(read.bytes, "[bcd");
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(5));
-}
-
-TEST_F(Payload, ReturnsTheLengthOfATextThatIsNeverClosed)
-{
-    arrive("[a=12");
-    const Read read = readText(100, 500);
-    EXPECT_EQ(read.result, 5u);
-    EXPECT_EQ(read.bytes, "[a=12");
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(502));
+    std::string every = "[" + countingBytes(256) + "[]";
+    every.erase(1 + ']', 1);
+    const std::string endless = "[" + std::string(100'000, 'x') + "]next";
+    expectReads(readText, {
+        {"with its brackets",       100, 500, {{0, "[a=1]next"}}, 5, "[a=1]", 0, "next"},
+        {"an empty one",            100, 0, {{0, "[][]"}},      2,   "[]",    0, "[]"},
+        {"every byte as it is",     400, 0, {{0, every}},       258, every,   0},
+        {"no opening bracket: ]",   100, 500, {{0, "][a]"}},    0,   "",      0, "[a]"},
+        {"no opening bracket: a",   100, 500, {{0, "a[a]"}},    0,   "",      0, "[a]"},
+        {"no opening bracket: <",   100, 500, {{0, "<[a]"}},    0,   "",      0, "[a]"},
+        {"no opening bracket: ff",  100, 500, {{0, "\xFF[a]"}}, 0,   "",      0, "[a]"},
+        {"no opening bracket: blank", 100, 500, {{0, " [a]"}},  0,   "",      0, "[a]"},
+        {"a late wrong character",  100, 500, {{1, "x"}},       0,   "",      1},
+        {"late characters",         100, 500, perSleep(1, "[a]"), 3, "[a]",   3},
+        {"nothing",                 100, 500, {},               0,   "",      502},
+        {"never closed",            100, 500, {{0, "[a=12"}},   5,   "[a=12", 502},
+        {"the tries are the whole text's", 100, 3, perSleep(1, "[bcdefg]"), 4, "[bcd", 5, "e"},
+        {"read to the end, however late", 4096, 500, perSleep(4000, endless), 100'002,
+         endless.substr(0, 4096), 26, "next"},
+    });
 }
 
 TEST_F(Payload, CountsATextBeyondTheRoomForItWithoutStoringIt)
 {
     const std::string text = "[" + std::string(20, 'x') + "]";
     for (const uint32_t capacity : {0u, 1u, 21u, 22u, 23u}) {
-        arrive(text + "next");
-        const Read read = readText(capacity, 0);
-        EXPECT_EQ(read.result, 22u) << capacity;
-        EXPECT_EQ(read.bytes, text.substr(0, capacity)) << capacity;
-        EXPECT_EQ(readData(4, 0).bytes, "next") << capacity;
+        const std::string stored = text.substr(0, capacity);
+        expectReads(readText, {{"long", capacity, 0, {{0, text + "next"}}, 22, stored, 0, "next"}});
     }
 }
+// clang-format on
 
-TEST_F(Payload, ReadsATextOfAnyLengthToItsEnd)
+TEST_F(Payload, ReadsTheChannelBeingServed)
 {
-    const std::string text = "[" + std::string(100'000, 'x') + "]next";
-    arriveWhileWaiting(text, 4000);
-    const Read read = readText(4096, 500);
-    EXPECT_EQ(read.result, 100'002u);
-    EXPECT_EQ(read.bytes, text.substr(0, 4096));
-    EXPECT_EQ(waiting(), "next");
+    getFreeChannel(kChannelSerial, 1);
+    arrive("zero", 0);
+    arrive("one", 1);
+    char bytes[4];
+    commandFrom = 1;
+    EXPECT_EQ(readDataFromPC(reinterpret_cast<uint8_t *>(bytes), 3, 0), 3u);
+    EXPECT_EQ(std::string(bytes, 3), "one");
+    EXPECT_EQ(waiting(0), "zero");
+}
+
+TEST_F(Payload, ReadsNothingFromAChannelWithoutMemory)
+{
+    Channel *const memory = std::exchange(channel[5], nullptr);
+    commandFrom = 5;
+    uint8_t bytes[5];
+    EXPECT_EQ(readDataFromPC(bytes, 4, 10), 0u);
+    EXPECT_EQ(receiveBufferFromPC(bytes, 4, 10), 0u);
+    EXPECT_EQ(readText(bytes, 4, 10), 0u);
+    channel[5] = memory;
+}
+
+TEST_F(Payload, MirrorsNothingOfItToThePc)
+{
+    arrive("ab" + withChecksum("cd") + "[e]");
+    uint8_t bytes[3];
+    readDataFromPC(bytes, 2, 0);
+    receiveBufferFromPC(bytes, 2, 0);
+    readText(bytes, 3, 0);
+    EXPECT_EQ(waiting(), "");
+    EXPECT_EQ(contentOf(udp_send_pipe), "");
 }
 
 } // namespace

@@ -1,91 +1,39 @@
-// Commands 0xF0 to 0xF3 from the frame's record to the answer, with every message, and the hooks
-// that they call. The module's source is part of this file, with hooks that note their calls in the
-// place of its empty ones.
+// Commands 0xF0 to 0xF3 from the frame's record to the answer, the hooks that they call, and the
+// file test that shares their buffer.
 
 #include "command/setting.h"
 
-// The names in the table have no parentheses behind them and stay, the definitions go elsewhere.
-// clang-format off
-#define processLayerProperty(...)              emptyLayerProperty(__VA_ARGS__)
-#define processInputProperty(...)              emptyInputProperty(__VA_ARGS__)
-#define processTakeProperty(...)               emptyTakeProperty(__VA_ARGS__)
-#define processBlackscreenProperty(...)        emptyBlackscreenProperty(__VA_ARGS__)
-#define processLayerPropertyValueToString(...) emptyLayerPropertyValueToString(__VA_ARGS__)
-#define processInputPropertyValueToString(...) emptyInputPropertyValueToString(__VA_ARGS__)
-#define processBlackscreenValueToString(...)   emptyBlackscreenValueToString(__VA_ARGS__)
-// clang-format on
-void emptyLayerProperty(uint8_t, SplitState *, uint8_t);
-void emptyInputProperty(uint8_t, SplitState *, uint8_t);
-void emptyTakeProperty(uint8_t, SplitState *, uint8_t);
-void emptyBlackscreenProperty(uint8_t, SplitState *, uint8_t);
-void emptyLayerPropertyValueToString(uint8_t, char *, int32_t);
-void emptyInputPropertyValueToString(uint8_t, char *, int32_t);
-void emptyBlackscreenValueToString(uint8_t, char *, int32_t);
-
-#include "command/setting.cpp"
-
-#undef processLayerProperty
-#undef processInputProperty
-#undef processTakeProperty
-#undef processBlackscreenProperty
-#undef processLayerPropertyValueToString
-#undef processInputPropertyValueToString
-#undef processBlackscreenValueToString
-
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <functional>
-#include <iterator>
-#include <numeric>
+#include <map>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include "command/channel.h"
 #include "command/file_selftest.h"
-#include "command/reception.h"
-#include "tests/support/clock.h"
-#include "tests/support/exchange.h"
-#include "transport/bridge_pipes.h"
+#include "tests/support/arrival.h"
+#include "tests/support/bytes.h"
+#include "tests/support/files.h"
+#include "tests/support/replace.h"
 
 namespace {
 
-// Link-time fakes of what the commands call ------------------------------------------------------
-
 using Journal = std::vector<std::string>;
 
-Journal journal; // every call, in order
+Journal journal; // every call of a hook or of the network record's operations
 
 void note(const std::string &call)
 {
-    journal.push_back(call + (sent.empty() ? "" : " behind the reply"));
+    journal.push_back(call + (sent.empty() ? "" : " after the reply"));
 }
-
-std::string numbers(const NetworkRecord &record)
-{
-    std::array<uint8_t, sizeof record> bytes;
-    std::memcpy(bytes.data(), &record, sizeof record);
-    std::string list;
-    for (const uint8_t byte : bytes) {
-        list.append(" ").append(std::to_string(byte));
-    }
-    return list;
-}
-
-// What Command_Read_Network() finds; nothing: it fails.
-std::function<void(NetworkRecord *record)> onReadNetwork;
 
 void noteItem(const char *hook, uint8_t dat2, const SplitState &item, uint8_t sameDat2)
 {
@@ -95,11 +43,41 @@ void noteItem(const char *hook, uint8_t dat2, const SplitState &item, uint8_t sa
 
 std::string appended; // by the hooks that tell values
 
-void appendValues(const char *hook, uint8_t dat2, char *out, int32_t zero)
+void noteText(const char *hook, uint8_t dat2, char *out, int32_t zero)
 {
     note(std::string(hook) + " " + std::to_string(dat2) + " " + out + " " + std::to_string(zero));
     std::strcat(out, appended.c_str());
 }
+
+} // namespace
+
+// The module's source is part of this file. Its hooks get other names where they are defined, but
+// not in its table, which therefore leads to these ones.
+// clang-format off
+#define WRITES(hook, name) \
+    void hook(uint8_t dat2, SplitState *item, uint8_t same) { noteItem(name, dat2, *item, same); }
+#define READS(hook, name) \
+    void hook(uint8_t dat2, char *out, int32_t zero) { noteText(name, dat2, out, zero); }
+WRITES(processLayerProperty, "layer")
+WRITES(processInputProperty, "input")
+WRITES(processTakeProperty, "take")
+WRITES(processBlackscreenProperty, "black")
+READS(processLayerPropertyValueToString, "layer")
+READS(processInputPropertyValueToString, "input")
+READS(processBlackscreenValueToString, "black")
+#define processLayerProperty(...)              static emptyLayerProperty(__VA_ARGS__)
+#define processInputProperty(...)              static emptyInputProperty(__VA_ARGS__)
+#define processTakeProperty(...)               static emptyTakeProperty(__VA_ARGS__)
+#define processBlackscreenProperty(...)        static emptyBlackscreenProperty(__VA_ARGS__)
+#define processLayerPropertyValueToString(...) static emptyLayerPropertyValueToString(__VA_ARGS__)
+#define processInputPropertyValueToString(...) static emptyInputPropertyValueToString(__VA_ARGS__)
+#define processBlackscreenValueToString(...)   static emptyBlackscreenValueToString(__VA_ARGS__)
+// clang-format on
+#include "command/setting.cpp"
+
+namespace {
+
+std::string network; // what Command_Read_Network() finds of the record, its first bytes
 
 // What the system's file operations do to the test file; null: what they always do.
 std::function<bool(const char *mode)> refusesToOpen;
@@ -108,135 +86,43 @@ std::function<void(uint8_t *bytes, size_t *count)> afterReading;
 
 } // namespace
 
-extern "C" {
-// Command_Config_Network() and Command_Read_Network(), as the linker knows them.
-void __wrap__Z22Command_Config_NetworkPK13NetworkRecord(const NetworkRecord *record);
-void __wrap__Z20Command_Read_NetworkP13NetworkRecord(NetworkRecord *record);
-std::FILE *__real_fopen64(const char *path, const char *mode);
-std::FILE *__wrap_fopen64(const char *path, const char *mode);
-size_t __real_fwrite(const void *bytes, size_t size, size_t count, std::FILE *file);
-size_t __wrap_fwrite(const void *bytes, size_t size, size_t count, std::FILE *file);
-size_t __real_fread(void *bytes, size_t size, size_t count, std::FILE *file);
-size_t __wrap_fread(void *bytes, size_t size, size_t count, std::FILE *file);
-
-void __wrap__Z22Command_Config_NetworkPK13NetworkRecord(const NetworkRecord *record)
+// Command_Config_Network() and Command_Read_Network().
+REPLACE(void, _Z22Command_Config_NetworkPK13NetworkRecord, (const NetworkRecord *record))
 {
-    note("config" + numbers(*record));
+    note("config " + hex(reinterpret_cast<const uint8_t *>(record), sizeof *record));
 }
 
-void __wrap__Z20Command_Read_NetworkP13NetworkRecord(NetworkRecord *record)
+REPLACE(void, _Z20Command_Read_NetworkP13NetworkRecord, (NetworkRecord * record))
 {
     note("read");
-    if (onReadNetwork) {
-        onReadNetwork(record);
-    }
+    std::memcpy(record, network.data(), network.size());
 }
 
-std::FILE *__wrap_fopen64(const char *path, const char *mode)
+REPLACE(std::FILE *, fopen64, (const char *path, const char *mode))
 {
     if (refusesToOpen && path == std::string_view("/userdata/test.bin") && refusesToOpen(mode)) {
         errno = EIO;
         return nullptr;
     }
-    return __real_fopen64(path, mode);
+    return REAL(fopen64)(path, mode);
 }
 
-size_t __wrap_fwrite(const void *bytes, size_t size, size_t count, std::FILE *file)
+REPLACE(size_t, fwrite, (const void *bytes, size_t size, size_t count, std::FILE *file))
 {
     const bool isShort = writesOnly && bytes == buffer;
-    return __real_fwrite(bytes, size, isShort ? writesOnly(count) : count, file);
+    return REAL(fwrite)(bytes, size, isShort ? writesOnly(count) : count, file);
 }
 
-size_t __wrap_fread(void *bytes, size_t size, size_t count, std::FILE *file)
+REPLACE(size_t, fread, (void *bytes, size_t size, size_t count, std::FILE *file))
 {
-    size_t done = __real_fread(bytes, size, count, file);
+    size_t done = REAL(fread)(bytes, size, count, file);
     if (afterReading && bytes == buffer) {
         afterReading(static_cast<uint8_t *>(bytes), &done);
     }
     return done;
 }
-}
-
-void processLayerProperty(uint8_t dat2, SplitState *item, uint8_t sameDat2)
-{
-    noteItem("layer", dat2, *item, sameDat2);
-}
-
-void processInputProperty(uint8_t dat2, SplitState *item, uint8_t sameDat2)
-{
-    noteItem("input", dat2, *item, sameDat2);
-}
-
-void processTakeProperty(uint8_t dat2, SplitState *item, uint8_t sameDat2)
-{
-    noteItem("take", dat2, *item, sameDat2);
-}
-
-void processBlackscreenProperty(uint8_t dat2, SplitState *item, uint8_t sameDat2)
-{
-    noteItem("blackscreen", dat2, *item, sameDat2);
-}
-
-void processLayerPropertyValueToString(uint8_t dat2, char *out, int32_t zero)
-{
-    appendValues("layer", dat2, out, zero);
-}
-
-void processInputPropertyValueToString(uint8_t dat2, char *out, int32_t zero)
-{
-    appendValues("input", dat2, out, zero);
-}
-
-void processBlackscreenValueToString(uint8_t dat2, char *out, int32_t zero)
-{
-    appendValues("blackscreen", dat2, out, zero);
-}
 
 namespace {
-
-using Calls = std::vector<Sent>;
-
-void arrive(std::string_view bytes)
-{
-    IsrReceiveBuffer(kChannelSerial, 0, bytesOf(bytes), lengthOf(bytes));
-}
-
-// Has what the pipe has no room for arrive while the command waits.
-void arriveAll(const std::string &bytes)
-{
-    static constexpr size_t kAtOnce = 4000;
-    arrive(std::string_view(bytes).substr(0, kAtOnce));
-    fakeClock.onSleep = [bytes, done = std::min(kAtOnce, bytes.size())]() mutable {
-        const size_t count = std::min(kAtOnce, bytes.size() - done);
-        arrive(std::string_view(bytes).substr(done, count));
-        done += count;
-    };
-}
-
-std::string waiting()
-{
-    return contentOf(channel[0]->pipe);
-}
-
-std::string content(size_t length)
-{
-    std::string bytes;
-    for (size_t i = 0; i < length; ++i) {
-        bytes += static_cast<char>(i * 5 + i / 256 + 3);
-    }
-    return bytes;
-}
-
-std::string withChecksum(const std::string &bytes)
-{
-    const unsigned sum = std::accumulate(bytes.begin(), bytes.end(), 0u, [](unsigned all, char c) {
-        return all + static_cast<unsigned char>(c);
-    });
-    return bytes + static_cast<char>(sum % 256);
-}
-
-// The first 18 of content().
-constexpr char kContentConfigured[] = "config 3 8 13 18 23 28 33 38 43 48 53 58 63 68 73 78 83 88";
 
 // Leaves something else than zeros where the variables of the next function called will be.
 [[gnu::noinline]] void dirtyStack()
@@ -252,391 +138,232 @@ protected:
     Setting()
     {
         fakeClock.setMs(1000);
-        InitRs232CommandVariable();
-        udp_receive_pipe_init();
-        getFreeChannel(kChannelSerial, 0);
-        commandFrom = 0;
+        openLine();
         std::memset(buffer, 0xEE, sizeof buffer);
         mkdir("/userdata", 0755);
     }
-
-    // Executes the command and returns what it printed and sent.
-    static std::string execute(const Parameters &parameters)
-    {
-        commandToLED = {parameters[0], parameters[1], parameters[2], parameters[3],
-                        parameters[4], parameters[5], parameters[6], 0x77};
-        std::memset(&commandFromLED, 0xB2, sizeof commandFromLED);
-        sent.clear();
-        journal.clear();
-        fakeClock.sleepsUs.clear();
-        return transcriptOf([&] {
-            dirtyStack();
-            switch (parameters[2]) {
-            case 0xF0:
-                writeDataSetting();
-                break;
-            case 0xF1:
-                readDataSetting();
-                break;
-            case 0xF2:
-                writeStringValueSetting();
-                break;
-            default:
-                readStringValueSetting();
-                break;
-            }
-        });
-    }
-
-    // Command 0xF0 for `dat1` with a length word of `announced`.
-    static Parameters data(uint8_t dat1, uint32_t announced)
-    {
-        return {0x5A,
-                0xC3,
-                0xF0,
-                dat1,
-                0x07,
-                static_cast<uint8_t>(announced % 256),
-                static_cast<uint8_t>(announced / 256)};
-    }
-
-    static Parameters text(uint8_t command, uint8_t dat1)
-    {
-        return {0x5A, 0xC3, command, dat1, 0x07, 0x11, 0x22};
-    }
-
-    static std::string ack(const Parameters &parameters)
-    {
-        return "> " + replyFrame(parameters) + "\n";
-    }
-
-    static std::string nak(const Parameters &parameters)
-    {
-        return "> " + refusal(parameters) + "\n";
-    }
 };
+
+// What the command prints and sends.
+std::string execute(const Parameters &parameters)
+{
+    constexpr void (*kCommands[])() = {writeDataSetting, readDataSetting, writeStringValueSetting,
+                                       readStringValueSetting};
+    request(parameters);
+    sent.clear();
+    journal.clear();
+    return transcriptOf([&] {
+        dirtyStack();
+        kCommands[parameters[2] - 0xF0]();
+    });
+}
+
+std::string line(const std::string &frame)
+{
+    return "> " + frame + "\n";
+}
+
+enum Answer { kAcks, kNaks, kSilent };
+
+std::string answerTo(const Parameters &parameters, Answer answer)
+{
+    return answer == kSilent ? ""
+           : answer == kAcks ? line(replyFrame(parameters))
+                             : line(refusal(parameters));
+}
 
 // 0xF0, write data -------------------------------------------------------------------------------
 
-TEST_F(Setting, ConfiguresTheNetworkWithTheRecordThenAcknowledges)
+// Command 0xF0 for `dat1` with a length word of `announced`.
+Parameters data(uint32_t dat1, uint32_t announced)
 {
-    arrive(withChecksum(content(18)) + "next");
-    // 5a + c3 + f0 + 20 + 07 + 13 = 247
-    EXPECT_EQ(execute(data(0x20, 19)), "writeDataSetting\n> <F5ac3f02007130047>\n");
-    EXPECT_EQ(journal, Journal{kContentConfigured});
-    EXPECT_EQ(fakeClock.sleepsUs.size(), 0u);
-    EXPECT_EQ(waiting(), "next");
+    return numbered({0x5A, 0xC3, 0xF0, static_cast<uint8_t>(dat1), 7}, announced);
 }
 
-TEST_F(Setting, TakesOnlyTheRecordOfALongerBlock)
+std::string content(size_t length)
 {
-    for (const uint32_t length : {19u, 20u, 255u, 256u, 300u, 4000u}) {
-        arriveAll(withChecksum(content(length)));
-        const Parameters request = data(0x20, length + 1);
-        EXPECT_EQ(execute(request), "writeDataSetting\n" + ack(request)) << length;
-        EXPECT_EQ(journal, Journal{kContentConfigured}) << length;
-        EXPECT_EQ(waiting(), "") << length;
+    return countingBytes(length, 251);
+}
+
+const Journal kConfigured = {"config 000102030405060708090a0b0c0d0e0f1011"}; // content(18)
+
+struct Data {
+    const char *name;
+    uint32_t dat1;
+    uint32_t announced; // the length of the payload with its checksum
+    Arrivals arrivals;
+    const char *prints;
+    Answer answer;
+    Journal calls;
+    size_t sleeps = 0;
+    std::string left = "";
+};
+
+void expectData(const Data &row)
+{
+    SCOPED_TRACE(testing::Message() << row.name << ", dat1 " << row.dat1 << ", " << row.announced);
+    arrive(row.arrivals);
+    const Parameters parameters = data(row.dat1, row.announced);
+    EXPECT_EQ(execute(parameters),
+              std::string("writeDataSetting\n") + row.prints + answerTo(parameters, row.answer));
+    EXPECT_EQ(journal, row.calls);
+    EXPECT_EQ(fakeClock.sleepsUs, std::vector<uint32_t>(row.sleeps, 2000));
+    EXPECT_EQ(waiting(), row.left);
+    takeAll();
+}
+
+constexpr char kTooLong[] = "len > sizeof(buffer): 4097 > 4096\n";
+constexpr char kMissing[] = "writeDataSetting receiveBufferFromPC error\n";
+constexpr char kWrongSum[] = "re checksum error\r\nwriteDataSetting receiveBufferFromPC error\n";
+
+// clang-format off
+TEST_F(Setting, WritesOrRefusesABlock)
+{
+    const std::string block = withChecksum(content(18));
+    std::string wrong = block;
+    wrong[3] = 'x';
+    const Data rows[] = {
+        {"a record",               0x20, 19, {{0, block + "z"}}, "", kAcks, kConfigured, 0, "z"},
+        {"one byte too many",      0x20, 4098, {{0, "left"}}, kTooLong, kNaks, {}, 0, "left"},
+        {"the most",               0x20, 65535, {{0, "left"}},
+         "len > sizeof(buffer): 65534 > 4096\n",         kNaks, {}, 0, "left"},
+        {"too many for no record", 0x21, 4098, {{0, "left"}}, kTooLong, kNaks, {}, 0, "left"},
+        {"nothing at all",         0x20, 0, {{0, "left"}}, "", kSilent, {}, 0, "left"},
+        {"a checksum of nothing",  0x20, 1, {{0, "left"}}, "", kSilent, {}, 0, "left"},
+        {"nothing for no record",  0x21, 0, {{0, "left"}}, "", kNaks, {}, 0, "left"},
+        {"a checksum for no record", 0x21, 1, {{0, "left"}}, "", kNaks, {}, 0, "left"},
+        {"a record of one byte",   0x20, 2, {{0, withChecksum(content(1))}}, "", kSilent, {}},
+        {"a record of 16 bytes",   0x20, 17, {{0, withChecksum(content(16))}}, "", kSilent, {}},
+        {"a record of 17 bytes",   0x20, 18, {{0, withChecksum(content(17))}}, "", kSilent, {}},
+        {"17 bytes and a wrong sum", 0x20, 18, {{0, content(18)}}, kWrongSum, kNaks, {}},
+        {"a wrong sum",            0x20, 19, {{0, wrong + "z"}}, kWrongSum, kNaks, {}, 0, "z"},
+        {"nothing comes",          0x20, 19, {}, kMissing, kNaks, {}, 5002},
+        {"one byte comes",         0x20, 19, {{0, content(1)}}, kMissing, kNaks, {}, 5002},
+        {"17 bytes come",          0x20, 19, {{0, content(17)}}, kMissing, kNaks, {}, 5002},
+        // A block that lacks only its checksum counts as whole.
+        {"18 bytes come",          0x20, 19, {{0, content(18)}}, "", kAcks, kConfigured, 5002},
+    };
+    for (const Data &row : rows) {
+        expectData(row);
     }
 }
+// clang-format on
 
-TEST_F(Setting, TakesABlockThatFillsTheBuffer)
+TEST_F(Setting, TakesOnlyTheRecordOfABlockUpToTheBuffersSize)
 {
-    for (const uint32_t length : {4095u, 4096u}) {
-        arriveAll(withChecksum(content(length)));
-        const Parameters request = data(0x20, length + 1);
-        EXPECT_EQ(execute(request), "writeDataSetting\n" + ack(request)) << length;
-        EXPECT_EQ(journal, Journal{kContentConfigured}) << length;
-        EXPECT_EQ(waiting(), "") << length;
-        EXPECT_EQ(std::memcmp(buffer, content(length).data(), length), 0);
+    for (const uint32_t length : {19u, 20u, 255u, 256u, 300u, 3999u, 4095u, 4096u}) {
+        expectData({"a long one", 0x20, length + 1,
+                    perSleep(4000, withChecksum(content(length)), 0), "", kAcks, kConfigured,
+                    length < 4000 ? 0u : 1u});
+        EXPECT_EQ(std::memcmp(buffer, content(length).data(), length), 0) << length;
     }
-}
-
-TEST_F(Setting, RefusesABlockThatTheBufferCannotHoldUnread)
-{
-    arrive("payload");
-    EXPECT_EQ(execute(data(0x20, 4098)), "writeDataSetting\n"
-                                         "len > sizeof(buffer): 4097 > 4096\n" +
-                                             nak(data(0x20, 4098)));
-    EXPECT_EQ(execute(data(0x20, 65535)), "writeDataSetting\n"
-                                          "len > sizeof(buffer): 65534 > 4096\n" +
-                                              nak(data(0x20, 65535)));
-    EXPECT_EQ(execute(data(0x21, 4098)), "writeDataSetting\n"
-                                         "len > sizeof(buffer): 4097 > 4096\n" +
-                                             nak(data(0x21, 4098)));
-    EXPECT_EQ(journal, Journal());
-    EXPECT_EQ(fakeClock.sleepsUs.size(), 0u);
-    EXPECT_EQ(waiting(), "payload");
-}
-
-TEST_F(Setting, ReadsNothingAndStaysSilentForANetworkRecordWithoutData)
-{
-    arrive("payload");
-    for (const uint32_t announced : {0u, 1u}) {
-        EXPECT_EQ(execute(data(0x20, announced)), "writeDataSetting\n") << announced;
-        EXPECT_EQ(journal, Journal());
-        EXPECT_EQ(fakeClock.sleepsUs.size(), 0u);
-        EXPECT_EQ(waiting(), "payload");
-    }
-}
-
-TEST_F(Setting, ReadsAShortNetworkRecordAndStaysSilent)
-{
-    for (const uint32_t length : {1u, 16u, 17u}) {
-        arrive(withChecksum(content(length)));
-        EXPECT_EQ(execute(data(0x20, length + 1)), "writeDataSetting\n") << length;
-        EXPECT_EQ(journal, Journal());
-        EXPECT_EQ(waiting(), "");
-    }
-}
-
-TEST_F(Setting, RefusesAShortNetworkRecordWithAWrongChecksum)
-{
-    arrive(content(18)); // its last byte is no checksum of the others
-    EXPECT_EQ(execute(data(0x20, 18)), "writeDataSetting\n"
-                                       "re checksum error\r\n"
-                                       "writeDataSetting receiveBufferFromPC error\n" +
-                                           nak(data(0x20, 18)));
-}
-
-TEST_F(Setting, RefusesAWrongChecksum)
-{
-    std::string block = withChecksum(content(18));
-    block[3] = static_cast<char>(block[3] + 1);
-    arrive(block + "next");
-    EXPECT_EQ(execute(data(0x20, 19)), "writeDataSetting\n"
-                                       "re checksum error\r\n"
-                                       "writeDataSetting receiveBufferFromPC error\n" +
-                                           nak(data(0x20, 19)));
-    EXPECT_EQ(journal, Journal());
-    EXPECT_EQ(waiting(), "next");
-}
-
-TEST_F(Setting, RefusesABlockThatEndsEarlyAfterFiveThousandAndTwoPolls)
-{
-    for (const uint32_t come : {0u, 1u, 17u}) {
-        arrive(content(come));
-        EXPECT_EQ(execute(data(0x20, 19)), "writeDataSetting\n"
-                                           "writeDataSetting receiveBufferFromPC error\n" +
-                                               nak(data(0x20, 19)));
-        EXPECT_EQ(fakeClock.sleepsUs, std::vector<uint32_t>(5002, 2000));
-        EXPECT_EQ(journal, Journal());
-    }
-}
-
-TEST_F(Setting, TakesABlockWithoutItsChecksumWhenTheTimeIsOver)
-{
-    arrive(content(18));
-    EXPECT_EQ(execute(data(0x20, 19)), "writeDataSetting\n" + ack(data(0x20, 19)));
-    EXPECT_EQ(fakeClock.sleepsUs, std::vector<uint32_t>(5002, 2000));
-    EXPECT_EQ(journal, Journal{kContentConfigured});
 }
 
 TEST_F(Setting, ReadsTheBlockOfAnythingElseAndRefuses)
 {
-    for (unsigned dat1 = 0; dat1 < 256; ++dat1) {
-        if (dat1 == 0x20) {
-            continue;
+    for (uint32_t dat1 = 0; dat1 < 256; ++dat1) {
+        if (dat1 != 0x20) {
+            expectData({"", dat1, 19, {{0, withChecksum(content(18))}}, "", kNaks, {}});
         }
-        const Parameters request = data(static_cast<uint8_t>(dat1), 19);
-        arrive(withChecksum(content(18)));
-        EXPECT_EQ(execute(request), "writeDataSetting\n" + nak(request));
-        EXPECT_EQ(waiting(), "") << dat1;
-        EXPECT_EQ(journal, Journal()) << dat1;
-    }
-}
-
-TEST_F(Setting, RefusesAnythingElseWithoutData)
-{
-    for (const uint32_t announced : {0u, 1u}) {
-        EXPECT_EQ(execute(data(0x21, announced)),
-                  "writeDataSetting\n" + nak(data(0x21, announced)));
-        EXPECT_EQ(fakeClock.sleepsUs.size(), 0u);
     }
 }
 
 // 0xF1, read data --------------------------------------------------------------------------------
 
-TEST_F(Setting, SendsTheNetworkRecordBehindTheReply)
+TEST_F(Setting, SendsTheNetworkRecordAfterTheReplyWithZerosForWhatIsUnknown)
 {
-    onReadNetwork = [](NetworkRecord *record) {
-        *record = {{192, 168, 0, 100},
-                   {255, 255, 255, 0},
-                   {192, 168, 0, 1},
-                   {0x02, 0x76, 0x65, 0x73, 0x6B, 0x01}};
-    };
-    execute({1, 2, 0xF1, 0x20, 7, 8, 9});
-    // c0 + a8 + 00 + 64 + ff + ff + ff + 00 + c0 + a8 + 00 + 01 + 02 + 76 + 65 + 73 + 6b + 01 = 7ee
-    const std::string record("\xC0\xA8\x00\x64\xFF\xFF\xFF\x00\xC0\xA8\x00\x01"
-                             "\x02\x76\x65\x73\x6B\x01\xEE",
-                             19);
-    EXPECT_EQ(sent,
-              (Calls{{"uart 0", replyFrame({1, 2, 0xF1, 0x20, 7, 19, 0})}, {"uart 0", record}}));
-    EXPECT_EQ(journal, Journal{"read"}); // ahead of the reply
-}
-
-TEST_F(Setting, SendsZerosForWhatCannotBeReadOfTheNetwork)
-{
-    onReadNetwork = [](NetworkRecord *record) {
-        std::memcpy(record->ip, "\xC0\xA8\x00\x64", 4);
-        std::memcpy(record->mask, "\xFF\xFF\xFF\x00", 4);
-    };
-    execute({1, 2, 0xF1, 0x20, 0, 0, 0});
-    // c0 + a8 + 00 + 64 + ff + ff + ff + 00 = 4c9
-    const std::string record =
-        std::string("\xC0\xA8\x00\x64\xFF\xFF\xFF\x00", 8) + std::string(10, '\0') + "\xC9";
-    EXPECT_EQ(sent,
-              (Calls{{"uart 0", replyFrame({1, 2, 0xF1, 0x20, 0, 19, 0})}, {"uart 0", record}}));
-}
-
-TEST_F(Setting, SendsZerosForANetworkThatCannotBeRead)
-{
-    execute({1, 2, 0xF1, 0x20, 0, 0, 0});
-    EXPECT_EQ(sent, (Calls{{"uart 0", replyFrame({1, 2, 0xF1, 0x20, 0, 19, 0})},
-                           {"uart 0", std::string(19, '\0')}}));
+    const std::string part("\xC0\xA8\x00\x64\xFF\xFF\xFF\x00", 8);          // 4c9
+    const std::string rest("\xC0\xA8\x00\x01\x02\x76\x65\x73\x6B\x01", 10); // 325
+    const struct {
+        std::string found;
+        std::string sends;
+    } rows[] = {{part + rest, part + rest + "\xEE"},
+                {part, part + std::string(10, '\0') + "\xC9"},
+                {"", std::string(19, '\0')}};
+    arrive("[payload]");
+    for (const auto &row : rows) {
+        network = row.found;
+        EXPECT_EQ(execute({1, 2, 0xF1, 0x20, 7, 8, 9}),
+                  line(replyFrame({1, 2, 0xF1, 0x20, 7, 19, 0})) + line(row.sends))
+            << hex(row.found);
+        EXPECT_EQ(sent.size(), 2u) << hex(row.found);
+        EXPECT_EQ(journal, Journal{"read"}) << hex(row.found); // before the reply
+    }
+    EXPECT_EQ(waiting(), "[payload]"); // it is for no reading command
 }
 
 TEST_F(Setting, RefusesToReadAnythingElse)
 {
     for (unsigned dat1 = 0; dat1 < 256; ++dat1) {
-        if (dat1 == 0x20) {
-            continue;
+        if (dat1 != 0x20) {
+            const Parameters asked = {1, 2, 0xF1, static_cast<uint8_t>(dat1), 7, 19, 0};
+            EXPECT_EQ(execute(asked), answerTo(asked, kNaks)) << dat1;
+            EXPECT_EQ(journal, Journal()) << dat1;
         }
-        const Parameters request = {1, 2, 0xF1, static_cast<uint8_t>(dat1), 7, 19, 0};
-        EXPECT_EQ(execute(request), nak(request)) << dat1;
-        EXPECT_EQ(journal, Journal()) << dat1;
     }
-}
-
-TEST_F(Setting, ReadsNoPayloadForAReadingCommand)
-{
-    arrive("[payload]");
-    execute({1, 2, 0xF1, 0x20, 0, 0, 0});
-    execute({1, 2, 0xF3, 0x09, 0, 0, 0});
-    EXPECT_EQ(waiting(), "[payload]");
 }
 
 // 0xF2, write text -------------------------------------------------------------------------------
 
+Parameters text(uint8_t command, uint32_t dat1)
+{
+    return {0x5A, 0xC3, command, static_cast<uint8_t>(dat1), 7, 0x11, 0x22};
+}
+
+struct Text {
+    const char *name;
+    uint32_t dat1;
+    Arrivals arrivals;
+    Answer answer;
+    Journal items;
+    size_t sleeps = 0;
+    std::string left = "";
+};
+
+void expectText(const Text &row)
+{
+    SCOPED_TRACE(testing::Message() << row.name << ", dat1 " << row.dat1);
+    arrive(row.arrivals);
+    EXPECT_EQ(execute(text(0xF2, row.dat1)), answerTo(text(0xF2, row.dat1), row.answer));
+    EXPECT_EQ(journal, row.items);
+    EXPECT_EQ(fakeClock.sleepsUs, std::vector<uint32_t>(row.sleeps, 2000));
+    EXPECT_EQ(waiting(), row.left);
+    takeAll();
+}
+
+// clang-format off
 TEST_F(Setting, HandsEachItemOfATextToTheHook)
 {
-    arrive("[ a=1,b=2 ]next");
-    EXPECT_EQ(execute(text(0xF2, 0x09)), ack(text(0xF2, 0x09)));
-    EXPECT_EQ(journal, (Journal{"input 7 a=1 7", "input 7 b=2 7"}));
-    EXPECT_EQ(fakeClock.sleepsUs.size(), 0u);
-    EXPECT_EQ(waiting(), "next");
-}
-
-TEST_F(Setting, HandsNothingToTheHookWhenTheFirstValueIsNoNumber)
-{
-    arrive("[a=x,b=2]");
-    EXPECT_EQ(execute(text(0xF2, 0x09)), ack(text(0xF2, 0x09)));
-    EXPECT_EQ(journal, Journal());
-}
-
-TEST_F(Setting, StopsAtTheFirstItemThatIsNone)
-{
-    arrive("[a=1,b,c=3]");
-    execute(text(0xF2, 0x09));
-    EXPECT_EQ(journal, (Journal{"input 7 a=1 7", "input 7 b,c=3 7"})); // the key is "b,c"
-    arrive("[a=1,b=x,c=3]");
-    execute(text(0xF2, 0x09));
-    EXPECT_EQ(journal, Journal{"input 7 a=1 7"});
-}
-
-TEST_F(Setting, SelectsTheWritingHookByDat1)
-{
-    const std::array<std::pair<uint8_t, const char *>, 4> hooks = {
-        {{0x00, "layer"}, {0x09, "input"}, {0x38, "take"}, {0x39, "blackscreen"}}};
-    for (unsigned dat1 = 0; dat1 < 256; ++dat1) {
-        const auto hook = std::find_if(hooks.begin(), hooks.end(),
-                                       [&](const auto &entry) { return entry.first == dat1; });
-        const Parameters request = text(0xF2, static_cast<uint8_t>(dat1));
-        arrive("[k=-5]");
-        if (hook == hooks.end()) {
-            EXPECT_EQ(execute(request), nak(request)) << dat1;
-            EXPECT_EQ(journal, Journal()) << dat1;
-        } else {
-            EXPECT_EQ(execute(request), ack(request)) << dat1;
-            EXPECT_EQ(journal, Journal{std::string(hook->second) + " 7 k=-5 7"});
-        }
-        EXPECT_EQ(waiting(), "") << dat1;
-    }
-}
-
-TEST_F(Setting, AcknowledgesATextWithoutItems)
-{
-    for (const char *payload : {"[]", "[ ]", "[abc]", "[=]", "[,]"}) {
-        arrive(payload);
-        EXPECT_EQ(execute(text(0xF2, 0x00)), ack(text(0xF2, 0x00))) << payload;
-        EXPECT_EQ(journal, Journal()) << payload;
-    }
-}
-
-TEST_F(Setting, RefusesAPayloadThatIsNoText)
-{
-    arrive("a=1]");
-    EXPECT_EQ(execute(text(0xF2, 0x09)), nak(text(0xF2, 0x09)));
-    EXPECT_EQ(fakeClock.sleepsUs.size(), 0u);
-    EXPECT_EQ(waiting(), "=1]"); // only the character that tells
-    EXPECT_EQ(journal, Journal());
-}
-
-TEST_F(Setting, RefusesATextThatDoesNotComeAfterFiveHundredAndTwoPolls)
-{
-    EXPECT_EQ(execute(text(0xF2, 0x09)), nak(text(0xF2, 0x09)));
-    EXPECT_EQ(fakeClock.sleepsUs, std::vector<uint32_t>(502, 2000));
-}
-
-TEST_F(Setting, UsesATextThatIsNeverClosedWithoutItsLastCharacter)
-{
-    arrive("[a=1,b=23");
-    EXPECT_EQ(execute(text(0xF2, 0x09)), ack(text(0xF2, 0x09)));
-    EXPECT_EQ(journal, (Journal{"input 7 a=1 7", "input 7 b=2 7"}));
-    EXPECT_EQ(fakeClock.sleepsUs, std::vector<uint32_t>(502, 2000));
-}
-
-TEST_F(Setting, FindsNoItemInATextOfABracketOnly)
-{
-    arrive("[old=1]");
-    execute(text(0xF2, 0x0A)); // no kind of key: it is not even taken apart
-    arrive("[");
-    EXPECT_EQ(execute(text(0xF2, 0x09)), ack(text(0xF2, 0x09)));
-    EXPECT_EQ(journal, Journal()); // nothing of the text before it
-    arrive("[");
-    EXPECT_EQ(execute(text(0xF2, 0x0A)), nak(text(0xF2, 0x0A)));
-}
-
-TEST_F(Setting, WaitsForTheRestOfAText)
-{
-    arrive("[a=");
-    fakeClock.onSleep = [] {
-        if (fakeClock.sleepsUs.size() == 100) {
-            arrive("1]");
-        }
+    const std::string one = "input 7 a=1 7";
+    const Journal both = {one, "input 7 b=2 7"};
+    const std::string zero(1, '\0');
+    const Text rows[] = {
+        {"two items",              0x09, {{0, "[ a=1,b=2 ]next"}}, kAcks, both, 0, "next"},
+        {"no number at first",     0x09, {{0, "[a=x,b=2]"}}, kAcks, {}},
+        {"no equals sign later",   0x09, {{0, "[a=1,b,c=3]"}}, kAcks, {one, "input 7 b,c=3 7"}},
+        {"no number later",        0x09, {{0, "[a=1,b=x,c=3]"}}, kAcks, {one}},
+        {"nothing in it",          0x00, {{0, "[]"}},    kAcks, {}},
+        {"a blank",                0x00, {{0, "[ ]"}},   kAcks, {}},
+        {"a key",                  0x00, {{0, "[abc]"}}, kAcks, {}},
+        {"an equals sign",         0x00, {{0, "[=]"}},   kAcks, {}},
+        {"a comma",                0x00, {{0, "[,]"}},   kAcks, {}},
+        // One character is lost.
+        {"no bracket",             0x09, {{0, "a=1]"}},  kNaks, {}, 0, "=1]"},
+        {"nothing comes",          0x09, {},             kNaks, {}, 502},
+        {"never closed",           0x09, {{0, "[a=1,b=23"}}, kAcks, both, 502},
+        {"for no hook",            0x0A, {{0, "[old=1]"}}, kNaks, {}}, // not even taken apart
+        // Nothing of the text before it.
+        {"a bracket only",         0x09, {{0, "["}},     kAcks, {}, 502},
+        {"a bracket for no hook",  0x0A, {{0, "["}},     kNaks, {}, 502},
+        {"the rest is late",       0x09, {{0, "[a="}, {100, "1]"}}, kAcks, {one}, 100},
+        {"a zero byte ends it",    0x09, {{0, "[a=1," + zero + "b=2]"}}, kAcks, {one}},
+        {"bytes above ASCII",      0x09, {{0, "[\xE4\xFF=1]"}}, kAcks, {"input 7 \xE4\xFF=1 7"}},
     };
-    EXPECT_EQ(execute(text(0xF2, 0x09)), ack(text(0xF2, 0x09)));
-    EXPECT_EQ(fakeClock.sleepsUs.size(), 100u);
-    EXPECT_EQ(journal, Journal{"input 7 a=1 7"});
+    for (const Text &row : rows) {
+        expectText(row);
+    }
 }
-
-TEST_F(Setting, CutsATextAtAZeroByte)
-{
-    arrive(std::string_view("[a=1,\0b=2,c=3]", 14));
-    execute(text(0xF2, 0x09));
-    EXPECT_EQ(journal, Journal{"input 7 a=1 7"});
-}
-
-TEST_F(Setting, TakesBytesAboveAsciiInAKey)
-{
-    arrive("[\xE4\xFF=1]");
-    execute(text(0xF2, 0x09));
-    EXPECT_EQ(journal, Journal{"input 7 \xE4\xFF=1 7"});
-}
-
-char digitOf(size_t number)
-{
-    return static_cast<char>('0' + number % 10);
-}
+// clang-format on
 
 // A text of `length` characters, brackets included: blanks, and items of four characters each.
 std::string longText(size_t length)
@@ -644,7 +371,7 @@ std::string longText(size_t length)
     const size_t items = (length - 1) / 4; // without the comma of the last
     std::string payload = "[" + std::string(length - 1 - 4 * items, ' ');
     for (size_t i = 0; i < items; ++i) {
-        payload.append("k=").append(1, digitOf(i)).append(",");
+        payload += "k=" + std::to_string(i % 10) + ",";
     }
     payload.back() = ']';
     return payload;
@@ -654,155 +381,97 @@ Journal itemCalls(size_t count)
 {
     Journal calls;
     for (size_t i = 0; i < count; ++i) {
-        calls.push_back(std::string("input 7 k=").append(1, digitOf(i)).append(" 7"));
+        calls.push_back("input 7 k=" + std::to_string(i % 10) + " 7");
     }
     return calls;
 }
 
-TEST_F(Setting, TakesALongTextWholeUpToTheBuffersEnd)
+TEST_F(Setting, TakesALongTextUpToTheBuffersEnd)
 {
+    const auto late = [](const std::string &bytes) { return perSleep(4000, bytes, 0); };
     for (const size_t length : {4095u, 4096u, 4097u}) {
-        ASSERT_EQ(longText(length).size(), length);
-        arriveAll(longText(length));
-        EXPECT_EQ(execute(text(0xF2, 0x09)), ack(text(0xF2, 0x09))) << length;
-        EXPECT_EQ(journal, itemCalls((length - 1) / 4)) << length;
-        EXPECT_EQ(waiting(), "") << length;
+        expectText({"whole", 9, late(longText(length)), kAcks, itemCalls((length - 1) / 4), 1});
     }
+    // Three blanks after the bracket: item i ends in character 6 + 4 i, the last one is 4095.
+    expectText({"longer", 9, late(longText(5000) + "next"), kAcks, itemCalls(1023), 1, "next"});
+    const std::string open = longText(5000).substr(0, 4999);
+    expectText({"never closed", 9, late(open), kAcks, itemCalls(1023), 502});
 }
 
-TEST_F(Setting, TakesTheFirst4096CharactersOfALongerText)
-{
-    // Three blanks behind the bracket: item i ends in character 6 + 4 i, the last one is 4095.
-    arriveAll(longText(5000) + "next");
-    EXPECT_EQ(execute(text(0xF2, 0x09)), ack(text(0xF2, 0x09)));
-    EXPECT_EQ(journal, itemCalls(1023));
-    EXPECT_EQ(waiting(), "next");
-}
+const std::map<uint32_t, std::string> kHooks = {
+    {0x00, "layer"}, {0x09, "input"}, {0x38, "take"}, {0x39, "black"}};
 
-TEST_F(Setting, TakesTheBeginningOfALongTextThatIsNeverClosed)
+TEST_F(Setting, SelectsTheWritingHookByDat1)
 {
-    std::string payload = longText(5000);
-    payload.pop_back();
-    arriveAll(payload);
-    EXPECT_EQ(execute(text(0xF2, 0x09)), ack(text(0xF2, 0x09)));
-    EXPECT_EQ(journal, itemCalls(1023));
+    for (uint32_t dat1 = 0; dat1 < 256; ++dat1) {
+        const bool isKnown = kHooks.contains(dat1);
+        expectText({"an item",
+                    dat1,
+                    {{0, "[k=-5]"}},
+                    isKnown ? kAcks : kNaks,
+                    isKnown ? Journal{kHooks.at(dat1) + " 7 k=-5 7"} : Journal{}});
+    }
 }
 
 // 0xF3, read text --------------------------------------------------------------------------------
 
-TEST_F(Setting, SendsTheTextBehindTheReply)
+TEST_F(Setting, SelectsTheReadingHookByDat1ButNoneForTake)
 {
-    appended = "a=1,b=2";
-    EXPECT_EQ(execute(text(0xF3, 0x09)),
-              ack({0x5A, 0xC3, 0xF3, 0x09, 0x07, 0, 0}) + "> [a=1,b=2]\n");
-    EXPECT_EQ(sent, (Calls{{"uart 0", replyFrame({0x5A, 0xC3, 0xF3, 0x09, 0x07, 0, 0})},
-                           {"uart 0", "[a=1,b=2]"}})); // without a closing zero
-    EXPECT_EQ(journal, Journal{"input 7 [ 0"});
-}
-
-TEST_F(Setting, SelectsTheReadingHookByDat1)
-{
-    const std::array<std::pair<uint8_t, const char *>, 3> hooks = {
-        {{0x00, "layer"}, {0x09, "input"}, {0x39, "blackscreen"}}};
-    for (unsigned dat1 = 0; dat1 < 256; ++dat1) {
-        const auto hook = std::find_if(hooks.begin(), hooks.end(),
-                                       [&](const auto &entry) { return entry.first == dat1; });
-        const Parameters request = text(0xF3, static_cast<uint8_t>(dat1));
-        const std::string answer = execute(request);
-        if (hook == hooks.end()) {
-            EXPECT_EQ(answer, nak(request)) << dat1;
-            EXPECT_EQ(journal, Journal()) << dat1;
-        } else {
-            EXPECT_EQ(answer, ack({request[0], request[1], 0xF3, request[3], 7, 0, 0}) + "> []\n");
-            EXPECT_EQ(journal, Journal{std::string(hook->second) + " 7 [ 0"});
-        }
+    for (uint32_t dat1 = 0; dat1 < 256; ++dat1) {
+        const bool isKnown = kHooks.contains(dat1) && dat1 != 0x38;
+        const auto byte = static_cast<uint8_t>(dat1);
+        EXPECT_EQ(execute(text(0xF3, dat1)),
+                  isKnown ? line(replyFrame({0x5A, 0xC3, 0xF3, byte, 7, 0, 0})) + line("[]")
+                          : answerTo(text(0xF3, dat1), kNaks))
+            << dat1;
+        EXPECT_EQ(journal, isKnown ? Journal{kHooks.at(dat1) + " 7 [ 0"} : Journal{}) << dat1;
     }
 }
 
-TEST_F(Setting, WritesTakeButDoesNotReadIt)
+TEST_F(Setting, SendsTheTextAfterTheReplyAndReportsOneOf4096Characters)
 {
-    arrive("[a=1]");
-    EXPECT_EQ(execute(text(0xF2, 0x38)), ack(text(0xF2, 0x38)));
-    EXPECT_EQ(execute(text(0xF3, 0x38)), nak(text(0xF3, 0x38)));
-}
-
-TEST_F(Setting, StartsEachTextAnew)
-{
-    appended = "a=1";
-    execute(text(0xF3, 0x09));
-    appended = "";
-    EXPECT_EQ(execute(text(0xF3, 0x09)), ack({0x5A, 0xC3, 0xF3, 0x09, 7, 0, 0}) + "> []\n");
-}
-
-TEST_F(Setting, SendsATextOf4095CharactersWithoutAWord)
-{
-    appended = std::string(4093, 'x');
-    EXPECT_EQ(execute(text(0xF3, 0x09)),
-              ack({0x5A, 0xC3, 0xF3, 0x09, 7, 0, 0}) + "> [" + appended + "]\n");
-}
-
-TEST_F(Setting, ReportsATextOf4096CharactersAndSendsItAllTheSame)
-{
-    appended = std::string(4094, 'x');
-    EXPECT_EQ(execute(text(0xF3, 0x09)), "error: readStringValueSetting buffer len = 4096\r\n" +
-                                             ack({0x5A, 0xC3, 0xF3, 0x09, 7, 0, 0}) + "> [" +
-                                             appended + "]\n");
-}
-
-TEST_F(Setting, SendsATextThatFillsTheBufferWithoutItsClosingBracket)
-{
-    appended = std::string(4095, 'x');
-    EXPECT_EQ(execute(text(0xF3, 0x09)), "error: readStringValueSetting buffer len = 4096\r\n" +
-                                             ack({0x5A, 0xC3, 0xF3, 0x09, 7, 0, 0}) + "> [" +
-                                             appended + "\n");
+    const char *const error = "error: readStringValueSetting buffer len = 4096\r\n";
+    const std::string many(4093, 'x');
+    const struct {
+        std::string appended;
+        std::string prints;
+        std::string sends; // without a closing zero
+    } rows[] = {{"a=1,b=2", "", "[a=1,b=2]"},
+                {"", "", "[]"}, // each text begins anew
+                {many, "", "[" + many + "]"},
+                {many + "y", error, "[" + many + "y]"},
+                {many + "yz", error, "[" + many + "yz"}}; // no room for the closing bracket
+    arrive("[payload]");
+    for (const auto &row : rows) {
+        appended = row.appended;
+        EXPECT_EQ(execute(text(0xF3, 0x09)),
+                  row.prints + line(replyFrame({0x5A, 0xC3, 0xF3, 9, 7, 0, 0})) + line(row.sends));
+        EXPECT_EQ(sent.size(), 2u) << row.sends;
+    }
+    EXPECT_EQ(waiting(), "[payload]");
 }
 
 // What the commands are made of ------------------------------------------------------------------
-
-TEST_F(Setting, SelectsTheHooksOfTheFourKinds)
-{
-    EXPECT_EQ(getStringToValueCallbackByDat1(0x00), &processLayerProperty);
-    EXPECT_EQ(getStringToValueCallbackByDat1(0x09), &processInputProperty);
-    EXPECT_EQ(getStringToValueCallbackByDat1(0x38), &processTakeProperty);
-    EXPECT_EQ(getStringToValueCallbackByDat1(0x39), &processBlackscreenProperty);
-    EXPECT_EQ(getStringToValueCallbackByDat1(0x20), nullptr);
-    EXPECT_EQ(getValueToStringCallbackByDat1(0x00), &processLayerPropertyValueToString);
-    EXPECT_EQ(getValueToStringCallbackByDat1(0x09), &processInputPropertyValueToString);
-    EXPECT_EQ(getValueToStringCallbackByDat1(0x38), nullptr);
-    EXPECT_EQ(getValueToStringCallbackByDat1(0x39), &processBlackscreenValueToString);
-    EXPECT_EQ(getValueToStringCallbackByDat1(0x20), nullptr);
-}
 
 TEST_F(Setting, TakesATextApartForTheHookThatItReturns)
 {
     char items[] = " a=1,b=2 ";
     EXPECT_EQ(processStrValue(0x09, 200, items), &processInputProperty);
     EXPECT_EQ(journal, (Journal{"input 200 a=1 200", "input 200 b=2 200"}));
-    journal.clear();
-    char broken[] = "a=x,b=2";
-    EXPECT_EQ(processStrValue(0x09, 200, broken), &processInputProperty);
-    EXPECT_EQ(journal, Journal());
-}
-
-TEST_F(Setting, LeavesATextAloneThatIsForNoHook)
-{
-    char items[] = "a=1,b=2";
-    EXPECT_EQ(processStrValue(0x0A, 0, items), nullptr);
-    processInputStr(0, items, nullptr);
-    EXPECT_STREQ(items, "a=1,b=2");
-    EXPECT_EQ(journal, Journal());
+    char others[] = "a=1,b=2";
+    EXPECT_EQ(processStrValue(0x0A, 0, others), nullptr);
+    processInputStr(0, others, nullptr);
+    EXPECT_STREQ(others, "a=1,b=2");
+    EXPECT_EQ(journal.size(), 2u);
 }
 
 TEST_F(Setting, ShowsAHookTheWholeSplitState)
 {
     char items[] = "a=1,b=2";
-    static const char *rests[2];
-    static size_t calls = 0;
+    static std::vector<const char *> rests;
     processInputStr(3, items,
-                    [](uint8_t, SplitState *item, uint8_t) { rests[calls++ % 2] = item->rest; });
-    EXPECT_EQ(calls, 2u);
-    EXPECT_EQ(rests[0], items + 2);
-    EXPECT_EQ(rests[1], items + 6);
+                    [](uint8_t, SplitState *item, uint8_t) { rests.push_back(item->rest); });
+    EXPECT_EQ(rests, (std::vector<const char *>{items + 2, items + 6}));
 }
 
 TEST_F(Setting, BracketsWhatAHookAppends)
@@ -819,140 +488,119 @@ TEST_F(Setting, BracketsWhatAHookAppends)
 TEST_F(Setting, HasHooksThatDoNothing)
 {
     char key[] = "a";
-    char rest[] = "1";
-    SplitState item = {key, rest, 1};
-    for (const StringToValue hook :
-         {emptyLayerProperty, emptyInputProperty, emptyTakeProperty, emptyBlackscreenProperty}) {
-        EXPECT_EQ(transcriptOf([&] { hook(1, &item, 1); }), "");
-        EXPECT_EQ(item.key, key);
-        EXPECT_EQ(item.rest, rest);
-        EXPECT_EQ(item.value, 1);
-    }
+    SplitState item = {key, key, 1};
     char out[] = "[\0stale";
-    for (const ValueToString hook :
-         {emptyLayerPropertyValueToString, emptyInputPropertyValueToString,
-          emptyBlackscreenValueToString}) {
-        EXPECT_EQ(transcriptOf([&] { hook(1, out, 0); }), "");
-        EXPECT_STREQ(out, "[");
-    }
-    EXPECT_EQ(transcriptOf(processTakeFunc), "");
+    EXPECT_EQ(transcriptOf([&] {
+                  emptyLayerProperty(1, &item, 1);
+                  emptyInputProperty(1, &item, 1);
+                  emptyTakeProperty(1, &item, 1);
+                  emptyBlackscreenProperty(1, &item, 1);
+                  emptyLayerPropertyValueToString(1, out, 0);
+                  emptyInputPropertyValueToString(1, out, 0);
+                  emptyBlackscreenValueToString(1, out, 0);
+                  processTakeFunc();
+              }),
+              "");
+    EXPECT_TRUE(item.key == key && item.rest == key && item.value == 1);
+    EXPECT_STREQ(key, "a");
+    EXPECT_STREQ(out, "[");
 }
 
 // On the line ------------------------------------------------------------------------------------
 
-TEST_F(Setting, ReadsThePayloadBehindTheFrameAndMirrorsNothingOfIt)
+TEST_F(Setting, ReadsThePayloadAfterTheFrameAndMirrorsNothingOfIt)
 {
-    arrive("x" + commandFrame({0, 0, 0xF0, 0x20, 0, 19, 0}) + withChecksum(content(18)) + "y" +
-           commandFrame({0, 0, 0xF2, 0x09, 0, 0, 0}) + "[a=1]" + "z" +
-           commandFrame({0, 0, 0x6A, 0x03, 0, 0, 0}));
-    TaskCommand();
-    EXPECT_EQ(sent, (Calls{{"uart 0", replyFrame({0, 0, 0xF0, 0x20, 0, 19, 0})},
-                           {"uart 0", replyFrame({0, 0, 0xF2, 0x09, 0, 0, 0})},
-                           {"uart 0", replyFrame({0, 0, 0x6A, 0x03, 1, 10, 0})}}));
-    EXPECT_EQ(contentOf(udp_send_pipe), "xyz");
-}
-
-TEST_F(Setting, ExecutesNoFrameWithinAPayload)
-{
-    const std::string frame = commandFrame({0, 0, 0x6A, 0x03, 0, 0, 0});
-    arrive(commandFrame({0, 0, 0xF0, 0x20, 0, 20, 0}) + withChecksum(frame) +
-           commandFrame({0, 0, 0xF2, 0x09, 0, 0, 0}) + "[" + frame + "]");
-    TaskCommand();
-    EXPECT_EQ(sent, (Calls{{"uart 0", replyFrame({0, 0, 0xF0, 0x20, 0, 20, 0})},
-                           {"uart 0", replyFrame({0, 0, 0xF2, 0x09, 0, 0, 0})}}));
-    EXPECT_EQ(contentOf(udp_send_pipe), "");
-}
-
-TEST_F(Setting, TakesARefusedPayloadForOrdinaryInput)
-{
-    arrive(commandFrame({0, 0, 0xF0, 0x20, 0, 0x02, 0x10}) + "ab" + // 4098
-           commandFrame({0, 0, 0x6A, 0x03, 0, 0, 0}));
-    TaskCommand();
-    EXPECT_EQ(sent, (Calls{{"uart 0", refusal({0, 0, 0xF0, 0, 0, 0, 0})},
-                           {"uart 0", replyFrame({0, 0, 0x6A, 0x03, 1, 10, 0})}}));
-    EXPECT_EQ(contentOf(udp_send_pipe), "ab");
+    const std::string version = commandFrame({0, 0, 0x6A, 3, 0, 0, 0});
+    const std::string versionReply = replyFrame({0, 0, 0x6A, 3, 1, 10, 0});
+    const auto write = [](uint8_t low, uint8_t high) {
+        return commandFrame({0, 0, 0xF0, 0x20, 0, low, high});
+    };
+    const std::string writeText = commandFrame({0, 0, 0xF2, 9, 0, 0, 0});
+    const std::string textReply = replyFrame({0, 0, 0xF2, 9, 0, 0, 0});
+    const struct {
+        const char *name;
+        std::string arrives;
+        Journal replies;
+        std::string mirrored;
+    } rows[] = {
+        {"between frames",
+         "x" + write(19, 0) + withChecksum(content(18)) + "y" + writeText + "[a=1]z" + version,
+         {replyFrame({0, 0, 0xF0, 0x20, 0, 19, 0}), textReply, versionReply},
+         "xyz"},
+        {"a frame within a payload is not executed",
+         write(20, 0) + withChecksum(version) + writeText + "[" + version + "]",
+         {replyFrame({0, 0, 0xF0, 0x20, 0, 20, 0}), textReply},
+         ""},
+        {"a refused payload is ordinary input", // of 4098 bytes
+         write(2, 16) + "ab" + version,
+         {refusal({0, 0, 0xF0, 0, 0, 0, 0}), versionReply},
+         "ab"},
+    };
+    for (const auto &row : rows) {
+        std::string mirrored = contentOf(udp_send_pipe);
+        sent.clear();
+        arrive(row.arrives);
+        TaskCommand();
+        Journal replies;
+        for (const Sent &reply : sent) {
+            EXPECT_EQ(reply.to, "uart 0") << row.name;
+            replies.push_back(reply.bytes);
+        }
+        EXPECT_EQ(replies, row.replies) << row.name;
+        EXPECT_EQ(contentOf(udp_send_pipe), mirrored + row.mirrored) << row.name;
+    }
 }
 
 // The file test ----------------------------------------------------------------------------------
+
+constexpr char kTestFile[] = "/userdata/test.bin";
 
 std::string testFile(int32_t count)
 {
     return printedBy([&] { testSD_readWriteFile(count); });
 }
 
-std::string storedTestFile()
+TEST_F(Setting, TestsTheFileStoreWithAFileOfAtMostAWholeBuffer)
 {
-    std::ifstream stream("/userdata/test.bin", std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-// Byte i is i modulo 256.
-std::string pattern(size_t count)
-{
-    std::string bytes;
-    for (size_t i = 0; i < count; ++i) {
-        bytes += static_cast<char>(i % 256);
-    }
-    return bytes;
-}
-
-std::string testSuccess(const std::string &count)
-{
-    return "test file write success = " + count + "\r\n" + "test file read success = " + count +
-           "\r\n" + "check test data success\r\n";
-}
-
-TEST_F(Setting, TestsTheFileStoreWithAFile)
-{
-    for (const int32_t count : {4096, 0, 1, 255, 256, 257, 4095}) {
-        EXPECT_EQ(testFile(count), testSuccess(std::to_string(count)));
-        EXPECT_EQ(storedTestFile(), pattern(static_cast<size_t>(count))) << count;
+    for (const int32_t count : {4096, 0, 1, 255, 256, 257, 4095, -1, 4097, INT32_MIN, INT32_MAX}) {
+        const size_t size = count < 0 || count > 4096 ? 4096 : static_cast<size_t>(count);
+        EXPECT_EQ(testFile(count), "test file write success = " + std::to_string(size) +
+                                       "\r\ntest file read success = " + std::to_string(size) +
+                                       "\r\ncheck test data success\r\n");
+        EXPECT_EQ(contentOf(kTestFile), countingBytes(size)) << count;
     }
 }
 
-TEST_F(Setting, TestsAWholeBufferForACountOutOfRange)
-{
-    for (const int32_t count : {-1, 4097, INT32_MIN, INT32_MAX}) {
-        EXPECT_EQ(testFile(count), testSuccess("4096")) << count;
-        EXPECT_EQ(storedTestFile(), pattern(4096)) << count;
-    }
-}
-
-TEST_F(Setting, ReportsATestFileThatCannotBeMade)
-{
-    rmdir("/userdata");
-    EXPECT_EQ(testFile(10), "open file /userdata/test.bin error\n"
-                            "open test.bin error = 19\r\n");
-}
-
-TEST_F(Setting, ReportsATestFileThatCannotBeOpenedAgain)
+TEST_F(Setting, ReportsATestFileThatCannotBeOpened)
 {
     refusesToOpen = [](const char *mode) { return mode[0] == 'r'; };
     EXPECT_EQ(testFile(10), "test file write success = 10\r\n"
                             "open file /userdata/test.bin error\n"
                             "open test.bin error = 4\r\n");
+    unlink(kTestFile);
+    rmdir("/userdata");
+    EXPECT_EQ(testFile(10), "open file /userdata/test.bin error\n"
+                            "open test.bin error = 19\r\n");
 }
 
-TEST_F(Setting, ReportsAShortWriteOfTheTestFileAndStops)
+TEST_F(Setting, ReportsAShortWriteOrReadOfTheTestFileAndClosesIt)
 {
+    const auto files = entriesOf("/proc/self/fd");
     writesOnly = [](size_t) { return 7; };
     EXPECT_EQ(testFile(10), "write error = 0, btw = 7\r\n");
-    EXPECT_EQ(storedTestFile(), pattern(7)); // closed all the same
-}
-
-TEST_F(Setting, ReportsAShortReadOfTheTestFileAndStops)
-{
+    EXPECT_EQ(contentOf(kTestFile), countingBytes(7));
+    writesOnly = nullptr;
     afterReading = [](uint8_t *, size_t *count) { *count = 3; };
     EXPECT_EQ(testFile(10), "test file write success = 10\r\n"
                             "read error = 0, btw = 3\r\n");
+    afterReading = nullptr;
+    testFile(10);
+    EXPECT_EQ(entriesOf("/proc/self/fd"), files);
 }
 
 TEST_F(Setting, ReportsTheFirstByteOfTheTestFileThatDiffers)
 {
-    afterReading = [](uint8_t *bytes, size_t *) {
-        bytes[300] = 200;
-        bytes[301] = 201;
-    };
+    afterReading = [](uint8_t *bytes, size_t *) { bytes[300] = bytes[301] = 200; };
     EXPECT_EQ(testFile(1000), "test file write success = 1000\r\n"
                               "test file read success = 1000\r\n"
                               "buffer[300] = 200\r\n");
@@ -960,21 +608,6 @@ TEST_F(Setting, ReportsTheFirstByteOfTheTestFileThatDiffers)
     EXPECT_EQ(testFile(10), "test file write success = 10\r\n"
                             "test file read success = 10\r\n"
                             "buffer[9] = 0\r\n");
-}
-
-TEST_F(Setting, LeavesNoTestFileOpen)
-{
-    const int before = open("/dev/null", O_RDONLY);
-    close(before);
-    testFile(10);
-    writesOnly = [](size_t) { return 7; };
-    testFile(10);
-    writesOnly = nullptr;
-    afterReading = [](uint8_t *, size_t *count) { *count = 3; };
-    testFile(10);
-    const int after = open("/dev/null", O_RDONLY);
-    close(after);
-    EXPECT_EQ(after, before);
 }
 
 } // namespace

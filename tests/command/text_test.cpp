@@ -13,76 +13,44 @@ namespace {
 
 // Prefix, suffix ---------------------------------------------------------------------------------
 
-TEST(Text, FindsAPrefix)
+// clang-format off
+TEST(Text, ComparesTheBeginningWithAPrefixAndTheEndWithASuffix)
 {
-    EXPECT_EQ(start_with("layer=1", "layer"), 0);
-    EXPECT_EQ(start_with("layer", "layer"), 0);
-    EXPECT_EQ(start_with("layer", "l"), 0);
+    constexpr int kNone = -2; // nothing to compare: exactly -1
+    const struct {
+        int32_t (*compare)(const char *text, const char *other);
+        const char *text;
+        const char *other;
+        int sign;
+    } rows[] = {
+        {start_with, "layer=1", "layer", 0}, {start_with, "layer", "layer", 0},
+        {start_with, "layer", "l", 0}, {start_with, "abc", "abd", -1},
+        {start_with, "abd", "abc", 1},
+        {start_with, " abc", "\nabc", 1}, {start_with, "ABC", "abc", -1},
+        {start_with, "\x80", "a", 1}, {start_with, "\x80", "\xFF", -1}, // not signed characters
+        {start_with, "lay", "layer", -1}, {start_with, "", "layer", -1},
+        {start_with, "layeR", "layer", -1}, {start_with, "xlayer", "layer", 1},
+        {start_with, nullptr, "a", kNone}, {start_with, "a", nullptr, kNone},
+        {start_with, nullptr, nullptr, kNone}, {start_with, "a", "", kNone},
+        {start_with, "", "", kNone}, {start_with, nullptr, "", kNone},
+        {end_with, "save1.sav", ".sav", 0}, {end_with, ".sav", ".sav", 0},
+        {end_with, "save1.sav", "v", 0}, {end_with, "abab", "ab", 0}, {end_with, "xabc", "abd", -1},
+        {end_with, "xabd", "abc", 1}, {end_with, "x\x80", "a", 1},
+        {end_with, "save1.sav ", ".sav", 1}, // "sav " against ".sav"
+        {end_with, "a", "", 0}, {end_with, "", "", 0}, // unlike the prefix
+        {end_with, "sav", ".sav", kNone}, {end_with, "", "a", kNone},
+        {end_with, nullptr, "a", kNone}, {end_with, "a", nullptr, kNone},
+        {end_with, nullptr, nullptr, kNone},
+        {end_with, nullptr, "", kNone},
+    };
+    for (const auto &row : rows) {
+        const int32_t result = row.compare(row.text, row.other);
+        const int sign = result > 0 ? 1 : result < 0 ? -1 : 0;
+        EXPECT_EQ(row.sign == kNone ? result : sign, row.sign == kNone ? -1 : row.sign)
+            << "row " << &row - rows;
+    }
 }
-
-TEST(Text, TellsHowABeginningDiffersFromThePrefix)
-{
-    EXPECT_LT(start_with("abc", "abd"), 0);
-    EXPECT_GT(start_with("abd", "abc"), 0);
-    EXPECT_GT(start_with(" abc", "\nabc"), 0);
-    EXPECT_LT(start_with("ABC", "abc"), 0);
-    EXPECT_GT(start_with("\x80", "a"), 0); // bytes, not signed characters
-    EXPECT_LT(start_with("\x80", "\xFF"), 0);
-}
-
-TEST(Text, ComparesTheWholePrefix)
-{
-    EXPECT_LT(start_with("lay", "layer"), 0);
-    EXPECT_LT(start_with("", "layer"), 0);
-    EXPECT_LT(start_with("layeR", "layer"), 0);
-}
-
-TEST(Text, LooksForAPrefixAtTheBeginningOnly)
-{
-    EXPECT_GT(start_with("xlayer", "layer"), 0);
-}
-
-TEST(Text, HasNoPrefixWhenThereIsNothingToCompare)
-{
-    EXPECT_EQ(start_with(nullptr, "a"), -1);
-    EXPECT_EQ(start_with("a", nullptr), -1);
-    EXPECT_EQ(start_with(nullptr, nullptr), -1);
-    EXPECT_EQ(start_with("a", ""), -1);
-    EXPECT_EQ(start_with("", ""), -1);
-    EXPECT_EQ(start_with(nullptr, ""), -1);
-}
-
-TEST(Text, FindsASuffix)
-{
-    EXPECT_EQ(end_with("save1.sav", ".sav"), 0);
-    EXPECT_EQ(end_with(".sav", ".sav"), 0);
-    EXPECT_EQ(end_with("save1.sav", "v"), 0);
-    EXPECT_EQ(end_with("abab", "ab"), 0);
-}
-
-TEST(Text, TellsHowAnEndDiffersFromTheSuffix)
-{
-    EXPECT_LT(end_with("xabc", "abd"), 0);
-    EXPECT_GT(end_with("xabd", "abc"), 0);
-    EXPECT_GT(end_with("x\x80", "a"), 0);
-    EXPECT_GT(end_with("save1.sav ", ".sav"), 0); // "sav " against ".sav"
-}
-
-TEST(Text, FindsTheEmptySuffixInEveryTextUnlikeThePrefix)
-{
-    EXPECT_EQ(end_with("a", ""), 0);
-    EXPECT_EQ(end_with("", ""), 0);
-}
-
-TEST(Text, HasNoSuffixThatIsLongerOrMissing)
-{
-    EXPECT_EQ(end_with("sav", ".sav"), -1);
-    EXPECT_EQ(end_with("", "a"), -1);
-    EXPECT_EQ(end_with(nullptr, "a"), -1);
-    EXPECT_EQ(end_with("a", nullptr), -1);
-    EXPECT_EQ(end_with(nullptr, nullptr), -1);
-    EXPECT_EQ(end_with(nullptr, ""), -1);
-}
+// clang-format on
 
 // White space ------------------------------------------------------------------------------------
 
@@ -90,8 +58,10 @@ TEST(Text, StripsEveryKindOfLeadingWhiteSpaceAndNothingElse)
 {
     for (int code = 1; code < 256; ++code) {
         char text[] = {' ', static_cast<char>(code), 'x', ' ', '\0'};
+        const std::string before = text;
         const bool isSpace = code == ' ' || (code >= '\t' && code <= '\r'); // \t \n \v \f \r
         EXPECT_EQ(lstrip(text), text + (isSpace ? 2 : 1)) << code;
+        EXPECT_EQ(text, before) << code;
     }
 }
 
@@ -104,68 +74,37 @@ TEST(Text, StripsATextToItsEnd)
     EXPECT_EQ(lstrip(nullptr), nullptr);
 }
 
-TEST(Text, ChangesNothingOfATextWhenStrippingIt)
-{
-    char text[] = "  a b ";
-    EXPECT_STREQ(lstrip(text), "a b ");
-    EXPECT_STREQ(text, "  a b ");
-}
-
 // Searching --------------------------------------------------------------------------------------
 
-// Where the match of `pattern` in `text` ends; -1 for none.
-long endOfMatch(std::string text, const char *pattern)
+// clang-format off
+TEST(Text, FindsTheEndOfTheFirstMatch)
 {
-    const char *const end = split_next(text.data(), pattern);
-    return end == nullptr ? -1 : end - text.data();
-}
-
-TEST(Text, FindsTheFirstOfACharacter)
-{
-    EXPECT_EQ(endOfMatch("=", "="), 1);
-    EXPECT_EQ(endOfMatch("a=b=c", "="), 2);
-    EXPECT_EQ(endOfMatch("==", "="), 1);
-    EXPECT_EQ(endOfMatch("abc,", ","), 4);
-    EXPECT_EQ(endOfMatch("a\xFF\x80z", "\x80"), 3);
-}
-
-TEST(Text, FindsTheFirstOfAWord)
-{
-    EXPECT_EQ(endOfMatch("ab", "ab"), 2);
-    EXPECT_EQ(endOfMatch("xab", "ab"), 3);
-    EXPECT_EQ(endOfMatch("xabyab", "ab"), 3);
-    EXPECT_EQ(endOfMatch("aaa", "aa"), 2);
-    EXPECT_EQ(endOfMatch("axab", "ab"), 4);
-}
-
-TEST(Text, DoesNotLookAgainAtACharacterThatBrokeAPartialMatch)
-{
-    EXPECT_EQ(endOfMatch("aab", "ab"), -1);
-    EXPECT_EQ(endOfMatch("ababc", "abc"), -1);
-    EXPECT_EQ(endOfMatch("aabab", "ab"), 5); // the next one is found
-    EXPECT_EQ(endOfMatch("aaab", "ab"), 4);  // broken by the second "a", begun anew by the third
-}
-
-TEST(Text, FindsNothingThatIsNotThere)
-{
-    EXPECT_EQ(endOfMatch("abc", "="), -1);
-    EXPECT_EQ(endOfMatch("", "="), -1);
-    EXPECT_EQ(endOfMatch("a", "ab"), -1);
-    EXPECT_EQ(endOfMatch("abc", "ac"), -1);
-}
-
-TEST(Text, FindsNothingWhenThereIsNothingToLookFor)
-{
-    char text[] = "abc";
-    EXPECT_EQ(split_next(text, ""), nullptr);
-    EXPECT_EQ(split_next(text, nullptr), nullptr);
+    const struct {
+        std::string text;
+        const char *pattern;
+        int end; // -1 for no match
+    } rows[] = {
+        {"=", "=", 1}, {"a=b=c", "=", 2}, {"==", "=", 1}, {"abc,", ",", 4},
+        {"a\xFF\x80z", "\x80", 3},
+        {"ab", "ab", 2}, {"xab", "ab", 3}, {"xabyab", "ab", 3}, {"aaa", "aa", 2}, {"axab", "ab", 4},
+        // A character that broke a partial match is not looked at again.
+        {"aab", "ab", -1}, {"ababc", "abc", -1},
+        {"aabab", "ab", 5}, // the next one is found
+        {"aaab", "ab", 4},  // broken by the second "a", begun anew by the third
+        {"abc", "=", -1}, {"", "=", -1}, {"a", "ab", -1}, {"abc", "ac", -1},
+        {"abc", "", -1}, {"", "", -1}, {"abc", nullptr, -1},
+    };
+    for (const auto &row : rows) {
+        std::string text = row.text;
+        const char *const end = split_next(text.data(), row.pattern);
+        EXPECT_EQ(end == nullptr ? -1 : end - text.data(), row.end) << &row - rows << ": " << text;
+    }
     EXPECT_EQ(split_next(nullptr, "a"), nullptr);
     EXPECT_EQ(split_next(nullptr, nullptr), nullptr);
-    char empty[] = "";
-    EXPECT_EQ(split_next(empty, ""), nullptr);
 }
+// clang-format on
 
-// One item ---------------------------------------------------------------------------------------
+// Items ------------------------------------------------------------------------------------------
 
 // What a state holds before anything is split.
 char stale[] = "stale";
@@ -174,20 +113,14 @@ SplitState staleState()
     return {stale, stale, -77};
 }
 
-// The item that `text` begins with.
-struct Item {
-    bool isThere;
-    std::string key;
-    int32_t value;
-    std::string rest;
-};
-
-Item itemOf(std::string text)
+// The item that `text` begins with, as "key|value|rest"; "none" if there is none.
+std::string itemOf(std::string text)
 {
     SplitState state = staleState();
     split_str_start(&state, text.data());
-    return state.key == nullptr ? Item{false, "", 0, ""}
-                                : Item{true, state.key, state.value, state.rest};
+    return state.key == nullptr
+               ? "none"
+               : std::string(state.key) + "|" + std::to_string(state.value) + "|" + state.rest;
 }
 
 TEST(Text, CutsAnItemAtTheEqualsSign)
@@ -202,119 +135,82 @@ TEST(Text, CutsAnItemAtTheEqualsSign)
     EXPECT_EQ(state.value, 50);
 }
 
-TEST(Text, StripsWhiteSpaceBeforeAKeyOnly)
+// clang-format off
+TEST(Text, ReadsKeyValueAndRest)
 {
-    EXPECT_EQ(itemOf(" \t\n a=1").key, "a");
-    EXPECT_EQ(itemOf("a =1").key, "a ");
-    EXPECT_EQ(itemOf(" a b =1").key, "a b ");
-}
-
-TEST(Text, TakesEverythingBeforeTheEqualsSignForTheKey)
-{
-    EXPECT_EQ(itemOf("a,b=1").key, "a,b");
-    EXPECT_EQ(itemOf("\x80\xFF=1").key, "\x80\xFF");
-    const Item empty = itemOf("=5");
-    EXPECT_TRUE(empty.isThere);
-    EXPECT_EQ(empty.key, "");
-    EXPECT_EQ(empty.value, 5);
-}
-
-TEST(Text, ReadsAValueUpToTheFirstCharacterThatIsNoDigit)
-{
-    EXPECT_EQ(itemOf("a=2 ").value, 2);
-    EXPECT_EQ(itemOf("a=12x3").value, 12);
-    EXPECT_EQ(itemOf("a=1=2").value, 1);
-    EXPECT_EQ(itemOf("a=1=2").rest, "1=2");
-    EXPECT_EQ(itemOf("a=1.9").value, 1);
-    EXPECT_EQ(itemOf("a=1e3").value, 1);
-}
-
-TEST(Text, ReadsDecimalValuesWithASign)
-{
-    EXPECT_EQ(itemOf("a=-12").value, -12);
-    EXPECT_EQ(itemOf("a=+7").value, 7);
-    EXPECT_EQ(itemOf("a=-0").value, 0);
-    EXPECT_EQ(itemOf("a=010").value, 10); // no octal
-    EXPECT_TRUE(itemOf("a=0x10").isThere);
-    EXPECT_EQ(itemOf("a=0x10").value, 0); // no hexadecimal
-}
-
-TEST(Text, SkipsWhiteSpaceBeforeAValue)
-{
-    EXPECT_EQ(itemOf("a= 3").value, 3);
-    EXPECT_EQ(itemOf("a=\t\n\v\f\r 3").value, 3);
-    EXPECT_EQ(itemOf("a= 3").rest, " 3");
-}
-
-TEST(Text, TakesTheNearestValueForANumberBeyond32Bits)
-{
-    EXPECT_EQ(itemOf("a=2147483647").value, INT32_MAX);
-    EXPECT_EQ(itemOf("a=2147483648").value, INT32_MAX);
-    EXPECT_EQ(itemOf("a=4294967296").value, INT32_MAX);
-    EXPECT_EQ(itemOf("a=9223372036854775808").value, INT32_MAX);
-    EXPECT_EQ(itemOf("a=" + std::string(4000, '9')).value, INT32_MAX);
-    EXPECT_EQ(itemOf("a=-2147483648").value, INT32_MIN);
-    EXPECT_EQ(itemOf("a=-2147483649").value, INT32_MIN);
-    EXPECT_EQ(itemOf("a=-9223372036854775809").value, INT32_MIN);
-    EXPECT_EQ(itemOf("a=-" + std::string(4000, '9')).value, INT32_MIN);
-}
-
-TEST(Text, FindsNoItemWithoutANumber)
-{
-    for (const char *text : {"a=x", "a=", "a= ", "a=,b=2", "a=-", "a=+", "a=- 1", "a=+-1", "a=.5",
-                             "a==1", "a=\x80", "a=\xB1", "="}) {
-        EXPECT_FALSE(itemOf(text).isThere) << text;
+    const std::string nines(4000, '9');
+    const struct {
+        std::string text;
+        std::string item;
+    } rows[] = {
+        // White space is stripped before the key only, and the key is all before the "=".
+        {" \t\n a=1", "a|1|1"}, {"a =1", "a |1|1"}, {" a b =1", "a b |1|1"}, {"a,b=1", "a,b|1|1"},
+        {"\x80\xFF=1", "\x80\xFF|1|1"}, {"=5", "|5|5"},
+        // The value ends before the first character that is no digit.
+        {"a=2 ", "a|2|2 "}, {"a=12x3", "a|12|12x3"}, {"a=1=2", "a|1|1=2"}, {"a=1.9", "a|1|1.9"},
+        {"a=1e3", "a|1|1e3"},
+        // It is decimal, with or without a sign, after white space of any kind.
+        {"a=-12", "a|-12|-12"}, {"a=+7", "a|7|+7"}, {"a=-0", "a|0|-0"}, {"a=010", "a|10|010"},
+        {"a=0x10", "a|0|0x10"}, {"a= 3", "a|3| 3"}, {"a=\t\n\v\f\r 3", "a|3|\t\n\v\f\r 3"},
+        // Beyond 32 bits it is the nearest value.
+        {"a=2147483647", "a|2147483647|2147483647"}, {"a=2147483648", "a|2147483647|2147483648"},
+        {"a=4294967296", "a|2147483647|4294967296"},
+        {"a=9223372036854775808", "a|2147483647|9223372036854775808"},
+        {"a=" + nines, "a|2147483647|" + nines},
+        {"a=-2147483648", "a|-2147483648|-2147483648"},
+        {"a=-2147483649", "a|-2147483648|-2147483649"},
+        {"a=-9223372036854775809", "a|-2147483648|-9223372036854775809"},
+        {"a=-" + nines, "a|-2147483648|-" + nines},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(itemOf(row.text), row.item);
     }
 }
 
-TEST(Text, FindsNoItemWithoutAnEqualsSign)
+TEST(Text, FindsNoItemWithoutANumberOrAnEqualsSign)
 {
-    for (const char *text : {"", " ", "a", "a,b", "12", "a:1"}) {
-        EXPECT_FALSE(itemOf(text).isThere) << text;
+    for (const char *text : {"a=x", "a=", "a= ", "a=,b=2", "a=-", "a=+", "a=- 1", "a=+-1", "a=.5",
+                             "a==1", "a=\x80", "a=\xB1", "=", "", " ", "a", "a,b", "12", "a:1"}) {
+        EXPECT_EQ(itemOf(text), "none") << text;
     }
     SplitState state = staleState();
     split_str_start(&state, nullptr);
     EXPECT_EQ(state.key, nullptr);
 }
 
-// The next item ----------------------------------------------------------------------------------
+// Lists ------------------------------------------------------------------------------------------
 
-std::vector<std::string> itemsOf(std::string text)
+// The items of a list, as "key value; key value; ".
+std::string itemsOf(std::string text)
 {
-    std::vector<std::string> items;
+    std::string items;
     SplitState state = staleState();
     for (split_str_start(&state, text.data()); state.key != nullptr;
          split_str_next(&state, state.rest, ",")) {
-        items.push_back(state.key + std::string(" ") + std::to_string(state.value));
+        items += state.key + std::string(" ") + std::to_string(state.value) + "; ";
     }
     return items;
 }
 
-using Items = std::vector<std::string>;
-
-TEST(Text, WalksThroughAList)
+TEST(Text, WalksThroughAListUpToTheFirstItemThatIsNone)
 {
-    EXPECT_EQ(itemsOf("a=1"), Items{"a 1"});
-    EXPECT_EQ(itemsOf("a=1,b=-2,c=3"), (Items{"a 1", "b -2", "c 3"}));
-    EXPECT_EQ(itemsOf(" a=1 , b=2 ,\tc=3 "), (Items{"a 1", "b 2", "c 3"}));
-    EXPECT_EQ(itemsOf("a=1,a=1"), (Items{"a 1", "a 1"}));
+    constexpr struct {
+        const char *text;
+        const char *items;
+    } kRows[] = {
+        {"a=1", "a 1; "}, {"a=1,b=-2,c=3", "a 1; b -2; c 3; "}, {"a=1,a=1", "a 1; a 1; "},
+        {" a=1 , b=2 ,\tc=3 ", "a 1; b 2; c 3; "},
+        // It goes on after the next separator, whatever is before that.
+        {"a=1 and more,b=2", "a 1; b 2; "}, {"a=1;b=2,c=3", "a 1; c 3; "},
+        {"a=1=9,b=2", "a 1; b 2; "},
+        {"a=x,b=2", ""}, {"a=1,b=x,c=3", "a 1; "}, {"a=1,b", "a 1; "}, {"a=1,", "a 1; "},
+        {"a=1,,b=2", "a 1; ,b 2; "}, // the second key is ",b"
+    };
+    for (const auto &row : kRows) {
+        EXPECT_EQ(itemsOf(row.text), row.items) << row.text;
+    }
 }
-
-TEST(Text, GoesOnBehindTheNextSeparatorWhateverIsBeforeIt)
-{
-    EXPECT_EQ(itemsOf("a=1 and more,b=2"), (Items{"a 1", "b 2"}));
-    EXPECT_EQ(itemsOf("a=1;b=2,c=3"), (Items{"a 1", "c 3"}));
-    EXPECT_EQ(itemsOf("a=1=9,b=2"), (Items{"a 1", "b 2"}));
-}
-
-TEST(Text, EndsAtTheFirstItemThatIsNone)
-{
-    EXPECT_EQ(itemsOf("a=x,b=2"), Items());
-    EXPECT_EQ(itemsOf("a=1,b=x,c=3"), Items{"a 1"});
-    EXPECT_EQ(itemsOf("a=1,b"), Items{"a 1"});
-    EXPECT_EQ(itemsOf("a=1,"), Items{"a 1"});
-    EXPECT_EQ(itemsOf("a=1,,b=2"), (Items{"a 1", ",b 2"})); // the second key is ",b"
-}
+// clang-format on
 
 TEST(Text, SearchesTheSeparatorItIsGiven)
 {

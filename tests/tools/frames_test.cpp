@@ -13,18 +13,8 @@ namespace {
 constexpr char kCommand[] = "<T0000680100000069>";
 constexpr char kReply[] = "<F00006801263300c2>";
 
-// The pieces of `parts`, fed one after the other: frames in brackets, other bytes in braces.
-std::string found(const std::vector<std::string> &parts)
+std::string textOf(const std::vector<Piece> &pieces)
 {
-    FrameFinder finder;
-    std::vector<Piece> pieces;
-    for (const std::string &part : parts) {
-        const std::vector<Piece> more = finder.feed(part);
-        pieces.insert(pieces.end(), more.begin(), more.end());
-    }
-    const std::vector<Piece> rest = finder.flush();
-    pieces.insert(pieces.end(), rest.begin(), rest.end());
-    EXPECT_FALSE(finder.holdsBack());
     std::string text;
     for (const Piece &piece : pieces) {
         text += (piece.isFrame ? "[" : "{") + piece.text + (piece.isFrame ? "]" : "}");
@@ -32,23 +22,56 @@ std::string found(const std::vector<std::string> &parts)
     return text;
 }
 
-std::string frame(const std::string &text)
+// The pieces of `parts`, fed one after the other: frames in brackets, other bytes in braces.
+std::string found(const std::vector<std::string> &parts)
 {
-    return "[" + text + "]";
+    FrameFinder finder;
+    std::string text;
+    for (const std::string &part : parts) {
+        text += textOf(finder.feed(part));
+    }
+    text += textOf(finder.flush());
+    EXPECT_FALSE(finder.holdsBack());
+    return text;
 }
 
-TEST(Frames, FindsAWholeFrame)
+TEST(Frames, FindsFramesAndTheBytesBetweenThem)
 {
-    EXPECT_EQ(found({kCommand}), frame(kCommand));
-    EXPECT_EQ(found({kReply}), frame(kReply));
-    EXPECT_EQ(found({"<T00AB6A0300000018>"}), "[<T00AB6A0300000018>]");
-    EXPECT_EQ(found({"<T0000680100000000>"}), "[<T0000680100000000>]"); // a wrong checksum
+    const std::string command = kCommand;
+    const std::string reply = kReply;
+    const struct {
+        std::string text;
+        std::string pieces;
+    } rows[] = {
+        {command, "[" + command + "]"},
+        {reply, "[" + reply + "]"},
+        {"<T00AB6A0300000018>", "[<T00AB6A0300000018>]"},
+        {"<T0000680100000000>", "[<T0000680100000000>]"}, // a wrong checksum
+        {command + reply + command, "[" + command + "][" + reply + "][" + command + "]"},
+        {"<T00006801" + command, "{<T00006801}[" + command + "]"}, // a "<" begins anew
+        {"<<T" + command, "{<<T}[" + command + "]"},
+        {"", ""},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(found({row.text}), row.pieces) << row.text;
+    }
+    for (const std::string text : {"<X0000680100000069>",  // another header
+                                   "<T000068010000069>",   // a digit too few
+                                   "<T00006801000000690>", // a digit too many
+                                   "<T0000680100000069}",  // another end
+                                   "<T00006801000000x9>",  // no digit
+                                   "<T0000", "<", ">"}) {
+        EXPECT_EQ(found({text}), "{" + text + "}");
+        EXPECT_FALSE(isFrame(text)) << text;
+    }
+    EXPECT_FALSE(isFrame(""));
+    EXPECT_TRUE(isFrame(kCommand));
 }
 
-TEST(Frames, FindsItSplitAtEveryPlace)
+TEST(Frames, FindsThemSplitAtEveryPlace)
 {
     const std::string text = std::string("ab<") + kCommand + "cd" + kReply + "\n";
-    const std::string expected = "{ab<}" + frame(kCommand) + "{cd}" + frame(kReply) + "{\n}";
+    const std::string expected = std::string("{ab<}[") + kCommand + "]{cd}[" + kReply + "]{\n}";
     for (size_t first = 0; first <= text.size(); ++first) {
         for (size_t second = first; second <= text.size(); ++second) {
             EXPECT_EQ(found({text.substr(0, first), text.substr(first, second - first),
@@ -59,61 +82,23 @@ TEST(Frames, FindsItSplitAtEveryPlace)
     }
 }
 
-TEST(Frames, FindsJoinedFrames)
-{
-    EXPECT_EQ(found({std::string(kCommand) + kReply + kCommand}),
-              frame(kCommand) + frame(kReply) + frame(kCommand));
-}
-
-TEST(Frames, HandsAFrameOutWithItsLastCharacter)
+TEST(Frames, HandsOutAFrameWithItsLastCharacterAndOtherBytesByTheLine)
 {
     FrameFinder finder;
     const std::string_view text = kCommand;
-    EXPECT_TRUE(finder.feed(text.substr(0, 18)).empty());
+    EXPECT_EQ(textOf(finder.feed(text.substr(0, 18))), "");
     EXPECT_TRUE(finder.holdsBack());
-    ASSERT_EQ(finder.feed(text.substr(18)).size(), 1U);
+    EXPECT_EQ(textOf(finder.feed(text.substr(18))), std::string("[") + kCommand + "]");
     EXPECT_FALSE(finder.holdsBack());
-}
-
-TEST(Frames, BytesBetweenFramesComeByTheLine)
-{
-    FrameFinder finder;
-    EXPECT_TRUE(finder.feed("one").empty());
-    const std::vector<Piece> pieces = finder.feed(" line\nand");
-    ASSERT_EQ(pieces.size(), 1U);
-    EXPECT_EQ(pieces[0].text, "one line\n");
-    EXPECT_FALSE(pieces[0].isFrame);
+    EXPECT_EQ(textOf(finder.feed("one")), "");
+    EXPECT_EQ(textOf(finder.feed(" line\nand")), "{one line\n}");
     EXPECT_TRUE(finder.holdsBack());
 }
 
 TEST(Frames, NeverHoldsBackLongLines)
 {
     FrameFinder finder;
-    size_t handedOut = 0;
-    for (const Piece &piece : finder.feed(std::string(10000, 'x'))) {
-        handedOut += piece.text.size();
-    }
-    EXPECT_GT(handedOut, 9000U);
-}
-
-TEST(Frames, ALessThanBeginsAnew)
-{
-    EXPECT_EQ(found({std::string("<T00006801") + kCommand}), "{<T00006801}" + frame(kCommand));
-    EXPECT_EQ(found({std::string("<<T") + kCommand}), "{<<T}" + frame(kCommand));
-}
-
-TEST(Frames, WhatIsNoFrameIsBytes)
-{
-    for (const char *text : {"<X0000680100000069>",  // another header
-                             "<T000068010000069>",   // a digit too few
-                             "<T00006801000000690>", // a digit too many
-                             "<T0000680100000069}",  // another end
-                             "<T00006801000000x9>",  // no digit
-                             "<T0000", "<", ">", ""}) {
-        EXPECT_EQ(found({text}), *text == '\0' ? "" : "{" + std::string(text) + "}");
-        EXPECT_FALSE(isFrame(text)) << text;
-    }
-    EXPECT_TRUE(isFrame(kCommand));
+    EXPECT_GT(textOf(finder.feed(std::string(10000, 'x'))).size(), 9000U);
 }
 
 TEST(Frames, KnowsTheReplyToACommand)

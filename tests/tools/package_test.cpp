@@ -11,26 +11,15 @@
 
 namespace {
 
-size_t blocksOf(size_t size)
-{
-    const std::string stream = updateStream(std::string(size, 'x'));
-    EXPECT_EQ(stream.size() % 1024, 0U);
-    return stream.size() / 1024;
-}
-
 TEST(Package, HasAsManyBlocksAsHeaderAndPackageFill)
 {
-    EXPECT_EQ(blocksOf(1), 1U);
-    EXPECT_EQ(blocksOf(895), 1U);
-    EXPECT_EQ(blocksOf(896), 1U);
-    EXPECT_EQ(blocksOf(897), 2U);
-    EXPECT_EQ(blocksOf(1000), 2U);
-    EXPECT_EQ(blocksOf(1023), 2U);
-    EXPECT_EQ(blocksOf(1024), 2U);
-    EXPECT_EQ(blocksOf(1025), 2U);
-    EXPECT_EQ(blocksOf(1920), 2U);
-    EXPECT_EQ(blocksOf(1921), 3U);
-    EXPECT_EQ(blocksOf(65536), 65U);
+    constexpr size_t kRows[][2] = {{1, 1},    {895, 1},  {896, 1},   {897, 2},
+                                   {1000, 2}, {1023, 2}, {1024, 2},  {1025, 2},
+                                   {1920, 2}, {1921, 3}, {65536, 65}};
+    for (const auto &[size, blocks] : kRows) {
+        const std::string stream = updateStream(std::string(size, 'x'));
+        EXPECT_EQ(stream.size(), blocks * 1024) << size;
+    }
 }
 
 TEST(Package, OfOneByteIsAHeaderTheByteAndZeros)
@@ -51,21 +40,17 @@ TEST(Package, HasItsSizeAndSumBigEndianInTheHeader)
     EXPECT_EQ(stream.substr(128, 1000), package);
 }
 
-TEST(Package, HasASizeOfFourBytes)
+TEST(Package, HasASizeOfFourBytesAndASumOfTwo)
 {
-    const std::string stream = updateStream(std::string(0x012345, '\0') + std::string(1, '\x01'));
+    const std::string stream = updateStream(std::string(0x012346, '\0'));
     EXPECT_EQ(stream.substr(48, 4), std::string("\x00\x01\x23\x46", 4));
-}
-
-TEST(Package, HasASumOfSixteenBits)
-{
     // 65536 times 1 is 0 again.
     EXPECT_EQ(updateStream(std::string(65536, '\x01')).substr(80, 2), std::string(2, '\0'));
     // 257 times 255 is 65535.
     EXPECT_EQ(updateStream(std::string(257, '\xFF')).substr(80, 2), "\xFF\xFF");
 }
 
-TEST(Package, HasZerosInTheRestOfTheHeaderAndBehindTheEnd)
+TEST(Package, HasZerosInTheRestOfTheHeaderAndAfterTheEnd)
 {
     const std::string stream = updateStream(std::string(897, '\xFF'));
     EXPECT_EQ(stream.substr(0, 48), std::string(48, '\0'));
@@ -74,7 +59,7 @@ TEST(Package, HasZerosInTheRestOfTheHeaderAndBehindTheEnd)
     EXPECT_EQ(stream.substr(128 + 897), std::string(2048 - 128 - 897, '\0'));
 }
 
-TEST(Package, BlocksHaveTheSumOfTheirBytesBehindThem)
+TEST(Package, BlocksAreFollowedByTheSumOfTheirBytes)
 {
     const std::string stream = std::string(1024, '\x01') + std::string(1024, '\x03');
     // 1024 is 4 * 256; three times that, too, is 0 modulo 256.

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/bytes.h"
 #include "tools/errors.h"
 
 namespace {
@@ -18,17 +19,10 @@ TEST(Text, EscapesWhatCannotBeSeen)
     EXPECT_EQ(escape("in the middle, at the end "), "in the middle, at the end\\x20");
 }
 
-TEST(Text, EveryByteComesBack)
+TEST(Text, EveryByteComesBackFromDigitsInEitherCase)
 {
-    std::string all;
-    for (int byte = 0; byte < 256; ++byte) {
-        all += static_cast<char>(byte);
-    }
+    const std::string all = countingBytes(256);
     EXPECT_EQ(unescape(escape(all)), all);
-}
-
-TEST(Text, UnescapesDigitsInEitherCase)
-{
     EXPECT_EQ(unescape("\\xfF\\x3C"), "\xff<");
 }
 

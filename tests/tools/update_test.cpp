@@ -3,18 +3,21 @@
 
 #include "tools/update.h"
 
-#include <array>
+#include <algorithm>
+#include <cstdio>
 #include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include "tests/support/bytes.h"
+#include "tests/support/console.h"
+#include "tests/tools/far_end.h"
 #include "tools/errors.h"
 #include "tools/frames.h"
 #include "tools/package.h"
@@ -23,43 +26,28 @@ namespace {
 
 // How long an answer may take that will come, and one that will not.
 constexpr Milliseconds kPatience{10000};
-constexpr Milliseconds kSilence{200};
+constexpr Milliseconds kSilence{50};
 
 // The same for a device that answers some arrivals and others not.
 constexpr Milliseconds kEither{2000};
 
-// A frame with the sum of its bytes.
-std::string frame(char kind, std::array<uint8_t, 7> bytes)
-{
-    std::string text = "<";
-    text += kind;
-    uint8_t sum = 0;
-    const auto append = [&](uint8_t byte) {
-        const char digits[] = "0123456789abcdef";
-        text += digits[byte >> 4];
-        text += digits[byte & 15];
-    };
-    for (const uint8_t byte : bytes) {
-        append(byte);
-        sum = static_cast<uint8_t>(sum + byte);
-    }
-    append(sum);
-    return text + ">";
-}
-
 // What arrived at the device in one piece: a frame with a block, or without.
 struct Arrival {
-    Rs232Command command;
+    std::string frame;
     std::string block;
+    Rs232Command command;
 
+    // The command itself, and its first three bytes with four of 255: they add up to -4.
     std::string accepted() const
     {
-        return frame('F', {command.address, command.tag, command.command, command.dat1,
-                           command.dat2, command.dat3, command.dat4});
+        return "<F" + frame.substr(2);
     }
     std::string refused() const
     {
-        return frame('F', {command.address, command.tag, command.command, 255, 255, 255, 255});
+        char sum[3];
+        std::snprintf(sum, sizeof sum, "%02x",
+                      (command.address + command.tag + command.command - 4) & 0xFF);
+        return "<F" + frame.substr(2, 6) + "ffffffff" + sum + ">";
     }
 };
 
@@ -68,37 +56,23 @@ class Device {
 public:
     using Answer = std::function<std::string(size_t, const Arrival &)>;
 
-    explicit Device(Answer answer) : answer_(std::move(answer))
-    {
-        std::array<int, 2> ends{-1, -1};
-        // Arrivals stay apart, as datagrams do.
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, ends.data()), 0);
-        own_ = ends[0];
-        theirs_ = ends[1];
-        thread_ = std::thread([this] { run(); });
-    }
-    ~Device()
-    {
-        if (thread_.joinable()) {
-            stop();
-        }
-    }
-    Device(const Device &) = delete;
-    Device &operator=(const Device &) = delete;
+    explicit Device(Answer answer) : answer_(std::move(answer)) {}
 
     // Sends the package and returns the exit status; keeps what it printed.
     int update(const std::string &package, Milliseconds timeout = kPatience, bool query = false)
     {
-        testing::internal::CaptureStdout();
-        testing::internal::CaptureStderr();
+        FarEnd far;
+        std::thread thread([&] { run(far); });
+        Console console;
         int status;
         {
-            Line line(theirs_, "device");
+            Line line(std::move(far.line)); // which closes it
             status = runUpdate(line, updateStream(package), {query, timeout, timeout});
         }
-        output = testing::internal::GetCapturedStdout();
-        errors = testing::internal::GetCapturedStderr();
-        stop();
+        console.end();
+        thread.join();
+        output = console.out;
+        errors = console.err;
         return status;
     }
 
@@ -107,49 +81,45 @@ public:
     std::string errors;
 
 private:
-    void run()
+    void run(const FarEnd &far)
     {
-        std::array<char, 4096> buffer;
         for (;;) {
-            pollfd entry{own_, POLLIN, 0};
+            pollfd entry{far.descriptor, POLLIN, 0};
             poll(&entry, 1, -1);
-            const ssize_t count = read(own_, buffer.data(), buffer.size());
-            if (count <= 0) {
+            const std::string bytes = far.sent();
+            if (bytes.empty()) {
                 return; // the line is closed
             }
-            const std::string bytes(buffer.data(), static_cast<size_t>(count));
-            if (bytes.size() < 19 || !isFrame(bytes.substr(0, 19))) {
+            const std::string frame = bytes.substr(0, 19);
+            if (!isFrame(frame)) {
                 ADD_FAILURE() << "no frame: " << bytes;
                 continue;
             }
-            arrivals.push_back({recordOf(bytes), bytes.substr(19)});
+            arrivals.push_back({frame, bytes.substr(19), recordOf(frame)});
             const std::string text = answer_(arrivals.size() - 1, arrivals.back());
             if (!text.empty()) {
-                EXPECT_EQ(write(own_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+                far.arrive(text);
             }
         }
     }
-    void stop()
-    {
-        thread_.join();
-        close(own_);
-    }
 
     Answer answer_;
-    int own_ = -1;
-    int theirs_ = -1;
-    std::thread thread_;
 };
 
-std::string acceptAll(size_t, const Arrival &arrival)
+// "a" for each arrival that is accepted, "r" for one that is refused, "-" for one without an
+// answer; the last one counts for all further arrivals.
+Device::Answer scripted(const std::string &script)
 {
-    return arrival.accepted();
+    return [script](size_t count, const Arrival &arrival) -> std::string {
+        const char answer = script[std::min(count, script.size() - 1)];
+        return answer == 'a' ? arrival.accepted() : answer == 'r' ? arrival.refused() : "";
+    };
 }
 
-TEST(SendUpdate, SendsEveryBlockBehindItsFrame)
+TEST(SendUpdate, SendsEveryBlockAfterItsFrame)
 {
     const std::string package(300000, 'p');
-    Device device(acceptAll);
+    Device device(scripted("a"));
     EXPECT_EQ(device.update(package), kDone);
     const std::string stream = updateStream(package);
     ASSERT_EQ(device.arrivals.size(), 294U); // 300128 bytes in blocks of 1024
@@ -169,71 +139,63 @@ TEST(SendUpdate, SendsEveryBlockBehindItsFrame)
     EXPECT_EQ(device.errors, "");
 }
 
-TEST(SendUpdate, SendsARefusedBlockAgain)
+TEST(SendUpdate, SendsABlockAgainAtMostFourTimes)
 {
-    Device device([](size_t count, const Arrival &arrival) {
-        return count == 1 ? arrival.refused() : arrival.accepted();
-    });
-    EXPECT_EQ(device.update(std::string(2000, 'p')), kDone);
-    ASSERT_EQ(device.arrivals.size(), 4U);
-    EXPECT_EQ(device.arrivals[1].command.dat3, 1);
-    EXPECT_EQ(device.arrivals[2].command.dat3, 1);
-    EXPECT_EQ(device.arrivals[2].block, device.arrivals[1].block);
-    EXPECT_EQ(device.arrivals[3].command.dat3, 2);
-    EXPECT_EQ(device.errors, "veskctl: block 1 of 3: refused, sent again\n");
-    EXPECT_NE(device.output.find(", 1 sent again\n"), std::string::npos);
-}
-
-TEST(SendUpdate, SendsABlockWithoutAnAnswerAgain)
-{
-    Device device(
-        [](size_t count, const Arrival &arrival) { return count == 1 ? "" : arrival.accepted(); });
-    EXPECT_EQ(device.update(std::string(1000, 'p'), kEither), kDone);
-    ASSERT_EQ(device.arrivals.size(), 3U);
-    EXPECT_EQ(device.arrivals[2].block, device.arrivals[1].block);
-    EXPECT_EQ(device.errors, "veskctl: block 1 of 2: no answer, sent again\n");
-}
-
-TEST(SendUpdate, GivesUpAfterTheFifthRefusal)
-{
-    Device device([](size_t, const Arrival &arrival) { return arrival.refused(); });
-    EXPECT_EQ(device.update(std::string(2000, 'p')), kRefused);
-    EXPECT_EQ(device.arrivals.size(), 5U);
-    EXPECT_EQ(device.errors, "veskctl: block 0 of 3: refused, sent again\n"
-                             "veskctl: block 0 of 3: refused, sent again\n"
-                             "veskctl: block 0 of 3: refused, sent again\n"
-                             "veskctl: block 0 of 3: refused, sent again\n"
-                             "veskctl: block 0 of 3: refused, 5 times in all\n");
-    EXPECT_EQ(device.output, "");
-}
-
-TEST(SendUpdate, CountsTheTriesOfEachBlockAnew)
-{
-    // Four tries fail, the fifth holds, twice.
-    Device device([](size_t count, const Arrival &arrival) {
-        return count % 5 == 4 ? arrival.accepted() : arrival.refused();
-    });
-    EXPECT_EQ(device.update(std::string(1000, 'p')), kDone);
-    EXPECT_EQ(device.arrivals.size(), 10U);
-}
-
-// The device may have installed it, and would do so again over the backup of the old executable.
-TEST(SendUpdate, DoesNotRepeatAnOnlyBlockThatHasNoAnswer)
-{
-    Device device([](size_t, const Arrival &) { return ""; });
-    EXPECT_EQ(device.update("p", kSilence), kNoAnswer);
-    EXPECT_EQ(device.arrivals.size(), 1U);
-    EXPECT_EQ(device.errors,
-              "veskctl: block 0 of 1: no answer; it may have been installed all the same\n");
-}
-
-TEST(SendUpdate, RepeatsAnOnlyBlockThatIsRefused)
-{
-    Device device([](size_t count, const Arrival &arrival) {
-        return count == 0 ? arrival.refused() : arrival.accepted();
-    });
-    EXPECT_EQ(device.update("p"), kDone);
-    EXPECT_EQ(device.arrivals.size(), 2U);
+    const auto again = [](const std::string &block, const std::string &why) {
+        return "veskctl: block " + block + ": " + why + ", sent again\n";
+    };
+    const auto fourTimes = [&](const std::string &block) {
+        const std::string line = again(block, "refused");
+        return line + line + line + line;
+    };
+    const struct {
+        size_t size;
+        const char *answers;
+        int status;
+        std::vector<uint8_t> numbers;
+        std::string errors;
+        Milliseconds timeout = kPatience;
+    } rows[] = {
+        {2000, "ara", kDone, {0, 1, 1, 2}, again("1 of 3", "refused")},
+        {1000, "a-a", kDone, {0, 1, 1}, again("1 of 2", "no answer"), kEither},
+        {2000,
+         "r",
+         kRefused,
+         {0, 0, 0, 0, 0},
+         fourTimes("0 of 3") + "veskctl: block 0 of 3: refused, 5 times in all\n"},
+        // The tries of each block count anew.
+        {1000,
+         "rrrrarrrra",
+         kDone,
+         {0, 0, 0, 0, 0, 1, 1, 1, 1, 1},
+         fourTimes("0 of 2") + fourTimes("1 of 2")},
+        // The device may have installed an only block that has no answer, and would do so again
+        // over the backup of the old executable.
+        {1,
+         "-",
+         kNoAnswer,
+         {0},
+         "veskctl: block 0 of 1: no answer; it may have been installed all the same\n",
+         kSilence},
+        {1, "ra", kDone, {0, 0}, again("0 of 1", "refused")},
+    };
+    for (const auto &row : rows) {
+        const std::string package = countingBytes(row.size, 251);
+        Device device(scripted(row.answers));
+        EXPECT_EQ(device.update(package, row.timeout), row.status) << row.answers;
+        EXPECT_EQ(device.errors, row.errors);
+        std::vector<uint8_t> numbers;
+        for (const Arrival &arrival : device.arrivals) {
+            numbers.push_back(arrival.command.dat3);
+            EXPECT_TRUE(arrival.block == blockWithChecksum(updateStream(package), numbers.back()))
+                << row.answers;
+        }
+        EXPECT_EQ(numbers, row.numbers) << row.answers;
+        const size_t repeated = numbers.size() - 1 - numbers.back();
+        const std::string figures = ", " + std::to_string(repeated) + " sent again\n";
+        EXPECT_EQ(device.output.ends_with(figures), row.status == kDone) << device.output;
+        EXPECT_EQ(device.output.empty(), row.status != kDone) << device.output;
+    }
 }
 
 TEST(SendUpdate, TakesNoLateAnswerForTheOneToTheNextTry)
@@ -255,8 +217,8 @@ TEST(SendUpdate, TakesNoLateAnswerForTheOneToTheNextTry)
 TEST(SendUpdate, AsksFirstIfItIsTold)
 {
     Device device([](size_t count, const Arrival &arrival) {
-        return count == 0   ? frame('F', {0, 0, 0x9A, 0xA1, 0x07, 0x04, 0x00})
-               : count == 1 ? frame('F', {0, 0, 0x9A, 0xB1, 0x07, 0x01, 0x0A})
+        return count == 0   ? "<F00009aa107040046>"
+               : count == 1 ? "<F00009ab107010a5d>"
                             : arrival.accepted();
     });
     EXPECT_EQ(device.update("p", kPatience, true), kDone);
@@ -273,29 +235,25 @@ TEST(SendUpdate, AsksFirstIfItIsTold)
     EXPECT_EQ(device.output.substr(0, said.size()), said);
 }
 
-TEST(SendUpdate, SendsNothingToADeviceThatRefusesTheQuestion)
+TEST(SendUpdate, SendsNothingToADeviceThatDoesNotAnswerTheQuestionAsItShould)
 {
-    Device device([](size_t, const Arrival &arrival) { return arrival.refused(); });
-    EXPECT_EQ(device.update("p", kPatience, true), kRefused);
-    EXPECT_EQ(device.arrivals.size(), 1U);
-}
-
-TEST(SendUpdate, SendsNothingToADeviceThatDoesNotAnswerTheQuestion)
-{
-    Device device([](size_t, const Arrival &) { return ""; });
-    EXPECT_EQ(device.update("p", kSilence, true), kNoAnswer);
-    EXPECT_EQ(device.arrivals.size(), 1U);
-    EXPECT_EQ(device.errors, "veskctl: no answer within 200 ms\n");
-}
-
-TEST(SendUpdate, SendsNothingToADeviceThatTakesOtherBlocks)
-{
-    Device device([](size_t, const Arrival &) {
-        return frame('F', {0, 0, 0x9A, 0xA1, 0x07, 0x02, 0x00});
-    });
-    EXPECT_EQ(device.update("p", kPatience, true), kRefused);
-    EXPECT_EQ(device.arrivals.size(), 1U);
-    EXPECT_EQ(device.errors, "veskctl: only blocks of 1024 bytes can be sent\n");
+    const auto takesOthers = [](size_t, const Arrival &) { return "<F00009aa107020044>"; };
+    const struct {
+        Device::Answer answer;
+        Milliseconds timeout;
+        int status;
+        const char *errors;
+    } rows[] = {
+        {scripted("r"), kPatience, kRefused, ""},
+        {scripted("-"), kSilence, kNoAnswer, "veskctl: no answer within 50 ms\n"},
+        {takesOthers, kPatience, kRefused, "veskctl: only blocks of 1024 bytes can be sent\n"},
+    };
+    for (const auto &row : rows) {
+        Device device(row.answer);
+        EXPECT_EQ(device.update("p", row.timeout, true), row.status) << row.errors;
+        EXPECT_EQ(device.arrivals.size(), 1U) << row.errors;
+        EXPECT_EQ(device.errors, row.errors);
+    }
 }
 
 } // namespace
