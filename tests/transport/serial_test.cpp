@@ -379,8 +379,9 @@ TEST(Serial, SetBaudrateSetsBothSpeedsAndNothingElse)
         for (const NamedRate &rate : kAccepted) {
             termios record = recordOf(base);
             set_baudrate(&record, rate.code);
-            EXPECT_EQ(cfgetispeed(&record), rate.code) << rate.baud;
-            EXPECT_EQ(cfgetospeed(&record), rate.code) << rate.baud;
+            EXPECT_EQ(record.c_ispeed, rate.code) << rate.baud;
+            EXPECT_EQ(record.c_ospeed, rate.code) << rate.baud;
+            EXPECT_EQ(cfgetospeed(&record), rate.code) << rate.baud; // of the control flags
             EXPECT_EQ((record.c_cflag ^ recordOf(base).c_cflag) & ~static_cast<tcflag_t>(CBAUD),
                       0u);
             EXPECT_EQ(record.c_oflag, recordOf(base).c_oflag);
