@@ -20,14 +20,14 @@ SerialLine line;
 
 namespace {
 
-bool isScripted(int fd)
+// Whether the descriptor is scripted; if so, notes the call.
+bool isNoted(int fd, const std::string &call)
 {
-    return fd == kLine || fd == kOtherLine;
-}
-
-void noteOn(int fd, const std::string &call)
-{
+    if (fd != kLine && fd != kOtherLine) {
+        return false;
+    }
     note((fd == kOtherLine ? "other " : "") + call);
+    return true;
 }
 
 int failWith(int error)
@@ -44,13 +44,6 @@ template <typename T> std::optional<T> next(std::deque<T> *answers)
     const T first = std::move(answers->front());
     answers->pop_front();
     return first;
-}
-
-int setFlags(int fd, int command, long flags)
-{
-    noteOn(fd, (command == F_SETFL ? "fcntl F_SETFL " : "fcntl ? ") + std::to_string(flags));
-    const int result = next(&line.fcntlResults).value_or(0);
-    return result < 0 ? failWith(line.error) : result;
 }
 
 void sleepOf(const std::string &call)
@@ -86,39 +79,32 @@ REPLACE(int, fcntl64, (int fd, int command, ...))
     va_start(arguments, command);
     const long argument = va_arg(arguments, long);
     va_end(arguments);
-    return isScripted(fd) ? setFlags(fd, command, argument) : REAL(fcntl64)(fd, command, argument);
+    const std::string name = command == F_SETFL ? "fcntl F_SETFL " : "fcntl ? ";
+    if (!isNoted(fd, name + std::to_string(argument))) {
+        return REAL(fcntl64)(fd, command, argument);
+    }
+    const int result = next(&line.fcntlResults).value_or(0);
+    return result < 0 ? failWith(line.error) : result;
 }
 
 // The name of fcntl() on 32-bit processors with 64-bit time.
-extern "C" int __wrap___fcntl_time64(int fd, int command, ...);
-int __wrap___fcntl_time64(int fd, int command, ...)
-{
-    va_list arguments;
-    va_start(arguments, command);
-    const long argument = va_arg(arguments, long);
-    va_end(arguments);
-    return isScripted(fd) ? setFlags(fd, command, argument) : REAL(fcntl64)(fd, command, argument);
-}
+extern "C" int __wrap___fcntl_time64(int fd, int command, ...)
+    __attribute__((alias("__wrap_fcntl64")));
 
 REPLACE(int, tcgetattr, (int fd, termios *options))
 {
-    if (!isScripted(fd)) {
+    if (!isNoted(fd, "tcgetattr")) {
         return REAL(tcgetattr)(fd, options);
     }
-    noteOn(fd, "tcgetattr");
-    if (line.getattrError != 0) {
-        return failWith(line.getattrError);
-    }
     *options = line.attributes;
-    return 0;
+    return line.getattrError == 0 ? 0 : failWith(line.getattrError);
 }
 
 REPLACE(int, tcsetattr, (int fd, int actions, const termios *options))
 {
-    if (!isScripted(fd)) {
+    if (!isNoted(fd, actions == TCSANOW ? "tcsetattr TCSANOW" : "tcsetattr ?")) {
         return REAL(tcsetattr)(fd, actions, options);
     }
-    noteOn(fd, actions == TCSANOW ? "tcsetattr TCSANOW" : "tcsetattr ?");
     if (line.setattrError != 0) {
         return failWith(line.setattrError);
     }
@@ -128,43 +114,34 @@ REPLACE(int, tcsetattr, (int fd, int actions, const termios *options))
 
 REPLACE(int, tcflush, (int fd, int queue))
 {
-    if (!isScripted(fd)) {
-        return REAL(tcflush)(fd, queue);
-    }
-    noteOn(fd, queue == TCIFLUSH    ? "tcflush TCIFLUSH"
-               : queue == TCIOFLUSH ? "tcflush TCIOFLUSH"
-                                    : "tcflush ?");
-    return 0;
+    const std::string name = queue == TCIFLUSH    ? "TCIFLUSH"
+                             : queue == TCIOFLUSH ? "TCIOFLUSH"
+                                                  : "?";
+    return isNoted(fd, "tcflush " + name) ? 0 : REAL(tcflush)(fd, queue);
 }
 
 REPLACE(ssize_t, read, (int fd, void *buffer, size_t length))
 {
-    if (!isScripted(fd)) {
+    if (!isNoted(fd, "read " + std::to_string(length))) {
         return REAL(read)(fd, buffer, length);
     }
-    noteOn(fd, "read " + std::to_string(length));
-    const auto arrival = next(&line.arrivals);
+    const std::optional<std::string> arrival = next(&line.arrivals).value_or("");
     if (!arrival) {
-        return 0;
-    }
-    if (!*arrival) {
         return failWith(line.error);
     }
-    const std::string &bytes = **arrival;
-    const size_t count = std::min(length, bytes.size());
-    std::memcpy(buffer, bytes.data(), count);
-    if (count < bytes.size()) {
-        line.arrivals.push_front(bytes.substr(count));
+    const size_t count = std::min(length, arrival->size());
+    std::memcpy(buffer, arrival->data(), count);
+    if (count < arrival->size()) {
+        line.arrivals.push_front(arrival->substr(count));
     }
     return static_cast<ssize_t>(count);
 }
 
 REPLACE(ssize_t, write, (int fd, const void *buffer, size_t length))
 {
-    if (!isScripted(fd)) {
+    if (!isNoted(fd, "write " + std::to_string(length))) {
         return REAL(write)(fd, buffer, length);
     }
-    noteOn(fd, "write " + std::to_string(length));
     const ssize_t taken = next(&line.writeResults).value_or(static_cast<ssize_t>(length));
     if (taken < 0) {
         return failWith(line.error);
@@ -175,11 +152,7 @@ REPLACE(ssize_t, write, (int fd, const void *buffer, size_t length))
 
 REPLACE(int, close, (int fd))
 {
-    if (!isScripted(fd)) {
-        return REAL(close)(fd);
-    }
-    noteOn(fd, "close");
-    return 0;
+    return isNoted(fd, "close") ? 0 : REAL(close)(fd);
 }
 
 REPLACE(int, usleep, (useconds_t microseconds))
@@ -205,11 +178,6 @@ void note(const std::string &call)
         ADD_FAILURE() << "endless loop";
         throw LoopLeft();
     }
-}
-
-std::string takeSent()
-{
-    return std::exchange(line.sent, {});
 }
 
 std::ostream &operator<<(std::ostream &stream, const Outcome &outcome)
@@ -274,12 +242,11 @@ std::string errorLine(std::string_view message, int error)
 
 Terminal::Terminal() : master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC))
 {
-    EXPECT_GE(master, 0) << std::strerror(errno);
     EXPECT_EQ(grantpt(master), 0) << std::strerror(errno);
     EXPECT_EQ(unlockpt(master), 0) << std::strerror(errno);
-    const char *const name = ptsname(master);
-    EXPECT_NE(name, nullptr);
-    path = name == nullptr ? "" : name;
+    char name[64] = "";
+    EXPECT_EQ(ptsname_r(master, name, sizeof name), 0) << std::strerror(errno);
+    path = name;
 }
 
 Terminal::~Terminal()

@@ -11,6 +11,7 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <sys/types.h>
@@ -53,16 +54,18 @@ extern SerialLine line;
 // Notes a call on the line.
 void note(const std::string &call);
 
-std::string takeSent(); // and forgets it
-
 // What a call returned and printed, and its calls on the line.
 struct Outcome {
-    int64_t result = 0;
+    Outcome(int64_t its, std::string printed, std::string reported = {}, Journal calls = {})
+        : result(its), out(std::move(printed)), err(std::move(reported)), journal(std::move(calls))
+    {
+    }
+    bool operator==(const Outcome &) const = default;
+
+    int64_t result;
     std::string out;
     std::string err;
     Journal journal;
-
-    bool operator==(const Outcome &) const = default;
 };
 std::ostream &operator<<(std::ostream &stream, const Outcome &outcome);
 Outcome outcomeOf(const std::function<int64_t()> &action);

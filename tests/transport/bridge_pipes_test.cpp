@@ -52,10 +52,7 @@ void receive(const Sender &sender, std::string_view bytes)
                      static_cast<uint32_t>(bytes.size()));
 }
 
-std::string pattern(size_t count)
-{
-    return countingBytes(count, 251);
-}
+constexpr auto pattern = [](size_t count) { return countingBytes(count, 251); };
 
 TEST(BridgePipes, AreEmptyOver4096BytesEachAndKnowNoPcAtFirst)
 {

@@ -72,16 +72,14 @@ protected:
         udp_chanel_value[0] = ip;
         udp_chanel_value[1] = port;
     }
-    static Strings takeCalls()
-    {
-        return std::exchange(calls, {});
-    }
 };
 
-std::string pattern(size_t count)
+Strings takeCalls()
 {
-    return countingBytes(count, 251);
+    return std::exchange(calls, {});
 }
+
+constexpr auto pattern = [](size_t count) { return countingBytes(count, 251); };
 
 // The datagrams and the mirrored bytes of a row are there when the tasks run.
 TEST_F(Bridge, CarriesTheBytesOfThePcToPort0AndThenTheMirrorToTheLatestSender)

@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <deque>
 #include <limits>
 #include <optional>
 #include <string>
@@ -24,7 +25,6 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/bytes.h"
-#include "tests/support/console.h"
 #include "tests/support/serial_line.h"
 
 namespace {
@@ -52,25 +52,15 @@ Journal chunks(int count, const Journal &last = {})
     return journal + last;
 }
 
-// Waits until this end has something to read.
-void awaitInput(int fd)
-{
-    pollfd wait{fd, POLLIN, 0};
-    ASSERT_EQ(poll(&wait, 1, -1), 1);
-}
-
 std::string readAll(int fd, size_t length)
 {
-    std::string text;
-    std::vector<char> buffer(length);
-    while (text.size() < length) {
-        awaitInput(fd);
-        const ssize_t got = ::read(fd, buffer.data(), length - text.size());
-        if (got < 0) {
-            ADD_FAILURE() << errno;
-            break;
-        }
-        text.append(buffer.data(), static_cast<size_t>(got));
+    std::string text(length, '\0');
+    for (size_t at = 0; at < length;) {
+        pollfd wait{fd, POLLIN, 0};
+        EXPECT_EQ(poll(&wait, 1, -1), 1);
+        const ssize_t got = ::read(fd, &text[at], length - at);
+        EXPECT_GT(got, 0);
+        at = got > 0 ? at + static_cast<size_t>(got) : length;
     }
     return text;
 }
@@ -81,19 +71,17 @@ TEST(Serial, OpeningMakesTheLineBlockingAgainTwiceAndLogsIt)
 {
     const auto open = [] { return serial_open("/dev/ttyS4"); };
     const std::string start = "Open /dev/ttyS4 ......\n";
-    EXPECT_EQ(outcomeOf(open), (Outcome{kLine, kOpened, "", kOpening}));
+    EXPECT_EQ(outcomeOf(open), Outcome(kLine, kOpened, "", kOpening));
     EXPECT_EQ(line.openFlags, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     line.fcntlResults = {0, -1}; // the second result is printed and does not matter
     EXPECT_EQ(outcomeOf(open),
-              (Outcome{kLine, start + "fcntl = -1 !\nserial_open file ID= 777 !\n", "", kOpening}));
+              Outcome(kLine, start + "fcntl = -1 !\nserial_open file ID= 777 !\n", "", kOpening));
     line.fcntlResults = {-1};
-    EXPECT_EQ(
-        outcomeOf(open),
-        (Outcome{
-            -1, start + "fcntl failed !\n", "", {"open /dev/ttyS4", "fcntl F_SETFL 0", "close"}}));
+    EXPECT_EQ(outcomeOf(open), Outcome(-1, start + "fcntl failed !\n", "",
+                                       {"open /dev/ttyS4", "fcntl F_SETFL 0", "close"}));
     line.descriptor = -1;
     EXPECT_EQ(outcomeOf(open),
-              (Outcome{-1, "Can't Open Serial Port /dev/ttyS4 !\n", "", {"open /dev/ttyS4"}}));
+              Outcome(-1, "Can't Open Serial Port /dev/ttyS4 !\n", "", {"open /dev/ttyS4"}));
 }
 
 TEST(Serial, DescriptorZeroIsALineLikeAnyOther)
@@ -118,7 +106,7 @@ TEST(Serial, OpenedTerminalBlocksAndIsForReadingAndWriting)
     EXPECT_EQ(serial_close(fd), 0);
     EXPECT_EQ(fcntl(fd, F_GETFL), -1);
     EXPECT_EQ(serial_close(fd), -1);
-    EXPECT_EQ(outcomeOf([] { return serial_close(kLine); }), (Outcome{0, "", "", {"close"}}));
+    EXPECT_EQ(outcomeOf([] { return serial_close(kLine); }), Outcome(0, "", "", {"close"}));
 }
 
 // Setting up -------------------------------------------------------------------------------------
@@ -137,7 +125,7 @@ void expectSet(int32_t baud, int32_t bits, char parity, int32_t stop, const term
 {
     line.attributes = recordOf(0xFF);
     EXPECT_EQ(outcomeOf([=] { return serial_set(kLine, baud, bits, parity, stop); }),
-              (Outcome{0, kSet, "", kSetting}))
+              Outcome(0, kSet, "", kSetting))
         << baud << ' ' << bits << parity << stop;
     EXPECT_EQ(textOf(line.attributes), textOf(expected)) << baud << ' ' << bits << parity << stop;
 }
@@ -175,7 +163,7 @@ void expectRefused(int32_t baud, int32_t bits, char parity, int32_t stop,
                    const std::string &message)
 {
     EXPECT_EQ(outcomeOf([=] { return serial_set(kLine, baud, bits, parity, stop); }),
-              (Outcome{-1, "Don't exist " + message + " !\n", "", {"tcgetattr"}}));
+              Outcome(-1, "Don't exist " + message + " !\n", "", {"tcgetattr"}));
 }
 
 TEST(Serial, RefusesAnyOtherValue)
@@ -207,18 +195,17 @@ TEST(Serial, ChecksRateThenDataSizeThenParityThenStopBits)
 TEST(Serial, SettingUpFailsWhenTheAttributesCannotBeReadOrApplied)
 {
     line.setattrError = EINVAL;
-    EXPECT_EQ(
-        outcomeOf([] { return serial_set(kLine, 115200, 8, 'N', 1); }),
-        (Outcome{-1, "", errorLine("Set new terminal description error !", EINVAL), kSetting}));
+    EXPECT_EQ(outcomeOf([] { return serial_set(kLine, 115200, 8, 'N', 1); }),
+              Outcome(-1, "", errorLine("Set new terminal description error !", EINVAL), kSetting));
     line.getattrError = EIO; // before every other check
     const std::string message = "Can't get old terminal description !";
     EXPECT_EQ(outcomeOf([] { return serial_set(kLine, 1, 1, 'x', 9); }),
-              (Outcome{-1, "", errorLine(message, EIO), {"tcgetattr"}}));
+              Outcome(-1, "", errorLine(message, EIO), {"tcgetattr"}));
     const int file = ::open("/dev/null", O_RDWR | O_CLOEXEC);
     EXPECT_EQ(outcomeOf([=] { return serial_set(file, 115200, 8, 'N', 1); }),
-              (Outcome{-1, "", errorLine(message, ENOTTY), {}}));
+              Outcome(-1, "", errorLine(message, ENOTTY), {}));
     EXPECT_EQ(outcomeOf([] { return serial_set(-1, 115200, 8, 'N', 1); }),
-              (Outcome{-1, "", errorLine(message, EBADF), {}}));
+              Outcome(-1, "", errorLine(message, EBADF), {}));
 }
 
 // On a terminal ----------------------------------------------------------------------------------
@@ -248,17 +235,6 @@ TEST(Serial, ConfiguredTerminalCarriesEveryByteUnchangedBothWays)
     EXPECT_EQ(poll(&wait, 1, 0), 0); // nothing was echoed
 }
 
-TEST(Serial, SettingUpThrowsAwayWhatHasArrivedBefore)
-{
-    Terminal terminal;
-    const int fd = terminal.open();
-    ASSERT_EQ(::write(terminal.master, "old\n", 4), 4);
-    awaitInput(fd);
-    EXPECT_EQ(outcomeOf([=] { return serial_set(fd, 115200, 8, 'N', 1); }).result, 0);
-    ASSERT_EQ(::write(terminal.master, "new", 3), 3);
-    EXPECT_EQ(readAll(fd, 3), "new");
-}
-
 // Reading and writing ----------------------------------------------------------------------------
 
 TEST(Serial, ReadingIsOneReadWithItsResultAsItIs)
@@ -277,12 +253,12 @@ TEST(Serial, ReadingIsOneReadWithItsResultAsItIs)
         std::string buffer(10, '.');
         line.arrivals = {row.arrival};
         EXPECT_EQ(outcomeOf([&] { return serial_read(kLine, buffer.data(), 10); }),
-                  (Outcome{row.result, "", "", {"read 10"}}));
+                  Outcome(row.result, "", "", {"read 10"}));
         EXPECT_EQ(buffer, row.buffer);
     }
     char byte = 'x';
     EXPECT_EQ(outcomeOf([&] { return serial_read(kLine, &byte, 0); }),
-              (Outcome{0, "Read byte number error !\n", "", {}}));
+              Outcome(0, "Read byte number error !\n", "", {}));
     EXPECT_EQ(byte, 'x');
 }
 
@@ -320,15 +296,15 @@ TEST(Serial, WritesChunksOf256WithAPauseOf80MsAfterEachFullOne)
         const std::string bytes = countingBytes(row.length, 251);
         line.writeResults = row.taken;
         EXPECT_EQ(outcomeOf([&] { return serial_write(kLine, bytesOf(bytes), row.length); }),
-                  (Outcome{row.result, "", "", row.journal}));
-        EXPECT_EQ(takeSent(), bytes.substr(0, row.result));
+                  Outcome(row.result, "", "", row.journal));
+        EXPECT_EQ(std::exchange(line.sent, {}), bytes.substr(0, row.result));
     }
     line.error = EINTR; // is a failure too
     line.writeResults = {-1};
     EXPECT_EQ(outcomeOf([] { return serial_write(kLine, bytesOf("abc"), 3); }),
-              (Outcome{0, "", "", {"write 3"}}));
+              Outcome(0, "", "", {"write 3"}));
     EXPECT_EQ(outcomeOf([] { return serial_write(kLine, bytesOf(""), 0); }),
-              (Outcome{0, "Write byte number error !\n", "", {}}));
+              Outcome(0, "Write byte number error !\n", "", {}));
 }
 
 // The self-test ----------------------------------------------------------------------------------
@@ -337,11 +313,11 @@ TEST(Serial, SelfTestReturns1WhenTheLineCannotBeOpenedOrSetUp)
 {
     line.setattrError = EIO;
     EXPECT_EQ(outcomeOf(serial_test),
-              (Outcome{1, kOpened, errorLine("Set new terminal description error !", EIO),
-                       kOpening + kSetting}));
+              Outcome(1, kOpened, errorLine("Set new terminal description error !", EIO),
+                      kOpening + kSetting));
     line.descriptor = -1;
     EXPECT_EQ(outcomeOf(serial_test),
-              (Outcome{1, "Can't Open Serial Port /dev/ttyS4 !\n", "", {"open /dev/ttyS4"}}));
+              Outcome(1, "Can't Open Serial Port /dev/ttyS4 !\n", "", {"open /dev/ttyS4"}));
 }
 
 TEST(Serial, SelfTestSends5000DigitsAndThenPrintsWhatComesEveryMillisecond)
@@ -359,10 +335,10 @@ TEST(Serial, SelfTestSends5000DigitsAndThenPrintsWhatComesEveryMillisecond)
         polls = std::move(polls) + Journal{"read 8192", "usleep 1000"};
     }
     EXPECT_EQ(outcomeOfLoop(serial_test, 19 + 5), // 5000 is 19 * 256 + 136
-              (Outcome{0,
-                       kOpened + kSet + "len =  8192 ,szBuffer = " + std::string(8192, 'x') +
-                           " \nlen =  5 ,szBuffer = hello \nlen =  4 ,szBuffer = %s%n \n",
-                       "", kOpening + kSetting + chunks(19, {"write 136"}) + polls}));
+              Outcome(0,
+                      kOpened + kSet + "len =  8192 ,szBuffer = " + std::string(8192, 'x') +
+                          " \nlen =  5 ,szBuffer = hello \nlen =  4 ,szBuffer = %s%n \n",
+                      "", kOpening + kSetting + chunks(19, {"write 136"}) + polls));
     std::string digits;
     for (int i = 0; i < 500; ++i) {
         digits += "0123456789";
@@ -449,12 +425,10 @@ TEST(Serial, SetSpeedAppliesTheCodeOfTheTableBetweenTwoFlushes)
         expected.c_lflag = ECHO;
         expected.c_cc[VTIME] = 7;
         line.attributes = expected;
-        EXPECT_EQ(outcomeOf([i] { return set_speed(kLine, kTableRates[i]), 0; }),
-                  (Outcome{0,
-                           "",
-                           "",
-                           {"tcgetattr", "tcflush TCIOFLUSH", "tcsetattr TCSANOW",
-                            "tcflush TCIOFLUSH"}}));
+        EXPECT_EQ(
+            outcomeOf([i] { return set_speed(kLine, kTableRates[i]), 0; }),
+            Outcome(0, "", "",
+                    {"tcgetattr", "tcflush TCIOFLUSH", "tcsetattr TCSANOW", "tcflush TCIOFLUSH"}));
         expected.c_cflag = CS7 | PARENB | HUPCL | kTableCodes[i];
         expected.c_ispeed = expected.c_ospeed = kTableCodes[i];
         EXPECT_EQ(textOf(line.attributes), textOf(expected));
@@ -465,7 +439,7 @@ TEST(Serial, SetSpeedIgnoresAnyOtherRateSilently)
 {
     for (const uint32_t baud : {0u, 1u, 600u, 9601u, 230400u, 460800u, 1500000u, 0xFFFFFFFFu}) {
         EXPECT_EQ(outcomeOf([=] { return set_speed(kLine, baud), 0; }),
-                  (Outcome{0, "", "", {"tcgetattr"}}))
+                  Outcome(0, "", "", {"tcgetattr"}))
             << baud;
     }
 }
@@ -474,10 +448,8 @@ TEST(Serial, SetSpeedReportsWhenItCannotApplyAndStops)
 {
     line.setattrError = EIO;
     EXPECT_EQ(outcomeOf([] { return set_speed(kLine, 9600), 0; }),
-              (Outcome{0,
-                       "",
-                       errorLine("tcsetattr fd", EIO),
-                       {"tcgetattr", "tcflush TCIOFLUSH", "tcsetattr TCSANOW"}}));
+              Outcome(0, "", errorLine("tcsetattr fd", EIO),
+                      {"tcgetattr", "tcflush TCIOFLUSH", "tcsetattr TCSANOW"}));
 }
 
 // The older family: the complete set-up ----------------------------------------------------------
@@ -511,7 +483,7 @@ TEST(Serial, CompleteSetUpTakesEveryParityLetterInEitherCase)
             SCOPED_TRACE(std::to_string(row.bits) + row.parity + std::to_string(row.stop));
             line.attributes = recordOf(base);
             EXPECT_EQ(outcomeOf([&] { return set_Parity(kLine, row.bits, row.parity, row.stop); }),
-                      (Outcome{0, "", "", {"tcgetattr", "tcsetattr TCSANOW"}}));
+                      Outcome(0, "", "", {"tcgetattr", "tcsetattr TCSANOW"}));
             termios expected = recordOf(base);
             expected.c_cflag &= ~static_cast<tcflag_t>(CRTSCTS | CSIZE | CSTOPB) & ~row.cleared;
             expected.c_cflag |= CLOCAL | CREAD | row.set;
@@ -535,7 +507,7 @@ TEST(Serial, LowerCaseParityIsForTheCompleteSetUpOnly)
 void expectCompleteSetUpRefused(int32_t bits, char parity, int32_t stop, const std::string &message)
 {
     EXPECT_EQ(outcomeOf([=] { return set_Parity(kLine, bits, parity, stop); }),
-              (Outcome{-1, "", message, {"tcgetattr"}}));
+              Outcome(-1, "", message, {"tcgetattr"}));
 }
 
 TEST(Serial, CompleteSetUpRefusesOtherSizesThenParityLettersThenStopBits)
@@ -554,9 +526,8 @@ TEST(Serial, CompleteSetUpRefusesOtherSizesThenParityLettersThenStopBits)
 TEST(Serial, CompleteSetUpFailsWhenTheAttributesCannotBeReadOrApplied)
 {
     line.setattrError = EIO;
-    EXPECT_EQ(
-        outcomeOf([] { return set_Parity(kLine, 8, 'N', 1); }),
-        (Outcome{-1, "", errorLine("SetupSerial 3", EIO), {"tcgetattr", "tcsetattr TCSANOW"}}));
+    EXPECT_EQ(outcomeOf([] { return set_Parity(kLine, 8, 'N', 1); }),
+              Outcome(-1, "", errorLine("SetupSerial 3", EIO), {"tcgetattr", "tcsetattr TCSANOW"}));
     line.getattrError = ENOTTY;
     expectCompleteSetUpRefused(1, 'X', 9, errorLine("SetupSerial 1", ENOTTY));
 }
@@ -566,14 +537,14 @@ TEST(Serial, PortAttributesAre115200AndOneStopBitWhateverIsAskedFor)
     const Journal calls = {"tcgetattr",         "tcflush TCIOFLUSH", "tcsetattr TCSANOW",
                            "tcflush TCIOFLUSH", "tcgetattr",         "tcsetattr TCSANOW"};
     EXPECT_EQ(outcomeOf([] { return set_port_attr(kLine, 300, 7, "2", 'E'); }),
-              (Outcome{0, "", "", calls}));
+              Outcome(0, "", "", calls));
     termios expected = rawRecord(INPCK, CLOCAL | CREAD | CS7 | PARENB, B115200);
     expected.c_cc[VTIME] = 30;
     EXPECT_EQ(textOf(line.attributes), textOf(expected));
     // A refusal makes no difference, and comes after the speed is set.
     line.attributes = recordOf(0);
     EXPECT_EQ(outcomeOf([] { return set_port_attr(kLine, 115200, 9, "1", 'N'); }),
-              (Outcome{0, "", "Unsupported data size\n", {calls.begin(), calls.end() - 1}}));
+              Outcome(0, "", "Unsupported data size\n", {calls.begin(), calls.end() - 1}));
     EXPECT_EQ(cfgetospeed(&line.attributes), static_cast<speed_t>(B115200));
 }
 

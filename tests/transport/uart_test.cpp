@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <iterator>
 #include <limits>
 #include <mutex>
@@ -85,7 +86,7 @@ namespace {
 // The outcome of a call whose result is the length of all that it prints.
 Outcome printing(const std::string &message, const Journal &journal = {})
 {
-    return {static_cast<int64_t>(message.size()), message, "", journal};
+    return Outcome(static_cast<int64_t>(message.size()), message, "", journal);
 }
 
 // Opening ----------------------------------------------------------------------------------------
@@ -118,16 +119,14 @@ TEST(Uart, OpeningSets115200Baud8N1AndStartsADetachedReaderThread)
         const std::string last =
             "==kel UARTInit DEV_NAME[" + std::to_string(port) + "]:" + name + "\n";
         line.attributes = recordOf(0xFF);
-        EXPECT_EQ(outcomeOf([=] { return UARTInit(port); }),
-                  (Outcome{static_cast<int64_t>(last.size()),
-                           "Open " + name +
-                               " ......\nfcntl = 0 !\nserial_open file ID= 777 !\n"
-                               "serial_set success !\n" +
-                               last,
-                           "",
-                           {"open " + name, "fcntl F_SETFL 0", "fcntl F_SETFL 0", "tcgetattr",
-                            "tcflush TCIFLUSH", "tcsetattr TCSANOW", "pthread_create",
-                            "pthread_detach"}}));
+        const Outcome outcome = outcomeOf([=] { return UARTInit(port); });
+        EXPECT_EQ(outcome.result, static_cast<int64_t>(last.size()));
+        EXPECT_EQ(outcome.out + outcome.err,
+                  "Open " + name + " ......\nfcntl = 0 !\nserial_open file ID= 777 !\n" +
+                      "serial_set success !\n" + last);
+        EXPECT_EQ(outcome.journal, (Journal{"open " + name, "fcntl F_SETFL 0", "fcntl F_SETFL 0",
+                                            "tcgetattr", "tcflush TCIFLUSH", "tcsetattr TCSANOW",
+                                            "pthread_create", "pthread_detach"}));
         EXPECT_EQ(fd[port], kLine);
         EXPECT_EQ(textOf(line.attributes), textOf(rawRecord(0, CLOCAL | CREAD | CS8, B115200)));
         EXPECT_EQ(thread.attributes, nullptr);
@@ -148,17 +147,14 @@ TEST(Uart, UnusableDeviceGetsNoThread)
     line.device = "/dev/null"; // which cannot be set up
     const Outcome unset = outcomeOf([] { return UARTInit(0); });
     EXPECT_GT(fd[0], 2);
-    EXPECT_EQ(unset, (Outcome{-1,
-                              "Open /dev/ttyS0 ......\nfcntl = 0 !\nserial_open file ID= " +
-                                  std::to_string(fd[0]) + " !\n",
-                              errorLine(message, ENOTTY),
-                              {"open /dev/ttyS0"}}));
+    EXPECT_EQ(unset, Outcome(-1,
+                             "Open /dev/ttyS0 ......\nfcntl = 0 !\nserial_open file ID= " +
+                                 std::to_string(fd[0]) + " !\n",
+                             errorLine(message, ENOTTY), {"open /dev/ttyS0"}));
     line.device = "/dev/there-is-no-such-line";
     EXPECT_EQ(outcomeOf([] { return UARTInit(0); }),
-              (Outcome{-1,
-                       "Can't Open Serial Port /dev/ttyS0 !\n",
-                       errorLine(message, EBADF),
-                       {"open /dev/ttyS0"}}));
+              Outcome(-1, "Can't Open Serial Port /dev/ttyS0 !\n", errorLine(message, EBADF),
+                      {"open /dev/ttyS0"}));
     EXPECT_EQ(fd[0], -1);
 }
 
@@ -168,7 +164,7 @@ TEST(Uart, ReaderPassesOnWhatComesAndSleepsOneMillisecondOtherwise)
 {
     const std::string read = "read 20480";
     const std::string sleep = "usleep 1000";
-    const std::string burst = countingBytes(20481, 251);
+    const std::string most = countingBytes(20480, 251);
     const std::string odd("<T0000680100000069>\0\xFF\r\n", 23);
     const struct {
         const char *name;
@@ -177,28 +173,22 @@ TEST(Uart, ReaderPassesOnWhatComesAndSleepsOneMillisecondOtherwise)
         Journal journal;
         std::vector<Received> received;
     } rows[] = {
+        // clang-format off
         {"a burst", {odd}, 1, {read, read, sleep}, {{2, 0, odd}}},
-        {"20480 bytes in one call",
-         {burst.substr(0, 20480)},
-         1,
-         {read, read, sleep},
-         {{2, 0, burst.substr(0, 20480)}}},
-        {"20481 bytes in two reads and two calls",
-         {burst},
-         1,
-         {read, read, read, sleep},
-         {{2, 0, burst.substr(0, 20480)}, {2, 0, burst.substr(20480)}}},
+        {"20480 bytes in one call", {most}, 1, {read, read, sleep}, {{2, 0, most}}},
+        {"20481 bytes in two reads and two calls", {most + "x"}, 1,
+            {read, read, read, sleep}, {{2, 0, most}, {2, 0, "x"}}},
         {"nothing, an error, which is not logged, and bytes again",
-         {"", std::nullopt, "one", "", "two", "two", std::nullopt},
-         4,
-         {read, sleep, read, sleep, read, read, sleep, read, read, read, sleep},
-         {{2, 0, "one"}, {2, 0, "two"}, {2, 0, "two"}}},
+            {"", std::nullopt, "one", "", "two", "two", std::nullopt}, 4,
+            {read, sleep, read, sleep, read, read, sleep, read, read, read, sleep},
+            {{2, 0, "one"}, {2, 0, "two"}, {2, 0, "two"}}},
+        // clang-format on
     };
     fd[0] = kLine;
     for (const auto &row : rows) {
         line.arrivals = row.arrivals;
         EXPECT_EQ(outcomeOfLoop([] { uart_receive_fun(nullptr); }, row.sleeps),
-                  (Outcome{0, "uart_receive_fun 0\n", "", row.journal}))
+                  Outcome(0, "uart_receive_fun 0\n", "", row.journal))
             << row.name;
         EXPECT_TRUE(std::exchange(received, {}) == row.received) << row.name;
     }
@@ -209,10 +199,8 @@ TEST(Uart, BytesOfPort1NeverReachTheCommandParser)
     fd[1] = kOtherLine;
     line.arrivals = {"<T0000680100000069>"};
     EXPECT_EQ(outcomeOfLoop([] { uart_receive_fun(reinterpret_cast<void *>(1)); }, 1),
-              (Outcome{0,
-                       "uart_receive_fun 1\n",
-                       "",
-                       {"other read 20480", "other read 20480", "usleep 1000"}}));
+              Outcome(0, "uart_receive_fun 1\n", "",
+                      {"other read 20480", "other read 20480", "usleep 1000"}));
     EXPECT_TRUE(received.empty());
 }
 
@@ -228,18 +216,16 @@ TEST(Uart, BytesOnAnOpenedPortReachTheCommandChannels)
     ASSERT_EQ(write(terminal.master, "<T00006801", 10), 10);
     ASSERT_EQ(write(terminal.master, "00000069>", 9), 9);
     std::string bytes;
-    {
-        std::unique_lock<std::mutex> guard(receivedLock);
-        receivedMore.wait(guard, [&bytes] {
-            bytes.clear();
-            for (const Received &call : received) {
-                bytes += call.bytes;
-            }
-            return bytes.size() >= 19;
-        });
-        EXPECT_EQ(received[0].type, 2u);
-        EXPECT_EQ(received[0].address, 0u);
-    }
+    std::unique_lock<std::mutex> guard(receivedLock);
+    receivedMore.wait(guard, [&bytes] {
+        bytes.clear();
+        for (const Received &call : received) {
+            bytes += call.bytes;
+        }
+        return bytes.size() >= 19;
+    });
+    EXPECT_EQ(received[0].type, 2u);
+    EXPECT_EQ(received[0].address, 0u);
     console.end();
     EXPECT_EQ(bytes, "<T0000680100000069>");
     EXPECT_NE(console.out.find("uart_receive_fun 0\n"), std::string::npos);
@@ -279,9 +265,9 @@ TEST(Uart, SendingReturnsTheNumberOfBytesOrReportsAShortWriteWithoutRetrying)
         line.writeResults = row.taken;
         EXPECT_EQ(outcomeOfSending(row.port, bytes),
                   (row.message == nullptr
-                       ? Outcome{static_cast<int64_t>(row.length), "", "", row.journal}
+                       ? Outcome(static_cast<int64_t>(row.length), "", "", row.journal)
                        : printing(row.message, row.journal)));
-        EXPECT_EQ(takeSent(), bytes.substr(0, row.sent)) << row.length;
+        EXPECT_EQ(std::exchange(line.sent, {}), bytes.substr(0, row.sent)) << row.length;
     }
 }
 
@@ -297,7 +283,7 @@ TEST(Uart, RefusesToSendOnPortsThatDoNotExist)
 TEST(Uart, LengthOfZeroOrLessSendsNothing)
 {
     fd[0] = kLine;
-    EXPECT_EQ(outcomeOfSending(0, ""), (Outcome{0, "Write byte number error !\n", "", {}}));
+    EXPECT_EQ(outcomeOfSending(0, ""), Outcome(0, "Write byte number error !\n", "", {}));
     for (const int32_t length : {-1, std::numeric_limits<int32_t>::min()}) {
         EXPECT_EQ(outcomeOf([=] { return UARTSendBuffer(0, bytesOf("abc"), length); }).journal,
                   Journal{});
@@ -310,7 +296,7 @@ TEST(Uart, SendingOnPort1BeforeItIsOpenedWritesToDescriptor0)
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     dup2(ends[1], 0);
-    EXPECT_EQ(outcomeOfSending(1, "hello"), (Outcome{5, "", "", {}}));
+    EXPECT_EQ(outcomeOfSending(1, "hello"), Outcome(5, "", "", {}));
     char text[] = ".....";
     EXPECT_EQ(read(ends[0], text, 5), 5);
     EXPECT_STREQ(text, "hello");
@@ -325,7 +311,7 @@ TEST(Uart, TransmitTestSendsHelloEverySecond)
     fd[0] = kLine;
     EXPECT_EQ(
         outcomeOfLoop(UART_test_tx, 3),
-        (Outcome{0, "", "", {"write 6", "sleep 1", "write 6", "sleep 1", "write 6", "sleep 1"}}));
+        Outcome(0, "", "", {"write 6", "sleep 1", "write 6", "sleep 1", "write 6", "sleep 1"}));
     EXPECT_EQ(line.sent, "hello hello hello ");
 }
 
@@ -348,8 +334,8 @@ TEST(Uart, ReceiveTestPrintsWhatCameAndLooksEverySecond)
         journal.insert(journal.end(), {"read 20479", "sleep 1"});
     }
     EXPECT_EQ(outcomeOfLoop(UART_test_rx, 10),
-              (Outcome{0, "a longer first textshortno thing\nno thing\n" + full + "z%n%s%d%%\n", "",
-                       journal}));
+              Outcome(0, "a longer first textshortno thing\nno thing\n" + full + "z%n%s%d%%\n", "",
+                      journal));
 }
 
 } // namespace

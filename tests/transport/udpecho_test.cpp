@@ -10,10 +10,10 @@
 #include <condition_variable>
 #include <csetjmp>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -38,7 +38,6 @@
 namespace {
 
 using Strings = std::vector<std::string>;
-using Bytes16 = std::array<uint8_t, 16>;
 
 // Which calls of the system fail, and whether the others are real. Of plain types: the test
 // framework makes mutexes before any constructor of this file runs.
@@ -58,10 +57,7 @@ sockaddr_in bound;
 
 // One call of sendto().
 struct Datagram {
-    int socket;
-    int flags;
-    Bytes16 to;
-    socklen_t toLength;
+    std::string to;   // socket, flags, length of the address, and the address in hexadecimal
     const void *from; // where the bytes lay
     std::string bytes;
 };
@@ -77,14 +73,10 @@ struct Arrival {
     socklen_t fromLength = sizeof(sockaddr_in); // as recvfrom() leaves it
 };
 struct Asked {
-    int socket;
-    size_t size;
-    int flags;
-    socklen_t fromLength;
-    std::string buffer; // as it is at the call
-    uint32_t ip;        // rem_ip at the call
-    uint16_t port;      // rem_port at the call
-
+    std::vector<size_t> numbers; // socket, size, flags, length of the address
+    std::string buffer;          // as it is at the call
+    uint32_t ip;                 // rem_ip at the call
+    uint16_t port;               // rem_port at the call
     bool operator==(const Asked &) const = default;
 };
 std::deque<Arrival> arrivals;
@@ -96,7 +88,6 @@ struct Received {
     uint32_t ip;
     uint32_t port;
     std::string bytes;
-
     bool operator==(const Received &) const = default;
 };
 std::mutex receivedMutex;
@@ -104,10 +95,17 @@ std::condition_variable receivedChanged;
 std::deque<Received> received;
 int receiverPolicy = -1; // scheduling policy of the thread that gave it
 
-int note(const char *call)
+void note(const char *call)
 {
-    calls.emplace_back(call);
-    return 0;
+    if (isScripted) {
+        calls.emplace_back(call);
+    }
+}
+
+int failWith(int error)
+{
+    errno = error;
+    return -1;
 }
 
 } // namespace
@@ -134,21 +132,14 @@ REPLACE(int, pthread_mutex_init, (pthread_mutex_t * made, const pthread_mutexatt
     if (made != &mutex) {
         return REAL(pthread_mutex_init)(made, attributes);
     }
-    if (isScripted) {
-        note(attributes == nullptr ? "mutex" : "mutex with attributes");
-    }
-    if (failsMutexInit) {
-        errno = ENOMEM;
-        return ENOMEM;
-    }
-    return REAL(pthread_mutex_init)(made, attributes);
+    note(attributes == nullptr ? "mutex" : "mutex with attributes");
+    return failsMutexInit ? -failWith(ENOMEM) : REAL(pthread_mutex_init)(made, attributes);
 }
 
 REPLACE(int, socket, (int domain, int type, int protocol))
 {
     if (failsSocket) {
-        errno = EMFILE;
-        return -1;
+        return failWith(EMFILE);
     }
     if (!isScripted) {
         return REAL(socket)(domain, type, protocol);
@@ -161,38 +152,32 @@ REPLACE(int, socket, (int domain, int type, int protocol))
 REPLACE(int, bind, (int socket, const sockaddr *address, socklen_t length))
 {
     if (failsBind) {
-        errno = EACCES;
-        return -1;
+        return failWith(EACCES);
     }
     if (!isScripted) {
         return REAL(bind)(socket, address, length);
     }
     std::memcpy(&bound, address, std::min<size_t>(length, sizeof bound));
-    return note(socket == kSocket && length == 16 ? "bind" : "another bind");
+    note(socket == kSocket && length == 16 ? "bind" : "another bind");
+    return 0;
 }
 
 REPLACE(int, pthread_attr_init, (pthread_attr_t * attributes))
 {
-    if (isScripted) {
-        note(attributes == &pthread_pro ? "attributes" : "other attributes");
-    }
+    note(attributes == &pthread_pro ? "attributes" : "other attributes");
     return REAL(pthread_attr_init)(attributes);
 }
 
 REPLACE(int, pthread_attr_setschedpolicy, (pthread_attr_t * attributes, int policy))
 {
-    if (isScripted) {
-        note("policy");
-    }
+    note("policy");
     return REAL(pthread_attr_setschedpolicy)(attributes, policy);
 }
 
 REPLACE(int, pthread_attr_setschedparam,
         (pthread_attr_t * attributes, const sched_param *parameter))
 {
-    if (isScripted) {
-        note(parameter == &s_parm ? "parameter" : "another parameter");
-    }
+    note(parameter == &s_parm ? "parameter" : "another parameter");
     return REAL(pthread_attr_setschedparam)(attributes, parameter);
 }
 
@@ -225,8 +210,10 @@ REPLACE(ssize_t, recvfrom,
     if (!isScripted) {
         return REAL(recvfrom)(socket, buffer, size, flags, from, fromLength);
     }
-    asked.push_back({socket, size, flags, *fromLength,
-                     std::string(static_cast<const char *>(buffer), size), rem_ip, rem_port});
+    asked.push_back({{static_cast<size_t>(socket), size, static_cast<size_t>(flags), *fromLength},
+                     std::string(static_cast<const char *>(buffer), size),
+                     rem_ip,
+                     rem_port});
     if (arrivals.empty()) {
         std::longjmp(leaveLoop, 1); // over frames of server_fun() that own nothing
     }
@@ -247,10 +234,10 @@ REPLACE(ssize_t, sendto,
     if (!isScripted) {
         return REAL(sendto)(socket, bytes, length, flags, to, toLength);
     }
-    Datagram datagram = {socket,   flags, {},
-                         toLength, bytes, std::string(static_cast<const char *>(bytes), length)};
-    std::memcpy(datagram.to.data(), to, std::min<size_t>(toLength, datagram.to.size()));
-    datagrams.push_back(std::move(datagram));
+    datagrams.push_back({std::to_string(socket) + ' ' + std::to_string(flags) + ' ' +
+                             std::to_string(toLength) + ' ' +
+                             hex(reinterpret_cast<const uint8_t *>(to), sizeof(sockaddr_in)),
+                         bytes, std::string(static_cast<const char *>(bytes), length)});
     return onSendto ? onSendto(length) : static_cast<ssize_t>(length);
 }
 
@@ -299,10 +286,7 @@ void sendToPC(const std::string &bytes, uint32_t ip = ipOf("10.0.0.9"), uint16_t
     to_pcudp(ip, port, exact.get(), static_cast<uint32_t>(bytes.size()));
 }
 
-std::string pattern(size_t count)
-{
-    return countingBytes(count, 251);
-}
+constexpr auto pattern = [](size_t count) { return countingBytes(count, 251); };
 
 // The bytes cut for the wire.
 Strings partsOf(const std::string &bytes)
@@ -463,13 +447,13 @@ TEST(Udpecho, AsksFor4047BytesAndNeverResetsItsBufferOrTheLengthOfTheAddress)
     const uint32_t ip = ipOf("10.0.0.9");
     const std::string zeros(4041, '\0');
     EXPECT_TRUE(asked == (std::vector<Asked>{
-                             {kSocket, 4047, 0, 16, std::string(4047, '\0'), 0, 0},
-                             {kSocket, 4047, 0, 12, "abcdef" + zeros, ip, 5000},
-                             {kSocket, 4047, 0, 16, "xycdef" + zeros, ip, 5000},
+                             {{kSocket, 4047, 0, 16}, std::string(4047, '\0'), 0, 0},
+                             {{kSocket, 4047, 0, 12}, "abcdef" + zeros, ip, 5000},
+                             {{kSocket, 4047, 0, 16}, "xycdef" + zeros, ip, 5000},
                          }));
     EXPECT_EQ(received.back().bytes, "xy");
     serve(0); // any descriptor
-    EXPECT_EQ(asked.back().socket, 0);
+    EXPECT_EQ(asked.back().numbers[0], 0u);
 }
 
 TEST(Udpecho, RemembersTheWholeAddressOfTheLastSender)
@@ -534,32 +518,25 @@ TEST(Udpecho, CutsWhatItSendsIntoDatagramsOf1152BytesToTheSameAddressAndPort)
         size_t length;
         std::vector<size_t> parts;
     } rows[] = {
-        {0, {}},
-        {1, {1}},
-        {1151, {1151}},
-        {1152, {1152}},
-        {1153, {1152, 1}},
-        {2303, {1152, 1151}},
-        {2304, {1152, 1152}},
-        {2305, {1152, 1152, 1}},
-        {4095, {1152, 1152, 1152, 639}},
+        // clang-format off
+        {0, {}},                  {1, {1}},                 {1151, {1151}},
+        {1152, {1152}},           {1153, {1152, 1}},        {2303, {1152, 1151}},
+        {2304, {1152, 1152}},     {2305, {1152, 1152, 1}},  {4095, {1152, 1152, 1152, 639}},
+        // clang-format on
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.length);
         datagrams.clear();
         fakeClock.setMs(0x1'00000007 + static_cast<int64_t>(row.length));
         sendToPC(pattern(row.length));
-        std::vector<size_t> lengths;
+        std::vector<size_t> parts;
         for (const Datagram &datagram : datagrams) {
-            lengths.push_back(datagram.bytes.size());
-            EXPECT_EQ(datagram.socket, kSocket);
-            EXPECT_EQ(datagram.flags, 0);
-            EXPECT_EQ(datagram.toLength, 16u);
+            parts.push_back(datagram.bytes.size());
             EXPECT_EQ(datagram.from, tempBuffer);
             // No datagram has come, so there is no family yet.
-            EXPECT_EQ(hexOf(datagram.to), "000013880a0000090000000000000000");
+            EXPECT_EQ(datagram.to, "77 0 16 000013880a0000090000000000000000");
         }
-        EXPECT_EQ(lengths, row.parts);
+        EXPECT_EQ(parts, row.parts);
         EXPECT_EQ(sentBytes(), partsOf(pattern(row.length)));
         EXPECT_EQ(startTime, 7 + row.length); // of 32 bits; set even if there is nothing to send
     }
@@ -569,7 +546,7 @@ TEST(Udpecho, CutsWhatItSendsIntoDatagramsOf1152BytesToTheSameAddressAndPort)
 TEST(Udpecho, TakesFamilyAndPaddingFromTheLastSender)
 {
     isScripted = true;
-    const Bytes16 sender = {0xF1, 0xF2, 0xA1, 0xA2, 0xB1, 0xB2, 0xB3, 0xB4, 1, 2, 3, 4, 5, 6, 7, 8};
+    const char sender[] = "\xF1\xF2\xA1\xA2\xB1\xB2\xB3\xB4\1\2\3\4\5\6\7\10";
     for (size_t i = 0; i < 4; ++i) {
         uint32_t word;
         std::memcpy(&word, &sender[4 * i], sizeof word);
@@ -577,21 +554,10 @@ TEST(Udpecho, TakesFamilyAndPaddingFromTheLastSender)
     }
     rem_ip = 0x77777777;
     rem_port = 0x7777;
-    const uint8_t byte = 'x';
-    UDP_SendBuffer(&byte, 1, ipOf("10.0.0.9"), 0x1388);
+    sendToPC("x");
     ASSERT_EQ(datagrams.size(), 1u);
-    EXPECT_EQ(hexOf(datagrams[0].to), "f1f213880a0000090102030405060708");
+    EXPECT_EQ(datagrams[0].to, "0 0 16 f1f213880a0000090102030405060708");
     EXPECT_EQ(datagrams[0].bytes, "x");
-}
-
-TEST(Udpecho, ReturnsWhatSendtoReturns)
-{
-    isScripted = true;
-    const uint8_t bytes[] = {1, 2, 3};
-    for (const int result : {3, -1, 2}) {
-        onSendto = [=](size_t) { return result; };
-        EXPECT_EQ(UDP_SendBuffer(bytes, 3, 1, 2), result);
-    }
 }
 
 TEST(Udpecho, GoesOnSilentlyWhenADatagramFailsOrGoesOutShort)
@@ -607,7 +573,8 @@ TEST(Udpecho, GoesOnSilentlyWhenADatagramFailsOrGoesOutShort)
         };
         EXPECT_EQ(printedBy([] { sendToPC(pattern(2305)); }), "") << result;
         EXPECT_EQ(sentBytes(), partsOf(pattern(2305))) << result;
-        EXPECT_EQ(startTime, 1300u) << result; // the tick at which it has finished
+        EXPECT_EQ(startTime, 1300u) << result;                  // the tick at which it has finished
+        EXPECT_EQ(UDP_SendBuffer(tempBuffer, 3, 1, 2), result); // as sendto()
     }
 }
 
@@ -649,7 +616,7 @@ TEST(Udpecho, KeepsDatagramsInOrderAndWhole)
     }
 }
 
-TEST(Udpecho, ListensOnEveryLocalAddress)
+TEST(Udpecho, ListensOnEveryLocalAddressOnAThreadWithThePolicyOfItsStarter)
 {
     udpecho_init();
     Peer pc("127.0.0.1");
@@ -657,6 +624,8 @@ TEST(Udpecho, ListensOnEveryLocalAddress)
         pc.send(address, address);
         EXPECT_EQ(nextReceived().bytes, address);
     }
+    const std::lock_guard lock(receivedMutex);
+    EXPECT_EQ(receiverPolicy, sched_getscheduler(0));
 }
 
 TEST(Udpecho, AnswersTheLastSenderOfADatagramThatWasNotEmpty)
@@ -695,16 +664,6 @@ TEST(Udpecho, CutsAnswersForTheWireEvenBeforeAnybodyHasSent)
         pc.send("hello");
         nextReceived();
     }
-}
-
-TEST(Udpecho, RunsTheThreadWithThePolicyOfItsStarter)
-{
-    udpecho_init();
-    Peer pc("127.0.0.1");
-    pc.send("hello");
-    nextReceived();
-    const std::lock_guard lock(receivedMutex);
-    EXPECT_EQ(receiverPolicy, sched_getscheduler(0));
 }
 
 } // namespace
