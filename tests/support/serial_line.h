@@ -36,12 +36,12 @@ struct SerialLine {
     int descriptor = kLine;
     int openFlags = 0; // of the last one
 
-    // The calls' answers, oldest first; -1 fails with `error`. When none is left, a call succeeds,
-    // write() takes everything, and read() finds nothing.
+    // The calls' answers, oldest first; -1 and nullopt fail with `error`. A read() gets bytes of
+    // one arrival only. When none is left, a call succeeds, write() takes everything, and read()
+    // finds nothing.
     std::deque<int> fcntlResults;
     std::deque<ssize_t> writeResults;
-    std::deque<std::optional<std::string>>
-        arrivals; // a read() gets no more than one; nullopt fails
+    std::deque<std::optional<std::string>> arrivals;
     int error = EIO;
     int getattrError = 0;
     int setattrError = 0;
