@@ -1,5 +1,5 @@
 // The file store on a real file system: every mode, result and message, and what a file system can
-// refuse. A settings directory that is full or read-only is a small tmpfs of the test's own.
+// refuse. A settings directory that is full or read-only is a small tmpfs of the case's own.
 
 #include "storage/fatfs.h"
 
@@ -11,8 +11,8 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <limits>
+#include <set>
 #include <string>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -24,112 +24,87 @@
 
 #include "storage/wipe.h"
 #include "tests/support/console.h"
+#include "tests/support/files.h"
+#include "tests/support/replace.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-// Link-time fakes: real calls that are counted and can be made to fail ---------------------------
+// Real calls that are counted and can be made to fail.
 
-struct MkdirCall {
-    std::string path;
-    mode_t mode;
-    bool operator==(const MkdirCall &) const = default;
-};
-std::vector<MkdirCall> mkdirCalls;
+using Mkdirs = std::vector<std::pair<std::string, mode_t>>;
+Mkdirs mkdirCalls;
 bool mkdirFails = false;
 
 std::string unopenable; // the directory that opendir() refuses
 std::string unseeable;  // the path that lstat() refuses
 
-std::vector<size_t> readCounts;  // bytes asked for by each fread() of the code under test
-std::vector<size_t> writeCounts; // and of each fwrite()
-bool countsTransfers = false;
-size_t readAtMost = SIZE_MAX; // bytes that an fread() gets
+std::vector<std::pair<char, size_t>> transfers; // 'r' or 'w' and the bytes asked for
+bool countsTransfers = false;                   // the console makes some, too
+size_t readAtMost = SIZE_MAX;                   // bytes that an fread() gets
 
-int fakeLstat(const char *path, struct stat *status)
+int failWith(int error)
 {
-    if (path == unseeable) {
-        errno = EIO;
-        return -1;
-    }
-    return fstatat(AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW);
+    errno = error;
+    return -1;
 }
 
 } // namespace
 
-extern "C" {
-int __wrap_mkdir(const char *path, mode_t mode);
-int __real_mkdir(const char *path, mode_t mode);
-DIR *__wrap_opendir(const char *path);
-DIR *__real_opendir(const char *path);
-int __wrap_lstat64(const char *path, struct stat *status);
-int __wrap___lstat64_time64(const char *path, struct stat *status);
-size_t __wrap_fread(void *buffer, size_t size, size_t count, std::FILE *stream);
-size_t __real_fread(void *buffer, size_t size, size_t count, std::FILE *stream);
-size_t __wrap_fwrite(const void *buffer, size_t size, size_t count, std::FILE *stream);
-size_t __real_fwrite(const void *buffer, size_t size, size_t count, std::FILE *stream);
-
-int __wrap_mkdir(const char *path, mode_t mode)
+REPLACE(int, mkdir, (const char *path, mode_t mode))
 {
-    mkdirCalls.push_back({path, mode});
-    if (mkdirFails) {
-        errno = EIO;
-        return -1;
-    }
-    return __real_mkdir(path, mode);
+    mkdirCalls.emplace_back(path, mode);
+    return mkdirFails ? failWith(EIO) : REAL(mkdir)(path, mode);
 }
 
-DIR *__wrap_opendir(const char *path)
+REPLACE(DIR *, opendir, (const char *path))
 {
     if (path == unopenable) {
         errno = EACCES;
         return nullptr;
     }
-    return __real_opendir(path);
+    return REAL(opendir)(path);
 }
 
-int __wrap_lstat64(const char *path, struct stat *status)
+REPLACE(int, lstat64, (const char *path, struct stat *status))
 {
-    return fakeLstat(path, status);
+    return path == unseeable ? failWith(EIO) : fstatat(AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW);
 }
+extern "C" int __wrap___lstat64_time64(const char *path, struct stat *status)
+    __attribute__((alias("__wrap_lstat64")));
 
-int __wrap___lstat64_time64(const char *path, struct stat *status)
-{
-    return fakeLstat(path, status);
-}
-
-size_t __wrap_fread(void *buffer, size_t size, size_t count, std::FILE *stream)
+REPLACE(size_t, fread, (void *buffer, size_t size, size_t count, std::FILE *stream))
 {
     if (!countsTransfers) {
-        return __real_fread(buffer, size, count, stream);
+        return REAL(fread)(buffer, size, count, stream);
     }
-    readCounts.push_back(size * count);
-    return __real_fread(buffer, 1, std::min(size * count, readAtMost), stream) / size;
+    transfers.emplace_back('r', size * count);
+    return REAL(fread)(buffer, 1, std::min(size * count, readAtMost), stream) / size;
 }
 
-size_t __wrap_fwrite(const void *buffer, size_t size, size_t count, std::FILE *stream)
+REPLACE(size_t, fwrite, (const void *buffer, size_t size, size_t count, std::FILE *stream))
 {
     if (countsTransfers) {
-        writeCounts.push_back(size * count);
+        transfers.emplace_back('w', size * count);
     }
-    return __real_fwrite(buffer, size, count, stream);
-}
+    return REAL(fwrite)(buffer, size, count, stream);
 }
 
 namespace {
 
 const std::string kDirectory = "/userdata/";
+const std::string kFile = "/userdata/file";
+const std::string kOpenError = "open file /userdata/file error\n";
 
-void put(const std::string &path, const std::string &content)
-{
-    std::ofstream(path, std::ios::binary) << content;
-}
+using Names = std::set<std::string>;
+using Outcome = std::pair<int64_t, std::string>; // a result and what was printed meanwhile
 
-std::string contentOf(const std::string &path)
+template <typename Action> Outcome outcomeOf(Action action)
 {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    Outcome outcome;
+    outcome.second = printedBy([&] { outcome.first = action(); });
+    return outcome;
 }
 
 // Without following a link at its end.
@@ -137,18 +112,6 @@ bool isThere(const std::string &path)
 {
     return fs::symlink_status(path).type() != fs::file_type::not_found;
 }
-
-std::vector<std::string> entriesOf(const std::string &directory)
-{
-    std::vector<std::string> names;
-    for (const fs::directory_entry &entry : fs::directory_iterator(directory)) {
-        names.push_back(entry.path().filename());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-using Names = std::vector<std::string>;
 
 // A file left open would stay so for the life of the daemon.
 size_t openFiles()
@@ -183,6 +146,14 @@ protected:
             << std::strerror(errno);
     }
 
+    // Opens the file, which must succeed silently.
+    static FileHandle opened(uint32_t mode)
+    {
+        FileHandle file = nullptr;
+        EXPECT_EQ(outcomeOf([&] { return f_open(&file, kFile.c_str(), mode); }), Outcome(0, ""));
+        return file;
+    }
+
     size_t openAtStart;
 };
 
@@ -192,491 +163,322 @@ protected:
 // afterwards. Modes are the bits 1, 2, 4, 8, 0x10 and 0x20.
 TEST_F(Fatfs, CreateBitsComeBeforeTheReadBitAndThatBeforeTheAppendBits)
 {
-    const std::string path = kDirectory + "file";
+    const std::string name = "file";
     for (uint32_t mode = 0; mode < 0x40; ++mode) {
-        put(path, "old");
-        uint32_t expectedResult = 0;
-        std::string expectedContent;
-        if ((mode & 8) != 0 || (mode & 4) != 0) {
-            expectedContent = "NEW";
-        } else if ((mode & 1) != 0) {
-            expectedContent = "old";
-        } else if ((mode & 0x30) != 0) {
-            expectedContent = "oldNEW";
-        } else {
-            expectedContent = "old";
-            expectedResult = 19;
+        const bool isRead = (mode & 0x0C) == 0 && (mode & 1) != 0;
+        const bool isNothing = (mode & 0x3D) == 0;
+        const std::string content = (mode & 0x0C) != 0    ? "NEW"
+                                    : isRead || isNothing ? "old"
+                                                          : "oldNEW";
+        for (const bool isFullPath : {true, false}) {
+            SCOPED_TRACE((isFullPath ? "f_open " : "sd_open ") + std::to_string(mode));
+            const auto open = [&](FileHandle *file) {
+                return outcomeOf([&] {
+                    return isFullPath ? f_open(file, kFile.c_str(), mode)
+                                      : sd_open(file, name.c_str(), mode);
+                });
+            };
+            writeFile(kFile, "old");
+            FileHandle file = nullptr;
+            EXPECT_EQ(open(&file), Outcome(isNothing ? 19 : 0, ""));
+            uint32_t done = 0;
+            f_write(&file, "NEW", 3, &done);
+            if (!isNothing) { // programs that are started do not inherit the file
+                EXPECT_EQ(fcntl(fileno(file), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+            }
+            EXPECT_EQ(f_close(&file), isNothing ? 4u : 0u);
+            EXPECT_EQ(contentOf(kFile), content);
+            fs::remove(kFile);
+            // A file that is not there is made, but not for reading.
+            file = untouchedHandle();
+            EXPECT_EQ(open(&file), isNothing ? Outcome(19, "")
+                                   : isRead  ? Outcome(4, kOpenError)
+                                             : Outcome(0, ""));
+            EXPECT_EQ(isThere(kFile), !isRead && !isNothing);
+            EXPECT_EQ(file == untouchedHandle(), isNothing);
+            if (!isNothing) {
+                EXPECT_EQ(f_close(&file), isRead ? 4u : 0u);
+            }
         }
-        FileHandle file = nullptr;
-        EXPECT_EQ(printedBy([&] { EXPECT_EQ(f_open(&file, path.c_str(), mode), expectedResult); }),
-                  "");
-        uint32_t done = 0;
-        f_write(&file, "NEW", 3, &done);
-        EXPECT_EQ(f_close(&file), expectedResult == 0 ? 0u : 4u);
-        EXPECT_EQ(contentOf(path), expectedContent) << "mode " << mode;
     }
 }
 
-TEST_F(Fatfs, AFileForAppendingOrCreatingIsMadeAndOneForReadingIsNot)
+// In the settings directory, a creation that fails ends in the wrong mode after one message.
+TEST_F(Fatfs, OpenThatFailsPrintsAMessageAndClearsTheHandle)
 {
-    const std::pair<uint32_t, bool> modes[] = {{1, false},   {4, true},    {8, true},
-                                               {10, true},   {6, true},    {0x10, true},
-                                               {0x20, true}, {0x30, true}, {9, true}};
-    const std::string path = kDirectory + "new";
-    for (const auto &[mode, isMade] : modes) {
-        fs::remove(path);
-        FileHandle file = nullptr;
-        printedBy([&, mode = mode, isMade = isMade] {
-            EXPECT_EQ(f_open(&file, path.c_str(), mode) == kFileOk, isMade) << "mode " << mode;
-        });
-        f_close(&file);
-        EXPECT_EQ(isThere(path), isMade) << "mode " << mode;
+    EXPECT_STREQ(USERPath, "/userdata/");
+    const struct {
+        uint32_t mode, result;
+    } rows[] = {{10, 19}, {8, 19}, {9, 19},   {0x3F, 19}, {1, 4},
+                {4, 4},   {6, 4},  {0x10, 4}, {0x20, 4}};
+    mountSmall("", MS_RDONLY);
+    for (const bool isReadOnly : {true, false}) {
+        for (const auto &row : rows) {
+            FileHandle file = untouchedHandle();
+            EXPECT_EQ(outcomeOf([&] { return sd_open(&file, "file", row.mode); }),
+                      Outcome(row.result, kOpenError))
+                << row.mode << ' ' << isReadOnly;
+            EXPECT_EQ(file, nullptr) << row.mode;
+            file = untouchedHandle();
+            EXPECT_EQ(outcomeOf([&] { return f_open(&file, kFile.c_str(), row.mode); }),
+                      Outcome(4, kOpenError))
+                << row.mode << ' ' << isReadOnly;
+            EXPECT_EQ(file, nullptr) << row.mode;
+        }
+        EXPECT_EQ(outcomeOf([] { return sd_writeFile("file", "abc", 3); }),
+                  Outcome(0, kOpenError + "open file file fail\r\n"));
+        if (isReadOnly) {
+            umount(kDirectory.c_str());
+            fs::remove(kDirectory);
+        }
     }
-}
-
-TEST_F(Fatfs, AModeThatOpensNothingLeavesTheHandleAloneAndIsSilent)
-{
-    for (const uint32_t mode : {2u, 0u}) {
-        FileHandle file = untouchedHandle();
-        EXPECT_EQ(printedBy([&] {
-                      EXPECT_EQ(f_open(&file, "/userdata/file", mode), 19u);
-                      EXPECT_EQ(f_open(&file, "/nowhere/file", mode), 19u);
-                  }),
-                  "");
-        EXPECT_EQ(file, untouchedHandle());
-        EXPECT_FALSE(isThere("/userdata/file"));
-    }
-}
-
-TEST_F(Fatfs, AnOpenThatFailsSaysSoAndClearsTheHandle)
-{
-    for (const uint32_t mode : {1u, 4u, 6u, 8u, 10u, 0x10u, 0x20u}) {
-        FileHandle file = untouchedHandle();
-        EXPECT_EQ(
-            printedBy([&] { EXPECT_EQ(f_open(&file, "/userdata/no/file", mode), 4u) << mode; }),
-            "open file /userdata/no/file error\n");
-        EXPECT_EQ(file, nullptr);
-    }
-}
-
-TEST_F(Fatfs, ProgramsThatAreStartedDoNotInheritAnOpenFile)
-{
-    for (const uint32_t mode : {4u, 1u, 0x10u}) {
-        FileHandle file = nullptr;
-        ASSERT_EQ(f_open(&file, "/userdata/file", mode), 0u);
-        EXPECT_EQ(fcntl(fileno(file), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC) << mode;
-        f_close(&file);
-    }
+    EXPECT_FALSE(isThere(kDirectory));
 }
 
 // Closing, removing ------------------------------------------------------------------------------
 
 TEST_F(Fatfs, ClosingEmptiesTheHandleAndASecondTimeFails)
 {
-    FileHandle file = nullptr;
-    EXPECT_EQ(f_close(&file), 4u);
-    ASSERT_EQ(f_open(&file, "/userdata/file", 4), 0u);
+    FileHandle file = opened(4);
     uint32_t done = 0;
     f_write(&file, "abc", 3, &done);
     EXPECT_EQ(f_close(&file), 0u);
     EXPECT_EQ(file, nullptr);
-    EXPECT_EQ(contentOf("/userdata/file"), "abc");
+    EXPECT_EQ(contentOf(kFile), "abc");
     EXPECT_EQ(f_close(&file), 4u);
 }
 
-TEST_F(Fatfs, UnlinkingTellsWhetherTheFileIsGone)
+TEST_F(Fatfs, UnlinkingReturnsWhetherTheFileIsGone)
 {
-    put("/userdata/file", "abc");
-    EXPECT_EQ(printedBy([] {
-                  EXPECT_EQ(f_unlink("/userdata/file"), 0u);
-                  EXPECT_FALSE(isThere("/userdata/file"));
-                  EXPECT_EQ(f_unlink("/userdata/file"), 4u);
-                  EXPECT_EQ(f_unlink(""), 4u);
-              }),
-              "");
+    writeFile(kFile, "abc");
     fs::create_directory("/userdata/empty");
-    EXPECT_EQ(f_unlink("/userdata/empty"), 0u);
-    EXPECT_FALSE(isThere("/userdata/empty"));
-    put("/userdata/file", "abc");
-    EXPECT_EQ(f_unlink("/userdata"), 4u);
-    EXPECT_EQ(contentOf("/userdata/file"), "abc");
+    const struct {
+        const char *path;
+        uint32_t result;
+        Names left;
+    } rows[] = {
+        {"/userdata", 4, {"file", "empty"}}, // which is not empty
+        {"/userdata/file", 0, {"empty"}},    {"/userdata/file", 4, {"empty"}}, {"", 4, {"empty"}},
+        {"/userdata/empty", 0, {}},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(outcomeOf([&] { return f_unlink(row.path); }), Outcome(row.result, ""));
+        EXPECT_EQ(entriesOf(kDirectory), row.left) << row.path;
+    }
+    writeFile(kFile, "abc");
+    EXPECT_EQ(outcomeOf([] { return sd_unlink("file"); }), Outcome(0, ""));
+    EXPECT_EQ(outcomeOf([] { return sd_unlink("file"); }), Outcome(4, ""));
+    EXPECT_EQ(entriesOf(kDirectory), Names{});
 }
 
 // Size, reading and writing of an open file ------------------------------------------------------
 
-TEST_F(Fatfs, TheSizeOfAClosedHandleIsZero)
+TEST_F(Fatfs, MeasuringRewindsTheFileAndCountsWhatHasJustBeenWritten)
 {
-    FileHandle file = nullptr;
-    EXPECT_EQ(f_size(&file), 0u);
-}
-
-TEST_F(Fatfs, MeasuringRewindsTheFile)
-{
-    put("/userdata/file", "0123456789");
-    FileHandle file = nullptr;
-    ASSERT_EQ(f_open(&file, "/userdata/file", 1), 0u);
-    char text[5] = "....";
-    uint32_t done = 0;
-    f_read(&file, text, 4, &done);
-    EXPECT_EQ(f_size(&file), 10u);
-    f_read(&file, text, 4, &done);
-    EXPECT_STREQ(text, "0123");
-    f_close(&file);
-}
-
-TEST_F(Fatfs, MeasuringCountsWhatHasJustBeenWritten)
-{
-    FileHandle file = nullptr;
-    ASSERT_EQ(f_open(&file, "/userdata/file", 6), 0u);
+    FileHandle file = opened(6);
     EXPECT_EQ(f_size(&file), 0u);
     uint32_t done = 0;
     f_write(&file, "abcdef", 6, &done);
     EXPECT_EQ(f_size(&file), 6u);
     f_write(&file, "XY", 2, &done);
     f_close(&file);
-    EXPECT_EQ(contentOf("/userdata/file"), "XYcdef");
+    file = opened(1);
+    char text[5] = "....";
+    f_read(&file, text, 3, &done);
+    EXPECT_EQ(f_size(&file), 6u);
+    f_read(&file, text, 4, &done);
+    EXPECT_STREQ(text, "XYcd");
+    f_close(&file);
+    EXPECT_EQ(f_size(&file), 0u); // closed
 }
 
-TEST_F(Fatfs, SizesGoBeyondTwoGigabytes)
+TEST_F(Fatfs, SizesGoBeyondTwoGigabytesAndAreZeroForAFileThatHasNone)
 {
-    put("/userdata/file", "");
-    fs::resize_file("/userdata/file", 3'000'000'000); // takes no room
-    FileHandle file = nullptr;
-    ASSERT_EQ(f_open(&file, "/userdata/file", 1), 0u);
+    writeFile(kFile, "");
+    fs::resize_file(kFile, 3'000'000'000); // takes no room
+    FileHandle file = opened(1);
     EXPECT_EQ(f_size(&file), 3'000'000'000u);
     f_close(&file);
     EXPECT_EQ(sd_getFileSize("file"), 3'000'000'000u);
     char text[] = "12345";
-    EXPECT_EQ(printedBy([&] { EXPECT_EQ(sd_readFile("file", text, 4), 3'000'000'000u); }),
-              "read file file size error: fileSize=-1294967296, readSize=4\r\n"); // signed
+    EXPECT_EQ(outcomeOf([&] { return sd_readFile("file", text, 4); }),
+              Outcome(3'000'000'000u,
+                      "read file file size error: fileSize=-1294967296, readSize=4\r\n")); // signed
     EXPECT_EQ(std::string(text, 5), std::string("\0\0\0\0005", 5));
-    fs::resize_file("/userdata/file", (uint64_t{1} << 32) + 7);
+    fs::resize_file(kFile, (uint64_t{1} << 32) + 7);
     EXPECT_EQ(sd_getFileSize("file"), 7u);
+    fs::remove(kFile);
+    ASSERT_EQ(mkfifo(kFile.c_str(), 0644), 0);
+    const int bothEnds = open(kFile.c_str(), O_RDWR | O_CLOEXEC);
+    EXPECT_EQ(sd_getFileSize("file"), 0u); // a stream that cannot seek
+    close(bothEnds);
 }
 
-TEST_F(Fatfs, TransfersWithAClosedHandleFailAndTouchNothing)
+TEST_F(Fatfs, ShortTransfersAreNoFailureAndAClosedHandleIsOne)
 {
     FileHandle file = nullptr;
-    char text[] = "abc";
+    char text[] = "12345678";
     uint32_t done = 77;
     EXPECT_EQ(f_read(&file, text, 3, &done), 4u);
     EXPECT_EQ(f_write(&file, text, 3, &done), 4u);
-    EXPECT_STREQ(text, "abc");
+    EXPECT_STREQ(text, "12345678");
     EXPECT_EQ(done, 77u);
-}
-
-TEST_F(Fatfs, AShortReadIsNoFailure)
-{
-    put("/userdata/file", "abc");
-    FileHandle file = nullptr;
-    ASSERT_EQ(f_open(&file, "/userdata/file", 1), 0u);
-    char text[] = "12345678";
-    uint32_t done = 77;
-    EXPECT_EQ(f_read(&file, text, 8, &done), 0u);
-    EXPECT_EQ(done, 3u);
-    EXPECT_STREQ(text, "abc45678");
-    EXPECT_EQ(f_read(&file, text, 8, &done), 0u);
-    EXPECT_EQ(done, 0u);
-    EXPECT_STREQ(text, "abc45678");
-    f_close(&file);
-}
-
-TEST_F(Fatfs, AShortWriteIsNoFailure)
-{
-    mountSmall("size=4096");
-    FileHandle file = nullptr;
-    ASSERT_EQ(f_open(&file, "/userdata/file", 6), 0u);
-    const std::string bytes(100'000, 'x');
-    uint32_t done = 100'000;
-    EXPECT_EQ(f_write(&file, bytes.data(), 100'000, &done), 0u);
-    EXPECT_LT(done, 100'000u);
-    f_close(&file);
-    EXPECT_LE(contentOf("/userdata/file").size(), 4096u);
-}
-
-TEST_F(Fatfs, WhatCannotBeReadOrWrittenCountsAsNothing)
-{
-    put("/userdata/file", "abc");
-    FileHandle file = nullptr;
-    uint32_t done = 77;
-    ASSERT_EQ(f_open(&file, "/userdata/file", 1), 0u);
-    EXPECT_EQ(f_write(&file, "XYZ", 3, &done), 0u);
+    writeFile(kFile, "abc");
+    file = opened(1);
+    for (const uint32_t count : {3u, 0u}) {
+        EXPECT_EQ(f_read(&file, text, 8, &done), 0u);
+        EXPECT_EQ(done, count);
+        EXPECT_STREQ(text, "abc45678");
+    }
+    EXPECT_EQ(f_write(&file, "XYZ", 3, &done), 0u); // open for reading
     EXPECT_EQ(done, 0u);
     f_close(&file);
-    ASSERT_EQ(f_open(&file, "/userdata/file", 0x20), 0u);
-    char text[] = "...";
+    file = opened(0x20);
     done = 77;
-    EXPECT_EQ(f_read(&file, text, 3, &done), 0u);
+    EXPECT_EQ(f_read(&file, text, 3, &done), 0u); // open for writing
     EXPECT_EQ(done, 0u);
-    EXPECT_STREQ(text, "...");
-    f_close(&file);
-    EXPECT_EQ(contentOf("/userdata/file"), "abc");
-}
-
-TEST_F(Fatfs, ATransferIsOneBufferedCall)
-{
-    put("/userdata/file", std::string(5000, 'x'));
-    std::string bytes(5000, '.');
-    uint32_t done = 0;
-    FileHandle file = nullptr;
-    countsTransfers = true;
-    ASSERT_EQ(f_open(&file, "/userdata/file", 1), 0u);
-    f_read(&file, bytes.data(), 5000, &done);
-    f_close(&file);
-    ASSERT_EQ(f_open(&file, "/userdata/file", 6), 0u);
-    f_write(&file, bytes.data(), 4000, &done);
-    f_close(&file);
-    countsTransfers = false;
-    EXPECT_EQ(readCounts, (std::vector<size_t>{5000}));
-    EXPECT_EQ(writeCounts, (std::vector<size_t>{4000}));
-}
-
-// Opening in the settings directory --------------------------------------------------------------
-
-TEST_F(Fatfs, TheSettingsDirectoryIsUserdata)
-{
-    EXPECT_STREQ(USERPath, "/userdata/");
-    put("/userdata/save0.sav", "abc");
-    FileHandle file = nullptr;
-    ASSERT_EQ(sd_open(&file, "save0.sav", 1), 0u);
-    EXPECT_EQ(f_size(&file), 3u);
-    f_close(&file);
-}
-
-TEST_F(Fatfs, OpensInTheSettingsDirectoryAsTheModeSays)
-{
-    const std::pair<uint32_t, std::string> modes[] = {{10, "NEW"},      {6, "NEW"},      {4, "NEW"},
-                                                      {8, "NEW"},       {9, "NEW"},      {1, "old"},
-                                                      {0x10, "oldNEW"}, {0x22, "oldNEW"}};
-    for (const auto &[mode, content] : modes) {
-        put("/userdata/file", "old");
-        FileHandle file = nullptr;
-        EXPECT_EQ(sd_open(&file, "file", mode), 0u);
-        uint32_t done = 0;
-        f_write(&file, "NEW", 3, &done);
-        f_close(&file);
-        EXPECT_EQ(contentOf("/userdata/file"), content) << "mode " << mode;
-    }
-}
-
-TEST_F(Fatfs, OpeningWithoutTheCreateAlwaysBitFailsAsTheOpenDoes)
-{
-    fs::remove(kDirectory);
-    for (const uint32_t mode : {1u, 4u, 6u, 0x10u, 0x20u}) {
-        FileHandle file = untouchedHandle();
-        EXPECT_EQ(printedBy([&] { EXPECT_EQ(sd_open(&file, "file", mode), 4u) << mode; }),
-                  "open file /userdata/file error\n");
-        EXPECT_EQ(file, nullptr);
-    }
-    for (const uint32_t mode : {0u, 2u}) {
-        FileHandle file = untouchedHandle();
-        EXPECT_EQ(printedBy([&] { EXPECT_EQ(sd_open(&file, "file", mode), 19u) << mode; }), "");
-        EXPECT_EQ(file, untouchedHandle());
-    }
-}
-
-TEST_F(Fatfs, ACreationThatFailsEndsInTheWrongModeAfterOneMessage)
-{
-    mountSmall("", MS_RDONLY);
-    for (const uint32_t mode : {10u, 8u, 9u, 0x3Fu}) {
-        FileHandle file = untouchedHandle();
-        EXPECT_EQ(printedBy([&] { EXPECT_EQ(sd_open(&file, "file", mode), 19u) << mode; }),
-                  "open file /userdata/file error\n");
-        EXPECT_EQ(file, nullptr);
-    }
-}
-
-TEST_F(Fatfs, UnlinksInTheSettingsDirectory)
-{
-    put("/userdata/file", "abc");
-    EXPECT_EQ(printedBy([] {
-                  EXPECT_EQ(sd_unlink("file"), 0u);
-                  EXPECT_EQ(sd_unlink("file"), 4u);
-              }),
-              "");
-    EXPECT_EQ(entriesOf(kDirectory), Names{});
-}
-
-// Whole files ------------------------------------------------------------------------------------
-
-TEST_F(Fatfs, TellsTheSizeOfAFileAndZeroForOneThatIsNotThere)
-{
-    put("/userdata/file", std::string(12345, 'x'));
-    put("/userdata/empty", "");
-    EXPECT_EQ(printedBy([] {
-                  EXPECT_EQ(sd_getFileSize("file"), 12345u);
-                  EXPECT_EQ(sd_getFileSize("empty"), 0u);
-              }),
-              "");
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(sd_getFileSize("absent"), 0u); }),
-              "open file /userdata/absent error\n");
-    EXPECT_EQ(entriesOf(kDirectory), (Names{"empty", "file"}));
-}
-
-TEST_F(Fatfs, ReadingAnAbsentFileLeavesTheBufferAlone)
-{
-    char text[] = "12345678";
-    EXPECT_EQ(printedBy([&] { EXPECT_EQ(sd_readFile("absent", text, 8), 0u); }),
-              "open file /userdata/absent error\n");
-    EXPECT_STREQ(text, "12345678");
-    EXPECT_FALSE(isThere("/userdata/absent"));
-}
-
-TEST_F(Fatfs, ReadingReturnsTheLengthOfTheFile)
-{
-    put("/userdata/file", std::string("a\0c", 3));
-    char text[] = "123";
-    EXPECT_EQ(printedBy([&] { EXPECT_EQ(sd_readFile("file", text, 3), 3u); }), "");
-    EXPECT_EQ(std::string(text, 3), std::string("a\0c", 3));
-}
-
-TEST_F(Fatfs, AFileShorterThanTheBufferFillsOnlyItsOwnLength)
-{
-    put("/userdata/file", "abc");
-    char text[] = "12345678";
-    EXPECT_EQ(printedBy([&] { EXPECT_EQ(sd_readFile("file", text, 8), 3u); }), "");
     EXPECT_STREQ(text, "abc45678");
-    put("/userdata/file", "");
-    EXPECT_EQ(printedBy([&] { EXPECT_EQ(sd_readFile("file", text, 8), 0u); }), "");
-    EXPECT_STREQ(text, "abc45678");
-}
-
-// The returned length is the file's all the same.
-TEST_F(Fatfs, AFileLongerThanTheBufferFillsItAndNothingBehindIt)
-{
-    put("/userdata/file", "abcdefgh");
-    char text[] = "12345678";
-    EXPECT_EQ(printedBy([&] { EXPECT_EQ(sd_readFile("file", text, 5), 8u); }),
-              "read file file size error: fileSize=8, readSize=5\r\n");
-    EXPECT_STREQ(text, "abcde678");
-}
-
-TEST_F(Fatfs, AShortReadOfAWholeFileSaysSoAndStillReturnsTheSize)
-{
-    put("/userdata/UserPref.sav", "abcdefgh");
-    char text[] = "12345678";
-    std::string printed;
-    countsTransfers = true;
-    readAtMost = 3;
-    {
-        Console console;
-        EXPECT_EQ(sd_readFile("UserPref.sav", text, 8), 8u);
-        countsTransfers = false; // the console reads, too
-        console.end();
-        printed = console.out;
-    }
-    EXPECT_EQ(printed, "read file UserPref.sav size error: fileSize=8, readSize=3\r\n");
-    EXPECT_STREQ(text, "abc45678");
-}
-
-TEST_F(Fatfs, ADirectoryInThePlaceOfAFileLeavesTheBufferAlone)
-{
-    fs::create_directory("/userdata/file");
-    char text[] = "12345678";
-    printedBy([&] { sd_readFile("file", text, 8); });
-    EXPECT_STREQ(text, "12345678");
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(sd_writeFile("file", "abc", 3), 0); }),
-              "open file /userdata/file error\nopen file file fail\r\n");
-    EXPECT_TRUE(fs::is_directory("/userdata/file"));
-}
-
-TEST_F(Fatfs, WritingReturnsOneAndReplacesTheFile)
-{
-    EXPECT_EQ(printedBy([] {
-                  EXPECT_EQ(sd_writeFile("file", "abcdefgh", 8), 1);
-                  EXPECT_EQ(contentOf("/userdata/file"), "abcdefgh");
-                  EXPECT_EQ(sd_writeFile("file", "xyz", 3), 1);
-                  EXPECT_EQ(contentOf("/userdata/file"), "xyz");
-                  EXPECT_EQ(sd_writeFile("file", "xyz", 0), 1);
-                  EXPECT_EQ(contentOf("/userdata/file"), "");
-              }),
-              "");
-}
-
-// There is no second file and no rename: who holds the file open or has a link to it sees the
-// change.
-TEST_F(Fatfs, WritingTruncatesAndRewritesTheVeryFile)
-{
-    put("/userdata/file", "abc");
-    fs::create_hard_link("/userdata/file", "/link");
-    ASSERT_EQ(sd_writeFile("file", "xyz", 3), 1);
-    EXPECT_EQ(contentOf("/link"), "xyz");
-    EXPECT_EQ(entriesOf(kDirectory), Names{"file"});
-}
-
-TEST_F(Fatfs, WritingIsOneBufferedCallAndReadingAnother)
-{
-    const std::string bytes(12345, 'x');
-    std::string back(12345, '.');
-    countsTransfers = true;
-    EXPECT_EQ(sd_writeFile("file", bytes.data(), 12345), 1);
-    EXPECT_EQ(sd_readFile("file", back.data(), 12345), 12345u);
-    countsTransfers = false;
-    EXPECT_EQ(writeCounts, (std::vector<size_t>{12345}));
-    EXPECT_EQ(readCounts, (std::vector<size_t>{12345}));
-    EXPECT_EQ(back, bytes);
-}
-
-TEST_F(Fatfs, WritingWhereNothingCanBeOpenedSaysSoTwiceAndReturnsZero)
-{
-    mountSmall("", MS_RDONLY);
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(sd_writeFile("file", "abc", 3), 0); }),
-              "open file /userdata/file error\nopen file file fail\r\n");
-    umount(kDirectory.c_str());
-    fs::remove(kDirectory);
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(sd_writeFile("file", "abc", 3), 0); }),
-              "open file /userdata/file error\nopen file file fail\r\n");
-    EXPECT_FALSE(isThere(kDirectory));
+    f_close(&file);
+    EXPECT_EQ(contentOf(kFile), "abc");
 }
 
 // The buffered bytes are lost when the stream is closed (20), or at the call itself (100,000).
 TEST_F(Fatfs, AShortWriteOfAWholeFileIsNotDetected)
 {
     mountSmall("size=4096");
-    put("/userdata/full", std::string(4096, 'x'));
     const std::string bytes(100'000, 'y');
-    EXPECT_EQ(printedBy([&] {
-                  EXPECT_EQ(sd_writeFile("file", bytes.data(), 20), 1);
-                  EXPECT_EQ(sd_writeFile("file", bytes.data(), 100'000), 1);
-              }),
-              "");
-    EXPECT_EQ(contentOf("/userdata/file"), "");
+    FileHandle file = opened(6);
+    uint32_t done = 100'000;
+    EXPECT_EQ(f_write(&file, bytes.data(), 100'000, &done), 0u);
+    EXPECT_LT(done, 100'000u);
+    f_close(&file);
+    EXPECT_LE(contentOf(kFile).size(), 4096u);
+    fs::remove(kFile);
+    writeFile("/userdata/full", std::string(4096, 'x'));
+    for (const uint32_t length : {20u, 100'000u}) {
+        EXPECT_EQ(outcomeOf([&] { return sd_writeFile("file", bytes.data(), length); }),
+                  Outcome(1, ""));
+        EXPECT_EQ(contentOf(kFile), "") << length;
+    }
 }
 
-TEST_F(Fatfs, AWholeFileOperationThatFailsDoesNotDisturbTheNext)
+TEST_F(Fatfs, ATransferIsOneBufferedCall)
 {
-    printedBy([] {
-        char text[8];
-        sd_readFile("absent", text, 8);
-        sd_writeFile("no/such/directory", "abc", 3);
-        sd_getFileSize("absent");
-    });
-    EXPECT_EQ(printedBy([] {
-                  char text[] = "...";
-                  EXPECT_EQ(sd_writeFile("file", "abc", 3), 1);
-                  EXPECT_EQ(sd_getFileSize("file"), 3u);
-                  EXPECT_EQ(sd_readFile("file", text, 3), 3u);
-                  EXPECT_STREQ(text, "abc");
-              }),
-              "");
+    std::string bytes(12345, 'x');
+    uint32_t done = 0;
+    countsTransfers = true;
+    FileHandle file = nullptr;
+    ASSERT_EQ(f_open(&file, kFile.c_str(), 6), 0u);
+    f_write(&file, bytes.data(), 5000, &done);
+    f_close(&file);
+    ASSERT_EQ(f_open(&file, kFile.c_str(), 1), 0u);
+    f_read(&file, bytes.data(), 4000, &done);
+    f_close(&file);
+    EXPECT_EQ(sd_writeFile("file", bytes.data(), 12345), 1);
+    EXPECT_EQ(sd_readFile("file", bytes.data(), 12345), 12345u);
+    countsTransfers = false;
+    EXPECT_EQ(transfers, (std::vector<std::pair<char, size_t>>{
+                             {'w', 5000}, {'r', 4000}, {'w', 12345}, {'r', 12345}}));
+    EXPECT_EQ(bytes, std::string(12345, 'x'));
+}
+
+// Whole files ------------------------------------------------------------------------------------
+
+TEST_F(Fatfs, NumberedFilesAreNamedByKindAndNumber)
+{
+    EXPECT_STREQ(numberedFile("save", 0).text, "save0.sav");
+    EXPECT_STREQ(numberedFile("save", 12).text, "save12.sav");
+    EXPECT_STREQ(numberedFile("sixteen letters!", std::numeric_limits<int32_t>::min()).text,
+                 "sixteen letters!-2147483648.sav");
+}
+
+// The returned length is the file's, whatever fits; a message appears when the two differ.
+TEST_F(Fatfs, ReadingFillsTheBufferAtMostAndReturnsTheLengthOfTheFile)
+{
+    const std::string full("a\0cdefgh", 8);
+    const struct {
+        const char *name;
+        std::string content;
+        uint32_t capacity;
+        size_t readAtMost;
+        std::string buffer; // "12345678" before
+        const char *printed;
+    } rows[] = {
+        // clang-format off
+        {"as long as the buffer", full, 8, 100, full, ""},
+        {"shorter", "abc", 8, 100, "abc45678", ""},
+        {"empty", "", 8, 100, "12345678", ""},
+        {"longer: nothing after the buffer changes", "abcdefgh", 5, 100, "abcde678",
+            "read file file size error: fileSize=8, readSize=5\r\n"},
+        {"a short read", "abcdefgh", 8, 3, "abc45678",
+            "read file file size error: fileSize=8, readSize=3\r\n"},
+        // clang-format on
+    };
+    for (const auto &row : rows) {
+        writeFile(kFile, row.content);
+        std::string buffer = "12345678";
+        readAtMost = row.readAtMost;
+        EXPECT_EQ(outcomeOf([&] {
+                      countsTransfers = true;
+                      const uint32_t size = sd_readFile("file", buffer.data(), row.capacity);
+                      countsTransfers = false;
+                      return size;
+                  }),
+                  Outcome(row.content.size(), row.printed))
+            << row.name;
+        EXPECT_EQ(buffer, row.buffer) << row.name;
+        EXPECT_EQ(outcomeOf([] { return sd_getFileSize("file"); }), Outcome(row.content.size(), ""))
+            << row.name;
+    }
+}
+
+TEST_F(Fatfs, AbsentFilesAndDirectoriesLeaveTheBufferAlone)
+{
+    char text[] = "12345678";
+    EXPECT_EQ(outcomeOf([&] { return sd_readFile("file", text, 8); }), Outcome(0, kOpenError));
+    EXPECT_EQ(outcomeOf([] { return sd_getFileSize("file"); }), Outcome(0, kOpenError));
+    EXPECT_EQ(entriesOf(kDirectory), Names{});
+    fs::create_directory(kFile);
+    outcomeOf([&] { return sd_readFile("file", text, 8); });
+    EXPECT_STREQ(text, "12345678");
+    EXPECT_EQ(outcomeOf([] { return sd_writeFile("file", "abc", 3); }),
+              Outcome(0, kOpenError + "open file file fail\r\n"));
+    EXPECT_TRUE(fs::is_directory(kFile));
+}
+
+// There is no second file and no rename: who holds a link to the file sees the change. A failure
+// does not disturb the next operation.
+TEST_F(Fatfs, WritingReturnsOneAndTruncatesAndRewritesTheVeryFile)
+{
+    writeFile(kFile, "abc");
+    fs::create_hard_link(kFile, "/link");
+    for (const std::string content : {"abcdefgh", "xyz", ""}) {
+        outcomeOf([] { return sd_writeFile("no/such/directory", "abc", 3); });
+        outcomeOf([] { return sd_getFileSize("absent"); });
+        EXPECT_EQ(outcomeOf([&] {
+                      return sd_writeFile("file", content.data(),
+                                          static_cast<uint32_t>(content.size()));
+                  }),
+                  Outcome(1, ""));
+        EXPECT_EQ(contentOf("/link"), content);
+        EXPECT_EQ(entriesOf(kDirectory), Names{"file"});
+    }
 }
 
 // Names that are too long ------------------------------------------------------------------------
 
-// 10 characters of "/userdata/" and 245 more are 255, and a zero behind them.
+// 10 characters of "/userdata/" and 245 more are 255, and a zero after them.
 TEST_F(Fatfs, APathOf255CharactersIsUsedInFull)
 {
-    const std::string name(245, 'n');
-    char text[] = "...";
-    EXPECT_EQ(printedBy([&] {
-                  EXPECT_EQ(sd_writeFile(name.c_str(), "abc", 3), 1);
-                  EXPECT_EQ(entriesOf(kDirectory), Names{name});
-                  EXPECT_EQ(sd_getFileSize(name.c_str()), 3u);
-                  EXPECT_EQ(sd_readFile(name.c_str(), text, 3), 3u);
-                  EXPECT_STREQ(text, "abc");
-                  EXPECT_EQ(sd_unlink(name.c_str()), 0u);
-              }),
-              "");
+    const std::string text(245, 'n');
+    const char *const name = text.c_str();
+    char buffer[] = "...";
+    EXPECT_EQ(outcomeOf([=] { return sd_writeFile(name, "abc", 3); }), Outcome(1, ""));
+    EXPECT_EQ(entriesOf(kDirectory), Names{text});
+    EXPECT_EQ(outcomeOf([=] { return sd_getFileSize(name); }), Outcome(3, ""));
+    EXPECT_EQ(outcomeOf([&] { return sd_readFile(name, buffer, 3); }), Outcome(3, ""));
+    EXPECT_STREQ(buffer, "abc");
+    EXPECT_EQ(outcomeOf([=] { return sd_unlink(name); }), Outcome(0, ""));
     EXPECT_EQ(entriesOf(kDirectory), Names{});
 }
 
@@ -684,24 +486,23 @@ TEST_F(Fatfs, APathOf256CharactersNamesNoFile)
 {
     // What a path cut off at its end would name.
     const std::string cut(245, 'n');
-    put(kDirectory + cut, "cut");
+    writeFile(kDirectory + cut, "cut");
+    const std::string error = "open file  error\n";
     for (const size_t length : {246u, 1000u}) {
-        const std::string name(length, 'n');
-        put(kDirectory + name, "abc"); // there, as far as a file can have such a name
+        SCOPED_TRACE(length);
+        const std::string text(length, 'n');
+        const char *const name = text.c_str();
+        writeFile(kDirectory + text, "abc"); // there, as far as a file can have such a name
         FileHandle file = untouchedHandle();
-        char text[] = "...";
-        EXPECT_EQ(printedBy([&] { EXPECT_EQ(sd_open(&file, name.c_str(), 1), 4u); }),
-                  "open file  error\n");
-        EXPECT_EQ(printedBy([&] { EXPECT_EQ(sd_open(&file, name.c_str(), 10), 19u); }),
-                  "open file  error\n");
-        EXPECT_EQ(printedBy([&] { EXPECT_EQ(sd_getFileSize(name.c_str()), 0u); }),
-                  "open file  error\n");
-        EXPECT_EQ(printedBy([&] { EXPECT_EQ(sd_readFile(name.c_str(), text, 3), 0u); }),
-                  "open file  error\n");
-        EXPECT_EQ(printedBy([&] { EXPECT_EQ(sd_writeFile(name.c_str(), "xyz", 3), 0); }),
-                  "open file  error\nopen file " + name + " fail\r\n");
-        EXPECT_EQ(sd_unlink(name.c_str()), 4u);
-        EXPECT_STREQ(text, "...");
+        char buffer[] = "...";
+        EXPECT_EQ(outcomeOf([&] { return sd_open(&file, name, 1); }), Outcome(4, error));
+        EXPECT_EQ(outcomeOf([&] { return sd_open(&file, name, 10); }), Outcome(19, error));
+        EXPECT_EQ(outcomeOf([&] { return sd_getFileSize(name); }), Outcome(0, error));
+        EXPECT_EQ(outcomeOf([&] { return sd_readFile(name, buffer, 3); }), Outcome(0, error));
+        EXPECT_EQ(outcomeOf([&] { return sd_writeFile(name, "xyz", 3); }),
+                  Outcome(0, error + "open file " + text + " fail\r\n"));
+        EXPECT_EQ(sd_unlink(name), 4u);
+        EXPECT_STREQ(buffer, "...");
     }
     EXPECT_EQ(contentOf(kDirectory + cut), "cut");
     EXPECT_EQ(contentOf(kDirectory + std::string(246, 'n')), "abc");
@@ -709,95 +510,77 @@ TEST_F(Fatfs, APathOf256CharactersNamesNoFile)
 
 // Making directories -----------------------------------------------------------------------------
 
-using Mkdirs = std::vector<MkdirCall>;
-
-TEST_F(Fatfs, AnExistingDirectoryIsNotMadeAgain)
+TEST_F(Fatfs, MakesEveryMissingDirectoryThatASlashFollowsFromTheLeft)
 {
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(CreateDir("/userdata/"), 0); }), "");
-    EXPECT_EQ(mkdirCalls, Mkdirs{});
-}
-
-TEST_F(Fatfs, MakesEveryMissingDirectoryFromTheLeft)
-{
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(CreateDir("/userdata/a/b/c/"), 0); }), "");
-    EXPECT_EQ(mkdirCalls,
-              (Mkdirs{{"/userdata/a", 0755}, {"/userdata/a/b", 0755}, {"/userdata/a/b/c", 0755}}));
-    EXPECT_EQ(fs::status("/userdata/a/b/c").permissions(), fs::perms{0755});
-}
-
-TEST_F(Fatfs, APathWithoutASlashAtItsEndLeavesItsLastPartAlone)
-{
-    EXPECT_EQ(CreateDir("/userdata/a/b"), 0);
-    EXPECT_EQ(mkdirCalls, (Mkdirs{{"/userdata/a", 0755}}));
-    EXPECT_EQ(CreateDir("/other"), 0);
-    EXPECT_EQ(CreateDir("other"), 0);
-    EXPECT_EQ(CreateDir("/"), 0);
-    EXPECT_EQ(CreateDir(""), 0);
-    EXPECT_EQ(mkdirCalls.size(), 1u);
-}
-
-TEST_F(Fatfs, MakesDirectoriesOfARelativePath)
-{
+    writeFile(kFile, "abc");
     fs::current_path(kDirectory);
-    EXPECT_EQ(CreateDir("a/b/"), 0);
-    EXPECT_EQ(mkdirCalls, (Mkdirs{{"a", 0755}, {"a/b", 0755}}));
-    EXPECT_TRUE(fs::is_directory("/userdata/a/b"));
-}
-
-TEST_F(Fatfs, TheFirstDirectoryThatCannotBeMadeEndsIt)
-{
-    mkdirFails = true;
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(CreateDir("/userdata/a/b/c/"), -1); }), "mkdir   error\n");
-    EXPECT_EQ(mkdirCalls, (Mkdirs{{"/userdata/a", 0755}}));
-}
-
-TEST_F(Fatfs, NoDirectoryIsMadeWhereTheFileSystemForbidsItOrBelowAFile)
-{
-    put("/userdata/file", "abc");
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(CreateDir("/userdata/file/a/"), -1); }), "mkdir   error\n");
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(CreateDir("/userdata/file/"), 0); }), "");
-    EXPECT_EQ(contentOf("/userdata/file"), "abc");
-    mountSmall("", MS_RDONLY);
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(CreateDir("/userdata/a/"), -1); }), "mkdir   error\n");
-}
-
-TEST_F(Fatfs, APathOf256CharactersMakesNoDirectoryAndOneOf255Does)
-{
     const std::string parent = "/userdata/" + std::string(100, 'a') + '/';
     const std::string longest = parent + std::string(254 - parent.size(), 'b') + '/';
     ASSERT_EQ(longest.size(), 255u);
-    EXPECT_EQ(printedBy([&] { EXPECT_EQ(CreateDir((longest + "/").c_str()), -1); }), "");
-    EXPECT_EQ(mkdirCalls, Mkdirs{});
-    EXPECT_EQ(printedBy([&] { EXPECT_EQ(CreateDir(longest.c_str()), 0); }), "");
-    EXPECT_TRUE(fs::is_directory(longest));
+    const auto withoutSlash = [](const std::string &path) {
+        return path.substr(0, path.size() - 1);
+    };
+    const struct {
+        std::string path;
+        int32_t result;
+        Mkdirs made;
+    } rows[] = {
+        // clang-format off
+        {"/userdata/", 0, {}}, // is there
+        {"/userdata/a/b/c/", 0,
+            {{"/userdata/a", 0755}, {"/userdata/a/b", 0755}, {"/userdata/a/b/c", 0755}}},
+        {"/userdata/d/e", 0, {{"/userdata/d", 0755}}},
+        {"x/y/", 0, {{"x", 0755}, {"x/y", 0755}}}, // in the current directory
+        {"/other", 0, {}},
+        {"other", 0, {}},
+        {"/", 0, {}},
+        {"", 0, {}},
+        {"/userdata/file/", 0, {}},
+        {"/userdata/file/a/b/", -1, {{"/userdata/file/a", 0755}}}, // the first failure ends it
+        {longest, 0, {{withoutSlash(parent), 0755}, {withoutSlash(longest), 0755}}},
+        {longest + "/", -1, {}}, // too long, without a message
+        // clang-format on
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.path);
+        mkdirCalls.clear();
+        EXPECT_EQ(
+            outcomeOf([&] { return CreateDir(row.path.c_str()); }),
+            Outcome(row.result, row.result < 0 && !row.made.empty() ? "mkdir   error\n" : ""));
+        EXPECT_EQ(mkdirCalls, row.made);
+        for (const auto &[path, mode] : row.made) {
+            EXPECT_EQ(fs::is_directory(path), row.result == 0);
+        }
+    }
+    EXPECT_EQ(fs::status("/userdata/a/b/c").permissions(), fs::perms{0755});
+    EXPECT_EQ(contentOf(kFile), "abc");
+    mountSmall("", MS_RDONLY);
+    EXPECT_EQ(outcomeOf([] { return CreateDir("/userdata/a/"); }), Outcome(-1, "mkdir   error\n"));
 }
 
 TEST_F(Fatfs, InitialisingMakesTheSettingsDirectory)
 {
     fs::remove(kDirectory);
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(MX_FATFS_Init(), 0); }), "");
-    EXPECT_EQ(mkdirCalls, (Mkdirs{{"/userdata", 0755}}));
-    EXPECT_TRUE(fs::is_directory("/userdata"));
-    EXPECT_EQ(MX_FATFS_Init(), 0);
-    EXPECT_EQ(mkdirCalls.size(), 1u);
-}
-
-TEST_F(Fatfs, InitialisingTellsThatTheSettingsDirectoryCannotBeMade)
-{
-    fs::remove(kDirectory);
     mkdirFails = true;
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(MX_FATFS_Init(), -1); }), "mkdir   error\n");
+    EXPECT_EQ(outcomeOf(MX_FATFS_Init), Outcome(-1, "mkdir   error\n"));
+    mkdirFails = false;
+    for (int start = 0; start < 2; ++start) {
+        EXPECT_EQ(outcomeOf(MX_FATFS_Init), Outcome(0, ""));
+        EXPECT_TRUE(fs::is_directory("/userdata"));
+    }
+    EXPECT_EQ(mkdirCalls, (Mkdirs{{"/userdata", 0755}, {"/userdata", 0755}}));
 }
 
 // Joining paths ----------------------------------------------------------------------------------
 
-TEST_F(Fatfs, JoinsADirectoryAndANameWithExactlyOneSlash)
+TEST_F(Fatfs, JoinsADirectoryAndANameWithASlashUnlessTheDirectoryEndsInOne)
 {
+    static_assert(kPathSize == 256);
+    const std::string d(100, 'd');
+    const std::string n(154, 'n'); // with a slash, 255 characters
     const struct {
-        const char *directory;
-        const char *name;
-        const char *path;
-    } cases[] = {
+        std::string directory, name, path;
+    } rows[] = {
         {"/userdata", "file", "/userdata/file"},
         {"/userdata/", "file", "/userdata/file"},
         {"/", "file", "/file"},
@@ -805,91 +588,70 @@ TEST_F(Fatfs, JoinsADirectoryAndANameWithExactlyOneSlash)
         {"", "file", "/file"},
         {"/userdata", "", "/userdata/"},
         {"/userdata//", "/file", "/userdata///file"},
+        {d, n, d + '/' + n},
+        {d + '/', n, d + '/' + n},
+        {d, n + 'n', ""}, // does not fit
+        {d + '/', n + 'n', ""},
     };
-    for (const auto &it : cases) {
+    for (const auto &row : rows) {
         char path[kPathSize];
-        EXPECT_EQ(Getfilepath(it.directory, it.name, path), path);
-        EXPECT_STREQ(path, it.path);
+        EXPECT_EQ(Getfilepath(row.directory.c_str(), row.name.c_str(), path), path);
+        EXPECT_EQ(path, row.path) << row.directory << ' ' << row.name;
     }
-}
-
-TEST_F(Fatfs, AJoinedPathThatDoesNotFitIsEmpty)
-{
-    static_assert(kPathSize == 256);
-    const std::string directory(100, 'd');
-    char path[kPathSize];
-    Getfilepath(directory.c_str(), std::string(154, 'n').c_str(), path);
-    EXPECT_EQ(path, directory + '/' + std::string(154, 'n'));
-    Getfilepath(directory.c_str(), std::string(155, 'n').c_str(), path);
-    EXPECT_STREQ(path, "");
-    Getfilepath((directory + '/').c_str(), std::string(154, 'n').c_str(), path);
-    EXPECT_EQ(path, directory + '/' + std::string(154, 'n'));
-    Getfilepath((directory + '/').c_str(), std::string(155, 'n').c_str(), path);
-    EXPECT_STREQ(path, "");
 }
 
 // Deleting ---------------------------------------------------------------------------------------
 
-TEST_F(Fatfs, DeletesARegularFile)
+Outcome outcomeOfDeleting(const std::string &path)
 {
-    put("/userdata/file", "abc");
-    put("/userdata/other", "abc");
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(DeleteFile("/userdata/file"), 0); }), "");
-    EXPECT_EQ(entriesOf(kDirectory), Names{"other"});
+    return outcomeOf([&] { return DeleteFile(path.c_str()); });
 }
 
-TEST_F(Fatfs, DeletingWhatIsNotThereIsNoFailure)
+TEST_F(Fatfs, DeletesARegularFileAndAnAbsentOneIsNoFailure)
 {
-    EXPECT_EQ(printedBy([] {
-                  EXPECT_EQ(DeleteFile("/userdata/absent"), 0);
-                  EXPECT_EQ(DeleteFile(""), 0);
-              }),
-              "");
+    writeFile(kFile, "abc");
+    writeFile("/userdata/other", "abc");
+    for (const char *const path : {"/userdata/file", "/userdata/absent", ""}) {
+        EXPECT_EQ(outcomeOfDeleting(path), Outcome(0, "")) << path;
+        EXPECT_EQ(entriesOf(kDirectory), Names{"other"}) << path;
+    }
 }
 
-TEST_F(Fatfs, EmptiesADirectoryAndKeepsIt)
+TEST_F(Fatfs, AFullWipeEmptiesTheSettingsDirectoryAndKeepsIt)
 {
-    put("/userdata/a", "abc");
-    put("/userdata/.hidden", "abc");
-    put("/userdata/..two", "abc");
-    put("/userdata/...", "abc");
+    writeFile("/outside", "abc");
     fs::create_directories("/userdata/d/e/f");
-    put("/userdata/d/x", "abc");
-    put("/userdata/d/e/y", "abc");
     fs::create_directory("/userdata/empty");
-    put("/outside", "abc");
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(DeleteFile("/userdata"), 0); }), "");
+    for (const char *const name : {"a", ".hidden", "..two", "...", "d/x", "d/e/y"}) {
+        writeFile(kDirectory + name, "abc");
+    }
+    for (int i = 0; i < 2000; ++i) {
+        writeFile(kFile + std::to_string(i), "");
+    }
+    unopenable = "/userdata/";
+    EXPECT_EQ(outcomeOf(sd_mkfs), Outcome(1, ""));
+    EXPECT_EQ(outcomeOfDeleting("/userdata/"), Outcome(1, ""));
+    EXPECT_EQ(entriesOf(kDirectory).size(), 2006u);
+    unopenable = "";
+    EXPECT_EQ(outcomeOf(sd_mkfs), Outcome(0, ""));
     EXPECT_TRUE(fs::is_directory("/userdata"));
     EXPECT_EQ(entriesOf(kDirectory), Names{});
     EXPECT_EQ(contentOf("/outside"), "abc");
 }
 
-TEST_F(Fatfs, EmptiesADirectoryOfVeryManyFiles)
-{
-    for (int i = 0; i < 2000; ++i) {
-        put(kDirectory + "file" + std::to_string(i), "");
-    }
-    EXPECT_EQ(DeleteFile("/userdata/"), 0);
-    EXPECT_EQ(entriesOf(kDirectory), Names{});
-}
-
 TEST_F(Fatfs, LeavesLinksAndWhatTheyPointTo)
 {
     fs::create_directory("/outside");
-    put("/outside/file", "abc");
+    writeFile("/outside/file", "abc");
     fs::create_symlink("/outside/file", "/userdata/toFile");
     fs::create_directory_symlink("/outside", "/userdata/toDirectory");
     fs::create_symlink("/nowhere", "/userdata/toNowhere");
-    put("/userdata/file", "abc");
-    EXPECT_EQ(DeleteFile("/userdata"), 0);
-    EXPECT_EQ(entriesOf(kDirectory), (Names{"toDirectory", "toFile", "toNowhere"}));
-    EXPECT_EQ(contentOf("/outside/file"), "abc");
-
-    EXPECT_EQ(DeleteFile("/userdata/toDirectory"), 0);
-    EXPECT_EQ(DeleteFile("/userdata/toFile"), 0);
-    EXPECT_TRUE(isThere("/userdata/toDirectory"));
-    EXPECT_TRUE(isThere("/userdata/toFile"));
-    EXPECT_EQ(contentOf("/outside/file"), "abc");
+    writeFile(kFile, "abc");
+    for (const char *const path : {"/userdata", "/userdata/toDirectory", "/userdata/toFile"}) {
+        EXPECT_EQ(outcomeOfDeleting(path), Outcome(0, ""));
+        EXPECT_EQ(entriesOf(kDirectory), (Names{"toDirectory", "toFile", "toNowhere"})) << path;
+        EXPECT_EQ(contentOf("/outside/file"), "abc") << path;
+    }
 }
 
 TEST_F(Fatfs, LeavesDevicesAndTheDirectoriesAroundThem)
@@ -897,44 +659,35 @@ TEST_F(Fatfs, LeavesDevicesAndTheDirectoriesAroundThem)
     fs::create_directory("/userdata/d");
     ASSERT_EQ(mkfifo("/userdata/d/fifo", 0644), 0);
     ASSERT_EQ(mknod("/userdata/device", S_IFCHR | 0644, 0), 0); // the one that anybody may make
-    put("/userdata/d/file", "abc");
-    EXPECT_EQ(DeleteFile("/userdata"), 0);
+    writeFile("/userdata/d/file", "abc");
+    EXPECT_EQ(outcomeOfDeleting("/userdata"), Outcome(0, ""));
     EXPECT_EQ(entriesOf(kDirectory), (Names{"d", "device"}));
     EXPECT_EQ(entriesOf("/userdata/d"), Names{"fifo"});
 }
 
-TEST_F(Fatfs, ADirectoryThatCannotBeOpenedIsOne)
-{
-    put("/userdata/file", "abc");
-    unopenable = "/userdata";
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(DeleteFile("/userdata"), 1); }), "");
-    EXPECT_EQ(contentOf("/userdata/file"), "abc");
-}
-
 TEST_F(Fatfs, ASubDirectoryThatCannotBeOpenedStaysAndTheRestGoes)
 {
-    fs::create_directory("/userdata/a");
-    fs::create_directory("/userdata/b");
-    fs::create_directory("/userdata/c");
-    for (const char *const path : {"/userdata/a/file", "/userdata/b/file", "/userdata/c/file"}) {
-        put(path, "abc");
+    for (const std::string name : {"a", "b", "c"}) {
+        fs::create_directory(kDirectory + name);
+        writeFile(kDirectory + name + "/file", "abc");
     }
     unopenable = "/userdata/b";
-    EXPECT_EQ(DeleteFile("/userdata"), 0);
+    EXPECT_EQ(outcomeOfDeleting("/userdata"), Outcome(0, ""));
     EXPECT_EQ(entriesOf(kDirectory), Names{"b"});
     EXPECT_EQ(contentOf("/userdata/b/file"), "abc");
 }
 
 TEST_F(Fatfs, WhatCannotBeLookedAtIsTakenForNeitherFileNorDirectory)
 {
-    put("/userdata/file", "abc");
-    put("/userdata/other", "abc");
-    unseeable = "/userdata/file";
-    EXPECT_EQ(DeleteFile("/userdata"), 0);
-    EXPECT_EQ(entriesOf(kDirectory), Names{"file"});
-    EXPECT_EQ(DeleteFile("/userdata/file"), 0);
+    writeFile(kFile, "abc");
+    writeFile("/userdata/other", "abc");
+    unseeable = kFile;
+    for (const char *const path : {"/userdata", "/userdata/file"}) {
+        EXPECT_EQ(outcomeOfDeleting(path), Outcome(0, ""));
+        EXPECT_EQ(entriesOf(kDirectory), Names{"file"}) << path;
+    }
     unseeable = "/userdata";
-    EXPECT_EQ(DeleteFile("/userdata"), 0);
+    EXPECT_EQ(outcomeOfDeleting("/userdata"), Outcome(0, ""));
     EXPECT_EQ(entriesOf(kDirectory), Names{"file"});
 }
 
@@ -953,11 +706,10 @@ TEST_F(Fatfs, DeletesWhatAPathOf255CharactersNamesAndNotWhatTakesOneMore)
     fs::create_directory(directory);
     const std::string longest = directory + '/' + std::string(254 - directory.size(), 'f');
     ASSERT_EQ(longest.size(), 255u);
-    put(longest, "abc");
-    put(longest + 'g', "abc");
-    put(directory + "/short", "abc");
+    for (const std::string &path : {longest, longest + 'g', directory + "/short"}) {
+        writeFile(path, "abc");
+    }
     EXPECT_EQ(DeleteFile("/userdata"), 0);
-    EXPECT_FALSE(isThere(longest));
     EXPECT_EQ(entriesOf(kDirectory), Names{std::string(100, 'd')});
     EXPECT_EQ(entriesOf(directory), Names{fs::path(longest + 'g').filename()});
     EXPECT_EQ(contentOf(longest + 'g'), "abc");
@@ -972,12 +724,12 @@ TEST_F(Fatfs, DirectoriesTooDeepForAPathStayAndNothingElseIsHarmed)
         deep += '/' + name;
     }
     fs::create_directories(deep);
-    put(deep + "/file", "abc");
-    put("/userdata/" + name + "/file", "abc");
     fs::create_directory("/elsewhere");
-    put("/elsewhere/file", "abc");
     fs::current_path("/elsewhere");
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(DeleteFile("/userdata"), 0); }), "");
+    for (const std::string &path : {deep, "/userdata/" + name, std::string("/elsewhere")}) {
+        writeFile(path + "/file", "abc");
+    }
+    EXPECT_EQ(outcomeOfDeleting("/userdata"), Outcome(0, ""));
     EXPECT_EQ(contentOf(deep + "/file"), "abc");
     EXPECT_EQ(entriesOf("/userdata/" + name), Names{name});
     EXPECT_EQ(contentOf("/elsewhere/file"), "abc");
@@ -992,18 +744,6 @@ TEST_F(Fatfs, EmptiesAsManyDirectoriesInEachOtherAsAPathCanName)
     fs::create_directories(deep);
     EXPECT_EQ(DeleteFile("/userdata"), 0);
     EXPECT_EQ(entriesOf(kDirectory), Names{});
-}
-
-TEST_F(Fatfs, AFullWipeEmptiesTheSettingsDirectoryAndKeepsIt)
-{
-    put("/userdata/UserPref.sav", "abc");
-    fs::create_directories("/userdata/d/e");
-    put("/userdata/d/e/file", "abc");
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(sd_mkfs(), 0); }), "");
-    EXPECT_TRUE(fs::is_directory("/userdata"));
-    EXPECT_EQ(entriesOf(kDirectory), Names{});
-    unopenable = "/userdata/";
-    EXPECT_EQ(sd_mkfs(), 1);
 }
 
 } // namespace

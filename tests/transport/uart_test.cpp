@@ -5,58 +5,38 @@
 #include "transport/bench_routines.h"
 #include "transport/uart.cpp"
 
-#include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <condition_variable>
-#include <cstdarg>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <functional>
+#include <deque>
 #include <iterator>
 #include <limits>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
-#include <fcntl.h>
 #include <pthread.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include "tests/support/bytes.h"
 #include "tests/support/console.h"
+#include "tests/support/replace.h"
+#include "tests/support/serial_line.h"
 
 namespace {
 
-// Link-time fakes --------------------------------------------------------------------------------
-
-using Journal = std::vector<std::string>;
-
-struct LoopLeft {};
-
-// While this is set, threads are real and nothing below is recorded or scripted but the device.
-std::atomic<bool> live = false;
-
-Journal journal;                                      // calls, in order
-std::string device;                                   // opened in the place of any /dev/ttyS path
-std::string opened;                                   // the path asked for
-int createError = 0;                                  // what pthread_create() answers
-std::function<ssize_t(void *, size_t)> onRead;        // scripted read()
-std::function<ssize_t(const void *, size_t)> onWrite; // scripted write()
-uint32_t sleepsLeft = 0;                              // before the loop is left by an exception
-
+bool threadsAreReal = false; // else they are noted only
+int createError = 0;         // what pthread_create() answers
 struct {
-    pthread_t identity{};
     const pthread_attr_t *attributes = nullptr;
     void *(*body)(void *) = nullptr;
     void *argument = nullptr;
-    pthread_t detached{};
 } thread;
 
 struct Received {
@@ -65,25 +45,13 @@ struct Received {
     std::string bytes;
     bool operator==(const Received &) const = default;
 };
-std::vector<Received> received; // by IsrReceiveBuffer
+std::vector<Received> received; // by IsrReceiveBuffer()
 std::mutex receivedLock;        // of the above while a thread is real
 std::condition_variable receivedMore;
 
-int openDevice(const char *path, int flags, unsigned mode);
-void slept(const std::string &call);
-
-void note(const std::string &call)
-{
-    journal.push_back(call);
-    if (journal.size() > 100000) { // a loop that the case cannot leave in its own way
-        journal.clear();
-        ADD_FAILURE() << "endless loop";
-        throw LoopLeft();
-    }
-}
-
 } // namespace
 
+// In the place of the command channels.
 void IsrReceiveBuffer(uint32_t type, uint64_t address, const uint8_t *bytes, uint32_t length)
 {
     const std::lock_guard<std::mutex> guard(receivedLock);
@@ -91,136 +59,34 @@ void IsrReceiveBuffer(uint32_t type, uint64_t address, const uint8_t *bytes, uin
     receivedMore.notify_all();
 }
 
-extern "C" {
-int __real_open64(const char *path, int flags, ...);
-ssize_t __real_read(int fd, void *buffer, size_t length);
-ssize_t __real_write(int fd, const void *buffer, size_t length);
-int __real_usleep(useconds_t microseconds);
-int __real_pthread_create(pthread_t *identity, const pthread_attr_t *attributes,
-                          void *(*body)(void *), void *argument);
-int __real_pthread_detach(pthread_t identity);
-int __wrap_open64(const char *path, int flags, ...);
-ssize_t __wrap_read(int fd, void *buffer, size_t length);
-ssize_t __wrap_write(int fd, const void *buffer, size_t length);
-int __wrap_usleep(useconds_t microseconds);
-unsigned __wrap_sleep(unsigned seconds);
-int __wrap_pthread_create(pthread_t *identity, const pthread_attr_t *attributes,
-                          void *(*body)(void *), void *argument);
-int __wrap_pthread_detach(pthread_t identity);
-
-int __wrap_open64(const char *path, int flags, ...)
+REPLACE(int, pthread_create,
+        (pthread_t * identity, const pthread_attr_t *attributes, void *(*body)(void *),
+         void *argument))
 {
-    va_list arguments;
-    va_start(arguments, flags);
-    const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(arguments, unsigned) : 0;
-    va_end(arguments);
-    return openDevice(path, flags, mode);
-}
-
-ssize_t __wrap_read(int descriptor, void *buffer, size_t length)
-{
-    if (live || !onRead) {
-        return __real_read(descriptor, buffer, length);
-    }
-    note("read " + std::to_string(descriptor) + " " + std::to_string(length));
-    return onRead(buffer, length);
-}
-
-ssize_t __wrap_write(int descriptor, const void *buffer, size_t length)
-{
-    if (!onWrite) {
-        return __real_write(descriptor, buffer, length);
-    }
-    note("write " + std::to_string(descriptor) + " " + std::to_string(length));
-    return onWrite(buffer, length);
-}
-
-int __wrap_usleep(useconds_t microseconds)
-{
-    if (live) {
-        return __real_usleep(microseconds);
-    }
-    slept("usleep " + std::to_string(microseconds));
-    return 0;
-}
-
-unsigned __wrap_sleep(unsigned seconds)
-{
-    slept("sleep " + std::to_string(seconds));
-    return 0;
-}
-
-int __wrap_pthread_create(pthread_t *identity, const pthread_attr_t *attributes,
-                          void *(*body)(void *), void *argument)
-{
-    if (live) {
-        return __real_pthread_create(identity, attributes, body, argument);
+    if (threadsAreReal) {
+        return REAL(pthread_create)(identity, attributes, body, argument);
     }
     note("pthread_create");
-    if (createError != 0) {
-        return createError;
-    }
-    thread.identity = pthread_self(); // any number will do
-    thread.attributes = attributes;
-    thread.body = body;
-    thread.argument = argument;
-    *identity = thread.identity;
-    return 0;
+    thread = {attributes, body, argument};
+    *identity = pthread_self(); // any number will do
+    return createError;
 }
 
-int __wrap_pthread_detach(pthread_t identity)
+REPLACE(int, pthread_detach, (pthread_t identity))
 {
-    if (live) {
-        return __real_pthread_detach(identity);
+    if (threadsAreReal) {
+        return REAL(pthread_detach)(identity);
     }
-    note("pthread_detach");
-    thread.detached = identity;
+    note(pthread_equal(identity, pthread_self()) != 0 ? "pthread_detach" : "pthread_detach ?");
     return 0;
-}
 }
 
 namespace {
 
-int openDevice(const char *path, int flags, unsigned mode)
+// The outcome of a call whose result is the length of all that it prints.
+Outcome printing(const std::string &message, const Journal &journal = {})
 {
-    if (std::strncmp(path, "/dev/ttyS", 9) != 0) {
-        return __real_open64(path, flags, mode);
-    }
-    opened = path;
-    return __real_open64(device.c_str(), flags, mode);
-}
-
-void slept(const std::string &call)
-{
-    note(call);
-    if (sleepsLeft > 0 && --sleepsLeft == 0) {
-        throw LoopLeft();
-    }
-}
-
-// The far end of a pseudo-terminal that stands in for the device.
-class Terminal {
-public:
-    Terminal() : master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC))
-    {
-        EXPECT_GE(master, 0) << std::strerror(errno);
-        EXPECT_EQ(grantpt(master), 0) << std::strerror(errno);
-        EXPECT_EQ(unlockpt(master), 0) << std::strerror(errno);
-        const char *const name = ptsname(master);
-        EXPECT_NE(name, nullptr);
-        device = name == nullptr ? "" : name;
-    }
-    const int master;
-};
-
-const uint8_t *bytesOf(const std::string &text)
-{
-    return reinterpret_cast<const uint8_t *>(text.data());
-}
-
-int32_t lengthOf(const std::string &text)
-{
-    return static_cast<int32_t>(text.size());
+    return Outcome(static_cast<int64_t>(message.size()), message, "", journal);
 }
 
 // Opening ----------------------------------------------------------------------------------------
@@ -237,239 +103,129 @@ TEST(Uart, TwoPortsWithTheirDevicesAreKnownAndNotOpen)
 
 TEST(Uart, RefusesToOpenPorts2AndAbove)
 {
-    device = "/dev/null";
-    for (const auto &[port, message] : std::vector<std::pair<uint32_t, std::string>>{
-             {2, "UARTInit error port = 2\n"},
-             {3, "UARTInit error port = 3\n"},
-             {1000, "UARTInit error port = 1000\n"},
-             {0xFFFFFFFF, "UARTInit error port = -1\n"}}) {
-        Console console;
-        const int32_t result = UARTInit(port);
-        console.end();
-        EXPECT_EQ(console.out, message);
-        EXPECT_EQ(console.err, "") << message;
-        EXPECT_EQ(result, lengthOf(message));
+    for (const auto &[port, number] : std::vector<std::pair<uint32_t, std::string>>{
+             {2, "2"}, {3, "3"}, {1000, "1000"}, {0xFFFFFFFF, "-1"}}) {
+        EXPECT_EQ(outcomeOf([port = port] { return UARTInit(port); }),
+                  printing("UARTInit error port = " + number + "\n"));
     }
-    EXPECT_EQ(opened, "");
-    EXPECT_EQ(journal, Journal{});
     EXPECT_EQ(fd[0], 0);
     EXPECT_EQ(fd[1], 0);
 }
 
-TEST(Uart, OpeningStartsADetachedReaderThreadAndSaysSo)
+TEST(Uart, OpeningSets115200Baud8N1AndStartsADetachedReaderThread)
 {
     for (const uint32_t port : {0u, 1u}) {
-        const Terminal terminal;
         const std::string name = "/dev/ttyS" + std::to_string(port);
-        thread = {};
-        journal.clear();
-        Console console;
-        const int32_t result = UARTInit(port);
-        console.end();
         const std::string last =
             "==kel UARTInit DEV_NAME[" + std::to_string(port) + "]:" + name + "\n";
-        EXPECT_EQ(opened, name);
-        EXPECT_GT(fd[port], 2);
-        EXPECT_EQ(journal, (Journal{"pthread_create", "pthread_detach"}));
+        line.attributes = recordOf(0xFF);
+        const Outcome outcome = outcomeOf([=] { return UARTInit(port); });
+        EXPECT_EQ(outcome.result, static_cast<int64_t>(last.size()));
+        EXPECT_EQ(outcome.out + outcome.err,
+                  "Open " + name + " ......\nfcntl = 0 !\nserial_open file ID= 777 !\n" +
+                      "serial_set success !\n" + last);
+        EXPECT_EQ(outcome.journal, (Journal{"open " + name, "fcntl F_SETFL 0", "fcntl F_SETFL 0",
+                                            "tcgetattr", "tcflush TCIFLUSH", "tcsetattr TCSANOW",
+                                            "pthread_create", "pthread_detach"}));
+        EXPECT_EQ(fd[port], kLine);
+        EXPECT_EQ(textOf(line.attributes), textOf(rawRecord(0, CLOCAL | CREAD | CS8, B115200)));
         EXPECT_EQ(thread.attributes, nullptr);
         EXPECT_EQ(thread.body, uart_receive_fun);
         EXPECT_EQ(reinterpret_cast<uintptr_t>(thread.argument), port); // the number itself
-        EXPECT_TRUE(pthread_equal(thread.detached, thread.identity));
-        EXPECT_EQ(console.out, "Open " + name +
-                                   " ......\n"
-                                   "fcntl = 0 !\n"
-                                   "serial_open file ID= " +
-                                   std::to_string(fd[port]) +
-                                   " !\n"
-                                   "serial_set success !\n" +
-                                   last);
-        EXPECT_EQ(console.err, "");
-        EXPECT_EQ(result, lengthOf(last));
     }
-}
-
-TEST(Uart, OpenedPortIs115200Baud8N1RawAndReadsAtOnce)
-{
-    const Terminal terminal;
-    Console console;
-    UARTInit(0);
-    console.end();
-    termios options{};
-    ASSERT_EQ(tcgetattr(fd[0], &options), 0);
-    EXPECT_EQ(cfgetispeed(&options), static_cast<speed_t>(B115200));
-    EXPECT_EQ(cfgetospeed(&options), static_cast<speed_t>(B115200));
-    EXPECT_EQ(options.c_iflag, 0u);
-    EXPECT_EQ(options.c_oflag, 0u);
-    EXPECT_EQ(options.c_lflag, 0u);
-    EXPECT_EQ(options.c_cflag, static_cast<tcflag_t>(CLOCAL | CREAD | CS8 | B115200));
-    EXPECT_EQ(options.c_cc[VMIN], 0);
-    EXPECT_EQ(options.c_cc[VTIME], 0);
-    EXPECT_EQ(fcntl(fd[0], F_GETFL) & O_NONBLOCK, 0);
-}
-
-TEST(Uart, DeviceThatCannotBeOpenedGetsNoThread)
-{
-    device = "/dev/there-is-no-such-line";
-    Console console;
-    UARTInit(0);
-    console.end();
-    EXPECT_EQ(console.out, "Can't Open Serial Port /dev/ttyS0 !\n");
-    EXPECT_EQ(console.err,
-              std::string("Can't get old terminal description !: ") + std::strerror(EBADF) + "\n");
-    EXPECT_EQ(journal, Journal{});
-    EXPECT_EQ(fd[0], -1);
-}
-
-TEST(Uart, DeviceThatCannotBeSetUpGetsNoThread)
-{
-    device = "/dev/null";
-    Console console;
-    UARTInit(0);
-    console.end();
-    EXPECT_GT(fd[0], 2);
-    EXPECT_EQ(console.out, "Open /dev/ttyS0 ......\nfcntl = 0 !\nserial_open file ID= " +
-                               std::to_string(fd[0]) + " !\n");
-    EXPECT_EQ(console.err,
-              std::string("Can't get old terminal description !: ") + std::strerror(ENOTTY) + "\n");
-    EXPECT_EQ(journal, Journal{});
 }
 
 TEST(Uart, ThreadThatCouldNotBeMadeIsNotDetached)
 {
-    const Terminal terminal;
     createError = EAGAIN;
-    Console console;
-    UARTInit(0);
-    console.end();
-    EXPECT_EQ(journal, Journal{"pthread_create"});
+    EXPECT_EQ(outcomeOf([] { return UARTInit(0); }).journal.back(), "pthread_create");
+}
+
+TEST(Uart, UnusableDeviceGetsNoThread)
+{
+    const std::string message = "Can't get old terminal description !";
+    line.device = "/dev/null"; // which cannot be set up
+    const Outcome unset = outcomeOf([] { return UARTInit(0); });
+    EXPECT_GT(fd[0], 2);
+    EXPECT_EQ(unset, Outcome(-1,
+                             "Open /dev/ttyS0 ......\nfcntl = 0 !\nserial_open file ID= " +
+                                 std::to_string(fd[0]) + " !\n",
+                             errorLine(message, ENOTTY), {"open /dev/ttyS0"}));
+    line.device = "/dev/there-is-no-such-line";
+    EXPECT_EQ(outcomeOf([] { return UARTInit(0); }),
+              Outcome(-1, "Can't Open Serial Port /dev/ttyS0 !\n", errorLine(message, EBADF),
+                      {"open /dev/ttyS0"}));
+    EXPECT_EQ(fd[0], -1);
 }
 
 // The reader thread ------------------------------------------------------------------------------
 
-// Runs the reader of a port until its n-th sleep and returns what it printed.
-std::string runReader(uintptr_t port, uint32_t sleeps)
+TEST(Uart, ReaderPassesOnWhatComesAndSleepsOneMillisecondOtherwise)
 {
-    sleepsLeft = sleeps;
-    Console console;
-    EXPECT_THROW(uart_receive_fun(reinterpret_cast<void *>(port)), LoopLeft);
-    console.end();
-    EXPECT_EQ(console.err, "");
-    return console.out;
-}
-
-// A line on which all of `bytes` has arrived before the first read.
-void arrived(const std::string &bytes)
-{
-    onRead = [bytes, at = size_t{0}](void *buffer, size_t length) mutable {
-        const size_t count = std::min(length, bytes.size() - at);
-        std::memcpy(buffer, bytes.data() + at, count);
-        at += count;
-        return static_cast<ssize_t>(count);
+    const std::string read = "read 20480";
+    const std::string sleep = "usleep 1000";
+    const std::string most = countingBytes(20480, 251);
+    const std::string odd("<T0000680100000069>\0\xFF\r\n", 23);
+    const struct {
+        const char *name;
+        std::deque<std::optional<std::string>> arrivals;
+        int sleeps;
+        Journal journal;
+        std::vector<Received> received;
+    } rows[] = {
+        // clang-format off
+        {"a burst", {odd}, 1, {read, read, sleep}, {{2, 0, odd}}},
+        {"20480 bytes in one call", {most}, 1, {read, read, sleep}, {{2, 0, most}}},
+        {"20481 bytes in two reads and two calls", {most + "x"}, 1,
+            {read, read, read, sleep}, {{2, 0, most}, {2, 0, "x"}}},
+        {"nothing, an error, which is not logged, and bytes again",
+            {"", std::nullopt, "one", "", "two", "two", std::nullopt}, 4,
+            {read, sleep, read, sleep, read, read, sleep, read, read, read, sleep},
+            {{2, 0, "one"}, {2, 0, "two"}, {2, 0, "two"}}},
+        // clang-format on
     };
-}
-
-std::string sampleBytes(size_t length)
-{
-    std::string bytes;
-    for (size_t i = 0; i < length; ++i) {
-        bytes += static_cast<char>(i * 31 + i / 256);
+    fd[0] = kLine;
+    for (const auto &row : rows) {
+        line.arrivals = row.arrivals;
+        EXPECT_EQ(outcomeOfLoop([] { uart_receive_fun(nullptr); }, row.sleeps),
+                  Outcome(0, "uart_receive_fun 0\n", "", row.journal))
+            << row.name;
+        EXPECT_TRUE(std::exchange(received, {}) == row.received) << row.name;
     }
-    return bytes;
-}
-
-TEST(Uart, ReaderPassesABurstOn)
-{
-    fd[0] = 70;
-    const std::string burst("<T0000680100000069>\0\xFF\r\n", 23);
-    arrived(burst);
-    EXPECT_EQ(runReader(0, 1), "uart_receive_fun 0\n");
-    EXPECT_EQ(received, (std::vector<Received>{{2, 0, burst}}));
-    EXPECT_EQ(journal, (Journal{"read 70 20480", "read 70 20480", "usleep 1000"}));
-}
-
-TEST(Uart, BurstOf20480BytesIsPassedOnInOneCall)
-{
-    const std::string burst = sampleBytes(20480);
-    arrived(burst);
-    runReader(0, 1);
-    ASSERT_EQ(received.size(), 1u);
-    EXPECT_TRUE(received[0].bytes == burst);
-}
-
-TEST(Uart, BurstOf20481BytesArrivesInTwoReadsAndTwoCalls)
-{
-    fd[0] = 70;
-    const std::string burst = sampleBytes(20481);
-    arrived(burst);
-    runReader(0, 1);
-    ASSERT_EQ(received.size(), 2u);
-    EXPECT_EQ(received[0].type, 2u);
-    EXPECT_EQ(received[0].address, 0u);
-    EXPECT_TRUE(received[0].bytes == burst.substr(0, 20480));
-    EXPECT_EQ(received[1], (Received{2, 0, burst.substr(20480)}));
-    EXPECT_EQ(journal, (Journal{"read 70 20480", "read 70 20480", "read 70 20480", "usleep 1000"}));
-}
-
-TEST(Uart, ReaderSleepsOneMillisecondWhenNothingCameOrAnErrorAndGoesOn)
-{
-    fd[0] = 70;
-    onRead = [step = 0](void *buffer, size_t) mutable -> ssize_t {
-        switch (step++) {
-        case 0:
-        case 3:
-            return 0;
-        case 1:
-            errno = EIO;
-            return -1;
-        case 2:
-            std::memcpy(buffer, "one", 3);
-            return 3;
-        default:
-            std::memcpy(buffer, "two", 3);
-            return step < 7 ? 3 : -1;
-        }
-    };
-    EXPECT_EQ(runReader(0, 4), "uart_receive_fun 0\n"); // an error says nothing
-    const std::string read = "read 70 20480";
-    EXPECT_EQ(journal, (Journal{read, "usleep 1000", read, "usleep 1000", read, read, "usleep 1000",
-                                read, read, read, "usleep 1000"}));
-    EXPECT_EQ(received, (std::vector<Received>{{2, 0, "one"}, {2, 0, "two"}, {2, 0, "two"}}));
 }
 
 TEST(Uart, BytesOfPort1NeverReachTheCommandParser)
 {
-    fd[0] = 70;
-    fd[1] = 71;
-    arrived("<T0000680100000069>");
-    EXPECT_EQ(runReader(1, 1), "uart_receive_fun 1\n");
-    EXPECT_EQ(received, std::vector<Received>{});
-    EXPECT_EQ(journal, (Journal{"read 71 20480", "read 71 20480", "usleep 1000"}));
+    fd[1] = kOtherLine;
+    line.arrivals = {"<T0000680100000069>"};
+    EXPECT_EQ(outcomeOfLoop([] { uart_receive_fun(reinterpret_cast<void *>(1)); }, 1),
+              Outcome(0, "uart_receive_fun 1\n", "",
+                      {"other read 20480", "other read 20480", "usleep 1000"}));
+    EXPECT_TRUE(received.empty());
 }
 
 // With threads and a line as they are on the board.
 TEST(Uart, BytesOnAnOpenedPortReachTheCommandChannels)
 {
-    live = true;
+    threadsAreReal = true;
+    line.sleepsAreReal = true;
     const Terminal terminal;
+    line.device = terminal.path;
     Console console;
     UARTInit(0);
-    ASSERT_EQ(__real_write(terminal.master, "<T00006801", 10), 10);
-    ASSERT_EQ(__real_write(terminal.master, "00000069>", 9), 9);
+    ASSERT_EQ(write(terminal.master, "<T00006801", 10), 10);
+    ASSERT_EQ(write(terminal.master, "00000069>", 9), 9);
     std::string bytes;
-    {
-        std::unique_lock<std::mutex> guard(receivedLock);
-        receivedMore.wait(guard, [&bytes] {
-            bytes.clear();
-            for (const Received &call : received) {
-                bytes += call.bytes;
-            }
-            return bytes.size() >= 19;
-        });
+    std::unique_lock<std::mutex> guard(receivedLock);
+    receivedMore.wait(guard, [&bytes] {
+        bytes.clear();
         for (const Received &call : received) {
-            EXPECT_EQ(call.type, 2u);
-            EXPECT_EQ(call.address, 0u);
+            bytes += call.bytes;
         }
-    }
+        return bytes.size() >= 19;
+    });
+    EXPECT_EQ(received[0].type, 2u);
+    EXPECT_EQ(received[0].address, 0u);
     console.end();
     EXPECT_EQ(bytes, "<T0000680100000069>");
     EXPECT_NE(console.out.find("uart_receive_fun 0\n"), std::string::npos);
@@ -477,188 +233,109 @@ TEST(Uart, BytesOnAnOpenedPortReachTheCommandChannels)
 
 // Sending ----------------------------------------------------------------------------------------
 
-std::string sent;
-
-// A line that takes `limit` bytes in all and then fails.
-void lineTakes(size_t limit)
+Outcome outcomeOfSending(int32_t port, const std::string &bytes)
 {
-    sent.clear();
-    onWrite = [limit](const void *bytes, size_t length) -> ssize_t {
-        const size_t count = std::min(length, limit - sent.size());
-        if (count == 0) {
-            errno = EIO;
-            return -1;
-        }
-        sent.append(static_cast<const char *>(bytes), count);
-        return static_cast<ssize_t>(count);
+    return outcomeOf(
+        [&] { return UARTSendBuffer(port, bytesOf(bytes), static_cast<int32_t>(bytes.size())); });
+}
+
+TEST(Uart, SendingReturnsTheNumberOfBytesOrReportsAShortWriteWithoutRetrying)
+{
+    const std::string pause = "usleep 80000";
+    const struct {
+        int32_t port;
+        size_t length;
+        std::deque<ssize_t> taken; // by each write(); by default all
+        size_t sent;
+        Journal journal;
+        const char *message; // none: the result is the length
+    } rows[] = {
+        // clang-format off
+        {0, 19,  {},      19, {"write 19"}, nullptr},
+        {1, 3,   {},       3, {"other write 3"}, nullptr},
+        {0, 600, {},     600, {"write 256", pause, "write 256", pause, "write 88"}, nullptr},
+        {0, 10,  {3, -1},  3, {"write 10", "write 7"}, "uart0 write data error len=3, size=10\n"},
+        {1, 10,  {-1},     0, {"other write 10"}, "uart1 write data error len=0, size=10\n"},
+        // clang-format on
     };
-}
-
-TEST(Uart, SendingReturnsTheNumberOfBytesWrittenAndSaysNothing)
-{
-    fd[0] = 70;
-    fd[1] = 71;
-    lineTakes(1000);
-    Console console;
-    EXPECT_EQ(UARTSendBuffer(0, bytesOf("<F00006801263300c2>"), 19), 19);
-    EXPECT_EQ(UARTSendBuffer(1, bytesOf("abc"), 3), 3);
-    console.end();
-    EXPECT_EQ(console.out + console.err, "");
-    EXPECT_EQ(sent, "<F00006801263300c2>abc");
-    EXPECT_EQ(journal, (Journal{"write 70 19", "write 71 3"}));
-}
-
-TEST(Uart, SendingGoesInChunksOf256WithPausesOf80Ms)
-{
-    fd[0] = 70;
-    const std::string bytes = sampleBytes(600);
-    lineTakes(1000);
-    EXPECT_EQ(UARTSendBuffer(0, bytesOf(bytes), 600), 600);
-    EXPECT_EQ(sent, bytes);
-    EXPECT_EQ(journal, (Journal{"write 70 256", "usleep 80000", "write 70 256", "usleep 80000",
-                                "write 70 88"}));
-}
-
-TEST(Uart, RefusesToSendOnPortsThatAreNone)
-{
-    lineTakes(1000);
-    for (const auto &[port, message] : std::vector<std::pair<int32_t, std::string>>{
-             {2, "UARTSendBuffer error port = 2\n"},
-             {3, "UARTSendBuffer error port = 3\n"},
-             {-1, "UARTSendBuffer error port = -1\n"},
-             {std::numeric_limits<int32_t>::max(), "UARTSendBuffer error port = 2147483647\n"},
-             {std::numeric_limits<int32_t>::min(), "UARTSendBuffer error port = -2147483648\n"}}) {
-        Console console;
-        const int32_t result = UARTSendBuffer(port, bytesOf("abc"), 3);
-        console.end();
-        EXPECT_EQ(console.out, message);
-        EXPECT_EQ(result, lengthOf(message));
+    fd[0] = kLine;
+    fd[1] = kOtherLine;
+    for (const auto &row : rows) {
+        const std::string bytes = countingBytes(row.length, 251);
+        line.writeResults = row.taken;
+        EXPECT_EQ(outcomeOfSending(row.port, bytes),
+                  (row.message == nullptr
+                       ? Outcome(static_cast<int64_t>(row.length), "", "", row.journal)
+                       : printing(row.message, row.journal)));
+        EXPECT_EQ(std::exchange(line.sent, {}), bytes.substr(0, row.sent)) << row.length;
     }
-    EXPECT_EQ(journal, Journal{});
 }
 
-TEST(Uart, ShortWriteIsReportedAndNotRetried)
+TEST(Uart, RefusesToSendOnPortsThatDoNotExist)
 {
-    fd[0] = 70;
-    lineTakes(3);
-    Console console;
-    const int32_t result = UARTSendBuffer(0, bytesOf("0123456789"), 10);
-    console.end();
-    EXPECT_EQ(console.out, "uart0 write data error len=3, size=10\n");
-    EXPECT_EQ(result, lengthOf(console.out));
-    EXPECT_EQ(sent, "012");
-    EXPECT_EQ(journal, (Journal{"write 70 10", "write 70 7"})); // the rest, which failed
+    for (const int32_t port :
+         {2, 3, -1, std::numeric_limits<int32_t>::max(), std::numeric_limits<int32_t>::min()}) {
+        EXPECT_EQ(outcomeOfSending(port, "abc"),
+                  printing("UARTSendBuffer error port = " + std::to_string(port) + "\n"));
+    }
 }
 
-TEST(Uart, FailedWriteIsReportedWithNoBytesWritten)
+TEST(Uart, LengthOfZeroOrLessSendsNothing)
 {
-    fd[1] = 71;
-    lineTakes(0);
-    Console console;
-    const int32_t result = UARTSendBuffer(1, bytesOf("0123456789"), 10);
-    console.end();
-    EXPECT_EQ(console.out, "uart1 write data error len=0, size=10\n");
-    EXPECT_EQ(result, lengthOf(console.out));
-    EXPECT_EQ(journal, Journal{"write 71 10"});
-}
-
-TEST(Uart, SendingNothingIsOnlyTheLinesComplaint)
-{
-    fd[0] = 70;
-    lineTakes(1000);
-    Console console;
-    EXPECT_EQ(UARTSendBuffer(0, bytesOf(""), 0), 0);
-    console.end();
-    EXPECT_EQ(console.out, "Write byte number error !\n");
-    EXPECT_EQ(journal, Journal{});
-}
-
-TEST(Uart, NegativeLengthSendsNothing)
-{
-    lineTakes(1000);
-    Console console;
-    UARTSendBuffer(0, bytesOf("abc"), -1);
-    UARTSendBuffer(0, bytesOf("abc"), std::numeric_limits<int32_t>::min());
-    console.end();
-    EXPECT_EQ(journal, Journal{});
+    fd[0] = kLine;
+    EXPECT_EQ(outcomeOfSending(0, ""), Outcome(0, "Write byte number error !\n", "", {}));
+    for (const int32_t length : {-1, std::numeric_limits<int32_t>::min()}) {
+        EXPECT_EQ(outcomeOf([=] { return UARTSendBuffer(0, bytesOf("abc"), length); }).journal,
+                  Journal{});
+    }
 }
 
 // The descriptors start at zero. The daemon never does this.
 TEST(Uart, SendingOnPort1BeforeItIsOpenedWritesToDescriptor0)
 {
-    lineTakes(0);
-    Console console;
-    const int32_t result = UARTSendBuffer(1, bytesOf("hello"), 5);
-    console.end();
-    EXPECT_EQ(journal, Journal{"write 0 5"});
-    EXPECT_EQ(console.out, "uart1 write data error len=0, size=5\n");
-    EXPECT_EQ(result, lengthOf(console.out));
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    dup2(ends[1], 0);
+    EXPECT_EQ(outcomeOfSending(1, "hello"), Outcome(5, "", "", {}));
+    char text[] = ".....";
+    EXPECT_EQ(read(ends[0], text, 5), 5);
+    EXPECT_STREQ(text, "hello");
+    dup2(ends[0], 0); // which takes nothing
+    EXPECT_EQ(outcomeOfSending(1, "hello"), printing("uart1 write data error len=0, size=5\n"));
 }
 
-// Bench tests ------------------------------------------------------------------------------------
+// Bench routines ---------------------------------------------------------------------------------
 
 TEST(Uart, TransmitTestSendsHelloEverySecond)
 {
-    fd[0] = 70;
-    lineTakes(1000);
-    sleepsLeft = 3;
-    Console console;
-    EXPECT_THROW(UART_test_tx(), LoopLeft);
-    console.end();
-    EXPECT_EQ(sent, "hello hello hello ");
-    EXPECT_EQ(journal,
-              (Journal{"write 70 6", "sleep 1", "write 70 6", "sleep 1", "write 70 6", "sleep 1"}));
-    EXPECT_EQ(console.out + console.err, "");
-}
-
-// One answer for each read; what the test printed.
-std::string runReceiveTest(const std::vector<std::string> &answers)
-{
-    fd[0] = 70;
-    onRead = [&answers, at = size_t{0}](void *buffer, size_t length) mutable -> ssize_t {
-        const std::string &answer = answers[at++];
-        EXPECT_LE(answer.size(), length);
-        std::memcpy(buffer, answer.data(), answer.size());
-        return static_cast<ssize_t>(answer.size());
-    };
-    sleepsLeft = static_cast<uint32_t>(answers.size());
-    Console console;
-    EXPECT_THROW(UART_test_rx(), LoopLeft);
-    console.end();
-    EXPECT_EQ(console.err, "");
-    return console.out;
+    fd[0] = kLine;
+    EXPECT_EQ(
+        outcomeOfLoop(UART_test_tx, 3),
+        Outcome(0, "", "", {"write 6", "sleep 1", "write 6", "sleep 1", "write 6", "sleep 1"}));
+    EXPECT_EQ(line.sent, "hello hello hello ");
 }
 
 TEST(Uart, ReceiveTestPrintsWhatCameAndLooksEverySecond)
 {
-    EXPECT_EQ(runReceiveTest({"a longer first text", "short", ""}),
-              "a longer first textshortno thing\n");
-    EXPECT_EQ(journal, (Journal{"read 70 20479", "sleep 1", "read 70 20479", "sleep 1",
-                                "read 70 20479", "sleep 1"}));
-}
-
-TEST(Uart, ReceiveTestSaysNoThingOnAnErrorToo)
-{
-    onRead = [](void *, size_t) -> ssize_t {
-        errno = EIO;
-        return -1;
-    };
-    sleepsLeft = 2;
-    Console console;
-    EXPECT_THROW(UART_test_rx(), LoopLeft);
-    console.end();
-    EXPECT_EQ(console.out, "no thing\nno thing\n");
-}
-
-TEST(Uart, ReceiveTestPrintsDataAndNeverTakesItForAFormat)
-{
-    EXPECT_EQ(runReceiveTest({"%n", "%s", "%d%%", "\n"}), "%n%s%d%%\n");
-}
-
-TEST(Uart, ReceiveTestEndsALongestTextInsideItsBuffer)
-{
-    const std::string full(20479, 'y');
-    EXPECT_TRUE(runReceiveTest({full, "z"}) == full + "z");
+    fd[0] = kLine;
+    const std::string full(20479, 'y'); // closed by a zero inside the buffer
+    line.arrivals = {"a longer first text",
+                     "short",
+                     "",
+                     std::nullopt,
+                     full,
+                     "z",
+                     "%n",
+                     "%s",
+                     "%d%%",
+                     "\n"}; // data is no format
+    Journal journal;
+    for (int i = 0; i < 10; ++i) {
+        journal.insert(journal.end(), {"read 20479", "sleep 1"});
+    }
+    EXPECT_EQ(outcomeOfLoop(UART_test_rx, 10),
+              Outcome(0, "a longer first textshortno thing\nno thing\n" + full + "z%n%s%d%%\n", "",
+                      journal));
 }
 
 } // namespace
