@@ -54,6 +54,9 @@ template <typename Record> void fill(Record *record, const Bytes &bytes)
     std::memcpy(record, bytes.data(), sizeof *record);
 }
 
+// Alike, or the first offsets that differ.
+testing::AssertionResult areBytes(const Bytes &actual, const Bytes &expected);
+
 // What an operation returns and prints.
 using Outcome = std::pair<int64_t, std::string>;
 template <typename Operation> Outcome outcomeOf(Operation operation)
@@ -90,7 +93,7 @@ void expectLoad(Operation load, Record *record, const std::string &file, const L
     auto files = filesIn();
     fill(record, row.before);
     EXPECT_EQ(printedBy(load), row.prints);
-    EXPECT_EQ(bytesOf(record), row.after);
+    EXPECT_TRUE(areBytes(bytesOf(record), row.after));
     if (row.saved) {
         files[file] = *row.saved;
     }
@@ -128,9 +131,6 @@ Bytes ownBytes(size_t size, uint32_t seed);
 // What a reset makes of the user setting record, by the two images of a first start in `directory`:
 // the bytes in which they differ have no default. The preview gets those of the program view.
 Bytes resetOver(const Bytes &record, const std::string &directory);
-
-// Alike, or the first offsets that differ.
-testing::AssertionResult areBytes(const Bytes &actual, const Bytes &expected);
 
 // A record's expected bytes. Values are little-endian and stand one after the other from `at` on.
 class Image {
