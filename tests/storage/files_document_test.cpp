@@ -9,8 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <ostream>
 #include <set>
@@ -31,12 +29,11 @@
 #include "storage/load_all.h"
 #include "tests/support/clock.h"
 #include "tests/support/console.h"
+#include "tests/support/setting_bytes.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
-using Bytes = std::string;
 
 struct Field {
     size_t offset;
@@ -48,13 +45,6 @@ struct Field {
 std::ostream &operator<<(std::ostream &out, const Field &field)
 {
     return out << field.offset << ' ' << field.type << ' ' << field.name;
-}
-
-std::string textOf(const std::string &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    EXPECT_TRUE(file.good()) << path;
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 // The records -------------------------------------------------------------------------------------
@@ -189,7 +179,7 @@ size_t bytesIn(const std::string &text)
 Document readDocument()
 {
     Document document;
-    std::istringstream lines(textOf(FILES_DOCUMENT));
+    std::istringstream lines(contentOf(FILES_DOCUMENT));
     std::string chapter;
     std::string structure; // the one that was named last
     for (std::string line; std::getline(lines, line);) {
@@ -274,163 +264,101 @@ TEST(FilesDocument, ListsTheFilesWithTheirLengths)
 
 constexpr char kOld = '\xA5'; // what every byte held before a reset
 
-// The bytes that pairs of hexadecimal digits stand for, `count` times.
-Bytes hex(const std::string &text, size_t count = 1)
+// Timings after a reset: of an input, with format 76, and of an output, with format 10.
+const Bytes kTiming76 = hex("4c 00 30 11 ca 08 80 01 52 00 00 0f 70 08 58 00 0a 00 00 00 3c a5");
+const Bytes kTiming10 = hex("0a 00 98 08 65 04 c0 00 29 00 80 07 38 04 2c 00 05 00 00"
+                            "  a5 a5 a5 a5 a5 e8 03 00 00");
+
+Bytes times(size_t count, const Bytes &bytes)
 {
-    Bytes bytes;
+    Bytes all;
     for (; count > 0; --count) {
-        std::istringstream pairs(text);
-        for (std::string pair; pairs >> pair;) {
-            bytes += static_cast<char>(std::stoi(pair, nullptr, 16));
-        }
+        all += bytes;
     }
-    return bytes;
+    return all;
 }
 
-// What the last column says in words, and what that means for the entry that the test looks at: the
-// bytes of the field or, of some records, of its beginning.
+// The fields whose last column has words, and what they mean for the entry that the test looks at:
+// the bytes of the field or, of some records, of its beginning.
 struct Words {
     std::string text;
     Bytes bytes;
 };
 
-using FieldName = std::pair<std::string, std::string>; // struct and field
-
-const std::map<FieldName, Words> &wordedDefaults()
+const std::map<std::string, Words> &wordedDefaults()
 {
-    static const std::string timing76 =
-        "4c 00 30 11 ca 08 80 01 52 00 00 0f 70 08 58 00 0a 00 00 00 3c a5";
-    static const std::string timing10 = "0a 00 98 08 65 04 c0 00 29 00 80 07 38 04 2c 00 05 00 00"
-                                        " a5 a5 a5 a5 a5 e8 03 00 00";
-    static const std::string resolution = "80 07 00 00 38 04 00 00 3c 00 00 00 00 a5 a5 a5";
-    static const std::string preInput0 =
-        "00 00 00 a5 00 00 00 00 00 0f 70 08 00 00 00 00 80 07 38 04"
-        " 80 01 32 32 32 32 32 32 32 1a 1a 1a 32 00 00 a5";
-    static const std::string container = "64 00 00 00 00 00 a5 a5 00 0f 00 00 70 08 00 00"
-                                         " 00 02 02 00 00 a5 e8 03 00 00 00 01 00 14 a5 a5";
-    static const std::string layer0 =
-        "00 00 00 00 00 00 00 00 00 0f 70 08 00 00 00 00 80 07 38 04 00 00 00 32 32 32";
-    static const std::string rs1Halves = "00 00 00 00 00 a5 00 00 00 00 00 a5"
-                                         " 00 00 00 00 00 a5 00 00 00 00 00 00";
-    static const std::map<FieldName, Words> all = {
-        {{"UserPref", "language"}, {"stays if 0 or 1, else 0", hex("00")}},
-        {{"UserPref", "loadFadeInOutOff"}, {"stays if 0 or 1, else 1", hex("01")}},
+    static const Bytes layer0 =
+        hex("00 00 00 00 00 00 00 00 00 0f 70 08 00 00 00 00 80 07 38 04 00 00 00 32 32 32");
+    static const Bytes resolution = hex("80 07 00 00 38 04 00 00 3c 00 00 00 00 a5 a5 a5");
+    static const Bytes positions = [] {
+        Bytes bytes;
+        for (uint32_t layer = 0; layer < 96; ++layer) {
+            bytes += oneByte(95 - layer);
+        }
+        return bytes;
+    }();
+    static const std::map<std::string, Words> all = {
+        // clang-format off
+        {"UserPref.language", {"stays if 0 or 1, else 0", hex("00")}},
+        {"UserPref.loadFadeInOutOff", {"stays if 0 or 1, else 1", hex("01")}},
 
-        {{"UserSetting", "inputEnable"},
-         {"1 for inputs 0 to 23; 24 and 25 stay", hex("01", 24) + hex("a5 a5")}},
-        {{"UserSetting", "inputTiming"},
-         {"format 76 for inputs 0 to 23; 24 and 25 stay", hex(timing76, 24) + hex("a5", 44)}},
-        {{"UserSetting", "preInput"}, {"see `PreInput`", hex(preInput0)}},
-        {{"UserSetting", "inputColorKey"}, {"see `ColorKey`", hex("00 01 00 00 d0 d0 d0", 26)}},
-        {{"UserSetting", "outputTiming"}, {"format 10", hex(timing10, 6)}},
-        {{"UserSetting", "outputResolution"}, {"1920 × 1080 at 60 Hz", hex(resolution, 6)}},
-        {{"UserSetting", "rs1Outputs"},
-         {"see `Rs1Output`", hex("00 00 00 00 00 00 00 00 00 00 00 00 00 a5", 24)}},
-        {{"UserSetting", "containers"}, {"see `Container`", hex(container, 24)}},
-        {{"UserSetting", "groupAreas"},
-         {"see `GroupArea`",
-          hex("ff a5 a5 a5 a5 a5 a5 a5 a5 a5 a5 a5 a5 a5 a5 a5 a5 a5 a5 a5", 24)}},
-        {{"UserSetting", "customResolution"}, {"1920 × 1080 at 60 Hz", hex(resolution)}},
-        {{"UserSetting", "preview"},
-         {"a copy of `program`; see `ViewSetting`", hex("00") + hex("a5", 15) + hex(layer0)}},
-        {{"UserSetting", "program"}, {"see `ViewSetting`", hex("a5", 16) + hex(layer0)}},
+        {"UserSetting.inputEnable", {"1 for inputs 0 to 23; 24 and 25 stay",
+                                     Bytes(24, '\1') + hex("a5 a5")}},
+        {"UserSetting.inputTiming", {"format 76 for inputs 0 to 23; 24 and 25 stay",
+                                     times(24, kTiming76) + Bytes(44, kOld)}},
+        {"UserSetting.outputTiming", {"format 10", times(6, kTiming10)}},
+        {"UserSetting.outputResolution", {"1920 × 1080 at 60 Hz", times(6, resolution)}},
+        {"UserSetting.customResolution", {"1920 × 1080 at 60 Hz", resolution}},
+        {"UserSetting.preview", {"a copy of `program`; see `ViewSetting`",
+                                 '\0' + Bytes(15, kOld) + layer0}},
 
         // Of input 3.
-        {{"InputTiming", "syncPolarity"}, {"of the format", hex("00")}},
-        {{"InputTiming", "hTotal"}, {"of the format", hex("30 11")}},
-        {{"InputTiming", "vTotal"}, {"of the format", hex("ca 08")}},
-        {{"InputTiming", "hStart"}, {"of the format", hex("80 01")}},
-        {{"InputTiming", "vStart"}, {"of the format", hex("52 00")}},
-        {{"InputTiming", "hActive"}, {"of the format", hex("00 0f")}},
-        {{"InputTiming", "vActive"}, {"of the format", hex("70 08")}},
-        {{"InputTiming", "hSyncWidth"}, {"of the format", hex("58 00")}},
-        {{"InputTiming", "vSyncWidth"}, {"of the format", hex("0a 00")}},
-        {{"InputTiming", "vFreq"}, {"of the format", hex("3c")}},
-        {{"PreInput", "group"}, {"input number modulo 4", hex("03")}},
-        {{"PreInput", "sourceWidth"},
-         {"active width of the input; 3840 for inputs 24 and 25", hex("00 0f")}},
-        {{"PreInput", "sourceHeight"},
-         {"active height of the input; 2160 for inputs 24 and 25", hex("70 08")}},
-        {{"PreInput", "targetWidth"}, {"1920; 3840 for inputs 24 and 25", hex("80 07")}},
-        {{"PreInput", "targetHeight"}, {"1080; 2160 for inputs 24 and 25", hex("38 04")}},
-        {{"PreInput", "groupBit"}, {"by the group", hex("08")}},
+        {"PreInput.group", {"input number modulo 4", hex("03")}},
+        {"PreInput.sourceWidth", {"active width of the input; 3840 for inputs 24 and 25",
+                                  hex("00 0f")}},
+        {"PreInput.sourceHeight", {"active height of the input; 2160 for inputs 24 and 25",
+                                   hex("70 08")}},
+        {"PreInput.targetWidth", {"1920; 3840 for inputs 24 and 25", hex("80 07")}},
+        {"PreInput.targetHeight", {"1080; 2160 for inputs 24 and 25", hex("38 04")}},
+        {"PreInput.groupBit", {"by the group", hex("08")}},
 
-        {{"OutputTiming", "syncPolarity"}, {"of the format", hex("00")}},
-        {{"OutputTiming", "hTotal"}, {"of the format", hex("98 08")}},
-        {{"OutputTiming", "vTotal"}, {"of the format", hex("65 04")}},
-        {{"OutputTiming", "hStart"}, {"of the format", hex("c0 00")}},
-        {{"OutputTiming", "vStart"}, {"of the format", hex("29 00")}},
-        {{"OutputTiming", "hActive"}, {"of the format", hex("80 07")}},
-        {{"OutputTiming", "vActive"}, {"of the format", hex("38 04")}},
-        {{"OutputTiming", "hSyncWidth"}, {"of the format", hex("2c 00")}},
-        {{"OutputTiming", "vSyncWidth"}, {"of the format", hex("05 00")}},
-
-        {{"ViewSetting", "viewByte0"}, {"stays; 0 in `preview`", hex("a5")}},
-        {{"ViewSetting", "layers"}, {"see `Layer`", hex(layer0)}},
-        {{"ViewSetting", "layerAlphaPos"},
-         {"95 for layer 0, one less for each further layer",
-          hex("5f 5e 5d 5c 5b 5a 59 58 57 56 55 54 53 52 51 50 4f 4e 4d 4c 4b 4a 49 48"
-              " 47 46 45 44 43 42 41 40 3f 3e 3d 3c 3b 3a 39 38 37 36 35 34 33 32 31 30"
-              " 2f 2e 2d 2c 2b 2a 29 28 27 26 25 24 23 22 21 20 1f 1e 1d 1c 1b 1a 19 18"
-              " 17 16 15 14 13 12 11 10 0f 0e 0d 0c 0b 0a 09 08 07 06 05 04 03 02 01 00")}},
-        {{"ViewSetting", "other"},
-         {"see `OtherSetting`", hex("00 01 00 00 80 06 b8 03 01") + hex("00", 29)}},
-        {{"ViewSetting", "viewNumber"}, {"1; 0 in `preview`", hex("01")}},
-        {{"ViewSetting", "rs1"}, {"stays; in `preview` see `Rs1Setting`", hex("a5", 864)}},
-        {{"ViewSetting", "containers"},
-         {"see `ContainerOther`", hex("00 01 00 a5 80 06 b8 03 01 00 00 00 00 00 00 01", 24)}},
-        {{"ViewSetting", "identification"}, {"stays; 0x29215679 in `preview`", hex("a5 a5 a5 a5")}},
+        {"ViewSetting.viewByte0", {"stays; 0 in `preview`", hex("a5")}},
+        {"ViewSetting.layerAlphaPos", {"95 for layer 0, one less for each further layer",
+                                       positions}},
+        {"ViewSetting.viewNumber", {"1; 0 in `preview`", hex("01")}},
+        {"ViewSetting.rs1", {"stays; in `preview` see `Rs1Setting`", Bytes(864, kOld)}},
+        {"ViewSetting.identification", {"stays; 0x29215679 in `preview`", hex("a5 a5 a5 a5")}},
 
         // Of layer 95.
-        {{"Layer", "inputPort"}, {"layer number modulo 24", hex("17")}},
-        {{"Layer", "sourceWidth"}, {"active width of the input", hex("00 0f")}},
-        {{"Layer", "sourceHeight"}, {"active height of the input", hex("70 08")}},
-        {{"Layer", "windowWidth"}, {"active width of output 0", hex("80 07")}},
-        {{"Layer", "windowHeight"}, {"active height of output 0", hex("38 04")}},
+        {"Layer.inputPort", {"layer number modulo 24", hex("17")}},
+        {"Layer.sourceWidth", {"active width of the input", hex("00 0f")}},
+        {"Layer.sourceHeight", {"active height of the input", hex("70 08")}},
+        {"Layer.windowWidth", {"active width of output 0", hex("80 07")}},
+        {"Layer.windowHeight", {"active height of output 0", hex("38 04")}},
 
-        {{"OtherSetting", "settingWord4"}, {"active width of output 0, less 256", hex("80 06")}},
-        {{"OtherSetting", "settingWord6"}, {"active height of output 0, less 128", hex("b8 03")}},
-        {{"ContainerOther", "settingWord4"}, {"active width of output 0, less 256", hex("80 06")}},
-        {{"ContainerOther", "settingWord6"}, {"active height of output 0, less 128", hex("b8 03")}},
+        {"OtherSetting.settingWord4", {"active width of output 0, less 256", hex("80 06")}},
+        {"OtherSetting.settingWord6", {"active height of output 0, less 128", hex("b8 03")}},
+        {"ContainerOther.settingWord4", {"active width of output 0, less 256", hex("80 06")}},
+        {"ContainerOther.settingWord6", {"active height of output 0, less 128", hex("b8 03")}},
 
-        {{"Rs1Setting", "first"},
-         {"see `Rs1First`", hex("00 00 00 00 00 00 00 00 00 00 ff a5", 24)}},
-        {{"Rs1Setting", "second"}, {"see `Rs1Second`", hex(rs1Halves, 6)}},
-        {{"Rs1Setting", "third"},
-         {"see `Rs1Third`", hex("00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 a5", 24)}},
-        {{"Rs1Second", "halves"}, {"see `Rs1Half`", hex(rs1Halves)}},
-        {{"Rs1Half", "byte11"}, {"stays; 0 in the second half", hex("a5")}},
+        {"Rs1Half.byte11", {"stays; 0 in the second half", hex("a5")}},
+        // clang-format on
     };
     return all;
 }
 
-// A number of the document, which must fit into `width` bytes.
-Bytes numberBytes(const std::string &text, size_t width)
-{
-    char *end = nullptr;
-    const unsigned long long number = std::strtoull(text.c_str(), &end, 0);
-    const bool isWhole = !text.empty() && isNumber(text.substr(0, 1)) && *end == '\0';
-    EXPECT_TRUE(isWhole) << '"' << text << "\" is no number";
-    EXPECT_LT(number, 1ULL << 8 * width) << '"' << text << '"';
-    return {reinterpret_cast<const char *>(&number), width};
-}
-
-std::vector<std::string> split(const std::string &text, const std::string &separator)
-{
-    std::vector<std::string> parts;
-    size_t from = 0;
-    for (size_t to = 0; (to = text.find(separator, from)) != std::string::npos;) {
-        parts.push_back(text.substr(from, to - from));
-        from = to + separator.size();
-    }
-    parts.push_back(text.substr(from));
-    return parts;
-}
-
 // What the last column announces where no words are expected: bytes, `kOld` for those that stay.
-Bytes announced(const Field &field, const std::string &text, const Records &records)
+Bytes announced(const std::string &record, const Field &field, const std::string &text,
+                const Records &records)
 {
     const size_t size = sizeOf(field.type, records);
+    const std::string element = field.type.substr(0, field.type.find('['));
+    if (text == "see `" + element + '`' && records.count(element) != 0) {
+        return ""; // the table of that record says it
+    }
+    if (text == "of the format") {
+        return (record == "InputTiming" ? kTiming76 : kTiming10).substr(field.offset, size);
+    }
     if (text == "stays") {
         return Bytes(size, kOld);
     }
@@ -438,72 +366,67 @@ Bytes announced(const Field &field, const std::string &text, const Records &reco
         return Bytes(size, '\0');
     }
     // "1, 0x32, 0", or addresses
-    const size_t width = sizeOf(field.type.substr(0, field.type.find('[')), records);
-    if (width > sizeof(uint32_t)) {
-        ADD_FAILURE() << "these words are not expected here";
-        return {};
-    }
+    const size_t width = sizeOf(element, records);
+    std::string numbers = text;
+    std::replace(numbers.begin(), numbers.end(), '.', ' ');
+    std::replace(numbers.begin(), numbers.end(), ',', ' ');
+    std::istringstream words(numbers);
     Bytes bytes;
-    for (const std::string &value : split(text, ", ")) {
-        const std::vector<std::string> parts = split(value, ".");
-        EXPECT_TRUE(parts.size() == 1 || (parts.size() == 4 && width == 1)) << value;
-        for (const std::string &part : parts) {
-            bytes += numberBytes(part, width);
-        }
+    for (std::string word; words >> word;) {
+        char *end = nullptr;
+        const unsigned long long number = std::strtoull(word.c_str(), &end, 0);
+        EXPECT_TRUE(isNumber(word.substr(0, 1)) && *end == '\0') << word << " is no number";
+        EXPECT_TRUE(width <= 4 && number < 1ULL << 8 * width) << word;
+        bytes += littleEndian(static_cast<uint32_t>(number), width);
     }
     EXPECT_EQ(bytes.size(), size) << field << ": " << text;
     return bytes;
 }
 
-template <typename Record> Bytes bytesOf(const Record &record)
-{
-    return {reinterpret_cast<const char *>(&record), sizeof record};
-}
-
 // Every record, reset over bytes that are all `kOld`.
 UserSetting &resetRecords()
 {
+    const auto overwrite = [](auto *record) { fill(record, Bytes(sizeof *record, kOld)); };
     malloc_saveView();
-    UserSetting &setting = *GetUserSetting();
-    std::memset(static_cast<void *>(&setting), kOld, sizeof setting);
-    std::memset(static_cast<void *>(getUserPref()), kOld, sizeof(UserPref));
-    std::memset(static_cast<void *>(getDeviceInfo()), kOld, sizeof(DeviceInfo));
-    std::memset(static_cast<void *>(GetTimeControl()), kOld, sizeof(TimeControl));
-    std::memset(static_cast<void *>(getWorkTimeList()), kOld, sizeof(WorkTimeList));
+    overwrite(GetUserSetting());
+    overwrite(getUserPref());
+    overwrite(getDeviceInfo());
+    overwrite(GetTimeControl());
+    overwrite(getWorkTimeList());
     ResetUserSettingSave();
     resetUserPref();
     resetDeviceInfo();
     resetTimeControl();
     resetWorkTimeList();
-    return setting;
+    return *GetUserSetting();
 }
 
 TEST(FilesDocument, AnnouncesTheDefaults)
 {
     const UserSetting &setting = resetRecords();
     const std::map<std::string, Bytes> after = {
-        {"UserPref", bytesOf(*getUserPref())},
-        {"DeviceInfo", bytesOf(*getDeviceInfo())},
-        {"TimeControl", bytesOf(*GetTimeControl())},
-        {"WorkTimeList", bytesOf(*getWorkTimeList())},
-        {"UserSetting", bytesOf(setting)},
-        {"InputTiming", bytesOf(setting.inputTiming[3])},
-        {"PreInput", bytesOf(setting.preInput[3])},
-        {"ColorKey", bytesOf(setting.inputColorKey[25])},
-        {"OutputTiming", bytesOf(setting.outputTiming[5])},
-        {"Resolution", bytesOf(setting.outputResolution[5])},
-        {"Rs1Output", bytesOf(setting.rs1Outputs[23])},
-        {"Container", bytesOf(setting.containers[23])},
-        {"GroupArea", bytesOf(setting.groupAreas[23])},
-        {"ViewSetting", bytesOf(setting.program)},
-        {"Layer", bytesOf(setting.program.layers[95])},
-        {"OtherSetting", bytesOf(setting.program.other)},
-        {"ContainerOther", bytesOf(setting.program.containers[23])},
-        {"Rs1Setting", bytesOf(setting.preview.rs1)},
-        {"Rs1First", bytesOf(setting.preview.rs1.first[23])},
-        {"Rs1Second", bytesOf(setting.preview.rs1.second[5])},
-        {"Rs1Half", bytesOf(setting.preview.rs1.second[5].halves[0])},
-        {"Rs1Third", bytesOf(setting.preview.rs1.third[23])},
+        {"UserPref", bytesOf(getUserPref())},
+        {"DeviceInfo", bytesOf(getDeviceInfo())},
+        {"TimeControl", bytesOf(GetTimeControl())},
+        {"WorkTimeList", bytesOf(getWorkTimeList())},
+        {"UserSetting", bytesOf(&setting)},
+        {"InputTiming", bytesOf(&setting.inputTiming[3])},
+        {"PreInput", bytesOf(&setting.preInput[3])},
+        {"ColorKey", bytesOf(&setting.inputColorKey[25])},
+        {"OutputTiming", bytesOf(&setting.outputTiming[5])},
+        {"Resolution", bytesOf(&setting.outputResolution[5])},
+        {"Rs1Output", bytesOf(&setting.rs1Outputs[23])},
+        {"Container", bytesOf(&setting.containers[23])},
+        {"GroupArea", bytesOf(&setting.groupAreas[23])},
+        {"ViewSetting", bytesOf(&setting.program)},
+        {"Layer", bytesOf(&setting.program.layers[95])},
+        {"OtherSetting", bytesOf(&setting.program.other)},
+        {"ContainerOther", bytesOf(&setting.program.containers[23])},
+        {"Rs1Setting", bytesOf(&setting.preview.rs1)},
+        {"Rs1First", bytesOf(&setting.preview.rs1.first[23])},
+        {"Rs1Second", bytesOf(&setting.preview.rs1.second[5])},
+        {"Rs1Half", bytesOf(&setting.preview.rs1.second[5].halves[0])},
+        {"Rs1Third", bytesOf(&setting.preview.rs1.third[23])},
     };
     const Records records = readRecords();
     const Document document = readDocument();
@@ -515,15 +438,12 @@ TEST(FilesDocument, AnnouncesTheDefaults)
             const Field &field = table.fields[i];
             const std::string &text = table.defaults[i];
             SCOPED_TRACE(testing::Message() << name << ": " << field << ": " << text);
-            const auto words = wordedDefaults().find({name, field.name});
-            Bytes bytes;
-            if (words == wordedDefaults().end()) {
-                bytes = announced(field, text, records);
-            } else {
-                EXPECT_EQ(text, words->second.text);
-                bytes = words->second.bytes;
-                ++worded;
-            }
+            const auto words = wordedDefaults().find(name + '.' + field.name);
+            const bool isWorded = words != wordedDefaults().end();
+            EXPECT_EQ(text, isWorded ? words->second.text : text);
+            worded += isWorded ? 1 : 0;
+            const Bytes bytes =
+                isWorded ? words->second.bytes : announced(name, field, text, records);
             ASSERT_LE(bytes.size(), sizeOf(field.type, records));
             EXPECT_EQ(after.at(name).substr(field.offset, bytes.size()), bytes);
         }
@@ -540,7 +460,7 @@ TEST(FilesDocument, AnnouncesTheDefaultsOfSomeEntries)
     for (const uint32_t input : {24u, 25u}) {
         SCOPED_TRACE(input);
         EXPECT_EQ(setting.inputEnable[input], 0xA5);
-        EXPECT_EQ(bytesOf(setting.inputTiming[input]), Bytes(sizeof(InputTiming), kOld));
+        EXPECT_EQ(bytesOf(&setting.inputTiming[input]), Bytes(sizeof(InputTiming), kOld));
         EXPECT_EQ(setting.preInput[input].sourceWidth, 3840);
         EXPECT_EQ(setting.preInput[input].sourceHeight, 2160);
         EXPECT_EQ(setting.preInput[input].targetWidth, 3840);
@@ -566,14 +486,14 @@ TEST(FilesDocument, AnnouncesThePreviewAsACopyOfTheProgramButForWhatIsSaid)
     EXPECT_EQ(setting.preview.viewByte0, 0);
     EXPECT_EQ(setting.preview.viewNumber, 0);
     EXPECT_EQ(setting.preview.identification, 0x29215679u);
-    EXPECT_EQ(bytesOf(setting.preview.rs1).substr(0, 12),
+    EXPECT_EQ(bytesOf(&setting.preview.rs1).substr(0, 12),
               hex("00 00 00 00 00 00 00 00 00 00 ff a5"));
     ViewSetting copy = setting.program;
     copy.viewByte0 = setting.preview.viewByte0;
     copy.viewNumber = setting.preview.viewNumber;
     copy.rs1 = setting.preview.rs1;
     copy.identification = setting.preview.identification;
-    EXPECT_EQ(bytesOf(setting.preview), bytesOf(copy));
+    EXPECT_EQ(bytesOf(&setting.preview), bytesOf(&copy));
 }
 
 TEST(FilesDocument, AnnouncesThatALanguageAndAFadeThatAreValidStay)
@@ -654,7 +574,7 @@ TEST(FilesDocument, ShowsTheBytesOfTheFiles)
     }
     for (const auto &[chapter, dump] : shown) {
         ASSERT_EQ(document.dumps.count(chapter), 1u) << chapter;
-        const std::map<size_t, std::string> lines = hexdump(textOf("/userdata/" + dump.file));
+        const std::map<size_t, std::string> lines = hexdump(contentOf("/userdata/" + dump.file));
         std::set<size_t> addresses;
         for (const std::string &line : document.dumps.at(chapter)) {
             const size_t address = std::stoul(line, nullptr, 16);
