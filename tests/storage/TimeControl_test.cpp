@@ -21,12 +21,15 @@ static_assert(std::is_same_v<decltype(ReadTimeControl(0)), uint32_t>);
 static_assert(std::is_same_v<decltype(WriteTimeControl(0)), int32_t>);
 static_assert(std::is_same_v<decltype(saveTimeControl(0)), int32_t>);
 
+constexpr char kFile[] = "timeCon0.sav";
 constexpr char kPath[] = "/userdata/timeCon0.sav";
 constexpr char kPathOfThree[] = "/userdata/timeCon3.sav";
+constexpr char kReset[] = "Reset Time Control\r\n";
 
+const Bytes kNone(152, '\0');
 const Bytes kTimeControlDefaults = "\xAD\x04\x11\x20" + Bytes(148, '\0');
 
-// A good record of which every byte behind the identification is of its own.
+// A good record of which every byte after the identification is of its own.
 const Bytes kOwn = [] {
     Bytes bytes = "\xAD\x04\x11\x20";
     for (uint32_t i = 4; i < 152; ++i) {
@@ -37,13 +40,10 @@ const Bytes kOwn = [] {
 
 const Bytes kForeign = with(kOwn, 0, "none");
 
+using Files = std::map<std::string, Bytes>;
+
 [[maybe_unused]] const auto *const settingsDirectory =
     testing::AddGlobalTestEnvironment(new SettingsDirectory);
-
-std::string printedByLoading(int slot)
-{
-    return printedBy([&] { loadTimeControl(slot); });
-}
 
 Bytes record()
 {
@@ -52,95 +52,45 @@ Bytes record()
 
 TEST(TimeControl, IsZeroBeforeItIsLoaded)
 {
-    EXPECT_EQ(record(), Bytes(152, '\0'));
+    EXPECT_EQ(record(), kNone);
 }
 
-TEST(TimeControl, AMissingFileIsReplacedByTheDefaults)
+// The two bytes after the entries are no entries. What is in memory is judged. The slot does not
+// count: the file of slot 0 is read and written.
+TEST(TimeControl, LoadingReadsTheFileOfSlotZeroAndWritesItAfterAReset)
 {
-    EXPECT_EQ(printedByLoading(0), "open file /userdata/timeCon0.sav error\n"
-                                   "Reset Time Control\r\n");
-    EXPECT_EQ(record(), kTimeControlDefaults);
-    EXPECT_EQ(filesIn(), (std::map<std::string, Bytes>{{"timeCon0.sav", kTimeControlDefaults}}));
-}
-
-TEST(TimeControl, AGoodFileIsTheRecordAndIsNotWritten)
-{
-    put(kPath, kOwn + "behind");
-    EXPECT_EQ(printedByLoading(0),
-              "read file timeCon0.sav size error: fileSize=158, readSize=152\r\n");
-    EXPECT_EQ(record(), kOwn);
-    EXPECT_EQ(contentOf(kPath), kOwn + "behind");
-    put(kPath, kTimeControlDefaults);
-    EXPECT_EQ(printedByLoading(0), "");
-    EXPECT_EQ(record(), kTimeControlDefaults);
-    EXPECT_EQ(GetTimeControl()->identification, 0x201104ADu);
+    const Bytes foreignReset = kTimeControlDefaults.substr(0, 150) + kForeign.substr(150);
+    const Load rows[] = {
+        // clang-format off
+        {"missing file", kNone, {}, notOpened(kFile) + kReset, kTimeControlDefaults,
+         kTimeControlDefaults},
+        {"good file, longer", kNone, kOwn + "beyond", tooLong(kFile, 158, 152), kOwn, {}},
+        {"good file", kOwn, kTimeControlDefaults, "", kTimeControlDefaults, {}},
+        {"foreign file", kNone, kForeign, kReset, foreignReset, foreignReset},
+        {"short file", Bytes(152, '\x5A'), kOwn.substr(0, 10), "",
+         kOwn.substr(0, 10) + Bytes(142, '\x5A'), {}},
+        {"three bytes", kNone, kOwn.substr(0, 3), kReset, kTimeControlDefaults,
+         kTimeControlDefaults},
+        {"no file over a good record", kOwn, {}, notOpened(kFile), kOwn, {}},
+        // clang-format on
+    };
+    put(kPathOfThree, kForeign);
+    for (const int slot : {0, 3, -1, 200}) {
+        SCOPED_TRACE(slot);
+        for (const Load &row : rows) {
+            expectLoad([&] { loadTimeControl(slot); }, GetTimeControl(), kFile, row);
+        }
+    }
 }
 
 TEST(TimeControl, EveryBitOfTheIdentificationCounts)
 {
     for (uint32_t bit = 0; bit < 32; ++bit) {
-        Bytes file = kOwn;
-        file[bit / 8] = static_cast<char>(file[bit / 8] ^ (1 << bit % 8));
-        put(kPath, file);
-        EXPECT_EQ(printedByLoading(0), "Reset Time Control\r\n") << bit;
+        put(kPath, bitFlipped(kOwn, 0, bit));
+        EXPECT_EQ(printedBy([] { loadTimeControl(0); }), kReset) << bit;
         EXPECT_EQ(record().substr(0, 150), kTimeControlDefaults.substr(0, 150)) << bit;
     }
-}
-
-// The two bytes behind the entries are no entries.
-TEST(TimeControl, AForeignFileIsReplacedByTheDefaultsAndItsPadding)
-{
-    put(kPath, kForeign);
-    EXPECT_EQ(printedByLoading(0), "Reset Time Control\r\n");
-    const Bytes expected = kTimeControlDefaults.substr(0, 150) + kForeign.substr(150);
-    EXPECT_EQ(record(), expected);
-    EXPECT_EQ(contentOf(kPath), expected);
-}
-
-TEST(TimeControl, AShortFileWithTheIdentificationKeepsTheTailThatWasThere)
-{
-    fill(GetTimeControl(), Bytes(152, '\x5A'));
-    put(kPath, kOwn.substr(0, 10));
-    EXPECT_EQ(printedByLoading(0), "");
-    EXPECT_EQ(record(), kOwn.substr(0, 10) + Bytes(142, '\x5A'));
-    EXPECT_EQ(contentOf(kPath), kOwn.substr(0, 10));
-}
-
-TEST(TimeControl, AShortFileOfThreeBytesIsReplaced)
-{
-    put(kPath, kOwn.substr(0, 3));
-    EXPECT_EQ(printedByLoading(0), "Reset Time Control\r\n");
-    EXPECT_EQ(contentOf(kPath), kTimeControlDefaults);
-}
-
-// What is in memory is judged.
-TEST(TimeControl, AGoodRecordStaysWhenTheFileHasGone)
-{
-    fill(GetTimeControl(), kOwn);
-    EXPECT_EQ(printedByLoading(0), "open file /userdata/timeCon0.sav error\n");
-    EXPECT_EQ(record(), kOwn);
-    EXPECT_TRUE(fs::is_empty(kDirectory));
-}
-
-TEST(TimeControl, LoadingSlotThreeReadsTheFileOfSlotZero)
-{
-    put(kPath, kOwn);
-    put(kPathOfThree, kTimeControlDefaults);
-    EXPECT_EQ(printedByLoading(3), "");
-    EXPECT_EQ(record(), kOwn);
-}
-
-TEST(TimeControl, LoadingSlotThreeWritesTheFileOfSlotZeroAfterAReset)
-{
-    put(kPathOfThree, kOwn);
-    for (const int slot : {3, -1, 200}) {
-        fill(GetTimeControl(), Bytes(152, '\0'));
-        fs::remove(kPath);
-        EXPECT_EQ(printedByLoading(slot), "open file /userdata/timeCon0.sav error\n"
-                                          "Reset Time Control\r\n");
-        EXPECT_EQ(filesIn(), (std::map<std::string, Bytes>{{"timeCon0.sav", kTimeControlDefaults},
-                                                           {"timeCon3.sav", kOwn}}));
-    }
+    EXPECT_EQ(GetTimeControl()->identification, 0x201104ADu);
 }
 
 TEST(TimeControl, SavingAnySlotWritesTheFileOfSlotZero)
@@ -148,36 +98,36 @@ TEST(TimeControl, SavingAnySlotWritesTheFileOfSlotZero)
     fill(GetTimeControl(), kOwn);
     for (const int slot : {0, 3, -1, 200}) {
         fs::remove(kPath);
-        EXPECT_EQ(printedBy([&] { EXPECT_EQ(saveTimeControl(slot), 1); }), "");
-        EXPECT_EQ(filesIn(), (std::map<std::string, Bytes>{{"timeCon0.sav", kOwn}})) << slot;
+        EXPECT_EQ(outcomeOf([&] { return saveTimeControl(slot); }), Outcome(1, ""));
+        EXPECT_EQ(filesIn(), (Files{{kFile, kOwn}})) << slot;
     }
 }
 
-TEST(TimeControl, ReadingAndWritingUseTheFileOfTheirSlot)
+TEST(TimeControl, ReadingAndWritingUseTheFileOfTheirSlotAndJudgeNothing)
 {
+    const auto readThree = [] { return ReadTimeControl(3); };
     fill(GetTimeControl(), kForeign);
     put(kPathOfThree, Bytes(1000, 'x'));
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(WriteTimeControl(3), 1); }), "");
-    EXPECT_EQ(filesIn(), (std::map<std::string, Bytes>{{"timeCon3.sav", kForeign}}));
+    EXPECT_EQ(outcomeOf([] { return WriteTimeControl(3); }), Outcome(1, ""));
+    EXPECT_EQ(filesIn(), (Files{{"timeCon3.sav", kForeign}}));
     fill(GetTimeControl(), kOwn);
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(ReadTimeControl(3), 152u); }), "");
+    EXPECT_EQ(outcomeOf(readThree), Outcome(152, ""));
     EXPECT_EQ(record(), kForeign);
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(ReadTimeControl(12), 0u); }),
-              "open file /userdata/timeCon12.sav error\n");
+    EXPECT_EQ(outcomeOf([] { return ReadTimeControl(12); }),
+              Outcome(0, notOpened("timeCon12.sav")));
     EXPECT_EQ(record(), kForeign);
     put(kPathOfThree, kOwn + "x");
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(ReadTimeControl(3), 153u); }),
-              "read file timeCon3.sav size error: fileSize=153, readSize=152\r\n");
+    EXPECT_EQ(outcomeOf(readThree), Outcome(153, tooLong("timeCon3.sav", 153, 152)));
     EXPECT_EQ(record(), kOwn);
     put(kPathOfThree, "abcd");
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(ReadTimeControl(3), 4u); }), "");
+    EXPECT_EQ(outcomeOf(readThree), Outcome(4, ""));
     EXPECT_EQ(record(), with(kOwn, 0, "abcd"));
 }
 
 TEST(TimeControl, ResettingKeepsThePaddingAndSavesNothing)
 {
     fill(GetTimeControl(), Bytes(152, '\xA5'));
-    EXPECT_EQ(printedBy([] { resetTimeControl(); }), "");
+    EXPECT_EQ(printedBy(resetTimeControl), "");
     EXPECT_EQ(record(), kTimeControlDefaults.substr(0, 150) + "\xA5\xA5");
     EXPECT_TRUE(fs::is_empty(kDirectory));
 }
@@ -185,12 +135,8 @@ TEST(TimeControl, ResettingKeepsThePaddingAndSavesNothing)
 TEST(TimeControl, WhatCannotBeSavedIsSaidByTheFileStore)
 {
     fs::remove(kDirectory);
-    const std::string message = "open file /userdata/timeCon0.sav error\n"
-                                "open file timeCon0.sav fail\r\n";
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(saveTimeControl(3), 0); }), message);
-    EXPECT_EQ(printedByLoading(0), "open file /userdata/timeCon0.sav error\n"
-                                   "Reset Time Control\r\n" +
-                                       message);
+    EXPECT_EQ(outcomeOf([] { return saveTimeControl(3); }), Outcome(0, notSaved(kFile)));
+    EXPECT_EQ(printedBy([] { loadTimeControl(0); }), notOpened(kFile) + kReset + notSaved(kFile));
     EXPECT_EQ(record(), kTimeControlDefaults);
 }
 

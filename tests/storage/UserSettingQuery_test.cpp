@@ -17,26 +17,19 @@ namespace {
 
 [[maybe_unused]] const auto *const blocks = testing::AddGlobalTestEnvironment(new Blocks);
 
-const Bytes kRecord = ownBytes(kUserSettingSize, 77);
-
-uint8_t byteAt(const Bytes &bytes, size_t at)
-{
-    return static_cast<uint8_t>(bytes.at(at));
-}
-
-constexpr uint32_t kOutOfRange[] = {96, 97, 127, 255, 256, 0x80000000, 0xFFFFFFFF};
-
 // Sizes ------------------------------------------------------------------------------------------
 
 TEST(UserSettingQuery, OutputActiveSizeIsThatOfOutput0)
 {
-    fill(GetUserSetting(), Image(kRecord).u16(1734, {0xFEDC, 0xBA98}).bytes);
+    const Bytes record = ownBytes(kUserSettingSize, 77);
+    fill(GetUserSetting(), Image(record).u16(1734, {0xFEDC, 0xBA98}).bytes);
     EXPECT_EQ(GetOutHActive(), 0xFEDCu);
     EXPECT_EQ(GetOutVActive(), 0xBA98u);
 }
 
-// A record in which the output group areas have these sizes, and 0xFF in all other bytes.
-void setAreas(const std::vector<std::pair<int32_t, int32_t>> &sizes)
+// A record in which the output group areas have these sizes, 0 if none, and 0xFF in other bytes.
+void expectLargest(const std::vector<std::pair<int32_t, int32_t>> &sizes, uint32_t maxWidth,
+                   uint32_t maxHeight)
 {
     Image record(Bytes(kUserSettingSize, '\xFF'));
     for (size_t n = 0; n < 24; ++n) {
@@ -45,139 +38,103 @@ void setAreas(const std::vector<std::pair<int32_t, int32_t>> &sizes)
         record.u32(3184 + 20 * n + 16, {static_cast<uint32_t>(height)});
     }
     fill(GetUserSetting(), record.bytes);
-}
-
-TEST(UserSettingQuery, LargestAreaIsZeroWhenAllAreZero)
-{
-    setAreas({});
-    EXPECT_EQ(GetOutMaxWidth(), 0u);
-    EXPECT_EQ(GetOutMaxHeight(), 0u);
-}
-
-TEST(UserSettingQuery, LargestAreaIsZeroWhenAllAreNegative)
-{
-    setAreas({24, {-1, INT32_MIN}});
-    EXPECT_EQ(GetOutMaxWidth(), 0u);
-    EXPECT_EQ(GetOutMaxHeight(), 0u);
-    setAreas({24, {INT32_MIN, -1}});
-    EXPECT_EQ(GetOutMaxWidth(), 0u);
-    EXPECT_EQ(GetOutMaxHeight(), 0u);
+    EXPECT_EQ(GetOutMaxWidth(), maxWidth);
+    EXPECT_EQ(GetOutMaxHeight(), maxHeight);
 }
 
 // Unsigned, a negative size would be the largest of all.
-TEST(UserSettingQuery, LargestAreaIsComparedWithItsSign)
+TEST(UserSettingQuery, LargestAreaIsComparedWithItsSignAndNeverBelowZero)
 {
-    setAreas({{-1, INT32_MIN}, {3, 1}, {INT32_MIN, -5}, {2, 4}});
-    EXPECT_EQ(GetOutMaxWidth(), 3u);
-    EXPECT_EQ(GetOutMaxHeight(), 4u);
-    setAreas({{INT32_MIN, 1}, {INT32_MAX, INT32_MAX}, {-1, INT32_MAX - 1}});
-    EXPECT_EQ(GetOutMaxWidth(), 0x7FFFFFFFu);
-    EXPECT_EQ(GetOutMaxHeight(), 0x7FFFFFFFu);
+    expectLargest({}, 0, 0);
+    expectLargest({24, {-1, INT32_MIN}}, 0, 0);
+    expectLargest({24, {INT32_MIN, -1}}, 0, 0);
+    expectLargest({{-1, INT32_MIN}, {3, 1}, {INT32_MIN, -5}, {2, 4}}, 3, 4);
+    expectLargest({{INT32_MIN, 1}, {INT32_MAX, INT32_MAX}, {-1, INT32_MAX - 1}}, 0x7FFFFFFF,
+                  0x7FFFFFFF);
 }
 
 TEST(UserSettingQuery, LargestAreaIsFoundAtEveryPlaceWidthAndHeightApart)
 {
     for (size_t n = 0; n < 24; ++n) {
+        SCOPED_TRACE(n);
         std::vector<std::pair<int32_t, int32_t>> sizes(24, {640, 480});
         sizes[n].first = 641;
         sizes[23 - n].second = 70000;
-        setAreas(sizes);
-        EXPECT_EQ(GetOutMaxWidth(), 641u) << n;
-        EXPECT_EQ(GetOutMaxHeight(), 70000u) << n;
+        expectLargest(sizes, 641, 70000);
     }
 }
 
+void expectPortSize(uint32_t port, const std::string &width, const std::string &height)
+{
+    EXPECT_EQ(std::to_string(getOutputPortWidth(port)), width) << port;
+    EXPECT_EQ(std::to_string(getOutputPortHeight(port)), height) << port;
+}
+
+// Port 152 is of format 38, 1920x1080x60i. Beyond the table is the external input.
 TEST(UserSettingQuery, PortSizeIsThatOfTheFormatWithAQuarterOfItsNumber)
 {
     const TimingTable timings = timingsOf(VIDEO_FORMATS);
     ASSERT_EQ(timings.size(), 124u);
-    for (uint32_t port = 0; port < 4 * 124; ++port) {
-        const auto &row = timings.at(port / 4);
-        EXPECT_EQ(std::to_string(getOutputPortWidth(port)), row.at("width")) << port;
-        EXPECT_EQ(std::to_string(getOutputPortHeight(port)), row.at("height")) << port;
-    }
-}
-
-// Port 152 is of format 38, 1920x1080x60i.
-TEST(UserSettingQuery, PortHeightOfAnInterlacedFormatIsThatOfAFrame)
-{
-    EXPECT_EQ(getOutputPortHeight(152), 1080u);
-}
-
-TEST(UserSettingQuery, PortSizeOfTheExternalInputIsThatOfItsFormat)
-{
     GetUserSetting()->extInputFormat = 1;
-    for (uint32_t port = 500; port < 504; ++port) {
-        EXPECT_EQ(getOutputPortWidth(port), 720u);
-        EXPECT_EQ(getOutputPortHeight(port), 576u);
+    for (uint32_t port = 0; port < 4 * 124; ++port) {
+        expectPortSize(port, timings.at(port / 4).at("width"), timings.at(port / 4).at("height"));
     }
-}
-
-TEST(UserSettingQuery, PortSizeBeyondTheFormatsIs1024x768)
-{
+    expectPortSize(152, "1920", "1080"); // of a frame
+    for (uint32_t port = 500; port < 504; ++port) {
+        expectPortSize(port, "720", "576");
+    }
     for (uint32_t port = 504; port < 1024; ++port) {
-        EXPECT_EQ(getOutputPortWidth(port), 1024u) << port;
-        EXPECT_EQ(getOutputPortHeight(port), 768u) << port;
+        expectPortSize(port, "1024", "768");
     }
 }
 
 // Layers -----------------------------------------------------------------------------------------
 
+// The bytes of a layer, in its view; an alpha is changed there and nowhere else.
 TEST(UserSettingQuery, LayersAreThoseOfTheirView)
 {
-    fill(GetUserSetting(), kRecord);
+    const Bytes record = ownBytes(kUserSettingSize, 77);
+    const auto at = [&](size_t place) { return static_cast<uint8_t>(record.at(place)); };
+    auto *const memory = reinterpret_cast<uint8_t *>(GetUserSetting());
     for (uint32_t n = 0; n < 96; ++n) {
-        EXPECT_EQ(GetLayerInputPort(n), byteAt(kRecord, kProgramAt + 16 + 26 * n)) << n;
-        EXPECT_EQ(GetLayerAlphaPos(n), byteAt(kRecord, kProgramAt + 2512 + n)) << n;
-        EXPECT_EQ(GetLayerAlpha(n), byteAt(kRecord, kProgramAt + 2608 + n)) << n;
-        EXPECT_EQ(GetPreviewLayerAlphaPos(n), byteAt(kRecord, kPreviewAt + 2512 + n)) << n;
-        EXPECT_EQ(GetPreviewLayerAlpha(n), byteAt(kRecord, kPreviewAt + 2608 + n)) << n;
-    }
-}
-
-TEST(UserSettingQuery, PreviewLayersAndPositionsAreHandedOutInPlace)
-{
-    auto *const record = reinterpret_cast<uint8_t *>(GetUserSetting());
-    for (uint32_t n = 0; n < 96; ++n) {
-        EXPECT_EQ(reinterpret_cast<uint8_t *>(GetPreviewLayer(n)), record + 3812 + 16 + 26 * n);
-    }
-    EXPECT_EQ(GetPreviewOutLayerAlpha(), record + 3812 + 2512);
-}
-
-TEST(UserSettingQuery, AlphaIsChangedInItsViewAndNowhereElse)
-{
-    for (uint32_t n = 0; n < 96; ++n) {
+        SCOPED_TRACE(n);
+        fill(GetUserSetting(), record);
+        EXPECT_EQ(GetLayerInputPort(n), at(kProgramAt + 16 + 26 * n));
+        EXPECT_EQ(GetLayerAlphaPos(n), at(kProgramAt + 2512 + n));
+        EXPECT_EQ(GetLayerAlpha(n), at(kProgramAt + 2608 + n));
+        EXPECT_EQ(GetPreviewLayerAlphaPos(n), at(kPreviewAt + 2512 + n));
+        EXPECT_EQ(GetPreviewLayerAlpha(n), at(kPreviewAt + 2608 + n));
+        EXPECT_EQ(reinterpret_cast<uint8_t *>(GetPreviewLayer(n)), memory + 3812 + 16 + 26 * n);
         for (const uint32_t value : {0u, 1u, 128u, 255u}) {
-            const uint8_t alpha = static_cast<uint8_t>(value);
-            fill(GetUserSetting(), kRecord);
+            const auto alpha = static_cast<uint8_t>(value);
+            fill(GetUserSetting(), record);
             SetLayerAlpha(n, alpha);
             EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()),
-                                 Image(kRecord).u8(kProgramAt + 2608 + n, {alpha}).bytes));
-            EXPECT_EQ(GetLayerAlpha(n), alpha);
-
-            fill(GetUserSetting(), kRecord);
+                                 Image(record).u8(kProgramAt + 2608 + n, {alpha}).bytes));
+            fill(GetUserSetting(), record);
             SetPreviewLayerAlpha(n, alpha);
             EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()),
-                                 Image(kRecord).u8(kPreviewAt + 2608 + n, {alpha}).bytes));
-            EXPECT_EQ(GetPreviewLayerAlpha(n), alpha);
+                                 Image(record).u8(kPreviewAt + 2608 + n, {alpha}).bytes));
         }
     }
+    EXPECT_EQ(GetPreviewOutLayerAlpha(), memory + 3812 + 2512);
 }
 
 TEST(UserSettingQuery, LayersOutOfRangeAreZeroAndNotToBeChanged)
 {
     const Bytes record(kUserSettingSize, '\xEE');
     fill(GetUserSetting(), record);
-    for (const uint32_t n : kOutOfRange) {
-        EXPECT_EQ(GetLayerInputPort(n), 0) << n;
-        EXPECT_EQ(GetLayerAlpha(n), 0) << n;
-        EXPECT_EQ(GetLayerAlphaPos(n), 0) << n;
-        EXPECT_EQ(GetPreviewLayer(n), nullptr) << n;
-        EXPECT_EQ(GetPreviewLayerAlpha(n), 0) << n;
-        EXPECT_EQ(GetPreviewLayerAlphaPos(n), 0) << n;
+    for (const uint32_t n : {96u, 97u, 127u, 255u, 256u, 0x80000000u, 0xFFFFFFFFu}) {
+        SCOPED_TRACE(n);
+        EXPECT_EQ(GetLayerInputPort(n), 0);
+        EXPECT_EQ(GetLayerAlpha(n), 0);
+        EXPECT_EQ(GetLayerAlphaPos(n), 0);
+        EXPECT_EQ(GetPreviewLayer(n), nullptr);
+        EXPECT_EQ(GetPreviewLayerAlpha(n), 0);
+        EXPECT_EQ(GetPreviewLayerAlphaPos(n), 0);
         SetLayerAlpha(n, 1);
         SetPreviewLayerAlpha(n, 1);
-        EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), record)) << n;
+        EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), record));
     }
 }
 

@@ -34,48 +34,31 @@ uint32_t number(uint32_t format, const char *column)
 
 // The whole reset --------------------------------------------------------------------------------
 
-Bytes expectedOver(const char *file)
-{
-    return contentOf(std::string(FIRST_START "/") + file);
-}
-
-TEST(UserSettingReset, RecordOfZerosBecomesTheRecordOfAFirstStart)
-{
-    ASSERT_EQ(expectedOver("save0.sav").size(), kUserSettingSize);
-    ResetUserSettingSave();
-    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), expectedOver("save0.sav")));
-}
-
-TEST(UserSettingReset, RecordOfOtherBytesKeepsThoseThatHaveNoDefault)
-{
-    ASSERT_EQ(expectedOver("save0-over-a5.sav").size(), kUserSettingSize);
-    fill(GetUserSetting(), Bytes(kUserSettingSize, '\xA5'));
-    ResetUserSettingSave();
-    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), expectedOver("save0-over-a5.sav")));
-}
-
-// Bytes in which the two images differ have no default. The preview gets those of the program view.
 TEST(UserSettingReset, RecordOfAnyBytesKeepsThoseThatHaveNoDefault)
 {
-    const Bytes overZeros = expectedOver("save0.sav");
-    const Bytes overOthers = expectedOver("save0-over-a5.sav");
-    const Bytes record = ownBytes(kUserSettingSize, 4);
-    Bytes expected = overZeros;
-    for (size_t i = 0; i < kUserSettingSize; ++i) {
-        const bool inPreview = i >= kPreviewAt && i < kPreviewAt + kViewSize;
-        if (overZeros[i] != overOthers[i]) {
-            expected[i] = record[inPreview ? i - kPreviewAt + kProgramAt : i];
-        }
+    const Bytes own = ownBytes(kUserSettingSize, 4);
+    const struct {
+        const char *name;
+        Bytes before, after;
+    } rows[] = {
+        {"zeros", Bytes(kUserSettingSize, '\0'), contentOf(FIRST_START "/save0.sav")},
+        {"0xA5", Bytes(kUserSettingSize, '\xA5'), contentOf(FIRST_START "/save0-over-a5.sav")},
+        {"any bytes", own, resetOver(own, FIRST_START)},
+    };
+    for (const auto &row : rows) {
+        ASSERT_EQ(row.after.size(), kUserSettingSize);
+        fill(GetUserSetting(), row.before);
+        ResetUserSettingSave();
+        EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), row.after)) << row.name;
+        ResetUserSettingSave();
+        EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), row.after)) << row.name << ", again";
     }
-    fill(GetUserSetting(), record);
-    ResetUserSettingSave();
-    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), expected));
-    ResetUserSettingSave();
-    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), expected)) << "by a second reset";
 }
 
 TEST(UserSettingReset, RecordGetsTheTimingsOfItsFormatsAndACentredWindow)
 {
+    const Bytes record = ownBytes(kUserSettingSize, 5);
+    fill(GetUserSetting(), record);
     ResetUserSettingSave();
     Image expected(bytesOf(GetUserSetting()));
     // Format 76, "3840x2160x60", and format 10, "1920x1080x60".
@@ -84,6 +67,15 @@ TEST(UserSettingReset, RecordGetsTheTimingsOfItsFormatsAndACentredWindow)
     expected.u8(1724, {10, 0}).u16(1726, {2200, 1125, 192, 41, 1920, 1080, 44, 5});
     expected.u8(1724 + 18, {0}).u32(1724 + 24, {1000});
     expected.u16(3762, {(1920 - 360) / 2, (1080 - 80) / 2});
+    // Inputs 24 and 25 get no timing and are not enabled.
+    expected.bytes.replace(4 + 24, 2, record, 4 + 24, 2);
+    expected.bytes.replace(30 + 22 * 24, 44, record, 30 + 22 * 24, 44);
+    // The program view's number is the byte after its other settings. Only the preview gets the
+    // identification of a view and an RS1 block.
+    expected.u8(kProgramAt + 2742, {1}).u8(kPreviewAt + 2742, {0}).u8(kPreviewAt + 2744, {0});
+    expected.u32(kPreviewAt + 3992, {0x29215679});
+    expected.bytes.replace(kProgramAt + 2744, 864, record, kProgramAt + 2744, 864);
+    expected.bytes.replace(kProgramAt + 3992, 4, record, kProgramAt + 3992, 4);
     EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), expected.bytes));
 }
 
@@ -95,38 +87,7 @@ TEST(UserSettingReset, FactoryResetFlagAndUserModeMirrorAreZeroRightAfterAReset)
     ResetUserSettingSave();
     EXPECT_EQ(GetUserSetting()->factoryReset, 0);
     EXPECT_EQ(GetUserSetting()->userModeMirror, 0);
-    const Bytes record = bytesOf(GetUserSetting());
-    EXPECT_EQ(record[3712], 0);
-    EXPECT_EQ(record[3713], 0);
-}
-
-TEST(UserSettingReset, Inputs24And25GetNoTimingAndAreNotEnabled)
-{
-    const Bytes record = ownBytes(kUserSettingSize, 5);
-    fill(GetUserSetting(), record);
-    ResetUserSettingSave();
-    const Bytes after = bytesOf(GetUserSetting());
-    EXPECT_TRUE(areBytes(after.substr(4 + 24, 2), record.substr(4 + 24, 2)));
-    EXPECT_TRUE(areBytes(after.substr(30 + 22 * 24, 44), record.substr(30 + 22 * 24, 44)));
-}
-
-// The program view's is the byte behind its other settings.
-TEST(UserSettingReset, ViewNumberIsOneInTheProgramViewAndZeroInThePreview)
-{
-    ResetUserSettingSave();
-    EXPECT_EQ(bytesOf(GetUserSetting())[kProgramAt + 2742], 1);
-    EXPECT_EQ(bytesOf(GetUserSetting())[kPreviewAt + 2742], 0);
-}
-
-TEST(UserSettingReset, OnlyThePreviewGetsTheIdentificationOfAViewAndAnRs1Block)
-{
-    fill(GetUserSetting(), Bytes(kUserSettingSize, '\xA5'));
-    ResetUserSettingSave();
-    const Bytes record = bytesOf(GetUserSetting());
-    EXPECT_TRUE(areBytes(record.substr(kPreviewAt + 3992, 4), "yV!)"));
-    EXPECT_TRUE(areBytes(record.substr(kProgramAt + 3992, 4), Bytes(4, '\xA5')));
-    EXPECT_EQ(record[kPreviewAt + 2744], 0);
-    EXPECT_TRUE(areBytes(record.substr(kProgramAt + 2744, 864), Bytes(864, '\xA5')));
+    EXPECT_EQ(bytesOf(GetUserSetting()).substr(3712, 2), Bytes(2, '\0'));
 }
 
 TEST(UserSettingReset, CurrentViewBecomesViewZeroWithTheContentOfThePreview)
@@ -143,21 +104,16 @@ TEST(UserSettingReset, CurrentViewBecomesViewZeroWithTheContentOfThePreview)
                          bytesOf(GetUserSetting()).substr(kPreviewAt, kViewSize)));
 }
 
-TEST(UserSettingReset, CopyAndSlotBufferAreLeftAlone)
+TEST(UserSettingReset, CopyAndSlotBufferStayAndNothingIsSavedOrPrinted)
 {
     const Bytes copy = Image(ownBytes(kUserSettingSize, 8)).u32(0, {0x2021365C}).bytes;
     const Bytes slotBuffer = ownBytes(kViewSize, 9);
     fill(GetUserSetting_old(), copy);
     fill(GetSaveViewSetting(), slotBuffer);
-    ResetUserSettingSave();
+    fs::create_directory(kDirectory);
+    EXPECT_EQ(printedBy(ResetUserSettingSave), "");
     EXPECT_TRUE(areBytes(bytesOf(GetUserSetting_old()), copy));
     EXPECT_TRUE(areBytes(bytesOf(GetSaveViewSetting()), slotBuffer));
-}
-
-TEST(UserSettingReset, NothingIsSavedAndNothingPrinted)
-{
-    fs::create_directory(kDirectory);
-    EXPECT_EQ(printedBy([] { ResetUserSettingSave(); }), "");
     EXPECT_TRUE(fs::is_empty(kDirectory));
 }
 
@@ -175,46 +131,42 @@ void setTiming(Image &image, size_t at, uint32_t id, uint32_t format, uint32_t v
 }
 
 // Input `n` with the timing of `format` under the number `id`.
-void setInput(Image &image, uint32_t n, uint32_t id, uint32_t format)
+void expectInput(uint32_t n, uint32_t id, uint32_t format, const Image &from = before())
 {
+    SCOPED_TRACE(testing::Message() << "input " << n << ", format " << id);
     const bool fields =
         std::find(std::begin(kInterlaced), std::end(kInterlaced), format) != std::end(kInterlaced);
-    image.u8(4 + n, {1});
-    setTiming(image, 30 + 22 * n, id, format, number(format, "height") / (fields ? 2 : 1));
-    image.u8(30 + 22 * n + 19, {0, number(format, "v_freq")});
+    const auto edit = [&](Image &image) {
+        image.u8(4 + n, {1});
+        setTiming(image, 30 + 22 * n, id & 0xFF, format,
+                  number(format, "height") / (fields ? 2 : 1));
+        image.u8(30 + 22 * n + 19, {0, number(format, "v_freq")});
+    };
+    expectEdit([&] { ResetInputSetting(n, id); }, edit, from);
 }
 
-TEST(UserSettingReset, InputGetsTheTimingOfEveryFormatAndIsEnabled)
+// Output `n`. The enable byte, the format byte and the resolution are not of this section.
+void expectOutput(uint32_t n, uint32_t id, uint32_t format)
 {
+    SCOPED_TRACE(testing::Message() << "output " << n << ", format " << id);
+    const auto edit = [&](Image &image) {
+        setTiming(image, 1724 + 28 * n, id & 0xFF, format, number(format, "height"));
+        image.u32(1724 + 28 * n + 24, {1000});
+    };
+    expectEdit([&] { ResetOutputSetting(n, id); }, edit);
+}
+
+TEST(UserSettingReset, InputsAndOutputsGetTheTimingOfEveryFormat)
+{
+    ASSERT_EQ(kTimings.size(), 124u);
     for (uint32_t format = 0; format < 124; ++format) {
-        const uint32_t input = format % 24;
-        Image expected = before();
-        setInput(expected, input, format, format);
-        expectChange(
-            before(), [&] { ResetInputSetting(input, format); }, expected);
-    }
-}
-
-TEST(UserSettingReset, InputsBelow24AreResetEachInItsPlace)
-{
-    for (uint32_t input = 0; input < 24; ++input) {
-        Image expected = before();
-        setInput(expected, input, 1, 1);
-        expectChange(
-            before(), [&] { ResetInputSetting(input, 1); }, expected);
-    }
-}
-
-TEST(UserSettingReset, InputsFrom24UpwardGetNoTiming)
-{
-    for (const uint32_t input : {24u, 25u, 26u, 255u, 256u, 0x80000000u, 0xFFFFFFFFu}) {
-        expectChange(
-            before(), [&] { ResetInputSetting(input, 76); }, before());
+        expectInput(format % 24, format, format);
+        expectOutput(format % 6, format, format);
     }
 }
 
 // Format 38 is "1920x1080x60i": an input brings a field at a time, an output has whole frames.
-TEST(UserSettingReset, ActiveHeightOfAnInterlacedFormatIsAFieldForInputsAndAFrameForOutputs)
+TEST(UserSettingReset, HeightOfAnInterlacedFormatIsAFieldForInputsAndAFrameForOutputs)
 {
     ResetInputSetting(3, 38);
     ResetOutputSetting(3, 38);
@@ -224,47 +176,28 @@ TEST(UserSettingReset, ActiveHeightOfAnInterlacedFormatIsAFieldForInputsAndAFram
     EXPECT_EQ(GetUserSetting()->outputTiming[3].vTotal, 1125);
 }
 
-TEST(UserSettingReset, InputWithTheExternalFormatGetsThatTimingUnderTheNumber125)
+// Number 125 stands for the external format, 38 here, and the others for 1024x768.
+TEST(UserSettingReset, SpecialFormatNumberGetsTheTimingItStandsForAndOnlyItsLowByteCounts)
 {
-    Image expected = before();
-    setInput(expected, 23, 125, 38);
-    expectChange(
-        before(), [] { ResetInputSetting(23, 125); }, expected);
-}
-
-TEST(UserSettingReset, InputWithANumberThatIsNoFormatGetsTheTimingOf1024x768)
-{
+    expectInput(23, 125, 38);
+    expectOutput(5, 125, 38);
     for (uint32_t id = 126; id < 256; ++id) {
-        Image expected = before();
-        setInput(expected, 0, id, 29);
-        expectChange(
-            before(), [&] { ResetInputSetting(0, id); }, expected);
+        expectInput(0, id, 29);
+        expectOutput(5, id, 29);
     }
     // The external format cannot stand for itself.
-    Image from = before();
-    from.u8(2413, {125});
-    Image expected = from;
-    setInput(expected, 0, 125, 29);
-    expectChange(
-        from, [] { ResetInputSetting(0, 125); }, expected);
-}
-
-TEST(UserSettingReset, OnlyTheLowByteOfAFormatNumberCounts)
-{
-    Image expected = before();
-    setInput(expected, 2, 38, 38);
-    expectChange(
-        before(), [] { ResetInputSetting(2, 256 + 38); }, expected);
-    expectChange(
-        before(), [] { ResetInputSetting(2, 0xFFFFFF00 + 38); }, expected);
+    expectInput(0, 125, 29, before().u8(2413, {125}));
+    expectInput(2, 256 + 38, 38);
+    expectInput(2, 0xFFFFFF00 + 38, 38);
+    expectOutput(5, 256 + 10, 10);
 }
 
 // The custom format has two sizes: what was asked for, 4001x3001 at 258 Hz here, and what its
-// timing has.
-Image beforeCustom()
+// timing has. An input takes its height from the first, an output from the second.
+TEST(UserSettingReset, CustomFormatGivesInputsTheHeightAskedForAndOutputsThatOfItsTiming)
 {
-    Image from = before();
-    from.u32(3736, {4001, 0x10000 + 3001, 258});
+    const Image from = before().u32(3736, {4001, 0x10000 + 3001, 258});
+    fill(GetUserSetting(), from.bytes);
     setCustomhvSyncPolarity(0xFE);
     setCustomhTotal(5001);
     setCustomvTotal(3301);
@@ -274,139 +207,58 @@ Image beforeCustom()
     setCustomvActive(2999);
     setCustomhSyncWidth(401);
     setCustomvSyncWidth(31);
-    fill(GetUserSetting(), from.bytes);
-    return from;
+    const auto input = [](Image &to) {
+        to.u8(4 + 1, {1});
+        to.u8(52, {124, 2}).u16(54, {5001, 3301, 301, 101, 3999, 3001, 401, 31});
+        to.u8(52 + 18, {0, 0, 258 - 256});
+    };
+    const auto output = [](Image &to) {
+        to.u8(1752, {124, 2}).u16(1754, {5001, 3301, 301, 101, 3999, 2999, 401, 31});
+        to.u8(1752 + 18, {0}).u32(1752 + 24, {1000});
+    };
+    expectEdit([] { ResetInputSetting(1, 124); }, input, from);
+    expectEdit([] { ResetOutputSetting(1, 124); }, output, from);
 }
 
-TEST(UserSettingReset, InputWithTheCustomFormatTakesItsHeightFromWhatWasAskedFor)
-{
-    const Image from = beforeCustom();
-    Image expected = from;
-    expected.u8(4 + 1, {1});
-    expected.u8(52, {124, 2}).u16(54, {5001, 3301, 301, 101, 3999, 3001, 401, 31});
-    expected.u8(52 + 18, {0, 0, 258 - 256});
-    expectChange(
-        from, [] { ResetInputSetting(1, 124); }, expected);
-}
-
-TEST(UserSettingReset, OutputWithTheCustomFormatTakesItsHeightFromTheTiming)
-{
-    const Image from = beforeCustom();
-    Image expected = from;
-    expected.u8(1752, {124, 2}).u16(1754, {5001, 3301, 301, 101, 3999, 2999, 401, 31});
-    expected.u8(1752 + 18, {0}).u32(1752 + 24, {1000});
-    expectChange(
-        from, [] { ResetOutputSetting(1, 124); }, expected);
-}
-
-void setPreInput(Image &image, uint32_t n, uint32_t sourceWidth, uint32_t sourceHeight,
-                 uint32_t targetWidth, uint32_t targetHeight)
-{
-    const size_t at = 602 + 36 * n;
-    image.u8(at, {n % 4, 0, 0});
-    image.u16(at + 4, {0, 0, sourceWidth, sourceHeight, 0, 0, targetWidth, targetHeight});
-    image.u8(at + 20, {128, 1u << n % 4, 50, 50, 50, 50, 50, 50, 50, 26, 26, 26, 50, 0, 0});
-    image.u8(3688 + n, {0});
-}
-
+// Where input 24's flag would be is the user mode mirror, after it the factory-reset flag: bytes
+// 3712 and 3713.
 TEST(UserSettingReset, PreInputTakesTheWholeOfItsInputAndClearsItsFlag)
 {
-    for (uint32_t input = 0; input < 24; ++input) {
-        Image expected = before();
-        setPreInput(expected, input, 2000 + input, 1000 + input, 1920, 1080);
-        expectChange(
-            before(), [&] { ResetPreInputSetting(input); }, expected);
-    }
-}
-
-// Where input 24's flag would be is the user mode mirror, behind it the factory-reset flag.
-TEST(UserSettingReset, PreInputsOfInputs24And25Are3840x2160AndClearTheBytesBehindTheFlags)
-{
-    Image expected = before();
-    setPreInput(expected, 24, 3840, 2160, 3840, 2160);
-    EXPECT_EQ(expected.bytes[3712], 0);
-    expectChange(
-        before(), [] { ResetPreInputSetting(24); }, expected);
-
-    expected = before();
-    setPreInput(expected, 25, 3840, 2160, 3840, 2160);
-    EXPECT_EQ(expected.bytes[3713], 0);
-    expectChange(
-        before(), [] { ResetPreInputSetting(25); }, expected);
-}
-
-TEST(UserSettingReset, PreInputsFrom26UpwardAreLeftAlone)
-{
-    for (const uint32_t input : {26u, 27u, 255u, 256u, 0x80000000u, 0xFFFFFFFFu}) {
-        expectChange(
-            before(), [&] { ResetPreInputSetting(input); }, before());
+    for (uint32_t input = 0; input < 26; ++input) {
+        SCOPED_TRACE(input);
+        const bool timed = input < 24; // the other two are 3840x2160
+        const auto edit = [&](Image &image) {
+            const size_t at = 602 + 36 * input;
+            image.u8(at, {input % 4, 0, 0}).u16(at + 4, {0, 0});
+            image.u16(at + 8, {timed ? 2000 + input : 3840, timed ? 1000 + input : 2160, 0, 0});
+            image.u16(at + 16, {timed ? 1920u : 3840u, timed ? 1080u : 2160u});
+            image.u8(at + 20, {128, 1u << input % 4, 50, 50, 50, 50, 50, 50, 50, 26, 26, 26, 50});
+            image.u8(at + 33, {0, 0}).u8(3688 + input, {0});
+        };
+        expectEdit([&] { ResetPreInputSetting(input); }, edit);
     }
 }
 
 TEST(UserSettingReset, ColorKeyOfEveryInputIsOffAndGrey)
 {
     for (uint32_t input = 0; input < 26; ++input) {
-        Image expected = before();
-        expected.u8(1538 + 7 * input, {0, 1, 0, 0, 208, 208, 208});
-        expectChange(
-            before(), [&] { ResetInputColorKey(input); }, expected);
+        const auto edit = [&](Image &to) { to.u8(1538 + 7 * input, {0, 1, 0, 0, 208, 208, 208}); };
+        expectEdit([&] { ResetInputColorKey(input); }, edit);
     }
 }
 
-TEST(UserSettingReset, ColorKeysFrom26UpwardAreLeftAlone)
+TEST(UserSettingReset, NumbersFromTheCountOfASectionUpwardAreLeftAlone)
 {
-    for (const uint32_t input : {26u, 27u, 255u, 256u, 0x80000000u, 0xFFFFFFFFu}) {
-        expectChange(
-            before(), [&] { ResetInputColorKey(input); }, before());
-    }
+    expectNoneFrom(24, [](uint32_t input) { ResetInputSetting(input, 76); });
+    expectNoneFrom(26, ResetPreInputSetting);
+    expectNoneFrom(26, ResetInputColorKey);
+    expectNoneFrom(6, [](uint32_t output) { ResetOutputSetting(output, 10); });
+    expectNoneFrom(24, ResetContainerSetting);
 }
 
-// Outputs ----------------------------------------------------------------------------------------
+// Outputs and containers -------------------------------------------------------------------------
 
-void setOutput(Image &image, uint32_t n, uint32_t id, uint32_t format)
-{
-    setTiming(image, 1724 + 28 * n, id, format, number(format, "height"));
-    image.u32(1724 + 28 * n + 24, {1000});
-}
-
-// The enable byte, the format byte and the resolution are not of this section.
-TEST(UserSettingReset, OutputGetsTheTimingOfEveryFormat)
-{
-    for (uint32_t format = 0; format < 124; ++format) {
-        const uint32_t output = format % 6;
-        Image expected = before();
-        setOutput(expected, output, format, format);
-        expectChange(
-            before(), [&] { ResetOutputSetting(output, format); }, expected);
-    }
-}
-
-TEST(UserSettingReset, OutputWithASpecialFormatNumberGetsTheTimingItStandsFor)
-{
-    Image expected = before();
-    setOutput(expected, 5, 125, 38);
-    expectChange(
-        before(), [] { ResetOutputSetting(5, 125); }, expected);
-    for (uint32_t id = 126; id < 256; ++id) {
-        expected = before();
-        setOutput(expected, 5, id, 29);
-        expectChange(
-            before(), [&] { ResetOutputSetting(5, id); }, expected);
-    }
-    expected = before();
-    setOutput(expected, 5, 10, 10);
-    expectChange(
-        before(), [] { ResetOutputSetting(5, 256 + 10); }, expected);
-}
-
-TEST(UserSettingReset, OutputsFrom6UpwardAreLeftAlone)
-{
-    for (const uint32_t output : {6u, 7u, 255u, 256u, 0x80000000u, 0xFFFFFFFFu}) {
-        expectChange(
-            before(), [&] { ResetOutputSetting(output, 10); }, before());
-    }
-}
-
+// The last byte of every entry stays.
 void setRs1Outputs(Image &image)
 {
     image.repeat(2028, 24, 0).repeat(2052, 24, 0);
@@ -417,82 +269,60 @@ void setRs1Outputs(Image &image)
 
 TEST(UserSettingReset, Rs1OutputsAreZeroButForTheLastByteOfEveryEntry)
 {
-    Image expected = before();
-    setRs1Outputs(expected);
-    EXPECT_EQ(expected.bytes[2089], '\xA5');
-    EXPECT_EQ(expected.bytes[2411], '\xA5');
-    expectChange(
-        before(), [] { ResetRS1OutputSetting(); }, expected);
+    expectEdit(ResetRS1OutputSetting, setRs1Outputs);
 }
 
 TEST(UserSettingReset, GroupAreasGetTheirFirstByteOnlyAndTheRs1OutputsAreClearedToo)
 {
-    Image expected = before();
-    for (size_t n = 0; n < 24; ++n) {
-        expected.u8(3184 + 20 * n, {255});
-    }
-    setRs1Outputs(expected);
-    expectChange(
-        before(), [] { ResetOutputGroupArea(); }, expected);
+    const auto edit = [](Image &image) {
+        for (size_t n = 0; n < 24; ++n) {
+            image.u8(3184 + 20 * n, {255});
+        }
+        setRs1Outputs(image);
+    };
+    expectEdit(ResetOutputGroupArea, edit);
 }
 
 TEST(UserSettingReset, FpgaSettingsAreThreeBytes)
 {
-    Image expected = before();
-    expected.u8(11804, {1, 0, 20});
-    expectChange(
-        before(), [] { ResetFpgaSetting(); }, expected);
+    expectEdit(ResetFpgaSetting, [](Image &image) { image.u8(11804, {1, 0, 20}); });
 }
-
-// Containers -------------------------------------------------------------------------------------
 
 TEST(UserSettingReset, ContainersAreResetEachInItsPlace)
 {
     for (uint32_t container = 0; container < 24; ++container) {
-        const size_t at = 2416 + 32 * container;
-        Image expected = before();
-        expected.u16(at, {100, 0, 0}).u32(at + 8, {3840, 2160}).u8(at + 16, {0, 2, 2, 0, 0});
-        expected.u16(at + 22, {1000}).u8(at + 24, {0, 0, 0, 1, 0, 20});
-        expectChange(
-            before(), [&] { ResetContainerSetting(container); }, expected);
+        const auto edit = [&](Image &image) {
+            const size_t at = 2416 + 32 * container;
+            image.u16(at, {100, 0, 0}).u32(at + 8, {3840, 2160}).u8(at + 16, {0, 2, 2, 0, 0});
+            image.u16(at + 22, {1000}).u8(at + 24, {0, 0, 0, 1, 0, 20});
+        };
+        expectEdit([&] { ResetContainerSetting(container); }, edit);
     }
 }
 
-TEST(UserSettingReset, ContainersFrom24UpwardAreLeftAlone)
-{
-    for (const uint32_t container : {24u, 25u, 255u, 256u, 0x80000000u, 0xFFFFFFFFu}) {
-        expectChange(
-            before(), [&] { ResetContainerSetting(container); }, before());
-    }
-}
-
-// The other reset of the containers, of a record that has this largest group area.
-void expectContainerMsg(const Image &from, uint32_t width, uint32_t height)
-{
-    Image expected = from;
-    for (size_t n = 0; n < 24; ++n) {
-        const size_t at = 2416 + 32 * n;
-        expected.u16(at + 2, {0, 0}).u32(at + 8, {0, 0}).u8(at + 16, {0, 0, 0, 0, 0});
-        expected.u16(at + 22, {1000}).u8(at + 24, {0}).u8(at + 26, {0});
-    }
-    expected.u32(2424, {width, height}).u8(2432, {0, 5, 8, 0, 0}).u8(2440, {1});
-    expectChange(
-        from, [] { ResetContainerMsg(); }, expected);
-}
-
+// The other reset of the containers. The areas' sizes of bytes 0xA5 are negative.
 TEST(UserSettingReset, ContainerMsgGivesTheFirstContainerTheLargestAreaAndTheOthersNone)
 {
-    Image from = before();
-    from.u32(3184 + 20 * 7 + 8, {7680}).u32(3184 + 20 * 11 + 16, {4320});
-    expectContainerMsg(from, 7680, 4320);
-    from.u32(3184 + 8, {INT32_MAX}).u32(3184 + 20 * 23 + 16, {INT32_MAX});
-    expectContainerMsg(from, INT32_MAX, INT32_MAX);
-}
-
-// The areas' sizes of bytes 0xA5 are negative.
-TEST(UserSettingReset, ContainerMsgGivesTheFirstContainerNoSizeWhenNoAreaHasOne)
-{
-    expectContainerMsg(before(), 0, 0);
+    const struct {
+        uint32_t width, height; // of the largest areas
+        Image from;
+    } rows[] = {
+        {0, 0, before()},
+        {7680, 4320, before().u32(3184 + 20 * 7 + 8, {7680}).u32(3184 + 20 * 11 + 16, {4320})},
+        {INT32_MAX, INT32_MAX,
+         before().u32(3184 + 8, {INT32_MAX}).u32(3184 + 20 * 23 + 16, {INT32_MAX})},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.width);
+        const auto edit = [&](Image &image) {
+            for (size_t at = 2416; at < 2416 + 24 * 32; at += 32) {
+                image.u16(at + 2, {0, 0}).u32(at + 8, {0, 0}).u8(at + 16, {0, 0, 0, 0, 0});
+                image.u16(at + 22, {1000}).u8(at + 24, {0}).u8(at + 26, {0});
+            }
+            image.u32(2424, {row.width, row.height}).u8(2432, {0, 5, 8, 0, 0}).u8(2440, {1});
+        };
+        expectEdit(ResetContainerMsg, edit, row.from);
+    }
 }
 
 } // namespace

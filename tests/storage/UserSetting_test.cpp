@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -14,34 +15,26 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/console.h"
+#include "tests/support/replace.h"
 #include "tests/support/setting_bytes.h"
 
 namespace {
 
-struct Allocation {
-    uint32_t size;
-    void *memory;
-};
-std::vector<Allocation> allocations; // what the code under test asked for, in order
-std::vector<size_t> refused;         // which of them get nothing, counted from 0
+using Block = std::pair<uint8_t *, size_t>;
+std::vector<Block> allocations; // what the code under test asked for, in order
+std::set<size_t> refused;       // which of them get nothing, counted from 0
 
 } // namespace
 
-extern "C" {
-void *__wrap__Z12mymem_mallocj(uint32_t size);
-
 // The memory is dirty, as the heap's may be.
-void *__wrap__Z12mymem_mallocj(uint32_t size)
+REPLACE(void *, _Z12mymem_mallocj, (uint32_t size))
 {
-    const bool refuses =
-        std::find(refused.begin(), refused.end(), allocations.size()) != refused.end();
-    void *const memory = refuses ? nullptr : std::malloc(size);
+    void *const memory = refused.count(allocations.size()) != 0 ? nullptr : std::malloc(size);
     if (memory != nullptr) {
         std::memset(memory, 0x5A, size);
     }
-    allocations.push_back({size, memory});
+    allocations.emplace_back(static_cast<uint8_t *>(memory), size);
     return memory;
-}
 }
 
 namespace {
@@ -51,127 +44,90 @@ uint8_t *at(UserSetting *record, size_t offset)
     return reinterpret_cast<uint8_t *>(record) + offset;
 }
 
-Bytes bytesAt(const void *memory, size_t size)
+Bytes bytesAt(const Block &block)
 {
-    return {static_cast<const char *>(memory), size};
+    return {reinterpret_cast<const char *>(block.first), block.second};
 }
 
 // Taking the blocks ------------------------------------------------------------------------------
 
-TEST(UserSetting, BlocksAreTakenInTheOrderSlotBufferCopyCurrentViewRecord)
+// The device starts with whatever memory it gets: a block that the heap refuses is the program's
+// own.
+void expectBlocks(const std::set<size_t> &refusedOnes)
 {
-    EXPECT_EQ(printedBy([] { malloc_saveView(); }), "");
+    constexpr uint32_t kSizes[] = {3996, 11832, 3996, 11832};
+    refused = refusedOnes;
+    EXPECT_EQ(printedBy(malloc_saveView), "");
     ASSERT_EQ(allocations.size(), 4u);
-    EXPECT_EQ(allocations[0].size, 3996u);
-    EXPECT_EQ(allocations[1].size, 11832u);
-    EXPECT_EQ(allocations[2].size, 3996u);
-    EXPECT_EQ(allocations[3].size, 11832u);
-    EXPECT_EQ(GetSaveViewSetting(), allocations[0].memory);
-    EXPECT_EQ(GetUserSetting_old(), allocations[1].memory);
-    EXPECT_EQ(GetViewSetting(), allocations[2].memory);
-    EXPECT_EQ(GetUserSetting(), allocations[3].memory);
-}
-
-TEST(UserSetting, BlocksAreZeroWhenTheyAreTaken)
-{
-    malloc_saveView();
-    ASSERT_EQ(allocations.size(), 4u);
-    for (const Allocation &block : allocations) {
-        EXPECT_TRUE(areBytes(bytesAt(block.memory, block.size), Bytes(block.size, '\0')));
+    for (size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(allocations[i].second, kSizes[i]) << i;
+        if (allocations[i].first != nullptr) {
+            EXPECT_TRUE(areBytes(bytesAt(allocations[i]), Bytes(kSizes[i], '\0'))) << i;
+        }
     }
-}
+    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), Bytes(kUserSettingSize, '\0')));
+    EXPECT_TRUE(areBytes(bytesOf(GetSaveViewSetting()), Bytes(kViewSize, '\0')));
 
-TEST(UserSetting, BlocksAreTakenOnceAndKeepWhatTheyHold)
-{
-    malloc_saveView();
     const Bytes content = ownBytes(kUserSettingSize, 1);
     fill(GetUserSetting(), content);
     fill(GetSaveViewSetting(), content.substr(0, kViewSize));
     malloc_saveView();
     malloc_saveView();
     EXPECT_EQ(allocations.size(), 4u);
-    EXPECT_EQ(GetUserSetting(), allocations[3].memory);
     EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), content));
     EXPECT_TRUE(areBytes(bytesOf(GetSaveViewSetting()), content.substr(0, kViewSize)));
-}
 
-// The device starts with whatever memory it gets.
-TEST(UserSetting, BlocksAreTheProgramsOwnZeroAndApartWhenTheHeapGivesNothing)
-{
-    refused = {0, 1, 2, 3};
-    malloc_saveView();
-    EXPECT_EQ(allocations.size(), 4u);
-    ASSERT_NE(GetUserSetting(), nullptr);
-    ASSERT_NE(GetSaveViewSetting(), nullptr);
-    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), Bytes(kUserSettingSize, '\0')));
-    EXPECT_TRUE(areBytes(bytesOf(GetSaveViewSetting()), Bytes(kViewSize, '\0')));
-
-    using Block = std::pair<uint8_t *, size_t>;
     std::vector<Block> blocks = {
         {reinterpret_cast<uint8_t *>(GetSaveViewSetting()), kViewSize},
         {reinterpret_cast<uint8_t *>(GetUserSetting_old()), kUserSettingSize},
         {reinterpret_cast<uint8_t *>(GetViewSetting()), kViewSize},
         {reinterpret_cast<uint8_t *>(GetUserSetting()), kUserSettingSize},
     };
+    for (size_t i = 0; i < 4; ++i) {
+        ASSERT_NE(blocks[i].first, nullptr) << i;
+        if (refused.count(i) == 0) {
+            EXPECT_EQ(blocks[i].first, allocations[i].first) << i;
+        }
+    }
     std::sort(blocks.begin(), blocks.end());
-    for (size_t i = 1; i < blocks.size(); ++i) {
+    for (size_t i = 1; i < 4; ++i) {
         EXPECT_GE(blocks[i].first, blocks[i - 1].first + blocks[i - 1].second) << i;
     }
-
-    fill(GetUserSetting(), ownBytes(kUserSettingSize, 2));
-    malloc_saveView();
-    EXPECT_EQ(allocations.size(), 4u);
-    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), ownBytes(kUserSettingSize, 2)));
 }
 
-TEST(UserSetting, BlocksThatTheHeapGivesAreUsedBesideOneThatItDoesNotGive)
+TEST(UserSetting, BlocksAreTakenOnceInTheOrderSlotBufferCopyCurrentViewRecord)
 {
-    refused = {3};
-    malloc_saveView();
-    ASSERT_EQ(allocations.size(), 4u);
-    ASSERT_NE(GetUserSetting(), nullptr);
-    EXPECT_EQ(GetSaveViewSetting(), allocations[0].memory);
-    EXPECT_EQ(GetUserSetting_old(), allocations[1].memory);
-    EXPECT_EQ(GetViewSetting(), allocations[2].memory);
-    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), Bytes(kUserSettingSize, '\0')));
-    malloc_saveView();
-    EXPECT_EQ(allocations.size(), 4u);
+    expectBlocks({});
 }
 
-TEST(UserSetting, BlocksBehindARefusedOneAreStillTaken)
+TEST(UserSetting, BlocksAreTheProgramsOwnWhenTheHeapGivesNothing)
 {
-    refused = {0};
-    malloc_saveView();
-    ASSERT_EQ(allocations.size(), 4u);
-    ASSERT_NE(GetSaveViewSetting(), nullptr);
-    EXPECT_TRUE(areBytes(bytesOf(GetSaveViewSetting()), Bytes(kViewSize, '\0')));
-    EXPECT_EQ(GetUserSetting_old(), allocations[1].memory);
-    EXPECT_EQ(GetViewSetting(), allocations[2].memory);
-    EXPECT_EQ(GetUserSetting(), allocations[3].memory);
+    expectBlocks({0, 1, 2, 3});
+}
+
+TEST(UserSetting, BlocksAfterARefusedOneAreStillTaken)
+{
+    expectBlocks({0});
+}
+
+TEST(UserSetting, BlocksBeforeARefusedOneAreUsed)
+{
+    expectBlocks({3});
 }
 
 // Parts of the record ----------------------------------------------------------------------------
 
-TEST(UserSetting, ViewsStandInTheRecord)
+TEST(UserSetting, ViewsAndSettingsStandInTheRecord)
 {
     malloc_saveView();
-    EXPECT_EQ(reinterpret_cast<uint8_t *>(GetPreviewViewSetting()), at(GetUserSetting(), 3812));
-    EXPECT_EQ(reinterpret_cast<uint8_t *>(GetProgramViewSetting()), at(GetUserSetting(), 7808));
-}
-
-TEST(UserSetting, CustomResolutionStandsInTheRecord)
-{
-    malloc_saveView();
-    EXPECT_EQ(reinterpret_cast<uint8_t *>(GetCustomResolution()), at(GetUserSetting(), 3736));
-}
-
-TEST(UserSetting, ExternalInputFormatIsByte2413)
-{
-    malloc_saveView();
-    *at(GetUserSetting(), 2413) = 125;
-    EXPECT_EQ(GetExtInputFormat(), 125);
-    *at(GetUserSetting(), 2413) = 200;
-    EXPECT_EQ(GetExtInputFormat(), 200);
+    UserSetting *const record = GetUserSetting();
+    EXPECT_EQ(reinterpret_cast<uint8_t *>(GetPreviewViewSetting()), at(record, 3812));
+    EXPECT_EQ(reinterpret_cast<uint8_t *>(GetProgramViewSetting()), at(record, 7808));
+    EXPECT_EQ(reinterpret_cast<uint8_t *>(GetCustomResolution()), at(record, 3736));
+    for (const uint8_t format : {uint8_t{125}, uint8_t{200}}) {
+        *at(record, 2413) = format;
+        EXPECT_EQ(GetExtInputFormat(), format);
+    }
 }
 
 // What is shown is not a byte of the record.
@@ -188,36 +144,19 @@ TEST(UserSetting, CurrentViewIsKeptBesideTheRecord)
 
 // The copy ---------------------------------------------------------------------------------------
 
-TEST(UserSetting, CopyWithTheIdentificationIsLeftAsItIs)
+// Only its first word is judged, not the identification at its end.
+TEST(UserSetting, CopyIsRefilledFromTheRecordWhereItLacksItsIdentification)
 {
     malloc_saveView();
-    const Bytes first = Image(ownBytes(kUserSettingSize, 3)).u32(0, {0x2021365C}).bytes;
-    fill(GetUserSetting(), first);
-    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting_old()), first));
-    fill(GetUserSetting(), ownBytes(kUserSettingSize, 4));
-    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting_old()), first));
-}
-
-TEST(UserSetting, CopyWithoutTheIdentificationIsRefilledFromTheRecord)
-{
-    malloc_saveView();
+    const Bytes copy = Image(ownBytes(kUserSettingSize, 3)).u32(0, {0x2021365C}).bytes;
     for (uint32_t bit = 0; bit < 32; ++bit) {
-        const Bytes record = Image(ownBytes(kUserSettingSize, bit)).u32(0, {0x2021365C}).bytes;
+        const Bytes record = Image(ownBytes(kUserSettingSize, bit)).u32(0, {0x2021365B}).bytes;
         fill(GetUserSetting(), record);
-        UserSetting *const copy = GetUserSetting_old();
-        copy->identification = 0x2021365Cu ^ 1u << bit;
+        std::memcpy(allocations.at(1).first, bitFlipped(copy, 0, bit).data(), kUserSettingSize);
         EXPECT_TRUE(areBytes(bytesOf(GetUserSetting_old()), record)) << bit;
+        std::memcpy(allocations.at(1).first, copy.data(), kUserSettingSize);
+        EXPECT_TRUE(areBytes(bytesOf(GetUserSetting_old()), copy)) << bit;
     }
-}
-
-// The identification at its end does not count.
-TEST(UserSetting, CopyIsJudgedByItsFirstWordAlone)
-{
-    malloc_saveView();
-    fill(GetUserSetting(), Image(Bytes(kUserSettingSize, '\x11')).u32(0, {0x2021365C}).bytes);
-    UserSetting *const copy = GetUserSetting_old();
-    copy->trailingIdentification = 0x22222222;
-    EXPECT_EQ(GetUserSetting_old()->trailingIdentification, 0x22222222u);
 }
 
 TEST(UserSetting, CopyOfARecordWithoutIdentificationIsRefilledEveryTime)
@@ -238,19 +177,18 @@ TEST(UserSetting, CopyIsMadeEqualWhateverItHeld)
     const Bytes record = ownBytes(kUserSettingSize, 8);
     fill(GetUserSetting(), record);
     copyUserSetting();
-    EXPECT_TRUE(areBytes(bytesAt(allocations.at(1).memory, kUserSettingSize), record));
+    EXPECT_TRUE(areBytes(bytesAt(allocations.at(1)), record));
     EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), record));
 }
 
 // The current view -------------------------------------------------------------------------------
 
-// What the current view becomes of `preview`.
-Bytes withClearedFlags(const Bytes &preview)
+// What the current view becomes of the preview of `record`.
+Bytes withClearedFlags(const Bytes &record)
 {
-    Image expected(preview);
+    Image expected(record.substr(kPreviewAt, kViewSize));
     for (size_t n = 0; n < 24; ++n) {
-        expected.u8(2718 + n, {0});
-        expected.u8(3608 + 16 * n + 14, {0});
+        expected.u8(2718 + n, {0}).u8(3608 + 16 * n + 14, {0});
     }
     return expected.u32(3992, {0x29215679}).bytes;
 }
@@ -262,34 +200,24 @@ TEST(UserSetting, ResetCurrentViewIsThePreviewWithTheFlagsOfContainersCleared)
     const Bytes slotBuffer = ownBytes(kViewSize, 10);
     fill(GetUserSetting(), record);
     fill(GetSaveViewSetting(), slotBuffer);
-    EXPECT_EQ(printedBy([] { ResetViewSetting(); }), "");
-    const Bytes preview = record.substr(kPreviewAt, kViewSize);
-    EXPECT_TRUE(areBytes(bytesAt(allocations.at(2).memory, kViewSize), withClearedFlags(preview)));
+    EXPECT_EQ(printedBy(ResetViewSetting), "");
+    EXPECT_TRUE(areBytes(bytesAt(allocations.at(2)), withClearedFlags(record)));
     EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), record));
     EXPECT_TRUE(areBytes(bytesOf(GetSaveViewSetting()), slotBuffer));
-}
-
-TEST(UserSetting, CurrentViewWithItsIdentificationIsLeftAsItIs)
-{
-    malloc_saveView();
-    fill(GetUserSetting(), ownBytes(kUserSettingSize, 11));
-    const Bytes view = Image(ownBytes(kViewSize, 12)).u32(3992, {0x29215679}).bytes;
-    std::memcpy(allocations.at(2).memory, view.data(), kViewSize);
-    EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()), view));
 }
 
 TEST(UserSetting, CurrentViewWithoutItsIdentificationIsRebuiltFromThePreview)
 {
     malloc_saveView();
     const Bytes record = ownBytes(kUserSettingSize, 13);
+    const Bytes good = Image(ownBytes(kViewSize, 12)).u32(3992, {0x29215679}).bytes;
     fill(GetUserSetting(), record);
-    const Bytes expected = withClearedFlags(record.substr(kPreviewAt, kViewSize));
     for (uint32_t bit = 0; bit < 32; ++bit) {
-        const Bytes view =
-            Image(ownBytes(kViewSize, bit)).u32(3992, {0x29215679u ^ 1u << bit}).bytes;
-        std::memcpy(allocations.at(2).memory, view.data(), kViewSize);
-        EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()), expected)) << bit;
+        std::memcpy(allocations.at(2).first, bitFlipped(good, 3992, bit).data(), kViewSize);
+        EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()), withClearedFlags(record))) << bit;
     }
+    std::memcpy(allocations.at(2).first, good.data(), kViewSize);
+    EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()), good));
 }
 
 } // namespace

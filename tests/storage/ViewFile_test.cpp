@@ -4,12 +4,15 @@
 
 #include "storage/ViewFile.h"
 
-#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
 #include <type_traits>
+#include <vector>
+
+#include <sys/mount.h>
 
 #include <gtest/gtest.h>
 
@@ -33,143 +36,124 @@ constexpr int kOther = 3;
 
 const int kNoSlots[] = {-1, 16, 17, 255, 256, INT32_MIN, INT32_MAX};
 
-// Loads a slot and returns what was printed.
-std::string printedByLoading(int slot, int expectedResult)
-{
-    return printedBy([&] { EXPECT_EQ(LoadViewSetting(slot), expectedResult); });
-}
-
-std::string printedBySaving(int slot, int expectedResult)
-{
-    return printedBy([&] { EXPECT_EQ(SaveViewSetting(slot), expectedResult); });
-}
-
-std::string tryAgain(int slot)
-{
-    return "try again _LoadViewSetting_help(" + std::to_string(slot) + ")\r\n";
-}
+const Bytes kForeign = with(aView(77), 3992, Bytes(4, '\0'));
 
 Bytes slotBuffer()
 {
     return bytesOf(GetSaveViewSetting());
 }
 
-// Loading ----------------------------------------------------------------------------------------
-
-TEST(ViewFile, AStoredViewIsLoadedIntoTheSlotBufferSilently)
+// One attempt to read a file, or one that is not there, with its steps.
+std::string attempt(int slot)
 {
-    for (int slot = 0; slot < 16; ++slot) {
-        const Bytes view = aView(static_cast<uint32_t>(slot));
-        put(viewPath(slot), view);
-        EXPECT_EQ(printedByLoading(slot, 1), "") << slot;
-        EXPECT_TRUE(areBytes(slotBuffer(), view)) << slot;
-    }
-    EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()), kLive));
-    EXPECT_TRUE(areBytes(bytesOf(GetPreviewViewSetting()), kPreview));
-    EXPECT_EQ(settingByte(3715), kCurrent);
-    EXPECT_EQ(_currentView, 9);
+    return "<open " + viewName(slot) + " 1><read 3996><close>";
 }
+
+std::string failedAttempt(int slot)
+{
+    return "<open " + viewName(slot) + " 1>" + notSaved(viewName(slot));
+}
+
+std::string twice(int slot, std::string (*one)(int))
+{
+    return one(slot) + tryAgain(slot) + one(slot);
+}
+
+struct Row {
+    std::string name;
+    int slot;
+    std::optional<Bytes> file;
+    int result;
+    std::string steps; // of the file store, and what is printed
+    Bytes after;       // the slot buffer
+    Bytes before = kBuffer;
+};
+
+// Loads views. Nothing but the slot buffer may change, and no file.
+void expectLoads(const std::vector<Row> &rows)
+{
+    tracedFiles.isNoted = true;
+    const Bytes record = bytesOf(GetUserSetting());
+    const Bytes live = bytesOf(GetViewSetting());
+    const uint8_t current = _currentView;
+    for (const Row &row : rows) {
+        expectLoad([&] { EXPECT_EQ(LoadViewSetting(row.slot), row.result); }, GetSaveViewSetting(),
+                   viewName(row.slot),
+                   {row.name.c_str(), row.before, row.file, row.steps, row.after, {}});
+        EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), record)) << row.name;
+        EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()), live)) << row.name;
+    }
+    EXPECT_EQ(_currentView, current);
+}
+
+// Loading ----------------------------------------------------------------------------------------
 
 TEST(ViewFile, AStoredViewIsReadOnceAsExactly3996Bytes)
 {
-    put(viewPath(kOther), aView(kOther));
-    tracedFiles.isNoted = true;
-    EXPECT_EQ(printedByLoading(kOther, 1), "<open view3.sav 1><read 3996><close>");
-}
-
-// The view number in the file says where the view came from: nobody judges it.
-TEST(ViewFile, TheViewNumberInTheFileIsNotJudged)
-{
-    const Bytes view = asStored(aView(1), 99);
-    put(viewPath(kOther), view);
-    EXPECT_EQ(printedByLoading(kOther, 1), "");
-    EXPECT_TRUE(areBytes(slotBuffer(), view));
+    for (int slot = 0; slot < 16; ++slot) {
+        const Bytes view = aView(static_cast<uint32_t>(slot));
+        expectLoads({{viewName(slot), slot, view, 1, attempt(slot), view}});
+    }
+    const Bytes numbered = asStored(aView(1), 99);
+    expectLoads({
+        // clang-format off
+        {"view number of another", kOther, numbered, 1, attempt(kOther), numbered},
+        {"long file", kOther, aView(77) + Bytes(5000, '\xFF'), 1, attempt(kOther), aView(77)},
+        // clang-format on
+    });
 }
 
 TEST(ViewFile, AMissingViewIsTriedTwice)
 {
-    EXPECT_EQ(printedByLoading(kOther, 0), "open file /userdata/view3.sav error\n"
-                                           "open file view3.sav fail\r\n"
-                                           "try again _LoadViewSetting_help(3)\r\n"
-                                           "open file /userdata/view3.sav error\n"
-                                           "open file view3.sav fail\r\n");
-    tracedFiles.isNoted = true;
-    const std::string attempt = "<open view12.sav 1>"
-                                "open file /userdata/view12.sav error\n"
-                                "open file view12.sav fail\r\n";
-    EXPECT_EQ(printedByLoading(12, 0), attempt + tryAgain(12) + attempt);
+    EXPECT_EQ(outcomeOf([] { return LoadViewSetting(12); }),
+              Outcome(0, "open file /userdata/view12.sav error\n"
+                         "open file view12.sav fail\r\n"
+                         "try again _LoadViewSetting_help(12)\r\n"
+                         "open file /userdata/view12.sav error\n"
+                         "open file view12.sav fail\r\n"));
 }
 
-TEST(ViewFile, AMissingViewThatIsCurrentIsACopyOfWhatIsShown)
+// What a reset does not name is what a foreign file has put there.
+TEST(ViewFile, AViewThatCannotBeReadIsWhatIsShownOrAnEmptyOneOverTheBuffer)
 {
-    EXPECT_EQ(printedByLoading(kCurrent, 0), missingView(kCurrent));
-    EXPECT_TRUE(areBytes(slotBuffer(), kLive));
-    EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()), kLive));
-}
-
-TEST(ViewFile, AMissingViewThatIsNotCurrentIsAnEmptyOneOverWhatTheBufferHeld)
-{
-    EXPECT_EQ(printedByLoading(kOther, 0), missingView(kOther));
-    EXPECT_TRUE(areBytes(slotBuffer(), emptyOver(kBuffer)));
+    const Bytes foreign = with(aView(kOther), 3992, "yV!(");
+    expectLoads({
+        // clang-format off
+        {"missing, current", kCurrent, {}, 0, twice(kCurrent, failedAttempt), kLive},
+        {"missing", kOther, {}, 0, twice(kOther, failedAttempt), emptyOver(kBuffer)},
+        {"foreign, current", kCurrent, kForeign, 0, twice(kCurrent, attempt), kLive},
+        {"foreign", kOther, kForeign, 0, twice(kOther, attempt), emptyOver(kForeign)},
+        {"nearly good", kOther, foreign, 0, twice(kOther, attempt), emptyOver(foreign)},
+        // clang-format on
+    });
+    for (uint32_t bit = 0; bit < 32; ++bit) {
+        expectLoads({{std::to_string(bit), kOther, bitFlipped(aView(77), 3992, bit), 0,
+                      twice(kOther, attempt), emptyOver(aView(77))}});
+    }
 }
 
 // The number that the display goes by is another one, and may differ between two steps of a switch.
 TEST(ViewFile, TheCurrentViewIsTheOneOfTheUserSetting)
 {
     _currentView = kOther;
-    EXPECT_EQ(printedByLoading(kOther, 0), missingView(kOther));
-    EXPECT_TRUE(areBytes(slotBuffer(), emptyOver(kBuffer)));
+    expectLoads({{"other", kOther, {}, 0, twice(kOther, failedAttempt), emptyOver(kBuffer)}});
     settingByte(3715) = kOther;
     _currentView = 0;
-    EXPECT_EQ(printedByLoading(kOther, 0), missingView(kOther));
-    EXPECT_TRUE(areBytes(slotBuffer(), kLive));
+    expectLoads({{"current", kOther, {}, 0, twice(kOther, failedAttempt), kLive}});
 }
 
 TEST(ViewFile, WhatIsShownIsRebuiltFromThePreviewFirstWhereItIsUnknown)
 {
     GetViewSetting()->identification = 0x29215678;
-    EXPECT_EQ(printedByLoading(kCurrent, 0), missingView(kCurrent));
-    Bytes rebuilt = with(kPreview, 2718, Bytes(24, '\0'));
+    EXPECT_EQ(outcomeOf([] { return LoadViewSetting(kCurrent); }),
+              Outcome(0, missingView(kCurrent)));
+    Image rebuilt(kPreview);
+    rebuilt.repeat(2718, 24, 0);
     for (size_t i = 0; i < 24; ++i) {
-        rebuilt = with(rebuilt, 3608 + 16 * i + 14, Bytes(1, '\0'));
+        rebuilt.u8(3608 + 16 * i + 14, {0});
     }
-    EXPECT_TRUE(areBytes(slotBuffer(), rebuilt));
-    EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()), rebuilt));
-}
-
-TEST(ViewFile, AViewWithAWrongIdentificationIsReadTwice)
-{
-    put(viewPath(kOther), with(aView(kOther), 3992, "yV!("));
-    tracedFiles.isNoted = true;
-    const std::string attempt = "<open view3.sav 1><read 3996><close>";
-    EXPECT_EQ(printedByLoading(kOther, 0), attempt + tryAgain(kOther) + attempt);
-}
-
-// What a reset does not name is what the foreign file has put there.
-TEST(ViewFile, AViewWithAWrongIdentificationIsAnEmptyOneOverTheFile)
-{
-    const Bytes foreign = with(aView(77), 3992, Bytes(4, '\0'));
-    put(viewPath(kOther), foreign);
-    EXPECT_EQ(printedByLoading(kOther, 0), tryAgain(kOther));
-    EXPECT_TRUE(areBytes(slotBuffer(), emptyOver(foreign)));
-    EXPECT_TRUE(areBytes(contentOf(viewPath(kOther)), foreign));
-}
-
-TEST(ViewFile, ACurrentViewWithAWrongIdentificationIsACopyOfWhatIsShown)
-{
-    put(viewPath(kCurrent), with(aView(77), 3992, Bytes(4, '\0')));
-    EXPECT_EQ(printedByLoading(kCurrent, 0), tryAgain(kCurrent));
-    EXPECT_TRUE(areBytes(slotBuffer(), kLive));
-}
-
-TEST(ViewFile, EveryBitOfTheIdentificationCounts)
-{
-    for (uint32_t bit = 0; bit < 32; ++bit) {
-        Bytes view = aView(77);
-        view[3992 + bit / 8] = static_cast<char>(view[3992 + bit / 8] ^ (1 << bit % 8));
-        put(viewPath(kOther), view);
-        EXPECT_EQ(printedByLoading(kOther, 0), tryAgain(kOther)) << bit;
-    }
+    EXPECT_TRUE(areBytes(slotBuffer(), rebuilt.bytes));
+    EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()), rebuilt.bytes));
 }
 
 TEST(ViewFile, AFileThatBecomesGoodByTheSecondAttemptIsLoaded)
@@ -181,101 +165,64 @@ TEST(ViewFile, AFileThatBecomesGoodByTheSecondAttemptIsLoaded)
             put(viewPath(kOther), aView(77));
         }
     };
-    EXPECT_EQ(printedByLoading(kOther, 1), "open file /userdata/view3.sav error\n"
-                                           "open file view3.sav fail\r\n"
-                                           "try again _LoadViewSetting_help(3)\r\n");
+    EXPECT_EQ(outcomeOf([] { return LoadViewSetting(kOther); }),
+              Outcome(1, notSaved("view3.sav") + tryAgain(kOther)));
     EXPECT_TRUE(areBytes(slotBuffer(), aView(77)));
     EXPECT_EQ(opened, 2);
 }
 
 TEST(ViewFile, AReadThatFailsIsSaidAndTriedAgain)
 {
-    put(viewPath(kOther), aView(kOther));
-    tracedFiles.isNoted = true;
     tracedFiles.readsToFailure = 1;
-    EXPECT_EQ(printedByLoading(kOther, 1),
-              "<open view3.sav 1><read 3996>read file view3.sav fail\r\n<close>"
-              "try again _LoadViewSetting_help(3)\r\n"
-              "<open view3.sav 1><read 3996><close>");
-    EXPECT_TRUE(areBytes(slotBuffer(), aView(kOther)));
+    const std::string failure = "<open view3.sav 1><read 3996>read file view3.sav fail\r\n<close>";
+    expectLoads(
+        {{"first read fails", kOther, aView(kOther), 1,
+          failure + "try again _LoadViewSetting_help(3)\r\n" + attempt(kOther), aView(kOther)}});
 }
 
 // The identification is at the end, so it is the old content's.
-TEST(ViewFile, AShortFileIsJudgedByTheOldContentOfTheBufferBehindIt)
-{
-    for (const size_t length : {size_t{0}, size_t{1}, size_t{2608}, size_t{3992}, size_t{3995}}) {
-        fill(GetSaveViewSetting(), kBuffer);
-        put(viewPath(kOther), aView(77).substr(0, length));
-        EXPECT_EQ(printedByLoading(kOther, 1), "") << length;
-        EXPECT_TRUE(areBytes(slotBuffer(), aView(77).substr(0, length) + kBuffer.substr(length)))
-            << length;
-    }
-}
-
-TEST(ViewFile, AShortFileFailsBehindABufferThatIsNoView)
+TEST(ViewFile, AShortFileIsJudgedByTheOldContentOfTheBufferAfterIt)
 {
     const Bytes unknown = with(kBuffer, 3992, Bytes(4, '\0'));
-    for (const size_t length : {size_t{0}, size_t{1}, size_t{2608}, size_t{3992}, size_t{3995}}) {
-        fill(GetSaveViewSetting(), unknown);
-        put(viewPath(kOther), aView(77).substr(0, length));
-        EXPECT_EQ(printedByLoading(kOther, 0), tryAgain(kOther)) << length;
-        EXPECT_TRUE(
-            areBytes(slotBuffer(), emptyOver(aView(77).substr(0, length) + unknown.substr(length))))
-            << length;
+    for (const size_t length : {0u, 1u, 2608u, 3992u, 3995u}) {
+        const Bytes file = aView(77).substr(0, length);
+        const Bytes failed = emptyOver(file + unknown.substr(length));
+        const std::string name = std::to_string(length) + " bytes";
+        expectLoads({
+            {name, kOther, file, 1, attempt(kOther), file + kBuffer.substr(length)},
+            {name + ", failed", kOther, file, 0, twice(kOther, attempt), failed, unknown},
+        });
     }
-}
-
-TEST(ViewFile, OfALongFileOnlyTheFirst3996BytesAreRead)
-{
-    put(viewPath(kOther), aView(77) + Bytes(5000, '\xFF'));
-    const Bytes live = bytesOf(GetViewSetting());
-    const Bytes record = bytesOf(GetUserSetting());
-    EXPECT_EQ(printedByLoading(kOther, 1), "");
-    EXPECT_TRUE(areBytes(slotBuffer(), aView(77)));
-    EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()), live));
-    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), record));
 }
 
 // A directory can be opened, but nothing comes out of it.
 TEST(ViewFile, ADirectoryInThePlaceOfAViewIsAFileOfNoBytes)
 {
+    const auto load = [] { return LoadViewSetting(kOther); };
     fs::create_directory(viewPath(kOther));
-    EXPECT_EQ(printedByLoading(kOther, 1), "");
+    EXPECT_EQ(outcomeOf(load), Outcome(1, ""));
     EXPECT_TRUE(areBytes(slotBuffer(), kBuffer));
     GetSaveViewSetting()->identification = 0;
-    EXPECT_EQ(printedByLoading(kOther, 0), tryAgain(kOther));
+    EXPECT_EQ(outcomeOf(load), Outcome(0, tryAgain(kOther)));
 }
 
-TEST(ViewFile, AnEmptyViewThatIsCurrentIsACopyOfWhatIsShown)
+// One visible layer makes it a stored one.
+TEST(ViewFile, AnEmptyViewCountsAsStoredOnlyIfItIsNotCurrent)
 {
-    put(viewPath(kCurrent), emptied(aView(kCurrent)));
-    EXPECT_EQ(printedByLoading(kCurrent, 0), "");
-    EXPECT_TRUE(areBytes(slotBuffer(), kLive));
-    EXPECT_TRUE(areBytes(contentOf(viewPath(kCurrent)), emptied(aView(kCurrent))));
-}
-
-TEST(ViewFile, AnEmptyViewThatIsNotCurrentIsLoadedAsItIs)
-{
-    put(viewPath(kOther), emptied(aView(kOther)));
-    EXPECT_EQ(printedByLoading(kOther, 1), "");
-    EXPECT_TRUE(areBytes(slotBuffer(), emptied(aView(kOther))));
-}
-
-TEST(ViewFile, AMissingCurrentViewIsACopyOfWhatIsShownEvenIfThatIsEmpty)
-{
-    fill(GetViewSetting(), emptied(kLive));
-    EXPECT_EQ(printedByLoading(kCurrent, 0), missingView(kCurrent));
-    EXPECT_TRUE(areBytes(slotBuffer(), emptied(kLive)));
-}
-
-TEST(ViewFile, OneVisibleLayerMakesTheCurrentViewAStoredOne)
-{
+    const Bytes empty = emptied(aView(kCurrent));
+    expectLoads({{"current", kCurrent, empty, 0, attempt(kCurrent), kLive},
+                 {"other", kOther, empty, 1, attempt(kOther), empty}});
     for (const uint32_t layer : {0u, 1u, 50u, 95u}) {
-        const Bytes view = with(emptied(aView(kCurrent)), 2608 + layer, "\x80");
-        put(viewPath(kCurrent), view);
-        EXPECT_EQ(printedByLoading(kCurrent, 1), "") << layer;
-        EXPECT_TRUE(areBytes(slotBuffer(), view)) << layer;
+        const Bytes view = with(empty, 2608 + layer, "\x80");
+        expectLoads({{std::to_string(layer), kCurrent, view, 1, attempt(kCurrent), view}});
     }
+    fill(GetViewSetting(), emptied(kLive));
+    expectLoads({{"missing, and nothing is shown",
+                  kCurrent,
+                  {},
+                  0,
+                  twice(kCurrent, failedAttempt),
+                  emptied(kLive)}});
 }
 
 // Its neighbours are full of other values then.
@@ -284,98 +231,39 @@ TEST(ViewFile, AViewIsEmptyWhenItsNinetySixAlphasAreZero)
     ViewSetting view;
     fill(&view, emptied(Bytes(kViewSize, '\xFF')));
     EXPECT_TRUE(isEmptyView(&view));
-    for (size_t layer = 0; layer < 96; ++layer) {
-        fill(&view, with(Bytes(kViewSize, '\0'), 2608 + layer, "\1"));
-        EXPECT_FALSE(isEmptyView(&view)) << layer;
+    for (size_t at = 2607; at <= 2704; ++at) {
+        fill(&view, with(Bytes(kViewSize, '\0'), at, "\1"));
+        EXPECT_EQ(isEmptyView(&view), at == 2607 || at == 2704) << at;
     }
-    fill(&view, with(Bytes(kViewSize, '\0'), 2607, "\1"));
-    EXPECT_TRUE(isEmptyView(&view));
-    fill(&view, with(Bytes(kViewSize, '\0'), 2704, "\1"));
-    EXPECT_TRUE(isEmptyView(&view));
 }
 
 // Slots that there are not -----------------------------------------------------------------------
 
-TEST(ViewFile, LoadingASlotThatThereIsNotTouchesNoFile)
+TEST(ViewFile, ASlotThatThereIsNotTouchesNoFile)
 {
-    tracedFiles.isNoted = true;
+    EXPECT_EQ(tryAgain(INT32_MIN), "try again _LoadViewSetting_help(-2147483648)\r\n");
     for (const int slot : kNoSlots) {
-        fill(GetSaveViewSetting(), kBuffer);
-        put(viewPath(slot), aView(1));
+        expectLoads({{"no slot", slot, aView(1), 0, tryAgain(slot), emptyOver(kBuffer)}});
         const auto files = filesIn();
-        EXPECT_EQ(printedByLoading(slot, 0), tryAgain(slot));
-        EXPECT_TRUE(areBytes(slotBuffer(), emptyOver(kBuffer))) << slot;
-        EXPECT_EQ(filesIn(), files) << slot;
-    }
-    EXPECT_EQ(printedByLoading(INT32_MIN, 0), "try again _LoadViewSetting_help(-2147483648)\r\n");
-    EXPECT_EQ(printedByLoading(INT32_MAX, 0), "try again _LoadViewSetting_help(2147483647)\r\n");
-}
-
-TEST(ViewFile, SavingToASlotThatThereIsNotTouchesNoFile)
-{
-    tracedFiles.isNoted = true;
-    for (const int slot : kNoSlots) {
-        EXPECT_EQ(printedBySaving(slot, 0), "") << slot;
+        fill(GetSaveViewSetting(), kBuffer);
+        EXPECT_EQ(outcomeOf([&] { return SaveViewSetting(slot); }), Outcome(0, "")) << slot;
         EXPECT_TRUE(areBytes(slotBuffer(), kBuffer)) << slot;
+        EXPECT_TRUE(filesIn() == files) << slot;
     }
-    EXPECT_TRUE(fs::is_empty(kDirectory));
 }
 
 // A record from elsewhere may name any view as the current one.
-TEST(ViewFile, ACurrentViewBehindTheLastSlotIsACopyOfWhatIsShown)
+TEST(ViewFile, ACurrentViewAfterTheLastSlotIsWhatIsShownAndNoSlotIsTheCurrentOne)
 {
     for (const int current : {16, 200, 255}) {
         settingByte(3715) = static_cast<uint8_t>(current);
-        fill(GetSaveViewSetting(), kBuffer);
-        EXPECT_EQ(printedByLoading(current, 0), tryAgain(current));
-        EXPECT_TRUE(areBytes(slotBuffer(), kLive)) << current;
-    }
-    EXPECT_TRUE(fs::is_empty(kDirectory));
-}
-
-TEST(ViewFile, WithACurrentViewBehindTheLastSlotNoSlotIsTheCurrentOne)
-{
-    for (const int current : {16, 200, 255}) {
-        settingByte(3715) = static_cast<uint8_t>(current);
-        for (int slot = -1; slot < 16; ++slot) {
-            fill(GetSaveViewSetting(), kBuffer);
-            printedByLoading(slot, 0);
-            EXPECT_TRUE(areBytes(slotBuffer(), emptyOver(kBuffer))) << current << ' ' << slot;
+        expectLoads({{"current", current, {}, 0, tryAgain(current), kLive},
+                     {"-1", -1, {}, 0, tryAgain(-1), emptyOver(kBuffer)}});
+        for (int slot = 0; slot < 16; ++slot) {
+            const Bytes empty = emptied(aView(0));
+            expectLoads({{"missing", slot, {}, 0, twice(slot, failedAttempt), emptyOver(kBuffer)},
+                         {"empty", slot, empty, 1, attempt(slot), empty}});
         }
-        put(viewPath(0), emptied(aView(0)));
-        EXPECT_EQ(printedByLoading(0, 1), "");
-        EXPECT_TRUE(areBytes(slotBuffer(), emptied(aView(0))));
-        fs::remove(viewPath(0));
-    }
-}
-
-// What a load leaves behind ----------------------------------------------------------------------
-
-TEST(ViewFile, LoadingWritesNoFileWhateverItFinds)
-{
-    put(viewPath(0), aView(0));
-    put(viewPath(1), emptied(aView(1)));
-    put(viewPath(2), with(aView(2), 3992, "none"));
-    put(viewPath(4), aView(4).substr(0, 100));
-    put(viewPath(6), aView(6) + "behind");
-    put(viewPath(7), "");
-    put(viewPath(16), aView(16));
-    const fs::file_time_type longAgo = fs::last_write_time(kDirectory) - std::chrono::hours(24);
-    for (const auto &entry : fs::directory_iterator(kDirectory)) {
-        fs::last_write_time(entry.path(), longAgo);
-    }
-    fs::last_write_time(kDirectory, longAgo);
-    const auto files = filesIn();
-    for (const int current : {0, 1, 2, 3, 4, 5, 6, 7, 16}) {
-        settingByte(3715) = static_cast<uint8_t>(current);
-        for (int slot = -1; slot <= 16; ++slot) {
-            printedBy([&] { LoadViewSetting(slot); });
-        }
-    }
-    EXPECT_EQ(filesIn(), files);
-    EXPECT_EQ(fs::last_write_time(kDirectory), longAgo);
-    for (const auto &entry : fs::directory_iterator(kDirectory)) {
-        EXPECT_EQ(entry.last_write_time(), longAgo) << entry.path();
     }
 }
 
@@ -383,24 +271,22 @@ TEST(ViewFile, LoadingWritesNoFileWhateverItFinds)
 
 TEST(ViewFile, ResettingTheSlotBufferChangesExactlyWhatAnEmptyViewNeeds)
 {
-    const Bytes old(kViewSize, '\xA5');
-    fill(GetSaveViewSetting(), old);
+    fill(GetSaveViewSetting(), Bytes(kViewSize, '\xA5'));
     const Bytes record = bytesOf(GetUserSetting());
-    EXPECT_EQ(printedBy([] { ResetSaveViewSetting(); }), "");
-    const Bytes reset = slotBuffer();
-    EXPECT_TRUE(areBytes(reset, emptyOver(old)));
-    EXPECT_EQ(reset.substr(0, 16), Bytes(16, '\xA5'));                        // view byte, reserved
-    EXPECT_TRUE(areBytes(reset.substr(16, 2496), kPreview.substr(16, 2496))); // layers
-    EXPECT_TRUE(areBytes(reset.substr(2512, 96), kPreview.substr(2512, 96))); // positions
-    EXPECT_TRUE(areBytes(reset.substr(2608, 96), Bytes(96, '\0')));           // alphas
-    EXPECT_EQ(reset.substr(2704, 14), Bytes("\0\1\0\0\x80\x06\xB8\x03\1\0\0\0\0\0", 14));
-    EXPECT_EQ(reset.substr(2718, 24), Bytes(24, '\0'));                 // container flags
-    EXPECT_EQ(reset.substr(2742, 2), "\1\xA5");                         // view number, reserved
-    EXPECT_TRUE(areBytes(reset.substr(2744, 864), Bytes(864, '\xA5'))); // RS1
+    EXPECT_EQ(printedBy(ResetSaveViewSetting), "");
+    Bytes expected(16, '\xA5');                                    // view byte, reserved
+    expected += kPreview.substr(16, 2592);                         // layers, positions
+    expected += Bytes(96, '\0');                                   // alphas
+    expected += Bytes("\0\1\0\0\x80\x06\xB8\x03\1\0\0\0\0\0", 14); // other settings
+    expected += Bytes(24, '\0');                                   // container flags
+    expected += "\1\xA5";                                          // view number, reserved
+    expected += Bytes(864, '\xA5');                                // RS1
     for (size_t i = 0; i < 24; ++i) {
-        EXPECT_EQ(reset.substr(3608 + 16 * i, 16), Bytes(14, '\xA5') + '\0' + '\xA5') << i;
+        expected += Bytes(14, '\xA5') + '\0' + '\xA5'; // containers and their flags
     }
-    EXPECT_EQ(reset.substr(3992), "\x79\x56\x21\x29");
+    expected += "\x79\x56\x21\x29";
+    EXPECT_TRUE(areBytes(slotBuffer(), expected));
+    EXPECT_TRUE(areBytes(emptyOver(Bytes(kViewSize, '\xA5')), expected));
     EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), record));
     EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()), kLive));
     EXPECT_TRUE(fs::is_empty(kDirectory));
@@ -411,31 +297,42 @@ TEST(ViewFile, AnEmptyViewCountsItsOtherSettingsFromTheFarCornerOfOutputZero)
     const struct {
         uint32_t width, height;
         Bytes position;
-    } cases[] = {
+    } rows[] = {
         {3840, 2160, Bytes("\x00\x0E\xF0\x07", 4)}, // 3584, 2032
         {256, 128, Bytes(4, '\0')},
         {100, 100, Bytes("\x64\xFF\xE4\xFF", 4)}, // 156 and 28 beyond the other corner
         {0, 0, Bytes("\x00\xFF\x80\xFF", 4)},
     };
-    for (const auto &it : cases) {
-        setOutputSize(it.width, it.height);
+    for (const auto &row : rows) {
+        setOutputSize(row.width, row.height);
         ResetSaveViewSetting();
-        EXPECT_EQ(slotBuffer().substr(2708, 4), it.position) << it.width;
-        EXPECT_TRUE(areBytes(slotBuffer(), emptyViewOver(kBuffer, kPreview, it.width, it.height)));
+        EXPECT_TRUE(areBytes(slotBuffer(), with(emptyOver(kBuffer), 2708, row.position)));
     }
 }
 
 // Saving -----------------------------------------------------------------------------------------
 
-TEST(ViewFile, SavingWritesTheSlotBufferWithIdentificationAndViewNumber)
+std::string savingSteps(int slot)
 {
+    return "<open " + viewName(slot) + " 10><write 3996><close>";
+}
+
+Outcome saveOther()
+{
+    tracedFiles.isNoted = true;
+    return outcomeOf([] { return SaveViewSetting(kOther); });
+}
+
+TEST(ViewFile, SavingWritesTheSlotBufferAtOnceWithIdentificationAndViewNumber)
+{
+    tracedFiles.isNoted = true;
     for (int slot = 0; slot < 16; ++slot) {
-        const Bytes view = with(aView(60 + static_cast<uint32_t>(slot)), 3992, "none");
+        const auto number = static_cast<uint32_t>(slot);
+        const Bytes view = with(aView(60 + number), 3992, "none");
+        const Bytes stored = with(with(view, 2742, oneByte(number)), 3992, "\x79\x56\x21\x29");
         fill(GetSaveViewSetting(), view);
         put(viewPath(slot), Bytes(5000, 'x'));
-        EXPECT_EQ(printedBySaving(slot, 1), "");
-        const Bytes stored =
-            with(with(view, 2742, oneByte(static_cast<uint32_t>(slot))), 3992, "\x79\x56\x21\x29");
+        EXPECT_EQ(outcomeOf([&] { return SaveViewSetting(slot); }), Outcome(1, savingSteps(slot)));
         EXPECT_TRUE(areBytes(contentOf(viewPath(slot)), stored)) << slot;
         EXPECT_TRUE(areBytes(slotBuffer(), stored)) << slot;
     }
@@ -444,45 +341,42 @@ TEST(ViewFile, SavingWritesTheSlotBufferWithIdentificationAndViewNumber)
     EXPECT_EQ(settingByte(3715), kCurrent);
 }
 
-TEST(ViewFile, SavingCreatesTheFileAndWrites3996BytesAtOnce)
-{
-    tracedFiles.isNoted = true;
-    EXPECT_EQ(printedBySaving(15, 1), "<open view15.sav 10><write 3996><close>");
-}
-
 TEST(ViewFile, ASavedViewIsLoadedAgain)
 {
-    EXPECT_EQ(printedBySaving(kOther, 1), "");
+    EXPECT_EQ(saveOther(), Outcome(1, savingSteps(kOther)));
     fill(GetSaveViewSetting(), Bytes(kViewSize, '\0'));
-    EXPECT_EQ(printedByLoading(kOther, 1), "");
+    EXPECT_EQ(outcomeOf([] { return LoadViewSetting(kOther); }), Outcome(1, attempt(kOther)));
     EXPECT_TRUE(areBytes(slotBuffer(), asStored(kBuffer, kOther)));
 }
 
 TEST(ViewFile, ASaveThatCannotCreateItsFileSaysSoAndClosesNothing)
 {
     fs::remove(kDirectory);
-    tracedFiles.isNoted = true;
-    EXPECT_EQ(printedBySaving(kOther, 0), "<open view3.sav 10>"
-                                          "open file /userdata/view3.sav error\n"
-                                          "open file view3.sav fail\r\n");
+    EXPECT_EQ(saveOther(), Outcome(0, "<open view3.sav 10>open file /userdata/view3.sav error\n"
+                                      "open file view3.sav fail\r\n"));
     EXPECT_TRUE(areBytes(slotBuffer(), asStored(kBuffer, kOther)));
 }
 
-TEST(ViewFile, AWriteThatFailsIsSaidBehindTheClosing)
+TEST(ViewFile, AWriteThatFailsOrTakesOneByteLessIsSaidAfterTheClosing)
 {
-    tracedFiles.isNoted = true;
+    const Outcome failure(0, savingSteps(kOther) + "wirte file view3.sav fail\r\n");
     tracedFiles.writesToFailure = 1;
-    EXPECT_EQ(printedBySaving(kOther, 0), "<open view3.sav 10><write 3996><close>"
-                                          "wirte file view3.sav fail\r\n");
-    EXPECT_EQ(printedBySaving(kOther, 1), "<open view3.sav 10><write 3996><close>");
+    EXPECT_EQ(saveOther(), failure);
+    tracedFiles.writesToShortOne = 1;
+    EXPECT_EQ(saveOther(), failure);
+    EXPECT_EQ(saveOther(), Outcome(1, savingSteps(kOther)));
 }
 
-TEST(ViewFile, AWriteThatTakesOneByteLessCountsAsFailed)
+// A view fits in the stream's buffer, whose bytes are lost when the stream is closed.
+TEST(ViewFile, OnAFullDiskAViewIsLostWithoutAFailure)
 {
-    tracedFiles.isNoted = true;
-    tracedFiles.writesToShortOne = 1;
-    EXPECT_EQ(printedBySaving(kOther, 0), "<open view3.sav 10><write 3996><close>"
-                                          "wirte file view3.sav fail\r\n");
+    ASSERT_EQ(mount("tmpfs", kDirectory, "tmpfs", 0, "size=4096"), 0);
+    put("/userdata/full", Bytes(4096, 'x'));
+    EXPECT_EQ(saveOther(), Outcome(1, savingSteps(kOther)));
+    EXPECT_EQ(contentOf(viewPath(kOther)), "");
+    fs::remove("/userdata/full");
+    EXPECT_EQ(saveOther(), Outcome(1, savingSteps(kOther)));
+    EXPECT_TRUE(areBytes(contentOf(viewPath(kOther)), asStored(kBuffer, kOther)));
 }
 
 // Clearing ---------------------------------------------------------------------------------------
@@ -498,26 +392,21 @@ TEST(ViewFile, ClearingRemovesAllSixteenViewsAndNothingElse)
     for (int slot = 0; slot < 16; ++slot) {
         put(viewPath(slot), aView(0));
     }
-    EXPECT_EQ(printedBy([] { ClearViewSetting(); }), "");
+    EXPECT_EQ(printedBy(ClearViewSetting), "");
     EXPECT_EQ(filesIn(), others);
 }
 
+// With no view left, the current one is a copy of what is shown.
 TEST(ViewFile, ClearingMakesTheSlotBufferUnknownAndKeepsTheRestOfIt)
 {
-    EXPECT_EQ(printedBy([] { ClearViewSetting(); }), "");
+    put(viewPath(kCurrent), aView(0));
+    EXPECT_EQ(printedBy(ClearViewSetting), "");
     EXPECT_TRUE(areBytes(slotBuffer(), with(kBuffer, 3992, Bytes(4, '\0'))));
     EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()), kLive));
     EXPECT_EQ(settingByte(3715), kCurrent);
-}
-
-TEST(ViewFile, AfterClearingTheCurrentViewIsACopyOfWhatIsShownWithResultZero)
-{
-    for (int slot = 0; slot < 16; ++slot) {
-        put(viewPath(slot), aView(0));
-    }
-    ClearViewSetting();
     EXPECT_TRUE(fs::is_empty(kDirectory));
-    EXPECT_EQ(printedByLoading(kCurrent, 0), missingView(kCurrent));
+    EXPECT_EQ(outcomeOf([] { return LoadViewSetting(kCurrent); }),
+              Outcome(0, missingView(kCurrent)));
     EXPECT_TRUE(areBytes(slotBuffer(), kLive));
 }
 

@@ -15,96 +15,62 @@ namespace {
 
 [[maybe_unused]] const auto *const blocks = testing::AddGlobalTestEnvironment(new Blocks);
 
-// Layers -----------------------------------------------------------------------------------------
-
-void setLayer(Image &image, uint32_t layer, uint32_t input, uint32_t width, uint32_t height)
-{
-    const size_t at = kProgramAt + 16 + 26 * layer;
-    image.u8(at, {input, 0, 0, 0}).u16(at + 4, {0, 0, width, height, 0, 0, 1111, 999});
-    image.u8(at + 20, {0, 0, 0, 50, 50, 50});
-}
-
+// An input that is none has no size.
 TEST(ViewReset, LayersOfTheProgramViewShowTheWholeOfAnInputOnTheWholeOfTheOutput)
 {
+    const auto expectLayer = [](uint32_t layer, uint32_t input, uint32_t width, uint32_t height) {
+        SCOPED_TRACE(testing::Message() << "layer " << layer << ", input " << input);
+        const auto edit = [&](Image &image) {
+            const size_t at = kProgramAt + 16 + 26 * layer;
+            image.u8(at, {input, 0, 0, 0}).u16(at + 4, {0, 0, width, height, 0, 0, 1111, 999});
+            image.u8(at + 20, {0, 0, 0, 50, 50, 50});
+        };
+        expectEdit([&] { ResetLayerSetting(layer, input); }, edit);
+    };
     for (uint32_t layer = 0; layer < 96; ++layer) {
         const uint32_t input = (layer + 5) % 26;
-        Image expected = before();
-        setLayer(expected, layer, input, 2000 + input, 1000 + input);
-        expectChange(
-            before(), [&] { ResetLayerSetting(layer, input); }, expected);
+        expectLayer(layer, input, 2000 + input, 1000 + input);
     }
-}
-
-TEST(ViewReset, LayerOfAnInputThatIsNoneHasASourceWithoutSize)
-{
     for (const uint32_t input : {26u, 27u, 200u, 255u}) {
-        Image expected = before();
-        setLayer(expected, 95, input, 0, 0);
-        expectChange(
-            before(), [&] { ResetLayerSetting(95, input); }, expected);
-    }
-}
-
-TEST(ViewReset, LayersFrom96UpwardAreLeftAlone)
-{
-    for (const uint32_t layer : {96u, 97u, 255u, 256u, 0x80000000u, 0xFFFFFFFFu}) {
-        expectChange(
-            before(), [&] { ResetLayerSetting(layer, 0); }, before());
+        expectLayer(95, input, 0, 0);
     }
 }
 
 TEST(ViewReset, LayersAreStackedFrom95DownAndOffInTheProgramView)
 {
-    Image expected = before();
-    for (uint32_t n = 0; n < 96; ++n) {
-        expected.u8(kProgramAt + 2512 + n, {95 - n});
-        expected.u8(kProgramAt + 2608 + n, {0});
-    }
-    expectChange(
-        before(), [] { ResetOutputLayerAlpha(); }, expected);
+    const auto edit = [](Image &image) {
+        for (uint32_t n = 0; n < 96; ++n) {
+            image.u8(kProgramAt + 2512 + n, {95 - n}).u8(kProgramAt + 2608 + n, {0});
+        }
+    };
+    expectEdit(ResetOutputLayerAlpha, edit);
 }
 
-// Other settings ---------------------------------------------------------------------------------
-
-void setOther(Image &image, size_t view, uint32_t x, uint32_t y)
+// An output smaller than the distances makes the position wrap around.
+TEST(ViewReset, OtherSettingsOfAViewAreResetAndTheByteAfterThemBecomesOne)
 {
-    image.u8(view + 2704, {0, 1}).u16(view + 2706, {0, x, y}).u8(view + 2712, {1});
-    image.repeat(view + 2713, 5, 0).repeat(view + 2718, 24, 0);
-    image.u8(view + 2742, {1});
-}
-
-TEST(ViewReset, OtherSettingsOfAViewAreResetAndTheByteBehindThemBecomesOne)
-{
-    Image expected = before();
-    setOther(expected, kProgramAt, 1111 - 256, 999 - 128);
-    expectChange(
-        before(), [] { ResetOtherSetting(GetProgramViewSetting()); }, expected);
-
-    expected = before();
-    setOther(expected, kPreviewAt, 1111 - 256, 999 - 128);
-    expectChange(
-        before(), [] { ResetOtherSetting(GetPreviewViewSetting()); }, expected);
-}
-
-TEST(ViewReset, OtherSettingsOfAnOutputSmallerThanTheirDistanceWrapAround)
-{
-    Image from = before();
-    from.u16(1734, {100, 0});
-    Image expected = from;
-    setOther(expected, kProgramAt, 65536 + 100 - 256, 65536 - 128);
-    expectChange(
-        from, [] { ResetOtherSetting(GetProgramViewSetting()); }, expected);
+    const auto expectOther = [](const Image &from, size_t at, uint32_t x, uint32_t y) {
+        const auto edit = [&](Image &image) {
+            image.u8(at + 2704, {0, 1}).u16(at + 2706, {0, x, y}).u8(at + 2712, {1});
+            image.repeat(at + 2713, 5, 0).repeat(at + 2718, 24, 0).u8(at + 2742, {1});
+        };
+        auto *const view = at == kProgramAt ? GetProgramViewSetting() : GetPreviewViewSetting();
+        expectEdit([&] { ResetOtherSetting(view); }, edit, from);
+    };
+    expectOther(before(), kProgramAt, 1111 - 256, 999 - 128);
+    expectOther(before(), kPreviewAt, 1111 - 256, 999 - 128);
+    expectOther(before().u16(1734, {100, 0}), kProgramAt, 65536 + 100 - 256, 65536 - 128);
 }
 
 TEST(ViewReset, ContainersOfTheProgramViewAreResetEachInItsPlace)
 {
     for (uint32_t container = 0; container < 24; ++container) {
         const size_t at = kProgramAt + 3608 + 16 * container;
-        Image expected = before();
-        expected.u8(at, {0, 1, 0}).u16(at + 4, {1111 - 256, 999 - 128}).u8(at + 8, {1, 0});
-        expected.u16(at + 10, {0, 0}).u8(at + 14, {0, 1});
-        expectChange(
-            before(), [&] { ResetContainerOtherSetting(container); }, expected);
+        const auto edit = [&](Image &image) {
+            image.u8(at, {0, 1, 0}).u16(at + 4, {1111 - 256, 999 - 128}).u8(at + 8, {1, 0});
+            image.u16(at + 10, {0, 0}).u8(at + 14, {0, 1});
+        };
+        expectEdit([&] { ResetContainerOtherSetting(container); }, edit);
     }
 }
 
@@ -116,59 +82,46 @@ TEST(ViewReset, ContainerOfAnOutputSmallerThanItsDistanceStandsOutsideIt)
     EXPECT_EQ(GetProgramViewSetting()->containers[4].settingWord6, -78);
 }
 
-TEST(ViewReset, ContainersFrom24UpwardAreLeftAlone)
+TEST(ViewReset, LayersFrom96AndContainersFrom24UpwardAreLeftAlone)
 {
-    for (const uint32_t container : {24u, 25u, 255u, 256u, 0x80000000u, 0xFFFFFFFFu}) {
-        expectChange(
-            before(), [&] { ResetContainerOtherSetting(container); }, before());
-    }
+    expectNoneFrom(96, [](uint32_t layer) { ResetLayerSetting(layer, 0); });
+    expectNoneFrom(24, ResetContainerOtherSetting);
 }
 
-// The RS1 block and the preview ------------------------------------------------------------------
-
+// The last byte of a first, of the first half of a second, and of a third entry stays, and so does
+// byte 5 of a half.
 void setRs1(Image &image, size_t view)
 {
+    const size_t rs1 = view + 2744;
     for (size_t n = 0; n < 24; ++n) {
-        image.repeat(view + 2744 + 12 * n, 10, 0).u8(view + 2744 + 12 * n + 10, {255});
+        image.repeat(rs1 + 12 * n, 10, 0).u8(rs1 + 12 * n + 10, {255});
+        image.repeat(rs1 + 432 + 18 * n, 17, 0);
     }
-    for (size_t n = 0; n < 6; ++n) {
-        for (const size_t half : {0u, 12u}) {
-            const size_t at = view + 2744 + 288 + 24 * n + half;
-            image.u16(at, {0, 0}).u8(at + 4, {0}).u16(at + 6, {0, 0}).u8(at + 10, {0});
+    for (size_t half = 0; half < 12; ++half) {
+        const size_t at = rs1 + 288 + 12 * half;
+        image.repeat(at, 5, 0).repeat(at + 6, 5, 0);
+        if (half % 2 == 1) {
+            image.u8(at + 11, {0});
         }
-        image.u8(view + 2744 + 288 + 24 * n + 23, {0});
-    }
-    for (size_t n = 0; n < 24; ++n) {
-        image.repeat(view + 2744 + 432 + 18 * n, 17, 0);
     }
 }
 
-TEST(ViewReset, Rs1BlockIsZeroButForOneByteOf255InTheFirstEntriesAndBytesThatAreLeftAlone)
+TEST(ViewReset, Rs1BlockIsZeroButForBytesOf255AndThoseThatAreLeftAlone)
 {
-    Image expected = before();
-    setRs1(expected, kPreviewAt);
-    // The last byte of a first, of a half, and of a third entry, and the odd byte of a half.
-    for (const size_t at : {11u, 287u, 288u + 5, 288u + 11, 288u + 17, 432u + 17, 863u}) {
-        EXPECT_EQ(expected.bytes[kPreviewAt + 2744 + at], '\xA5') << at;
-    }
-    expectChange(
-        before(), [] { ResetRS1_Setting(&GetPreviewViewSetting()->rs1); }, expected);
-
-    expected = before();
-    setRs1(expected, kProgramAt);
-    expectChange(
-        before(), [] { ResetRS1_Setting(&GetProgramViewSetting()->rs1); }, expected);
+    const auto preview = [](Image &image) { setRs1(image, kPreviewAt); };
+    const auto program = [](Image &image) { setRs1(image, kProgramAt); };
+    expectEdit([] { ResetRS1_Setting(&GetPreviewViewSetting()->rs1); }, preview);
+    expectEdit([] { ResetRS1_Setting(&GetProgramViewSetting()->rs1); }, program);
 }
 
 TEST(ViewReset, PreviewBecomesTheProgramViewAsViewZeroWithItsOwnRs1Block)
 {
-    const Image from(ownBytes(kUserSettingSize, 4));
-    Image expected = from;
-    expected.bytes.replace(kPreviewAt, kViewSize, from.bytes, kProgramAt, kViewSize);
-    expected.u32(kPreviewAt + 3992, {0x29215679}).u8(kPreviewAt, {0}).u8(kPreviewAt + 2742, {0});
-    setRs1(expected, kPreviewAt);
-    expectChange(
-        from, [] { resetPreviewView(); }, expected);
+    const auto edit = [](Image &image) {
+        image.bytes.replace(kPreviewAt, kViewSize, Bytes(image.bytes), kProgramAt, kViewSize);
+        image.u32(kPreviewAt + 3992, {0x29215679}).u8(kPreviewAt, {0}).u8(kPreviewAt + 2742, {0});
+        setRs1(image, kPreviewAt);
+    };
+    expectEdit(resetPreviewView, edit, Image(ownBytes(kUserSettingSize, 4)));
 }
 
 } // namespace

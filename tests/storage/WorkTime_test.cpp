@@ -1,6 +1,13 @@
-// The work-time list against its file.
+// The work-time list against its file, with this model's base address and with others, and its
+// flag. The module's source is part of this file with its base address weak, so that
+// work_time_base.cpp can take its place.
 
 #include "storage/WorkTime.h"
+
+// What is weak is not compiled into its callers.
+[[gnu::weak]] uint32_t getWorkTimeListAddress();
+
+#include "storage/WorkTime.cpp"
 
 #include <cstdint>
 #include <filesystem>
@@ -12,9 +19,10 @@
 
 #include "tests/support/console.h"
 #include "tests/support/setting_bytes.h"
-#include "tests/support/work_time_files.h"
 
 namespace fs = std::filesystem;
+
+extern uint32_t workTimeBase;
 
 namespace {
 
@@ -23,125 +31,152 @@ static_assert(std::is_same_v<decltype(ReadWorkTime()), uint32_t>);
 static_assert(std::is_same_v<decltype(WriteWorkTime()), int32_t>);
 static_assert(std::is_same_v<decltype(saveWorkTimeList()), int32_t>);
 
-const Bytes kListDefaults = words(0, 0, 0, 0, 0, kGood);
+constexpr char kName[] = "workTime.sav";
+constexpr char kPath[] = "/userdata/workTime.sav";
+constexpr uint32_t kGood = 0x20150321; // the last word of a good list
+
+Bytes words(uint32_t w0, uint32_t w1, uint32_t w2, uint32_t w3, uint32_t w4, uint32_t w5)
+{
+    Bytes bytes;
+    for (const uint32_t word : {w0, w1, w2, w3, w4, w5}) {
+        bytes += littleEndian(word, 4);
+    }
+    return bytes;
+}
+
+const Bytes kNone(24, '\0');
+const Bytes kDefaults = Bytes(20, '\0') + "\x21\x03\x15\x20";
 
 [[maybe_unused]] const auto *const settingsDirectory =
     testing::AddGlobalTestEnvironment(new SettingsDirectory);
 
+Bytes record()
+{
+    return bytesOf(getWorkTimeList());
+}
+
 TEST(WorkTime, IsZeroBeforeItIsLoaded)
 {
-    EXPECT_EQ(record(), Bytes(24, '\0'));
+    EXPECT_EQ(record(), kNone);
 }
 
-TEST(WorkTime, AMissingFileIsReplacedByTheDefaults)
+// The tail that a short file does not have is the old record's, and so is its identification.
+TEST(WorkTime, ItsFileIsLoadedAndWrittenAtOnceWhereItMustChange)
 {
-    EXPECT_EQ(printedByLoading(), "open file /userdata/workTime.sav error\n");
-    EXPECT_EQ(record(), kListDefaults);
-    EXPECT_EQ(filesIn(), (std::map<std::string, Bytes>{{"workTime.sav", kListDefaults}}));
-    EXPECT_EQ(kListDefaults.substr(20), "\x21\x03\x15\x20");
-}
-
-TEST(WorkTime, AForeignFileIsReplacedByTheDefaults)
-{
-    put(kPath, words(1, 2, 3, 4, 5, 6));
-    EXPECT_EQ(printedByLoading(), "");
-    EXPECT_EQ(record(), kListDefaults);
-    EXPECT_EQ(contentOf(kPath), kListDefaults);
-}
-
-TEST(WorkTime, EveryBitOfTheIdentificationCounts)
-{
-    for (uint32_t bit = 0; bit < 32; ++bit) {
-        put(kPath, words(0, 2, 3, 4, 5, kGood ^ 1u << bit));
-        EXPECT_EQ(printedByLoading(), "");
-        EXPECT_EQ(contentOf(kPath), kListDefaults) << bit;
+    const struct {
+        uint32_t base;
+        Load load;
+    } rows[] = {
+        // clang-format off
+        {0, {"missing file", kNone, {}, notOpened(kName), kDefaults, kDefaults}},
+        {0, {"foreign file", kNone, words(1, 2, 3, 4, 5, 6), "", kDefaults, kDefaults}},
+        {0, {"good file, longer", kNone, words(0, 0x80000001, 2, 3, 4, kGood) + "beyond",
+             tooLong(kName, 30, 24), words(0, 0x80000001, 2, 3, 4, kGood), {}}},
+        {0, {"current address of 5",
+             kNone, words(5, 0x11121314, 0x21222324, 0x31323334, 0x41424344, kGood), "",
+             words(0, 0x11121314, 0x21222324, 0x31323334, 0x41424344, kGood),
+             words(0, 0x11121314, 0x21222324, 0x31323334, 0x41424344, kGood)}},
+        {0, {"short file", kNone, words(0, 2, 3, 4, 5, kGood).substr(0, 20), "",
+             kDefaults, kDefaults}},
+        {0, {"short file over a good list", words(9, 9, 9, 9, 9, kGood),
+             words(0, 2, 3, 4, 5, kGood).substr(0, 8), "", words(0, 2, 9, 9, 9, kGood), {}}},
+        {0x80010, {"missing file, other base", kNone, {}, notOpened(kName),
+             words(0x80010, 0x80010, 0x80010, 0, 0, kGood),
+             words(0x80010, 0x80010, 0x80010, 0, 0, kGood)}},
+        {0x80000000, {"current address above the base", kNone,
+             words(0x80000005, 0x7FFFFFFF, 0x80000001, 1, 2, kGood), "",
+             words(0x80000000, 0x80000000, 0x80000001, 1, 2, kGood),
+             words(0x80000000, 0x80000000, 0x80000001, 1, 2, kGood)}},
+        {100, {"current address at the base: no other is raised", kNone,
+             words(100, 1, 2, 3, 4, kGood), "", words(100, 1, 2, 3, 4, kGood), {}}},
+        // clang-format on
+    };
+    for (const auto &row : rows) {
+        workTimeBase = row.base;
+        expectLoad(loadWorkTimeList, getWorkTimeList(), kName, row.load);
     }
 }
 
-// Its length, too: a file that is written again would have 24 bytes.
-TEST(WorkTime, AGoodFileAtTheBaseAddressIsNotWritten)
+TEST(WorkTime, TheListHasTwoAddressesAndTwoCounters)
 {
-    const Bytes own = words(0, 0x80000001, 2, 3, 4, kGood);
-    put(kPath, own + "behind");
-    EXPECT_EQ(printedByLoading(),
-              "read file workTime.sav size error: fileSize=30, readSize=24\r\n");
-    EXPECT_EQ(record(), own);
-    EXPECT_EQ(contentOf(kPath), own + "behind");
-}
-
-TEST(WorkTime, ACurrentAddressOfFiveIsRewrittenWithZeroAndTheOtherWordsUnchanged)
-{
-    put(kPath, words(5, 0x11121314, 0x21222324, 0x31323334, 0x41424344, kGood));
-    const Bytes expected = words(0, 0x11121314, 0x21222324, 0x31323334, 0x41424344, kGood);
-    EXPECT_EQ(printedByLoading(), "");
-    EXPECT_EQ(record(), expected);
-    EXPECT_EQ(contentOf(kPath), expected);
+    fill(getWorkTimeList(), words(5, 0x11121314, 0x21222324, 0x31323334, 0x41424344, kGood));
     EXPECT_EQ(getWorkTimeList()->addresses[0], 0x11121314u);
     EXPECT_EQ(getWorkTimeList()->addresses[1], 0x21222324u);
     EXPECT_EQ(getWorkTimeList()->counters[0], 0x31323334u);
     EXPECT_EQ(getWorkTimeList()->counters[1], 0x41424344u);
 }
 
-// The tail that is missing is the old record's, and so is its identification.
-TEST(WorkTime, AShortFileIsJudgedByTheRecordBehindIt)
+TEST(WorkTime, EveryBitOfTheIdentificationCounts)
 {
-    put(kPath, words(0, 2, 3, 4, 5, kGood).substr(0, 20));
-    EXPECT_EQ(printedByLoading(), "");
-    EXPECT_EQ(contentOf(kPath), kListDefaults);
+    for (uint32_t bit = 0; bit < 32; ++bit) {
+        put(kPath, bitFlipped(words(0, 2, 3, 4, 5, kGood), 20, bit));
+        EXPECT_EQ(printedBy(loadWorkTimeList), "");
+        EXPECT_EQ(contentOf(kPath), kDefaults) << bit;
+    }
+}
 
-    fill(getWorkTimeList(), words(9, 9, 9, 9, 9, kGood));
-    put(kPath, words(0, 2, 3, 4, 5, kGood).substr(0, 8));
-    EXPECT_EQ(printedByLoading(), "");
-    EXPECT_EQ(record(), words(0, 2, 9, 9, 9, kGood));
-    EXPECT_EQ(contentOf(kPath), words(0, 2, 3, 4, 5, kGood).substr(0, 8));
+// Compared without a sign.
+TEST(WorkTime, AddressesBelowTheBaseAreRaisedToIt)
+{
+    const std::map<uint32_t, uint32_t> raised = {
+        {0, 100},   {99, 100},  {0x7FFFFFFF, 0x7FFFFFFF}, {0x80000000, 0x80000000},
+        {100, 100}, {101, 101}, {0xFFFFFFFF, 0xFFFFFFFF}};
+    workTimeBase = 100;
+    for (const auto &[first, raisedFirst] : raised) {
+        for (const auto &[second, raisedSecond] : raised) {
+            const Bytes expected = words(100, raisedFirst, raisedSecond, 1, 2, kGood);
+            expectLoad(
+                loadWorkTimeList, getWorkTimeList(), kName,
+                {"addresses", kNone, words(7, first, second, 1, 2, kGood), "", expected, expected});
+        }
+    }
 }
 
 TEST(WorkTime, ResettingSetsEveryWordAndSavesNothing)
 {
-    fill(getWorkTimeList(), Bytes(24, '\xA5'));
-    EXPECT_EQ(printedBy([] { resetWorkTimeList(); }), "");
-    EXPECT_EQ(record(), kListDefaults);
+    for (const uint32_t base : {0u, 1u, 0x80010u}) {
+        workTimeBase = base;
+        fill(getWorkTimeList(), Bytes(24, '\xA5'));
+        EXPECT_EQ(printedBy(resetWorkTimeList), "");
+        EXPECT_EQ(record(), words(base, base, base, 0, 0, kGood));
+    }
     EXPECT_TRUE(fs::is_empty(kDirectory));
 }
 
 TEST(WorkTime, ReadingReturnsTheLengthOfTheFileAndJudgesNothing)
 {
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(ReadWorkTime(), 0u); }),
-              "open file /userdata/workTime.sav error\n");
-    EXPECT_EQ(record(), Bytes(24, '\0'));
+    EXPECT_EQ(outcomeOf(ReadWorkTime), Outcome(0, notOpened(kName)));
+    EXPECT_EQ(record(), kNone);
     put(kPath, words(1, 2, 3, 4, 5, 6));
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(ReadWorkTime(), 24u); }), "");
+    EXPECT_EQ(outcomeOf(ReadWorkTime), Outcome(24, ""));
     EXPECT_EQ(record(), words(1, 2, 3, 4, 5, 6));
     put(kPath, "abcd");
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(ReadWorkTime(), 4u); }), "");
+    EXPECT_EQ(outcomeOf(ReadWorkTime), Outcome(4, ""));
     EXPECT_EQ(record(), words(0x64636261, 2, 3, 4, 5, 6));
 }
 
-TEST(WorkTime, SavingWritesTheRecordAsItStands)
+TEST(WorkTime, SavingWritesTheRecordAsItStandsOrReturnsZero)
 {
     for (int32_t (*const save)() : {saveWorkTimeList, WriteWorkTime}) {
         put(kPath, Bytes(100, 'x'));
         fill(getWorkTimeList(), words(1, 2, 3, 4, 5, 6));
-        EXPECT_EQ(printedBy([&] { EXPECT_EQ(save(), 1); }), "");
-        EXPECT_EQ(filesIn(),
-                  (std::map<std::string, Bytes>{{"workTime.sav", words(1, 2, 3, 4, 5, 6)}}));
+        EXPECT_EQ(outcomeOf(save), Outcome(1, ""));
+        EXPECT_EQ(filesIn(), (std::map<std::string, Bytes>{{kName, words(1, 2, 3, 4, 5, 6)}}));
+        fs::remove_all(kDirectory);
+        EXPECT_EQ(outcomeOf(save), Outcome(0, notSaved(kName)));
     }
+    EXPECT_EQ(printedBy(loadWorkTimeList), notOpened(kName) + notSaved(kName));
+    EXPECT_EQ(record(), kDefaults);
 }
 
-TEST(WorkTime, WhatCannotBeSavedIsSaidByTheFileStore)
+TEST(WorkTime, ResettingThePowerOnTimeClearsTheFlagAndSavesNothing)
 {
-    fs::remove(kDirectory);
-    const std::string message = "open file /userdata/workTime.sav error\n"
-                                "open file workTime.sav fail\r\n";
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(saveWorkTimeList(), 0); }), message);
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(WriteWorkTime(), 0); }), message);
-    EXPECT_EQ(printedByLoading(), "open file /userdata/workTime.sav error\n" + message);
-    EXPECT_EQ(record(), kListDefaults);
-}
-
-TEST(WorkTime, TheBaseAddressIsZero)
-{
-    EXPECT_EQ(getWorkTimeListAddress(), 0u);
+    EXPECT_EQ(isOn, 0);
+    isOn = 1;
+    EXPECT_EQ(printedBy(resetPowerOnTime), "");
+    EXPECT_EQ(isOn, 0);
+    EXPECT_EQ(record(), kNone);
+    EXPECT_TRUE(fs::is_empty(kDirectory));
 }
 
 } // namespace

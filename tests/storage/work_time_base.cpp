@@ -1,8 +1,10 @@
-#include "tests/storage/work_time_base.h"
+// The base address of the work-time list, as WorkTime_test.cpp sets it.
+
+#include <cstdint>
 
 #include "storage/WorkTime.h"
 
-uint32_t workTimeBase;
+uint32_t workTimeBase; // 0 as in this model
 
 uint32_t getWorkTimeListAddress()
 {

@@ -2,20 +2,13 @@
 
 #include <cstdio>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <vector>
-
-Bytes contentOf(const std::string &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 void put(const std::string &path, const Bytes &content)
 {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    std::ofstream(path, std::ios::binary) << content;
+    writeFile(path, content);
 }
 
 std::map<std::string, Bytes> filesIn(const std::string &directory)
@@ -25,6 +18,22 @@ std::map<std::string, Bytes> filesIn(const std::string &directory)
         files[entry.path().filename()] = contentOf(entry.path());
     }
     return files;
+}
+
+std::string notOpened(const std::string &name)
+{
+    return "open file /userdata/" + name + " error\n";
+}
+
+std::string notSaved(const std::string &name)
+{
+    return notOpened(name) + "open file " + name + " fail\r\n";
+}
+
+std::string tooLong(const std::string &name, size_t size, size_t recordSize)
+{
+    return "read file " + name + " size error: fileSize=" + std::to_string(size) +
+           ", readSize=" + std::to_string(recordSize) + "\r\n";
 }
 
 Bytes hex(const std::string &text)
@@ -54,6 +63,13 @@ Bytes with(Bytes bytes, size_t offset, const Bytes &others)
     return bytes;
 }
 
+Bytes bitFlipped(Bytes bytes, size_t offset, uint32_t bit)
+{
+    char &byte = bytes.at(offset + bit / 8);
+    byte = static_cast<char>(byte ^ 1 << bit % 8);
+    return bytes;
+}
+
 Bytes steppedBytes(size_t size, uint32_t first)
 {
     Bytes bytes;
@@ -72,6 +88,19 @@ Bytes ownBytes(size_t size, uint32_t seed)
         bytes += static_cast<char>(state >> 24);
     }
     return bytes;
+}
+
+Bytes resetOver(const Bytes &record, const std::string &directory)
+{
+    Bytes reset = contentOf(directory + "/save0.sav");
+    const Bytes overOthers = contentOf(directory + "/save0-over-a5.sav");
+    for (size_t i = 0; i < kUserSettingSize; ++i) {
+        const bool inPreview = i >= kPreviewAt && i < kPreviewAt + kViewSize;
+        if (reset.at(i) != overOthers.at(i)) {
+            reset[i] = record.at(inPreview ? i - kPreviewAt + kProgramAt : i);
+        }
+    }
+    return reset;
 }
 
 testing::AssertionResult areBytes(const Bytes &actual, const Bytes &expected)

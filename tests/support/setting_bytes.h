@@ -1,8 +1,7 @@
 #pragma once
 
-// Records and their files as bytes; link with `setting_bytes`. What a test expects of a record is
-// an image of it, changed at the offsets that its file format names, so that a byte changed by
-// mistake shows as well as one that is not.
+// Records and their files as bytes; link with `setting_bytes`. A test expects an image of the whole
+// record, changed at the offsets of its file format, so that a byte changed by mistake shows too.
 
 #include <cstddef>
 #include <cstdint>
@@ -10,10 +9,14 @@
 #include <filesystem>
 #include <initializer_list>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include <gtest/gtest.h>
+
+#include "tests/support/console.h"
+#include "tests/support/files.h"
 
 using Bytes = std::string;
 
@@ -25,8 +28,7 @@ inline constexpr size_t kProgramAt = 7808;
 
 inline constexpr char kDirectory[] = "/userdata"; // of the settings
 
-// Reads a file, "" if it is not there; writes one, in a directory that may be new.
-Bytes contentOf(const std::string &path);
+// Writes a file, in a directory that may be new.
 void put(const std::string &path, const Bytes &content);
 
 // Name and content of every file in `directory`.
@@ -52,6 +54,52 @@ template <typename Record> void fill(Record *record, const Bytes &bytes)
     std::memcpy(record, bytes.data(), sizeof *record);
 }
 
+// Alike, or the first offsets that differ.
+testing::AssertionResult areBytes(const Bytes &actual, const Bytes &expected);
+
+// What an operation returns and prints.
+using Outcome = std::pair<int64_t, std::string>;
+template <typename Operation> Outcome outcomeOf(Operation operation)
+{
+    Outcome outcome;
+    outcome.second = printedBy([&] { outcome.first = operation(); });
+    return outcome;
+}
+
+// What the file store says of a file that it cannot open, that it cannot make, and of one that is
+// longer than its record.
+std::string notOpened(const std::string &name);
+std::string notSaved(const std::string &name);
+std::string tooLong(const std::string &name, size_t size, size_t recordSize);
+
+// One load of a record from its file.
+struct Load {
+    const char *name;
+    Bytes before; // the record
+    std::optional<Bytes> file;
+    std::string prints;
+    Bytes after;
+    std::optional<Bytes> saved; // the file's new content; none: it stays as it was
+};
+
+template <typename Operation, typename Record>
+void expectLoad(Operation load, Record *record, const std::string &file, const Load &row)
+{
+    SCOPED_TRACE(row.name);
+    std::filesystem::remove(kDirectory / std::filesystem::path(file));
+    if (row.file) {
+        put(std::string(kDirectory) + '/' + file, *row.file);
+    }
+    auto files = filesIn();
+    fill(record, row.before);
+    EXPECT_EQ(printedBy(load), row.prints);
+    EXPECT_TRUE(areBytes(bytesOf(record), row.after));
+    if (row.saved) {
+        files[file] = *row.saved;
+    }
+    EXPECT_EQ(filesIn(), files);
+}
+
 // The bytes that pairs of hexadecimal digits stand for; blanks between them do not count.
 Bytes hex(const std::string &text);
 
@@ -68,8 +116,11 @@ inline Bytes twoBytes(uint32_t value)
     return littleEndian(value, 2);
 }
 
-// `bytes` with others in the place of those at `offset`, none behind the end.
+// `bytes` with others in the place of those at `offset`, none after the end.
 Bytes with(Bytes bytes, size_t offset, const Bytes &others);
+
+// `bytes` with one bit changed in the word at `offset`.
+Bytes bitFlipped(Bytes bytes, size_t offset, uint32_t bit);
 
 // Bytes of which no two neighbours are equal, from `first` on.
 Bytes steppedBytes(size_t size, uint32_t first);
@@ -77,8 +128,9 @@ Bytes steppedBytes(size_t size, uint32_t first);
 // Bytes without a pattern, the same ones for the same seed.
 Bytes ownBytes(size_t size, uint32_t seed);
 
-// Alike, or the first offsets that differ.
-testing::AssertionResult areBytes(const Bytes &actual, const Bytes &expected);
+// What a reset makes of the user setting record, by the two images of a first start in `directory`:
+// the bytes in which they differ have no default. The preview gets those of the program view.
+Bytes resetOver(const Bytes &record, const std::string &directory);
 
 // A record's expected bytes. Values are little-endian and stand one after the other from `at` on.
 class Image {

@@ -4,6 +4,7 @@
 // with `setting_bytes`.
 
 #include <cstdint>
+#include <functional>
 
 #include <gtest/gtest.h>
 
@@ -47,4 +48,22 @@ template <typename Reset> void expectChange(const Image &from, Reset reset, cons
     EXPECT_TRUE(areBytes(bytesOf(GetUserSetting_old()), copy));
     EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()), view));
     EXPECT_TRUE(areBytes(bytesOf(GetSaveViewSetting()), slotBuffer));
+}
+
+// Runs `reset` on a record `from`, of which it must change what `edit` does.
+template <typename Reset, typename Edit>
+void expectEdit(Reset reset, Edit edit, const Image &from = before())
+{
+    Image to = from;
+    edit(to);
+    expectChange(from, reset, to);
+}
+
+// Nothing changes for the first number that there is not, and for others beyond it.
+inline void expectNoneFrom(uint32_t count, const std::function<void(uint32_t)> &reset)
+{
+    for (const uint32_t n : {count, count + 1, 255u, 256u, 0x80000000u, 0xFFFFFFFFu}) {
+        SCOPED_TRACE(n);
+        expectEdit([&] { reset(n); }, [](Image &) {});
+    }
 }

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -46,19 +47,16 @@ inline Bytes asStored(const Bytes &view, uint32_t slot)
 // `preview`, and other settings for an output of width x height.
 inline Bytes emptyViewOver(Bytes buffer, const Bytes &preview, uint32_t width, uint32_t height)
 {
-    buffer = with(buffer, 16, preview.substr(16, 2496));   // layers
-    buffer = with(buffer, 2512, preview.substr(2512, 96)); // stacking positions
-    buffer = with(buffer, 2608, Bytes(96, '\0'));          // alphas
-    buffer = with(buffer, 2704, Bytes("\0\1\0\0", 4));     // other settings, to 2741
-    buffer = with(buffer, 2708, twoBytes(width - 256));
-    buffer = with(buffer, 2710, twoBytes(height - 128));
-    buffer = with(buffer, 2712, Bytes("\1\0\0\0\0\0", 6));
-    buffer = with(buffer, 2718, Bytes(24, '\0'));
-    buffer = with(buffer, 2742, "\1"); // view number
+    Image view(std::move(buffer));
+    view.bytes.replace(16, 2592, preview, 16, 2592);                 // layers, stacking positions
+    view.repeat(2608, 96, 0);                                        // alphas
+    view.u8(2704, {0, 1}).u16(2706, {0, width - 256, height - 128}); // other settings, to 2741
+    view.u8(2712, {1}).repeat(2713, 5, 0).repeat(2718, 24, 0);
+    view.u8(2742, {1}); // view number
     for (size_t i = 0; i < 24; ++i) {
-        buffer = with(buffer, 3608 + 16 * i + 14, Bytes(1, '\0')); // flag of a container
+        view.u8(3608 + 16 * i + 14, {0}); // flag of a container
     }
-    return identified(buffer);
+    return identified(view.bytes);
 }
 
 inline std::string viewName(int slot)
@@ -71,12 +69,16 @@ inline std::string viewPath(int slot)
     return "/userdata/" + viewName(slot);
 }
 
+inline std::string tryAgain(int slot)
+{
+    return "try again _LoadViewSetting_help(" + std::to_string(slot) + ")\r\n";
+}
+
 // What loading a view says when there is no file.
 inline std::string missingView(int slot)
 {
-    const std::string once =
-        "open file " + viewPath(slot) + " error\nopen file " + viewName(slot) + " fail\r\n";
-    return once + "try again _LoadViewSetting_help(" + std::to_string(slot) + ")\r\n" + once;
+    const std::string once = notSaved(viewName(slot)); // the messages are the same
+    return once + tryAgain(slot) + once;
 }
 
 // The byte of the user setting record at `offset`.
