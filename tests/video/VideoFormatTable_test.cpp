@@ -1,9 +1,8 @@
 // The format table and the GS4911 codes, id by id, against the table that engineers exchange
-// (tests/data/video_formats.csv) and docs/video-formats.md. The modules' sources are part of this
-// file, so that their tables are in sight.
+// (tests/data/video_formats.csv) and docs/video-formats.md. The table's source is part of this
+// file, so that its tables are in sight.
 
 #include "video/VideoFormatTable.cpp"
-#include "video/gs4911.cpp"
 
 #include <cmath>
 #include <cstdint>
@@ -21,6 +20,7 @@
 #include "storage/UserSetting.h"
 #include "tests/support/format_files.h"
 #include "video/format_class.h"
+#include "video/gs4911.h"
 
 namespace {
 
@@ -29,7 +29,6 @@ static_assert(std::is_const_v<std::remove_reference_t<decltype(tModeResolution[0
 static_assert(std::is_const_v<decltype(tVideoDefine)>);
 static_assert(std::is_const_v<decltype(tVideoFormatStr)>);
 static_assert(std::is_const_v<std::remove_pointer_t<decltype(tVideoFormatStr)::value_type>>);
-static_assert(std::is_const_v<std::remove_reference_t<decltype(tGS4911_VID_STD[0])>>);
 
 // What is expected of every operation ------------------------------------------------------------
 
@@ -374,16 +373,6 @@ TEST_F(VideoFormatTable, OnlyAskingForTheCustomFormatRewritesItsName)
 }
 
 // GS4911 codes ------------------------------------------------------------------------------------
-
-TEST_F(VideoFormatTable, The37CodesEndInOneThatOnlyTheWayBackKnows)
-{
-    const std::vector<uint32_t> expectedCodes = {
-        9,  10, 11, 12, 13, 14, 15, 16, 17, 18, 21, 22, 23, 29, 30, 31, 32, 33,  34,
-        35, 36, 37, 38, 39, 40, 41, 42, 43, 44, 45, 46, 47, 48, 49, 50, 51, 124,
-    };
-    EXPECT_EQ(std::vector<uint32_t>(std::begin(tGS4911_VID_STD), std::end(tGS4911_VID_STD)),
-              expectedCodes);
-}
 
 TEST_F(VideoFormatTable, FormatsWithACodeOfTheirOwnAreFoundByIt)
 {

@@ -592,44 +592,38 @@ TEST(CustomTiming, TheWorkedModesOfTheDocumentAreThoseOfTheTable)
     }
 }
 
+// clang-format off
+const struct {
+    const char *field, *value; // in the words of the document
+    uint32_t (*get)();
+    uint32_t expected; // for 1366x768@61
+} kStoredFields[] = {
+    {"timing syncPolarity",  "0: both positive",                      getCustomhvSyncPolarity, 0},
+    {"timing hTotal",        "H total",                               getCustomhTotal,      1520},
+    // 15933.44 / 768 = 20.75 us: 479 / 20.75 = 23 lines.
+    {"timing vTotal",        "V total",                               getCustomvTotal,       791},
+    {"timing hStart",        "112: the sync and half of the blanking", getCustomhStart,      112},
+    {"timing vStart",        "blanking lines − 3",                    getCustomvStart,        20},
+    {"timing hActive",       "width, not cut to a multiple of 8",     getCustomhActive,     1366},
+    {"timing vActive",       "height",                                getCustomvActive,      768},
+    {"timing hSyncWidth",    "32",                                    getCustomhSyncWidth,    32},
+    {"timing vSyncWidth",    "4",                                     getCustomvSyncWidth,     4},
+    {"resolution width",     "width",                                 getCustomH,           1366},
+    {"resolution height",    "height",                                getCustomV,            768},
+    {"resolution frameRate", "rate",                                  getCustomF,             61},
+};
+// clang-format on
+
 TEST(CustomTiming, WhatIsStoredIsWhatTheDocumentLists)
 {
-    // Each number, and the field that it is found in; words stand for what is asked for and made.
+    fillBoth();
     ASSERT_EQ(make({1366, 768, 61}), kStored);
-    const std::map<std::string, uint32_t> words = {
-        {"0: both positive", 0},
-        {"H total", 1520},
-        {"V total", 791}, // 15933.44 / 768 = 20.75 us: 479 / 20.75 = 23 lines
-        {"112: the sync and half of the blanking", 112},
-        {"blanking lines − 3", 20},
-        {"width, not cut to a multiple of 8", 1366},
-        {"32", 32},
-        {"4", 4},
-        {"width", 1366},
-        {"height", 768},
-        {"rate", 61},
-    };
-    const std::map<std::string, uint32_t (*)()> fields = {
-        {"timing syncPolarity", getCustomhvSyncPolarity},
-        {"timing hTotal", getCustomhTotal},
-        {"timing vTotal", getCustomvTotal},
-        {"timing hStart", getCustomhStart},
-        {"timing vStart", getCustomvStart},
-        {"timing hActive", getCustomhActive},
-        {"timing vActive", getCustomvActive},
-        {"timing hSyncWidth", getCustomhSyncWidth},
-        {"timing vSyncWidth", getCustomvSyncWidth},
-        {"resolution width", getCustomH},
-        {"resolution height", getCustomV},
-        {"resolution frameRate", getCustomF},
-    };
-    const auto rows = tableOf(kChapter, "field | value");
-    ASSERT_EQ(rows.size(), fields.size()) << FORMATS_DOCUMENT;
-    for (const std::vector<std::string> &cells : rows) {
-        ASSERT_TRUE(fields.contains(cells[0])) << cells[0];
-        ASSERT_TRUE(words.contains(cells[1])) << cells[1];
-        EXPECT_EQ(fields.at(cells[0])(), words.at(cells[1])) << cells[0];
+    std::vector<std::vector<std::string>> expected;
+    for (const auto &row : kStoredFields) {
+        EXPECT_EQ(row.get(), row.expected) << row.field;
+        expected.push_back({row.field, row.value});
     }
+    EXPECT_EQ(tableOf(kChapter, "field | value"), expected) << FORMATS_DOCUMENT;
 }
 
 // clang-format off
