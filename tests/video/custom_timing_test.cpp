@@ -16,6 +16,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -112,53 +113,42 @@ std::vector<GridRow> readGrid()
     return grid;
 }
 
-// The bytes of both records, and what a derivation makes of them.
-struct Records {
-    Bytes setting;
-    Bytes timing;
-};
-
-Records recordsNow()
+// The user setting record, and the timing after it.
+Bytes recordsNow()
 {
-    return {bytesOf(GetUserSetting()), bytesOf(GetCustomFormat())};
+    return bytesOf(GetUserSetting()) + bytesOf(GetCustomFormat());
 }
 
-// No field of what stands before has the value that it gets: one left out shows.
-const Records &fillBoth()
+// No field of what is there before has the value that it gets: one left out shows.
+const Bytes &fillBoth()
 {
-    static const Records records{ownBytes(kUserSettingSize, 7),
-                                 Bytes(sizeof(CustomFormat), '\xA5')};
-    fill(GetUserSetting(), records.setting);
-    fill(GetCustomFormat(), records.timing);
+    static const Bytes timing(sizeof(CustomFormat), '\xA5');
+    static const Bytes records = ownBytes(kUserSettingSize, 7) + timing;
+    fill(GetUserSetting(), records.substr(0, kUserSettingSize));
+    fill(GetCustomFormat(), timing);
     return records;
 }
 
-Records after(const Records &before, const Derived &derived)
+// What a derivation makes of the records.
+Bytes after(const Bytes &before, const Derived &derived)
 {
-    if (!derived.isStored) {
-        return before;
+    Image image(before);
+    if (derived.isStored) {
+        image
+            .u32(kResolution, {static_cast<uint32_t>(derived.mode.width),
+                               static_cast<uint32_t>(derived.mode.height),
+                               static_cast<uint32_t>(derived.mode.rate)})
+            .u8(kUserSettingSize + 1, {derived.polarity})
+            .u16(kUserSettingSize + 2,
+                 {derived.hTotal, derived.vTotal, derived.hStart, derived.vStart, derived.hActive,
+                  derived.vActive, derived.hSync, derived.vSync});
     }
-    Image setting(before.setting);
-    setting.u32(kResolution, {static_cast<uint32_t>(derived.mode.width),
-                              static_cast<uint32_t>(derived.mode.height),
-                              static_cast<uint32_t>(derived.mode.rate)});
-    Image timing(before.timing);
-    timing.u8(1, {derived.polarity})
-        .u16(2, {derived.hTotal, derived.vTotal, derived.hStart, derived.vStart, derived.hActive,
-                 derived.vActive, derived.hSync, derived.vSync});
-    return {setting.bytes, timing.bytes};
+    return image.bytes;
 }
 
-testing::AssertionResult areRecords(const Records &expected)
+testing::AssertionResult areRecords(const Bytes &expected)
 {
-    const Records now = recordsNow();
-    if (testing::AssertionResult same = areBytes(now.setting, expected.setting); !same) {
-        return same << "of the user setting record";
-    }
-    if (testing::AssertionResult same = areBytes(now.timing, expected.timing); !same) {
-        return same << "of the timing";
-    }
-    return testing::AssertionSuccess();
+    return areBytes(recordsNow(), expected);
 }
 
 std::string errorFor(const std::string &clock)
@@ -167,31 +157,24 @@ std::string errorFor(const std::string &clock)
 }
 
 // The result of an operation and what it printed.
-struct Answer {
-    int32_t result;
-    std::string printed;
-    bool operator==(const Answer &) const = default;
-};
+using Answer = std::pair<int32_t, std::string>;
 
-std::ostream &operator<<(std::ostream &out, const Answer &answer)
+Answer answerOf(int32_t (*operation)(int32_t, int32_t, int32_t), const Mode &mode)
 {
-    return out << answer.result << " \"" << answer.printed << '"';
+    Answer answer;
+    answer.second =
+        printedBy([&] { answer.first = operation(mode.width, mode.height, mode.rate); });
+    return answer;
 }
 
 Answer make(const Mode &mode)
 {
-    Answer answer{};
-    answer.printed =
-        printedBy([&] { answer.result = getCustomTimming(mode.width, mode.height, mode.rate); });
-    return answer;
+    return answerOf(getCustomTimming, mode);
 }
 
 Answer check(const Mode &mode)
 {
-    Answer answer{};
-    answer.printed =
-        printedBy([&] { answer.result = CheckCustomTimming(mode.width, mode.height, mode.rate); });
-    return answer;
+    return answerOf(CheckCustomTimming, mode);
 }
 
 const Answer kStored{1, ""};
@@ -208,7 +191,7 @@ TEST(CustomTiming, EveryModeOfTheGridIsCheckedAndMadeAsDerived)
     const std::string printed = printedBy([&] {
         for (const GridRow &row : grid) {
             const auto &[width, height, rate] = row.mode;
-            const Records before = fillBoth();
+            const Bytes &before = fillBoth();
             const int32_t checked = CheckCustomTimming(width, height, rate);
             const testing::AssertionResult unchanged = areRecords(before);
             const int32_t made = getCustomTimming(width, height, rate);
@@ -289,7 +272,7 @@ const struct {
 TEST(CustomTiming, TheseModesAreMadeAndNothingElseOfTheRecordsChanges)
 {
     for (const Derived &derived : kMade) {
-        const Records &before = fillBoth();
+        const Bytes &before = fillBoth();
         EXPECT_EQ(check(derived.mode), kStored) << derived.mode;
         EXPECT_TRUE(areRecords(before)) << derived.mode;
         EXPECT_EQ(make(derived.mode), kStored) << derived.mode;
@@ -301,7 +284,7 @@ TEST(CustomTiming, TheseModesAreMadeAndNothingElseOfTheRecordsChanges)
 TEST(CustomTiming, TheseModesAreRefusedWithTheirClockAndCheckedWithoutAWord)
 {
     for (const auto &row : kRefused) {
-        const Records &before = fillBoth();
+        const Bytes &before = fillBoth();
         EXPECT_EQ(make(row.mode), (Answer{0, errorFor(row.clock)})) << row.mode;
         EXPECT_EQ(check(row.mode), kSilent) << row.mode;
         EXPECT_TRUE(areRecords(before)) << row.mode;
@@ -311,7 +294,7 @@ TEST(CustomTiming, TheseModesAreRefusedWithTheirClockAndCheckedWithoutAWord)
 
 TEST(CustomTiming, ZeroAndNegativeNumbersAreRefusedWithoutAWord)
 {
-    const Records &before = fillBoth();
+    const Bytes &before = fillBoth();
     for (const int32_t bad : {0, -1, -8, -60, -1920, -kMax, kMin}) {
         for (const Mode &mode : {Mode{bad, 1080, 60}, Mode{1920, bad, 60}, Mode{1920, 1080, bad},
                                  Mode{bad, bad, 60}, Mode{bad, bad, bad}, Mode{1920, bad, bad},
@@ -333,7 +316,7 @@ TEST(CustomTiming, ARateIsConvertedToItself)
 TEST(CustomTiming, TheFormatTableAnswersForFormat124WithTheTimingMadeLast)
 {
     EXPECT_EQ(make({1366, 768, 60}), kStored);
-    EXPECT_EQ(make({4096, 2160, 70}).result, 0);
+    EXPECT_EQ(make({4096, 2160, 70}).first, 0);
     GetUserSetting()->extInputFormat = 124;
     for (const uint32_t id : {124u, 125u}) {
         EXPECT_EQ(GetResByVideoFormat(id), 1366u + 768 * 65536);
@@ -406,7 +389,7 @@ TEST(CustomTiming, TheModesBesideTheStandardAreMadeAsTheirTableSays)
     const std::vector<Compared> modes = readCompared();
     EXPECT_GE(modes.size(), 40u);
     for (const Compared &mode : modes) {
-        const Records &before = fillBoth();
+        const Bytes &before = fillBoth();
         const Answer expected = mode.isStored ? kStored : Answer{0, errorFor(mode.clock)};
         EXPECT_EQ(make(mode.mode), expected) << mode.mode;
         EXPECT_TRUE(areRecords(after(before, mode))) << mode.mode;
@@ -603,7 +586,7 @@ TEST(CustomTiming, TheSentencesOfTheDocumentHold)
     for (const auto &row : kSentences) {
         EXPECT_TRUE(documentSays(row.sentence)) << row.sentence;
         fillBoth();
-        EXPECT_EQ(make(row.mode).result, row.vStart != 0 ? 1 : 0) << row.mode;
+        EXPECT_EQ(make(row.mode).first, row.vStart != 0 ? 1 : 0) << row.mode;
         if (row.vStart != 0) {
             EXPECT_EQ(getCustomvStart(), row.vStart) << row.mode;
         }
