@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <ostream>
 #include <random>
 #include <set>
@@ -176,7 +177,7 @@ protected:
     void SetUp() override
     {
         WithExchanged::SetUp();
-        formats_ = new Formats(exchanged);
+        formats_.emplace(exchanged);
     }
 
     // The operations by numbers; the first difference ends the case.
@@ -206,7 +207,7 @@ protected:
     }
 
 private:
-    const Formats *formats_ = nullptr;
+    std::optional<Formats> formats_;
 };
 
 // The formats' rows -------------------------------------------------------------------------------
