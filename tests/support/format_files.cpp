@@ -6,25 +6,6 @@
 #include <fstream>
 #include <iterator>
 
-#include <gtest/gtest.h>
-
-namespace {
-
-// The document with its lines joined, so that a sentence is found wherever it is broken.
-const std::string &documentText()
-{
-    static const std::string all = [] {
-        std::ifstream document(FORMATS_DOCUMENT);
-        EXPECT_TRUE(document.good()) << FORMATS_DOCUMENT;
-        std::string text{std::istreambuf_iterator<char>(document), {}};
-        std::replace(text.begin(), text.end(), '\n', ' ');
-        return text;
-    }();
-    return all;
-}
-
-} // namespace
-
 std::ostream &operator<<(std::ostream &out, const Row &row)
 {
     out << row.id << ' ' << row.name;
@@ -114,7 +95,10 @@ std::vector<std::vector<std::string>> tableOf(const std::string &chapter,
 
 bool documentSays(const std::string &sentence)
 {
-    return documentText().find(sentence) != std::string::npos;
+    std::ifstream document(FORMATS_DOCUMENT);
+    std::string text{std::istreambuf_iterator<char>(document), {}};
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    return text.find(sentence) != std::string::npos;
 }
 
 std::vector<uint32_t> numbersIn(const std::string &text)
@@ -127,6 +111,12 @@ std::vector<uint32_t> numbersIn(const std::string &text)
         }
     }
     return numbers;
+}
+
+std::set<uint32_t> setOf(const std::string &text)
+{
+    const std::vector<uint32_t> numbers = numbersIn(text);
+    return {numbers.begin(), numbers.end()};
 }
 
 std::string quoted(const std::string &text)

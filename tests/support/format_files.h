@@ -5,8 +5,11 @@
 
 #include <cstdint>
 #include <ostream>
+#include <set>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 struct Row {
     uint32_t id;
@@ -22,21 +25,31 @@ std::ostream &operator<<(std::ostream &out, const Row &row);
 extern std::vector<Row> exchanged;
 void readExchanged();
 
+// Every case has the table at hand.
+class WithExchanged : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_NO_FATAL_FAILURE(readExchanged()) << FORMATS_FILE;
+    }
+};
+
 // A row from the texts of its fields, in the order of the struct.
 Row rowOfCells(const std::vector<std::string> &cells);
 
-// The rows of the table with this heading in this chapter of the document.
+// The rows of the tables with this heading in this chapter of the document.
 std::vector<std::vector<std::string>> tableOf(const std::string &chapter,
                                               const std::string &heading);
 
 // Wherever in the sentence the document breaks its lines.
 bool documentSays(const std::string &sentence);
 
-// The whole of `text` as a number; what is none fails the test.
+// The whole of `text` as a number; any other text fails the test.
 uint32_t number(const std::string &text);
 
 // The numbers in "1, 2", "9 to 18" or "5", in that order.
 std::vector<uint32_t> numbersIn(const std::string &text);
+std::set<uint32_t> setOf(const std::string &text);
 
 std::vector<std::string> split(const std::string &text, const std::string &separator);
 
