@@ -1,12 +1,15 @@
-// The table of delayed calls, with its slots in sight: the module's source is part of this file.
+// The table of delayed calls, played through by scripts. The module's source is part of this file,
+// so that its slots are in sight.
 
 #include "core/DelayCall.cpp"
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <functional>
+#include <cstdlib>
 #include <iterator>
+#include <sstream>
+#include <string>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -24,14 +27,33 @@ static_assert(std::is_same_v<decltype(_delayTime), uint32_t[32]>);
 
 using Function = void (*)();
 
-std::vector<int> called;                   // numbers of the functions called, in order
-std::array<std::function<void()>, 40> act; // what a function does besides
+// A script is steps with blanks between them. Function n is f[n]; "null" is none.
+//
+//   @600         sets the tick; @+10 moves it
+//   +7:1000      arms function 7 for 1000 ms, which succeeds
+//   +7:1000!     the same, which is refused and changes nothing
+//   -7  -7!      removes it, with success and without
+//   run=5,1      runs the task, which calls 5 and 1 in this order and no other
+//   slots=0,.,3  the first slots hold 0, nothing and 3; the others are free
+//   slot20=32    slot 20 holds 32
+//
+// Armed slots hold tick and delay. Removing leaves both. Only running calls a function.
+struct Row {
+    const char *name;
+    std::string script;
+    int reacting = -1;         // the function that
+    std::string reaction = {}; // plays this script when it is called
+};
+
+Row current;
+std::vector<std::string> called; // numbers, in order
+void play(const std::string &script);
 
 template <int N> void numbered()
 {
-    called.push_back(N);
-    if (act[N]) {
-        act[N]();
+    called.push_back(std::to_string(N));
+    if (N == current.reacting) {
+        play(current.reaction);
     }
 }
 
@@ -41,401 +63,194 @@ std::array<Function, sizeof...(N)> makeFunctions(std::integer_sequence<int, N...
     return {numbered<N>...};
 }
 
-// f[n] records n when it is called.
 const std::array<Function, 40> f = makeFunctions(std::make_integer_sequence<int, 40>());
 
+uint32_t number(const std::string &text)
+{
+    return static_cast<uint32_t>(std::strtoul(text.c_str(), nullptr, 0));
+}
+
+Function functionOf(const std::string &text)
+{
+    return text.starts_with("null") || text == "." ? nullptr : f.at(number(text));
+}
+
+std::vector<std::string> list(const std::string &text)
+{
+    std::vector<std::string> items;
+    std::istringstream all(text);
+    for (std::string item; std::getline(all, item, ',');) {
+        items.push_back(item);
+    }
+    return items;
+}
+
 struct Table {
-    std::vector<Function> functions;
-    std::vector<uint32_t> starts;
-    std::vector<uint32_t> delays;
+    std::vector<Function> functions{std::begin(_pFunc), std::end(_pFunc)};
+    std::vector<uint32_t> starts{std::begin(_startTime), std::end(_startTime)};
+    std::vector<uint32_t> delays{std::begin(_delayTime), std::end(_delayTime)};
     bool operator==(const Table &) const = default;
 };
 
-Table table()
+void changeTable(const std::string &step)
 {
-    return {{std::begin(_pFunc), std::end(_pFunc)},
-            {std::begin(_startTime), std::end(_startTime)},
-            {std::begin(_delayTime), std::end(_delayTime)}};
-}
-
-uint32_t slotsInUse()
-{
-    return static_cast<uint32_t>(
-        std::count_if(std::begin(_pFunc), std::end(_pFunc), [](Function it) { return it; }));
-}
-
-// Runs the task at this tick and returns what it called.
-std::vector<int> callsAt(uint32_t tick)
-{
-    called.clear();
-    fakeClock.setMs(tick);
-    delayCall_task();
-    return called;
-}
-
-using Calls = std::vector<int>;
-
-// Arming -----------------------------------------------------------------------------------------
-
-TEST(DelayCall, StartsWithAllSlotsFree)
-{
-    EXPECT_EQ(slotsInUse(), 0u);
-    EXPECT_EQ(callsAt(0), Calls{});
-    EXPECT_EQ(callsAt(0xFFFFFFFF), Calls{});
-}
-
-TEST(DelayCall, RefusesNull)
-{
-    fakeClock.setMs(500);
-    const Table before = table();
-    EXPECT_EQ(AddDelayCallFunc(nullptr, 10), 0);
-    EXPECT_EQ(table(), before);
-}
-
-TEST(DelayCall, ArmingStoresTheFunctionTheTickAndTheDelay)
-{
-    fakeClock.setMs(5000);
-    EXPECT_EQ(AddDelayCallFunc(f[1], 250), 1);
-    EXPECT_EQ(_pFunc[0], f[1]);
-    EXPECT_EQ(_startTime[0], 5000u);
-    EXPECT_EQ(_delayTime[0], 250u);
-    EXPECT_EQ(slotsInUse(), 1u);
-    EXPECT_EQ(called, Calls{});
-}
-
-TEST(DelayCall, NewFunctionsTakeTheLowestFreeSlot)
-{
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(AddDelayCallFunc(f[static_cast<size_t>(i)], 100), 1);
+    const bool succeeds = !step.ends_with('!');
+    const Function function = functionOf(step.substr(1));
+    const size_t calls = called.size();
+    Table expected;
+    if (step[0] == '+') {
+        const uint32_t delay = number(step.substr(step.find(':') + 1));
+        EXPECT_EQ(AddDelayCallFunc(function, delay), succeeds ? 1 : 0);
+        const auto at = std::find(std::begin(_pFunc), std::end(_pFunc), function);
+        if (succeeds && at != std::end(_pFunc)) {
+            const size_t slot = static_cast<size_t>(at - std::begin(_pFunc));
+            expected.functions[slot] = function;
+            expected.starts[slot] = static_cast<uint32_t>(fakeClock.nowUs / 1000);
+            expected.delays[slot] = delay;
+        }
+    } else {
+        EXPECT_EQ(RemoveDelayCallFunc(function), succeeds ? 1 : 0);
+        if (succeeds) {
+            std::replace(expected.functions.begin(), expected.functions.end(), function,
+                         Function(nullptr));
+        }
     }
-    RemoveDelayCallFunc(f[2]);
-    RemoveDelayCallFunc(f[1]);
-    EXPECT_EQ(AddDelayCallFunc(f[10], 100), 1);
-    EXPECT_EQ(AddDelayCallFunc(f[11], 100), 1);
-    EXPECT_EQ(AddDelayCallFunc(f[12], 100), 1);
-    EXPECT_EQ(_pFunc[0], f[0]);
-    EXPECT_EQ(_pFunc[1], f[10]);
-    EXPECT_EQ(_pFunc[2], f[11]);
-    EXPECT_EQ(_pFunc[3], f[3]);
-    EXPECT_EQ(_pFunc[4], f[12]);
+    EXPECT_TRUE(Table() == expected);
+    EXPECT_EQ(called.size(), calls);
 }
 
-TEST(DelayCall, ArmingAgainReplacesStartAndDelayInTheSameSlot)
+void play(const std::string &script)
 {
-    fakeClock.setMs(1000);
-    AddDelayCallFunc(f[0], 100);
-    AddDelayCallFunc(f[1], 100);
-    RemoveDelayCallFunc(f[0]); // a lower slot is free, and is not taken
-    fakeClock.setMs(1600);
-    EXPECT_EQ(AddDelayCallFunc(f[1], 10), 1);
-    EXPECT_EQ(_pFunc[0], nullptr);
-    EXPECT_EQ(_pFunc[1], f[1]);
-    EXPECT_EQ(_startTime[1], 1600u);
-    EXPECT_EQ(_delayTime[1], 10u);
-    EXPECT_EQ(slotsInUse(), 1u);
-}
-
-TEST(DelayCall, ArmingAgainRestartsTheWait)
-{
-    AddDelayCallFunc(f[7], 1000);
-    fakeClock.setMs(600);
-    AddDelayCallFunc(f[7], 1000);
-    EXPECT_EQ(callsAt(1000), Calls{});
-    EXPECT_EQ(callsAt(1599), Calls{});
-    EXPECT_EQ(callsAt(1600), Calls{7});
-    EXPECT_EQ(callsAt(1000000), Calls{});
-}
-
-TEST(DelayCall, ArmingAgainMayShortenTheWait)
-{
-    AddDelayCallFunc(f[7], 1000);
-    AddDelayCallFunc(f[7], 10);
-    EXPECT_EQ(callsAt(9), Calls{});
-    EXPECT_EQ(callsAt(10), Calls{7});
-    EXPECT_EQ(callsAt(1000), Calls{});
-}
-
-TEST(DelayCall, Refuses33rdFunctionAndLeavesTheTableAsItIs)
-{
-    for (size_t i = 0; i < 32; ++i) {
-        fakeClock.setMs(static_cast<int64_t>(i));
-        EXPECT_EQ(AddDelayCallFunc(f[i], 100 + static_cast<uint32_t>(i)), 1) << i;
+    std::istringstream steps(script);
+    for (std::string step; steps >> step;) {
+        SCOPED_TRACE(step);
+        const std::string value = step.substr(step.find('=') + 1);
+        if (step.starts_with("@+")) {
+            fakeClock.advanceMs(number(step.substr(2)));
+        } else if (step.starts_with('@')) {
+            fakeClock.setMs(number(step.substr(1)));
+        } else if (step.starts_with("run=")) {
+            called.clear();
+            delayCall_task();
+            EXPECT_EQ(called, list(value));
+        } else if (step.starts_with("slots=")) {
+            std::vector<Function> expected;
+            for (const std::string &item : list(value)) {
+                expected.push_back(functionOf(item));
+            }
+            expected.resize(32);
+            EXPECT_EQ(Table().functions, expected);
+        } else if (step.starts_with("slot")) {
+            EXPECT_EQ(_pFunc[number(step.substr(4))], functionOf(value));
+        } else {
+            changeTable(step);
+        }
     }
-    EXPECT_EQ(slotsInUse(), 32u);
-    const Table before = table();
-    fakeClock.setMs(50);
-    EXPECT_EQ(AddDelayCallFunc(f[32], 1), 0);
-    EXPECT_EQ(table(), before);
-    EXPECT_EQ(AddDelayCallFunc(nullptr, 1), 0);
-    EXPECT_EQ(table(), before);
 }
 
-TEST(DelayCall, FullTableStillArmsItsOwnFunctionsAgain)
+void playAll(const std::vector<Row> &rows)
 {
-    for (size_t i = 0; i < 32; ++i) {
-        AddDelayCallFunc(f[i], 100);
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.name);
+        std::fill(std::begin(_pFunc), std::end(_pFunc), nullptr);
+        current = row;
+        play(row.script);
     }
-    fakeClock.setMs(60);
-    for (const size_t i : {0u, 15u, 31u}) {
-        EXPECT_EQ(AddDelayCallFunc(f[i], 5), 1);
-        EXPECT_EQ(_pFunc[i], f[i]);
-        EXPECT_EQ(_startTime[i], 60u);
-        EXPECT_EQ(_delayTime[i], 5u);
-    }
-    EXPECT_EQ(slotsInUse(), 32u);
-    EXPECT_EQ(callsAt(65), (Calls{0, 15, 31}));
 }
 
-TEST(DelayCall, SlotFreedInAFullTableServesTheNextFunction)
+// "+0:100 +1:100" and so on for 32 functions.
+std::string armAll(const std::string &delay)
 {
-    for (size_t i = 0; i < 32; ++i) {
-        AddDelayCallFunc(f[i], 100);
-    }
-    EXPECT_EQ(RemoveDelayCallFunc(f[20]), 1);
-    EXPECT_EQ(AddDelayCallFunc(f[32], 100), 1);
-    EXPECT_EQ(_pFunc[20], f[32]);
-    EXPECT_EQ(AddDelayCallFunc(f[33], 100), 0);
-}
-
-// Removing ---------------------------------------------------------------------------------------
-
-TEST(DelayCall, RemovingAFunctionThatDoesNotWaitReturns0)
-{
-    EXPECT_EQ(RemoveDelayCallFunc(f[1]), 0);
-    AddDelayCallFunc(f[2], 10);
-    const Table before = table();
-    EXPECT_EQ(RemoveDelayCallFunc(f[1]), 0);
-    EXPECT_EQ(table(), before);
-}
-
-TEST(DelayCall, RemovingTwiceReturns1Then0)
-{
-    AddDelayCallFunc(f[1], 10);
-    EXPECT_EQ(RemoveDelayCallFunc(f[1]), 1);
-    EXPECT_EQ(RemoveDelayCallFunc(f[1]), 0);
-    EXPECT_EQ(callsAt(100), Calls{});
-}
-
-TEST(DelayCall, RemovingNullReturns0)
-{
-    AddDelayCallFunc(f[1], 10);
-    const Table before = table();
-    EXPECT_EQ(RemoveDelayCallFunc(nullptr), 0);
-    EXPECT_EQ(table(), before);
-}
-
-TEST(DelayCall, RemovingFreesTheSlotAndLeavesItsStartAndDelay)
-{
-    fakeClock.setMs(777);
-    AddDelayCallFunc(f[1], 10);
-    AddDelayCallFunc(f[2], 20);
-    fakeClock.setMs(800);
-    EXPECT_EQ(RemoveDelayCallFunc(f[1]), 1);
-    EXPECT_EQ(_pFunc[0], nullptr);
-    EXPECT_EQ(_startTime[0], 777u);
-    EXPECT_EQ(_delayTime[0], 10u);
-    EXPECT_EQ(_pFunc[1], f[2]);
-    EXPECT_EQ(callsAt(797), Calls{2});
-}
-
-TEST(DelayCall, RemovingAfterTheCallReturns0)
-{
-    AddDelayCallFunc(f[1], 10);
-    EXPECT_EQ(callsAt(10), Calls{1});
-    EXPECT_EQ(RemoveDelayCallFunc(f[1]), 0);
-}
-
-// Calling ----------------------------------------------------------------------------------------
-
-TEST(DelayCall, CallsOnceWhenTheDelayHasPassedAndNotBefore)
-{
-    fakeClock.setMs(100);
-    AddDelayCallFunc(f[3], 50);
-    EXPECT_EQ(callsAt(100), Calls{});
-    EXPECT_EQ(callsAt(149), Calls{});
-    EXPECT_EQ(callsAt(150), Calls{3});
-    EXPECT_EQ(callsAt(150), Calls{});
-    EXPECT_EQ(callsAt(200), Calls{});
-    EXPECT_EQ(slotsInUse(), 0u);
-}
-
-TEST(DelayCall, LateTaskStillCallsOnce)
-{
-    AddDelayCallFunc(f[3], 50);
-    EXPECT_EQ(callsAt(100000), Calls{3});
-    EXPECT_EQ(callsAt(200000), Calls{});
-}
-
-TEST(DelayCall, DelayOfZeroIsDueInTheNextPass)
-{
-    fakeClock.setMs(9);
-    AddDelayCallFunc(f[3], 0);
-    EXPECT_EQ(called, Calls{}); // never called from inside the arming
-    EXPECT_EQ(callsAt(9), Calls{3});
-}
-
-TEST(DelayCall, CallsInSlotOrderAndNotInTheOrderOfDueTimes)
-{
-    AddDelayCallFunc(f[5], 30);
-    AddDelayCallFunc(f[1], 10);
-    AddDelayCallFunc(f[9], 20);
-    EXPECT_EQ(callsAt(100), (Calls{5, 1, 9}));
-}
-
-TEST(DelayCall, LooksAtAll32SlotsInOnePass)
-{
-    Calls all;
+    std::string script;
     for (int i = 0; i < 32; ++i) {
-        AddDelayCallFunc(f[static_cast<size_t>(31 - i)], 1);
-        all.push_back(31 - i);
+        script += '+' + std::to_string(i) + ':' + delay + ' ';
     }
-    EXPECT_EQ(callsAt(1), all);
-    EXPECT_EQ(slotsInUse(), 0u);
+    return script;
 }
 
-TEST(DelayCall, FunctionsNotYetDueStay)
+TEST(DelayCall, ArmsAsTheRowsSay)
 {
-    AddDelayCallFunc(f[0], 10);
-    AddDelayCallFunc(f[1], 20);
-    AddDelayCallFunc(f[2], 10);
-    EXPECT_EQ(callsAt(10), (Calls{0, 2}));
-    EXPECT_EQ(slotsInUse(), 1u);
-    EXPECT_EQ(callsAt(20), Calls{1});
+    EXPECT_TRUE(Table().functions == std::vector<Function>(32)) << "all slots are free at first";
+    // clang-format off
+    playAll({
+        {"nothing is called from an empty table", "@0 run= @0xFFFFFFFF run= slots="},
+        {"null is refused", "@500 +null:10! slots="},
+        {"a new function takes the lowest free slot",
+         "+0:100 +1:100 +2:100 +3:100 -2 -1 +10:100 +11:100 +12:100 slots=0,10,11,3,12"},
+        {"arming again keeps the slot even if a lower one is free",
+         "@1000 +0:100 +1:100 -0 @1600 +1:10 slots=.,1"},
+        {"arming again restarts the wait",
+         "@0 +7:1000 @600 +7:1000 @1000 run= @1599 run= @1600 run=7 @1000000 run="},
+        {"arming again may shorten the wait",
+         "@0 +7:1000 +7:10 @9 run= @10 run=7 @1000 run="},
+        {"a 33rd function is refused, and the 32 can be armed again",
+         "@0 " + armAll("100") + "@50 +32:1! +null:1! @60 +0:5 +15:5 +31:5 @65 run=0,15,31"},
+        {"a slot freed in a full table serves the next function",
+         armAll("100") + "-20 +32:100 slot20=32 +33:100!"},
+    });
+    // clang-format on
 }
 
-TEST(DelayCall, SlotIsFreeBeforeTheCall)
+TEST(DelayCall, RemovesAsTheRowsSay)
 {
-    AddDelayCallFunc(f[1], 0);
-    int32_t removed = -1;
-    const void *held = &removed;
-    act[1] = [&] {
-        held = reinterpret_cast<const void *>(_pFunc[0]);
-        removed = RemoveDelayCallFunc(f[1]);
-    };
-    EXPECT_EQ(callsAt(0), Calls{1});
-    EXPECT_EQ(held, nullptr);
-    EXPECT_EQ(removed, 0);
+    // clang-format off
+    playAll({
+        {"a function that does not wait", "-1! +2:10 -1! slots=2"},
+        {"the same function twice", "@0 +1:10 -1 -1! @100 run="},
+        {"null", "+1:10 -null!"},
+        {"one of two", "@777 +1:10 +2:20 @800 -1 slots=.,2 @797 run=2"},
+        {"a function that has been called", "@0 +1:10 @10 run=1 -1!"},
+    });
+    // clang-format on
 }
 
-// From inside a call -----------------------------------------------------------------------------
-
-TEST(DelayCall, FunctionThatArmsItselfIsCalledAgainAfterItsNewDelay)
+TEST(DelayCall, CallsAsTheRowsSay)
 {
-    AddDelayCallFunc(f[1], 100);
-    act[1] = [] { AddDelayCallFunc(f[1], 30); };
-    EXPECT_EQ(callsAt(100), Calls{1});
-    EXPECT_EQ(callsAt(129), Calls{});
-    EXPECT_EQ(callsAt(130), Calls{1});
-    EXPECT_EQ(callsAt(160), Calls{1});
-    EXPECT_EQ(slotsInUse(), 1u);
-}
-
-TEST(DelayCall, FunctionThatArmsItselfWithoutDelayIsCalledOnceAPass)
-{
-    AddDelayCallFunc(f[1], 0);
-    act[1] = [] { AddDelayCallFunc(f[1], 0); };
-    EXPECT_EQ(callsAt(5), Calls{1});
-    EXPECT_EQ(callsAt(5), Calls{1});
-}
-
-TEST(DelayCall, FunctionArmedIntoALaterSlotIsLookedAtInTheSamePass)
-{
-    AddDelayCallFunc(f[1], 0);
-    act[1] = [] {
-        AddDelayCallFunc(f[2], 100); // takes the slot that has just been freed
-        AddDelayCallFunc(f[3], 0);   // the next one
-        AddDelayCallFunc(f[4], 1);   // looked at, and not due
-    };
-    EXPECT_EQ(callsAt(0), (Calls{1, 3}));
-    EXPECT_EQ(_pFunc[0], f[2]);
-    EXPECT_EQ(_pFunc[1], nullptr);
-    EXPECT_EQ(_pFunc[2], f[4]);
-    EXPECT_EQ(callsAt(1), Calls{4});
-}
-
-TEST(DelayCall, FunctionArmedIntoTheFreedOrAnEarlierSlotWaitsForTheNextPass)
-{
-    AddDelayCallFunc(f[0], 1000);
-    AddDelayCallFunc(f[1], 1000);
-    AddDelayCallFunc(f[2], 0);
-    RemoveDelayCallFunc(f[0]);
-    act[2] = [] {
-        AddDelayCallFunc(f[10], 0); // slot 0
-        AddDelayCallFunc(f[11], 0); // slot 2, the caller's own
-    };
-    EXPECT_EQ(callsAt(0), Calls{2});
-    EXPECT_EQ(_pFunc[0], f[10]);
-    EXPECT_EQ(_pFunc[2], f[11]);
-    EXPECT_EQ(callsAt(0), (Calls{10, 11}));
-}
-
-TEST(DelayCall, FunctionMayCancelOneThatIsDueLaterInThePass)
-{
-    AddDelayCallFunc(f[1], 0);
-    AddDelayCallFunc(f[2], 0);
-    AddDelayCallFunc(f[3], 0);
-    int32_t removed = -1;
-    act[1] = [&] { removed = RemoveDelayCallFunc(f[2]); };
-    EXPECT_EQ(callsAt(0), (Calls{1, 3}));
-    EXPECT_EQ(removed, 1);
-}
-
-TEST(DelayCall, FunctionMayPutOffOneThatIsDueLaterInThePass)
-{
-    AddDelayCallFunc(f[1], 0);
-    AddDelayCallFunc(f[2], 0);
-    act[1] = [] { AddDelayCallFunc(f[2], 10); };
-    EXPECT_EQ(callsAt(0), Calls{1});
-    EXPECT_EQ(callsAt(10), Calls{2});
-}
-
-TEST(DelayCall, FullTableTakesAFunctionFromInsideACall)
-{
-    for (size_t i = 0; i < 32; ++i) {
-        AddDelayCallFunc(f[i], i == 31 ? 0 : 1000);
+    std::string reversed = "@0 ";
+    std::string calls = "run=";
+    for (int i = 31; i >= 0; --i) {
+        reversed += '+' + std::to_string(i) + ":1 ";
+        calls += std::to_string(i) + (i > 0 ? "," : "");
     }
-    int32_t armed = -1;
-    act[31] = [&] { armed = AddDelayCallFunc(f[32], 0); };
-    EXPECT_EQ(callsAt(0), Calls{31});
-    EXPECT_EQ(armed, 1);
-    EXPECT_EQ(_pFunc[31], f[32]);
+    // clang-format off
+    playAll({
+        {"once, when the delay has passed, and not before",
+         "@100 +3:50 run= @149 run= @150 run=3 run= @200 run= slots="},
+        {"once even if the task is late", "@0 +3:50 @100000 run=3 @200000 run="},
+        {"in the next pass after a delay of 0", "@9 +3:0 run=3"},
+        {"in slot order, not in the order of due times", "@0 +5:30 +1:10 +9:20 @100 run=5,1,9"},
+        {"from all 32 slots in one pass", reversed + "@1 " + calls + " slots="},
+        {"only those that are due", "@0 +0:10 +1:20 +2:10 @10 run=0,2 slots=.,1 @20 run=1"},
+        {"across the wrap of the tick a millisecond later",
+         "@0xFFFFFFF0 +1:31 @0xFFFFFFFF run= @0x0F run= @0x10 run=1"},
+        {"after the clock was set back, when it has passed the start again",
+         "@0x1000 +1:0 @0x800 run= @0xFFF run= @0x1000 run=1"},
+        {"after the longest delay", "@0 +1:0xFFFFFFFF @0xFFFFFFFE run= @0xFFFFFFFF run=1"},
+    });
+    // clang-format on
 }
 
-TEST(DelayCall, EverySlotReadsTheClockForItself)
+TEST(DelayCall, AFunctionMayUseTheTableAsTheRowsSay)
 {
-    AddDelayCallFunc(f[1], 0);
-    AddDelayCallFunc(f[2], 10);
-    act[1] = [] { fakeClock.advanceMs(10); }; // a slow one makes the next one due
-    EXPECT_EQ(callsAt(0), (Calls{1, 2}));
-}
-
-// The tick ---------------------------------------------------------------------------------------
-
-TEST(DelayCall, WaitSurvivesTheWrapOfTheTickOneMillisecondLonger)
-{
-    fakeClock.setMs(0xFFFFFFF0);
-    AddDelayCallFunc(f[1], 31);
-    EXPECT_EQ(_startTime[0], 0xFFFFFFF0u);
-    EXPECT_EQ(callsAt(0xFFFFFFFF), Calls{});
-    EXPECT_EQ(callsAt(0x0000000F), Calls{}); // 31 ms have passed and count as 30
-    EXPECT_EQ(callsAt(0x00000010), Calls{1});
-}
-
-TEST(DelayCall, ClockSetBackKeepsTheWaitUntilItHasPassedTheStartAgain)
-{
-    fakeClock.setMs(0x1000);
-    AddDelayCallFunc(f[1], 0);
-    EXPECT_EQ(callsAt(0x800), Calls{});
-    EXPECT_EQ(callsAt(0xFFF), Calls{});
-    EXPECT_EQ(callsAt(0x1000), Calls{1});
-}
-
-TEST(DelayCall, LongestDelayIsAllOfTheTick)
-{
-    fakeClock.setMs(0);
-    AddDelayCallFunc(f[1], 0xFFFFFFFF);
-    EXPECT_EQ(callsAt(0xFFFFFFFE), Calls{});
-    EXPECT_EQ(callsAt(0xFFFFFFFF), Calls{1});
+    // clang-format off
+    playAll({
+        {"its slot is free before the call", "@0 +1:0 run=1", 1, "slots= -1!"},
+        {"it arms itself and is called again after its new delay",
+         "@0 +1:100 @100 run=1 @129 run= @130 run=1 @160 run=1 slots=1", 1, "+1:30"},
+        {"it arms itself without a delay and is called once a pass",
+         "@5 +1:0 run=1 run=1", 1, "+1:0"},
+        {"it arms others into later slots, which are checked in the same pass",
+         "@0 +1:0 run=1,3 slots=2,.,4 @1 run=4", 1, "+2:100 +3:0 +4:1"},
+        {"it arms others into its own and an earlier slot, which wait for the next pass",
+         "@0 +0:1000 +1:1000 +2:0 -0 run=2 slots=10,1,11 run=10,11", 2, "+10:0 +11:0"},
+        {"it cancels one that is due later in the pass", "@0 +1:0 +2:0 +3:0 run=1,3", 1, "-2"},
+        {"it puts off one that is due later in the pass",
+         "@0 +1:0 +2:0 run=1 @10 run=2", 1, "+2:10"},
+        {"it finds room in a full table",
+         "@0 " + armAll("1000") + "+31:0 run=31 slot31=32", 31, "+32:0"},
+        {"it takes so long that the next one is due", "@0 +1:0 +2:10 run=1,2", 1, "@+10"},
+    });
+    // clang-format on
 }
 
 } // namespace

@@ -20,47 +20,38 @@
 
 #include <gtest/gtest.h>
 
-// Link-time fakes of the heap --------------------------------------------------------------------
+#include "tests/support/console.h"
+#include "tests/support/replace.h"
 
 namespace {
 
-// Watched only while armed; the test framework allocates too.
+// Calls of the heap, noted only while armed; the test framework allocates too.
 struct {
-    bool armed = false;
+    bool isArmed = false;
     bool fails = false;
-    std::vector<size_t> *taken = nullptr;
-    std::vector<const void *> *released = nullptr;
+    size_t asked = 0; // of the last call
+    int calls = 0;
+    const void *released = nullptr;
 } heap;
 
 } // namespace
 
-extern "C" {
-void *__real_malloc(size_t size);
-void __real_free(void *memory);
-void *__wrap_malloc(size_t size);
-void __wrap_free(void *memory);
-
-void *__wrap_malloc(size_t size)
+REPLACE(void *, malloc, (size_t size))
 {
-    if (!heap.armed) {
-        return __real_malloc(size);
+    if (heap.isArmed) {
+        heap.asked = size;
+        ++heap.calls;
     }
-    heap.armed = false;
-    heap.taken->push_back(size);
-    void *const memory = heap.fails ? nullptr : __real_malloc(size);
-    heap.armed = true;
-    return memory;
+    return heap.isArmed && heap.fails ? nullptr : REAL(malloc)(size);
 }
 
-void __wrap_free(void *memory)
+REPLACE(void, free, (void *memory))
 {
-    if (heap.armed) {
-        heap.armed = false;
-        heap.released->push_back(memory);
-        heap.armed = true;
+    if (heap.isArmed) {
+        heap.released = memory;
+        ++heap.calls;
     }
-    __real_free(memory);
-}
+    REAL(free)(memory);
 }
 
 namespace {
@@ -80,26 +71,27 @@ Extents table(const MemoryManager &manager)
     return extents;
 }
 
+// A manager that these pieces have been given to.
 class Pool {
 public:
-    explicit Pool(const Extents &extents = {})
+    explicit Pool(const Extents &extents)
     {
         memman_init(&manager);
         for (const auto &[address, size] : extents) {
-            EXPECT_EQ(memman_free(&manager, address, size), 0);
+            EXPECT_EQ(memman_free(&manager, address, size), 0) << address;
         }
     }
     MemoryManager manager;
 };
 
 // 500 entries of 4 bytes, 16 bytes apart: no room for another one.
-void fillTable(MemoryManager *manager)
+Extents fullTable()
 {
-    memman_init(manager);
+    Extents extents;
     for (uint32_t i = 0; i < kEntries; ++i) {
-        ASSERT_EQ(memman_free(manager, kBase + i * 16, 4), 0) << i;
+        extents.emplace_back(kBase + i * 16, 4);
     }
-    ASSERT_EQ(manager->freeCount, kEntries);
+    return extents;
 }
 
 // The record -------------------------------------------------------------------------------------
@@ -143,11 +135,8 @@ TEST(Memory, RegionIs2MiBOfZeroesAndTheManagerSlotIsEmpty)
 {
     static_assert(sizeof _memman_buffer == kRegion);
     EXPECT_EQ(memman, nullptr);
-    uint32_t set = 0;
-    for (const uint8_t byte : _memman_buffer) {
-        set += byte;
-    }
-    EXPECT_EQ(set, 0u);
+    EXPECT_TRUE(std::all_of(std::begin(_memman_buffer), std::end(_memman_buffer),
+                            [](uint8_t byte) { return byte == 0; }));
 }
 
 TEST(Memory, InitialisingEmptiesThePool)
@@ -166,285 +155,204 @@ TEST(Memory, InitialisingEmptiesThePool)
 
 TEST(Memory, WholeRegionGivenToANewPoolIsOneEntry)
 {
-    Pool pool;
-    EXPECT_EQ(memman_free(&pool.manager, kBase, kRegion), 0);
+    const Pool pool({{kBase, kRegion}});
     EXPECT_EQ(table(pool.manager), (Extents{{kBase, kRegion}}));
     EXPECT_EQ(pool.manager.peakFreeCount, 1u);
     EXPECT_EQ(memman_total(&pool.manager), 2097152u);
 }
 
-TEST(Memory, TotalIsTheSumOfAllEntries)
+// What is taken is given back under the size asked for, and the region is whole again.
+TEST(Memory, SizesAreRoundedUpToFourBytesOrToPages)
 {
-    Pool pool({{0x1000, 0x100}, {0x2000, 0x20}, {0x3000, 4}});
-    EXPECT_EQ(memman_total(&pool.manager), 0x124u);
-}
-
-// Taking -----------------------------------------------------------------------------------------
-
-TEST(Memory, SizesAreRoundedUpToFourBytes)
-{
-    for (const auto &[asked, taken] : std::map<uint32_t, uint32_t>{
-             {1, 4}, {2, 4}, {3, 4}, {4, 4}, {5, 8}, {8, 8}, {4095, 4096}, {4097, 4100}}) {
+    const struct {
+        uint32_t asked, taken, takenPages;
+    } rows[] = {{1, 4, 4096},       {2, 4, 4096},       {3, 4, 4096},        {4, 4, 4096},
+                {5, 8, 4096},       {8, 8, 4096},       {4095, 4096, 4096},  {4096, 4096, 4096},
+                {4097, 4100, 8192}, {8192, 8192, 8192}, {8193, 8196, 12288}, {0, 0, 0}};
+    for (const auto &row : rows) {
         Pool pool({{kBase, kRegion}});
-        EXPECT_EQ(memman_alloc(&pool.manager, asked), kBase);
-        EXPECT_EQ(table(pool.manager), (Extents{{kBase + taken, kRegion - taken}})) << asked;
-        EXPECT_EQ(memman_free(&pool.manager, kBase, asked), 0);
-        EXPECT_EQ(table(pool.manager), (Extents{{kBase, kRegion}})) << asked;
+        MemoryManager *const manager = &pool.manager;
+        EXPECT_EQ(memman_alloc(manager, row.asked), kBase);
+        EXPECT_EQ(table(*manager), (Extents{{kBase + row.taken, kRegion - row.taken}}));
+        EXPECT_EQ(memman_free(manager, kBase, row.asked), 0);
+        EXPECT_EQ(memman_total(manager), kRegion) << row.asked;
+        Pool pages({{kBase, kRegion}});
+        EXPECT_EQ(memman_alloc_4k(&pages.manager, row.asked), kBase);
+        EXPECT_EQ(table(pages.manager),
+                  (Extents{{kBase + row.takenPages, kRegion - row.takenPages}}));
+        EXPECT_EQ(memman_free_4k(&pages.manager, kBase, row.asked), 0);
+        EXPECT_EQ(memman_total(&pages.manager), kRegion) << row.asked;
     }
 }
 
-TEST(Memory, PagesAreRoundedUpTo4096Bytes)
+TEST(Memory, PiecesAreTakenAsTheRowsSay)
 {
-    for (const auto &[asked, taken] : std::map<uint32_t, uint32_t>{
-             {1, 4096}, {4095, 4096}, {4096, 4096}, {4097, 8192}, {8192, 8192}, {8193, 12288}}) {
-        Pool pool({{kBase, kRegion}});
-        EXPECT_EQ(memman_alloc_4k(&pool.manager, asked), kBase);
-        EXPECT_EQ(table(pool.manager), (Extents{{kBase + taken, kRegion - taken}})) << asked;
-        EXPECT_EQ(memman_free_4k(&pool.manager, kBase, asked), 0);
-        EXPECT_EQ(table(pool.manager), (Extents{{kBase, kRegion}})) << asked;
+    // clang-format off
+    const struct {
+        const char *name;
+        Extents before;
+        uint32_t (*take)(MemoryManager *manager, uint32_t size);
+        uint32_t size;
+        uint32_t address;
+        Extents after;
+    } rows[] = {
+        {"from the lowest that is large enough, not from the best fit",
+         {{0x1000, 8}, {0x2000, 16}, {0x3000, 16}, {0x4000, 12}}, memman_alloc, 12,
+         0x2000, {{0x1000, 8}, {0x200C, 4}, {0x3000, 16}, {0x4000, 12}}},
+        {"the whole free size: the entry is gone", {{kBase, kRegion}}, memman_alloc, kRegion,
+         kBase, {}},
+        {"the next one fails", {}, memman_alloc, 1, 0, {}},
+        {"all of an entry: the later ones move down",
+         {{0x1000, 4}, {0x2000, 8}, {0x3000, 16}, {0x4000, 4}}, memman_alloc, 8,
+         0x2000, {{0x1000, 4}, {0x3000, 16}, {0x4000, 4}}},
+        {"no single entry is large enough", {{0x1000, 8}, {0x2000, 8}}, memman_alloc, 12,
+         0, {{0x1000, 8}, {0x2000, 8}}},
+        {"nor once the size is rounded", {{0x1000, 8}, {0x2000, 8}}, memman_alloc, 9,
+         0, {{0x1000, 8}, {0x2000, 8}}},
+        {"nothing yields the lowest entry and takes nothing", {{0x1000, 8}, {0x2000, 8}},
+         memman_alloc, 0, 0x1000, {{0x1000, 8}, {0x2000, 8}}},
+        {"and removes an empty one", {{0x1000, 0}, {0x2000, 4}}, memman_alloc, 0,
+         0x1000, {{0x2000, 4}}},
+        {"the largest size that can be rounded", {{4, 0xFFFFFFF8}}, memman_alloc, 0xFFFFFFF5, 4, {}},
+        {"and in pages", {{4, 0xFFFFFFF8}}, memman_alloc_4k, 0xFFFFEFFF, 4, {{0xFFFFF004, 0xFF8}}},
+        {"larger than all there is", {{4, 0xFFFFFFF8}}, memman_alloc, 0xFFFFFFF9,
+         0, {{4, 0xFFFFFFF8}}},
+        {"one that cannot be rounded", {{4, 0xFFFFFFF8}}, memman_alloc, 0xFFFFFFFD,
+         0, {{4, 0xFFFFFFF8}}},
+        {"the largest there is", {{4, 0xFFFFFFF8}}, memman_alloc, 0xFFFFFFFF, 0, {{4, 0xFFFFFFF8}}},
+        {"one that pages cannot hold", {{4, 0xFFFFFFF8}}, memman_alloc_4k, 0xFFFFF001,
+         0, {{4, 0xFFFFFFF8}}},
+        {"the largest in pages", {{4, 0xFFFFFFF8}}, memman_alloc_4k, 0xFFFFFFFF,
+         0, {{4, 0xFFFFFFF8}}},
+    };
+    // clang-format on
+    for (const auto &row : rows) {
+        Pool pool(row.before);
+        EXPECT_EQ(row.take(&pool.manager, row.size), row.address) << row.name;
+        EXPECT_EQ(table(pool.manager), row.after) << row.name;
+        EXPECT_EQ(pool.manager.peakFreeCount, row.before.size()) << row.name;
+        EXPECT_EQ(pool.manager.lostCount, 0u) << row.name;
     }
 }
 
-TEST(Memory, TakesFromTheLowestEntryThatIsLargeEnough)
+TEST(Memory, PiecesAreGivenBackAsTheRowsSay)
 {
-    Pool pool({{0x1000, 8}, {0x2000, 16}, {0x3000, 16}, {0x4000, 12}});
-    EXPECT_EQ(memman_alloc(&pool.manager, 12), 0x2000u); // not the best fit at 0x4000
-    EXPECT_EQ(table(pool.manager), (Extents{{0x1000, 8}, {0x200C, 4}, {0x3000, 16}, {0x4000, 12}}));
-}
-
-TEST(Memory, TakesFromTheLowEndOfAnEntry)
-{
-    Pool pool({{kBase, 100}});
-    EXPECT_EQ(memman_alloc(&pool.manager, 40), kBase);
-    EXPECT_EQ(memman_alloc(&pool.manager, 40), kBase + 40);
-    EXPECT_EQ(table(pool.manager), (Extents{{kBase + 80, 20}}));
-}
-
-TEST(Memory, TakingAllThatIsFreeRemovesTheEntry)
-{
-    Pool pool({{kBase, kRegion}});
-    EXPECT_EQ(memman_alloc(&pool.manager, kRegion), kBase);
-    EXPECT_EQ(pool.manager.freeCount, 0u);
-    EXPECT_EQ(memman_total(&pool.manager), 0u);
-    EXPECT_EQ(memman_alloc(&pool.manager, 1), 0u);
-}
-
-TEST(Memory, RemovedEntryLetsTheLaterOnesMoveDown)
-{
-    Pool pool({{0x1000, 4}, {0x2000, 8}, {0x3000, 16}, {0x4000, 4}});
-    EXPECT_EQ(memman_alloc(&pool.manager, 8), 0x2000u);
-    EXPECT_EQ(table(pool.manager), (Extents{{0x1000, 4}, {0x3000, 16}, {0x4000, 4}}));
-}
-
-TEST(Memory, FailsWhenNoSingleEntryIsLargeEnough)
-{
-    const Extents extents{{0x1000, 8}, {0x2000, 8}};
-    Pool pool(extents);
-    EXPECT_EQ(memman_alloc(&pool.manager, 12), 0u);
-    EXPECT_EQ(memman_alloc(&pool.manager, 9), 0u); // 12 once rounded
-    EXPECT_EQ(table(pool.manager), extents);
-    EXPECT_EQ(pool.manager.lostCount, 0u);
-}
-
-TEST(Memory, TakingNothingYieldsTheLowestEntryAndTakesNothing)
-{
-    const Extents extents{{0x1000, 8}, {0x2000, 8}};
-    Pool pool(extents);
-    EXPECT_EQ(memman_alloc(&pool.manager, 0), 0x1000u);
-    EXPECT_EQ(memman_alloc_4k(&pool.manager, 0), 0x1000u);
-    EXPECT_EQ(table(pool.manager), extents);
-}
-
-TEST(Memory, SizeThatCannotBeRoundedUpIsNeverFound)
-{
-    const Extents extents{{4, 0xFFFFFFF8}};
-    Pool pool(extents);
-    for (const uint32_t size : {0xFFFFFFFDu, 0xFFFFFFFEu, 0xFFFFFFFFu}) {
-        EXPECT_EQ(memman_alloc(&pool.manager, size), 0u) << size;
-        EXPECT_EQ(memman_alloc_4k(&pool.manager, size), 0u) << size;
+    // clang-format off
+    const struct {
+        const char *name;
+        Extents before;
+        uint32_t address, size;
+        Extents after;
+    } rows[] = {
+        {"touching nothing, in between", {{0x2000, 4}, {0x4000, 4}}, 0x3000, 4,
+         {{0x2000, 4}, {0x3000, 4}, {0x4000, 4}}},
+        {"touching nothing, lowest", {{0x2000, 4}, {0x4000, 4}}, 0x1000, 4,
+         {{0x1000, 4}, {0x2000, 4}, {0x4000, 4}}},
+        {"touching nothing, highest", {{0x2000, 4}, {0x4000, 4}}, 0x5000, 4,
+         {{0x2000, 4}, {0x4000, 4}, {0x5000, 4}}},
+        {"touching nothing, empty", {{0x2000, 4}}, 0x1000, 0, {{0x1000, 0}, {0x2000, 4}}},
+        {"touching the entry below", {{0x1000, 0x100}, {0x2000, 4}}, 0x1100, 0x10,
+         {{0x1000, 0x110}, {0x2000, 4}}},
+        {"touching the last from above", {{0x1000, 4}, {0x2000, 0x100}}, 0x2100, 0x10,
+         {{0x1000, 4}, {0x2000, 0x110}}},
+        {"touching the entry above", {{0x1000, 4}, {0x2000, 0x100}}, 0x1FF0, 0x10,
+         {{0x1000, 4}, {0x1FF0, 0x110}}},
+        {"touching the first from below", {{0x1000, 4}, {0x2000, 4}}, 0xFF0, 0x10,
+         {{0xFF0, 0x14}, {0x2000, 4}}},
+        {"touching both sides: one entry of three",
+         {{0x1000, 4}, {0x2000, 0x100}, {0x2200, 0x100}, {0x4000, 4}}, 0x2100, 0x100,
+         {{0x1000, 4}, {0x2000, 0x300}, {0x4000, 4}}},
+        {"rounded before it is joined", {{0x1000, 4}, {0x1008, 4}}, 0x1004, 1, {{0x1000, 12}}},
+        // Nothing is checked.
+        {"given back twice: after the entry of that address", {{0x1000, 8}, {0x2000, 4}}, 0x1000, 4,
+         {{0x1000, 8}, {0x1000, 4}, {0x2000, 4}}},
+        {"at an empty entry, which grows", {{0x1000, 0}, {0x2000, 4}}, 0x1000, 8,
+         {{0x1000, 8}, {0x2000, 4}}},
+    };
+    // clang-format on
+    for (const auto &row : rows) {
+        Pool pool(row.before);
+        EXPECT_EQ(memman_free(&pool.manager, row.address, row.size), 0) << row.name;
+        EXPECT_EQ(table(pool.manager), row.after) << row.name;
+        EXPECT_EQ(pool.manager.peakFreeCount, std::max(row.before.size(), row.after.size()))
+            << row.name;
+        uint32_t total = 0;
+        for (const auto &[address, size] : row.after) {
+            total += size;
+        }
+        EXPECT_EQ(memman_total(&pool.manager), total) << row.name;
     }
-    EXPECT_EQ(memman_alloc_4k(&pool.manager, 0xFFFFF001), 0u);
-    EXPECT_EQ(memman_alloc(&pool.manager, 0xFFFFFFF9), 0u); // rounded, and larger than all there is
-    EXPECT_EQ(table(pool.manager), extents);
-    EXPECT_EQ(memman_alloc_4k(&pool.manager, 0xFFFFEFFF), 4u);
-    EXPECT_EQ(table(pool.manager), (Extents{{0xFFFFF004, 0xFF8}}));
-}
-
-TEST(Memory, LargestSizeThatCanBeRoundedIsFound)
-{
-    Pool pool({{4, 0xFFFFFFF8}});
-    EXPECT_EQ(memman_alloc(&pool.manager, 0xFFFFFFF5), 4u);
-    EXPECT_EQ(pool.manager.freeCount, 0u);
-}
-
-// Giving back ------------------------------------------------------------------------------------
-
-TEST(Memory, PieceThatTouchesNothingGetsAnEntryAtItsPlace)
-{
-    Pool pool({{0x2000, 4}, {0x4000, 4}});
-    EXPECT_EQ(memman_free(&pool.manager, 0x3000, 4), 0);
-    EXPECT_EQ(table(pool.manager), (Extents{{0x2000, 4}, {0x3000, 4}, {0x4000, 4}}));
-    EXPECT_EQ(memman_free(&pool.manager, 0x1000, 4), 0);
-    EXPECT_EQ(table(pool.manager), (Extents{{0x1000, 4}, {0x2000, 4}, {0x3000, 4}, {0x4000, 4}}));
-    EXPECT_EQ(memman_free(&pool.manager, 0x5000, 4), 0);
-    EXPECT_EQ(table(pool.manager),
-              (Extents{{0x1000, 4}, {0x2000, 4}, {0x3000, 4}, {0x4000, 4}, {0x5000, 4}}));
-}
-
-TEST(Memory, PieceThatTouchesTheEntryBelowIsAddedToIt)
-{
-    Pool pool({{0x1000, 0x100}, {0x2000, 4}});
-    EXPECT_EQ(memman_free(&pool.manager, 0x1100, 0x10), 0);
-    EXPECT_EQ(table(pool.manager), (Extents{{0x1000, 0x110}, {0x2000, 4}}));
-}
-
-TEST(Memory, PieceThatTouchesTheLastEntryFromAboveIsAddedToIt)
-{
-    Pool pool({{0x1000, 4}, {0x2000, 0x100}});
-    EXPECT_EQ(memman_free(&pool.manager, 0x2100, 0x10), 0);
-    EXPECT_EQ(table(pool.manager), (Extents{{0x1000, 4}, {0x2000, 0x110}}));
-}
-
-TEST(Memory, PieceThatTouchesTheEntryAboveIsAddedToIt)
-{
-    Pool pool({{0x1000, 4}, {0x2000, 0x100}});
-    EXPECT_EQ(memman_free(&pool.manager, 0x1FF0, 0x10), 0);
-    EXPECT_EQ(table(pool.manager), (Extents{{0x1000, 4}, {0x1FF0, 0x110}}));
-}
-
-TEST(Memory, PieceThatTouchesTheFirstEntryFromBelowIsAddedToIt)
-{
-    Pool pool({{0x1000, 4}, {0x2000, 4}});
-    EXPECT_EQ(memman_free(&pool.manager, 0xFF0, 0x10), 0);
-    EXPECT_EQ(table(pool.manager), (Extents{{0xFF0, 0x14}, {0x2000, 4}}));
-}
-
-TEST(Memory, PieceThatTouchesBothSidesMakesOneEntryOfThree)
-{
-    Pool pool({{0x1000, 4}, {0x2000, 0x100}, {0x2200, 0x100}, {0x4000, 4}});
-    EXPECT_EQ(memman_free(&pool.manager, 0x2100, 0x100), 0);
-    EXPECT_EQ(table(pool.manager), (Extents{{0x1000, 4}, {0x2000, 0x300}, {0x4000, 4}}));
-    EXPECT_EQ(pool.manager.peakFreeCount, 4u);
-}
-
-TEST(Memory, GivenBackSizesAreRoundedBeforeTheyAreJoined)
-{
-    Pool pool({{0x1000, 4}, {0x1008, 4}});
-    EXPECT_EQ(memman_free(&pool.manager, 0x1004, 1), 0);
-    EXPECT_EQ(table(pool.manager), (Extents{{0x1000, 12}}));
 }
 
 TEST(Memory, PeakIsTheMostEntriesThatThereEverWere)
 {
     Pool pool({{0x1000, 4}, {0x2000, 4}, {0x3000, 4}});
-    EXPECT_EQ(pool.manager.peakFreeCount, 3u);
     memman_alloc(&pool.manager, 4);
     memman_alloc(&pool.manager, 4);
-    EXPECT_EQ(pool.manager.freeCount, 1u);
-    EXPECT_EQ(pool.manager.peakFreeCount, 3u);
     memman_free(&pool.manager, 0x1000, 4);
     EXPECT_EQ(pool.manager.freeCount, 2u);
     EXPECT_EQ(pool.manager.peakFreeCount, 3u);
 }
 
-TEST(Memory, EmptyPieceThatTouchesNothingGetsAnEntryToo)
+TEST(Memory, PieceThatTouchesNoneOf500EntriesOrCannotBeRoundedIsLost)
 {
-    Pool pool({{0x2000, 4}});
-    EXPECT_EQ(memman_free(&pool.manager, 0x1000, 0), 0);
-    EXPECT_EQ(table(pool.manager), (Extents{{0x1000, 0}, {0x2000, 4}}));
-    EXPECT_EQ(memman_alloc(&pool.manager, 0), 0x1000u); // and is gone with the first that fits
-    EXPECT_EQ(table(pool.manager), (Extents{{0x2000, 4}}));
-}
-
-// Whoever gives back what is free already gets what he asked for: nothing is checked.
-TEST(Memory, PieceAtTheAddressOfAnEntryComesBehindIt)
-{
-    Pool pool({{0x1000, 8}, {0x2000, 4}});
-    EXPECT_EQ(memman_free(&pool.manager, 0x1000, 4), 0);
-    EXPECT_EQ(table(pool.manager), (Extents{{0x1000, 8}, {0x1000, 4}, {0x2000, 4}}));
-    EXPECT_EQ(memman_total(&pool.manager), 16u);
-}
-
-TEST(Memory, EmptyEntryGrowsWithThePieceGivenBackAtItsAddress)
-{
-    Pool pool({{0x1000, 0}, {0x2000, 4}});
-    EXPECT_EQ(memman_free(&pool.manager, 0x1000, 8), 0);
-    EXPECT_EQ(table(pool.manager), (Extents{{0x1000, 8}, {0x2000, 4}}));
-}
-
-// Losses -----------------------------------------------------------------------------------------
-
-TEST(Memory, PieceThatTouchesNoneOf500EntriesIsLost)
-{
-    MemoryManager manager;
-    fillTable(&manager);
-    const Extents before = table(manager);
-    EXPECT_EQ(manager.peakFreeCount, 500u);
-    EXPECT_EQ(memman_free(&manager, kBase + 0x10000, 5), -1);
-    EXPECT_EQ(manager.lostCount, 1u);
-    EXPECT_EQ(manager.lostBytes, 8u); // as rounded
-    EXPECT_EQ(memman_free(&manager, kBase + 8, 4), -1);
-    EXPECT_EQ(manager.lostCount, 2u);
-    EXPECT_EQ(manager.lostBytes, 12u);
-    EXPECT_EQ(memman_free_4k(&manager, kBase + 0x20000, 1), -1);
-    EXPECT_EQ(manager.lostCount, 3u);
-    EXPECT_EQ(manager.lostBytes, 12u + 4096u);
-    EXPECT_EQ(table(manager), before);
-    EXPECT_EQ(memman_total(&manager), 2000u);
-    EXPECT_EQ(manager.peakFreeCount, 500u);
+    Pool pool(fullTable());
+    const struct {
+        const char *name;
+        int32_t (*give)(MemoryManager *manager, uint32_t address, uint32_t size);
+        uint32_t address, size, lost;
+    } rows[] = {
+        {"above all, as rounded", memman_free, kBase + 0x10000, 5, 8},
+        {"between two", memman_free, kBase + 8, 4, 4},
+        {"in pages", memman_free_4k, kBase + 0x20000, 1, 4096},
+        {"not to be rounded", memman_free, kBase + 4, 0xFFFFFFFD, 0xFFFFFFFD},
+        {"the largest", memman_free, 0x2000, 0xFFFFFFFF, 0xFFFFFFFF},
+        {"not to be rounded to pages", memman_free_4k, kBase + 4, 0xFFFFF001, 0xFFFFF001},
+    };
+    uint32_t count = 0;
+    uint32_t bytes = 0;
+    for (const auto &row : rows) {
+        EXPECT_EQ(row.give(&pool.manager, row.address, row.size), -1) << row.name;
+        EXPECT_EQ(pool.manager.lostCount, ++count) << row.name;
+        EXPECT_EQ(pool.manager.lostBytes, bytes += row.lost) << row.name;
+        EXPECT_EQ(table(pool.manager), fullTable()) << row.name;
+    }
+    EXPECT_EQ(pool.manager.peakFreeCount, 500u);
 }
 
 TEST(Memory, PieceThatTouchesAnEntryFindsRoomInAFullTable)
 {
-    MemoryManager manager;
-    fillTable(&manager);
-    EXPECT_EQ(memman_free(&manager, kBase + 4, 4), 0);            // behind the first
-    EXPECT_EQ(memman_free(&manager, kBase + 499 * 16 + 4, 4), 0); // behind the last
-    EXPECT_EQ(memman_free(&manager, kBase - 4, 4), 0);            // ahead of the first
-    EXPECT_EQ(manager.freeCount, 500u);
-    EXPECT_EQ(memman_free(&manager, kBase + 8, 8), 0); // between the first and the second
-    EXPECT_EQ(manager.freeCount, 499u);
-    EXPECT_EQ(manager.free[0].address, kBase - 4);
-    EXPECT_EQ(manager.free[0].size, 24u);
-    EXPECT_EQ(manager.free[498].address, kBase + 499 * 16);
-    EXPECT_EQ(manager.free[498].size, 8u);
-    EXPECT_EQ(memman_free(&manager, kBase + 0x10000, 4), 0); // the entry saved serves another
-    EXPECT_EQ(manager.freeCount, 500u);
-    EXPECT_EQ(manager.lostCount, 0u);
-    EXPECT_EQ(manager.lostBytes, 0u);
+    Pool pool(fullTable());
+    MemoryManager *const manager = &pool.manager;
+    EXPECT_EQ(memman_free(manager, kBase + 4, 4), 0);            // above the first
+    EXPECT_EQ(memman_free(manager, kBase + 499 * 16 + 4, 4), 0); // above the last
+    EXPECT_EQ(memman_free(manager, kBase - 4, 4), 0);            // below the first
+    EXPECT_EQ(manager->freeCount, 500u);
+    EXPECT_EQ(memman_free(manager, kBase + 8, 8), 0); // between the first and the second
+    Extents expected = fullTable();
+    expected.erase(expected.begin());
+    expected.front() = {kBase - 4, 24};
+    expected.back().second = 8;
+    EXPECT_EQ(table(*manager), expected);
+    EXPECT_EQ(memman_free(manager, kBase + 0x10000, 4), 0); // the entry saved serves another
+    EXPECT_EQ(manager->freeCount, 500u);
+    EXPECT_EQ(manager->lostCount, 0u);
 }
 
 TEST(Memory, The500thEntryMayGoAnywhere)
 {
     for (const uint32_t hole : {0u, 1u, 250u, 499u}) {
-        MemoryManager manager;
-        memman_init(&manager);
-        for (uint32_t i = 0; i < kEntries; ++i) {
-            if (i != hole) {
-                memman_free(&manager, kBase + i * 16, 4);
-            }
-        }
-        EXPECT_EQ(memman_free(&manager, kBase + hole * 16, 4), 0);
-        for (uint32_t i = 0; i < kEntries; ++i) {
-            ASSERT_EQ(manager.free[i].address, kBase + i * 16) << "hole " << hole;
-        }
-        EXPECT_EQ(manager.freeCount, 500u);
+        Extents others = fullTable();
+        others.erase(others.begin() + hole);
+        Pool pool(others);
+        EXPECT_EQ(memman_free(&pool.manager, kBase + hole * 16, 4), 0) << hole;
+        EXPECT_EQ(table(pool.manager), fullTable()) << hole;
     }
 }
 
-TEST(Memory, SizeThatCannotBeRoundedUpIsLost)
-{
-    Pool pool({{0x1000, 4}});
-    EXPECT_EQ(memman_free(&pool.manager, 0x1004, 0xFFFFFFFD), -1);
-    EXPECT_EQ(pool.manager.lostCount, 1u);
-    EXPECT_EQ(memman_free(&pool.manager, 0x2000, 0xFFFFFFFF), -1);
-    EXPECT_EQ(pool.manager.lostCount, 2u);
-    EXPECT_EQ(memman_free_4k(&pool.manager, 0x2000, 0xFFFFF001), -1);
-    EXPECT_EQ(pool.manager.lostCount, 3u);
-    EXPECT_EQ(table(pool.manager), (Extents{{0x1000, 4}}));
-}
-
 // Against a model --------------------------------------------------------------------------------
+
+constexpr uint32_t kOperationsPerMix = 100000;
 
 // Free memory as a sorted map of runs; what a full table would do to it is the only thing that it
 // knows of the table.
@@ -512,8 +420,7 @@ struct Mix {
     uint32_t region;
     uint32_t largest;      // piece asked for, bytes
     uint32_t pagesPercent; // of the operations that go through the 4 KiB forms
-    uint32_t operations;
-    bool full; // the table is expected to run full
+    bool full;             // the table is expected to run full
 };
 
 void runAgainstModel(const Mix &mix)
@@ -524,9 +431,7 @@ void runAgainstModel(const Mix &mix)
         bool pages;
     };
     std::mt19937 engine(mix.region + mix.largest);
-    const auto below = [&engine](uint32_t limit) {
-        return static_cast<uint32_t>(engine() % limit);
-    };
+    const auto below = [&engine](size_t limit) { return static_cast<uint32_t>(engine() % limit); };
     MemoryManager manager;
     Model model;
     std::vector<Piece> live;
@@ -543,7 +448,8 @@ void runAgainstModel(const Mix &mix)
     };
     renew();
     uint32_t takePercent = 90;
-    for (uint32_t step = 0; step < mix.operations; ++step) {
+    for (uint32_t step = 0; step < kOperationsPerMix; ++step) {
+        SCOPED_TRACE(testing::Message() << mix.what << ", step " << step);
         if (step % 5000 == 0) {
             takePercent = takePercent == 90 ? 20 : 90; // tides: fill up, then break into fragments
         }
@@ -551,38 +457,35 @@ void runAgainstModel(const Mix &mix)
             const bool pages = below(100) < mix.pagesPercent;
             const uint32_t size = 1 + below(mix.largest);
             const uint32_t unit = pages ? 4096 : 4;
-            const uint32_t expected = model.take((size + unit - 1) / unit * unit);
             const uint32_t address =
                 pages ? memman_alloc_4k(&manager, size) : memman_alloc(&manager, size);
-            ASSERT_EQ(address, expected) << mix.what << ", step " << step;
+            ASSERT_EQ(address, model.take((size + unit - 1) / unit * unit));
             if (address == 0) {
                 ++failed;
             } else {
                 live.push_back({address, size, pages});
             }
         } else {
-            const uint32_t index = below(static_cast<uint32_t>(live.size()));
-            const Piece piece = live[index];
-            live[index] = live.back();
+            std::swap(live[below(live.size())], live.back());
+            const Piece piece = live.back();
             live.pop_back();
             const uint32_t unit = piece.pages ? 4096 : 4;
             const uint32_t lostBefore = model.lostCount;
             model.give(piece.address, (piece.size + unit - 1) / unit * unit);
             const int32_t result = piece.pages ? memman_free_4k(&manager, piece.address, piece.size)
                                                : memman_free(&manager, piece.address, piece.size);
-            ASSERT_EQ(result, model.lostCount == lostBefore ? 0 : -1) << mix.what << " " << step;
+            ASSERT_EQ(result, model.lostCount == lostBefore ? 0 : -1);
             lost += result < 0 ? 1u : 0u;
         }
-        ASSERT_EQ(manager.freeCount, model.count()) << mix.what << ", step " << step;
+        ASSERT_EQ(manager.freeCount, model.count());
+        ASSERT_EQ(manager.peakFreeCount, model.peak);
+        ASSERT_EQ(manager.lostCount, model.lostCount);
+        ASSERT_EQ(manager.lostBytes, model.lostBytes);
         if (step % 512 == 0) {
-            ASSERT_EQ(table(manager), model.runs()) << mix.what << ", step " << step;
-            ASSERT_EQ(memman_total(&manager), model.total) << mix.what << ", step " << step;
-            ASSERT_EQ(manager.peakFreeCount, model.peak) << mix.what << ", step " << step;
-            ASSERT_EQ(manager.lostCount, model.lostCount) << mix.what << ", step " << step;
-            ASSERT_EQ(manager.lostBytes, model.lostBytes) << mix.what << ", step " << step;
+            ASSERT_EQ(table(manager), model.runs());
+            ASSERT_EQ(memman_total(&manager), model.total);
         }
         if (model.lostBytes > mix.region / 4) {
-            ASSERT_EQ(manager.lostBytes, model.lostBytes) << mix.what << ", step " << step;
             renew(); // most of it has leaked away
         }
     }
@@ -591,76 +494,53 @@ void runAgainstModel(const Mix &mix)
     EXPECT_EQ(renewed > 1, mix.full) << mix.what;
 }
 
-TEST(Memory, BehavesLikeTheModelWithFewPieces)
+TEST(Memory, BehavesLikeTheModelForEveryMixOfPieces)
 {
-    runAgainstModel({"few pieces", 4096, 256, 0, 1000000, false});
-}
-
-TEST(Memory, BehavesLikeTheModelWithPiecesOfThePoolsOwnScale)
-{
-    runAgainstModel({"buffers and records", kRegion, 12000, 20, 500000, false});
-}
-
-TEST(Memory, BehavesLikeTheModelWithPages)
-{
-    runAgainstModel({"pages", kRegion, 20000, 100, 300000, false});
-}
-
-TEST(Memory, BehavesLikeTheModelWithAFullTable)
-{
-    runAgainstModel({"fragments", 131072, 60, 0, 400000, true});
+    runAgainstModel({"few pieces", 4096, 256, 0, false});
+    runAgainstModel({"buffers and records", kRegion, 12000, 20, false});
+    runAgainstModel({"pages", kRegion, 20000, 100, false});
+    runAgainstModel({"fragments", 131072, 60, 0, true});
 }
 
 // The heap ---------------------------------------------------------------------------------------
 
-TEST(Memory, MymemMallocTakesThatManyBytesFromTheHeap)
+TEST(Memory, MymemMallocAndFreeAreTheHeaps)
 {
-    std::vector<size_t> taken;
-    std::vector<const void *> released;
-    heap = {true, false, &taken, &released};
+    heap.isArmed = true;
     void *const memory = mymem_malloc(4136);
-    heap.armed = false;
+    heap.isArmed = false;
     ASSERT_NE(memory, nullptr);
-    EXPECT_EQ(taken, std::vector<size_t>{4136});
+    EXPECT_EQ(heap.asked, 4136u);
     std::memset(memory, 0x5A, 4136);
-
-    heap.armed = true;
+    heap.isArmed = true;
     const int32_t result = mymem_free(memory);
-    heap.armed = false;
+    heap.isArmed = false;
     EXPECT_EQ(result, 0);
-    EXPECT_EQ(released, std::vector<const void *>{memory});
-}
-
-TEST(Memory, MymemMallocPassesTheHeapsNullOn)
-{
-    std::vector<size_t> taken;
-    std::vector<const void *> released;
-    heap = {true, true, &taken, &released};
-    void *const memory = mymem_malloc(11832);
-    heap.armed = false;
-    EXPECT_EQ(memory, nullptr);
-    EXPECT_EQ(taken, std::vector<size_t>{11832}); // asked once, not again
-}
-
-TEST(Memory, MymemFreeOfNullIsHarmless)
-{
+    EXPECT_EQ(heap.released, memory);
+    EXPECT_EQ(heap.calls, 2);
     EXPECT_EQ(mymem_free(nullptr), 0);
+}
+
+TEST(Memory, MymemMallocReturnsTheHeapsNull)
+{
+    heap.isArmed = heap.fails = true;
+    void *const memory = mymem_malloc(11832);
+    heap.isArmed = false;
+    EXPECT_EQ(memory, nullptr);
+    EXPECT_EQ(heap.asked, 11832u);
+    EXPECT_EQ(heap.calls, 1); // not again
 }
 
 TEST(Memory, MymemInitAndPrintInfoDoAndPrintNothing)
 {
-    std::vector<size_t> taken;
-    std::vector<const void *> released;
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    heap = {true, false, &taken, &released};
-    mymem_init();
-    mymem_print_info();
-    heap.armed = false;
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    EXPECT_TRUE(taken.empty());
-    EXPECT_TRUE(released.empty());
+    EXPECT_EQ(printedBy([] {
+                  heap.isArmed = true;
+                  mymem_init();
+                  mymem_print_info();
+                  heap.isArmed = false;
+              }),
+              "");
+    EXPECT_EQ(heap.calls, 0);
     EXPECT_EQ(memman, nullptr);
 }
 
