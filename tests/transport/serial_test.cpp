@@ -4,7 +4,7 @@
 
 #include "transport/serial.h"
 
-#include "transport/bench_routines.h"
+#include "transport/bench_routines.cpp"
 #include "transport/serial_retired.cpp"
 
 #include <cerrno>

@@ -2,7 +2,7 @@
 // sending by port number, and one case with a real reader thread on a pseudo-terminal. The module's
 // source is part of this file, so that its descriptors are in sight.
 
-#include "transport/bench_routines.h"
+#include "transport/bench_routines.cpp"
 #include "transport/uart.cpp"
 
 #include <cerrno>
