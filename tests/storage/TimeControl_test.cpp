@@ -57,7 +57,7 @@ TEST(TimeControl, IsZeroBeforeItIsLoaded)
 
 // The two bytes after the entries are no entries. What is in memory is judged. The slot does not
 // count: the file of slot 0 is read and written.
-TEST(TimeControl, LoadingReadsTheFileOfSlotZeroAndWritesItAfterAReset)
+TEST(TimeControl, LoadingAnySlotUsesTheFileOfSlotZero)
 {
     const Bytes foreignReset = kTimeControlDefaults.substr(0, 150) + kForeign.substr(150);
     const Load rows[] = {
@@ -103,7 +103,7 @@ TEST(TimeControl, SavingAnySlotWritesTheFileOfSlotZero)
     }
 }
 
-TEST(TimeControl, ReadingAndWritingUseTheFileOfTheirSlotAndJudgeNothing)
+TEST(TimeControl, ReadingAndWritingUseTheFileOfTheirSlot)
 {
     const auto readThree = [] { return ReadTimeControl(3); };
     fill(GetTimeControl(), kForeign);

@@ -193,7 +193,7 @@ protected:
 
 // Loading ----------------------------------------------------------------------------------------
 
-TEST_F(UserSettingFile, GoodFileIsReadOnceAndClearsTheLayerStatesOfTheProgramView)
+TEST_F(UserSettingFile, GoodFileIsReadOnceAndItsLayerStatesAreCleared)
 {
     Image states(goodFile());
     for (size_t n = 0; n < 96; ++n) {
@@ -218,7 +218,7 @@ TEST_F(UserSettingFile, CurrentViewIsTakenFromTheRecord)
 }
 
 // A mode of 1 is mirrored; another one is off in memory, and the file and the mirror stay.
-TEST_F(UserSettingFile, UserModeOtherThan1IsRewrittenTo0OnLoadAndIgnoredByTheReload)
+TEST_F(UserSettingFile, UserModeOtherThan1IsRewrittenTo0OnLoad)
 {
     for (const uint32_t mode :
          {0u, 1u, 2u, 0x100u, 0x101u, 0x01000000u, 0x80000001u, 0xFFFFFFFFu}) {
@@ -330,7 +330,7 @@ TEST_F(UserSettingFile, ReadingReturnsTheLengthOfTheFileAndJudgesNothing)
 }
 
 // The file may be there or not, and longer.
-TEST_F(UserSettingFile, WritingSavesTheRecordAndOnlySavingMakesTheCopyEqual)
+TEST_F(UserSettingFile, OnlySavingMakesTheCopyEqual)
 {
     const Bytes record = ownBytes(kUserSettingSize, 4);
     fill(GetUserSetting(), record);
@@ -345,7 +345,7 @@ TEST_F(UserSettingFile, WritingSavesTheRecordAndOnlySavingMakesTheCopyEqual)
     EXPECT_EQ(journal, (Journal{"write save0.sav 11832", "write save3.sav 11832"}));
 }
 
-TEST_F(UserSettingFile, SavingThatFailsSaysSoAndMakesTheCopyEqualAllTheSame)
+TEST_F(UserSettingFile, SavingThatFailsMakesTheCopyEqualAllTheSame)
 {
     const Bytes record = ownBytes(kUserSettingSize, 6);
     const Outcome failure(0, kSave + notSaved("save0.sav"));

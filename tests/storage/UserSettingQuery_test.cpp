@@ -3,13 +3,13 @@
 #include "storage/UserSettingQuery.h"
 
 #include <cstdint>
-#include <string>
 #include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "storage/UserSetting.h"
+#include "tests/support/format_files.h"
 #include "tests/support/setting_bytes.h"
 #include "tests/support/setting_change.h"
 
@@ -64,27 +64,26 @@ TEST(UserSettingQuery, LargestAreaIsFoundAtEveryPlaceWidthAndHeightApart)
     }
 }
 
-void expectPortSize(uint32_t port, const std::string &width, const std::string &height)
+void expectPortSize(uint32_t port, uint32_t width, uint32_t height)
 {
-    EXPECT_EQ(std::to_string(getOutputPortWidth(port)), width) << port;
-    EXPECT_EQ(std::to_string(getOutputPortHeight(port)), height) << port;
+    EXPECT_EQ(getOutputPortWidth(port), width) << port;
+    EXPECT_EQ(getOutputPortHeight(port), height) << port;
 }
 
 // Port 152 is of format 38, 1920x1080x60i. Beyond the table is the external input.
 TEST(UserSettingQuery, PortSizeIsThatOfTheFormatWithAQuarterOfItsNumber)
 {
-    const TimingTable timings = timingsOf(VIDEO_FORMATS);
-    ASSERT_EQ(timings.size(), 124u);
+    readExchanged();
     GetUserSetting()->extInputFormat = 1;
     for (uint32_t port = 0; port < 4 * 124; ++port) {
-        expectPortSize(port, timings.at(port / 4).at("width"), timings.at(port / 4).at("height"));
+        expectPortSize(port, exchanged.at(port / 4).width, exchanged.at(port / 4).height);
     }
-    expectPortSize(152, "1920", "1080"); // of a frame
+    expectPortSize(152, 1920, 1080); // of a frame
     for (uint32_t port = 500; port < 504; ++port) {
-        expectPortSize(port, "720", "576");
+        expectPortSize(port, 720, 576);
     }
     for (uint32_t port = 504; port < 1024; ++port) {
-        expectPortSize(port, "1024", "768");
+        expectPortSize(port, 1024, 768);
     }
 }
 

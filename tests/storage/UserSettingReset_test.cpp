@@ -14,6 +14,7 @@
 #include "storage/UserSetting.h"
 #include "storage/UserSettingContainers.h"
 #include "tests/support/console.h"
+#include "tests/support/format_files.h"
 #include "tests/support/setting_bytes.h"
 #include "tests/support/setting_change.h"
 #include "video/CustomFormat.h"
@@ -24,13 +25,7 @@ namespace {
 
 [[maybe_unused]] const auto *const blocks = testing::AddGlobalTestEnvironment(new Blocks);
 
-const TimingTable kTimings = timingsOf(VIDEO_FORMATS);
 constexpr uint32_t kInterlaced[] = {36, 37, 38, 39, 63, 71, 72};
-
-uint32_t number(uint32_t format, const char *column)
-{
-    return static_cast<uint32_t>(std::stoul(kTimings.at(format).at(column)));
-}
 
 // The whole reset --------------------------------------------------------------------------------
 
@@ -81,7 +76,7 @@ TEST(UserSettingReset, RecordGetsTheTimingsOfItsFormatsAndACentredWindow)
 
 // The flag is set first; then the pre-input reset of input 25, which has no flag of its own, clears
 // it, and that of input 24 clears the user mode mirror.
-TEST(UserSettingReset, FactoryResetFlagAndUserModeMirrorAreZeroRightAfterAReset)
+TEST(UserSettingReset, FactoryResetFlagAndUserModeMirrorEndAsZero)
 {
     fill(GetUserSetting(), Bytes(kUserSettingSize, '\xFF'));
     ResetUserSettingSave();
@@ -90,7 +85,7 @@ TEST(UserSettingReset, FactoryResetFlagAndUserModeMirrorAreZeroRightAfterAReset)
     EXPECT_EQ(bytesOf(GetUserSetting()).substr(3712, 2), Bytes(2, '\0'));
 }
 
-TEST(UserSettingReset, CurrentViewBecomesViewZeroWithTheContentOfThePreview)
+TEST(UserSettingReset, CurrentViewBecomesViewZeroLikeThePreview)
 {
     _currentView = 5;
     fill(GetUserSetting(), ownBytes(kUserSettingSize, 6));
@@ -120,13 +115,11 @@ TEST(UserSettingReset, CopyAndSlotBufferStayAndNothingIsSavedOrPrinted)
 // Inputs -----------------------------------------------------------------------------------------
 
 // What the timings of inputs and outputs have in common.
-void setTiming(Image &image, size_t at, uint32_t id, uint32_t format, uint32_t vActive)
+void setTiming(Image &image, size_t at, uint32_t id, const Row &format, uint32_t vActive)
 {
-    image.u8(at, {id, number(format, "polarity")});
-    image.u16(at + 2,
-              {number(format, "h_total"), number(format, "v_total"), number(format, "h_start"),
-               number(format, "v_start"), number(format, "width"), vActive,
-               number(format, "h_sync"), number(format, "v_sync")});
+    image.u8(at, {id & 0xFF, format.polarity});
+    image.u16(at + 2, {format.hTotal, format.vTotal, format.hStart, format.vStart, format.width,
+                       vActive, format.hSync, format.vSync});
     image.u8(at + 18, {0});
 }
 
@@ -137,10 +130,10 @@ void expectInput(uint32_t n, uint32_t id, uint32_t format, const Image &from = b
     const bool fields =
         std::find(std::begin(kInterlaced), std::end(kInterlaced), format) != std::end(kInterlaced);
     const auto edit = [&](Image &image) {
+        const Row &row = exchanged.at(format);
         image.u8(4 + n, {1});
-        setTiming(image, 30 + 22 * n, id & 0xFF, format,
-                  number(format, "height") / (fields ? 2 : 1));
-        image.u8(30 + 22 * n + 19, {0, number(format, "v_freq")});
+        setTiming(image, 30 + 22 * n, id, row, row.height / (fields ? 2 : 1));
+        image.u8(30 + 22 * n + 19, {0, row.vFreq});
     };
     expectEdit([&] { ResetInputSetting(n, id); }, edit, from);
 }
@@ -150,7 +143,8 @@ void expectOutput(uint32_t n, uint32_t id, uint32_t format)
 {
     SCOPED_TRACE(testing::Message() << "output " << n << ", format " << id);
     const auto edit = [&](Image &image) {
-        setTiming(image, 1724 + 28 * n, id & 0xFF, format, number(format, "height"));
+        const Row &row = exchanged.at(format);
+        setTiming(image, 1724 + 28 * n, id, row, row.height);
         image.u32(1724 + 28 * n + 24, {1000});
     };
     expectEdit([&] { ResetOutputSetting(n, id); }, edit);
@@ -158,7 +152,7 @@ void expectOutput(uint32_t n, uint32_t id, uint32_t format)
 
 TEST(UserSettingReset, InputsAndOutputsGetTheTimingOfEveryFormat)
 {
-    ASSERT_EQ(kTimings.size(), 124u);
+    readExchanged();
     for (uint32_t format = 0; format < 124; ++format) {
         expectInput(format % 24, format, format);
         expectOutput(format % 6, format, format);
@@ -166,7 +160,7 @@ TEST(UserSettingReset, InputsAndOutputsGetTheTimingOfEveryFormat)
 }
 
 // Format 38 is "1920x1080x60i": an input brings a field at a time, an output has whole frames.
-TEST(UserSettingReset, HeightOfAnInterlacedFormatIsAFieldForInputsAndAFrameForOutputs)
+TEST(UserSettingReset, InterlacedHeightIsAFieldForInputsAFrameForOutputs)
 {
     ResetInputSetting(3, 38);
     ResetOutputSetting(3, 38);
@@ -177,8 +171,9 @@ TEST(UserSettingReset, HeightOfAnInterlacedFormatIsAFieldForInputsAndAFrameForOu
 }
 
 // Number 125 stands for the external format, 38 here, and the others for 1024x768.
-TEST(UserSettingReset, SpecialFormatNumberGetsTheTimingItStandsForAndOnlyItsLowByteCounts)
+TEST(UserSettingReset, SpecialNumberIsTheFormatItStandsFor)
 {
+    readExchanged();
     expectInput(23, 125, 38);
     expectOutput(5, 125, 38);
     for (uint32_t id = 126; id < 256; ++id) {
@@ -194,7 +189,7 @@ TEST(UserSettingReset, SpecialFormatNumberGetsTheTimingItStandsForAndOnlyItsLowB
 
 // The custom format has two sizes: what was asked for, 4001x3001 at 258 Hz here, and what its
 // timing has. An input takes its height from the first, an output from the second.
-TEST(UserSettingReset, CustomFormatGivesInputsTheHeightAskedForAndOutputsThatOfItsTiming)
+TEST(UserSettingReset, CustomFormatGivesInputsTheHeightAskedFor)
 {
     const Image from = before().u32(3736, {4001, 0x10000 + 3001, 258});
     fill(GetUserSetting(), from.bytes);
@@ -272,7 +267,7 @@ TEST(UserSettingReset, Rs1OutputsAreZeroButForTheLastByteOfEveryEntry)
     expectEdit(ResetRS1OutputSetting, setRs1Outputs);
 }
 
-TEST(UserSettingReset, GroupAreasGetTheirFirstByteOnlyAndTheRs1OutputsAreClearedToo)
+TEST(UserSettingReset, GroupAreasGetOneByteAndTheRs1OutputsAreCleared)
 {
     const auto edit = [](Image &image) {
         for (size_t n = 0; n < 24; ++n) {
@@ -301,7 +296,7 @@ TEST(UserSettingReset, ContainersAreResetEachInItsPlace)
 }
 
 // The other reset of the containers. The areas' sizes of bytes 0xA5 are negative.
-TEST(UserSettingReset, ContainerMsgGivesTheFirstContainerTheLargestAreaAndTheOthersNone)
+TEST(UserSettingReset, ContainerMsgGivesTheFirstContainerTheLargestArea)
 {
     const struct {
         uint32_t width, height; // of the largest areas

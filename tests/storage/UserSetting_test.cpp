@@ -95,7 +95,7 @@ void expectBlocks(const std::set<size_t> &refusedOnes)
     }
 }
 
-TEST(UserSetting, BlocksAreTakenOnceInTheOrderSlotBufferCopyCurrentViewRecord)
+TEST(UserSetting, BlocksAreTakenOnceAndInOrder)
 {
     expectBlocks({});
 }
@@ -193,7 +193,7 @@ Bytes withClearedFlags(const Bytes &record)
     return expected.u32(3992, {0x29215679}).bytes;
 }
 
-TEST(UserSetting, ResetCurrentViewIsThePreviewWithTheFlagsOfContainersCleared)
+TEST(UserSetting, ResetCurrentViewIsThePreviewWithoutContainerFlags)
 {
     malloc_saveView();
     const Bytes record = ownBytes(kUserSettingSize, 9);

@@ -114,7 +114,7 @@ TEST(ViewFile, AMissingViewIsTriedTwice)
 }
 
 // What a reset does not name is what a foreign file has put there.
-TEST(ViewFile, AViewThatCannotBeReadIsWhatIsShownOrAnEmptyOneOverTheBuffer)
+TEST(ViewFile, AViewThatCannotBeReadIsWhatIsShownOrAnEmptyOne)
 {
     const Bytes foreign = with(aView(kOther), 3992, "yV!(");
     expectLoads({
@@ -142,7 +142,7 @@ TEST(ViewFile, TheCurrentViewIsTheOneOfTheUserSetting)
     expectLoads({{"current", kOther, {}, 0, twice(kOther, failedAttempt), kLive}});
 }
 
-TEST(ViewFile, WhatIsShownIsRebuiltFromThePreviewFirstWhereItIsUnknown)
+TEST(ViewFile, WhatIsShownIsRebuiltFirstWhereItIsUnknown)
 {
     GetViewSetting()->identification = 0x29215678;
     EXPECT_EQ(outcomeOf([] { return LoadViewSetting(kCurrent); }),
@@ -253,7 +253,7 @@ TEST(ViewFile, ASlotThatThereIsNotTouchesNoFile)
 }
 
 // A record from elsewhere may name any view as the current one.
-TEST(ViewFile, ACurrentViewAfterTheLastSlotIsWhatIsShownAndNoSlotIsTheCurrentOne)
+TEST(ViewFile, WithACurrentViewAfterTheLastSlotNoSlotIsTheCurrentOne)
 {
     for (const int current : {16, 200, 255}) {
         settingByte(3715) = static_cast<uint8_t>(current);
@@ -269,7 +269,7 @@ TEST(ViewFile, ACurrentViewAfterTheLastSlotIsWhatIsShownAndNoSlotIsTheCurrentOne
 
 // Resetting the slot buffer ----------------------------------------------------------------------
 
-TEST(ViewFile, ResettingTheSlotBufferChangesExactlyWhatAnEmptyViewNeeds)
+TEST(ViewFile, ResettingTheSlotBufferChangesWhatAnEmptyViewNeeds)
 {
     fill(GetSaveViewSetting(), Bytes(kViewSize, '\xA5'));
     const Bytes record = bytesOf(GetUserSetting());
@@ -292,7 +292,7 @@ TEST(ViewFile, ResettingTheSlotBufferChangesExactlyWhatAnEmptyViewNeeds)
     EXPECT_TRUE(fs::is_empty(kDirectory));
 }
 
-TEST(ViewFile, AnEmptyViewCountsItsOtherSettingsFromTheFarCornerOfOutputZero)
+TEST(ViewFile, AnEmptyViewCountsFromTheFarCornerOfOutputZero)
 {
     const struct {
         uint32_t width, height;
@@ -323,7 +323,7 @@ Outcome saveOther()
     return outcomeOf([] { return SaveViewSetting(kOther); });
 }
 
-TEST(ViewFile, SavingWritesTheSlotBufferAtOnceWithIdentificationAndViewNumber)
+TEST(ViewFile, SavingWritesTheSlotBufferWithItsViewNumber)
 {
     tracedFiles.isNoted = true;
     for (int slot = 0; slot < 16; ++slot) {
@@ -339,14 +339,6 @@ TEST(ViewFile, SavingWritesTheSlotBufferAtOnceWithIdentificationAndViewNumber)
     EXPECT_EQ(filesIn().size(), 16u);
     EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()), kLive));
     EXPECT_EQ(settingByte(3715), kCurrent);
-}
-
-TEST(ViewFile, ASavedViewIsLoadedAgain)
-{
-    EXPECT_EQ(saveOther(), Outcome(1, savingSteps(kOther)));
-    fill(GetSaveViewSetting(), Bytes(kViewSize, '\0'));
-    EXPECT_EQ(outcomeOf([] { return LoadViewSetting(kOther); }), Outcome(1, attempt(kOther)));
-    EXPECT_TRUE(areBytes(slotBuffer(), asStored(kBuffer, kOther)));
 }
 
 TEST(ViewFile, ASaveThatCannotCreateItsFileSaysSoAndClosesNothing)

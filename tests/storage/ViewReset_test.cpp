@@ -16,7 +16,7 @@ namespace {
 [[maybe_unused]] const auto *const blocks = testing::AddGlobalTestEnvironment(new Blocks);
 
 // An input that is none has no size.
-TEST(ViewReset, LayersOfTheProgramViewShowTheWholeOfAnInputOnTheWholeOfTheOutput)
+TEST(ViewReset, LayersShowTheWholeInputOnTheWholeOutput)
 {
     const auto expectLayer = [](uint32_t layer, uint32_t input, uint32_t width, uint32_t height) {
         SCOPED_TRACE(testing::Message() << "layer " << layer << ", input " << input);
@@ -47,7 +47,7 @@ TEST(ViewReset, LayersAreStackedFrom95DownAndOffInTheProgramView)
 }
 
 // An output smaller than the distances makes the position wrap around.
-TEST(ViewReset, OtherSettingsOfAViewAreResetAndTheByteAfterThemBecomesOne)
+TEST(ViewReset, OtherSettingsAreResetAndTheByteAfterThemBecomesOne)
 {
     const auto expectOther = [](const Image &from, size_t at, uint32_t x, uint32_t y) {
         const auto edit = [&](Image &image) {

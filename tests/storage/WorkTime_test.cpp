@@ -97,15 +97,6 @@ TEST(WorkTime, ItsFileIsLoadedAndWrittenAtOnceWhereItMustChange)
     }
 }
 
-TEST(WorkTime, TheListHasTwoAddressesAndTwoCounters)
-{
-    fill(getWorkTimeList(), words(5, 0x11121314, 0x21222324, 0x31323334, 0x41424344, kGood));
-    EXPECT_EQ(getWorkTimeList()->addresses[0], 0x11121314u);
-    EXPECT_EQ(getWorkTimeList()->addresses[1], 0x21222324u);
-    EXPECT_EQ(getWorkTimeList()->counters[0], 0x31323334u);
-    EXPECT_EQ(getWorkTimeList()->counters[1], 0x41424344u);
-}
-
 TEST(WorkTime, EveryBitOfTheIdentificationCounts)
 {
     for (uint32_t bit = 0; bit < 32; ++bit) {

@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <fstream>
 #include <sstream>
-#include <vector>
 
 void put(const std::string &path, const Bytes &content)
 {
@@ -143,29 +142,4 @@ Image &Image::set(size_t at, std::initializer_list<uint32_t> values, size_t widt
         at += width;
     }
     return *this;
-}
-
-TimingTable timingsOf(const std::string &path)
-{
-    const auto cellsOf = [](const std::string &line) {
-        std::vector<std::string> cells;
-        std::istringstream text(line);
-        for (std::string cell; std::getline(text, cell, ',');) {
-            cells.push_back(cell);
-        }
-        return cells;
-    };
-    TimingTable table;
-    std::ifstream file(path);
-    std::string line;
-    std::getline(file, line);
-    const std::vector<std::string> names = cellsOf(line);
-    while (std::getline(file, line)) {
-        const std::vector<std::string> cells = cellsOf(line);
-        auto &row = table[static_cast<uint32_t>(std::stoul(cells.at(0)))];
-        for (size_t i = 0; i < names.size(); ++i) {
-            row[names[i]] = cells.at(i);
-        }
-    }
-    return table;
 }

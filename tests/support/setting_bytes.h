@@ -156,7 +156,3 @@ public:
 private:
     Image &set(size_t at, std::initializer_list<uint32_t> values, size_t width);
 };
-
-// The rows of a table of timings, by format id; the cells by the name of their column.
-using TimingTable = std::map<uint32_t, std::map<std::string, std::string>>;
-TimingTable timingsOf(const std::string &path);
