@@ -34,11 +34,13 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/soak.h"
+
 namespace fs = std::filesystem;
 
 namespace {
 
-constexpr auto kCaseLimit = std::chrono::seconds(CASE_LIMIT_SECONDS);
+const auto kCaseLimit = std::chrono::seconds(CASE_LIMIT_SECONDS + soakSeconds());
 
 bool isOnABoard()
 {
