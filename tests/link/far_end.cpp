@@ -1,19 +1,17 @@
 #include "tests/link/far_end.h"
 
 #include <cstdio>
-#include <cstring>
 
+#include "tests/support/bytes.h"
 #include "tests/support/clock.h"
+#include "tests/support/replace.h"
 
 FarEnd farEnd;
 
-extern "C" {
-int32_t __real__Z9pipe_readP4pipePh(struct pipe *pipe, uint8_t *out);
-int32_t __wrap__Z9pipe_readP4pipePh(struct pipe *pipe, uint8_t *out);
-
-int32_t __wrap__Z9pipe_readP4pipePh(struct pipe *pipe, uint8_t *out)
+// Noted and carried out.
+REPLACE(int32_t, _Z9pipe_readP4pipePh, (struct pipe * pipe, uint8_t *out))
 {
-    const int32_t isRead = __real__Z9pipe_readP4pipePh(pipe, out);
+    const int32_t isRead = REAL(_Z9pipe_readP4pipePh)(pipe, out);
     if (isRead == 0) {
         farEnd.events.emplace_back("empty");
         return isRead;
@@ -23,7 +21,6 @@ int32_t __wrap__Z9pipe_readP4pipePh(struct pipe *pipe, uint8_t *out)
     }
     farEnd.events.back() += static_cast<char>(*out);
     return isRead;
-}
 }
 
 std::string textOf(const uint8_t *bytes, size_t length)
@@ -74,6 +71,19 @@ void OpenLink::receive(std::string_view bytes)
     }
 }
 
+void OpenLink::receive(const std::vector<Arrival> &arrivals)
+{
+    const auto arrive = [this, arrivals](size_t sleeps) {
+        for (const Arrival &arrival : arrivals) {
+            if (arrival.sleeps == sleeps) {
+                receive(arrival.bytes);
+            }
+        }
+    };
+    arrive(0);
+    farEnd.onSleep = arrive;
+}
+
 void OpenLink::stand(uint8_t sequence, uint8_t acknowledged)
 {
     link.answered = 1;
@@ -96,7 +106,7 @@ std::string OpenLink::unread()
 {
     std::string text;
     uint8_t byte = 0;
-    while (__real__Z9pipe_readP4pipePh(&pipe, &byte) != 0) {
+    while (REAL(_Z9pipe_readP4pipePh)(&pipe, &byte) != 0) {
         text += static_cast<char>(byte);
     }
     return text;
@@ -114,29 +124,22 @@ std::string commandFrame(uint8_t address, uint8_t number, uint8_t command, uint8
 
 std::string answerFrame(uint8_t number, uint32_t data)
 {
-    const uint32_t bytes[] = {data % 256, data / 256 % 256, data / 65536 % 256, data / 16777216};
-    const uint32_t sum = 1u + number + 2u + bytes[0] + bytes[1] + bytes[2] + bytes[3];
-    char text[32];
-    std::snprintf(text, sizeof text, "<F01%.2x02%.2x%.2x%.2x%.2x%.2x>", number, bytes[0], bytes[1],
-                  bytes[2], bytes[3], sum % 256);
-    return text;
+    const auto byte = [data](uint32_t divisor) {
+        return static_cast<uint8_t>(data / divisor % 256);
+    };
+    std::string frame = commandFrame(1, number, 2, byte(1), byte(256), byte(65536), byte(16777216));
+    frame[1] = 'F';
+    return frame;
 }
 
 testing::AssertionResult isLink(const MervoLink &link, const MervoLink &expected)
 {
-    using Bytes = std::array<uint8_t, sizeof(MervoLink)>;
-    Bytes is;
-    Bytes should;
-    std::memcpy(is.data(), &link, sizeof link);
-    std::memcpy(should.data(), &expected, sizeof expected);
-    if (is == should) {
+    const auto bytesOf = [](const MervoLink &it) {
+        return hex(reinterpret_cast<const uint8_t *>(&it), sizeof it);
+    };
+    if (bytesOf(link) == bytesOf(expected)) {
         return testing::AssertionSuccess();
     }
-    testing::AssertionResult result = testing::AssertionFailure();
-    for (size_t i = 0; i < is.size(); ++i) {
-        if (is[i] != should[i]) {
-            result << " byte " << i << " is " << +is[i] << " instead of " << +should[i] << ';';
-        }
-    }
-    return result;
+    return testing::AssertionFailure()
+           << "is " << bytesOf(link) << "\nshould be " << bytesOf(expected);
 }

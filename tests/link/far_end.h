@@ -41,6 +41,12 @@ struct FarEnd {
 
 extern FarEnd farEnd;
 
+// Bytes that come during the sleep of this number, or at once.
+struct Arrival {
+    size_t sleeps;
+    std::string bytes;
+};
+
 // A link just set up. Making one forgets all that happened before and sets the clock to 1000 s.
 struct OpenLink {
     OpenLink();
@@ -48,6 +54,7 @@ struct OpenLink {
     OpenLink &operator=(const OpenLink &) = delete;
 
     void receive(std::string_view bytes);
+    void receive(const std::vector<Arrival> &arrivals); // takes onSleep
 
     // The device has answered; the last command sent and the last one answered have these numbers.
     void stand(uint8_t sequence, uint8_t acknowledged);

@@ -1,4 +1,4 @@
-// The waits of the Mervo link: for room, behind a data block, for an answer. The clock is the
+// The waits of the Mervo link: for room, after a data block, for an answer. The clock is the
 // test's, so the numbers of sleeps are exact.
 
 #include "link/mervoProtocol.h"
@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <initializer_list>
+#include <functional>
 #include <limits>
 #include <string>
 #include <vector>
@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/link/far_end.h"
+#include "tests/support/bytes.h"
 #include "tests/support/clock.h"
 #include "tests/support/console.h"
 
@@ -65,12 +66,32 @@ Texts eventsAfterSending()
     return {farEnd.events.begin() + static_cast<std::ptrdiff_t>(sends), farEnd.events.end()};
 }
 
-// The same, without the readings of the clock.
-Texts eventsButClock()
+// Neither slept nor looked into the pipe since then.
+bool returnedAtOnce()
 {
     Texts events = eventsAfterSending();
     std::erase(events, "clock");
-    return events;
+    return events.empty();
+}
+
+// An answer without data.
+std::string a(uint8_t number)
+{
+    return answerFrame(number);
+}
+
+// What makes the world of a wait unusual.
+struct Trouble {
+    const char *name;
+    std::function<void(OpenLink &open)> prepare;
+    size_t sleeps; // until the wait is given up
+};
+
+void setClockInSleep(size_t sleep, int64_t byMs)
+{
+    farEnd.onSleep = [sleep, byMs](size_t count) {
+        fakeClock.advanceMs(count == sleep ? byMs : 0);
+    };
 }
 
 // Waiting for room -------------------------------------------------------------------------------
@@ -81,316 +102,166 @@ TEST(MervoProtocol, SenderWithRoomReturnsAtOnceAndLeavesAnswersUnread)
         for (uint8_t unanswered = 0; unanswered < 29; ++unanswered) {
             OpenLink open;
             open.stand(static_cast<uint8_t>(240 + unanswered), 240);
-            open.receive(answerFrame(241));
+            farEnd.onSend = [unanswered] { return unanswered - 5; }; // its result does not count
+            open.receive(a(241));
             EXPECT_EQ(sender.send(open, 1), 1) << sender.name << +unanswered;
-            EXPECT_EQ(eventsButClock(), Texts{}) << sender.name << +unanswered;
-            EXPECT_EQ(open.unread(), answerFrame(241));
+            EXPECT_TRUE(returnedAtOnce()) << sender.name << +unanswered;
+            EXPECT_EQ(open.unread(), a(241));
         }
     }
 }
 
-TEST(MervoProtocol, SenderNeverWaitsBeforeTheFirstAnswer)
+TEST(MervoProtocol, SenderNeverWaitsNorLooksBeforeTheFirstAnswer)
 {
     for (const Sender &sender : kSenders) {
         OpenLink open;
+        open.receive(a(100));
         for (uint32_t sent = 1; sent <= 600; ++sent) {
             ASSERT_EQ(sender.send(open, 1), sender.resultWithoutDevice) << sender.name << sent;
-            ASSERT_EQ(eventsButClock(), Texts{}) << sender.name << sent;
+            ASSERT_TRUE(returnedAtOnce()) << sender.name << sent;
         }
-        EXPECT_EQ(fakeClock.sleepsUs, sleeps(0, 1));
-    }
-}
-
-TEST(MervoProtocol, SenderBeforeTheFirstAnswerDoesNotLookForIt)
-{
-    for (const Sender &sender : kSenders) {
-        OpenLink open;
-        open.link.sequence = 99;
-        open.receive(answerFrame(100));
-        EXPECT_EQ(sender.send(open, 1), sender.resultWithoutDevice) << sender.name;
         EXPECT_EQ(open.link.answered, 0);
-        EXPECT_EQ(open.unread(), answerFrame(100));
+        EXPECT_EQ(open.unread(), a(100));
     }
 }
 
-TEST(MervoProtocol, SequenceTwentyFourAfterAcknowledged250Waits)
+TEST(MervoProtocol, SenderWaitsForRoomAsTheRowsSay)
 {
+    // clang-format off
+    const struct {
+        const char *name;
+        uint8_t sequence, acknowledged; // before the command
+        std::vector<Arrival> arrivals;
+        int32_t result;
+        size_t sleeps;
+        uint8_t after; // acknowledged
+        std::string unread = {};
+    } rows[] = {
+        {"29 unanswered are allowed",           22, 250, {},                       1,    0, 250},
+        {"24 after 250 are 30, and it waits",   23, 250, {{1, a(251)}},            1,    2, 251},
+        {"its own answer ends it at once",      29,   0, {{0, a(30) + a(31)}},     1,    0,  30, a(31)},
+        {"another is noticed one sleep later",  29,   0, {{0, a(1)}},              1,    1,   1},
+        {"also the last but its own",           29,   0, {{0, a(29)}},             1,    1,  29},
+        {"one answer a turn, until there is room", 31, 0, {{0, a(1) + a(2) + a(3) + a(4)}},
+                                                                                   1,    3,   3, a(4)},
+        {"a number never sent makes no room",   29,   0, {{0, a(31)}, {10, a(30)}}, 1,  10,  30},
+        {"garbage and half answers",            29,   0, {{1, "<F011e02"}, {2, "\xFF<T>\r\n"}, {3, "<F"}},
+                                                                                   0, 3000,   0},
+        {"its own answer in the last but one",  29,   0, {{2999, a(30)}},          1, 2999,  30},
+        {"and in the last millisecond",         29,   0, {{3000, a(30)}},          1, 3000,  30},
+        {"room in the last but one",            29,   0, {{2999, a(1)}},           1, 3000,   1},
+        {"is too late in the last turn",        29,   0, {{3000, a(1)}},           0, 3000,   1},
+        {"silence",                            199, 170, {},                       0, 3000, 170},
+        {"silence, the number comes round",    255, 200, {},                       0, 3000, 200},
+    };
+    // clang-format on
     for (const Sender &sender : kSenders) {
-        OpenLink open;
-        open.stand(22, 250);
-        EXPECT_EQ(sender.send(open, 1), 1);
-        EXPECT_EQ(eventsButClock(), Texts{}) << sender.name << ": 29 are unanswered";
-        farEnd.onSleep = [&open](size_t count) {
-            if (count == 1) {
-                open.receive(answerFrame(251));
-            }
-        };
-        EXPECT_EQ(sender.send(open, 1), 1);
-        EXPECT_EQ(open.link.sequence, 24);
-        EXPECT_EQ(open.link.acknowledged, 251);
-        EXPECT_EQ(fakeClock.sleepsUs, sleeps(2, 1)) << sender.name;
-    }
-}
-
-TEST(MervoProtocol, SenderTakesOneAnswerThenTestsTheTimeOutThenSleepsAMillisecond)
-{
-    for (const Sender &sender : kSenders) {
-        OpenLink open;
-        open.stand(31, 0); // 32 behind the next one: three answers make room
-        open.receive("??"s + answerFrame(1) + answerFrame(2) + "x<F0");
-        farEnd.onSleep = [&open](size_t count) {
-            if (count == 4) {
-                open.receive(answerFrame(3).substr(3) + answerFrame(4));
-            }
-        };
-        EXPECT_EQ(sender.send(open, 1), 1);
-        EXPECT_EQ(eventsAfterSending(), (Texts{"clock",
-                                               "read ??"s + answerFrame(1),
-                                               "answer",
-                                               "clock",
-                                               "sleep 1000",
-                                               "read "s + answerFrame(2),
-                                               "answer",
-                                               "clock",
-                                               "sleep 1000",
-                                               "read x<F0",
-                                               "empty",
-                                               "clock",
-                                               "sleep 1000",
-                                               "empty",
-                                               "clock",
-                                               "sleep 1000",
-                                               "read "s + answerFrame(3).substr(3),
-                                               "answer",
-                                               "clock",
-                                               "sleep 1000"}))
-            << sender.name;
-        EXPECT_EQ(open.unread(), answerFrame(4));
-    }
-}
-
-// The clock starts when all is sent, however long that took.
-TEST(MervoProtocol, SenderCountsItsTimeFromBehindTheSending)
-{
-    for (const Sender &sender : kSenders) {
-        OpenLink open;
-        open.stand(29, 0);
-        farEnd.onSend = [] {
-            fakeClock.advanceMs(5000);
-            return 0;
-        };
-        const std::string printed = printedBy([&] { EXPECT_EQ(sender.send(open, 1), 0); });
-        EXPECT_NE(printed, "");
-        EXPECT_EQ(fakeClock.sleepsUs, sleeps(3000, 1)) << sender.name;
-    }
-}
-
-TEST(MervoProtocol, SenderWhoseOwnCommandIsAcknowledgedReturnsWithoutAnotherSleep)
-{
-    for (const Sender &sender : kSenders) {
-        OpenLink open;
-        open.stand(29, 0);
-        open.receive(answerFrame(30) + answerFrame(31));
-        EXPECT_EQ(sender.send(open, 1), 1);
-        EXPECT_EQ(eventsAfterSending(), (Texts{"clock", "read "s + answerFrame(30), "answer"}))
-            << sender.name;
-        EXPECT_EQ(open.link.acknowledged, 30);
-        EXPECT_EQ(open.unread(), answerFrame(31));
-    }
-}
-
-TEST(MervoProtocol, AnswerThatOnlyMakesRoomIsNoticedOneSleepLater)
-{
-    for (const Sender &sender : kSenders) {
-        for (const uint8_t number : std::initializer_list<uint8_t>{1, 2, 29}) {
+        for (const auto &row : rows) {
+            SCOPED_TRACE(sender.name + ": "s + row.name);
             OpenLink open;
-            open.stand(29, 0);
-            open.receive(answerFrame(number));
-            EXPECT_EQ(sender.send(open, 1), 1);
-            EXPECT_EQ(fakeClock.sleepsUs, sleeps(1, 1)) << sender.name << +number;
-            EXPECT_EQ(open.link.acknowledged, number);
+            open.stand(row.sequence, row.acknowledged);
+            open.receive(row.arrivals);
+            const std::string number = std::to_string((row.sequence + 1) % 256);
+            const std::string printed =
+                printedBy([&] { EXPECT_EQ(sender.send(open, 1), row.result); });
+            EXPECT_EQ(printed, row.result == 1 ? "" : sender.message + "1 = "s + number + "\r\n");
+            EXPECT_EQ(fakeClock.sleepsUs, sleeps(row.sleeps, 1));
+            EXPECT_EQ(open.link.answered, row.result);
+            EXPECT_EQ(open.link.acknowledged, row.after);
+            EXPECT_EQ(open.unread(), row.unread);
         }
     }
 }
 
-TEST(MervoProtocol, AnswerToANumberNeverSentMakesNoRoom)
+TEST(MervoProtocol, SenderTakesAnAnswerThenTestsTheTimeOutThenSleepsAMillisecond)
 {
     for (const Sender &sender : kSenders) {
         OpenLink open;
-        open.stand(29, 0);
-        open.receive(answerFrame(31)); // 30 counts as 255 behind it
-        farEnd.onSleep = [&open](size_t count) {
-            if (count == 10) {
-                open.receive(answerFrame(30));
-            }
-        };
+        open.stand(30, 0);
+        open.receive({{0, "??" + a(1) + "x<F0"}, {3, a(2).substr(3) + a(3)}});
         EXPECT_EQ(sender.send(open, 1), 1);
-        EXPECT_EQ(fakeClock.sleepsUs, sleeps(10, 1)) << sender.name;
+        EXPECT_EQ(eventsAfterSending(),
+                  (Texts{"clock", "read ??" + a(1), "answer", "clock", "sleep 1000", //
+                         "read x<F0", "empty", "clock", "sleep 1000",                //
+                         "empty", "clock", "sleep 1000",                             //
+                         "read " + a(2).substr(3), "answer", "clock", "sleep 1000"}))
+            << sender.name;
+        EXPECT_EQ(open.unread(), a(3));
     }
 }
 
-TEST(MervoProtocol, SenderGivesUpAfterExactly3000MillisecondsAndSaysSo)
+TEST(MervoProtocol, SenderGivesUpAfter3000MillisecondsOfTheWallClockAndSaysSo)
 {
+    const Trouble troubles[] = {
+        {"none", [](OpenLink &) {}, 3000},
+        {"no pipe", [](OpenLink &open) { open.link.receivePipe = nullptr; }, 3000},
+        {"sending takes long and fails",
+         [](OpenLink &) {
+             farEnd.onSend = [] {
+                 fakeClock.advanceMs(5000);
+                 return -1;
+             };
+         },
+         3000},
+        {"the clock is set back", [](OpenLink &) { setClockInSleep(100, -2000); }, 5000},
+        {"the clock is set forward", [](OpenLink &) { setClockInSleep(100, 3600000); }, 100},
+        {"the tick wraps", [](OpenLink &) { fakeClock.setMs(0x1FFFFFF00); }, 3001},
+    };
     for (const Sender &sender : kSenders) {
-        OpenLink open;
-        open.stand(199, 170);
-        const std::string printed = printedBy([&] { EXPECT_EQ(sender.send(open, 7), 0); });
-        EXPECT_EQ(printed, sender.message + std::string("7 = 200\r\n"));
-        EXPECT_EQ(fakeClock.sleepsUs, sleeps(3000, 1)) << sender.name;
-        EXPECT_EQ(fakeClock.nowUs, 1000000000 + 3000000);
-        EXPECT_EQ(farEnd.events.back(), "clock") << "no sleep behind the last test";
-    }
-}
-
-TEST(MervoProtocol, TimeOutOfASenderTakesTheAnsweredFlagBackAndNothingElse)
-{
-    for (const Sender &sender : kSenders) {
-        OpenLink open;
-        open.parse(answerFrame(170, 0x11223344) + "<F0102");
-        open.stand(199, 170);
-        MervoLink expected = open.link;
-        expected.sequence = 200;
-        expected.answered = 0;
-        printedBy([&] { EXPECT_EQ(sender.send(open, 1), 0); });
-        EXPECT_TRUE(isLink(open.link, expected)) << sender.name;
-        EXPECT_NE(open.link.lastAnswer[3], 0) << "the stored answer stays";
-    }
-}
-
-TEST(MervoProtocol, CommandAfterATimeOutDoesNotWait)
-{
-    for (const Sender &sender : kSenders) {
-        OpenLink open;
-        open.stand(29, 0);
-        printedBy([&] { EXPECT_EQ(sender.send(open, 1), 0); });
-        fakeClock.sleepsUs.clear();
-        for (int i = 0; i < 300; ++i) {
-            ASSERT_EQ(sender.send(open, 1), sender.resultWithoutDevice) << sender.name << i;
+        for (const Trouble &trouble : troubles) {
+            SCOPED_TRACE(sender.name + ": "s + trouble.name);
+            OpenLink open;
+            open.parse(answerFrame(170, 0x11223344) + "<F0102");
+            open.stand(199, 170);
+            trouble.prepare(open);
+            MervoLink expected = open.link; // its stored answers stay
+            expected.sequence = 200;
+            expected.answered = 0;
+            const std::string printed = printedBy([&] { EXPECT_EQ(sender.send(open, 7), 0); });
+            EXPECT_EQ(printed, sender.message + "7 = 200\r\n"s);
+            EXPECT_TRUE(isLink(open.link, expected));
+            EXPECT_EQ(fakeClock.sleepsUs, sleeps(trouble.sleeps, 1));
+            EXPECT_EQ(farEnd.events.back(), "clock") << "no sleep after the last test";
         }
-        EXPECT_EQ(fakeClock.sleepsUs, sleeps(0, 1));
     }
 }
 
-TEST(MervoProtocol, AnswerAfterATimeOutMakesSendersWaitAgain)
+TEST(MervoProtocol, SenderWaitsAgainOnlyAfterTheNextAnswer)
 {
     for (const Sender &sender : kSenders) {
         OpenLink open;
         open.stand(29, 0);
         printedBy([&] { EXPECT_EQ(sender.send(open, 1), 0); });
-        open.receive(answerFrame(1));
+        for (int i = 0; i < 256; ++i) {
+            ASSERT_EQ(sender.send(open, 1), sender.resultWithoutDevice) << sender.name << i;
+            ASSERT_TRUE(returnedAtOnce()) << sender.name << i;
+        }
+        open.receive(a(1));
         Task_MervoProtocol(&open.link);
         fakeClock.sleepsUs.clear();
-        farEnd.onSleep = [&open](size_t count) {
-            if (count == 50) {
-                open.receive(answerFrame(31));
-            }
-        };
+        open.receive({{50, a(31)}}); // 2 to 31 are unanswered
         EXPECT_EQ(sender.send(open, 1), 1);
-        EXPECT_EQ(fakeClock.sleepsUs, sleeps(50, 1)) << sender.name << ": 2 to 31 are unanswered";
+        EXPECT_EQ(fakeClock.sleepsUs, sleeps(50, 1)) << sender.name;
     }
 }
 
-TEST(MervoProtocol, MessagePrintsTheLow8BitsOfTheAddressInDecimal)
+TEST(MervoProtocol, MessagesPrintTheLow8BitsOfTheAddressInDecimal)
 {
-    struct {
+    const struct {
         uint32_t address;
         const char *text;
-    } const cases[] = {{0, "0"},       {10, "10"},          {255, "255"},  {256, "0"},
-                       {0x1FE, "254"}, {0xFFFFFFFF, "255"}, {0x80, "128"}, {0x80000001, "1"}};
-    for (const Sender &sender : kSenders) {
-        for (const auto &one : cases) {
-            OpenLink open;
+    } rows[] = {{0, "0"},       {10, "10"},          {255, "255"},  {256, "0"},
+                {0x1FE, "254"}, {0xFFFFFFFF, "255"}, {0x80, "128"}, {0x80000001, "1"}};
+    for (const auto &row : rows) {
+        OpenLink open;
+        for (const Sender &sender : kSenders) {
             open.stand(255, 200);
-            const std::string printed =
-                printedBy([&] { EXPECT_EQ(sender.send(open, one.address), 0); });
-            EXPECT_EQ(printed, sender.message + std::string(one.text) + " = 0\r\n");
+            EXPECT_EQ(printedBy([&] { sender.send(open, row.address); }),
+                      sender.message + std::string(row.text) + " = 0\r\n");
         }
-    }
-}
-
-TEST(MervoProtocol, AnswerInTheLastMillisecondIsStillTaken)
-{
-    for (const Sender &sender : kSenders) {
-        for (const size_t when : {2999u, 3000u}) {
-            OpenLink open;
-            open.stand(29, 0);
-            farEnd.onSleep = [&open, when](size_t count) {
-                if (count == when) {
-                    open.receive(answerFrame(30));
-                }
-            };
-            const std::string printed = printedBy([&] { EXPECT_EQ(sender.send(open, 1), 1); });
-            EXPECT_EQ(printed, "") << sender.name;
-            EXPECT_EQ(fakeClock.sleepsUs, sleeps(when, 1));
-            EXPECT_EQ(open.link.answered, 1);
-        }
-    }
-}
-
-// Room alone is looked for at the head of a turn, and the last turn has no next one.
-TEST(MervoProtocol, AnswerThatOnlyMakesRoomComesTooLateInTheLastTurn)
-{
-    for (const Sender &sender : kSenders) {
-        for (const size_t when : {2999u, 3000u}) {
-            OpenLink open;
-            open.stand(29, 0);
-            farEnd.onSleep = [&open, when](size_t count) {
-                if (count == when) {
-                    open.receive(answerFrame(1));
-                }
-            };
-            const bool isInTime = when == 2999;
-            const std::string printed =
-                printedBy([&] { EXPECT_EQ(sender.send(open, 1), isInTime ? 1 : 0); });
-            EXPECT_EQ(printed, isInTime ? "" : sender.message + std::string("1 = 30\r\n"))
-                << sender.name;
-            EXPECT_EQ(fakeClock.sleepsUs, sleeps(3000, 1));
-            EXPECT_EQ(open.link.answered, isInTime ? 1 : 0);
-            EXPECT_EQ(open.link.acknowledged, 1);
-        }
-    }
-}
-
-TEST(MervoProtocol, GarbageAndHalfAnswersDoNotEndAWaitForRoom)
-{
-    for (const Sender &sender : kSenders) {
-        OpenLink open;
-        open.stand(29, 0);
-        farEnd.onSleep = [&open](size_t count) {
-            if (count < 1000) {
-                open.receive(count % 3 == 0 ? "<F011e02" : "\xff<T>\r\n");
-            }
-        };
-        const std::string printed = printedBy([&] { EXPECT_EQ(sender.send(open, 1), 0); });
-        EXPECT_EQ(printed, sender.message + std::string("1 = 30\r\n"));
-        EXPECT_EQ(fakeClock.sleepsUs, sleeps(3000, 1));
-        EXPECT_EQ(open.unread(), "");
-        EXPECT_TRUE(farEnd.answers.empty());
-    }
-}
-
-TEST(MervoProtocol, SenderIgnoresTheResultOfSend)
-{
-    for (const Sender &sender : kSenders) {
-        for (const int32_t result : {-1, 0, 5}) {
-            OpenLink open;
-            open.stand(3, 0);
-            farEnd.onSend = [result] { return result; };
-            EXPECT_EQ(sender.send(open, 1), 1) << sender.name << result;
-            EXPECT_EQ(open.link.sequence, 4);
-        }
-    }
-}
-
-TEST(MervoProtocol, SenderWithoutAPipeWaitsInVain)
-{
-    for (const Sender &sender : kSenders) {
-        OpenLink open;
-        open.stand(29, 0);
-        open.link.receivePipe = nullptr;
-        const std::string printed = printedBy([&] { EXPECT_EQ(sender.send(open, 1), 0); });
-        EXPECT_EQ(printed, sender.message + std::string("1 = 30\r\n"));
-        EXPECT_EQ(fakeClock.sleepsUs, sleeps(3000, 1));
+        open.stand(255, 254);
+        EXPECT_EQ(printedBy([&] { WaitAck_MervoProtocol(&open.link, row.address, 0); }),
+                  "3. can't receive "s + row.text + " = 255 254\r\n");
     }
 }
 
@@ -398,61 +269,19 @@ TEST(MervoProtocol, SenderWithoutAPipeWaitsInVain)
 TEST(MervoProtocol, SenderStopsWaitingWhenTheDeviceIsGivenUpMeanwhile)
 {
     for (const Sender &sender : kSenders) {
-        for (const uint8_t number : std::initializer_list<uint8_t>{1, 20}) {
-            OpenLink open; // of both numbers the second makes room
+        for (const int number : {1, 20}) { // the second one makes room
+            OpenLink open;
             open.stand(31, 0);
-            open.receive(answerFrame(number));
+            open.receive(a(static_cast<uint8_t>(number)));
             farEnd.onAnswer = [](MervoLink *link) {
                 EXPECT_EQ(WaitAck_MervoProtocol(link, 9, 5), 0);
             };
             const std::string printed =
                 printedBy([&] { EXPECT_EQ(sender.send(open, 1), sender.resultWithoutDevice); });
-            EXPECT_EQ(printed, number == 1 ? "3. can't receive 9 = 32 1\r\n"
-                                           : "3. can't receive 9 = 32 20\r\n")
+            EXPECT_EQ(printed, "3. can't receive 9 = 32 " + std::to_string(number) + "\r\n")
                 << sender.name;
             EXPECT_EQ(fakeClock.sleepsUs, (std::vector<uint32_t>{10000, 1000}));
         }
-    }
-}
-
-TEST(MervoProtocol, ClockSetBackProlongsAWaitForRoomByAsMuch)
-{
-    for (const Sender &sender : kSenders) {
-        OpenLink open;
-        open.stand(29, 0);
-        farEnd.onSleep = [](size_t count) {
-            if (count == 100) {
-                fakeClock.advanceMs(-2000);
-            }
-        };
-        printedBy([&] { EXPECT_EQ(sender.send(open, 1), 0); });
-        EXPECT_EQ(fakeClock.sleepsUs, sleeps(5000, 1)) << sender.name;
-    }
-}
-
-TEST(MervoProtocol, ClockSetForwardEndsAWaitForRoom)
-{
-    for (const Sender &sender : kSenders) {
-        OpenLink open;
-        open.stand(29, 0);
-        farEnd.onSleep = [](size_t count) {
-            if (count == 100) {
-                fakeClock.advanceMs(3600000);
-            }
-        };
-        printedBy([&] { EXPECT_EQ(sender.send(open, 1), 0); });
-        EXPECT_EQ(fakeClock.sleepsUs, sleeps(100, 1)) << sender.name;
-    }
-}
-
-TEST(MervoProtocol, TickThatWrapsMakesAWaitForRoomAMillisecondLonger)
-{
-    for (const Sender &sender : kSenders) {
-        OpenLink open;
-        open.stand(29, 0);
-        fakeClock.setMs(0x1FFFFFF00); // its low 32 bits are 256 ms before the wrap
-        printedBy([&] { EXPECT_EQ(sender.send(open, 1), 0); });
-        EXPECT_EQ(fakeClock.sleepsUs, sleeps(3001, 1)) << sender.name;
     }
 }
 
@@ -462,7 +291,7 @@ TEST(MervoProtocol, WindowKeepsATrainOfCommandsTwentyNineAheadOfASlowDevice)
         OpenLink open;
         open.link.answered = 1;
         uint8_t answered = 0;
-        farEnd.onSleep = [&](size_t) { open.receive(answerFrame(++answered)); };
+        farEnd.onSleep = [&](size_t) { open.receive(a(++answered)); };
         for (uint32_t sent = 1; sent <= 1000; ++sent) {
             ASSERT_EQ(sender.send(open, 1), 1) << sender.name << sent;
             ASSERT_LE(static_cast<uint8_t>(open.link.sequence - open.link.acknowledged), 29);
@@ -474,575 +303,277 @@ TEST(MervoProtocol, WindowKeepsATrainOfCommandsTwentyNineAheadOfASlowDevice)
 
 // Data blocks ------------------------------------------------------------------------------------
 
-struct Block {
-    explicit Block(size_t length) : bytes(1, 0xA5)
-    {
-        for (size_t i = 1; i <= length; ++i) {
-            bytes.push_back(static_cast<uint8_t>(i * 37 + 11));
-        }
-        bytes.push_back(0xA5);
-    }
-    uint8_t *data()
-    {
-        return bytes.data() + 1;
-    }
-    std::vector<uint8_t> bytes; // one guard on either side
-};
-
 TEST(MervoProtocol, DataBlockFollowsItsCommandWithTheSumInItsLastByte)
 {
-    for (const size_t length : {1u, 2u, 3u, 8u, 19u, 255u, 256u, 257u, 1000u, 65536u}) {
-        OpenLink open;
-        open.stand(4, 4);
-        Block block(length);
-        std::vector<uint8_t> expected = block.bytes;
-        unsigned sum = 0;
-        for (size_t i = 1; i < length; ++i) {
-            sum += expected[i];
+    const struct {
+        std::string block;
+        int32_t length;
+        std::string sent;
+    } rows[] = {{"\x77", 1, "\0"s}, // only the checksum
+                {"\xFF\xFF\x03\x99", 4, "\xFF\xFF\x03\x01"},
+                {"\x01\x02\x03", 2, "\x01\x01"},
+                {countingBytes(257), 257, countingBytes(256) + '\x80'}, // 256 * 255 / 2 = 0x7F80
+                {std::string(65536, '\1'), 65536, std::string(65535, '\1') + '\xFF'},
+                {"\x01\x02", 0, ""},
+                {"\x01\x02", -1, ""},
+                {"\x01\x02", std::numeric_limits<int32_t>::min(), ""}};
+    for (const auto &row : rows) {
+        SCOPED_TRACE(testing::Message() << "length " << row.length);
+        for (const int32_t resultOfSend : {19, -1}) {
+            OpenLink open;
+            open.stand(4, 4);
+            farEnd.onSend = [resultOfSend] { return resultOfSend; };
+            std::string block = row.block;
+            uint8_t *const from = reinterpret_cast<uint8_t *>(block.data());
+            EXPECT_EQ(
+                SendCmdAndDataBlock_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6, from, row.length),
+                1);
+            EXPECT_TRUE(block == row.sent + row.block.substr(row.sent.size())) << "the caller's";
+            EXPECT_EQ(open.link.sequence, 5) << "a block has no number of its own";
+            EXPECT_EQ(farEnd.sent.at(0).bytes, commandFrame(1, 5, 2, 3, 4, 5, 6));
+            ASSERT_EQ(farEnd.sent.size(), row.length > 0 ? 2u : 1u);
+            if (row.length > 0) {
+                EXPECT_EQ(farEnd.sent[1].from, from);
+                EXPECT_EQ(farEnd.sent[1].length, row.length);
+                EXPECT_TRUE(farEnd.sent[1].bytes == row.sent);
+            }
         }
-        expected[length] = static_cast<uint8_t>(sum % 256);
-        EXPECT_EQ(SendCmdAndDataBlock_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6, block.data(),
-                                                    static_cast<int32_t>(length)),
-                  1);
-        EXPECT_EQ(block.bytes, expected) << length << ": the caller's buffer, and no guard";
-        ASSERT_EQ(farEnd.sent.size(), 2u) << length;
-        EXPECT_EQ(farEnd.sent[0].bytes, commandFrame(1, 5, 2, 3, 4, 5, 6));
-        EXPECT_EQ(farEnd.sent[1].from, block.data()) << length;
-        EXPECT_EQ(farEnd.sent[1].length, static_cast<int32_t>(length));
-        EXPECT_EQ(farEnd.sent[1].bytes, textOf(expected.data() + 1, length)) << length;
     }
-}
-
-TEST(MervoProtocol, DataBlockOfOneByteIsItsChecksumZero)
-{
-    OpenLink open;
-    uint8_t block = 0x77;
-    SendCmdAndDataBlock_MervoProtocol(&open.link, 0, 0, 0, 0, 0, 0, &block, 1);
-    EXPECT_EQ(block, 0);
-    EXPECT_EQ(farEnd.sent.at(1).bytes, std::string(1, '\0'));
-}
-
-TEST(MervoProtocol, DataBlockSumRunsOverAllBytesButTheLast)
-{
-    OpenLink open;
-    uint8_t block[] = {0xFF, 0xFF, 0x03, 0x99};
-    SendCmdAndDataBlock_MervoProtocol(&open.link, 0, 0, 0, 0, 0, 0, block, 4);
-    EXPECT_EQ(block[3], 0x01); // 255 + 255 + 3 = 513
-    EXPECT_EQ(farEnd.sent.at(1).bytes, "\xFF\xFF\x03\x01");
-}
-
-TEST(MervoProtocol, DataBlockOfNoOrNegativeLengthIsNotTouchedNorSent)
-{
-    constexpr int32_t kLeast = std::numeric_limits<int32_t>::min();
-    for (const int32_t length : {0, -1, -255, -256, kLeast}) {
-        OpenLink open;
-        open.stand(0, 0);
-        Block block(4);
-        const std::vector<uint8_t> before = block.bytes;
-        EXPECT_EQ(SendCmdAndDataBlock_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6, block.data() + 2,
-                                                    length),
-                  1);
-        EXPECT_EQ(block.bytes, before) << length;
-        ASSERT_EQ(farEnd.sent.size(), 1u) << length;
-        EXPECT_EQ(farEnd.sent[0].bytes, "<T0101020304050616>");
-    }
-}
-
-TEST(MervoProtocol, DataBlockIsSentAlsoWhenItsCommandWasNot)
-{
-    OpenLink open;
-    open.stand(0, 0);
-    farEnd.onSend = [] { return -1; };
-    uint8_t block[] = {1, 2, 0};
-    EXPECT_EQ(SendCmdAndDataBlock_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6, block, 3), 1);
-    ASSERT_EQ(farEnd.sent.size(), 2u);
-    EXPECT_EQ(farEnd.sent[1].bytes, "\x01\x02\x03");
-}
-
-TEST(MervoProtocol, DataBlockUsesUpNoNumberOfItsOwn)
-{
-    OpenLink open;
-    uint8_t block[] = {1, 2, 0};
-    SendCmdAndDataBlock_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6, block, 3);
-    EXPECT_EQ(open.link.sequence, 1);
-}
-
-TEST(MervoProtocol, WithNothingToWaitForTheBlocksResultIsTheAnsweredFlagAndTheCommandsIsOne)
-{
-    for (const uint8_t answered : std::initializer_list<uint8_t>{0, 1}) {
-        OpenLink open;
-        uint8_t block[] = {1, 2, 0};
-        open.link.answered = answered;
-        EXPECT_EQ(SendCmd_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6), 1);
-        EXPECT_EQ(SendCmdAndDataBlock_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6, block, 3),
-                  answered);
-    }
-}
-
-TEST(MervoProtocol, CommandAndBlockCutTheirArgumentsToBytes)
-{
-    OpenLink open;
-    uint8_t block[] = {1, 0};
-    SendCmd_MervoProtocol(&open.link, 0x101, 0x202, 0x303, 0x404, 0x505, 0x606);
-    SendCmdAndDataBlock_MervoProtocol(&open.link, 0x101, 0x202, 0x303, 0x404, 0x505, 0x606, block,
-                                      2);
-    printedBy([&] {
-        SendCmdAndWait_MervoProtocol(&open.link, 0x101, 0x202, 0x303, 0x404, 0x505, 0x606);
-    });
-    ASSERT_EQ(farEnd.sent.size(), 4u);
-    EXPECT_EQ(farEnd.sent[0].bytes, "<T0101020304050616>");
-    EXPECT_EQ(farEnd.sent[1].bytes, "<T0102020304050617>");
-    EXPECT_EQ(farEnd.sent[2].bytes, "\x01\x01");
-    EXPECT_EQ(farEnd.sent[3].bytes, "<T0103020304050618>");
 }
 
 // Waiting for an answer --------------------------------------------------------------------------
 
 TEST(MervoProtocol, WaitForACommandAlreadyAcknowledgedReturnsAtOnce)
 {
-    OpenLink open;
-    open.stand(9, 9);
-    open.receive(answerFrame(8));
-    for (const uint32_t timeout : {0u, 1u, 3000u}) {
-        EXPECT_EQ(WaitAck_MervoProtocol(&open.link, 1, timeout), 1);
+    OpenLink open; // a fresh link has nothing to wait for either
+    open.receive(a(8));
+    for (const uint8_t number : std::vector<uint8_t>{0, 9}) {
+        open.parse(answerFrame(number, 0x11223344));
+        open.stand(number, number);
+        open.link.answered = number == 0 ? 0 : 1;
+        const MervoLink expected = open.link;
+        for (const uint32_t timeout : {0u, 1u, 3000u}) {
+            EXPECT_EQ(WaitAck_MervoProtocol(&open.link, 1, timeout), 1);
+            EXPECT_TRUE(isLink(open.link, expected)) << +number;
+        }
     }
-    EXPECT_EQ(eventsButClock(), Texts{});
-    EXPECT_EQ(open.unread(), answerFrame(8));
-}
-
-TEST(MervoProtocol, WaitOnAFreshLinkHasNothingToWaitFor)
-{
-    OpenLink open;
-    const MervoLink expected = open.link;
-    EXPECT_EQ(WaitAck_MervoProtocol(&open.link, 1, 3000), 1);
     EXPECT_EQ(fakeClock.sleepsUs, sleeps(0, 10));
-    EXPECT_TRUE(isLink(open.link, expected)) << "no device is known to answer by that";
+    EXPECT_EQ(open.unread(), a(8));
 }
 
-TEST(MervoProtocol, WaitTakesAnAnswerInItsFirstLook)
+TEST(MervoProtocol, WaitsForAnAnswerAsTheRowsSay)
 {
-    OpenLink open;
-    open.stand(9, 3);
-    open.receive("x"s + answerFrame(9) + answerFrame(8));
-    EXPECT_EQ(WaitAck_MervoProtocol(&open.link, 1, 0), 1);
-    EXPECT_EQ(farEnd.events, (Texts{"clock", "read x"s + answerFrame(9), "answer"}));
-    EXPECT_EQ(open.unread(), answerFrame(8));
-    EXPECT_EQ(open.link.answered, 1);
+    // clang-format off
+    const struct {
+        const char *name;
+        uint8_t acknowledged; // before the wait for 9
+        uint32_t timeout;
+        std::vector<Arrival> arrivals;
+        int32_t result;
+        size_t sleeps; // of 10 ms
+        uint8_t after; // acknowledged
+        std::string unread = {};
+    } rows[] = {
+        {"an answer in the first look",      3,    0, {{0, "x" + a(9) + a(8)}},   1,   0,  9, a(8)},
+        {"after others, one a turn",         6, 3000, {{0, a(7) + a(8)}, {3, a(9)}}, 1, 3,  9},
+        {"of another command",               3,  100, {{0, a(8) + a(10)}},        0,  10, 10},
+        {"in the last turn but one",         3, 3000, {{299, a(9)}},              1, 299,  9},
+        {"in the last turn",                 3, 3000, {{300, a(9)}},              1, 300,  9},
+        {"none in 0 ms",                     3,    0, {},                         0,   0,  3},
+        {"none in 1 ms",                     3,    1, {},                         0,   1,  3},
+        {"none in 10 ms",                    3,   10, {},                         0,   1,  3},
+        {"none in 11 ms",                    3,   11, {},                         0,   2,  3},
+        {"none in 3000 ms",                  3, 3000, {},                         0, 300,  3},
+        {"none in 3001 ms",                  3, 3001, {},                         0, 301,  3},
+    };
+    // clang-format on
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        OpenLink open;
+        open.stand(9, row.acknowledged);
+        open.receive(row.arrivals);
+        const std::string printed = printedBy(
+            [&] { EXPECT_EQ(WaitAck_MervoProtocol(&open.link, 1, row.timeout), row.result); });
+        const std::string message = "3. can't receive 1 = 9 " + std::to_string(row.after) + "\r\n";
+        EXPECT_EQ(printed, row.result == 1 ? "" : message);
+        EXPECT_EQ(fakeClock.sleepsUs, sleeps(row.sleeps, 10));
+        EXPECT_EQ(open.link.answered, row.result);
+        EXPECT_EQ(open.link.acknowledged, row.after);
+        EXPECT_EQ(open.unread(), row.unread);
+        EXPECT_TRUE(farEnd.sent.empty());
+    }
 }
 
-TEST(MervoProtocol, WaitTakesOneAnswerATurnAndSleepsTenMilliseconds)
+TEST(MervoProtocol, WaitTakesAnAnswerThenTestsTheTimeOutThenSleepsTenMilliseconds)
 {
     OpenLink open;
     open.stand(9, 6);
-    open.receive(answerFrame(7) + answerFrame(8));
-    farEnd.onSleep = [&open](size_t count) {
-        if (count == 3) {
-            open.receive(answerFrame(9));
-        }
-    };
+    open.receive({{0, a(7)}, {2, a(9)}});
     EXPECT_EQ(WaitAck_MervoProtocol(&open.link, 1, 3000), 1);
-    EXPECT_EQ(farEnd.events,
-              (Texts{"clock", "read "s + answerFrame(7), "answer", "clock", "sleep 10000",
-                     "read "s + answerFrame(8), "answer", "clock", "sleep 10000", "empty", "clock",
-                     "sleep 10000", "read "s + answerFrame(9), "answer"}));
+    EXPECT_EQ(farEnd.events, (Texts{"clock", "read " + a(7), "answer", "clock", "sleep 10000", //
+                                    "empty", "clock", "sleep 10000", "read " + a(9), "answer"}));
 }
 
-TEST(MervoProtocol, WaitLastsItsTimeOutInStepsOfTenMilliseconds)
+TEST(MervoProtocol, WaitThatTimesOutByTheWallClockZeroesTheStoredAnswers)
 {
-    struct {
-        uint32_t timeout;
-        size_t sleeps;
-    } const cases[] = {{0, 0},  {1, 1},  {9, 1},      {10, 1},     {11, 2},    {19, 2},
-                       {20, 2}, {21, 3}, {2999, 300}, {3000, 300}, {3001, 301}};
-    for (const auto &one : cases) {
-        OpenLink open;
-        open.stand(9, 3);
-        const std::string printed =
-            printedBy([&] { EXPECT_EQ(WaitAck_MervoProtocol(&open.link, 1, one.timeout), 0); });
-        EXPECT_EQ(printed, "3. can't receive 1 = 9 3\r\n");
-        EXPECT_EQ(fakeClock.sleepsUs, sleeps(one.sleeps, 10)) << one.timeout;
-        ASSERT_GE(farEnd.events.size(), 2u);
-        EXPECT_EQ(farEnd.events.back(), "clock");
-        EXPECT_EQ(farEnd.events[farEnd.events.size() - 2], "empty") << "it looks, then gives up";
-    }
-}
-
-TEST(MervoProtocol, AnswerInTheLastTurnOfAWaitIsStillTaken)
-{
-    for (const size_t when : {299u, 300u}) {
-        OpenLink open;
-        open.stand(9, 3);
-        farEnd.onSleep = [&open, when](size_t count) {
-            if (count == when) {
-                open.receive(answerFrame(9));
-            }
+    const auto setBackAtOnce = [](int64_t startMs) {
+        fakeClock.setMs(startMs);
+        fakeClock.afterReading = [] {
+            fakeClock.advanceMs(-20);
+            fakeClock.afterReading = nullptr;
         };
-        EXPECT_EQ(WaitAck_MervoProtocol(&open.link, 1, 3000), 1);
-        EXPECT_EQ(fakeClock.sleepsUs, sleeps(when, 10));
-    }
-}
-
-TEST(MervoProtocol, AnswerToAnotherCommandDoesNotEndAWait)
-{
-    OpenLink open;
-    open.stand(9, 3);
-    open.receive(answerFrame(8) + answerFrame(10));
-    const std::string printed =
-        printedBy([&] { EXPECT_EQ(WaitAck_MervoProtocol(&open.link, 1, 100), 0); });
-    EXPECT_EQ(printed, "3. can't receive 1 = 9 10\r\n");
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(10, 10));
-}
-
-TEST(MervoProtocol, MessageOfAWaitHasAddressNumberAndAcknowledgedNumber)
-{
-    struct {
-        uint32_t address;
-        uint8_t sequence;
-        uint8_t acknowledged;
-        const char *text;
-    } const cases[] = {{0, 1, 0, "0 = 1 0"},
-                       {255, 0, 255, "255 = 0 255"},
-                       {256, 128, 127, "0 = 128 127"},
-                       {0xFFFFFF10, 255, 254, "16 = 255 254"}};
-    for (const auto &one : cases) {
-        OpenLink open;
-        open.stand(one.sequence, one.acknowledged);
-        const std::string printed =
-            printedBy([&] { EXPECT_EQ(WaitAck_MervoProtocol(&open.link, one.address, 0), 0); });
-        EXPECT_EQ(printed, "3. can't receive "s + one.text + "\r\n");
-    }
-}
-
-TEST(MervoProtocol, TimeOutOfAWaitZeroesBothStoredAnswersAndTheAnsweredFlag)
-{
-    OpenLink open;
-    open.parse(answerFrame(3, 0x11223344) + "<F5566778");
-    open.stand(9, 3);
-    MervoLink expected = open.link;
-    ASSERT_EQ(expected.answerInProgress[0], 0x55);
-    ASSERT_EQ(expected.lastAnswer[3], 0x44);
-    expected.answered = 0;
-    std::fill_n(expected.answerInProgress, 8, uint8_t{0});
-    std::fill_n(expected.lastAnswer, 8, uint8_t{0});
-    printedBy([&] { EXPECT_EQ(WaitAck_MervoProtocol(&open.link, 1, 30), 0); });
-    EXPECT_TRUE(isLink(open.link, expected)) << "half an answer goes on, its bytes are zeros";
-    EXPECT_EQ(open.link.count, 7);
-}
-
-TEST(MervoProtocol, WaitThatSucceedsKeepsTheStoredAnswers)
-{
-    OpenLink open;
-    open.parse(answerFrame(9, 0x11223344));
-    open.stand(9, 9);
-    const MervoLink expected = open.link;
-    EXPECT_EQ(WaitAck_MervoProtocol(&open.link, 1, 30), 1);
-    EXPECT_TRUE(isLink(open.link, expected));
-}
-
-TEST(MervoProtocol, WaitSendsNothing)
-{
-    OpenLink open;
-    open.stand(9, 3);
-    printedBy([&] { WaitAck_MervoProtocol(&open.link, 1, 30); });
-    EXPECT_TRUE(farEnd.sent.empty());
-}
-
-TEST(MervoProtocol, WaitWithoutAPipeTimesOut)
-{
-    OpenLink open;
-    open.stand(9, 3);
-    open.link.receivePipe = nullptr;
-    const std::string printed =
-        printedBy([&] { EXPECT_EQ(WaitAck_MervoProtocol(&open.link, 1, 50), 0); });
-    EXPECT_EQ(printed, "3. can't receive 1 = 9 3\r\n");
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(5, 10));
-}
-
-TEST(MervoProtocol, ClockSetBackProlongsAWaitForAnAnswerByAsMuch)
-{
-    OpenLink open;
-    open.stand(9, 3);
-    farEnd.onSleep = [](size_t count) {
-        if (count == 2) {
-            fakeClock.advanceMs(-1000);
-        }
     };
-    printedBy([&] { EXPECT_EQ(WaitAck_MervoProtocol(&open.link, 1, 50), 0); });
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(105, 10));
-}
-
-TEST(MervoProtocol, ClockSetBackByAMillisecondDoesNotEndAWaitOfZero)
-{
-    for (const int64_t start : {0x00001000LL, 0x90000000LL}) {
+    const Trouble troubles[] = {
+        {"none", [](OpenLink &) {}, 5},
+        {"no pipe", [](OpenLink &open) { open.link.receivePipe = nullptr; }, 5},
+        {"the clock is set back", [](OpenLink &) { setClockInSleep(2, -1000); }, 105},
+        {"set back at once", [&](OpenLink &) { setBackAtOnce(0x1000); }, 7},
+        {"set back at once, sign bit set", [&](OpenLink &) { setBackAtOnce(0x90000000); }, 7},
+        {"the tick wraps", [](OpenLink &) { fakeClock.setMs(0xFFFFFFF6); }, 6},
+    };
+    for (const Trouble &trouble : troubles) {
+        SCOPED_TRACE(trouble.name);
         OpenLink open;
+        open.parse(answerFrame(3, 0x11223344) + "<F5566778");
         open.stand(9, 3);
-        fakeClock.setMs(start);
-        int readings = 0;
-        fakeClock.afterReading = [&readings] {
-            if (++readings == 1) {
-                fakeClock.advanceMs(-1);
-            }
-        };
-        printedBy([&] { EXPECT_EQ(WaitAck_MervoProtocol(&open.link, 1, 0), 0); });
-        EXPECT_EQ(fakeClock.sleepsUs, sleeps(1, 10)) << start;
+        trouble.prepare(open);
+        MervoLink expected = open.link; // half an answer goes on, its bytes are zeros
+        expected.answered = 0;
+        std::fill_n(expected.answerInProgress, 8, uint8_t{0});
+        std::fill_n(expected.lastAnswer, 8, uint8_t{0});
+        EXPECT_EQ(printedBy([&] { EXPECT_EQ(WaitAck_MervoProtocol(&open.link, 1, 50), 0); }),
+                  "3. can't receive 1 = 9 3\r\n");
+        EXPECT_TRUE(isLink(open.link, expected));
+        EXPECT_EQ(fakeClock.sleepsUs, sleeps(trouble.sleeps, 10));
     }
-}
-
-TEST(MervoProtocol, TickThatWrapsMakesAWaitForAnAnswerAStepLonger)
-{
-    OpenLink open;
-    open.stand(9, 3);
-    fakeClock.setMs(0xFFFFFFF6); // 10 ms before the wrap
-    printedBy([&] { EXPECT_EQ(WaitAck_MervoProtocol(&open.link, 1, 20), 0); });
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(3, 10)); // 20 ms count as 19
 }
 
 // A command and its answer -----------------------------------------------------------------------
 
-TEST(MervoProtocol, CommandOnAFreshLinkWithoutDeviceCosts20MillisecondsAndYieldsZero)
+uint32_t sendAndWait(OpenLink &open)
 {
-    OpenLink open;
-    const std::string printed = printedBy(
-        [&] { EXPECT_EQ(SendCmdAndWait_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6), 0u); });
-    EXPECT_EQ(printed, "3. can't receive 1 = 1 0\r\n");
-    EXPECT_EQ(farEnd.sent.at(0).bytes, "<T0101020304050616>");
-    EXPECT_EQ(farEnd.sent.size(), 1u);
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(2, 10));
+    return SendCmdAndWait_MervoProtocol(&open.link, 7, 2, 3, 4, 5, 6);
 }
 
-TEST(MervoProtocol, SilentDeviceCosts3000MillisecondsAfterOneGoodAnswerAnd20AfterThat)
+TEST(MervoProtocol, CommandWaitsForItsAnswerAsTheRowsSay)
 {
-    OpenLink open;
-    farEnd.onSend = [&open] {
-        if (farEnd.sent.size() == 1) {
-            open.receive(answerFrame(1, 0x0A0B0C0D));
-        }
-        return 19;
+    // clang-format off
+    const struct {
+        const char *name;
+        uint8_t sequence, acknowledged; // before the command
+        uint8_t answered;
+        std::vector<Arrival> arrivals;
+        uint32_t result;
+        size_t sleeps; // of 10 ms
+        std::string message = {};
+    } rows[] = {
+        {"a fresh link without device",    0,   0, 0, {},                           0,          2, "7 = 1 0"},
+        {"a silent device",                1,   1, 1, {},                           0,        300, "7 = 2 1"},
+        {"a first answer in 10 ms",        0,   0, 0, {{1, answerFrame(1, 5)}},     5,          1},
+        {"a first answer in 20 ms",        0,   0, 0, {{2, answerFrame(1, 5)}},     5,          2},
+        {"a first answer too late",        0,   0, 0, {{3, answerFrame(1, 5)}},     0,          2, "7 = 1 0"},
+        {"the answer's data, lowest first", 0,  0, 0, {{0, "<Faa01bb12345678cc>"}}, 0x78563412, 0},
+        {"all bits",                       0,   0, 0, {{0, answerFrame(1, 0xFFFFFFFF)}}, 0xFFFFFFFF, 0},
+        {"the highest bit",                0,   0, 0, {{0, answerFrame(1, 0x80000000)}}, 0x80000000, 0},
+        {"a true result of 0",             0,   0, 0, {{0, answerFrame(1, 0)}},     0,          0},
+        {"after late ones",               40,  37, 1,
+         {{0, answerFrame(38, 38) + answerFrame(39, 39) + a(40)}, {5, answerFrame(41, 41)}}, 41, 5},
+        {"the window does not count",    200, 100, 1, {{0, answerFrame(201, 6)}},   6,          0},
     };
-    EXPECT_EQ(SendCmdAndWait_MervoProtocol(&open.link, 7, 2, 3, 4, 5, 6), 0x0A0B0C0Du);
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(0, 10));
-    std::string printed = printedBy(
-        [&] { EXPECT_EQ(SendCmdAndWait_MervoProtocol(&open.link, 7, 2, 3, 4, 5, 6), 0u); });
-    EXPECT_EQ(printed, "3. can't receive 7 = 2 1\r\n");
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(300, 10));
-    fakeClock.sleepsUs.clear();
-    printed = printedBy(
-        [&] { EXPECT_EQ(SendCmdAndWait_MervoProtocol(&open.link, 7, 2, 3, 4, 5, 6), 0u); });
-    EXPECT_EQ(printed, "3. can't receive 7 = 3 1\r\n");
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(2, 10));
+    // clang-format on
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        OpenLink open;
+        open.stand(row.sequence, row.acknowledged);
+        open.link.answered = row.answered;
+        farEnd.onSend = [] {
+            fakeClock.advanceMs(5000); // the wait counts from after the sending
+            return -1;
+        };
+        open.receive(row.arrivals);
+        const std::string printed = printedBy([&] { EXPECT_EQ(sendAndWait(open), row.result); });
+        const bool isAnswered = row.message.empty();
+        EXPECT_EQ(printed, isAnswered ? "" : "3. can't receive " + row.message + "\r\n");
+        EXPECT_EQ(open.link.answered, isAnswered ? 1 : 0);
+        EXPECT_EQ(fakeClock.sleepsUs, sleeps(row.sleeps, 10));
+        EXPECT_EQ(farEnd.sent.size(), 1u);
+    }
 }
 
 // A turn ends only every 10 ms; here the first one ends a millisecond before the time or with it.
 TEST(MervoProtocol, CommandThatWaitsGivesUpAt20And3000MillisecondsAndNotBefore)
 {
-    for (const uint8_t answered : std::initializer_list<uint8_t>{0, 1}) {
-        for (const bool isOver : {false, true}) {
+    for (const int64_t limit : {20, 3000}) {
+        for (const int64_t early : {0, 1}) {
             OpenLink open;
-            open.link.answered = answered;
-            farEnd.onSleep = [answered, isOver](size_t count) {
-                if (count == 1) {
-                    fakeClock.advanceMs((answered == 1 ? 3000 : 20) - 10 - (isOver ? 0 : 1));
-                }
-            };
-            printedBy(
-                [&] { EXPECT_EQ(SendCmdAndWait_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6), 0u); });
-            EXPECT_EQ(fakeClock.sleepsUs, sleeps(isOver ? 1 : 2, 10)) << +answered;
+            open.link.answered = limit == 3000 ? 1 : 0;
+            setClockInSleep(1, limit - 10 - early);
+            printedBy([&] { EXPECT_EQ(sendAndWait(open), 0u); });
+            EXPECT_EQ(fakeClock.sleepsUs, sleeps(early == 1 ? 2 : 1, 10)) << limit;
         }
     }
 }
 
-TEST(MervoProtocol, FirstAnswerOfADeviceIsTakenWithinItsTwentyMilliseconds)
+TEST(MervoProtocol, SilentDeviceCosts3000MillisecondsAfterOneGoodAnswerAnd20AfterThat)
 {
-    for (const size_t when : {1u, 2u}) {
-        OpenLink open;
-        farEnd.onSleep = [&open, when](size_t count) {
-            if (count == when) {
-                open.receive(answerFrame(1, 5));
-            }
-        };
-        EXPECT_EQ(SendCmdAndWait_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6), 5u);
-        EXPECT_EQ(open.link.answered, 1);
-    }
+    OpenLink open;
+    open.receive(answerFrame(1, 0x0A0B0C0D));
+    EXPECT_EQ(sendAndWait(open), 0x0A0B0C0Du);
+    EXPECT_EQ(fakeClock.sleepsUs, sleeps(0, 10));
+    EXPECT_EQ(printedBy([&] { sendAndWait(open); }), "3. can't receive 7 = 2 1\r\n");
+    EXPECT_EQ(fakeClock.sleepsUs, sleeps(300, 10));
+    EXPECT_EQ(printedBy([&] { sendAndWait(open); }), "3. can't receive 7 = 3 1\r\n");
+    EXPECT_EQ(fakeClock.sleepsUs, sleeps(302, 10));
+    open.receive(a(3)); // late: the device is back
+    Task_MervoProtocol(&open.link);
+    EXPECT_EQ(WaitAck_MervoProtocol(&open.link, 1, 0), 1);
+    printedBy([&] { sendAndWait(open); });
+    EXPECT_EQ(fakeClock.sleepsUs, sleeps(602, 10));
 }
 
 TEST(MervoProtocol, DeviceWhoseFirstAnswerIsTakenDuringTheSendingIsWaitedFor)
 {
     OpenLink open;
-    farEnd.onSend = [&open] {
-        open.parse(answerFrame(200));
-        return 19;
-    };
-    printedBy([&] { SendCmdAndWait_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6); });
+    farEnd.onSend = [&open] { return open.parse(a(200)); };
+    printedBy([&] { sendAndWait(open); });
     EXPECT_EQ(fakeClock.sleepsUs, sleeps(300, 10));
-}
-
-TEST(MervoProtocol, ResultOfACommandIsItsAnswersDataLowestFirst)
-{
-    OpenLink open;
-    farEnd.onSend = [&open] {
-        open.receive("<Faa01bb12345678cc>");
-        return 19;
-    };
-    EXPECT_EQ(SendCmdAndWait_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6), 0x78563412u);
-}
-
-TEST(MervoProtocol, EveryDataByteOfAnAnswerComesIntoItsPlaceOfTheResult)
-{
-    OpenLink open;
-    for (const uint32_t data : {0x00000001u, 0x000000FFu, 0x0000FF00u, 0x00FF0000u, 0xFF000000u,
-                                0x80000000u, 0x00000080u, 0x7FFFFFFFu, 0xFFFFFFFFu, 0x01020304u}) {
-        farEnd.onSend = [&open, data] {
-            open.receive(answerFrame(open.link.sequence, data));
-            return 19;
-        };
-        EXPECT_EQ(SendCmdAndWait_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6), data);
-    }
-}
-
-TEST(MervoProtocol, TrueResultOfZeroIsAnAnswerAllTheSame)
-{
-    OpenLink open;
-    farEnd.onSend = [&open] {
-        open.receive(answerFrame(1, 0));
-        return 19;
-    };
-    const std::string printed = printedBy(
-        [&] { EXPECT_EQ(SendCmdAndWait_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6), 0u); });
-    EXPECT_EQ(printed, "");
-    EXPECT_EQ(open.link.answered, 1);
-}
-
-TEST(MervoProtocol, CommandThatWaitsIgnoresTheResultOfSend)
-{
-    OpenLink open;
-    farEnd.onSend = [&open] {
-        open.receive(answerFrame(1, 77));
-        return -1;
-    };
-    EXPECT_EQ(SendCmdAndWait_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6), 77u);
-}
-
-TEST(MervoProtocol, CommandThatWaitsCountsItsTimeFromBehindTheSending)
-{
-    OpenLink open;
-    farEnd.onSend = [] {
-        fakeClock.advanceMs(5000);
-        return 19;
-    };
-    printedBy([&] { SendCmdAndWait_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6); });
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(2, 10));
-}
-
-TEST(MervoProtocol, CommandWaitsForItsOwnAnswerBehindLateOnes)
-{
-    OpenLink open;
-    open.stand(40, 37);
-    open.receive(answerFrame(38, 38) + answerFrame(39, 39) + answerFrame(40, 40));
-    farEnd.onSleep = [&open](size_t count) {
-        if (count == 5) {
-            open.receive(answerFrame(41, 41));
-        }
-    };
-    EXPECT_EQ(SendCmdAndWait_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6), 41u);
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(5, 10));
-    EXPECT_EQ(farEnd.answers.size(), 4u);
-}
-
-TEST(MervoProtocol, CommandThatWaitsDoesNotCareForTheWindow)
-{
-    OpenLink open;
-    open.stand(200, 100);
-    farEnd.onSend = [&open] {
-        open.receive(answerFrame(201, 6));
-        return 19;
-    };
-    EXPECT_EQ(SendCmdAndWait_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6), 6u);
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(0, 10));
 }
 
 // The numbers have come round: what was acknowledged 256 commands ago looks acknowledged now.
 TEST(MervoProtocol, After256UnansweredCommandsTheOldAnswerIsTakenForTheNewOne)
 {
-    OpenLink open;
-    open.parse(answerFrame(0, 0xCAFE) + "<F9999999999999999"); // an answer and most of one
-    for (int i = 0; i < 255; ++i) {
-        SendCmdNoWait_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6);
+    for (const uint32_t result : {0xCAFEu, 0u}) { // 0: there was none
+        OpenLink open;
+        open.parse(result != 0 ? answerFrame(0, result) + "<F9999999999999999" : "");
+        for (int i = 0; i < 255; ++i) {
+            SendCmdNoWait_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6);
+        }
+        EXPECT_EQ(printedBy([&] { EXPECT_EQ(sendAndWait(open), result); }), "");
+        EXPECT_EQ(fakeClock.sleepsUs, sleeps(0, 10));
     }
-    EXPECT_EQ(SendCmdAndWait_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6), 0xCAFEu);
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(0, 10));
 }
 
-TEST(MervoProtocol, After256CommandsWithoutAnyAnswerTheResultIsZeroWithoutAWait)
-{
-    OpenLink open;
-    for (int i = 0; i < 255; ++i) {
-        SendCmdNoWait_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6);
-    }
-    const std::string printed = printedBy(
-        [&] { EXPECT_EQ(SendCmdAndWait_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6), 0u); });
-    EXPECT_EQ(printed, "");
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(0, 10));
-}
-
-TEST(MervoProtocol, LateAnswerOfAGivenUpCommandBringsTheDeviceBack)
-{
-    OpenLink open;
-    printedBy([&] { SendCmdAndWait_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6); });
-    open.receive(answerFrame(1, 1));
-    Task_MervoProtocol(&open.link);
-    EXPECT_EQ(open.link.answered, 1);
-    EXPECT_EQ(WaitAck_MervoProtocol(&open.link, 1, 0), 1);
-    printedBy([&] {
-        fakeClock.sleepsUs.clear();
-        SendCmdAndWait_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6);
-    });
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(300, 10));
-}
-
-// Working from inside of on answer ---------------------------------------------------------------
-
+// Every wait goes on until the newest command is answered, and finds that answer.
 TEST(MervoProtocol, OnAnswerMaySendAndWait)
 {
     OpenLink open;
     uint32_t inner = 0;
-    farEnd.onSend = [&open] {
-        open.receive(answerFrame(open.link.sequence, open.link.sequence * 100u));
-        return 19;
-    };
     farEnd.onAnswer = [&inner](MervoLink *link) {
         if (farEnd.answers.size() == 1) {
             EXPECT_EQ(SendCmdNoWait_MervoProtocol(link, 1, 0, 0, 0, 0, 0), 1);
-            EXPECT_EQ(link->acknowledged, 1);
             inner = SendCmdAndWait_MervoProtocol(link, 1, 0, 0, 0, 0, 0);
-        }
-    };
-    // The outer wait finds the answer of the inner command, which is the last one now.
-    EXPECT_EQ(SendCmdAndWait_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6), 300u);
-    EXPECT_EQ(inner, 300u);
-    EXPECT_EQ(farEnd.sent.size(), 3u);
-    EXPECT_EQ(farEnd.answers.size(), 3u);
-    EXPECT_EQ(open.link.sequence, 3);
-    EXPECT_EQ(open.link.acknowledged, 3);
-    EXPECT_EQ(open.unread(), "");
-}
-
-TEST(MervoProtocol, OnAnswerThatSendsKeepsTheOuterWaitGoingUntilThatIsAnswered)
-{
-    OpenLink open;
-    open.stand(0, 0);
-    farEnd.onAnswer = [](MervoLink *link) {
-        if (farEnd.answers.size() == 1) {
+        } else if (farEnd.answers.size() == 3) {
             SendCmdNoWait_MervoProtocol(link, 1, 0, 0, 0, 0, 0);
         }
     };
-    open.receive(answerFrame(1, 11));
-    farEnd.onSleep = [&open](size_t count) {
-        if (count == 4) {
-            open.receive(answerFrame(2, 22));
-        }
-    };
-    EXPECT_EQ(SendCmdAndWait_MervoProtocol(&open.link, 1, 2, 3, 4, 5, 6), 22u);
-    EXPECT_EQ(fakeClock.sleepsUs, sleeps(4, 10));
+    open.receive({{0, answerFrame(1, 100) + answerFrame(2, 200)},
+                  {2, answerFrame(3, 300)},
+                  {6, answerFrame(4, 400)}});
+    EXPECT_EQ(sendAndWait(open), 400u);
+    EXPECT_EQ(inner, 400u);
+    EXPECT_EQ(fakeClock.sleepsUs, sleeps(6, 10));
+    EXPECT_EQ(farEnd.sent.size(), 4u);
+    EXPECT_EQ(farEnd.answers.size(), 4u);
 }
 
 } // namespace

@@ -8,10 +8,12 @@
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <numeric>
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -92,151 +94,108 @@ std::string quoted(const std::string &cell)
 
 TEST(MervoProtocol, FrameHasItsPartsWhereTheProtocolDocumentSays)
 {
-    const std::vector<Texts> rows = table("offset");
-    ASSERT_EQ(rows.size(), 10u) << PROTOCOL_DOCUMENT;
+    const std::pair<const char *, const char *> parts[] = {
+        {"`<T` in a command, `<F` in an answer", "<T"},
+        {"address", "11"},
+        {"sequence number", "22"},
+        {"command", "33"},
+        {"data 1", "44"},
+        {"data 2", "55"},
+        {"data 3", "66"},
+        {"data 4", "77"}, // 17 + 34 + 51 + 68 + 85 + 102 + 119 = 476 = 256 + 0xdc
+        {"checksum: the sum of the seven bytes before it, modulo 256", "dc"},
+        {"`>`", ">"}};
     OpenLink open;
     open.link.sequence = 0x21;
     SendCmdNoWait_MervoProtocol(&open.link, 0x11, 0x33, 0x44, 0x55, 0x66, 0x77);
     const std::string frame = farEnd.sent.at(0).bytes;
-    // 17 + 34 + 51 + 68 + 85 + 102 + 119 = 476 = 256 + 0xdc
-    const Texts contents = {"<T", "11", "22", "33", "44", "55", "66", "77", "dc", ">"};
-    const Texts names = {"`<T` in a command, `<F` in an answer",
-                         "address",
-                         "sequence number",
-                         "command",
-                         "data 1",
-                         "data 2",
-                         "data 3",
-                         "data 4",
-                         "checksum: the sum of the seven bytes before it, modulo 256",
-                         "`>`"};
+    const std::vector<Texts> rows = table("offset");
+    ASSERT_EQ(rows.size(), std::size(parts)) << PROTOCOL_DOCUMENT;
     size_t end = 0;
     for (size_t i = 0; i < rows.size(); ++i) {
-        ASSERT_EQ(rows[i].size(), 3u);
-        const size_t offset = number(rows[i][0]);
+        ASSERT_EQ(rows[i].size(), 3u) << i;
         const size_t length = number(rows[i][1]);
-        EXPECT_EQ(rows[i][2], names[i]);
-        EXPECT_EQ(offset, end);
-        EXPECT_EQ(frame.substr(offset, length), contents[i]) << names[i];
-        end = offset + length;
+        EXPECT_EQ(number(rows[i][0]), end) << i;
+        EXPECT_EQ(rows[i][2], parts[i].first);
+        EXPECT_EQ(frame.substr(end, length), parts[i].second) << parts[i].first;
+        end += length;
     }
     EXPECT_EQ(frame.size(), end);
 }
 
-// A line of the worked example.
-struct Exchange {
-    bool isSent;       // by this device
-    std::string bytes; // as they are on the wire
-    std::string words; // after them
-};
-
-std::vector<Exchange> example()
+// What stands in the worked example: the wire's text of a line, or the words after it.
+Texts example(bool isWords)
 {
-    std::vector<Exchange> lines;
+    Texts texts;
     for (const std::string &line : chapter()) {
-        if (!line.starts_with("    link> ") && !line.starts_with("    link< ")) {
-            continue;
+        if (line.starts_with("    link")) {
+            const size_t end = std::min(line.find("  ", 10), line.size());
+            texts.push_back(isWords ? stripped(line.substr(end)) : line.substr(4, end - 4));
         }
-        const std::string rest = line.substr(10);
-        const size_t end = std::min(rest.find("  "), rest.size());
-        std::string bytes = rest.substr(0, end);
-        if (bytes[0] != '<') {
-            std::istringstream stream(bytes);
-            bytes.clear();
-            for (std::string digits; stream >> digits;) {
-                bytes += static_cast<char>(number(digits, 16));
-            }
-        }
-        lines.push_back({line[8] == '>', bytes, stripped(rest.substr(end))});
     }
-    return lines;
+    return texts;
 }
 
-// Byte `index` of a frame.
-uint32_t byteOf(const std::string &frame, size_t index)
+// Byte `index` of a frame that stands after "link> ".
+uint32_t byteOf(const std::string &line, size_t index)
 {
-    return number(frame.substr(2 + 2 * index, 2), 16);
+    return number(line.substr(8 + 2 * index, 2), 16);
 }
 
 TEST(MervoProtocol, WorkedExampleOfTheProtocolDocumentIsWhatHappens)
 {
-    const std::vector<Exchange> lines = example();
+    const Texts lines = example(false);
     ASSERT_EQ(lines.size(), 5u) << PROTOCOL_DOCUMENT;
-    OpenLink open;
-    uint32_t commands = 0;
-    uint32_t blocks = 0;
-    uint32_t results = 0;
-    for (size_t i = 0; i < lines.size(); ++i) {
-        const std::string &frame = lines[i].bytes;
-        ASSERT_TRUE(lines[i].isSent && frame.starts_with("<T")) << i;
-        ASSERT_LT(i + 1, lines.size());
-        std::string block;
-        if (lines[i + 1].isSent) {
-            block = lines[++i].bytes;
-            ASSERT_LT(i + 1, lines.size());
+    for (const size_t i : {0u, 1u, 2u, 4u}) {
+        EXPECT_TRUE(lines[i].starts_with(i == 1 || i == 4 ? "link< <F" : "link> <T")) << lines[i];
+        uint32_t sum = 0;
+        for (size_t byte = 0; byte < 7; ++byte) {
+            sum += byteOf(lines[i], byte);
         }
-        const Exchange &answer = lines[++i];
-        ASSERT_FALSE(answer.isSent);
-
-        farEnd.sent.clear();
-        ++commands;
-        if (!block.empty()) {
-            ++blocks;
-            std::string buffer = block;
-            buffer.back() = 'x'; // to be replaced with the sum
-            SendCmdAndDataBlock_MervoProtocol(
-                &open.link, byteOf(frame, 0), byteOf(frame, 2), byteOf(frame, 3), byteOf(frame, 4),
-                byteOf(frame, 5), byteOf(frame, 6), reinterpret_cast<uint8_t *>(buffer.data()),
-                static_cast<int32_t>(buffer.size()));
-            ASSERT_EQ(farEnd.sent.size(), 2u);
-            EXPECT_EQ(farEnd.sent[1].bytes, block);
-            open.receive(answer.bytes);
-            EXPECT_EQ(WaitAck_MervoProtocol(&open.link, byteOf(frame, 0), 0), 1);
-        } else {
-            ++results;
-            farEnd.onSend = [&] {
-                open.receive(answer.bytes);
-                return 19;
-            };
-            ASSERT_TRUE(answer.words.starts_with("result ")) << answer.words;
-            EXPECT_EQ(SendCmdAndWait_MervoProtocol(&open.link, byteOf(frame, 0), byteOf(frame, 2),
-                                                   byteOf(frame, 3), byteOf(frame, 4),
-                                                   byteOf(frame, 5), byteOf(frame, 6)),
-                      number(answer.words.substr(7), 16));
-            farEnd.onSend = nullptr;
-        }
-        EXPECT_EQ(farEnd.sent.at(0).bytes, frame);
-        EXPECT_EQ(open.unread(), "");
-        const uint32_t sum = byteOf(answer.bytes, 0) + byteOf(answer.bytes, 1) +
-                             byteOf(answer.bytes, 2) + byteOf(answer.bytes, 3) +
-                             byteOf(answer.bytes, 4) + byteOf(answer.bytes, 5) +
-                             byteOf(answer.bytes, 6);
-        EXPECT_EQ(byteOf(answer.bytes, 7), sum % 256) << answer.bytes;
+        EXPECT_EQ(byteOf(lines[i], 7), sum % 256) << lines[i];
     }
-    EXPECT_EQ(commands, 2u);
-    EXPECT_EQ(blocks, 1u);
-    EXPECT_EQ(results, 1u);
+    ASSERT_TRUE(lines[3].starts_with("link> "));
+    std::string block;
+    std::istringstream digits(lines[3].substr(6));
+    for (std::string pair; digits >> pair;) {
+        block += static_cast<char>(number(pair, 16));
+    }
+
+    OpenLink open;
+    const auto first = [&](size_t index) { return byteOf(lines[0], index); };
+    open.receive(lines[1].substr(6));
+    const uint32_t result = SendCmdAndWait_MervoProtocol(&open.link, first(0), first(2), first(3),
+                                                         first(4), first(5), first(6));
+    EXPECT_EQ(result, number(with(example(true)[1], "result ", ""), 16));
+    const auto second = [&](size_t index) { return byteOf(lines[2], index); };
+    std::string buffer = block;
+    buffer.back() = 'x'; // to be replaced with the sum
+    SendCmdAndDataBlock_MervoProtocol(
+        &open.link, second(0), second(2), second(3), second(4), second(5), second(6),
+        reinterpret_cast<uint8_t *>(buffer.data()), static_cast<int32_t>(buffer.size()));
+    open.receive(lines[4].substr(6));
+    EXPECT_EQ(WaitAck_MervoProtocol(&open.link, 1, 0), 1);
+    ASSERT_EQ(farEnd.sent.size(), 3u);
+    EXPECT_EQ(farEnd.sent[0].bytes, lines[0].substr(6));
+    EXPECT_EQ(farEnd.sent[1].bytes, lines[2].substr(6));
+    EXPECT_EQ(farEnd.sent[2].bytes, block);
 }
 
 // What the row's operation returns; address 7.
-uint32_t sendAsNamed(MervoLink *link, const std::string &operation)
+uint32_t sendAsNamed(MervoLink *link, const std::string &name)
 {
     uint8_t block[] = {1, 2, 0};
-    if (operation == "SendCmdNoWait_MervoProtocol") {
-        return static_cast<uint32_t>(SendCmdNoWait_MervoProtocol(link, 7, 2, 3, 4, 5, 6));
-    }
-    if (operation == "SendCmd_MervoProtocol") {
-        return static_cast<uint32_t>(SendCmd_MervoProtocol(link, 7, 2, 3, 4, 5, 6));
-    }
-    if (operation == "SendCmdAndDataBlock_MervoProtocol") {
-        return static_cast<uint32_t>(
-            SendCmdAndDataBlock_MervoProtocol(link, 7, 2, 3, 4, 5, 6, block, 3));
-    }
-    if (operation == "SendCmdAndWait_MervoProtocol") {
+    int32_t result = -1;
+    if (name == "SendCmdNoWait_MervoProtocol") {
+        result = SendCmdNoWait_MervoProtocol(link, 7, 2, 3, 4, 5, 6);
+    } else if (name == "SendCmd_MervoProtocol") {
+        result = SendCmd_MervoProtocol(link, 7, 2, 3, 4, 5, 6);
+    } else if (name == "SendCmdAndDataBlock_MervoProtocol") {
+        result = SendCmdAndDataBlock_MervoProtocol(link, 7, 2, 3, 4, 5, 6, block, 3);
+    } else if (name == "SendCmdAndWait_MervoProtocol") {
         return SendCmdAndWait_MervoProtocol(link, 7, 2, 3, 4, 5, 6);
     }
-    ADD_FAILURE() << "unknown: " << operation;
-    return 0;
+    return static_cast<uint32_t>(result);
 }
 
 uint32_t sleptMs()
@@ -255,11 +214,8 @@ TEST(MervoProtocol, WaitsAndTheirMessagesAreThoseOfTheProtocolDocument)
         const bool isWait = operation == "SendCmdAndWait_MervoProtocol";
         std::string message = quoted(row[3]);
         messages.push_back(message.substr(0, 2));
-        if (!message.empty()) {
-            message = with(message, "ADDRESS", "7");
-            message = with(message, "SEQUENCE", "30");
-            message = with(message, "ACKNOWLEDGED", "0") + "\r\n";
-        }
+        message = with(with(message, "ADDRESS", "7"), "SEQUENCE", "30");
+        message = with(message, "ACKNOWLEDGED", "0") + (message.empty() ? "" : "\r\n");
 
         OpenLink open; // the 30th command is one too many for a silent device
         open.stand(29, 0);
