@@ -1,10 +1,10 @@
-// The table of command channels: who gets which slot, who loses it, what is kept and what is said.
+// The table of command channels: who gets which slot, who loses it, what is kept and what is
+// printed.
 
 #include "command/channel.h"
 
 #include <array>
 #include <cstddef>
-#include <cstdlib>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -14,59 +14,45 @@
 
 #include "command/reception.h"
 #include "command/reply.h"
+#include "tests/support/bytes.h"
 #include "tests/support/clock.h"
 #include "tests/support/exchange.h"
+#include "tests/support/replace.h"
 #include "transport/bridge_pipes.h"
 
-namespace {
+// Noted while the channels are made, and refused where the case says.
+static bool isMallocWatched;
+static std::vector<size_t> mallocs;
+static std::function<bool(size_t)> refusesMalloc; // by the number of the call, 0 the first
 
-// malloc() of the linked code: noted while the channels are made, and refused where the test says.
-bool isMallocWatched;
-std::vector<size_t> mallocs;
-std::function<bool(size_t)> refusesMalloc; // by the number of the call, 0 the first
-
-} // namespace
-
-extern "C" {
-void *__real_malloc(size_t size);
-void *__wrap_malloc(size_t size);
-
-void *__wrap_malloc(size_t size)
+REPLACE(void *, malloc, (size_t size))
 {
     if (!isMallocWatched) {
-        return __real_malloc(size);
+        return REAL(malloc)(size);
     }
     mallocs.push_back(size);
-    return refusesMalloc && refusesMalloc(mallocs.size() - 1) ? nullptr : __real_malloc(size);
-}
+    return refusesMalloc && refusesMalloc(mallocs.size() - 1) ? nullptr : REAL(malloc)(size);
 }
 
 namespace {
 
 constexpr uint32_t kNow = 0x20000000;
+constexpr uint64_t kPeer = 0x00000385'0A0000C9;
 
-void makeChannels()
+void makeChannels(const std::function<bool(size_t)> &refuses = nullptr)
 {
     fakeClock.setMs(kNow);
+    refusesMalloc = refuses;
     isMallocWatched = true;
     InitRs232CommandVariable();
     isMallocWatched = false;
     udp_receive_pipe_init();
 }
 
-void receive(uint32_t type, uint64_t address, std::string_view bytes)
-{
-    IsrReceiveBuffer(type, address, bytesOf(bytes), lengthOf(bytes));
-}
-
-std::string printedByReceiving(uint32_t type, uint64_t address, std::string_view bytes)
-{
-    return printedBy([&] { receive(type, address, bytes); });
-}
-
-// Binds all ten channels to the serial ports 0 to 9, in order.
+// Makes the channels and binds them to the serial ports 0 to 9, in order.
 void bindAll()
 {
+    makeChannels();
     for (uint8_t i = 0; i < 10; ++i) {
         ASSERT_EQ(getFreeChannel(2, i), i);
     }
@@ -79,31 +65,9 @@ void setLastTimes(const std::array<uint32_t, 10> &ticks)
     }
 }
 
-// Which of ten bound channels a newcomer gets when they have these last times.
-uint8_t evictedAt(uint32_t now, const std::array<uint32_t, 10> &ticks)
+std::string printedByReceiving(uint32_t type, uint64_t address, std::string_view bytes)
 {
-    setLastTimes(ticks);
-    fakeClock.setMs(now);
-    return getFreeChannel(2, 1000);
-}
-
-std::string times(int count, const std::string &text)
-{
-    std::string all;
-    while (count-- > 0) {
-        all += text;
-    }
-    return all;
-}
-
-// `count` bytes in which every position can be told from its neighbours.
-std::string pattern(size_t count)
-{
-    std::string bytes;
-    for (size_t i = 0; i < count; ++i) {
-        bytes += static_cast<char>(i % 251);
-    }
-    return bytes;
+    return printedBy([&] { IsrReceiveBuffer(type, address, bytesOf(bytes), lengthOf(bytes)); });
 }
 
 // Records ----------------------------------------------------------------------------------------
@@ -151,65 +115,45 @@ TEST(Channel, StartsUnboundAndEmptyOverItsOwnStorage)
         EXPECT_EQ(slot->pipe.write, slot->storage);
         EXPECT_EQ(slot->pipe.read, slot->storage);
     }
-}
-
-// Finding ----------------------------------------------------------------------------------------
-
-TEST(Channel, IsNobodysBeforeTheFirstByte)
-{
-    makeChannels();
     EXPECT_EQ(getUsedChannel(2, 0), 255); // though every address is 0
     EXPECT_EQ(getUsedChannel(0, 0), 255);
 }
 
-TEST(Channel, IsFoundByKindAndAddressTogether)
+// Finding ----------------------------------------------------------------------------------------
+
+TEST(Channel, IsFoundByKindAndAll64BitsOfTheAddress)
 {
     makeChannels();
     ASSERT_EQ(getFreeChannel(2, 7), 0);
     ASSERT_EQ(getFreeChannel(0, 7), 1);
-    ASSERT_EQ(getFreeChannel(2, 8), 2);
+    ASSERT_EQ(getFreeChannel(2, kPeer), 2);
     EXPECT_EQ(getUsedChannel(2, 7), 0);
     EXPECT_EQ(getUsedChannel(0, 7), 1);
-    EXPECT_EQ(getUsedChannel(2, 8), 2);
-    EXPECT_EQ(getUsedChannel(0, 8), 255);
+    EXPECT_EQ(getUsedChannel(2, kPeer), 2);
+    EXPECT_EQ(getUsedChannel(0, kPeer), 255);
     EXPECT_EQ(getUsedChannel(1, 7), 255);
-}
-
-TEST(Channel, IsFoundByAll64BitsOfTheAddress)
-{
-    makeChannels();
-    constexpr uint64_t kAddress = 0x00000385'0A000009;
-    ASSERT_EQ(getFreeChannel(0, kAddress), 0);
-    EXPECT_EQ(getUsedChannel(0, kAddress), 0);
     for (int bit = 0; bit < 64; ++bit) {
-        EXPECT_EQ(getUsedChannel(0, kAddress ^ uint64_t{1} << bit), 255) << bit;
+        EXPECT_EQ(getUsedChannel(2, kPeer ^ uint64_t{1} << bit), 255) << bit;
     }
 }
 
-TEST(Channel, IsTheLowestOfTwoBoundToOneSource)
+TEST(Channel, IsTheLowestOfThoseBoundToOneSource)
 {
-    makeChannels();
     bindAll();
     channel[8]->address = 4;
     channel[6]->address = 4;
     EXPECT_EQ(getUsedChannel(2, 4), 4);
     channel[4]->address = 999;
     EXPECT_EQ(getUsedChannel(2, 4), 6);
-}
-
-TEST(Channel, LooksAtItsSlotsUpToTheLast)
-{
-    makeChannels();
-    bindAll();
     EXPECT_EQ(getUsedChannel(2, 9), 9);
 }
 
 // Binding ----------------------------------------------------------------------------------------
 
-TEST(Channel, BindsTheLowestFreeSlot)
+TEST(Channel, BindsTheLowestFreeSlotHoweverLongOthersAreIdle)
 {
-    makeChannels();
     bindAll();
+    setLastTimes({1, 1, 1, kNow, 1, 1, 1, kNow, 1, 1});
     channel[7]->type = 5;
     channel[3]->type = 5;
     EXPECT_EQ(getFreeChannel(0, 0x1122334455667788), 3);
@@ -220,93 +164,49 @@ TEST(Channel, BindsTheLowestFreeSlot)
     EXPECT_EQ(channel[7]->address, 77u);
 }
 
-TEST(Channel, PrefersAFreeSlotToOneIdleForLonger)
-{
-    makeChannels();
-    bindAll();
-    setLastTimes({1, 1, 1, 1, 1, 1, 1, 1, 1, kNow});
-    channel[9]->type = 5;
-    EXPECT_EQ(getFreeChannel(2, 77), 9);
-}
-
 TEST(Channel, GivesAnEleventhSourceTheSlotIdleLongest)
 {
-    makeChannels();
-    bindAll();
-    EXPECT_EQ(evictedAt(kNow, {500, 400, 300, 200, 150, 120, 110, 100, 130, 140}), 7);
-    EXPECT_EQ(channel[7]->type, 2u);
-    EXPECT_EQ(channel[7]->address, 1000u);
-    EXPECT_EQ(getUsedChannel(2, 7), 255);
-    EXPECT_EQ(getUsedChannel(2, 1000), 7);
-}
-
-TEST(Channel, GivesTheLastSlotWhenThatIsIdleLongest)
-{
-    makeChannels();
-    bindAll();
-    EXPECT_EQ(evictedAt(kNow, {9, 9, 9, 9, 9, 9, 9, 9, 9, 8}), 9);
-}
-
-TEST(Channel, GivesTheLowestSlotOnEqualAges)
-{
-    makeChannels();
-    bindAll();
-    EXPECT_EQ(evictedAt(kNow, {50, 40, 30, 20, 30, 20, 30, 20, 30, 40}), 3);
-}
-
-TEST(Channel, GivesSlotZeroWhenEveryAgeIsZero)
-{
-    makeChannels();
-    bindAll();
+    struct Row {
+        const char *name;
+        uint32_t now;
+        std::array<uint32_t, 10> lastTimes;
+        uint8_t slot;
+    };
     constexpr uint32_t t = kNow;
-    EXPECT_EQ(evictedAt(kNow, {t, t, t, t, t, t, t, t, t, t}), 0);
-}
-
-TEST(Channel, TakesAnAgeOfZeroForYoungerThanAnyOther)
-{
-    makeChannels();
+    // clang-format off
+    constexpr Row kRows[] = {
+        {"one in the middle",            t, {500, 400, 300, 200, 150, 120, 110, 100, 130, 140}, 7},
+        {"the last",                     t, {9, 9, 9, 9, 9, 9, 9, 9, 9, 8},                     9},
+        {"the lowest on equal ages",     t, {50, 40, 30, 20, 30, 20, 30, 20, 30, 40},           3},
+        {"the lowest at age zero",       t, {t, t, t, t, t, t, t, t, t, t},                     0},
+        {"an age of one above zero",     t, {t, t, t, t, t, t, t - 1, t, t, t},                 6},
+        {"one that never delivered",     t, {1, 1, 1, 1, 1, 0, 1, 1, 1, 1},                     5},
+        {"the clock was set back by 1",  t, {0, 0, 0, 0, 0, 0, 0, 0, t + 1, 0},                 8},
+        // Slot 4 is 0x10 + 0x10 - 1 old, and what is not before the wrap is 0x10 old at most.
+        {"across the wrap of the tick",  0x10, {0, 1, 2, 3, 0xFFFFFFF0, 0xFFFFFFF8, 4, 5, 6, 7}, 4},
+        // 0x10 - 0xFFFFFFFF is 17; one less ties with the 16 of slot 2, which is lower.
+        {"one less across the wrap",     0x10, {9, 9, 0, 9, 9, 0xFFFFFFFF, 9, 9, 9, 9},          2},
+        {"18 less one is more than 16",  0x10, {9, 9, 0, 9, 9, 0xFFFFFFFE, 9, 9, 9, 9},          5},
+    };
+    // clang-format on
     bindAll();
-    constexpr uint32_t t = kNow;
-    EXPECT_EQ(evictedAt(kNow, {t, t, t, t, t, t, t - 1, t, t, t}), 6);
-}
-
-TEST(Channel, TakesASlotThatNeverDeliveredForTheOldest)
-{
-    makeChannels();
-    bindAll();
-    EXPECT_EQ(evictedAt(kNow, {1, 1, 1, 1, 1, 0, 1, 1, 1, 1}), 5);
-}
-
-TEST(Channel, CountsAgesAcrossTheWrapOfTheTick)
-{
-    makeChannels();
-    bindAll();
-    // Ages at tick 0x10: 16 at most for what is not behind the wrap; slot 4 is 0x10 + 0x10 old.
-    EXPECT_EQ(evictedAt(0x10, {0, 1, 2, 3, 0xFFFFFFF0, 0xFFFFFFF8, 4, 5, 6, 7}), 4);
-}
-
-TEST(Channel, CountsOneMillisecondLessAcrossTheWrap)
-{
-    makeChannels();
-    bindAll();
-    // 0x10 - 0xFFFFFFFF is 17; one less ties with the 16 of slot 2, which is lower.
-    EXPECT_EQ(evictedAt(0x10, {9, 9, 0, 9, 9, 0xFFFFFFFF, 9, 9, 9, 9}), 2);
-    channel[2]->address = 2;
-    // 18 less one is more than 16.
-    EXPECT_EQ(evictedAt(0x10, {9, 9, 0, 9, 9, 0xFFFFFFFE, 9, 9, 9, 9}), 5);
-}
-
-TEST(Channel, TakesASlotOfTheFutureForVeryOld)
-{
-    makeChannels();
-    bindAll();
-    // The clock was set back by a millisecond: the age of slot 8 is 0xFFFFFFFE.
-    EXPECT_EQ(evictedAt(kNow, {0, 0, 0, 0, 0, 0, 0, 0, kNow + 1, 0}), 8);
+    uint64_t source = 1000;
+    for (const Row &row : kRows) {
+        setLastTimes(row.lastTimes);
+        fakeClock.setMs(row.now);
+        const uint64_t old = channel[row.slot]->address;
+        ++source;
+        EXPECT_EQ(getFreeChannel(2, source), row.slot) << row.name;
+        EXPECT_EQ(getUsedChannel(2, source), row.slot) << row.name;
+        EXPECT_EQ(getUsedChannel(2, old), 255) << row.name;
+    }
+    EXPECT_EQ(getFreeChannel(0, kPeer), 5);
+    EXPECT_EQ(channel[5]->type, 0u);
+    EXPECT_EQ(channel[5]->address, kPeer);
 }
 
 TEST(Channel, ReadsTheClockOnlyToEvict)
 {
-    makeChannels();
     int readings = 0;
     fakeClock.afterReading = [&] { ++readings; };
     bindAll();
@@ -317,108 +217,88 @@ TEST(Channel, ReadsTheClockOnlyToEvict)
 
 TEST(Channel, KeepsBytesAndTimeOfTheOldSource)
 {
-    makeChannels();
     bindAll();
-    receive(2, 5, "old");
+    printedByReceiving(2, 5, "old");
     setLastTimes({9, 9, 9, 9, 9, 8, 9, 9, 9, 9});
     EXPECT_EQ(printedByReceiving(0, 0x2710'0900000A, "new"),
               "getFreeChannel from=5, type=0, port=150994954\n"); // 0x0900000A
     EXPECT_EQ(contentOf(channel[5]->pipe), "oldnew");
     EXPECT_EQ(channel[5]->lastTime, 8u);
-}
-
-TEST(Channel, GivesATwelfthSourceTheSlotOfASilentEleventh)
-{
-    makeChannels();
-    bindAll();
-    setLastTimes({9, 9, 9, 9, 9, 8, 9, 9, 9, 9});
-    EXPECT_EQ(getFreeChannel(2, 10), 5);
-    EXPECT_EQ(getFreeChannel(2, 11), 5); // nothing but a valid command makes it younger
-    EXPECT_EQ(getUsedChannel(2, 10), 255);
+    // Only a valid command makes the slot younger.
+    EXPECT_EQ(getFreeChannel(2, 11), 5);
+    EXPECT_EQ(getUsedChannel(0, 0x2710'0900000A), 255);
 }
 
 // Receiving --------------------------------------------------------------------------------------
 
-TEST(Channel, SaysWhichSlotANewSourceGets)
+TEST(Channel, PrintsWhichSlotANewSourceGets)
 {
+    struct Row {
+        uint32_t type;
+        uint64_t address;
+        const char *bytes;
+        const char *prints;
+    };
+    constexpr uint64_t kMinusOne = 0xFFFFFFFF'FFFFFFFF;
+    // clang-format off
+    constexpr Row kRows[] = {
+        {2, 0,         "a", "getFreeChannel from=0, type=2, port=0\n"},
+        {2, 1,         "b", "getFreeChannel from=1, type=2, port=1\n"},
+        {2, 0,         "c", ""},
+        {2, 1,         "d", ""},
+        {2, kMinusOne, "e", "getFreeChannel from=2, type=2, port=-1\n"},       // signed
+        {0, kPeer,     "f", "getFreeChannel from=3, type=0, port=167772361\n"}, // the low word
+        {2, 3,         "",  "getFreeChannel from=4, type=2, port=3\n"},        // for no bytes too
+    };
+    // clang-format on
     makeChannels();
-    EXPECT_EQ(printedByReceiving(2, 0, "a"), "getFreeChannel from=0, type=2, port=0\n");
-    EXPECT_EQ(printedByReceiving(2, 1, "b"), "getFreeChannel from=1, type=2, port=1\n");
-    EXPECT_EQ(printedByReceiving(2, 0, "c"), "");
-    EXPECT_EQ(printedByReceiving(2, 1, "d"), "");
+    for (const Row &row : kRows) {
+        EXPECT_EQ(printedByReceiving(row.type, row.address, row.bytes), row.prints) << row.bytes;
+    }
     EXPECT_EQ(contentOf(channel[0]->pipe), "ac");
     EXPECT_EQ(contentOf(channel[1]->pipe), "bd");
+    EXPECT_EQ(getUsedChannel(2, 3), 4);
 }
 
-TEST(Channel, SaysTheLowWordOfTheAddressAsASignedNumber)
+TEST(Channel, Holds4095BytesAndDropsEachOtherOneWithAMessage)
 {
+    struct Row {
+        uint32_t type;
+        uint64_t address;
+        const char *message;
+    };
+    // clang-format off
+    constexpr Row kRows[] = {
+        {2, 0,                    "IsrReceiveBuffer error: type=0x2, port=0x0\n"},
+        {0, kPeer,                "IsrReceiveBuffer error: type=0x0, port=0xa0000c9\n"},
+        {2, 0xFFFFFFFF'FFFFFFFF,  "IsrReceiveBuffer error: type=0x2, port=0xffffffff\n"},
+    };
+    // clang-format on
     makeChannels();
-    EXPECT_EQ(printedByReceiving(2, 0xFFFFFFFF'FFFFFFFF, "a"),
-              "getFreeChannel from=0, type=2, port=-1\n");
-    EXPECT_EQ(printedByReceiving(0, 0x00000385'0A000009, "a"),
-              "getFreeChannel from=1, type=0, port=167772169\n");
-}
-
-TEST(Channel, BindsForNoBytesToo)
-{
-    makeChannels();
-    EXPECT_EQ(printedByReceiving(2, 3, ""), "getFreeChannel from=0, type=2, port=3\n");
-    EXPECT_EQ(getUsedChannel(2, 3), 0);
+    const std::string bytes = countingBytes(4098, 251);
+    uint8_t slot = 0;
+    for (const Row &row : kRows) {
+        const std::string message = row.message;
+        printedByReceiving(row.type, row.address, bytes.substr(0, 1));
+        EXPECT_EQ(printedByReceiving(row.type, row.address, bytes.substr(1, 4094)), "");
+        EXPECT_EQ(printedByReceiving(row.type, row.address, bytes.substr(4095)),
+                  message + message + message);
+        EXPECT_EQ(contentOf(channel[slot]->pipe), bytes.substr(0, 4095)) << message;
+        ++slot;
+    }
+    // The others have room.
+    EXPECT_EQ(printedByReceiving(2, 1, "room"), "getFreeChannel from=3, type=2, port=1\n");
+    EXPECT_EQ(contentOf(channel[3]->pipe), "room");
 }
 
 TEST(Channel, QueuesEveryByteValueInOrder)
 {
     makeChannels();
-    std::string all;
-    for (int code = 0; code < 256; ++code) {
-        all += static_cast<char>(code);
-    }
-    receive(2, 0, all);
-    EXPECT_EQ(contentOf(channel[0]->pipe), all);
+    printedByReceiving(2, 0, countingBytes(256));
+    EXPECT_EQ(contentOf(channel[0]->pipe), countingBytes(256));
 }
 
-TEST(Channel, Holds4095Bytes)
-{
-    makeChannels();
-    const std::string bytes = pattern(4095);
-    receive(2, 0, bytes.substr(0, 1));
-    EXPECT_EQ(printedByReceiving(2, 0, bytes.substr(1)), "");
-    EXPECT_EQ(contentOf(channel[0]->pipe), bytes);
-}
-
-TEST(Channel, DropsEveryByteThatDoesNotFitWithAMessage)
-{
-    makeChannels();
-    const std::string bytes = pattern(4098);
-    EXPECT_EQ(printedByReceiving(2, 0, bytes),
-              "getFreeChannel from=0, type=2, port=0\n" +
-                  times(3, "IsrReceiveBuffer error: type=0x2, port=0x0\n"));
-    EXPECT_EQ(contentOf(channel[0]->pipe), bytes.substr(0, 4095));
-    EXPECT_EQ(printedByReceiving(2, 0, "xy"),
-              times(2, "IsrReceiveBuffer error: type=0x2, port=0x0\n"));
-    EXPECT_EQ(contentOf(channel[0]->pipe), bytes.substr(0, 4095));
-}
-
-TEST(Channel, SaysTheLowWordOfTheAddressInHexadecimalWhenFull)
-{
-    makeChannels();
-    receive(0, 0x00000385'0A0000C9, pattern(4095));
-    EXPECT_EQ(printedByReceiving(0, 0x00000385'0A0000C9, "x"),
-              "IsrReceiveBuffer error: type=0x0, port=0xa0000c9\n");
-    receive(2, 0xFFFFFFFF'FFFFFFFF, pattern(4095));
-    EXPECT_EQ(printedByReceiving(2, 0xFFFFFFFF'FFFFFFFF, "x"),
-              "IsrReceiveBuffer error: type=0x2, port=0xffffffff\n");
-}
-
-TEST(Channel, IsFullAloneWhileOthersHaveRoom)
-{
-    makeChannels();
-    receive(2, 0, pattern(5000));
-    EXPECT_EQ(printedByReceiving(2, 1, "room"), "getFreeChannel from=1, type=2, port=1\n");
-    EXPECT_EQ(contentOf(channel[1]->pipe), "room");
-}
-
-TEST(Channel, TakesSingleBytesSilently)
+TEST(Channel, TakesSingleBytesSilentlyUntilItIsFull)
 {
     makeChannels();
     EXPECT_EQ(printedBy([] {
@@ -426,26 +306,20 @@ TEST(Channel, TakesSingleBytesSilently)
                   EXPECT_EQ(IsrReceiveCommand(2, 6, 0xFF), 1);
                   EXPECT_EQ(IsrReceiveCommand(0, 6, 'b'), 1);
                   EXPECT_EQ(IsrReceiveCommand(2, 6, 0), 1);
+                  for (int i = 1; i < 4095; ++i) {
+                      EXPECT_EQ(IsrReceiveCommand(0, 6, 'b'), 1);
+                  }
+                  EXPECT_EQ(IsrReceiveCommand(0, 6, 'c'), 0);
               }),
               "");
     EXPECT_EQ(getUsedChannel(2, 6), 0);
     EXPECT_EQ(getUsedChannel(0, 6), 1);
     EXPECT_EQ(contentOf(channel[0]->pipe), (std::string{'a', '\xFF', '\0'}));
-    EXPECT_EQ(contentOf(channel[1]->pipe), "b");
-}
-
-TEST(Channel, RefusesASingleByteWhenFullSilently)
-{
-    makeChannels();
-    const std::string bytes = pattern(4095);
-    receive(2, 0, bytes);
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(IsrReceiveCommand(2, 0, 'x'), 0); }), "");
-    EXPECT_EQ(contentOf(channel[0]->pipe), bytes);
+    EXPECT_EQ(contentOf(channel[1]->pipe), std::string(4095, 'b'));
 }
 
 TEST(Channel, EvictsForASingleByteToo)
 {
-    makeChannels();
     bindAll();
     setLastTimes({9, 9, 8, 9, 9, 9, 9, 9, 9, 9});
     EXPECT_EQ(printedBy([] { EXPECT_EQ(IsrReceiveCommand(2, 10, 'x'), 1); }), "");
@@ -455,7 +329,7 @@ TEST(Channel, EvictsForASingleByteToo)
 
 // The channel of the command ---------------------------------------------------------------------
 
-TEST(Channel, TellsTheKindOfTheChannelBeingExecuted)
+TEST(Channel, GivesTheKindOfTheChannelBeingExecuted)
 {
     makeChannels();
     getFreeChannel(2, 0);
@@ -472,54 +346,39 @@ TEST(Channel, TellsTheKindOfTheChannelBeingExecuted)
 
 // Without memory ---------------------------------------------------------------------------------
 
-TEST(Channel, StaysNullWithoutMemory)
+TEST(Channel, GivesNobodyASlotWithoutMemory)
 {
-    refusesMalloc = [](size_t) { return true; };
-    makeChannels();
+    makeChannels([](size_t) { return true; });
     EXPECT_EQ(mallocs.size(), 10u);
     for (const Channel *const slot : channel) {
         EXPECT_EQ(slot, nullptr);
     }
-}
-
-TEST(Channel, GivesNobodyASlotWithoutMemory)
-{
-    refusesMalloc = [](size_t) { return true; };
-    makeChannels();
     EXPECT_EQ(getUsedChannel(2, 0), 255);
     EXPECT_EQ(getUsedChannel(5, 0), 255);
     EXPECT_EQ(getFreeChannel(2, 0), 255);
     EXPECT_EQ(get_channel_type(), 5u);
 }
 
-TEST(Channel, DropsEveryByteWithAMessageWithoutMemory)
+TEST(Channel, DropsEveryByteAndReplyWithoutMemory)
 {
-    refusesMalloc = [](size_t) { return true; };
-    makeChannels();
-    const std::string expected = "getFreeChannel from=255, type=2, port=1\n" +
-                                 times(3, "IsrReceiveBuffer error: type=0x2, port=0x1\n");
-    EXPECT_EQ(printedByReceiving(2, 1, "abc"), expected);
-    EXPECT_EQ(printedByReceiving(2, 1, "def"), expected);
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(IsrReceiveCommand(2, 1, 'x'), 0); }), "");
-}
-
-TEST(Channel, AnswersNobodyWithoutMemory)
-{
-    refusesMalloc = [](size_t) { return true; };
-    makeChannels();
-    EXPECT_EQ(printedBy([] {
+    makeChannels([](size_t) { return true; });
+    for (int burst = 0; burst < 2; ++burst) {
+        EXPECT_EQ(printedByReceiving(2, 1, "ab"), "getFreeChannel from=255, type=2, port=1\n"
+                                                  "IsrReceiveBuffer error: type=0x2, port=0x1\n"
+                                                  "IsrReceiveBuffer error: type=0x2, port=0x1\n");
+    }
+    EXPECT_EQ(transcriptOf([] {
+                  EXPECT_EQ(IsrReceiveCommand(2, 1, 'x'), 0);
                   TaskCommand();
                   SendRs232Command();
               }),
               "");
-    EXPECT_EQ(sent, std::vector<Sent>());
     EXPECT_EQ(commandFrom, 9);
 }
 
 TEST(Channel, PassesOverSlotsWithoutMemory)
 {
-    refusesMalloc = [](size_t call) { return call == 0 || call == 4 || call == 9; };
-    makeChannels();
+    makeChannels([](size_t call) { return call == 0 || call == 4 || call == 9; });
     EXPECT_EQ(getFreeChannel(2, 0), 1);
     EXPECT_EQ(getUsedChannel(2, 0), 1);
     for (const int expected : {2, 3, 5, 6, 7, 8}) {
@@ -533,13 +392,12 @@ TEST(Channel, PassesOverSlotsWithoutMemory)
     EXPECT_EQ(getFreeChannel(2, 101), 7);
 }
 
-TEST(Channel, ServesTheSlotsBehindOneWithoutMemory)
+TEST(Channel, ServesTheSlotsAfterOneWithoutMemory)
 {
-    refusesMalloc = [](size_t call) { return call < 2; };
-    makeChannels();
-    receive(2, 0, commandFrame({0, 0, 0x6A, 3, 0, 0, 0}));
+    makeChannels([](size_t call) { return call < 2; });
+    printedByReceiving(2, 0, commandFrame({0, 0, 0x6A, 3, 0, 0, 0}));
     TaskCommand();
-    EXPECT_EQ(takeSent(), (std::vector<Sent>{{"uart 0", replyFrame({0, 0, 0x6A, 3, 1, 10, 0})}}));
+    EXPECT_EQ(sent, uart0({replyFrame({0, 0, 0x6A, 3, 1, 10, 0})}));
     EXPECT_EQ(current_channel, 2);
 }
 

@@ -3,52 +3,22 @@
 
 #include "command/frame.h"
 
-#include <algorithm>
 #include <array>
-#include <cstdio>
+#include <cctype>
 #include <cstring>
 #include <memory>
-#include <random>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include <gtest/gtest.h>
 
+#include "tests/support/bytes.h"
 #include "tests/support/exchange.h"
 
 namespace {
 
 using Bytes = std::array<uint8_t, 8>;
-
-constexpr std::string_view kLower = "0123456789abcdef";
-constexpr std::string_view kUpper = "0123456789ABCDEF";
-
-bool isHexDigit(char character)
-{
-    return kLower.find(character) != kLower.npos || kUpper.find(character) != kUpper.npos;
-}
-
-// 19 characters and a closing zero byte that nobody may touch.
-struct Text {
-    char characters[20] = "###################";
-
-    std::string_view all() const
-    {
-        return {characters, sizeof characters};
-    }
-};
-
-std::string hex(const Bytes &bytes)
-{
-    std::string text;
-    for (const uint8_t byte : bytes) {
-        char two[3];
-        std::snprintf(two, sizeof two, "%02x", byte);
-        text += two;
-    }
-    return text;
-}
+using namespace std::string_literals;
 
 Rs232Command recordOf(const Bytes &bytes)
 {
@@ -57,11 +27,22 @@ Rs232Command recordOf(const Bytes &bytes)
     return record;
 }
 
+// From exactly the 18 characters before the end, so that a sanitizer sees a look at the end.
 Bytes decoded(const std::string &frame)
 {
+    const std::unique_ptr<char[]> text(new char[18]);
+    std::memcpy(text.get(), frame.data(), 18);
     Rs232Command record{};
-    StrToRs232Command(frame.c_str(), &record);
+    StrToRs232Command(text.get(), &record);
     return bytesOf(record);
+}
+
+// Into 20 characters that all stand for "not touched".
+std::string encoded(Rs232Command *record)
+{
+    std::string text(20, '#');
+    Rs232CommandToStr(record, text.data());
+    return text;
 }
 
 TEST(Frame, HasTheDocumentedHeadersAndEnd)
@@ -76,270 +57,147 @@ TEST(Frame, HasTheDocumentedHeadersAndEnd)
 
 TEST(Frame, KeepsTheRecordInTheDocumentedOrder)
 {
-    Rs232Command record{};
-    record.address = 0x11;
-    record.tag = 0x22;
-    record.command = 0x33;
-    record.dat1 = 0x44;
-    record.dat2 = 0x55;
-    record.dat3 = 0x66;
-    record.dat4 = 0x77;
-    record.checksum = 0x88;
+    const Rs232Command record = {.address = 0x11,
+                                 .tag = 0x22,
+                                 .command = 0x33,
+                                 .dat1 = 0x44,
+                                 .dat2 = 0x55,
+                                 .dat3 = 0x66,
+                                 .dat4 = 0x77,
+                                 .checksum = 0x88};
     EXPECT_EQ(bytesOf(record), (Bytes{0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88}));
-    EXPECT_EQ(sizeof record, 8u);
 }
 
-TEST(Frame, ReadsEveryPairOfDigitsInEitherCase)
+TEST(Frame, ReadsDigitsInEitherCaseAndAnyOtherCharacterAsZero)
 {
-    for (const std::string_view highs : {kLower, kUpper}) {
-        for (const std::string_view lows : {kLower, kUpper}) {
-            for (unsigned value = 0; value < 256; ++value) {
-                const char text[] = {highs[value / 16], lows[value % 16], '9'};
-                EXPECT_EQ(HexCharToByte(text), value) << std::string_view(text, 2);
-            }
-        }
+    const auto digit = [](char character) {
+        const int lower = std::tolower(static_cast<uint8_t>(character));
+        const size_t at = "0123456789abcdef"s.find(static_cast<char>(lower));
+        return at == std::string::npos ? 0 : at;
+    };
+    for (unsigned code = 0; code < 0x10000; ++code) {
+        const char text[] = {static_cast<char>(code >> 8), static_cast<char>(code)};
+        ASSERT_EQ(HexCharToByte(text), digit(text[0]) * 16 + digit(text[1])) << std::hex << code;
     }
-}
-
-TEST(Frame, CountsEveryOtherCharacterAsZero)
-{
-    unsigned others = 0;
-    for (int code = 0; code < 256; ++code) {
-        const char character = static_cast<char>(code);
-        if (isHexDigit(character)) {
-            continue;
-        }
-        ++others;
-        const char high[] = {character, 'f'};
-        const char low[] = {'f', character};
-        const char both[] = {character, character};
-        EXPECT_EQ(HexCharToByte(high), 0x0F) << code;
-        EXPECT_EQ(HexCharToByte(low), 0xF0) << code;
-        EXPECT_EQ(HexCharToByte(both), 0x00) << code;
-    }
-    EXPECT_EQ(others, 256u - 22u);
 }
 
 TEST(Frame, WritesEveryByteAsTwoLowercaseCharactersAndNothingElse)
 {
     for (unsigned value = 0; value < 256; ++value) {
-        char expected[5];
-        std::snprintf(expected, sizeof expected, "#%02x#", value);
-        char text[] = "####";
-        char *const at = text + 1;
-        EXPECT_EQ(ByteToHexChar(static_cast<uint8_t>(value), at), at);
-        EXPECT_STREQ(text, expected);
+        const auto byte = static_cast<uint8_t>(value);
+        std::string text = "####";
+        EXPECT_EQ(ByteToHexChar(byte, &text[1]), &text[1]);
+        EXPECT_EQ(text, '#' + hex(&byte, 1) + '#') << value;
     }
 }
 
-TEST(Frame, ReadsBackEveryByteItWrites)
+TEST(Frame, DecodesTheRows)
 {
-    for (unsigned value = 0; value < 256; ++value) {
-        char text[2];
-        EXPECT_EQ(HexCharToByte(ByteToHexChar(static_cast<uint8_t>(value), text)), value);
+    struct Row {
+        const char *name;
+        const char *frame;
+        const char *bytes; // in hexadecimal
+    };
+    // clang-format off
+    constexpr Row kRows[] = {
+        {"the device type command",   "<T0000680100000069>", "0000680100000069"},
+        {"each byte at its offset",   "<T0123456789abcdef>", "0123456789abcdef"},
+        {"lowercase",                 "<Tabcdeffabcde0af0>", "abcdeffabcde0af0"},
+        {"uppercase",                 "<TABCDEFFABCDE0AF0>", "abcdeffabcde0af0"},
+        {"mixed case",                "<TaBcDEffAbCdE0Af0>", "abcdeffabcde0af0"},
+        {"invalid digits are zeros",  "<T0x1g<1T1 1-1+1.1>", "0010010101010101"},
+        {"a wrong checksum stays",    "<T00006801000000ff>", "00006801000000ff"},
+        {"header is not looked at",   "??0102030405060708?", "0102030405060708"},
+    };
+    // clang-format on
+    for (const Row &row : kRows) {
+        EXPECT_EQ(hex(decoded(row.frame).data(), 8), row.bytes) << row.name;
     }
 }
 
-TEST(Frame, DecodesTheDeviceTypeCommandIntoAValidRecord)
+// Header, end and terminator are the caller's and stay as they are.
+TEST(Frame, SetsTheChecksumAndEncodesInLowercase)
 {
-    Rs232Command record{};
-    StrToRs232Command("<T0000680100000069>", &record);
-    EXPECT_EQ(bytesOf(record), (Bytes{0, 0, 0x68, 1, 0, 0, 0, 0x69}));
-    EXPECT_EQ(CheckSum(&record), 1);
-}
-
-TEST(Frame, DecodesEachByteFromItsOffset)
-{
-    EXPECT_EQ(decoded("<T0123456789abcdef>"),
-              (Bytes{0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF}));
-}
-
-TEST(Frame, DecodesUppercaseAndMixedCaseAlike)
-{
-    const Bytes expected = {0xAB, 0xCD, 0xEF, 0xFA, 0xBC, 0xDE, 0x0A, 0xF0};
-    EXPECT_EQ(decoded("<Tabcdeffabcde0af0>"), expected);
-    EXPECT_EQ(decoded("<TABCDEFFABCDE0AF0>"), expected);
-    EXPECT_EQ(decoded("<TaBcDEffAbCdE0Af0>"), expected);
-}
-
-TEST(Frame, DecodesAnInvalidDigitAsZero)
-{
-    EXPECT_EQ(decoded("<T0x1g<1T1 1-1+1.1>"),
-              (Bytes{0x00, 0x10, 0x01, 0x01, 0x01, 0x01, 0x01, 0x01}));
-}
-
-TEST(Frame, DecodesTheChecksumAsItStands)
-{
-    EXPECT_EQ(decoded("<T00006801000000ff>")[7], 0xFF);
-    EXPECT_EQ(decoded("<T0000680100000000>")[7], 0x00);
-}
-
-TEST(Frame, DecodesWithoutLookingAtHeaderOrEnd)
-{
-    // Exactly the 18 characters up to the end, so that a sanitizer sees a look at the end
-    // character.
-    const std::unique_ptr<char[]> frame(new char[18]);
-    std::memcpy(frame.get(), "??0102030405060708", 18);
-    Rs232Command record{};
-    StrToRs232Command(frame.get(), &record);
-    EXPECT_EQ(bytesOf(record), (Bytes{1, 2, 3, 4, 5, 6, 7, 8}));
-}
-
-TEST(Frame, EncodesEachByteAtItsOffsetInLowercase)
-{
-    Text text;
-    Rs232Command record = recordOf({0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0});
-    Rs232CommandToStr(&record, text.characters);
-    // 01 + 23 + 45 + 67 + 89 + ab + cd = 2d1
-    EXPECT_EQ(text.all(), (std::string_view("##0123456789abcdd1#\0", 20)));
-}
-
-TEST(Frame, LeavesHeaderEndAndTerminatorToTheCaller)
-{
-    Text text;
-    std::memcpy(text.characters, "<F", 2);
-    text.characters[18] = '>';
-    text.characters[19] = '!';
-    Rs232Command record{};
-    Rs232CommandToStr(&record, text.characters);
-    EXPECT_EQ(text.all(), "<F0000000000000000>!");
-}
-
-TEST(Frame, SetsTheChecksumOfTheRecordBeforeEncodingIt)
-{
-    Text text;
-    Rs232Command record = recordOf({1, 2, 0x10, 0xFF, 0xFF, 0xFF, 0xFF, 0x77});
-    Rs232CommandToStr(&record, text.characters);
-    EXPECT_EQ(bytesOf(record), (Bytes{1, 2, 0x10, 0xFF, 0xFF, 0xFF, 0xFF, 0x0F}));
-    EXPECT_EQ(text.all().substr(2, 16), "010210ffffffff0f");
-}
-
-TEST(Frame, CarriesEveryRecordThereAndBack)
-{
-    std::mt19937 random(19);
-    for (int round = 0; round < 2000; ++round) {
-        Bytes bytes;
-        uint8_t sum = 0;
-        for (uint8_t &byte : bytes) {
-            byte = static_cast<uint8_t>(random());
-        }
-        for (size_t i = 0; i < 7; ++i) {
-            sum = static_cast<uint8_t>(sum + bytes[i]);
-        }
-        Text text;
-        Rs232Command record = recordOf(bytes);
-        Rs232CommandToStr(&record, text.characters);
-        bytes[7] = sum;
-        ASSERT_EQ(text.all().substr(2, 16), hex(bytes));
-        Rs232Command back{};
-        StrToRs232Command(text.characters, &back);
-        ASSERT_EQ(bytesOf(back), bytes);
-        ASSERT_EQ(CheckSum(&back), 1);
-    }
+    Rs232Command record = recordOf({0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0x77});
+    EXPECT_EQ(encoded(&record), "##0123456789abcdd1##"); // 2d1
+    EXPECT_EQ(record.checksum, 0xD1);
+    record = recordOf({1, 2, 0x10, 0xFF, 0xFF, 0xFF, 0xFF, 0x77});
+    EXPECT_EQ(encoded(&record), "##010210ffffffff0f##"); // 40f
+    EXPECT_EQ(record.checksum, 0x0F);
 }
 
 TEST(Frame, EncodesTheFourDataBytesAsALine)
 {
-    char text[] = "##############";
+    std::string text(15, '#');
     const Rs232Command record = recordOf({0x11, 0x22, 0x33, 0x01, 0xAB, 0x00, 0xFF, 0x44});
-    Rs232CommandToStr1(&record, text);
-    EXPECT_EQ(std::string_view(text, sizeof text), std::string_view("##01ab00ff\r\n\0#\0", 15));
+    Rs232CommandToStr1(&record, text.data());
+    EXPECT_EQ(text, "##01ab00ff\r\n\0##"s);
 }
 
 TEST(Frame, SumsTheFirstSevenBytesModulo256)
 {
-    struct Case {
+    struct Row {
         Bytes bytes;
         uint8_t sum;
     };
     // clang-format off
-    constexpr Case kCases[] = {
+    constexpr Row kRows[] = {
         {{0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00}, 0x00},
         {{0x00, 0x00, 0x68, 0x01, 0x00, 0x00, 0x00, 0x00}, 0x69},
-        {{0x01, 0x02, 0x10, 0xFF, 0xFF, 0xFF, 0xFF, 0x00}, 0x0F}, // 40f
         {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, 0xF9}, // 6f9; the last byte is not in it
         {{0x80, 0x80, 0x00, 0x00, 0x00, 0x00, 0x00, 0x55}, 0x00}, // 100
+        {{0xA7, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00}, 0xA7}, // each counts once
+        {{0x00, 0xA7, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00}, 0xA7},
+        {{0x00, 0x00, 0xA7, 0x00, 0x00, 0x00, 0x00, 0x00}, 0xA7},
+        {{0x00, 0x00, 0x00, 0xA7, 0x00, 0x00, 0x00, 0x00}, 0xA7},
+        {{0x00, 0x00, 0x00, 0x00, 0xA7, 0x00, 0x00, 0x00}, 0xA7},
+        {{0x00, 0x00, 0x00, 0x00, 0x00, 0xA7, 0x00, 0x00}, 0xA7},
+        {{0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xA7, 0x00}, 0xA7},
     };
     // clang-format on
-    for (const Case &expected : kCases) {
-        Rs232Command record = recordOf(expected.bytes);
+    for (const Row &row : kRows) {
+        Rs232Command record = recordOf(row.bytes);
         SetCheckSum(&record);
-        Bytes after = expected.bytes;
-        after[7] = expected.sum;
+        Bytes after = row.bytes;
+        after[7] = row.sum;
         EXPECT_EQ(bytesOf(record), after);
     }
 }
 
-TEST(Frame, CountsEachOfTheSevenBytesOnce)
+TEST(Frame, AcceptsTheRightChecksumAndPrintsItForAnyOther)
 {
-    for (size_t at = 0; at < 7; ++at) {
-        Bytes bytes{};
-        bytes[at] = 0xA7;
-        Rs232Command record = recordOf(bytes);
-        SetCheckSum(&record);
-        EXPECT_EQ(record.checksum, 0xA7) << at;
-    }
-}
-
-TEST(Frame, AcceptsTheRightChecksumWithoutAWord)
-{
-    const Rs232Command record = recordOf({0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xF9});
-    int32_t result = -1;
-    EXPECT_EQ(printedBy([&] { result = CheckSum(&record); }), "");
-    EXPECT_EQ(result, 1);
-}
-
-TEST(Frame, RefusesEveryWrongChecksumAndPrintsTheRightOne)
-{
-    Bytes bytes = {0, 0, 0x68, 1, 0, 0, 0, 0};
-    for (unsigned wrong = 0; wrong < 256; ++wrong) {
-        if (wrong == 0x69) {
-            continue;
-        }
-        bytes[7] = static_cast<uint8_t>(wrong);
-        const Rs232Command record = recordOf(bytes);
+    Rs232Command record = recordOf({0, 0, 0x68, 1, 0, 0, 0, 0});
+    for (unsigned checksum = 0; checksum < 256; ++checksum) {
+        record.checksum = static_cast<uint8_t>(checksum);
         int32_t result = -1;
-        EXPECT_EQ(printedBy([&] { result = CheckSum(&record); }), "checksum=105\r\n") << wrong;
-        EXPECT_EQ(result, 0) << wrong;
+        EXPECT_EQ(printedBy([&] { result = CheckSum(&record); }),
+                  checksum == 0x69 ? "" : "checksum=105\r\n")
+            << checksum;
+        EXPECT_EQ(result, checksum == 0x69) << checksum;
     }
-}
-
-TEST(Frame, PrintsTheChecksumModulo256)
-{
-    const Rs232Command record = recordOf({0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF});
-    EXPECT_EQ(printedBy([&] { CheckSum(&record); }), "checksum=249\r\n");
-}
-
-TEST(Frame, ClosesABufferOfOneByteWithZero)
-{
-    uint8_t buffer[] = {0x77, 0x77};
-    SetBufferCheckSum(buffer, 1);
-    EXPECT_EQ(buffer[0], 0);
-    EXPECT_EQ(buffer[1], 0x77);
+    const Rs232Command large = recordOf({0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF});
+    EXPECT_EQ(printedBy([&] { CheckSum(&large); }), "checksum=249\r\n"); // 6f9, modulo 256
 }
 
 TEST(Frame, ClosesABufferWithTheSumOfTheBytesBefore)
 {
-    uint8_t buffer[] = {0x80, 0x81, 0x10, 0xEE, 0x77};
-    SetBufferCheckSum(buffer, 4);
-    const uint8_t expected[] = {0x80, 0x81, 0x10, 0x11, 0x77}; // 111
-    EXPECT_EQ(std::memcmp(buffer, expected, sizeof buffer), 0);
-}
-
-TEST(Frame, ClosesALongBufferModulo256)
-{
-    std::vector<uint8_t> buffer(70000, 0xFF);
-    SetBufferCheckSum(buffer.data(), static_cast<uint32_t>(buffer.size()));
-    EXPECT_EQ(buffer.back(), 0x91); // 69999 times -1 is -69999 = -274 * 256 + 145
-    EXPECT_EQ(std::count(buffer.begin(), buffer.end() - 1, 0xFF), 69999);
-}
-
-TEST(Frame, LeavesABufferOfNoBytesAlone)
-{
-    uint8_t buffer[] = {0x11, 0x77, 0x22};
-    SetBufferCheckSum(buffer + 1, 0);
-    const uint8_t expected[] = {0x11, 0x77, 0x22};
-    EXPECT_EQ(std::memcmp(buffer, expected, sizeof buffer), 0);
+    struct Row {
+        std::string before;
+        uint32_t length;
+        std::string after;
+    };
+    const std::string longBuffer(69999, '\xFF');
+    const Row rows[] = {
+        {"abc", 0, "abc"},
+        {"abc", 1, "\0bc"s},
+        {"\x80\x81\x10\xEE\x77", 4, "\x80\x81\x10\x11\x77"},   // 111
+        {longBuffer + "##", 70000, longBuffer + "\x91" + "#"}, // -69999 is -274 * 256 + 145
+    };
+    for (const Row &row : rows) {
+        std::string buffer = row.before;
+        SetBufferCheckSum(reinterpret_cast<uint8_t *>(buffer.data()), row.length);
+        EXPECT_EQ(buffer, row.after) << row.length;
+    }
 }
 
 } // namespace

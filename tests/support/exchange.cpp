@@ -8,6 +8,7 @@
 
 #include "command/frame.h"
 #include "core/pipe.h"
+#include "tests/support/bytes.h"
 #include "transport/uart.h"
 #include "transport/udpecho.h"
 
@@ -17,22 +18,10 @@ bool printsSent;
 
 namespace {
 
-std::string twoDigits(unsigned value)
+std::string frame(const char *header, const Parameters &parameters)
 {
-    char text[16];
-    std::snprintf(text, sizeof text, "%02x", value);
-    return text;
-}
-
-std::string frame(char kind, const Parameters &parameters)
-{
-    std::string text = {'<', kind};
-    unsigned sum = 0;
-    for (const uint8_t parameter : parameters) {
-        text += twoDigits(parameter);
-        sum += parameter;
-    }
-    return text + twoDigits(sum % 256) + '>';
+    const std::string bytes(parameters.begin(), parameters.end());
+    return header + hex(withChecksum(bytes)) + '>';
 }
 
 void note(std::string to, const uint8_t *bytes, size_t length)
@@ -58,29 +47,24 @@ int32_t UARTSendBuffer(int32_t port, const uint8_t *bytes, int32_t length)
 
 void to_pcudp(uint32_t ip, uint16_t port, const uint8_t *bytes, uint32_t length)
 {
-    uint8_t dotted[4];
-    std::memcpy(dotted, &ip, sizeof dotted);
-    std::string to = "udp ";
-    for (const uint8_t number : dotted) {
-        to += std::to_string(number) + '.';
-    }
-    to.back() = ':';
-    note(to + std::to_string(port), bytes, length);
+    uint8_t address[4];
+    std::memcpy(address, &ip, sizeof address);
+    note("udp " + dotted(address) + ':' + std::to_string(port), bytes, length);
 }
 
 std::string commandFrame(const Parameters &parameters)
 {
-    return frame('T', parameters);
+    return frame("<T", parameters);
 }
 
 std::string replyFrame(const Parameters &parameters)
 {
-    return frame('F', parameters);
+    return frame("<F", parameters);
 }
 
 std::string refusal(const Parameters &parameters)
 {
-    return frame('F', {parameters[0], parameters[1], parameters[2], 0xFF, 0xFF, 0xFF, 0xFF});
+    return replyFrame({parameters[0], parameters[1], parameters[2], 0xFF, 0xFF, 0xFF, 0xFF});
 }
 
 std::array<uint8_t, 8> bytesOf(const Rs232Command &record)
@@ -100,11 +84,25 @@ std::vector<Sent> takeSent()
     return std::exchange(sent, {});
 }
 
+std::vector<Sent> uart0(const std::vector<std::string> &frames)
+{
+    std::vector<Sent> calls;
+    for (const std::string &bytes : frames) {
+        calls.push_back({"uart 0", bytes});
+    }
+    return calls;
+}
+
 std::string printedBy(const std::function<void()> &action)
 {
+    const bool hadFailed = testing::Test::HasFailure();
     testing::internal::CaptureStdout();
     action();
-    return testing::internal::GetCapturedStdout();
+    std::string text = testing::internal::GetCapturedStdout();
+    if (testing::Test::HasFailure() && !hadFailed) {
+        std::fputs(text.c_str(), stdout); // the failure's message is in it
+    }
+    return text;
 }
 
 std::string transcriptOf(const std::function<void()> &action)
@@ -118,14 +116,18 @@ std::string transcriptOf(const std::function<void()> &action)
 std::string contentOf(const struct pipe &pipe)
 {
     std::string content;
-    const uint8_t *at = pipe.read;
-    while (at != pipe.write) {
+    for (const uint8_t *at = pipe.read; at != pipe.write;) {
         content += static_cast<char>(*at++);
-        if (at == pipe.end) {
-            at = pipe.start;
-        }
+        at = at == pipe.end ? pipe.start : at;
     }
     return content;
+}
+
+std::string dotted(const uint8_t *address)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "%d.%d.%d.%d", address[0], address[1], address[2], address[3]);
+    return text;
 }
 
 const uint8_t *bytesOf(std::string_view text)

@@ -41,7 +41,10 @@ extern bool printsSent;              // whether each is printed as well: a line 
 
 std::vector<Sent> takeSent(); // and forgets it
 
-// What `action` prints on standard output.
+// What was sent, if it was these frames on serial port 0.
+std::vector<Sent> uart0(const std::vector<std::string> &frames);
+
+// What `action` prints on standard output. A check that fails in there still names itself.
 std::string printedBy(const std::function<void()> &action);
 
 // The same with what it sends, in order (see printsSent).
@@ -49,6 +52,8 @@ std::string transcriptOf(const std::function<void()> &action);
 
 // The bytes in `pipe`, oldest first; they stay there.
 std::string contentOf(const struct pipe &pipe);
+
+std::string dotted(const uint8_t *address); // of four bytes: "10.0.0.9"
 
 const uint8_t *bytesOf(std::string_view text);
 uint32_t lengthOf(std::string_view text);
