@@ -343,7 +343,7 @@ TEST(Memory, The500thEntryMayGoAnywhere)
 {
     for (const uint32_t hole : {0u, 1u, 250u, 499u}) {
         Extents others = fullTable();
-        others.erase(others.begin() + hole);
+        others.erase(others.begin() + static_cast<std::ptrdiff_t>(hole));
         Pool pool(others);
         EXPECT_EQ(memman_free(&pool.manager, kBase + hole * 16, 4), 0) << hole;
         EXPECT_EQ(table(pool.manager), fullTable()) << hole;

@@ -12,6 +12,7 @@
 #include <iterator>
 #include <net/if.h>
 #include <netinet/in.h>
+#include <numeric>
 #include <poll.h>
 #include <random>
 #include <sched.h>
@@ -24,9 +25,6 @@
 #include <thread>
 #include <unistd.h>
 #include <utility>
-
-#include "tests/support/bytes.h"
-#include "tests/support/files.h"
 
 using std::chrono::steady_clock;
 
@@ -82,18 +80,13 @@ std::string readSome(int descriptor, size_t most)
     return bytes;
 }
 
-std::string frame(char kind, const Frame &bytes)
+std::string frame(char kind, const std::array<uint8_t, 7> &bytes)
 {
-    const std::string all(bytes.begin(), bytes.end());
-    return std::string("<") + kind + hex(withChecksum(all)) + ">";
-}
-
-bool sleeps(pid_t process, pid_t thread)
-{
-    const std::string line =
-        contentOf("/proc/" + std::to_string(process) + "/task/" + std::to_string(thread) + "/stat");
-    const size_t name = line.rfind(')');
-    return name != std::string::npos && line.compare(name, 3, ") S") == 0;
+    const unsigned sum = std::accumulate(bytes.begin(), bytes.end(), 0u) & 0xFF;
+    char text[20];
+    std::snprintf(text, sizeof text, "<%c%02x%02x%02x%02x%02x%02x%02x%02x>", kind, bytes[0],
+                  bytes[1], bytes[2], bytes[3], bytes[4], bytes[5], bytes[6], sum);
+    return text;
 }
 
 sockaddr_in socketAddress(const char *address, uint16_t port)
@@ -132,26 +125,14 @@ void Descriptor::close()
     }
 }
 
-std::string command(const Frame &bytes)
+std::string command(const std::array<uint8_t, 7> &bytes)
 {
     return frame('T', bytes);
 }
 
-std::string reply(const Frame &bytes)
+std::string reply(const std::array<uint8_t, 7> &bytes)
 {
     return frame('F', bytes);
-}
-
-bool eventually(const std::function<bool()> &condition)
-{
-    const Deadline deadline(kPatience);
-    while (!condition()) {
-        if (deadline.left() == milliseconds::zero()) {
-            return false;
-        }
-        std::this_thread::sleep_for(milliseconds(1));
-    }
-    return true;
 }
 
 std::string patternedBytes(size_t length)
@@ -228,17 +209,11 @@ termios FrontBoard::settings() const
 
 bool FrontBoard::waitUntilRaw() const
 {
-    return eventually([this] { return settings().c_lflag == 0; });
-}
-
-void FrontBoard::hold() const
-{
-    check(tcflow(slave.get(), TCOOFF), "TCOOFF");
-}
-
-void FrontBoard::release() const
-{
-    check(tcflow(slave.get(), TCOON), "TCOON");
+    const Deadline deadline(kPatience);
+    while (settings().c_lflag != 0 && deadline.left() > milliseconds::zero()) {
+        std::this_thread::sleep_for(milliseconds(1));
+    }
+    return settings().c_lflag == 0;
 }
 
 void FrontBoard::hangUp()
@@ -280,19 +255,6 @@ std::string ControlPc::read(size_t count)
 {
     std::string bytes;
     while (bytes.size() < count) {
-        const auto datagram = receive();
-        if (!datagram) {
-            break;
-        }
-        bytes += *datagram;
-    }
-    return bytes;
-}
-
-std::string ControlPc::readThrough(std::string_view ending)
-{
-    std::string bytes;
-    while (!bytes.ends_with(ending)) {
         const auto datagram = receive();
         if (!datagram) {
             break;
@@ -416,9 +378,9 @@ void Daemon::signal(int number) const
     check(kill(process, number), "kill");
 }
 
-bool Daemon::prints(std::string_view line, int times)
+bool Daemon::prints(std::string_view line, int times, milliseconds patience)
 {
-    const Deadline deadline(kPatience);
+    const Deadline deadline(patience);
     while (std::count(outputLines.begin(), outputLines.end(), line) < times) {
         if (!collect(deadline.left())) {
             return false;
@@ -432,27 +394,7 @@ bool Daemon::starts()
     return prints("enter main") && prints("uart_receive_fun 0");
 }
 
-bool Daemon::mainLoopSleeps() const
-{
-    return sleeps(process, process);
-}
-
-bool Daemon::otherThreadsSleep() const
-{
-    const std::filesystem::directory_iterator tasks("/proc/" + std::to_string(process) + "/task");
-    return std::all_of(begin(tasks), end(tasks), [this](const auto &task) {
-        const pid_t thread = std::stoi(task.path().filename());
-        return thread == process || sleeps(process, thread);
-    });
-}
-
-size_t Daemon::bytesRead() const
-{
-    const std::string io = contentOf("/proc/" + std::to_string(process) + "/io");
-    return io.starts_with("rchar: ") ? std::stoul(io.substr(7)) : 0;
-}
-
-const Lines &Daemon::lines()
+const std::vector<std::string> &Daemon::lines()
 {
     while (collect(milliseconds::zero())) {
     }
@@ -507,17 +449,6 @@ bool Daemon::collect(milliseconds patience)
         }
     }
     return true;
-}
-
-void Board::expectAnswer(const Frame &asked, const Frame &answered)
-{
-    expectAnswer(command(asked), reply(answered));
-}
-
-void Board::expectAnswer(std::string_view asked, std::string_view answered)
-{
-    front.write(asked);
-    EXPECT_EQ(front.read(answered.size()), answered) << asked;
 }
 
 void RunningDaemon::SetUp()

@@ -186,6 +186,7 @@ TEST(SendUpdate, SendsABlockAgainAtMostFourTimes)
         EXPECT_EQ(device.errors, row.errors);
         std::vector<uint8_t> numbers;
         for (const Arrival &arrival : device.arrivals) {
+            EXPECT_EQ(arrival.command.tag, numbers.size()) << row.answers; // each try its own
             numbers.push_back(arrival.command.dat3);
             EXPECT_TRUE(arrival.block == blockWithChecksum(updateStream(package), numbers.back()))
                 << row.answers;
