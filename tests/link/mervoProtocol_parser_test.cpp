@@ -231,7 +231,7 @@ TEST(MervoProtocol, TaskCarriesEveryByteFromThePipeToTheParser)
 
 // Against a model --------------------------------------------------------------------------------
 
-constexpr uint32_t kCharactersPerRun = 250000;
+constexpr uint32_t kCharactersPerRun = 100000;
 
 // What a link must hold, said by the text since the last "<" instead of by a state.
 class Model {
@@ -299,33 +299,29 @@ bool agree(OpenLink &open, Model &model, char character, int32_t *answers)
     farEnd.answers.clear();
     const int32_t result = _interpret_cmd_char(&open.link, static_cast<uint8_t>(character));
     *answers += expected;
-    EXPECT_EQ(result, expected);
-    EXPECT_TRUE(isLink(open.link, model.link()));
-    EXPECT_EQ(farEnd.answers.size(), static_cast<size_t>(expected));
-    return !testing::Test::HasFailure();
+    return result == expected && farEnd.answers.size() == static_cast<size_t>(expected) &&
+           isLink(open.link, model.link());
 }
 
 TEST(MervoProtocol, EveryEditOfAnAnswerHasTheEffectThatTheModelSays)
 {
     const std::string frame = "<F0123456789abcdef>";
-    for (size_t place = 0; place <= frame.size(); ++place) {
+    Texts edits;
+    for (size_t place = 0; place < frame.size(); ++place) {
+        edits.push_back(std::string(frame).erase(place, 1));
         for (int code = 0; code < 256; ++code) {
-            const std::string character(1, static_cast<char>(code));
-            Texts edits = {std::string(frame).insert(place, character)};
-            if (place < frame.size()) {
-                edits.push_back(std::string(frame).replace(place, 1, character));
-                edits.push_back(std::string(frame).erase(place, 1));
-            }
-            for (const std::string &edit : edits) {
-                OpenLink open;
-                Model model(open.link);
-                int32_t answers = 0;
-                for (const char next : edit + frame) { // the parser is ready for the next one
-                    ASSERT_TRUE(agree(open, model, next, &answers)) << edit;
-                }
-                ASSERT_GE(answers, 1) << edit;
-            }
+            edits.push_back(std::string(frame).insert(place, 1, static_cast<char>(code)));
+            edits.push_back(std::string(frame).replace(place, 1, 1, static_cast<char>(code)));
         }
+    }
+    for (const std::string &edit : edits) {
+        OpenLink open;
+        Model model(open.link);
+        int32_t answers = 0;
+        for (const char next : edit + frame) { // the parser is ready for the next one
+            ASSERT_TRUE(agree(open, model, next, &answers)) << edit;
+        }
+        ASSERT_GE(answers, 1) << edit;
     }
 }
 
@@ -377,8 +373,8 @@ void runAgainstModel(uint32_t good, int32_t leastAnswers)
 TEST(MervoProtocol, ParserBehavesLikeItsModelOnAStreamOfAnyQuality)
 {
     runAgainstModel(2, 0);
-    runAgainstModel(6, 200);
-    runAgainstModel(7, 2000);
+    runAgainstModel(6, 100);
+    runAgainstModel(7, 1000);
 }
 
 } // namespace
