@@ -598,9 +598,9 @@ TEST_F(Reception, PrintsALocalCommandThenExecutesIt)
     commandFrom = 0;
     current_channel = 3;
     setPrevious112233();
-    EXPECT_EQ(transcriptOf([] { processCmdFromLocal(0x68, 1, 0, 0x0F, 0xFF); }),
-              "process local cmd: 68 01 00 0f ff\r\nread device type\n> <F00226801263300e4>\n");
-    EXPECT_EQ(bytesOf(commandToLED), (Bytes{0, 0x22, 0x68, 1, 0, 0x0F, 0xFF, 0x88}));
+    EXPECT_EQ(transcriptOf([] { processCmdFromLocal(0x68, 1, 0, 0x0F, 0x0A); }),
+              "process local cmd: 68 01 00 0f 0a\r\nread device type\n> <F00226801263300e4>\n");
+    EXPECT_EQ(bytesOf(commandToLED), (Bytes{0, 0x22, 0x68, 1, 0, 0x0F, 0x0A, 0x88}));
     // It has no channel, frame or time of its own.
     EXPECT_EQ(current_channel, 3);
     EXPECT_EQ(channel[0]->lastTime, 0u);
