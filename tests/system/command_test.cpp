@@ -8,20 +8,13 @@ namespace {
 
 class SystemCommand : public RunningDaemon {
 protected:
-    // What the daemon says behind its start.
-    std::vector<std::string> news()
+    // What the daemon says after its start.
+    Lines news()
     {
-        const std::vector<std::string> &all = daemon.lines();
+        const Lines &all = daemon.lines();
         const auto from =
             std::find(all.begin(), all.end(), "getFreeChannel from=0, type=2, port=0");
         return {from == all.end() ? from : from + 1, all.end()};
-    }
-
-    // Sends bytes and compares all that the daemon answers to them.
-    void expectAnswer(const std::string &bytes, const std::string &answer)
-    {
-        front.write(bytes);
-        EXPECT_EQ(front.read(answer.size()), answer) << bytes;
     }
 
     // To be called last, when a further answer would show.
@@ -30,8 +23,6 @@ protected:
         EXPECT_EQ(front.readUntilQuiet(), "");
     }
 };
-
-using Lines = std::vector<std::string>;
 
 } // namespace
 
@@ -102,13 +93,11 @@ TEST_F(SystemCommand, PutsAFrameTogetherThatComesCharacterByCharacter)
     ControlPc pc;
     pc.send("?");
     EXPECT_EQ(front.read(1), "?");
-    const std::string frame = "<T0000680100000069>";
     for (size_t i = 0; i < 18; ++i) {
-        front.write(frame.substr(i, 1));
-        EXPECT_EQ(pc.receive(), frame.substr(i, 1));
+        front.write(kReadDeviceType.substr(i, 1));
+        EXPECT_EQ(pc.receive(), kReadDeviceType.substr(i, 1));
     }
-    front.write(">");
-    EXPECT_EQ(front.read(19), "<F00006801263300c2>");
+    expectAnswer(">", kDeviceType);
     EXPECT_EQ(pc.readUntilQuiet(), "");
 }
 

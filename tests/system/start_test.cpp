@@ -16,8 +16,6 @@
 
 namespace {
 
-constexpr char kReadDeviceType[] = "<T0000680100000069>";
-constexpr char kDeviceType[] = "<F00006801263300c2>";
 
 // What a device without settings says when it loads them.
 const std::vector<std::string> kNoSettings = {
