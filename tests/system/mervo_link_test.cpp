@@ -640,53 +640,17 @@ TEST_F(SystemMervoLink, HandsAWaitingSenderItsAnswer)
     }
 }
 
-TEST_F(SystemMervoLink, CarriesRawBytesBothWays)
-{
-    start({{"at-once", 1}});
-    const std::string bytes = frame('T', 1, kTell, 0);
-    sent = 1;
-    EXPECT_EQ(SendBuffer_MervoProtocol(&link, reinterpret_cast<const uint8_t *>(bytes.data()), 19),
-              19);
-    std::string answer(19, '\0');
-    EXPECT_EQ(ReceiveBuffer_MervoProtocol(&link, reinterpret_cast<uint8_t *>(answer.data()), 19,
-                                          kAnswerMs),
-              19u);
-    EXPECT_EQ(answer, frame('F', 1, kTell, 0xE1D2C3B4));
-    EXPECT_TRUE(answers.empty()) << "raw bytes are not parsed";
-    for (const char character : answer) {
-        _interpret_cmd_char(&link, static_cast<uint8_t>(character));
-    }
-    finish();
-}
-
-TEST_F(SystemMervoLink, HoldsNoSenderWhileTheDeviceHasNeverAnswered)
-{
-    start({{"silent", 301}, {"at-once", 2}});
-    for (int i = 0; i < 300; ++i) {
-        ASSERT_EQ(i < 200 ? sendCmd() : sendBlock(5), i < 200 ? 1 : 0); // nobody takes the block
-        parse();
-    }
-    const std::string message = askSilent(kNoDeviceMs, kAnswerMs, 0);
-    awaitFirstAnswer();
-    ask();
-    finish(message);
-}
-
 TEST_F(SystemMervoLink, HoldsOnlyTheThirtiethToADeviceThatFellSilent)
 {
-    startWithTen({{"silent", 100}, {"at-once", 201}});
-    const std::string message = sendToSilent(100);
-    EXPECT_EQ(message, "1. can't receive 123 = 40\r\n");
-    awaitFirstAnswer(); // puts it right
-    finishWith(200, message);
-
-    startWithTen({{"silent", 100}, {"at-once", 201}});
-    const std::string messageOfBlocks = sendToSilent(100, true);
-    EXPECT_EQ(messageOfBlocks, "4. can't receive 123 = 40\r\n");
-    EXPECT_EQ(sendBlock(20), 0) << "not parsed yet";
-    awaitAnswers(11);
-    EXPECT_EQ(link.answered, 1);
-    finishWith(200, messageOfBlocks);
+    for (const bool areBlocks : {false, true}) {
+        startWithTen({{"silent", 100}, {"at-once", 201}});
+        const std::string message = sendToSilent(100, areBlocks);
+        EXPECT_EQ(message, (areBlocks ? "4" : "1") + std::string(". can't receive 123 = 40\r\n"));
+        EXPECT_EQ(areBlocks ? sendBlock(20) : sendCmd(), areBlocks ? 0 : 1); // not parsed yet
+        awaitAnswers(11);
+        EXPECT_EQ(link.answered, 1);
+        finishWith(200, message);
+    }
 }
 
 TEST_F(SystemMervoLink, WaitsLongOnlyOnceForTheAnswerOfADeviceThatFellSilent)
@@ -699,19 +663,6 @@ TEST_F(SystemMervoLink, WaitsLongOnlyOnceForTheAnswerOfADeviceThatFellSilent)
     }
     awaitFirstAnswer();
     finishWith(101, messages);
-}
-
-TEST_F(SystemMervoLink, WaitsForLateAnswersOfADeviceThatDoesAnswer)
-{
-    // Later than one that has never answered is waited for.
-    start({{"late", 20, 2 * kNoDeviceMs}});
-    awaitFirstAnswer();
-    while (sent < 20) {
-        const uint32_t start = GetSysTick();
-        ask();
-        EXPECT_GE(GetSysTick() - start, kNoDeviceMs);
-    }
-    finish();
 }
 
 TEST_F(SystemMervoLink, DeliversTheFirstAnswerToASenderThatDidNotWaitForIt)
