@@ -111,26 +111,6 @@ const sockaddr *generic(const sockaddr_in &address)
 
 } // namespace
 
-Descriptor::Descriptor(Descriptor &&other) noexcept : number(std::exchange(other.number, -1)) {}
-
-Descriptor &Descriptor::operator=(Descriptor &&other) noexcept
-{
-    std::swap(number, other.number);
-    return *this;
-}
-
-Descriptor::~Descriptor()
-{
-    close();
-}
-
-void Descriptor::close()
-{
-    if (number >= 0) {
-        ::close(std::exchange(number, -1));
-    }
-}
-
 std::string command(const Frame &bytes)
 {
     return frame('T', bytes);
@@ -275,23 +255,10 @@ std::optional<std::string> ControlPc::receive(milliseconds patience)
     return readSome(socket.get(), kLargestRead);
 }
 
-std::string ControlPc::read(size_t count)
+std::string ControlPc::readUntil(const std::function<bool(const std::string &bytes)> &isAll)
 {
     std::string bytes;
-    while (bytes.size() < count) {
-        const auto datagram = receive();
-        if (!datagram) {
-            break;
-        }
-        bytes += *datagram;
-    }
-    return bytes;
-}
-
-std::string ControlPc::readThrough(std::string_view ending)
-{
-    std::string bytes;
-    while (!bytes.ends_with(ending)) {
+    while (!isAll(bytes)) {
         const auto datagram = receive();
         if (!datagram) {
             break;

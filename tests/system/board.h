@@ -17,6 +17,8 @@
 #include <string_view>
 #include <sys/types.h>
 #include <termios.h>
+#include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -45,14 +47,26 @@ inline const std::string kDeviceType = "<F00006801263300c2>";
 class Descriptor {
 public:
     explicit Descriptor(int descriptor = -1) : number(descriptor) {}
-    Descriptor(Descriptor &&other) noexcept;
-    Descriptor &operator=(Descriptor &&other) noexcept;
-    ~Descriptor();
+    Descriptor(Descriptor &&other) noexcept : number(std::exchange(other.number, -1)) {}
+    Descriptor &operator=(Descriptor &&other) noexcept
+    {
+        std::swap(number, other.number);
+        return *this;
+    }
+    ~Descriptor()
+    {
+        close();
+    }
     int get() const
     {
         return number;
     }
-    void close();
+    void close()
+    {
+        if (number >= 0) {
+            ::close(std::exchange(number, -1));
+        }
+    }
 
 private:
     int number;
@@ -110,9 +124,12 @@ public:
     // The next datagram; nothing if none came.
     std::optional<std::string> receive(milliseconds patience = kPatience);
 
-    // The bytes of as many datagrams as it takes to have `count` of them, or to end with `ending`.
-    std::string read(size_t count);
-    std::string readThrough(std::string_view ending);
+    // The bytes of as many datagrams as it takes.
+    std::string readUntil(const std::function<bool(const std::string &bytes)> &isAll);
+    std::string read(size_t count)
+    {
+        return readUntil([count](const auto &bytes) { return bytes.size() >= count; });
+    }
 
     // Everything that comes until nothing has come for kQuiet.
     std::string readUntilQuiet();
