@@ -172,8 +172,8 @@ public:
     // Waits for "enter main", and for the reader thread's message, which may come later.
     bool starts();
 
-    // Waits until its receive threads have taken `action`'s bytes: so many from the line, and so
-    // many datagrams. The main loop must be held up meanwhile.
+    // Waits until its receive threads have taken what `action` sends: so many bytes of the line,
+    // and so many datagrams. Returns whether they have. Requires: the main loop is held up.
     bool receives(size_t lineBytes, size_t datagrams, const std::function<void()> &action);
 
     // All that it has printed on standard output so far, line by line without the newlines, and on

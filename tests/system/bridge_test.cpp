@@ -16,9 +16,9 @@ protected:
         ASSERT_EQ(front.read(5), "hello");
     }
 
-    // Lets the main loop find what `action` sends all at once: so many bytes of the line, and so
-    // many datagrams. Else it takes what has come so far whenever it looks. So meanwhile it waits
-    // for the line to take an answer. Returns when it can go on.
+    // Makes the main loop find what `action` sends all at once: so many bytes of the line, and so
+    // many datagrams. Otherwise it takes what has come so far each time it looks. It is held up
+    // meanwhile, as the line does not take its answer. Returns when it can go on.
     void atOnce(size_t lineBytes, size_t datagrams, const std::function<void()> &action)
     {
         front.hold();
