@@ -12,7 +12,6 @@
 #include <iterator>
 #include <net/if.h>
 #include <netinet/in.h>
-#include <numeric>
 #include <poll.h>
 #include <random>
 #include <sched.h>
@@ -25,6 +24,9 @@
 #include <thread>
 #include <unistd.h>
 #include <utility>
+
+#include "tests/support/bytes.h"
+#include "tests/support/files.h"
 
 using std::chrono::steady_clock;
 
@@ -80,13 +82,17 @@ std::string readSome(int descriptor, size_t most)
     return bytes;
 }
 
-std::string frame(char kind, const std::array<uint8_t, 7> &bytes)
+std::string frame(char kind, const Frame &bytes)
 {
-    const unsigned sum = std::accumulate(bytes.begin(), bytes.end(), 0u) & 0xFF;
-    char text[20];
-    std::snprintf(text, sizeof text, "<%c%02x%02x%02x%02x%02x%02x%02x%02x>", kind, bytes[0],
-                  bytes[1], bytes[2], bytes[3], bytes[4], bytes[5], bytes[6], sum);
-    return text;
+    const std::string all(bytes.begin(), bytes.end());
+    return std::string("<") + kind + hex(withChecksum(all)) + ">";
+}
+
+bool sleeps(const std::filesystem::path &task)
+{
+    const std::string line = contentOf(task / "stat");
+    const size_t name = line.rfind(')');
+    return name != line.npos && line.compare(name, 3, ") S") == 0;
 }
 
 sockaddr_in socketAddress(const char *address, uint16_t port)
@@ -105,34 +111,26 @@ const sockaddr *generic(const sockaddr_in &address)
 
 } // namespace
 
-Descriptor::Descriptor(Descriptor &&other) noexcept : number(std::exchange(other.number, -1)) {}
-
-Descriptor &Descriptor::operator=(Descriptor &&other) noexcept
-{
-    std::swap(number, other.number);
-    return *this;
-}
-
-Descriptor::~Descriptor()
-{
-    close();
-}
-
-void Descriptor::close()
-{
-    if (number >= 0) {
-        ::close(std::exchange(number, -1));
-    }
-}
-
-std::string command(const std::array<uint8_t, 7> &bytes)
+std::string command(const Frame &bytes)
 {
     return frame('T', bytes);
 }
 
-std::string reply(const std::array<uint8_t, 7> &bytes)
+std::string reply(const Frame &bytes)
 {
     return frame('F', bytes);
+}
+
+bool Board::eventually(const std::function<bool()> &condition)
+{
+    const Deadline deadline(kPatience);
+    while (!condition()) {
+        if (deadline.left() == milliseconds::zero()) {
+            return false;
+        }
+        std::this_thread::sleep_for(milliseconds(1));
+    }
+    return true;
 }
 
 std::string patternedBytes(size_t length)
@@ -209,11 +207,17 @@ termios FrontBoard::settings() const
 
 bool FrontBoard::waitUntilRaw() const
 {
-    const Deadline deadline(kPatience);
-    while (settings().c_lflag != 0 && deadline.left() > milliseconds::zero()) {
-        std::this_thread::sleep_for(milliseconds(1));
-    }
-    return settings().c_lflag == 0;
+    return Board::eventually([this] { return settings().c_lflag == 0; });
+}
+
+void FrontBoard::hold() const
+{
+    check(tcflow(slave.get(), TCOOFF), "TCOOFF");
+}
+
+void FrontBoard::release() const
+{
+    check(tcflow(slave.get(), TCOON), "TCOON");
 }
 
 void FrontBoard::hangUp()
@@ -251,10 +255,10 @@ std::optional<std::string> ControlPc::receive(milliseconds patience)
     return readSome(socket.get(), kLargestRead);
 }
 
-std::string ControlPc::read(size_t count)
+std::string ControlPc::readUntil(const std::function<bool(const std::string &bytes)> &isAll)
 {
     std::string bytes;
-    while (bytes.size() < count) {
+    while (!isAll(bytes)) {
         const auto datagram = receive();
         if (!datagram) {
             break;
@@ -394,7 +398,33 @@ bool Daemon::starts()
     return prints("enter main") && prints("uart_receive_fun 0");
 }
 
-const std::vector<std::string> &Daemon::lines()
+bool Daemon::receives(size_t lineBytes, size_t datagrams, const std::function<void()> &action)
+{
+    // How many bytes it has read from files and the line so far, and how many datagrams.
+    const std::string directory = "/proc/" + std::to_string(process);
+    const auto numberAfter = [&](const char *file, std::string_view label) {
+        const std::string text = contentOf(directory + file);
+        const size_t at = text.rfind(label);
+        return at == text.npos ? 0 : std::stoul(text.substr(at + label.size()));
+    };
+    const auto received = [&] {
+        return std::pair(numberAfter("/io", "rchar: "), numberAfter("/net/snmp", "Udp: "));
+    };
+    auto expected = received();
+    expected.first += lineBytes;
+    expected.second += datagrams;
+    action();
+    // What has been read is also stored when the threads wait for more.
+    return Board::eventually([&] {
+        const std::filesystem::directory_iterator tasks(directory + "/task");
+        return received() == expected &&
+               std::all_of(begin(tasks), end(tasks), [&](const auto &task) {
+                   return task.path().filename() == std::to_string(process) || sleeps(task.path());
+               });
+    });
+}
+
+const Lines &Daemon::lines()
 {
     while (collect(milliseconds::zero())) {
     }
@@ -449,6 +479,17 @@ bool Daemon::collect(milliseconds patience)
         }
     }
     return true;
+}
+
+void Board::expectAnswer(const Frame &asked, const Frame &answered)
+{
+    expectAnswer(command(asked), reply(answered));
+}
+
+void Board::expectAnswer(std::string_view asked, std::string_view answered)
+{
+    front.write(asked);
+    EXPECT_EQ(front.read(answered.size()), answered) << asked;
 }
 
 void RunningDaemon::SetUp()

@@ -5,17 +5,20 @@
 //
 // Waiting ends as soon as what is waited for is there, and at the latest after kPatience: what has
 // come until then is returned, so that the comparison in the test shows it. Nothing here keeps a
-// thread running. A program that uses these classes refuses to run outside the board.
+// thread running.
 
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
 #include <termios.h>
+#include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -23,7 +26,7 @@
 using std::chrono::milliseconds;
 
 // Long enough for a daemon under a sanitizer on a busy machine.
-inline constexpr milliseconds kPatience{10000};
+inline constexpr milliseconds kPatience{20000};
 
 // The same where the daemon runs sync(1), which writes out the file systems of the whole host.
 inline constexpr milliseconds kSyncPatience{60000};
@@ -31,26 +34,47 @@ inline constexpr milliseconds kSyncPatience{60000};
 // How long something must not happen to be taken for never.
 inline constexpr milliseconds kQuiet{150};
 
+using Lines = std::vector<std::string>;
+
+// Address, tag, command and dat1 to dat4.
+using Frame = std::array<uint8_t, 7>;
+
+// A command that any daemon answers, without changing anything.
+inline const std::string kReadDeviceType = "<T0000680100000069>";
+inline const std::string kDeviceType = "<F00006801263300c2>";
+
 // An owned file descriptor.
 class Descriptor {
 public:
     explicit Descriptor(int descriptor = -1) : number(descriptor) {}
-    Descriptor(Descriptor &&other) noexcept;
-    Descriptor &operator=(Descriptor &&other) noexcept;
-    ~Descriptor();
+    Descriptor(Descriptor &&other) noexcept : number(std::exchange(other.number, -1)) {}
+    Descriptor &operator=(Descriptor &&other) noexcept
+    {
+        std::swap(number, other.number);
+        return *this;
+    }
+    ~Descriptor()
+    {
+        close();
+    }
     int get() const
     {
         return number;
     }
-    void close();
+    void close()
+    {
+        if (number >= 0) {
+            ::close(std::exchange(number, -1));
+        }
+    }
 
 private:
     int number;
 };
 
-// `bytes`, which are address, tag, command and dat1 to dat4, as a frame with the right checksum.
-std::string command(const std::array<uint8_t, 7> &bytes); // "<T...>"
-std::string reply(const std::array<uint8_t, 7> &bytes);   // "<F...>"
+// The bytes as a frame with the right checksum.
+std::string command(const Frame &bytes); // "<T...>"
+std::string reply(const Frame &bytes);   // "<F...>"
 
 // `length` bytes among which there is neither a "<" nor a short period.
 std::string patternedBytes(size_t length);
@@ -72,9 +96,14 @@ public:
     // Everything that comes until nothing has come for kQuiet.
     std::string readUntilQuiet();
 
-    // The line's settings as they are at present, and whether the daemon has set it up by now.
+    // The line's settings as they are at present; waits until the daemon has set it up.
     termios settings() const;
     bool waitUntilRaw() const;
+
+    // Makes the line take nothing from the daemon, which then waits in the midst of its next write,
+    // until the line is released.
+    void hold() const;
+    void release() const;
 
     // Takes the line away: reads and writes on it fail from now on. For good: a new front board is
     // another line, even where it gets the same name.
@@ -95,8 +124,12 @@ public:
     // The next datagram; nothing if none came.
     std::optional<std::string> receive(milliseconds patience = kPatience);
 
-    // The bytes of as many datagrams as it takes to have `count` of them.
-    std::string read(size_t count);
+    // The bytes of as many datagrams as it takes.
+    std::string readUntil(const std::function<bool(const std::string &bytes)> &isAll);
+    std::string read(size_t count)
+    {
+        return readUntil([count](const auto &bytes) { return bytes.size() >= count; });
+    }
 
     // Everything that comes until nothing has come for kQuiet.
     std::string readUntilQuiet();
@@ -132,15 +165,20 @@ public:
     std::optional<int> waitForEnd(milliseconds patience = kPatience);
     void signal(int number) const;
 
-    // Waits until it has printed `line` (without its newline) `times` times since it started.
+    // Waits until it has printed `line` (without its newline) `times` times since the lines were
+    // forgotten.
     bool prints(std::string_view line, int times = 1, milliseconds patience = kPatience);
 
     // Waits for "enter main", and for the reader thread's message, which may come later.
     bool starts();
 
+    // Waits until its receive threads have taken what `action` sends: so many bytes of the line,
+    // and so many datagrams. Returns whether they have. Requires: the main loop is held up.
+    bool receives(size_t lineBytes, size_t datagrams, const std::function<void()> &action);
+
     // All that it has printed on standard output so far, line by line without the newlines, and on
     // standard error.
-    const std::vector<std::string> &lines();
+    const Lines &lines();
     const std::string &errors();
 
     // Forgets the lines so far.
@@ -158,16 +196,35 @@ private:
     Descriptor output;
     Descriptor error;
     std::string partOfLine;
-    std::vector<std::string> outputLines;
+    Lines outputLines;
     std::string errorText;
     std::optional<int> status;
 };
 
-// What most cases begin with: a front board and a daemon that has started.
-class RunningDaemon : public testing::Test {
+// A board with its front board, on which each case starts the daemon when it likes.
+class Board : public testing::Test {
+public:
+    // Waits until `condition` holds, and returns whether it does.
+    static bool eventually(const std::function<bool()> &condition);
+
+protected:
+    // Sends a command and compares the answer.
+    void expectAnswer(const Frame &asked, const Frame &answered);
+    void expectAnswer(std::string_view asked, std::string_view answered);
+
+    // The daemon runs, whatever else became of it.
+    void expectLife()
+    {
+        expectAnswer(kReadDeviceType, kDeviceType);
+    }
+
+    FrontBoard front;
+};
+
+// The same with a daemon that has started.
+class RunningDaemon : public Board {
 protected:
     void SetUp() override;
 
-    FrontBoard front;
     Daemon daemon;
 };

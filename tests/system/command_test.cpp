@@ -8,20 +8,13 @@ namespace {
 
 class SystemCommand : public RunningDaemon {
 protected:
-    // What the daemon says behind its start.
-    std::vector<std::string> news()
+    // What the daemon says after its start.
+    Lines news()
     {
-        const std::vector<std::string> &all = daemon.lines();
+        const Lines &all = daemon.lines();
         const auto from =
             std::find(all.begin(), all.end(), "getFreeChannel from=0, type=2, port=0");
         return {from == all.end() ? from : from + 1, all.end()};
-    }
-
-    // Sends bytes and compares all that the daemon answers to them.
-    void expectAnswer(const std::string &bytes, const std::string &answer)
-    {
-        front.write(bytes);
-        EXPECT_EQ(front.read(answer.size()), answer) << bytes;
     }
 
     // To be called last, when a further answer would show.
@@ -31,36 +24,37 @@ protected:
     }
 };
 
-using Lines = std::vector<std::string>;
-
 } // namespace
 
-TEST_F(SystemCommand, ReadsTheDeviceType)
+TEST_F(SystemCommand, AnswersAsTheRowsSay)
 {
-    expectAnswer("<T0000680100000069>", "<F00006801263300c2>");
-    EXPECT_TRUE(daemon.prints("read device type"));
-}
-
-TEST_F(SystemCommand, ReadsTheProtocolVersion)
-{
-    expectAnswer("<T00006a030000006d>", "<F00006a03010a0078>");
-}
-
-TEST_F(SystemCommand, CopiesAddressAndTagIntoTheAnswer)
-{
-    expectAnswer("<T01026a0300000070>", "<F01026a03010a007b>");
-    expectAnswer("<Tff00680100000068>", "<Fff006801263300c1>");
-    expectAnswer("<T7fff6a0312345687>", "<F7fff6a03010a00f6>");
+    // clang-format off
+    const struct {
+        const char *name, *asked, *answered;
+    } kRows[] = {
+        {"device type",        "<T0000680100000069>",         "<F00006801263300c2>"},
+        {"protocol version",   "<T00006a030000006d>",         "<F00006a03010a0078>"},
+        {"acknowledgement",    "<T010210110102032a>",         "<F010210110102032a>"},
+        {"address and tag",    "<T01026a0300000070>",         "<F01026a03010a007b>"},
+        {"high address",       "<Tff00680100000068>",         "<Fff006801263300c1>"},
+        {"parameters unread",  "<T7fff6a0312345687>",         "<F7fff6a03010a00f6>"},
+        {"begins anew",        "<T00006801<T0000680100000069>", "<F00006801263300c2>"},
+        {"begins at once",     "<<T0000680100000069>",        "<F00006801263300c2>"},
+        {"begins three times", "<<T<T<T0000680100000069>",    "<F00006801263300c2>"},
+        {"upper case",         "<TABCD6A03000000E5>",         "<Fabcd6a03010a00f0>"},
+        {"mixed case",         "<TaBcD6A03000000e5>",         "<Fabcd6a03010a00f0>"},
+        {"wrong digits are 0", "<T0g:068010-zz~069>",         "<F00006801263300c2>"},
+    };
+    // clang-format on
+    for (const auto &[name, asked, answered] : kRows) {
+        SCOPED_TRACE(name);
+        expectAnswer(asked, answered);
+    }
     for (int tag = 0; tag < 256; ++tag) {
         const auto byte = static_cast<uint8_t>(tag);
-        expectAnswer(command({0xA5, byte, 0x6A, 0x03, 0, 0, 0}),
-                     reply({0xA5, byte, 0x6A, 0x03, 1, 10, 0}));
+        expectAnswer(Frame{0xA5, byte, 0x6A, 0x03, 0, 0, 0},
+                     Frame{0xA5, byte, 0x6A, 0x03, 1, 10, 0});
     }
-}
-
-TEST_F(SystemCommand, EchoesWhatItAcknowledges)
-{
-    expectAnswer("<T010210110102032a>", "<F010210110102032a>");
 }
 
 TEST_F(SystemCommand, RefusesWhatItDoesNotKnowOrSupport)
@@ -102,21 +96,12 @@ TEST_F(SystemCommand, PutsAFrameTogetherThatComesCharacterByCharacter)
     ControlPc pc;
     pc.send("?");
     EXPECT_EQ(front.read(1), "?");
-    const std::string frame = "<T0000680100000069>";
     for (size_t i = 0; i < 18; ++i) {
-        front.write(frame.substr(i, 1));
-        EXPECT_EQ(pc.receive(), frame.substr(i, 1));
+        front.write(kReadDeviceType.substr(i, 1));
+        EXPECT_EQ(pc.receive(), kReadDeviceType.substr(i, 1));
     }
-    front.write(">");
-    EXPECT_EQ(front.read(19), "<F00006801263300c2>");
+    expectAnswer(">", kDeviceType);
     EXPECT_EQ(pc.readUntilQuiet(), "");
-}
-
-TEST_F(SystemCommand, BeginsAnewAtEveryOpeningCharacter)
-{
-    expectAnswer("<T00006801<T0000680100000069>", "<F00006801263300c2>");
-    expectAnswer("<<T0000680100000069>", "<F00006801263300c2>");
-    expectAnswer("<<T<T<T0000680100000069>", "<F00006801263300c2>");
 }
 
 TEST_F(SystemCommand, PassesOverWhatIsNoFrame)
@@ -157,15 +142,4 @@ TEST_F(SystemCommand, RefusesTwiceWhatIsWrongAtTheEndAndInTheChecksum)
     EXPECT_TRUE(daemon.prints("error checksum:<T0000680100000068}:19\r"));
     EXPECT_EQ(news(), (Lines{"error end:<T0000680100000068}\r", "checksum=105\r",
                              "error checksum:<T0000680100000068}:19\r"}));
-}
-
-TEST_F(SystemCommand, AcceptsUpperCaseAndAnswersInLowerCase)
-{
-    expectAnswer("<TABCD6A03000000E5>", "<Fabcd6a03010a00f0>");
-    expectAnswer("<TaBcD6A03000000e5>", "<Fabcd6a03010a00f0>");
-}
-
-TEST_F(SystemCommand, TakesAWrongDigitForZero)
-{
-    expectAnswer("<T0g:068010-zz~069>", "<F00006801263300c2>");
 }

@@ -4,14 +4,15 @@
 
 #include "tests/system/board.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <sstream>
 
 namespace {
 
-class SystemProtocol : public RunningDaemon {};
-
-using Bytes = std::array<uint8_t, 4>; // dat1 to dat4
+using SystemProtocol = RunningDaemon;
 
 const std::string kVersion = "<T00006a030000006d>";
 const std::string kVersionReply = "<F00006a03010a0078>";
@@ -21,166 +22,104 @@ const std::string kVersionReply = "<F00006a03010a0078>";
 const std::string
     kRecord("\xC0\xA8\x00\x64\xFF\xFF\xFF\x00\xC0\xA8\x00\x01\x02\x76\x65\x73\x6B\x01\xEE", 19);
 
-// What the device has been told so far.
-struct Device {
-    Bytes mask = {255, 255, 255, 0};
-    Bytes ip = {192, 168, 0, 100};
-    Bytes gateway = {192, 168, 0, 1};
-    uint8_t serialHigh = 0;
-    uint8_t serialLow = 0;
-    uint8_t dhcp = 1;
+// An answer's byte that is the one at this place of the command, or of the command kept last.
+enum { kSame = -1, kKept = -2 };
+using Answer = std::array<int, 4>;
+
+constexpr int kAny = -1;
+constexpr Answer kAck = {kSame, kSame, kSame, kSame};
+constexpr Answer kOfKept = {kKept, kKept, kKept, kKept};
+constexpr Answer kNak = {0xFF, 0xFF, 0xFF, 0xFF};
+
+// Of two rows for a command the first counts; what is in no row is refused.
+const struct Row {
+    uint8_t code;
+    int dat1;
+    std::optional<Answer> answer; // none: silence
+    bool isKept = false;
+    std::string follows = {};
+} kTable[] = {
+    // clang-format off
+    {0x10, 0x11, kAck},
+    {0x68, 0x01, {{0x01, 0x26, 0x33, 0x00}}},
+    {0x6A, 0x03, {{0x03, 1, 10, 0}}},
+    {0x6A, 0x04, {{0x04, 2, 13, 0}}},  // of the board's /etc/issue
+    {0x6A, 0x10, kAck, true},
+    {0x6A, 0x11, {{0x11, kKept, kKept, 0}}},
+    {0x84, kAny, kAck, true},
+    {0x85, kAny, kOfKept},
+    {0x88, kAny, kAck, true},
+    {0x89, kAny, kOfKept},             // an 88 before it keeps the interface from being read
+    {0x8C, kAny, kAck, true},
+    {0x8D, kAny, kOfKept},
+    {0x8E, 0x02, kAck},                // on, as before
+    {0x8E, 0x03, {{0x03, 1, 0, 0}}},
+    {0x8E, 0x05, {{0x05, 0, 0, 0}}},   // no interface has been read yet
+    {0x8E, 0x07, {{0x07, 0, 0, 0}}},
+    {0x8E, kAny, {}},
+    {0x9A, 0x10, {{0x10, 0, 0, 0}}},
+    {0x9A, 0x16, kAck},
+    {0x9A, 0x20, kAck},
+    {0x9A, 0xA1, {{0xA1, kSame, 4, 0}}},
+    {0x9A, 0xB1, kAck},                // of another program than this one
+    {0xF0, 0x20, {}},                  // too short for a network record
+    {0xF1, 0x20, {{0x20, kSame, 19, 0}}, false, kRecord},
+    {0xF2, 0x00, kAck},
+    {0xF2, 0x09, kAck},
+    {0xF2, 0x38, kAck},
+    {0xF2, 0x39, kAck},
+    {0xF3, 0x00, {{0x00, kSame, 0, 0}}, false, "[]"},
+    {0xF3, 0x09, {{0x09, kSame, 0, 0}}, false, "[]"},
+    {0xF3, 0x39, {{0x39, kSame, 0, 0}}, false, "[]"},
+    // clang-format on
 };
 
-struct Exchange {
-    std::string asks;    // the frame, and its payload if it has one
-    std::string answers; // what comes for it, nothing for silence
-};
-
-// One command and its answer, as the table has it.
-class Table {
-public:
-    Exchange exchange(uint8_t code, uint8_t dat1)
-    {
-        // Parameters that differ from command to command and from each other.
-        const auto mixed = static_cast<uint8_t>(code * 0x35 + dat1 * 0x9D);
-        Bytes data = {dat1, static_cast<uint8_t>(mixed + 0x33), static_cast<uint8_t>(mixed + 0x44),
-                      static_cast<uint8_t>(mixed + 0x55)};
-        std::string payload;
-        if (code == 0x9A && dat1 == 0xA0) {
-            data[1] = 6; // 7 would be followed by a block
-        } else if (code == 0xF0) {
-            data[2] = 2; // a byte and its checksum
-            data[3] = 0;
-            payload = "xx";
-        } else if (code == 0xF2) {
-            payload = "[a=1]";
-        }
-        const auto address = static_cast<uint8_t>(mixed + 0x11);
-        const auto tag = static_cast<uint8_t>(mixed + 0x22);
-        Exchange result;
-        result.asks = command({address, tag, code, data[0], data[1], data[2], data[3]}) + payload;
-        if (const std::optional<Bytes> answer = answerTo(code, data)) {
-            const Bytes &a = *answer;
-            result.answers = reply({address, tag, code, a[0], a[1], a[2], a[3]});
-        }
-        if (code == 0xF1 && dat1 == 0x20) {
-            result.answers += kRecord;
-        } else if (code == 0xF3 && (dat1 == 0x00 || dat1 == 0x09 || dat1 == 0x39)) {
-            result.answers += "[]";
-        }
-        return result;
-    }
-
-private:
-    std::optional<Bytes> answerTo(uint8_t code, const Bytes &data)
-    {
-        const uint8_t dat1 = data[0];
-        const Bytes ack = data;
-        const Bytes nak = {0xFF, 0xFF, 0xFF, 0xFF};
-        switch (code) {
-        case 0x10:
-            return dat1 == 0x11 ? ack : nak;
-        case 0x68:
-            return dat1 == 0x01 ? Bytes{0x01, 0x26, 0x33, 0x00} : nak;
-        case 0x6A:
-            return answerTo6A(data).value_or(nak);
-        case 0x84:
-            return device.mask = data;
-        case 0x85:
-            return device.mask;
-        case 0x88:
-            return device.ip = data;
-        case 0x89: // behind an 88, which keeps the interface from being read
-            return device.ip;
-        case 0x8C:
-            return device.gateway = data;
-        case 0x8D:
-            return device.gateway;
-        case 0x8E:
-            return answerTo8E(data);
-        case 0x9A:
-            return answerTo9A(data).value_or(nak);
-        case 0xF0:
-            return dat1 == 0x20 ? std::optional<Bytes>() : nak; // too short for a network record
-        case 0xF1:
-            return dat1 == 0x20 ? Bytes{0x20, data[1], 19, 0} : nak;
-        case 0xF2:
-            return dat1 == 0x00 || dat1 == 0x09 || dat1 == 0x38 || dat1 == 0x39 ? ack : nak;
-        case 0xF3:
-            return dat1 == 0x00 || dat1 == 0x09 || dat1 == 0x39 ? Bytes{dat1, data[1], 0, 0} : nak;
-        default:
-            return nak;
-        }
-    }
-
-    std::optional<Bytes> answerTo6A(const Bytes &data)
-    {
-        switch (data[0]) {
-        case 0x03:
-            return Bytes{0x03, 1, 10, 0};
-        case 0x04:
-            return Bytes{0x04, 2, 13, 0}; // of the board's /etc/issue
-        case 0x10:
-            device.serialHigh = data[1];
-            device.serialLow = data[2];
-            return data;
-        case 0x11:
-            return Bytes{0x11, device.serialHigh, device.serialLow, 0};
-        default:
-            return std::nullopt;
-        }
-    }
-
-    std::optional<Bytes> answerTo8E(const Bytes &data)
-    {
-        switch (data[0]) {
-        case 0x02:
-            if (data[1] != device.dhcp) {
-                device.dhcp = data[1] != 0 ? 1 : 0;
-            }
-            return data;
-        case 0x03:
-            return Bytes{0x03, device.dhcp, 0, 0};
-        case 0x05: // no interface has been read yet
-        case 0x07:
-            return Bytes{data[0], 0, 0, 0};
-        default:
-            return std::nullopt;
-        }
-    }
-
-    static std::optional<Bytes> answerTo9A(const Bytes &data)
-    {
-        switch (data[0]) {
-        case 0x10:
-            return Bytes{0x10, 0, 0, 0};
-        case 0x16:
-        case 0x20:
-        case 0xB1: // of another program than this one
-            return data;
-        case 0xA1:
-            return Bytes{0xA1, data[1], 4, 0};
-        default:
-            return std::nullopt;
-        }
-    }
-
-    Device device;
-};
-
-// In rising order of the codes: 88 comes before 89.
+// Every command once, in rising order: the one to be kept comes before those that read it.
 TEST_F(SystemProtocol, AnswersEveryCommandWithEverySubCommandAsTheTableSays)
 {
     constexpr unsigned kAtOnce = 64; // fit into the device's pipe together
-    Table table;
+    Frame kept{};
     for (unsigned first = 0; first < 0x10000; first += kAtOnce) {
         std::string asks;
         std::string answers;
-        for (unsigned code = first; code < first + kAtOnce; ++code) {
-            const Exchange exchange =
-                table.exchange(static_cast<uint8_t>(code >> 8), static_cast<uint8_t>(code));
-            asks += exchange.asks;
-            answers += exchange.answers;
+        for (unsigned both = first; both < first + kAtOnce; ++both) {
+            const auto code = static_cast<uint8_t>(both >> 8);
+            const auto dat1 = static_cast<uint8_t>(both);
+            const auto row = std::find_if(std::begin(kTable), std::end(kTable), [&](const Row &it) {
+                return it.code == code && (it.dat1 == dat1 || it.dat1 == kAny);
+            });
+            const Row answer = row == std::end(kTable) ? Row{code, kAny, kNak} : *row;
+
+            // Parameters that differ from command to command and from each other.
+            Frame frame = {0, 0, code, dat1, 0, 0, 0};
+            const unsigned mixed = code * 0x35u + dat1 * 0x9Du;
+            for (const unsigned i : {0u, 1u, 4u, 5u, 6u}) {
+                frame[i] = static_cast<uint8_t>(mixed + (i + 1) * 0x11);
+            }
+            std::string payload;
+            if (code == 0x9A && dat1 == 0xA0) {
+                frame[4] = 6; // 7 would be followed by a block
+            } else if (code == 0xF0) {
+                frame[5] = 2; // a byte and its checksum
+                frame[6] = 0;
+                payload = "xx";
+            } else if (code == 0xF2) {
+                payload = "[a=1]";
+            }
+            asks += command(frame) + payload;
+            if (answer.isKept) {
+                kept = frame;
+            }
+            if (answer.answer) {
+                for (size_t i = 0; i < 4; ++i) {
+                    const int byte = answer.answer->at(i);
+                    uint8_t &place = frame.at(3 + i);
+                    place = byte == kSame   ? place
+                            : byte == kKept ? kept.at(3 + i)
+                                            : static_cast<uint8_t>(byte);
+                }
+                answers += reply(frame) + answer.follows;
+            }
         }
         // Where all of them are silent, this tells when they are through.
         front.write(asks + kVersion);

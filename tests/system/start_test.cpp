@@ -16,11 +16,8 @@
 
 namespace {
 
-constexpr char kReadDeviceType[] = "<T0000680100000069>";
-constexpr char kDeviceType[] = "<F00006801263300c2>";
-
-// What a device without settings says when it loads them.
-const std::vector<std::string> kNoSettings = {
+// What a device without settings says when it loads them, and then.
+const Lines kNoSettings = {
     "open file /userdata/UserPref.sav error",
     "UserPref ID = 0x0\r",
     "reset userPref\r",
@@ -32,143 +29,67 @@ const std::vector<std::string> kNoSettings = {
     "open file /userdata/save0.sav error",
     "reset user save\r",
     "save save0.sav",
+    "enter main",
 };
 
-class SystemStart : public RunningDaemon {};
+using SystemStart = Board;
+using SystemLine = testing::Test;
 
 } // namespace
 
-TEST_F(SystemStart, SaysWhatItDoesInOrder)
+TEST_F(SystemStart, SaysWhatItDoesInOrderAndNothingTwice)
 {
-    std::vector<std::string> lines = daemon.lines();
+    Daemon daemon;
+    ASSERT_TRUE(daemon.starts());
+    Lines lines = daemon.lines();
     // Said by the reader thread, whose turn comes when it comes.
     const auto reader = std::find(lines.begin(), lines.end(), "uart_receive_fun 0");
     ASSERT_NE(reader, lines.end());
     EXPECT_GE(reader - lines.begin(), 4);
     lines.erase(reader);
 
-    ASSERT_EQ(lines.size(), 6u + kNoSettings.size());
+    ASSERT_EQ(lines.size(), 5u + kNoSettings.size());
     EXPECT_EQ(lines[0], "Open /dev/ttyS0 ......");
     EXPECT_EQ(lines[1], "fcntl = 0 !");
-    const std::string_view label = "serial_open file ID= ";
-    ASSERT_EQ(lines[2].substr(0, label.size()), label);
+    const std::string label = "serial_open file ID= ";
+    ASSERT_TRUE(lines[2].starts_with(label)) << lines[2];
     const std::string descriptor = std::to_string(std::stoi(lines[2].substr(label.size())));
-    EXPECT_EQ(lines[2].substr(label.size()), descriptor + " !");
-    const std::string descriptors = "/proc/" + std::to_string(daemon.pid()) + "/fd/";
-    EXPECT_EQ(std::filesystem::read_symlink(descriptors + descriptor),
+    EXPECT_EQ(lines[2], label + descriptor + " !");
+    const std::string process = "/proc/" + std::to_string(daemon.pid());
+    EXPECT_EQ(std::filesystem::read_symlink(process + "/fd/" + descriptor),
               std::filesystem::read_symlink("/dev/ttyS0"));
     EXPECT_EQ(lines[3], "serial_set success !");
     EXPECT_EQ(lines[4], "==kel UARTInit DEV_NAME[0]:/dev/ttyS0");
-    EXPECT_EQ(std::vector<std::string>(lines.begin() + 5, lines.end() - 1), kNoSettings);
-    EXPECT_EQ(lines.back(), "enter main");
+    EXPECT_EQ(Lines(lines.begin() + 5, lines.end()), kNoSettings);
+
+    daemon.forgetLines();
+    for (int i = 0; i < 3; ++i) {
+        expectLife();
+        EXPECT_TRUE(daemon.prints("read device type", i + 1));
+    }
+    EXPECT_EQ(daemon.lines(), (Lines{"getFreeChannel from=0, type=2, port=0", "read device type",
+                                     "read device type", "read device type"}));
+    EXPECT_EQ(daemon.errors(), "");
+
+    // It needs no real-time priority.
+    int threads = 0;
+    for (const auto &task : std::filesystem::directory_iterator(process + "/task")) {
+        EXPECT_EQ(sched_getscheduler(std::stoi(task.path().filename())), SCHED_OTHER);
+        ++threads;
+    }
+    EXPECT_GE(threads, 3) << "the main loop and two receive threads; a sanitizer may add one";
+}
+
+TEST_F(SystemStart, IgnoresArguments)
+{
+    Daemon daemon({"--help", "-x", "", "/dev/null"});
+    ASSERT_TRUE(daemon.starts());
+    expectLife();
     EXPECT_EQ(daemon.errors(), "");
 }
 
-TEST_F(SystemStart, TellsOfTheFirstBytesAndSaysNothingTwice)
+TEST_F(SystemStart, EndsWithStatus2WhenThePortIsTaken)
 {
-    const std::vector<std::string> atStart = daemon.lines();
-    for (int i = 0; i < 3; ++i) {
-        front.write(kReadDeviceType);
-        EXPECT_EQ(front.read(19), kDeviceType);
-        EXPECT_TRUE(daemon.prints("read device type", i + 1));
-    }
-    std::vector<std::string> expected = atStart;
-    expected.emplace_back("getFreeChannel from=0, type=2, port=0");
-    expected.insert(expected.end(), 3, "read device type");
-    EXPECT_EQ(daemon.lines(), expected);
-}
-
-// A pseudo terminal is always 8N1 with its receiver on, so those three cannot fail here.
-TEST(SystemLine, IsSetUpRawWhateverItWasBefore)
-{
-    FrontBoard front;
-    const termios before = front.settings();
-    ASSERT_NE(before.c_iflag, 0u);
-    ASSERT_NE(before.c_oflag, 0u);
-    ASSERT_NE(before.c_lflag, 0u);
-    ASSERT_NE(cfgetospeed(&before), static_cast<speed_t>(B115200));
-
-    Daemon daemon;
-    ASSERT_TRUE(daemon.starts());
-    const termios after = front.settings();
-    EXPECT_EQ(after.c_iflag, 0u);
-    EXPECT_EQ(after.c_oflag, 0u);
-    EXPECT_EQ(after.c_lflag, 0u);
-    EXPECT_EQ(cfgetispeed(&after), static_cast<speed_t>(B115200));
-    EXPECT_EQ(cfgetospeed(&after), static_cast<speed_t>(B115200));
-    EXPECT_EQ(after.c_cflag & static_cast<tcflag_t>(~CBAUD),
-              static_cast<tcflag_t>(CS8 | CREAD | CLOCAL));
-    EXPECT_EQ(after.c_cc[VMIN], 0);
-    EXPECT_EQ(after.c_cc[VTIME], 0);
-}
-
-TEST(SystemLine, LosesWhatCameBeforeItWasSetUp)
-{
-    FrontBoard front;
-    front.write(kReadDeviceType);
-    EXPECT_EQ(front.read(19), kReadDeviceType) << "a line that nobody has set up echoes";
-
-    Daemon daemon;
-    ASSERT_TRUE(daemon.starts());
-    EXPECT_EQ(front.readUntilQuiet(), "");
-    front.write("<T01026a0300000070>");
-    EXPECT_EQ(front.read(19), "<F01026a03010a007b>");
-}
-
-TEST(SystemLine, MayBeMissing)
-{
-    ControlPc pc;
-    Daemon daemon;
-    ASSERT_TRUE(daemon.prints("enter main"));
-    std::vector<std::string> expected = {"Can't Open Serial Port /dev/ttyS0 !"};
-    expected.insert(expected.end(), kNoSettings.begin(), kNoSettings.end());
-    expected.emplace_back("enter main");
-    EXPECT_EQ(daemon.lines(), expected);
-    EXPECT_EQ(daemon.errors(), "Can't get old terminal description !: Bad file descriptor\n");
-    pc.send("hello");
-    EXPECT_TRUE(daemon.prints("uart0 write data error len=0, size=5"));
-    pc.send("hi");
-    EXPECT_TRUE(daemon.prints("uart0 write data error len=0, size=2"));
-    EXPECT_TRUE(daemon.isRunning());
-}
-
-TEST(SystemLine, MayBeNoTerminal)
-{
-    ControlPc pc;
-    std::filesystem::create_symlink("/dev/null", "/dev/ttyS0");
-    Daemon daemon;
-    EXPECT_TRUE(daemon.prints("enter main"));
-    EXPECT_EQ(daemon.errors(),
-              "Can't get old terminal description !: Inappropriate ioctl for device\n");
-    EXPECT_EQ(std::count(daemon.lines().begin(), daemon.lines().end(), "uart_receive_fun 0"), 0);
-    pc.send("hello");
-    EXPECT_EQ(pc.readUntilQuiet(), "");
-    EXPECT_TRUE(daemon.isRunning());
-    std::filesystem::remove("/dev/ttyS0");
-}
-
-// The daemon leads a session: had the line become its controlling terminal, this would end it.
-TEST(SystemLine, MayGoAwayAndAnotherMayCome)
-{
-    ControlPc pc;
-    std::optional<FrontBoard> front(std::in_place);
-    Daemon daemon;
-    ASSERT_TRUE(daemon.starts());
-    front->hangUp();
-    pc.send("hello");
-    EXPECT_TRUE(daemon.prints("uart0 write data error len=0, size=5"));
-
-    front.reset();
-    front.emplace();
-    pc.send("anybody there?");
-    EXPECT_TRUE(daemon.prints("uart0 write data error len=0, size=14"));
-    EXPECT_EQ(front->readUntilQuiet(), "") << "what it has open is the line that is gone";
-    EXPECT_TRUE(daemon.isRunning());
-}
-
-TEST(SystemPort, TakenEndsTheDaemonWithStatus2)
-{
-    FrontBoard front;
     const Descriptor taker(socket(AF_INET, SOCK_DGRAM, 0));
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -185,55 +106,95 @@ TEST(SystemPort, TakenEndsTheDaemonWithStatus2)
     EXPECT_NE(front.settings().c_lflag, 0u) << "the port comes before the line";
 }
 
-TEST(SystemArguments, AreIgnored)
-{
-    FrontBoard front;
-    Daemon daemon({"--help", "-x", "", "/dev/null"});
-    ASSERT_TRUE(daemon.starts());
-    front.write(kReadDeviceType);
-    EXPECT_EQ(front.read(19), kDeviceType);
-    EXPECT_EQ(daemon.errors(), "");
-}
-
-TEST_F(SystemStart, NeedsNoRealTimePriority)
-{
-    front.write(kReadDeviceType);
-    EXPECT_EQ(front.read(19), kDeviceType);
-    const std::string tasks = "/proc/" + std::to_string(daemon.pid()) + "/task";
-    int threads = 0;
-    for (const auto &task : std::filesystem::directory_iterator(tasks)) {
-        EXPECT_EQ(sched_getscheduler(std::stoi(task.path().filename())), SCHED_OTHER);
-        ++threads;
-    }
-    EXPECT_GE(threads, 3) << "the main loop and two receive threads; a sanitizer may add one";
-}
-
-TEST(SystemEnd, ComesWithTheSignalAndLeavesNoProcess)
+TEST_F(SystemStart, FindsPortAndLineFreeAfterASignalThatLeavesNoProcess)
 {
     // Whatever the daemon leaves behind becomes a child of this process.
     ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1), 0);
-    FrontBoard front;
-    Daemon daemon;
-    ASSERT_TRUE(daemon.starts());
-    front.write(kReadDeviceType);
-    EXPECT_EQ(front.read(19), kDeviceType);
-
-    daemon.signal(SIGTERM);
-    const std::optional<int> status = daemon.waitForEnd();
-    ASSERT_TRUE(status);
-    EXPECT_TRUE(WIFSIGNALED(*status));
-    EXPECT_EQ(WTERMSIG(*status), SIGTERM);
-    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
-    EXPECT_EQ(errno, ECHILD);
-}
-
-TEST(SystemEnd, FreesThePortAndTheLineForTheNextStart)
-{
-    FrontBoard front;
-    for (int i = 0; i < 3; ++i) {
+    for (const int number : {SIGTERM, SIGKILL, SIGTERM}) {
         Daemon daemon;
         ASSERT_TRUE(daemon.starts());
-        front.write(kReadDeviceType);
-        EXPECT_EQ(front.read(19), kDeviceType);
+        expectLife();
+        daemon.signal(number);
+        const std::optional<int> status = daemon.waitForEnd();
+        ASSERT_TRUE(status);
+        EXPECT_TRUE(WIFSIGNALED(*status));
+        EXPECT_EQ(WTERMSIG(*status), number);
+        EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+        EXPECT_EQ(errno, ECHILD);
     }
+}
+
+// A pseudo terminal is always 8N1 with its receiver on, so those three cannot fail here.
+TEST_F(SystemStart, SetsTheLineUpRawAndLosesWhatCameBefore)
+{
+    const termios before = front.settings();
+    ASSERT_NE(before.c_iflag, 0u);
+    ASSERT_NE(before.c_oflag, 0u);
+    ASSERT_NE(before.c_lflag, 0u);
+    ASSERT_NE(cfgetospeed(&before), static_cast<speed_t>(B115200));
+    expectAnswer(kReadDeviceType, kReadDeviceType); // a line that nobody has set up echoes
+
+    Daemon daemon;
+    ASSERT_TRUE(daemon.starts());
+    const termios after = front.settings();
+    EXPECT_EQ(after.c_iflag, 0u);
+    EXPECT_EQ(after.c_oflag, 0u);
+    EXPECT_EQ(after.c_lflag, 0u);
+    EXPECT_EQ(cfgetispeed(&after), static_cast<speed_t>(B115200));
+    EXPECT_EQ(cfgetospeed(&after), static_cast<speed_t>(B115200));
+    EXPECT_EQ(after.c_cflag & static_cast<tcflag_t>(~CBAUD),
+              static_cast<tcflag_t>(CS8 | CREAD | CLOCAL));
+    EXPECT_EQ(after.c_cc[VMIN], 0);
+    EXPECT_EQ(after.c_cc[VTIME], 0);
+    EXPECT_EQ(front.readUntilQuiet(), "");
+    expectAnswer("<T01026a0300000070>", "<F01026a03010a007b>");
+}
+
+TEST_F(SystemLine, MayBeMissing)
+{
+    ControlPc pc;
+    Daemon daemon;
+    ASSERT_TRUE(daemon.prints("enter main"));
+    Lines expected = kNoSettings;
+    expected.insert(expected.begin(), "Can't Open Serial Port /dev/ttyS0 !");
+    EXPECT_EQ(daemon.lines(), expected);
+    EXPECT_EQ(daemon.errors(), "Can't get old terminal description !: Bad file descriptor\n");
+    pc.send("hello");
+    EXPECT_TRUE(daemon.prints("uart0 write data error len=0, size=5"));
+    pc.send("hi");
+    EXPECT_TRUE(daemon.prints("uart0 write data error len=0, size=2"));
+    EXPECT_TRUE(daemon.isRunning());
+}
+
+TEST_F(SystemLine, MayBeNoTerminal)
+{
+    ControlPc pc;
+    std::filesystem::create_symlink("/dev/null", "/dev/ttyS0");
+    Daemon daemon;
+    EXPECT_TRUE(daemon.prints("enter main"));
+    EXPECT_EQ(daemon.errors(),
+              "Can't get old terminal description !: Inappropriate ioctl for device\n");
+    EXPECT_EQ(std::count(daemon.lines().begin(), daemon.lines().end(), "uart_receive_fun 0"), 0);
+    pc.send("hello");
+    EXPECT_EQ(pc.readUntilQuiet(), "");
+    EXPECT_TRUE(daemon.isRunning());
+}
+
+// The daemon leads a session: had the line become its controlling terminal, this would end it.
+TEST_F(SystemLine, MayGoAwayAndAnotherMayCome)
+{
+    ControlPc pc;
+    std::optional<FrontBoard> front(std::in_place);
+    Daemon daemon;
+    ASSERT_TRUE(daemon.starts());
+    front->hangUp();
+    pc.send("hello");
+    EXPECT_TRUE(daemon.prints("uart0 write data error len=0, size=5"));
+
+    front.reset();
+    front.emplace();
+    pc.send("anybody there?");
+    EXPECT_TRUE(daemon.prints("uart0 write data error len=0, size=14"));
+    EXPECT_EQ(front->readUntilQuiet(), "") << "what it has open is the line that is gone";
+    EXPECT_TRUE(daemon.isRunning());
 }

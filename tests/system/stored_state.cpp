@@ -2,14 +2,7 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstdint>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <optional>
-#include <sys/wait.h>
-
-namespace fs = std::filesystem;
 
 Lines operator+(Lines first, const Lines &second)
 {
@@ -39,55 +32,31 @@ Bytes firstStart(const std::string &name)
 
 Bytes userSettingResetFrom(const Bytes &before)
 {
-    Bytes bytes = firstStart("save0-over-a5.sav"); // A5: left alone
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        if (bytes[i] == '\xA5') {
-            const bool isInPreview = i >= kPreviewAt && i < kProgramAt;
-            bytes[i] = before.at(isInPreview ? i + kViewSize : i);
-        }
-    }
-    return bytes;
+    return resetOver(before, FIRST_START);
 }
 
 void putAll(const Files &files)
 {
-    fs::remove_all("/userdata");
-    fs::create_directory("/userdata");
+    std::filesystem::remove_all(kDirectory);
+    std::filesystem::create_directory(kDirectory);
     for (const auto &[name, content] : files) {
         put(pathOf(name), content);
     }
 }
 
-Files allFiles()
-{
-    Files files;
-    for (const auto &entry : fs::directory_iterator("/userdata")) {
-        files[entry.path().filename()] = contentOf(entry.path());
-    }
-    return files;
-}
-
-std::map<std::string, size_t> sizesOf(const Files &files)
-{
-    std::map<std::string, size_t> sizes;
-    for (const auto &[name, content] : files) {
-        sizes[name] = content.size();
-    }
-    return sizes;
-}
-
 void expectFiles(const Files &expected)
 {
-    const Files found = allFiles();
-    EXPECT_EQ(sizesOf(found), sizesOf(expected));
-    for (const auto &[name, content] : expected) {
-        const auto it = found.find(name);
-        if (it == found.end() || it->second == content) {
-            continue;
+    const auto namesOf = [](const Files &files) {
+        Lines names;
+        for (const auto &[name, content] : files) {
+            names.push_back(name);
         }
-        const auto ends =
-            std::mismatch(content.begin(), content.end(), it->second.begin(), it->second.end());
-        ADD_FAILURE() << name << " differs from offset " << ends.first - content.begin() << " on";
+        return names;
+    };
+    Files found = filesIn();
+    EXPECT_EQ(namesOf(found), namesOf(expected));
+    for (const auto &[name, content] : expected) {
+        EXPECT_TRUE(areBytes(found[name], content)) << name;
     }
 }
 
@@ -104,33 +73,17 @@ Lines linesOfLoading(Daemon &daemon)
     return {opened + 1, lines.end() - 1};
 }
 
-void SystemState::startAndEnd(const Lines &says)
+void SystemState::startAndEnd(const Lines &says, const std::function<void()> &asks)
 {
     Daemon daemon;
     ASSERT_TRUE(daemon.starts());
     EXPECT_EQ(linesOfLoading(daemon), says);
     expectLife();
-    end(daemon);
-}
-
-void SystemState::expectLife()
-{
-    front.write(command({0, 0, 0x68, 1, 0, 0, 0}));
-    EXPECT_EQ(front.read(19), reply({0, 0, 0x68, 1, 0x26, 0x33, 0}));
-}
-
-void SystemState::expectSerialNumber(uint8_t high, uint8_t low)
-{
-    front.write(command({0, 0, 0x6A, 0x11, 0, 0, 0}));
-    EXPECT_EQ(front.read(19), reply({0, 0, 0x6A, 0x11, high, low, 0}));
-}
-
-void SystemState::end(Daemon &daemon)
-{
-    ASSERT_TRUE(daemon.isRunning());
+    if (asks) {
+        asks();
+    }
+    EXPECT_TRUE(daemon.isRunning());
     daemon.signal(SIGKILL);
-    const std::optional<int> status = daemon.waitForEnd();
-    ASSERT_TRUE(status);
-    EXPECT_TRUE(WIFSIGNALED(*status) && WTERMSIG(*status) == SIGKILL) << *status;
+    ASSERT_TRUE(daemon.waitForEnd());
     EXPECT_EQ(daemon.errors(), "");
 }

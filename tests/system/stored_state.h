@@ -7,11 +7,10 @@
 #include "tests/system/board.h"
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <string>
-#include <vector>
 
-using Lines = std::vector<std::string>;
 using Files = std::map<std::string, Bytes>; // by name in the settings directory
 
 inline constexpr char kUserPref[] = "UserPref.sav";
@@ -46,8 +45,7 @@ std::string pathOf(const std::string &name);
 // An expected file.
 Bytes firstStart(const std::string &name);
 
-// The user setting record as a reset leaves it that began with these bytes in memory. Of the
-// preview nothing of its own is left: it becomes a copy of the program view.
+// The user setting record as a reset leaves it that began with these bytes in memory.
 Bytes userSettingResetFrom(const Bytes &before);
 
 // The work-time list of a device from the factory.
@@ -68,29 +66,19 @@ inline const Files kUsed = {{kUserPref, kUsedUserPref},
                             {kWorkTime, kUsedWorkTime},
                             {kUserSetting, kUsedUserSetting}};
 
-// Makes the settings directory anew with these files, and tells which files are in it.
+// Makes the settings directory anew with these files.
 void putAll(const Files &files);
-Files allFiles();
-
-// Names with sizes, which say more in a message than the files.
-std::map<std::string, size_t> sizesOf(const Files &files);
 
 // These files and no others are in the settings directory.
 void expectFiles(const Files &expected);
 
-// All that a daemon that has started says behind the opening of its line and before "enter main".
+// All that a daemon that has started says after the opening of its line and before "enter main".
 Lines linesOfLoading(Daemon &daemon);
 
 // Each case starts the daemon when the files are as it wants them.
-class SystemState : public testing::Test {
+class SystemState : public Board {
 protected:
-    // A start, an answer, and an end by force. `says` is everything about the stored state.
-    void startAndEnd(const Lines &says);
-
-    void expectLife();
-    void expectSerialNumber(uint8_t high, uint8_t low);
-
-    static void end(Daemon &daemon);
-
-    FrontBoard front;
+    // A start, an answer, and an end by force. `says` is everything about the stored state, and
+    // `asks` what else happens before the end.
+    void startAndEnd(const Lines &says, const std::function<void()> &asks = {});
 };
