@@ -113,7 +113,7 @@ Bytes slotBuffer()
 
 // Switching --------------------------------------------------------------------------------------
 
-// Only the low four bits of a number count.
+// Only the low four bits of a number count: 17 selects view 1.
 TEST(Scene, SwitchingShowsTheStoredViewAndMakesItCurrent)
 {
     std::vector<uint32_t> numbers = {17,  31,  16,  0xF0,        0x108,
@@ -391,6 +391,8 @@ TEST(Scene, WithAllViewsEmptyTheNextOneIsZeroAndAllOthersWereTestedInOrder)
                   Outcome(0, ""));
         EXPECT_EQ(loaded, orderAfter(view)) << view;
     }
+    EXPECT_EQ(orderAfter(15),
+              (std::vector<int32_t>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14}));
 }
 
 TEST(Scene, TheOnlyViewThatIsNotEmptyIsTheNextOfAllOthersAndNotItsOwn)
