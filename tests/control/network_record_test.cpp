@@ -171,14 +171,6 @@ TEST(NetworkRecord, RefusesToWriteMoreThanTheBufferHoldsAndClosesItsDescriptors)
     EXPECT_EQ(openDescriptors(), before);
 }
 
-TEST(NetworkRecord, ReadsTheDefaultRoute)
-{
-    EXPECT_EQ(local(get_route, "", 4), (Local{0, "c0a80001eeeeeeee", ""}));
-    EXPECT_EQ(journal, Journal{"popen ip route | grep default | awk '{print $3}'"});
-    world.popenFailsAt = 1;
-    EXPECT_EQ(local(get_route, "", 4), (Local{-1, kUntouched, "popen error !\n"}));
-}
-
 // Any white space is accepted. Text after the last number makes it none, and more numbers an error.
 TEST(NetworkRecord, ReadsTheFirstRouteThatIpPrintsIfItIsOne)
 {
@@ -208,6 +200,10 @@ TEST(NetworkRecord, ReadsTheFirstRouteThatIpPrintsIfItIsOne)
         {"default via " + many + "\n", tooMany},
         {"default via " + std::string(5000, '.') + "\n", tooMany},
     };
+    EXPECT_EQ(local(get_route, "", 4), (Local{0, "c0a80001eeeeeeee", ""})); // the board's own
+    EXPECT_EQ(journal, Journal{"popen ip route | grep default | awk '{print $3}'"});
+    world.popenFailsAt = 1;
+    EXPECT_EQ(local(get_route, "", 4), (Local{-1, kUntouched, "popen error !\n"}));
     for (const auto &row : rows) {
         toolPrints("ip", row.output);
         EXPECT_EQ(local(get_route, "", 4), row.expected) << row.output;
@@ -251,21 +247,21 @@ TEST(NetworkRecord, WritesAVendorItemOfLengthSixOrItsOwn)
         std::string request;
     } rows[] = {
         // clang-format off
-        {1,   {10},            "01000a00 5a5a5a5a5a5a5a5a5a01"},
+        {1,   {10},            "01000a00 00010203040506070809"},
         {1,   {0},             "01000000 "},
-        {1,   {92},            "01005c00 5a5a5a5a5a5a5a5a5a01" + hex(std::string(82, '\x5A'))},
-        {5,   {3},             "05000300 5a5a5a"},
-        {0,   {10, 1, 0xFFFF}, "00000600 5a5a5a5a5a5a"},
-        {2,   {10, 1, 0xFFFF}, "02000600 5a5a5a5a5a5a"},
-        {3,   {10, 1, 0xFFFF}, "03000600 5a5a5a5a5a5a"},
-        {4,   {10, 1, 0xFFFF}, "04000600 5a5a5a5a5a5a"},
-        {6,   {10, 1, 0xFFFF}, "06000600 5a5a5a5a5a5a"},
-        {255, {10, 1, 0xFFFF}, "ff000600 5a5a5a5a5a5a"},
-        {257, {10, 1, 0xFFFF}, "01010600 5a5a5a5a5a5a"},
+        {1,   {92},            "01005c00 " + hex(countingBytes(92))},
+        {5,   {3},             "05000300 000102"},
+        {0,   {10, 1, 0xFFFF}, "00000600 000102030405"},
+        {2,   {10, 1, 0xFFFF}, "02000600 000102030405"},
+        {3,   {10, 1, 0xFFFF}, "03000600 000102030405"},
+        {4,   {10, 1, 0xFFFF}, "04000600 000102030405"},
+        {6,   {10, 1, 0xFFFF}, "06000600 000102030405"},
+        {255, {10, 1, 0xFFFF}, "ff000600 000102030405"},
+        {257, {10, 1, 0xFFFF}, "01010600 000102030405"},
         // clang-format on
     };
-    std::vector<uint8_t> data(0xFFFF, 0x5A);
-    data[9] = 1;
+    const std::string bytes = countingBytes(0xFFFF);
+    const auto *const data = reinterpret_cast<const uint8_t *>(bytes.data());
     makeVendorDevice();
     for (const auto &row : rows) {
         for (const uint16_t length : row.lengths) {
@@ -273,9 +269,7 @@ TEST(NetworkRecord, WritesAVendorItemOfLengthSixOrItsOwn)
                 SCOPED_TRACE(row.request + " of " + std::to_string(length));
                 world.vendorResult = result;
                 int32_t returned = 1;
-                EXPECT_EQ(printedBy([&] {
-                              returned = vendor_storage_write(row.id, data.data(), length);
-                          }),
+                EXPECT_EQ(printedBy([&] { returned = vendor_storage_write(row.id, data, length); }),
                           result == 0 ? "" : "vendor write error\n");
                 EXPECT_EQ(returned, result == 0 ? 0 : -1);
                 EXPECT_EQ(journal.back(), "vendor 0x40047602 51455256" + row.request);
@@ -285,7 +279,7 @@ TEST(NetworkRecord, WritesAVendorItemOfLengthSixOrItsOwn)
     world.vendorResult = 0;
     journal.clear();
     for (const uint16_t length : std::initializer_list<uint16_t>{93, 100, 4096, 0xFFFF}) {
-        EXPECT_EQ(printedBy([&] { EXPECT_EQ(vendor_storage_write(5, data.data(), length), -1); }),
+        EXPECT_EQ(printedBy([&] { EXPECT_EQ(vendor_storage_write(5, data, length), -1); }),
                   "vendor write error\n")
             << length;
     }

@@ -48,10 +48,15 @@ std::string pathOf(int page, int mode)
     return path;
 }
 
-// View `slot` of set `set`, as it is stored.
-Bytes viewOf(uint32_t set, uint32_t slot)
+// View `slot` of set `set`, as it is stored. Each is made once, which takes its time.
+const Bytes &viewOf(uint32_t set, uint32_t slot)
 {
-    return asStored(aView(set * 16 + slot), slot);
+    static std::map<uint32_t, Bytes> views;
+    Bytes &view = views[set * 16 + slot];
+    if (view.empty()) {
+        view = asStored(aView(set * 16 + slot), slot);
+    }
+    return view;
 }
 
 Bytes storedIn(uint32_t slot)

@@ -314,17 +314,6 @@ TEST(Scene, SavingTheCurrentViewSavesTheUserSettingsCurrentOne)
     EXPECT_EQ(filesIn(), (std::map<std::string, Bytes>{{"view5.sav", asStored(kLive, kCurrent)}}));
 }
 
-TEST(Scene, AViewThatWasSavedIsShownAgain)
-{
-    save(kOther);
-    fill(GetViewSetting(), aView(99));
-    save(4);
-    switchTo(kOther);
-    EXPECT_EQ(live(), asStored(kLive, kOther));
-    switchTo(4);
-    EXPECT_EQ(live(), asStored(aView(99), 4));
-}
-
 // Searching --------------------------------------------------------------------------------------
 
 TEST(Scene, AViewIsEmptyWhenItsNinetySixAlphasAreZero)

@@ -195,7 +195,11 @@ REPLACE(int, close, (int fd))
         note("close vendor");
         world.vendorDescriptor = -1;
     }
-    return REAL(close)(fd);
+    const int result = REAL(close)(fd);
+    if (result < 0) {
+        note("close of what is not open");
+    }
+    return result;
 }
 
 // saveUserPref()
