@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <string>
 #include <type_traits>
@@ -22,6 +23,7 @@
 #include "storage/load_all.h"
 #include "tests/support/clock.h"
 #include "tests/support/console.h"
+#include "tests/support/replace.h"
 #include "tests/support/setting_bytes.h"
 #include "tests/support/view_files.h"
 
@@ -29,12 +31,11 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Link-time fakes --------------------------------------------------------------------------------
-
 std::vector<std::string> journal; // calls by the module, in order
 int depth = 0;                    // of noted calls: what they call themselves is not noted
 int32_t updateRuns = 0;           // what isUpdateProgram() says
 int32_t clearResult = 1;          // what ClearAllPage() says
+std::function<void()> afterClearing;
 
 template <typename Function> auto noted(const std::string &call, Function function)
 {
@@ -56,13 +57,11 @@ template <typename Function> auto noted(const std::string &call, Function functi
 
 } // namespace
 
-// The mangled names of functions without arguments, whose results pass through.
+// Functions without arguments, whose results pass through
 #define NOTED(type, function, symbol)                                                              \
-    extern "C" type __real_##symbol();                                                             \
-    extern "C" type __wrap_##symbol();                                                             \
-    type __wrap_##symbol()                                                                         \
+    REPLACE(type, symbol, ())                                                                      \
     {                                                                                              \
-        return noted(#function, __real_##symbol);                                                  \
+        return noted(#function, REAL(symbol));                                                     \
     }
 
 NOTED(void, resetUserPref, _Z13resetUserPrefv)
@@ -76,47 +75,37 @@ NOTED(void, checkBoardType, _Z14checkBoardTypev)
 NOTED(void, loadDeviceInfo, _Z14loadDeviceInfov)
 NOTED(void, loadUserPrefNoSave, _Z18loadUserPrefNoSavev)
 
-// The names are those of ClearAllPage(), UserSettingSaveTo(), loadUserSettingNoSave(),
-// isUpdateProgram() and isSysTickTimeout().
-extern "C" {
-int32_t __real__Z12ClearAllPagev();
-int32_t __wrap__Z12ClearAllPagev();
-int32_t __real__Z17UserSettingSaveToi(int32_t slot);
-int32_t __wrap__Z17UserSettingSaveToi(int32_t slot);
-int32_t __real__Z21loadUserSettingNoSavei(int32_t slot);
-int32_t __wrap__Z21loadUserSettingNoSavei(int32_t slot);
-int32_t __wrap__Z15isUpdateProgramv();
-int32_t __real__Z16isSysTickTimeoutij(int32_t start, uint32_t timeout);
-int32_t __wrap__Z16isSysTickTimeoutij(int32_t start, uint32_t timeout);
-
-int32_t __wrap__Z12ClearAllPagev()
+REPLACE(int32_t, _Z12ClearAllPagev, ())
 {
-    noted("ClearAllPage", __real__Z12ClearAllPagev);
+    noted("ClearAllPage", REAL(_Z12ClearAllPagev));
+    if (afterClearing) {
+        afterClearing();
+    }
     return clearResult;
 }
 
-int32_t __wrap__Z17UserSettingSaveToi(int32_t slot)
+REPLACE(int32_t, _Z17UserSettingSaveToi, (int32_t slot))
 {
     return noted("UserSettingSaveTo " + std::to_string(slot),
-                 [&] { return __real__Z17UserSettingSaveToi(slot); });
+                 [&] { return REAL(_Z17UserSettingSaveToi)(slot); });
 }
 
-int32_t __wrap__Z21loadUserSettingNoSavei(int32_t slot)
+REPLACE(int32_t, _Z21loadUserSettingNoSavei, (int32_t slot))
 {
     return noted("loadUserSettingNoSave " + std::to_string(slot),
-                 [&] { return __real__Z21loadUserSettingNoSavei(slot); });
+                 [&] { return REAL(_Z21loadUserSettingNoSavei)(slot); });
 }
 
-int32_t __wrap__Z15isUpdateProgramv()
+// isUpdateProgram()
+REPLACE(int32_t, _Z15isUpdateProgramv, ())
 {
     return updateRuns;
 }
 
-int32_t __wrap__Z16isSysTickTimeoutij(int32_t start, uint32_t timeout)
+REPLACE(int32_t, _Z16isSysTickTimeoutij, (int32_t start, uint32_t timeout))
 {
     return noted("timeout " + std::to_string(start) + ' ' + std::to_string(timeout),
-                 [&] { return __real__Z16isSysTickTimeoutij(start, timeout); });
-}
+                 [&] { return REAL(_Z16isSysTickTimeoutij)(start, timeout); });
 }
 
 namespace {
@@ -130,11 +119,11 @@ static_assert(std::is_same_v<decltype(controlTimer), uint32_t>);
 static_assert(std::is_same_v<decltype(controlState), uint8_t>);
 
 // Every case begins with an empty settings directory and zero in memory.
-class Board : public testing::Environment {
+class Board : public SettingsDirectory {
 public:
     void SetUp() override
     {
-        fs::create_directory(kDirectory);
+        SettingsDirectory::SetUp();
         malloc_saveView();
     }
 };
@@ -145,69 +134,51 @@ public:
 void runTaskAt(int64_t ms)
 {
     fakeClock.setMs(ms);
-    EXPECT_EQ(printedBy([] { TaskControl(); }), "");
-}
-
-constexpr uint8_t kPowerStates[] = {1, 0, 255};
-
-TEST(Control, TheTimerStartsAtTickOneHundred)
-{
-    EXPECT_EQ(controlTimer, 100u);
-    EXPECT_EQ(controlState, 0);
-    runTaskAt(1099);
-    EXPECT_EQ(controlTimer, 100u);
-    EXPECT_EQ(journal, Journal{"timeout 100 1000"});
-    runTaskAt(1100);
-    EXPECT_EQ(controlTimer, 1100u);
-}
-
-TEST(Control, EverySecondIsMarkedWhetherThePowerIsOnOrOff)
-{
-    for (const uint8_t power : kPowerStates) {
-        powerState = power;
-        controlTimer = 100;
-        journal.clear();
-        const struct {
-            int64_t now;
-            uint32_t mark;
-        } passes[] = {{100, 100},   {1099, 100},  {1100, 1100}, {1101, 1100}, {2099, 1100},
-                      {2100, 2100}, {5555, 5555}, {6554, 5555}, {6555, 6555}};
-        for (const auto &pass : passes) {
-            runTaskAt(pass.now);
-            EXPECT_EQ(controlTimer, pass.mark) << int{power} << ' ' << pass.now;
-        }
-        EXPECT_EQ(journal.size(), std::size(passes));
-        EXPECT_EQ(journal.back(), "timeout 5555 1000");
-        EXPECT_EQ(powerState, power);
-        EXPECT_EQ(controlState, 0);
-    }
+    EXPECT_EQ(printedBy(TaskControl), "");
 }
 
 // At a real board's tick the first pass marks a second, and a wrap costs one millisecond.
-TEST(Control, SecondsAreMarkedInTheUpperHalfOfTheTickAndBehindItsWrap)
+TEST(Control, EverySecondIsMarkedInAnyStateAndWhereTheTickWraps)
 {
-    runTaskAt(0xFFFFFE00);
-    EXPECT_EQ(controlTimer, 0xFFFFFE00u);
-    runTaskAt(0xFFFFFE00LL + 999);
-    EXPECT_EQ(controlTimer, 0xFFFFFE00u);
-    runTaskAt(0xFFFFFE00LL + 1001);
-    EXPECT_EQ(controlTimer, 489u); // 1001 - 512
-    runTaskAt(0x100000000LL + 489 + 999);
-    EXPECT_EQ(controlTimer, 489u);
-    runTaskAt(0x100000000LL + 489 + 1000);
-    EXPECT_EQ(controlTimer, 1489u);
+    EXPECT_EQ(controlTimer, 100u);
+    EXPECT_EQ(controlState, 0);
+    const struct {
+        int64_t now;
+        uint32_t mark;
+    } passes[] = {
+        // clang-format off
+        {100,  100},  {1099, 100},  {1100, 1100}, {1101, 1100}, {2099, 1100}, {2100, 2100},
+        {5555, 5555}, {6554, 5555}, {6555, 6555},
+        {0xFFFFFE00,                   0xFFFFFE00}, {0xFFFFFE00LL + 999,          0xFFFFFE00},
+        {0xFFFFFE00LL + 1001,          489},        {0x100000000LL + 489 + 999,   489},
+        {0x100000000LL + 489 + 1000,   1489},
+        // clang-format on
+    };
+    for (const int state : {1, 0, 255}) { // of the power; the task's own is never changed
+        powerState = controlState = static_cast<uint8_t>(state);
+        controlTimer = 100;
+        for (const auto &pass : passes) {
+            const auto start = static_cast<int32_t>(controlTimer);
+            journal.clear();
+            runTaskAt(pass.now);
+            EXPECT_EQ(controlTimer, pass.mark) << state << ' ' << pass.now;
+            EXPECT_EQ(journal, Journal{"timeout " + std::to_string(start) + " 1000"});
+        }
+        EXPECT_EQ(powerState, state);
+        EXPECT_EQ(controlState, state);
+    }
 }
 
 TEST(Control, TheTaskDoesNothingWhileAnUpdateRuns)
 {
     int readings = 0;
     fakeClock.afterReading = [&] { ++readings; };
-    for (const uint8_t power : kPowerStates) {
-        powerState = power;
+    for (const int power : {1, 0, 255}) {
+        powerState = static_cast<uint8_t>(power);
         for (const int32_t answer : {1, 2, -1}) {
             updateRuns = answer;
             runTaskAt(100'000);
-            EXPECT_EQ(controlTimer, 100u);
+            EXPECT_EQ(controlTimer, 100u) << power << ' ' << answer;
         }
     }
     EXPECT_EQ(readings, 0);
@@ -217,21 +188,9 @@ TEST(Control, TheTaskDoesNothingWhileAnUpdateRuns)
     EXPECT_EQ(controlTimer, 100'000u);
 }
 
-// Nothing tells states apart yet.
-TEST(Control, TheStateIsNeverChanged)
-{
-    for (const uint8_t state : {uint8_t{0}, uint8_t{1}, uint8_t{255}}) {
-        controlState = state;
-        controlTimer = 100;
-        runTaskAt(1100);
-        EXPECT_EQ(controlState, state);
-        EXPECT_EQ(controlTimer, 1100u);
-    }
-}
-
 // Records ----------------------------------------------------------------------------------------
 
-// A record of `size` bytes, each of its own, behind an identification.
+// A record of `size` bytes, each of its own, after an identification.
 Bytes aRecord(const Bytes &identification, uint32_t size)
 {
     Bytes bytes = identification;
@@ -280,24 +239,19 @@ Bytes preferences()
 
 // The reload -------------------------------------------------------------------------------------
 
-TEST(Control, TheReloadLooksAtTheBoardThenLoadsDevicePreferencesAndSetting)
+TEST(Control, TheReloadRunsItsStepsInOrderSetsDefaultsAndWritesNothing)
 {
-    printedBy([] { LoadEEPROM(); });
+    EXPECT_EQ(printedBy(LoadEEPROM), "open file /userdata/DevInfo.sav error\n"
+                                     "Device ID = 0x0\r\n"
+                                     "reset Device info\r\n"
+                                     "open file /userdata/UserPref.sav error\n"
+                                     "UserPref ID = 0x0\r\n"
+                                     "reset userPref\r\n"
+                                     "open file /userdata/save0.sav error\n"
+                                     "open file /userdata/save0.sav error\n"
+                                     "reset user save no save\r\n");
     EXPECT_EQ(journal, (Journal{"checkBoardType", "loadDeviceInfo", "loadUserPrefNoSave",
                                 "loadUserSettingNoSave 0"}));
-}
-
-TEST(Control, TheReloadOnAnEmptyBoardSetsDefaultsAndWritesNothing)
-{
-    EXPECT_EQ(printedBy([] { LoadEEPROM(); }), "open file /userdata/DevInfo.sav error\n"
-                                               "Device ID = 0x0\r\n"
-                                               "reset Device info\r\n"
-                                               "open file /userdata/UserPref.sav error\n"
-                                               "UserPref ID = 0x0\r\n"
-                                               "reset userPref\r\n"
-                                               "open file /userdata/save0.sav error\n"
-                                               "open file /userdata/save0.sav error\n"
-                                               "reset user save no save\r\n");
     EXPECT_TRUE(fs::is_empty(kDirectory));
     EXPECT_EQ(getUserPref()->identification, 0x06247638u);
     EXPECT_EQ(getDeviceInfo()->identification, 0x4BCD365Cu);
@@ -312,39 +266,32 @@ TEST(Control, TheReloadTakesWhatTheFilesHoldAndWritesNothing)
     put("/userdata/save0.sav", kOwnSetting);
     put("/userdata/workTime.sav", Bytes(24, 'x'));
     const Files files = filesIn();
-    EXPECT_EQ(printedBy([] { LoadEEPROM(); }), "");
+    EXPECT_EQ(printedBy(LoadEEPROM), "");
     EXPECT_EQ(filesIn(), files);
     EXPECT_EQ(bytesOf(getDeviceInfo()), kOwnDeviceInfo);
     EXPECT_EQ(preferences(), kOwnUserPref);
     EXPECT_EQ(bytesOf(GetUserSetting()).substr(0, 7808), kOwnSetting.substr(0, 7808));
     EXPECT_EQ(GetCurrentView(), 0xA5);
-}
-
-TEST(Control, TheReloadOfForeignFilesWritesNothing)
-{
-    for (const char *const name : {"DevInfo.sav", "UserPref.sav", "save0.sav", "workTime.sav"}) {
-        put(std::string("/userdata/") + name, "foreign");
+    Files foreign;
+    for (const auto &[name, content] : files) {
+        foreign[name] = "foreign";
+        put("/userdata/" + name, "foreign");
     }
-    const Files files = filesIn();
-    printedBy([] { LoadEEPROM(); });
-    EXPECT_EQ(filesIn(), files);
+    printedBy(LoadEEPROM);
+    EXPECT_EQ(filesIn(), foreign);
 }
 
 // The factory reset ------------------------------------------------------------------------------
 
-TEST(Control, TheFactoryResetRunsItsStepsInOrder)
-{
-    printedBy([] { EXPECT_EQ(ResetFactory(), 1); });
-    EXPECT_EQ(journal, (Journal{"resetUserPref", "saveUserPref", "resetWorkTimeList",
-                                "saveWorkTimeList", "ResetUserSettingSave", "ResetViewSetting",
-                                "UserSettingSaveTo 0", "ClearViewSetting", "ClearAllPage"}));
-}
-
-TEST(Control, TheFactoryResetReturnsWhatTheClearingOfPagesDoes)
+TEST(Control, TheFactoryResetRunsItsStepsInOrderAndReturnsTheLastResult)
 {
     for (const int32_t result : {1, 0, 7}) {
+        journal.clear();
         clearResult = result;
-        printedBy([&] { EXPECT_EQ(ResetFactory(), result); });
+        EXPECT_EQ(outcomeOf(ResetFactory).first, result);
+        EXPECT_EQ(journal, (Journal{"resetUserPref", "saveUserPref", "resetWorkTimeList",
+                                    "saveWorkTimeList", "ResetUserSettingSave", "ResetViewSetting",
+                                    "UserSettingSaveTo 0", "ClearViewSetting", "ClearAllPage"}));
     }
 }
 
@@ -386,49 +333,36 @@ Files filesAfterReset()
             {"view16.sav", "no view"}};
 }
 
-TEST(Control, TheFactoryResetLeavesDefaultsDeviceInformationAndPagesOfOtherModes)
+void expectResetInMemory()
 {
-    fillBoard();
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(ResetFactory(), 1); }), "save save0.sav\n");
-    const Files files = filesIn();
-    const Files expected = filesAfterReset();
-    for (const auto &[name, content] : expected) {
-        ASSERT_EQ(files.count(name), 1u) << name;
-        EXPECT_EQ(files.at(name), content) << name;
-    }
-    EXPECT_EQ(files.size(), expected.size());
-}
-
-TEST(Control, TheFactoryResetLeavesTheSameInMemory)
-{
-    fillBoard();
-    printedBy([] { ResetFactory(); });
-    EXPECT_EQ(preferences(), userPrefDefaults(kOwnUserPref));
     EXPECT_EQ(bytesOf(getDeviceInfo()), kOwnDeviceInfo);
     EXPECT_EQ(bytesOf(getWorkTimeList()), kWorkTimeDefaults);
     EXPECT_EQ(bytesOf(GetTimeControl()), kOwnTimeControl);
-    EXPECT_EQ(bytesOf(GetUserSetting()), kSettingDefaults);
-    EXPECT_EQ(bytesOf(GetUserSetting_old()), kSettingDefaults);
-    EXPECT_EQ(bytesOf(GetViewSetting()), kSettingDefaults.substr(3812, kViewSize)); // the preview
+    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), kSettingDefaults));
+    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting_old()), kSettingDefaults));
+    EXPECT_EQ(bytesOf(GetViewSetting()), kSettingDefaults.substr(kPreviewAt, kViewSize));
     EXPECT_EQ(bytesOf(GetSaveViewSetting()), with(aView(101), 3992, Bytes(4, '\0')));
     EXPECT_EQ(GetCurrentView(), 0);
     EXPECT_EQ(settingByte(3714), 0);
     EXPECT_EQ(settingByte(3715), 0);
 }
 
-// As the setting's own reset leaves it.
-TEST(Control, AfterAFactoryResetTheFactoryResetFlagIsZero)
+TEST(Control, TheFactoryResetLeavesDefaultsDeviceInformationAndPagesOfOtherModes)
 {
     fillBoard();
     EXPECT_EQ(isFactoryReset(), 0xA5);
-    printedBy([] { ResetFactory(); });
+    EXPECT_EQ(outcomeOf(ResetFactory), Outcome(1, "save save0.sav\n"));
+    EXPECT_EQ(filesIn(), filesAfterReset());
+    expectResetInMemory();
+    EXPECT_EQ(preferences(), userPrefDefaults(kOwnUserPref));
+    // As the setting's own reset leaves it.
     EXPECT_EQ(isFactoryReset(), 0);
     EXPECT_EQ(contentOf("/userdata/save0.sav")[3713], '\0');
 }
 
 TEST(Control, AFactoryResetOfAnEmptyBoardWritesThreeFiles)
 {
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(ResetFactory(), 1); }), "save save0.sav\n");
+    EXPECT_EQ(outcomeOf(ResetFactory), Outcome(1, "save save0.sav\n"));
     EXPECT_EQ(filesIn(), (Files{{"UserPref.sav", userPrefDefaults(Bytes(56, '\0'))},
                                 {"workTime.sav", kWorkTimeDefaults},
                                 {"save0.sav", contentOf(FIRST_START "/save0.sav")}}));
@@ -437,89 +371,42 @@ TEST(Control, AFactoryResetOfAnEmptyBoardWritesThreeFiles)
 TEST(Control, AFactoryResetThatCannotSaveGoesOnInMemory)
 {
     fs::remove(kDirectory);
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(ResetFactory(), 1); }),
-              "open file /userdata/UserPref.sav error\n"
-              "open file UserPref.sav fail\r\n"
-              "open file /userdata/workTime.sav error\n"
-              "open file workTime.sav fail\r\n"
-              "save save0.sav\n"
-              "open file /userdata/save0.sav error\n"
-              "open file save0.sav fail\r\n");
+    EXPECT_EQ(outcomeOf(ResetFactory),
+              Outcome(1, notSaved("UserPref.sav") + notSaved("workTime.sav") + "save save0.sav\n" +
+                             notSaved("save0.sav")));
     EXPECT_EQ(getUserPref()->identification, 0x06247638u);
     EXPECT_EQ(bytesOf(GetUserSetting()), contentOf(FIRST_START "/save0.sav"));
 }
 
 // The factory reset that keeps the network settings ----------------------------------------------
 
-TEST(Control, TheResetThatSavesTheIpRestoresBytes8To35InMemory)
+// DHCP, address, gateway, mask and name servers are bytes 8 to 35. The file has the defaults.
+TEST(Control, TheResetThatSavesTheIpRestoresBytes8To35InMemoryOnly)
 {
     fillBoard();
-    EXPECT_EQ(printedBy([] { ResetFactorySaveIP(); }), "save save0.sav\n");
-    const Bytes expected = with(userPrefDefaults(kOwnUserPref), 8, kOwnUserPref.substr(8, 28));
-    EXPECT_EQ(preferences(), expected);
-    EXPECT_NE(preferences()[7], kOwnUserPref[7]);
-    EXPECT_NE(preferences()[36], kOwnUserPref[36]);
-}
-
-TEST(Control, TheResetThatSavesTheIpKeepsDhcpAddressGatewayMaskAndNameServers)
-{
-    fillBoard();
-    fill(getUserPref(), with(kOwnUserPref, 8,
-                             Bytes("\7\0\x0A\1\2\3\x0A\1\2\xFE\xFF\xFF\xF0\0"
-                                   "\x08\x08\4\4\x08\x08\x08\x08\2\x76\x65\x73\x6B\1",
-                                   28)));
-    printedBy([] { ResetFactorySaveIP(); });
-    const UserPref &record = *getUserPref();
-    EXPECT_EQ(record.networkFlag, 7);
-    EXPECT_EQ(record.dhcpEnable, 0);
-    EXPECT_EQ(bytesOf(&record.ipAddress), "\x0A\1\2\3");
-    EXPECT_EQ(bytesOf(&record.gateway), "\x0A\1\2\xFE");
-    EXPECT_EQ(bytesOf(&record.netMask), Bytes("\xFF\xFF\xF0\0", 4));
-    EXPECT_EQ(bytesOf(&record.dns), "\x08\x08\4\4\x08\x08\x08\x08");
-    EXPECT_EQ(bytesOf(&record.mac), "\2\x76\x65\x73\x6B\1");
-    EXPECT_EQ(record.preferenceWord, 2000);
-    EXPECT_EQ(record.delayCallTime, 0);
-}
-
-TEST(Control, TheResetThatSavesTheIpDoesNotSaveItInTheFile)
-{
-    fillBoard();
-    printedBy([] { ResetFactorySaveIP(); });
+    EXPECT_EQ(printedBy(ResetFactorySaveIP), "save save0.sav\n");
+    EXPECT_EQ(preferences(), with(userPrefDefaults(kOwnUserPref), 8, kOwnUserPref.substr(8, 28)));
     EXPECT_EQ(filesIn(), filesAfterReset());
-    printedBy([] { saveUserPref(); });
+    expectResetInMemory();
+    printedBy(saveUserPref);
     EXPECT_EQ(contentOf("/userdata/UserPref.sav").substr(8, 28), kOwnUserPref.substr(8, 28));
-}
-
-TEST(Control, TheResetThatSavesTheIpResetsAllElseInMemoryToo)
-{
-    fillBoard();
-    printedBy([] { ResetFactorySaveIP(); });
-    EXPECT_EQ(bytesOf(GetUserSetting()), kSettingDefaults);
-    EXPECT_EQ(bytesOf(GetViewSetting()), kSettingDefaults.substr(3812, kViewSize));
-    EXPECT_EQ(bytesOf(getWorkTimeList()), kWorkTimeDefaults);
-    EXPECT_EQ(bytesOf(getDeviceInfo()), kOwnDeviceInfo);
+    // The reset leaves the MAC address, so only other bytes in its place show that it is restored.
+    afterClearing = [] { fill(getUserPref(), Bytes(56, '\xEE')); };
+    printedBy(ResetFactorySaveIP);
+    EXPECT_EQ(preferences(), with(Bytes(56, '\xEE'), 8, kOwnUserPref.substr(8, 28)));
 }
 
 // The factory-reset flag -------------------------------------------------------------------------
 
-TEST(Control, TheFactoryResetFlagIsByte3713OfTheUserSetting)
+TEST(Control, TheFactoryResetFlagIsByte3713OfTheUserSettingAndSavingAPageClearsIt)
 {
-    EXPECT_EQ(isFactoryReset(), 0);
-    for (const uint8_t value : {uint8_t{1}, uint8_t{2}, uint8_t{255}}) {
-        settingByte(3713) = value;
-        EXPECT_EQ(isFactoryReset(), value);
-    }
-    settingByte(3713) = 0;
     settingByte(3712) = 1;
     settingByte(3714) = 1;
-    EXPECT_EQ(isFactoryReset(), 0);
-}
-
-TEST(Control, TheFactoryResetFlagIsClearedByTheSaveOfAPage)
-{
-    settingByte(3713) = 1;
-    EXPECT_EQ(isFactoryReset(), 1);
-    printedBy([] { EXPECT_EQ(SaveToPage(3), 1); });
+    for (const int value : {0, 1, 2, 255}) {
+        settingByte(3713) = static_cast<uint8_t>(value);
+        EXPECT_EQ(isFactoryReset(), value);
+    }
+    EXPECT_EQ(outcomeOf([] { return SaveToPage(3); }).first, 1);
     EXPECT_EQ(isFactoryReset(), 0);
 }
 

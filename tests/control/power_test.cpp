@@ -19,23 +19,20 @@ static_assert(std::is_same_v<decltype(powerState), uint8_t>);
 static_assert(std::is_same_v<decltype(powerOnIsStable), uint8_t>);
 static_assert(std::is_same_v<decltype(powerOnTime_Count), uint8_t>);
 
-bool otherCallCame = false;
-
-void otherCall()
-{
-    otherCallCame = true;
-}
-
 // What switching on at this tick prints; its result must be the length of that.
 std::string printedBySwitchingOnAt(int64_t tick)
 {
     fakeClock.setMs(tick);
-    Console console;
-    const int32_t length = Power_On();
-    console.end();
-    EXPECT_EQ(length, static_cast<int32_t>(console.out.size()));
-    EXPECT_EQ(console.err, "");
-    return console.out;
+    int32_t length = 0;
+    const std::string printed = printedBy([&] { length = Power_On(); });
+    EXPECT_EQ(length, static_cast<int32_t>(printed.size()));
+    return printed;
+}
+
+void runDelayedCallsAt(int64_t tick)
+{
+    fakeClock.setMs(tick);
+    delayCall_task();
 }
 
 TEST(Power, IsNeitherOnNorOffAtStart)
@@ -46,89 +43,28 @@ TEST(Power, IsNeitherOnNorOffAtStart)
     EXPECT_EQ(*getPower_On_Time(), 0);
 }
 
-TEST(Power, SwitchingOnPrintsTheTickFollowedByTheLetterL)
+// Followed by the letter "l".
+TEST(Power, SwitchingOnPrintsTheTickWithoutASign)
 {
     EXPECT_EQ(printedBySwitchingOnAt(123456), "Power ON 123456l\r\n");
-    EXPECT_EQ(powerState, 1);
-    EXPECT_EQ(Is_PowerOn(), 1);
-}
-
-TEST(Power, TheTickIsPrintedWithoutASign)
-{
     EXPECT_EQ(printedBySwitchingOnAt(0xFFFFFFFF), "Power ON 4294967295l\r\n");
     EXPECT_EQ(printedBySwitchingOnAt(0), "Power ON 0l\r\n");
-    EXPECT_EQ(Is_PowerOn(), 1);
 }
 
-TEST(Power, SwitchingOnIsSaidWhateverTheStateWas)
+TEST(Power, SwitchesFromAnyStateAndOneIsOn)
 {
     for (int state = 0; state < 256; ++state) {
+        SCOPED_TRACE(state);
         powerState = static_cast<uint8_t>(state);
+        EXPECT_EQ(Is_PowerOn(), state == 1 ? 1 : 0);
         EXPECT_EQ(printedBySwitchingOnAt(state), "Power ON " + std::to_string(state) + "l\r\n");
         EXPECT_EQ(powerState, 1);
-    }
-}
-
-TEST(Power, SwitchesOffFromAnyStateSilently)
-{
-    for (int state = 0; state < 256; ++state) {
+        EXPECT_EQ(Is_PowerOn(), 1);
         powerState = static_cast<uint8_t>(state);
-        Console console;
-        Power_Off();
-        console.end();
-        EXPECT_EQ(powerState, 0) << state;
+        EXPECT_EQ(printedBy(Power_Off), "");
+        EXPECT_EQ(powerState, 0);
         EXPECT_EQ(Is_PowerOn(), 0);
-        EXPECT_EQ(console.out, "");
     }
-    printedBySwitchingOnAt(1);
-    EXPECT_EQ(Is_PowerOn(), 1);
-}
-
-TEST(Power, IsOnInStateOneOnly)
-{
-    for (int state = 0; state < 256; ++state) {
-        powerState = static_cast<uint8_t>(state);
-        EXPECT_EQ(Is_PowerOn(), state == 1 ? 1 : 0) << state;
-    }
-}
-
-TEST(Power, TheSetUpHookDoesNothing)
-{
-    powerState = 7;
-    powerOnIsStable = 8;
-    powerOnTime_Count = 9;
-    Console console;
-    PowerOnSetup();
-    console.end();
-    EXPECT_EQ(console.out, "");
-    EXPECT_EQ(powerState, 7);
-    EXPECT_EQ(powerOnIsStable, 8);
-    EXPECT_EQ(powerOnTime_Count, 9);
-}
-
-// Neither switch touches the flag: whoever switches arms and takes back the call.
-TEST(Power, SwitchingLeavesTheStableFlagAndTheCounterAlone)
-{
-    powerOnIsStable = 1;
-    powerOnTime_Count = 9;
-    printedBySwitchingOnAt(1);
-    EXPECT_EQ(GetPowerOnIsStable(), 1);
-    Power_Off();
-    EXPECT_EQ(GetPowerOnIsStable(), 1);
-    EXPECT_EQ(powerOnTime_Count, 9);
-}
-
-TEST(Power, BecomesStableByADelayedCall)
-{
-    fakeClock.setMs(1000);
-    ASSERT_EQ(AddDelayCallFunc(powerOnSetStable, 500), 1);
-    fakeClock.setMs(1499);
-    delayCall_task();
-    EXPECT_EQ(GetPowerOnIsStable(), 0);
-    fakeClock.setMs(1500);
-    delayCall_task();
-    EXPECT_EQ(GetPowerOnIsStable(), 1);
-    EXPECT_EQ(powerOnIsStable, 1);
 }
 
 TEST(Power, TheStableFlagIsReadAsItStandsAndSetToOneSilently)
@@ -136,52 +72,44 @@ TEST(Power, TheStableFlagIsReadAsItStandsAndSetToOneSilently)
     for (int value = 0; value < 256; ++value) {
         powerOnIsStable = static_cast<uint8_t>(value);
         EXPECT_EQ(GetPowerOnIsStable(), value);
-        Console console;
-        powerOnSetStable();
-        console.end();
-        EXPECT_EQ(console.out, "");
-        EXPECT_EQ(powerOnIsStable, 1);
-        powerOnUnStable();
-        EXPECT_EQ(powerOnIsStable, 0);
+        EXPECT_EQ(printedBy(powerOnSetStable), "") << value;
+        EXPECT_EQ(powerOnIsStable, 1) << value;
+        EXPECT_EQ(GetPowerOnIsStable(), 1) << value;
+        EXPECT_EQ(powerOnUnStable(), 0) << value; // no call waits
+        EXPECT_EQ(powerOnIsStable, 0) << value;
     }
     EXPECT_EQ(powerState, 255);
 }
 
+TEST(Power, BecomesStableByADelayedCall)
+{
+    fakeClock.setMs(1000);
+    ASSERT_EQ(AddDelayCallFunc(powerOnSetStable, 500), 1);
+    runDelayedCallsAt(1499);
+    EXPECT_EQ(GetPowerOnIsStable(), 0);
+    runDelayedCallsAt(1500);
+    EXPECT_EQ(GetPowerOnIsStable(), 1);
+    EXPECT_EQ(powerOnUnStable(), 0); // after the call
+    EXPECT_EQ(GetPowerOnIsStable(), 0);
+}
+
 // The result is that of the removal, not what the flag was.
-TEST(Power, BecomingUnstableBeforeTheCallHasComeIsOneAndBehindItZero)
+TEST(Power, BecomingUnstableTakesOnlyThePendingCallBack)
 {
-    fakeClock.setMs(1000);
-    AddDelayCallFunc(powerOnSetStable, 500);
-    EXPECT_EQ(powerOnUnStable(), 1);
-    EXPECT_EQ(powerOnUnStable(), 0);
-    AddDelayCallFunc(powerOnSetStable, 500);
-    fakeClock.setMs(1500);
-    delayCall_task();
-    EXPECT_EQ(GetPowerOnIsStable(), 1);
-    EXPECT_EQ(powerOnUnStable(), 0);
-    EXPECT_EQ(GetPowerOnIsStable(), 0);
-}
-
-TEST(Power, BecomingUnstableTakesThePendingCallBack)
-{
-    fakeClock.setMs(1000);
-    AddDelayCallFunc(powerOnSetStable, 500);
-    AddDelayCallFunc(otherCall, 500);
-    powerOnIsStable = 1;
-    EXPECT_EQ(powerOnUnStable(), 1);
-    EXPECT_EQ(GetPowerOnIsStable(), 0);
-    fakeClock.setMs(9000);
-    delayCall_task();
-    EXPECT_EQ(GetPowerOnIsStable(), 0);
-    EXPECT_TRUE(otherCallCame);
-}
-
-TEST(Power, BecomingUnstableWithoutAPendingCallClearsTheFlagAndReturnsZero)
-{
-    powerOnSetStable();
-    EXPECT_EQ(GetPowerOnIsStable(), 1);
-    EXPECT_EQ(powerOnUnStable(), 0);
-    EXPECT_EQ(GetPowerOnIsStable(), 0);
+    static bool otherCallCame = false;
+    for (const uint8_t flag : {uint8_t{0}, uint8_t{1}}) {
+        fakeClock.setMs(1000);
+        AddDelayCallFunc(powerOnSetStable, 500);
+        AddDelayCallFunc([] { otherCallCame = true; }, 500);
+        powerOnIsStable = flag;
+        EXPECT_EQ(powerOnUnStable(), 1) << int{flag};
+        EXPECT_EQ(powerOnUnStable(), 0) << int{flag};
+        EXPECT_EQ(GetPowerOnIsStable(), 0) << int{flag};
+        runDelayedCallsAt(9000);
+        EXPECT_EQ(GetPowerOnIsStable(), 0) << int{flag};
+        EXPECT_TRUE(otherCallCame) << int{flag};
+        otherCallCame = false;
+    }
 }
 
 TEST(Power, TheTimeIsReadWhereTheCounterLives)
@@ -194,19 +122,22 @@ TEST(Power, TheTimeIsReadWhereTheCounterLives)
     EXPECT_EQ(getPower_On_Time(), &powerOnTime_Count);
 }
 
-// Nothing counts it up yet.
-TEST(Power, NoOperationCountsTheTime)
+// Nothing counts the time up yet, and whoever switches arms and takes back the call.
+TEST(Power, NeitherSwitchTouchesTheFlagOrTheTimeAndTheSetUpHookTouchesNothing)
 {
+    powerState = 7;
+    powerOnIsStable = 8;
     powerOnTime_Count = 9;
+    EXPECT_EQ(printedBy(PowerOnSetup), "");
+    EXPECT_EQ(powerState, 7);
     printedBySwitchingOnAt(1000);
-    PowerOnSetup();
-    powerOnSetStable();
-    fakeClock.setMs(100'000);
-    delayCall_task();
-    EXPECT_EQ(GetPowerOnIsStable(), 1);
-    EXPECT_EQ(Is_PowerOn(), 1);
-    powerOnUnStable();
+    runDelayedCallsAt(100'000);
+    EXPECT_EQ(powerOnIsStable, 8);
     Power_Off();
+    EXPECT_EQ(powerOnIsStable, 8);
+    powerOnSetStable();
+    powerOnUnStable();
+    EXPECT_EQ(powerState, 0);
     EXPECT_EQ(powerOnTime_Count, 9);
 }
 

@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <numeric>
+#include <optional>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -16,6 +18,7 @@
 #include "storage/ViewFile.h"
 #include "tests/support/clock.h"
 #include "tests/support/console.h"
+#include "tests/support/replace.h"
 #include "tests/support/setting_bytes.h"
 #include "tests/support/view_files.h"
 
@@ -23,37 +26,28 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Link-time fakes: the real calls, with somebody looking on ---------------------------------------
-
 std::vector<int32_t> loaded; // slots, in order
 std::function<void()> onLoad;
 std::function<void()> onSave;
 
 } // namespace
 
-// The names are those of LoadViewSetting() and SaveViewSetting().
-extern "C" {
-int32_t __real__Z15LoadViewSettingi(int32_t slot);
-int32_t __wrap__Z15LoadViewSettingi(int32_t slot);
-int32_t __real__Z15SaveViewSettingi(int32_t slot);
-int32_t __wrap__Z15SaveViewSettingi(int32_t slot);
-
-int32_t __wrap__Z15LoadViewSettingi(int32_t slot)
+// LoadViewSetting() and SaveViewSetting(), with somebody looking on
+REPLACE(int32_t, _Z15LoadViewSettingi, (int32_t slot))
 {
     loaded.push_back(slot);
     if (onLoad) {
         onLoad();
     }
-    return __real__Z15LoadViewSettingi(slot);
+    return REAL(_Z15LoadViewSettingi)(slot);
 }
 
-int32_t __wrap__Z15SaveViewSettingi(int32_t slot)
+REPLACE(int32_t, _Z15SaveViewSettingi, (int32_t slot))
 {
     if (onSave) {
         onSave();
     }
-    return __real__Z15SaveViewSettingi(slot);
-}
+    return REAL(_Z15SaveViewSettingi)(slot);
 }
 
 namespace {
@@ -68,24 +62,16 @@ constexpr int kCurrent = 5; // as PreparedViews has it
 constexpr int kOther = 3;
 constexpr int kShownNumber = 9; // the number of the view shown, before any switch
 
-void store(int slot)
+Bytes storedView(uint32_t slot)
 {
-    put(viewPath(slot), asStored(aView(static_cast<uint32_t>(slot)), static_cast<uint32_t>(slot)));
+    return asStored(aView(slot), slot);
 }
 
 void storeAll()
 {
-    for (int slot = 0; slot < 16; ++slot) {
-        store(slot);
+    for (uint32_t slot = 0; slot < 16; ++slot) {
+        put(viewPath(static_cast<int>(slot)), storedView(slot));
     }
-}
-
-// Runs what returns the length of its last message, which must be `lastMessage`; returns all that
-// was printed.
-template <typename Action>
-std::string printedWithLength(Action action, const std::string &lastMessage)
-{
-    return printedBy([&] { EXPECT_EQ(action(), static_cast<int32_t>(lastMessage.size())); });
 }
 
 std::string timeOfSwitch(uint32_t view, int ticks)
@@ -99,14 +85,20 @@ std::string timeOfSave(int view, int ticks)
     return "save view" + std::to_string(view) + " used time = " + std::to_string(ticks) + "\r\n";
 }
 
-std::string printedBySwitchingTo(uint32_t view)
+// The result is the length of the last message.
+Outcome says(const std::string &messages, const std::string &last)
 {
-    return printedWithLength([&] { return SetCurrentView(view); }, timeOfSwitch(view % 16, 0));
+    return {last.size(), messages + last};
 }
 
-std::string printedBySaving(int view)
+Outcome switchTo(uint32_t view)
 {
-    return printedWithLength([&] { return SaveView(view); }, timeOfSave(view, 0));
+    return outcomeOf([view] { return SetCurrentView(view); });
+}
+
+Outcome save(int view)
+{
+    return outcomeOf([view] { return SaveView(view); });
 }
 
 Bytes live()
@@ -121,157 +113,140 @@ Bytes slotBuffer()
 
 // Switching --------------------------------------------------------------------------------------
 
+// Only the low four bits of a number count: 17 selects view 1.
 TEST(Scene, SwitchingShowsTheStoredViewAndMakesItCurrent)
 {
+    std::vector<uint32_t> numbers = {17,  31,  16,  0xF0,        0x108,
+                                     200, 255, 254, 0x80000003u, 0xFFFFFFFEu};
+    for (uint32_t view = 0; view < 16; ++view) {
+        numbers.push_back(view);
+    }
     storeAll();
     const auto files = filesIn();
-    for (uint32_t view = 0; view < 16; ++view) {
-        EXPECT_EQ(printedBySwitchingTo(view),
-                  "SetCurrentView " + std::to_string(view) + " Used Time = 0\r\n");
-        EXPECT_EQ(live(), asStored(aView(view), view)) << view;
-        EXPECT_EQ(settingByte(3715), view);
-        EXPECT_EQ(_currentView, view);
-        EXPECT_EQ(GetCurrentView(), view);
+    for (const uint32_t asked : numbers) {
+        SCOPED_TRACE(asked);
+        const uint8_t selected = asked & 15;
+        loaded.clear();
+        EXPECT_EQ(switchTo(asked), says("", timeOfSwitch(selected, 0)));
+        EXPECT_EQ(live(), storedView(selected));
+        EXPECT_EQ(settingByte(3715), selected);
+        EXPECT_EQ(_currentView, selected);
+        EXPECT_EQ(GetCurrentView(), selected);
+        EXPECT_EQ(loaded, std::vector<int32_t>{selected});
     }
     EXPECT_EQ(filesIn(), files);
-}
-
-TEST(Scene, SwitchingToSeventeenSelectsViewOne)
-{
-    store(1);
-    EXPECT_EQ(printedBySwitchingTo(17), "SetCurrentView 1 Used Time = 0\r\n");
-    EXPECT_EQ(live(), asStored(aView(1), 1));
-    EXPECT_EQ(settingByte(3715), 1);
-    EXPECT_EQ(GetCurrentView(), 1);
-    EXPECT_EQ(loaded, std::vector<int32_t>{1});
-}
-
-TEST(Scene, SwitchingLooksAtTheLowFourBitsOnly)
-{
-    const struct {
-        uint32_t asked;
-        uint8_t selected;
-    } cases[] = {{15, 15}, {16, 0},   {31, 15},         {0xF0, 0},        {0x108, 8},
-                 {200, 8}, {255, 15}, {0x80000003u, 3}, {0xFFFFFFFEu, 14}};
-    storeAll();
-    for (const auto &it : cases) {
-        EXPECT_EQ(printedBySwitchingTo(it.asked), timeOfSwitch(it.selected, 0));
-        EXPECT_EQ(live(), asStored(aView(it.selected), it.selected)) << it.asked;
-        EXPECT_EQ(settingByte(3715), it.selected) << it.asked;
-        EXPECT_EQ(_currentView, it.selected) << it.asked;
-    }
 }
 
 // Loading has to find the old number to know which view is the current one.
 TEST(Scene, SwitchingTakesTheNumberShownFirstAndTheUserSettingsLast)
 {
-    store(kOther);
-    struct Seen {
-        int shown, current;
-        bool isOldViewLive;
-        bool operator==(const Seen &) const = default;
-    };
-    std::vector<Seen> seen;
+    storeAll();
+    std::vector<std::string> seen;
     const auto look = [&] {
-        seen.push_back({_currentView, settingByte(3715), bytesOf(GetViewSetting()) == kLive});
+        seen.push_back(std::to_string(_currentView) + ' ' + std::to_string(settingByte(3715)) +
+                       (live() == kLive ? " old" : " new"));
     };
     fakeClock.afterReading = look;
     onLoad = look;
-    printedBySwitchingTo(kOther);
-    const std::vector<Seen> expected = {{kShownNumber, kCurrent, true}, // the tick is noted
-                                        {kOther, kCurrent, true},       // the view is loaded
-                                        {kOther, kOther, false}};       // the tick once more
-    EXPECT_EQ(seen.size(), 3u);
-    EXPECT_TRUE(seen == expected);
+    switchTo(kOther);
+    EXPECT_EQ(seen, (std::vector<std::string>{"9 5 old",    // the tick is noted
+                                              "3 5 old",    // the view is loaded
+                                              "3 3 new"})); // the tick once more
 }
 
-TEST(Scene, SwitchingToTheCurrentViewThatIsNotStoredStoresWhatIsShown)
+// The user setting says which view is current. Loading does not tell one that is stored empty from
+// one that is not stored.
+TEST(Scene, SwitchingStoresWhatIsShownAsTheCurrentViewThatIsNotStored)
 {
-    EXPECT_EQ(printedBySwitchingTo(kCurrent), missingView(kCurrent) +
-                                                  "save view5 used time = 0\r\n"
-                                                  "SetCurrentView 5 Used Time = 0\r\n");
-    const Bytes stored = asStored(kLive, kCurrent);
-    EXPECT_EQ(filesIn(), (std::map<std::string, Bytes>{{"view5.sav", stored}}));
-    EXPECT_EQ(live(), stored);
-    EXPECT_EQ(settingByte(3715), kCurrent);
-    EXPECT_EQ(_currentView, kCurrent);
+    const Bytes liveStored = asStored(kLive, kCurrent);
+    const struct {
+        const char *name;
+        int view;
+        int shownNumber;
+        Bytes file; // "": none
+        std::string prints;
+        Bytes shown;
+        Bytes fileAfter;
+    } rows[] = {
+        // clang-format off
+        {"current, not stored", kCurrent, kShownNumber, "",
+         missingView(kCurrent) + timeOfSave(kCurrent, 0), liveStored, liveStored},
+        {"current, stored empty", kCurrent, kShownNumber, emptied(storedView(kCurrent)),
+         timeOfSave(kCurrent, 0), liveStored, liveStored},
+        {"current, stored", kCurrent, kShownNumber, storedView(kCurrent),
+         "", storedView(kCurrent), storedView(kCurrent)},
+        {"other, not stored", kOther, kShownNumber, "",
+         missingView(kOther), emptyOver(kBuffer), ""},
+        {"other, stored empty", kOther, kShownNumber, emptied(storedView(kOther)),
+         "", emptied(storedView(kOther)), emptied(storedView(kOther))},
+        {"other, not stored, but shown", kOther, kOther, "",
+         missingView(kOther), emptyOver(kBuffer), ""},
+        // clang-format on
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        std::map<std::string, Bytes> after;
+        if (!row.fileAfter.empty()) {
+            after[viewName(row.view)] = row.fileAfter;
+        }
+        fs::remove(viewPath(kCurrent));
+        fs::remove(viewPath(kOther));
+        if (!row.file.empty()) {
+            put(viewPath(row.view), row.file);
+        }
+        fill(GetViewSetting(), kLive);
+        fill(GetSaveViewSetting(), kBuffer);
+        settingByte(3715) = kCurrent;
+        _currentView = static_cast<uint8_t>(row.shownNumber);
+        EXPECT_EQ(switchTo(static_cast<uint32_t>(row.view)),
+                  says(row.prints, timeOfSwitch(static_cast<uint32_t>(row.view), 0)));
+        EXPECT_EQ(live(), row.shown);
+        EXPECT_EQ(filesIn(), after);
+        EXPECT_EQ(settingByte(3715), row.view);
+        EXPECT_EQ(_currentView, row.view);
+    }
 }
 
-// Loading does not tell it from one that is not stored.
-TEST(Scene, SwitchingToTheCurrentViewThatIsStoredEmptyStoresWhatIsShown)
+// That of a switch contains that of the save in it.
+TEST(Scene, SaysHowManyTicksASwitchOrASaveTook)
 {
-    put(viewPath(kCurrent), emptied(asStored(aView(kCurrent), kCurrent)));
-    EXPECT_EQ(printedBySwitchingTo(kCurrent), timeOfSave(kCurrent, 0) + timeOfSwitch(kCurrent, 0));
-    EXPECT_EQ(contentOf(viewPath(kCurrent)), asStored(kLive, kCurrent));
-    EXPECT_EQ(live(), asStored(kLive, kCurrent));
-}
-
-TEST(Scene, SwitchingToTheCurrentViewThatIsStoredShowsTheStoredOne)
-{
-    store(kCurrent);
-    EXPECT_EQ(printedBySwitchingTo(kCurrent), timeOfSwitch(kCurrent, 0));
-    EXPECT_EQ(live(), asStored(aView(kCurrent), kCurrent));
-    EXPECT_EQ(contentOf(viewPath(kCurrent)), live());
-}
-
-TEST(Scene, SwitchingToAnotherViewThatIsNotStoredShowsAnEmptyOneAndStoresNothing)
-{
-    EXPECT_EQ(printedBySwitchingTo(kOther), missingView(kOther) + timeOfSwitch(kOther, 0));
-    EXPECT_EQ(live(), emptyOver(kBuffer));
-    EXPECT_EQ(settingByte(3715), kOther);
-    EXPECT_EQ(_currentView, kOther);
-    EXPECT_TRUE(fs::is_empty(kDirectory));
-}
-
-TEST(Scene, SwitchingToAnotherViewThatIsStoredEmptyShowsIt)
-{
-    const Bytes stored = emptied(asStored(aView(kOther), kOther));
-    put(viewPath(kOther), stored);
-    EXPECT_EQ(printedBySwitchingTo(kOther), timeOfSwitch(kOther, 0));
-    EXPECT_EQ(live(), stored);
-    EXPECT_EQ(contentOf(viewPath(kOther)), stored);
-}
-
-// Which of the two numbers counts shows where they differ.
-TEST(Scene, SwitchingAsksTheUserSettingWhichViewIsCurrent)
-{
-    _currentView = kOther;
-    EXPECT_EQ(printedBySwitchingTo(kOther), missingView(kOther) + timeOfSwitch(kOther, 0));
-    EXPECT_FALSE(fs::exists(viewPath(kOther)));
-}
-
-TEST(Scene, SwitchingSaysHowManyTicksItTook)
-{
-    store(kOther);
-    fakeClock.setMs(123456);
-    onLoad = [] { fakeClock.advanceMs(1234); };
-    EXPECT_EQ(printedWithLength([] { return SetCurrentView(kOther); }, timeOfSwitch(kOther, 1234)),
-              "SetCurrentView 3 Used Time = 1234\r\n");
-}
-
-TEST(Scene, TheTimeOfASwitchContainsThatOfTheSaveInIt)
-{
-    onLoad = [] { fakeClock.advanceMs(7); };
-    onSave = [] { fakeClock.advanceMs(5); };
-    EXPECT_EQ(
-        printedWithLength([] { return SetCurrentView(kCurrent); }, timeOfSwitch(kCurrent, 12)),
-        missingView(kCurrent) + "save view5 used time = 5\r\nSetCurrentView 5 Used Time = 12\r\n");
-}
-
-TEST(Scene, TheTimeOfASwitchIsRightWhereTheTickWraps)
-{
-    store(kOther);
-    fakeClock.setMs(0xFFFFFFFE);
-    onLoad = [] { fakeClock.advanceMs(5); };
-    EXPECT_EQ(printedBy([] { SetCurrentView(kOther); }), timeOfSwitch(kOther, 5));
-}
-
-TEST(Scene, TheTimeOfASwitchIsNegativeWhereTheClockIsSetBack)
-{
-    store(kOther);
-    fakeClock.setMs(1000);
-    onLoad = [] { fakeClock.advanceMs(-3); };
-    EXPECT_EQ(printedBy([] { SetCurrentView(kOther); }), timeOfSwitch(kOther, -3));
+    const struct {
+        const char *name;
+        bool isSave;
+        int view;
+        int64_t start;
+        int load;
+        int save;
+        std::string prints;
+        std::string last;
+    } rows[] = {
+        // clang-format off
+        {"a switch",            false, kOther,   123456,     1234, 0,   "",
+         "SetCurrentView 3 Used Time = 1234\r\n"},
+        {"where the tick wraps", false, kOther,  0xFFFFFFFE, 5,    0,   "",
+         "SetCurrentView 3 Used Time = 5\r\n"},
+        {"the clock is set back", false, kOther, 1000,       -3,   0,   "",
+         "SetCurrentView 3 Used Time = -3\r\n"},
+        {"with a save",         false, kCurrent, 0,          7,    5,
+         missingView(kCurrent) + "save view5 used time = 5\r\n",
+         "SetCurrentView 5 Used Time = 12\r\n"},
+        {"a save",              true,  12,       5000,       0,    250, "",
+         "save view12 used time = 250\r\n"},
+        {"a save in the wrap",  true,  12,       0xFFFFFFFF, 0,    250, "",
+         "save view12 used time = 250\r\n"},
+        // clang-format on
+    };
+    put(viewPath(kOther), storedView(kOther));
+    for (const auto &row : rows) {
+        fs::remove(viewPath(kCurrent));
+        settingByte(3715) = kCurrent;
+        fakeClock.setMs(row.start);
+        onLoad = [&] { fakeClock.advanceMs(row.load); };
+        onSave = [&] { fakeClock.advanceMs(row.save); };
+        EXPECT_EQ(row.isSave ? save(row.view) : switchTo(static_cast<uint32_t>(row.view)),
+                  says(row.prints, row.last))
+            << row.name;
+    }
 }
 
 // Storing ----------------------------------------------------------------------------------------
@@ -279,112 +254,75 @@ TEST(Scene, TheTimeOfASwitchIsNegativeWhereTheClockIsSetBack)
 TEST(Scene, SavingStoresWhatIsShownAndMakesItCurrentInTheUserSetting)
 {
     for (int view = 0; view < 16; ++view) {
-        EXPECT_EQ(printedBySaving(view), "save view" + std::to_string(view) + " used time = 0\r\n");
+        SCOPED_TRACE(view);
+        EXPECT_EQ(save(view), says("", "save view" + std::to_string(view) + " used time = 0\r\n"));
         const Bytes stored = asStored(kLive, static_cast<uint32_t>(view));
-        EXPECT_EQ(contentOf(viewPath(view)), stored) << view;
-        EXPECT_EQ(slotBuffer(), stored) << view;
+        EXPECT_EQ(contentOf(viewPath(view)), stored);
+        EXPECT_EQ(slotBuffer(), stored);
         EXPECT_EQ(settingByte(3715), view);
-        EXPECT_EQ(live(), kLive) << view;
-        EXPECT_EQ(_currentView, kShownNumber) << view;
+        EXPECT_EQ(live(), kLive);
+        EXPECT_EQ(_currentView, kShownNumber);
     }
     EXPECT_EQ(filesIn().size(), 16u);
 }
 
 TEST(Scene, SavingMakesTheViewCurrentBeforeItIsWritten)
 {
-    bool isSeen = false;
+    int seen = 0;
     onSave = [&] {
         EXPECT_EQ(settingByte(3715), kOther);
         EXPECT_EQ(slotBuffer(), kLive);
-        isSeen = true;
+        ++seen;
     };
-    printedBySaving(kOther);
-    EXPECT_TRUE(isSeen);
+    save(kOther);
+    EXPECT_EQ(seen, 1);
 }
 
-TEST(Scene, SavingSixteenStoresNothingAndStillPrintsItsTime)
-{
-    EXPECT_EQ(printedBySaving(16), "save view16 used time = 0\r\n");
-    EXPECT_TRUE(fs::is_empty(kDirectory));
-    EXPECT_EQ(settingByte(3715), kCurrent);
-    EXPECT_EQ(slotBuffer(), kBuffer);
-}
-
-TEST(Scene, SavingANumberThatNoViewHasStoresNothing)
+TEST(Scene, SavingANumberThatNoViewHasStoresNothingAndStillPrintsItsTime)
 {
     onSave = [] { FAIL(); };
     for (const int view : {-1, 16, 17, 31, 255, 256, INT32_MIN, INT32_MAX}) {
-        EXPECT_EQ(printedBySaving(view), timeOfSave(view, 0));
+        EXPECT_EQ(save(view), says("", timeOfSave(view, 0)));
         EXPECT_EQ(settingByte(3715), kCurrent) << view;
         EXPECT_EQ(slotBuffer(), kBuffer) << view;
     }
-    EXPECT_EQ(printedBySaving(-1), "save view-1 used time = 0\r\n");
+    EXPECT_EQ(save(-1).second, "save view-1 used time = 0\r\n");
+    EXPECT_EQ(save(16).second, "save view16 used time = 0\r\n");
     EXPECT_TRUE(fs::is_empty(kDirectory));
     EXPECT_EQ(_currentView, kShownNumber);
-}
-
-TEST(Scene, SavingSaysHowManyTicksItTook)
-{
-    fakeClock.setMs(5000);
-    onSave = [] { fakeClock.advanceMs(250); };
-    EXPECT_EQ(printedWithLength([] { return SaveView(12); }, timeOfSave(12, 250)),
-              "save view12 used time = 250\r\n");
-    fakeClock.setMs(0xFFFFFFFF);
-    EXPECT_EQ(printedBy([] { SaveView(12); }), timeOfSave(12, 250));
 }
 
 TEST(Scene, ASaveThatFailsStillPrintsItsTimeAndTheViewIsCurrent)
 {
     fs::remove(kDirectory);
-    EXPECT_EQ(printedBySaving(kOther), "open file /userdata/view3.sav error\n"
-                                       "open file view3.sav fail\r\n"
-                                       "save view3 used time = 0\r\n");
+    EXPECT_EQ(save(kOther),
+              says("open file /userdata/view3.sav error\nopen file view3.sav fail\r\n",
+                   "save view3 used time = 0\r\n"));
     EXPECT_EQ(settingByte(3715), kOther);
 }
 
+// A record from elsewhere may name any view.
 TEST(Scene, SavingTheCurrentViewSavesTheUserSettingsCurrentOne)
 {
     _currentView = kOther;
-    EXPECT_EQ(printedWithLength([] { return SaveCurrentView(); }, timeOfSave(kCurrent, 0)),
-              "save view5 used time = 0\r\n");
-    EXPECT_EQ(filesIn(), (std::map<std::string, Bytes>{{"view5.sav", asStored(kLive, kCurrent)}}));
-}
-
-// A record from elsewhere may name any view.
-TEST(Scene, SavingACurrentViewBehindTheLastOneStoresNothing)
-{
-    for (const int current : {16, 200, 255}) {
+    for (const int current : {16, 200, 255, kCurrent}) {
+        EXPECT_TRUE(fs::is_empty(kDirectory));
         settingByte(3715) = static_cast<uint8_t>(current);
-        EXPECT_EQ(printedBy([] { SaveCurrentView(); }), timeOfSave(current, 0));
+        EXPECT_EQ(outcomeOf(SaveCurrentView), says("", timeOfSave(current, 0)));
         EXPECT_EQ(settingByte(3715), current);
     }
-    EXPECT_TRUE(fs::is_empty(kDirectory));
-}
-
-TEST(Scene, AViewThatWasSavedIsShownAgain)
-{
-    printedBySaving(kOther);
-    fill(GetViewSetting(), aView(99));
-    printedBySaving(4);
-    printedBySwitchingTo(kOther);
-    EXPECT_EQ(live(), asStored(kLive, kOther));
-    printedBySwitchingTo(4);
-    EXPECT_EQ(live(), asStored(aView(99), 4));
+    EXPECT_EQ(filesIn(), (std::map<std::string, Bytes>{{"view5.sav", asStored(kLive, kCurrent)}}));
 }
 
 // Searching --------------------------------------------------------------------------------------
 
-// All other bytes are set then.
 TEST(Scene, AViewIsEmptyWhenItsNinetySixAlphasAreZero)
 {
+    // All other bytes are set.
     put(viewPath(kOther), emptied(identified(Bytes(kViewSize, '\xFF'))));
-    EXPECT_EQ(printedBy([] { EXPECT_EQ(isEmptyScene(kOther), 1); }), "");
+    EXPECT_EQ(outcomeOf([] { return isEmptyScene(kOther); }), Outcome(1, ""));
     EXPECT_EQ(slotBuffer(), contentOf(viewPath(kOther)));
     EXPECT_EQ(live(), kLive);
-}
-
-TEST(Scene, AnyOfTheNinetySixAlphasMakesAViewNotEmpty)
-{
     const Bytes none = identified(Bytes(kViewSize, '\0'));
     for (size_t offset = 2600; offset < 2712; ++offset) {
         put(viewPath(kOther), with(none, offset, "\1"));
@@ -404,14 +342,11 @@ TEST(Scene, AViewThatIsNotStoredIsEmptyUnlessItIsCurrentAndShown)
         EXPECT_EQ(isEmptyScene(255), 1);
     });
     EXPECT_TRUE(fs::is_empty(kDirectory));
-}
-
-TEST(Scene, ACurrentViewThatIsStoredEmptyCountsAsWhatIsShown)
-{
+    // Nor does one count that is stored empty.
     put(viewPath(kCurrent), emptied(aView(kCurrent)));
-    EXPECT_EQ(isEmptyScene(kCurrent), 0);
-    fill(GetViewSetting(), emptied(kLive));
     EXPECT_EQ(isEmptyScene(kCurrent), 1);
+    fill(GetViewSetting(), kLive);
+    EXPECT_EQ(isEmptyScene(kCurrent), 0);
 }
 
 // Stores all views empty but for one, with no view the current one.
@@ -424,12 +359,14 @@ void storeOnly(int visible)
     }
 }
 
-// From the view behind it to 15, then from 0 to the one ahead of it.
-std::vector<int32_t> orderBehind(int view)
+// From the view after it to 15, then from 0 to the one before it. For a number that no view has,
+// these are all 16.
+std::vector<int32_t> orderAfter(int view)
 {
-    std::vector<int32_t> order;
-    for (int i = 1; i < 16; ++i) {
-        order.push_back((view + i) % 16);
+    std::vector<int32_t> order(view < 16 ? 15 : 16);
+    std::iota(order.begin(), order.end(), view < 16 ? view + 1 : 0);
+    for (int32_t &slot : order) {
+        slot %= 16;
     }
     return order;
 }
@@ -437,26 +374,24 @@ std::vector<int32_t> orderBehind(int view)
 TEST(Scene, WithAllViewsEmptyTheNextOneIsZeroAndAllOthersWereTestedInOrder)
 {
     storeOnly(-1);
-    for (uint8_t view = 0; view < 16; ++view) {
+    for (int view = 0; view < 256; view += view < 17 ? 1 : 14) { // 17, 31, ... 255
         loaded.clear();
-        EXPECT_EQ(getNextNoEmptyScene(view), 0);
-        EXPECT_EQ(loaded, orderBehind(view)) << int{view};
+        EXPECT_EQ(outcomeOf([view] { return getNextNoEmptyScene(static_cast<uint8_t>(view)); }),
+                  Outcome(0, ""));
+        EXPECT_EQ(loaded, orderAfter(view)) << view;
     }
-}
-
-TEST(Scene, TheNextViewBehindFifteenIsLookedForFromZeroToFourteen)
-{
-    storeOnly(-1);
-    EXPECT_EQ(getNextNoEmptyScene(15), 0);
-    EXPECT_EQ(loaded, (std::vector<int32_t>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14}));
+    EXPECT_EQ(orderAfter(15),
+              (std::vector<int32_t>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14}));
 }
 
 TEST(Scene, TheOnlyViewThatIsNotEmptyIsTheNextOfAllOthersAndNotItsOwn)
 {
     for (int visible = 0; visible < 16; ++visible) {
         storeOnly(visible);
-        for (uint8_t view = 0; view < 16; ++view) {
-            EXPECT_EQ(getNextNoEmptyScene(view), view == visible ? 0 : visible) << int{view};
+        for (int view = 0; view < 256; view += view < 17 ? 1 : 14) {
+            EXPECT_EQ(getNextNoEmptyScene(static_cast<uint8_t>(view)),
+                      view == visible ? 0 : visible)
+                << view;
         }
     }
 }
@@ -471,29 +406,12 @@ TEST(Scene, TheSearchEndsAtTheFirstViewThatIsNotEmpty)
     }
 }
 
-// All 16 views lie ahead of it, none is its own.
-TEST(Scene, TheNextViewBehindANumberThatNoViewHasIsTheFirstOneThatIsNotEmpty)
-{
-    const std::vector<int32_t> all = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
-    for (const uint8_t view : {uint8_t{16}, uint8_t{17}, uint8_t{200}, uint8_t{255}}) {
-        storeOnly(15);
-        loaded.clear();
-        EXPECT_EQ(getNextNoEmptyScene(view), 15) << int{view};
-        EXPECT_EQ(loaded, all) << int{view};
-
-        storeOnly(-1);
-        loaded.clear();
-        EXPECT_EQ(printedBy([&] { EXPECT_EQ(getNextNoEmptyScene(view), 0); }), "");
-        EXPECT_EQ(loaded, all) << int{view};
-    }
-}
-
 TEST(Scene, SearchingLeavesWhatIsShownAndItsNumbersAlone)
 {
     storeOnly(12);
     settingByte(3715) = kCurrent;
     const auto files = filesIn();
-    EXPECT_EQ(printedBy([] { getNextNoEmptyScene(3); }), "");
+    EXPECT_EQ(outcomeOf([] { return getNextNoEmptyScene(3); }), Outcome(5, ""));
     EXPECT_EQ(live(), kLive);
     EXPECT_EQ(settingByte(3715), kCurrent);
     EXPECT_EQ(_currentView, kShownNumber);

@@ -6,30 +6,29 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <random>
+#include <sstream>
+#include <system_error>
 
 #include <fcntl.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
-std::vector<std::string> journal;
+#include "tests/support/bytes.h"
+#include "tests/support/files.h"
+#include "tests/support/replace.h"
+
+namespace fs = std::filesystem;
+
+Journal journal;
 SimulatedSystem world;
 
-std::string hex(const uint8_t *bytes, size_t count)
-{
-    std::string text;
-    for (size_t i = 0; i < count; ++i) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02x", bytes[i]);
-        text += digits;
-    }
-    return text;
-}
-
 namespace {
+
+bool startsNoProcess = false;
+std::vector<std::FILE *> plainStreams; // that popen() gave out in the place of a process's
 
 void note(const std::string &call)
 {
@@ -40,6 +39,18 @@ int failWith(int error)
 {
     errno = error;
     return -1;
+}
+
+// What the note of a call says of a descriptor that started programs inherit.
+std::string inherited(int descriptor)
+{
+    const int flags = fcntl(descriptor, F_GETFD);
+    return flags >= 0 && (flags & FD_CLOEXEC) == 0 ? ", inherited" : "";
+}
+
+std::string outputFile(const std::string &tool)
+{
+    return "/tmp/" + tool + ".output";
 }
 
 // A vendor storage request is noted as its header and data, byte by byte.
@@ -65,55 +76,24 @@ int fakeInterfaceIoctl(unsigned long request, const void *argument)
 
 } // namespace
 
-// Link-time fakes of the system calls ------------------------------------------------------------
-
-extern "C" {
-std::FILE *__real_popen(const char *command, const char *type);
-int __real_system(const char *command);
-int __real_socket(int domain, int type, int protocol);
-int __real_ioctl(int fd, unsigned long request, ...);
-int __real_open64(const char *path, int flags, ...);
-std::FILE *__real_fopen64(const char *path, const char *mode);
-int __real_close(int fd);
-int32_t __real__Z12saveUserPrefv();
-std::FILE *__wrap_popen(const char *command, const char *type);
-int __wrap_system(const char *command);
-int __wrap_socket(int domain, int type, int protocol);
-int __wrap_ioctl(int fd, unsigned long request, ...);
-int __wrap___ioctl_time64(int fd, unsigned long request, ...);
-int __wrap_open64(const char *path, int flags, ...);
-std::FILE *__wrap_fopen64(const char *path, const char *mode);
-int __wrap_close(int fd);
-int32_t __wrap__Z12saveUserPrefv();
-int32_t __wrap__Z15isUpdateProgramv();
-
-std::FILE *__wrap_popen(const char *command, const char *type)
-{
-    note("popen " + std::string(command) + (type[0] == 'r' ? "" : " for writing"));
-    if (world.popenFailsAt > 0 && --world.popenFailsAt == 0) {
-        errno = EMFILE;
-        return nullptr;
-    }
-    return __real_popen(command, type);
-}
-
-int __wrap_system(const char *command)
+REPLACE(int, system, (const char *command))
 {
     note("system " + std::string(command));
     if (world.onSystem) {
         world.onSystem(command);
     }
-    return world.runsSystem ? __real_system(command) : 0;
+    return world.runsSystem ? REAL(system)(command) : 0;
 }
 
-int __wrap_socket(int domain, int type, int protocol)
+REPLACE(int, socket, (int domain, int type, int protocol))
 {
+    const int result = world.socketFails ? failWith(EMFILE) : REAL(socket)(domain, type, protocol);
     const bool isStream = (type & ~(SOCK_CLOEXEC | SOCK_NONBLOCK)) == SOCK_STREAM;
-    note(domain == AF_INET && isStream ? "socket" : "socket of another kind");
-    return world.socketFails ? failWith(EMFILE) : __real_socket(domain, type, protocol);
+    note((domain == AF_INET && isStream ? "socket" : "socket of another kind") + inherited(result));
+    return result;
 }
 
-int __wrap_ioctl(int fd, unsigned long request, ...)
+REPLACE(int, ioctl, (int fd, unsigned long request, ...))
 {
     va_list arguments;
     va_start(arguments, request);
@@ -124,13 +104,13 @@ int __wrap_ioctl(int fd, unsigned long request, ...)
     }
     if (request == SIOCGIFADDR || request == SIOCGIFNETMASK || request == SIOCGIFHWADDR) {
         const int result = fakeInterfaceIoctl(request, argument);
-        return result < 0 ? result : __real_ioctl(fd, request, argument);
+        return result < 0 ? result : REAL(ioctl)(fd, request, argument);
     }
-    return __real_ioctl(fd, request, argument);
+    return REAL(ioctl)(fd, request, argument);
 }
 
-// The name behind it on 32-bit processors with 64-bit time.
-int __wrap___ioctl_time64(int fd, unsigned long request, ...)
+// The name of ioctl() on 32-bit processors with 64-bit time.
+REPLACE(int, __ioctl_time64, (int fd, unsigned long request, ...))
 {
     va_list arguments;
     va_start(arguments, request);
@@ -139,51 +119,100 @@ int __wrap___ioctl_time64(int fd, unsigned long request, ...)
     return __wrap_ioctl(fd, request, argument);
 }
 
-int __wrap_open64(const char *path, int flags, ...)
+REPLACE(int, open64, (const char *path, int flags, ...))
 {
     va_list arguments;
     va_start(arguments, flags);
     const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(arguments, unsigned) : 0;
     va_end(arguments);
-    const int result = __real_open64(path, flags, mode);
+    const int result = REAL(open64)(path, flags, mode);
     if (std::strcmp(path, kVendorDevice) == 0) {
-        note((flags & O_ACCMODE) == O_RDWR ? "open vendor" : "open vendor, not read-write");
+        const bool isReadWrite = (flags & O_ACCMODE) == O_RDWR;
+        note((isReadWrite ? "open vendor" : "open vendor, not read-write") + inherited(result));
         world.vendorDescriptor = result;
     }
     return result;
 }
 
-std::FILE *__wrap_fopen64(const char *path, const char *mode)
+REPLACE(std::FILE *, fopen64, (const char *path, const char *mode))
 {
+    std::FILE *const file = REAL(fopen64)(path, mode);
     if (std::strncmp(path, "/etc/", 5) == 0) {
         std::string plain = mode;
-        std::erase(plain, 'e'); // whether started programs inherit it
-        note("fopen " + std::string(path) + " " + plain);
+        std::erase(plain, 'e'); // which shows in the descriptor
+        note("fopen " + std::string(path) + " " + plain +
+             (file != nullptr ? inherited(fileno(file)) : ""));
     }
-    return __real_fopen64(path, mode);
+    return file;
 }
 
-int __wrap_close(int fd)
+namespace {
+
+// What the command would print, or null where only a process can tell.
+std::FILE *outputOf(const std::string &command)
+{
+    std::istringstream words(command);
+    std::string tool;
+    std::string from;
+    std::string to;
+    words >> tool >> from >> to;
+    std::string output = "/dev/null";
+    if (tool == "cat") {
+        output = fs::is_regular_file(from) ? from : output;
+    } else if (tool == "cp") {
+        std::error_code dropped;
+        fs::copy_file(from, to, fs::copy_options::overwrite_existing, dropped);
+    } else if (fs::exists(outputFile(tool)) && command.find('|') == std::string::npos) {
+        output = outputFile(tool);
+    } else {
+        return nullptr;
+    }
+    plainStreams.push_back(REAL(fopen64)(output.c_str(), "re"));
+    return plainStreams.back();
+}
+
+} // namespace
+
+REPLACE(std::FILE *, popen, (const char *command, const char *type))
+{
+    note("popen " + std::string(command) + (type[0] == 'r' ? "" : " for writing"));
+    if (world.popenFailsAt > 0 && --world.popenFailsAt == 0) {
+        errno = EMFILE;
+        return nullptr;
+    }
+    std::FILE *const output = startsNoProcess ? outputOf(command) : nullptr;
+    return output != nullptr ? output : REAL(popen)(command, type);
+}
+
+REPLACE(int, pclose, (std::FILE * stream))
+{
+    return std::erase(plainStreams, stream) > 0 ? std::fclose(stream) : REAL(pclose)(stream);
+}
+
+REPLACE(int, close, (int fd))
 {
     if (fd >= 0 && fd == world.vendorDescriptor) {
         note("close vendor");
         world.vendorDescriptor = -1;
     }
-    return __real_close(fd);
+    const int result = REAL(close)(fd);
+    if (result < 0) {
+        note("close of what is not open");
+    }
+    return result;
 }
 
-// saveUserPref(), as the linker knows it.
-int32_t __wrap__Z12saveUserPrefv()
+// saveUserPref()
+REPLACE(int32_t, _Z12saveUserPrefv, ())
 {
     note("saveUserPref");
-    return __real__Z12saveUserPrefv();
+    return REAL(_Z12saveUserPrefv)();
 }
 
 // isUpdateProgram()
-int32_t __wrap__Z15isUpdateProgramv()
+REPLACE(int32_t, _Z15isUpdateProgramv, ())
 {
     return world.updating;
-}
 }
 
 std::string cannotStart()
@@ -191,37 +220,22 @@ std::string cannotStart()
     return "execute command failed: " + std::string(std::strerror(EMFILE)) + "\n";
 }
 
-// Files and tools of the board --------------------------------------------------------------------
-
-void writeFile(const std::string &path, const std::string &text)
-{
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
-}
-
-std::string contentOf(const std::string &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-bool exists(const std::string &path)
-{
-    return std::filesystem::exists(path);
-}
-
 void replaceTool(const std::string &path, const std::string &script)
 {
-    std::filesystem::remove("/bin/sh");
-    std::filesystem::create_symlink("/opt/host/bin/dash", "/bin/sh");
-    std::filesystem::remove(path);
+    fs::remove("/bin/sh");
+    fs::create_symlink("/opt/host/bin/dash", "/bin/sh");
+    fs::remove(path);
     writeFile(path, "#!/bin/sh\n" + script);
-    std::filesystem::permissions(path, std::filesystem::perms{0755});
+    fs::permissions(path, fs::perms{0755});
 }
 
 void toolPrints(const std::string &name, const std::string &output)
 {
-    writeFile("/tmp/" + name + ".output", output);
-    replaceTool("/bin/" + name, "exec cat /tmp/" + name + ".output\n");
+    if (!fs::exists(outputFile(name))) {
+        replaceTool("/bin/" + name, "exec cat " + outputFile(name) + "\n");
+    }
+    writeFile(outputFile(name), output);
+    startsNoProcess = true;
 }
 
 std::string noise(unsigned seed, size_t length)
@@ -236,6 +250,6 @@ std::string noise(unsigned seed, size_t length)
 
 ptrdiff_t openDescriptors()
 {
-    const std::filesystem::directory_iterator all("/proc/self/fd");
+    const fs::directory_iterator all("/proc/self/fd");
     return std::distance(begin(all), end(all));
 }

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+
 #include <string>
 #include <vector>
 
@@ -14,7 +15,7 @@ using Journal = std::vector<std::string>;
 extern Journal journal; // calls of the module, in order
 
 struct SimulatedSystem {
-    int popenFailsAt = 0; // 1 for the next popen(), 2 for the one behind it; 0 for none
+    int popenFailsAt = 0; // 1 for the next popen(), 2 for the one after it; 0 for none
     bool socketFails = false;
     unsigned long failingRequest = 0; // of an interface
     bool runsSystem = false;          // else system() is only noted
@@ -35,15 +36,13 @@ inline constexpr char kScript[] = "/etc/init.d/S50_Network_Conf.sh";
 // What init_ip() says when popen() fails.
 std::string cannotStart();
 
-void writeFile(const std::string &path, const std::string &text);
-std::string contentOf(const std::string &path);
-bool exists(const std::string &path);
-
 // Puts a shell script in the place of a tool. BusyBox's shell would not even look for it, as it has
 // the tools built in, so another one takes its place.
 void replaceTool(const std::string &path, const std::string &script);
 
-// From now on "ifconfig" or "ip" prints this, whatever its arguments are.
+// From now on "ifconfig" or "ip" prints this, whatever its arguments are. From then on popen()
+// starts no process for these two, "cat" and "cp", unless they are part of a pipeline: processes
+// take nearly all of a case's time.
 void toolPrints(const std::string &name, const std::string &output);
 
 inline const std::string kRoutes = "10.20.0.0/17 dev end0 scope link  src 10.20.30.40 \n"
@@ -52,8 +51,6 @@ inline const std::string kRoutes = "10.20.0.0/17 dev end0 scope link  src 10.20.
 
 // Bytes of every value, each one as likely, always the same for the same seed.
 std::string noise(unsigned seed, size_t length);
-
-std::string hex(const uint8_t *bytes, size_t count);
 
 // Of this process.
 ptrdiff_t openDescriptors();
