@@ -27,7 +27,8 @@ using Four = std::array<uint8_t, 4>;
 constexpr char kConfiguration[] = "/etc/dhcpcd.conf";
 constexpr char kScript[] = "/etc/init.d/S50_Network_Conf.sh";
 constexpr char kVendorDevice[] = "/dev/vendor_storage";
-constexpr char kVendorLog[] = "/tmp/vendor_storage.log";
+constexpr char kVendorDriver[] = "/opt/scratch/vendor_storage.so";
+constexpr char kVendorLog[] = "/opt/scratch/vendor_storage.log";
 
 std::string contentOf(const std::string &path)
 {
@@ -137,9 +138,11 @@ protected:
 std::vector<std::string> withVendorStorage()
 {
     writeFile(kVendorDevice, "");
+    // LD_PRELOAD takes a blank or a colon for the end of a path, and the checkout's may have one.
+    std::filesystem::copy_file(VENDOR_STORAGE, kVendorDriver);
     const char *const options = std::getenv("ASAN_OPTIONS");
     // The sanitizer's runtime would insist on coming first.
-    return {"LD_PRELOAD=" VENDOR_STORAGE,
+    return {std::string("LD_PRELOAD=") + kVendorDriver,
             "ASAN_OPTIONS=" + std::string(options != nullptr ? options : "") +
                 ":verify_asan_link_order=0"};
 }
@@ -208,8 +211,8 @@ public:
                                  "--dhcp-range=192.168.0.150,192.168.0.150,255.255.255.0,1h",
                                  "--dhcp-option=option:router,192.168.0.11",
                                  "--dhcp-option=option:dns-server,192.168.0.10",
-                                 "--dhcp-leasefile=/tmp/leases",
-                                 "--log-facility=/tmp/dnsmasq.log"};
+                                 "--dhcp-leasefile=/opt/scratch/leases",
+                                 "--log-facility=/opt/scratch/dnsmasq.log"};
         std::vector<char *> arguments;
         for (std::string &argument : program) {
             arguments.push_back(argument.data());
@@ -232,7 +235,7 @@ public:
     bool listens() const
     {
         return eventually([] {
-            return contentOf("/tmp/dnsmasq.log").find("sockets bound") != std::string::npos;
+            return contentOf("/opt/scratch/dnsmasq.log").find("sockets bound") != std::string::npos;
         });
     }
 
@@ -425,7 +428,7 @@ TEST_F(NetworkSetting, TheDhcpClientAsksForALeaseAfterSwitchingBack)
     ASSERT_TRUE(eventually([&] { return contentOf(kConfiguration) == delivered; }))
         << contentOf(kConfiguration);
     const DhcpServer server;
-    ASSERT_TRUE(server.listens()) << contentOf("/tmp/dnsmasq.log");
+    ASSERT_TRUE(server.listens()) << contentOf("/opt/scratch/dnsmasq.log");
     ASSERT_TRUE(bootNetwork());
     expectAfterRestart({192, 168, 0, 150}, {255, 255, 255, 0}, {192, 168, 0, 11}, 1);
     EXPECT_TRUE(daemon->prints("get dns = 192.168.0.10"));
@@ -618,9 +621,9 @@ namespace {
 
 void everythingPrints(const std::string &output)
 {
-    writeFile("/tmp/output", output);
-    replaceTool("ifconfig", "exec cat /tmp/output\n");
-    replaceTool("ip", "exec cat /tmp/output\n");
+    writeFile("/opt/scratch/output", output);
+    replaceTool("ifconfig", "exec cat /opt/scratch/output\n");
+    replaceTool("ip", "exec cat /opt/scratch/output\n");
     writeFile("/etc/resolv.conf", output);
     writeFile(kConfiguration, output);
     writeFile("/etc/issue", output);
