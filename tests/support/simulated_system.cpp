@@ -220,8 +220,8 @@ void replaceTool(const std::string &path, const std::string &script)
 
 void toolPrints(const std::string &name, const std::string &output)
 {
-    writeFile("/opt/scratch/" + name + ".output", output);
-    replaceTool("/bin/" + name, "exec cat /opt/scratch/" + name + ".output\n");
+    writeFile("/tmp/" + name + ".output", output);
+    replaceTool("/bin/" + name, "exec cat /tmp/" + name + ".output\n");
 }
 
 std::string noise(unsigned seed, size_t length)
