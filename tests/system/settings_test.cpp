@@ -372,6 +372,13 @@ TEST_F(SystemSettings, OfABadRecordAreTheDefaultsOrItsBeginning)
         EXPECT_EQ(contentOf(pathOf(kDeviceInfo)), foreignDevice);
     }
     {
+        SCOPED_TRACE("a DevInfo.sav with a wrong first identification alone");
+        putAll({{kDeviceInfo, with(kUsedDeviceInfo, 0, hex("5d"))}});
+        start(kUserPrefMissing + Lines{"Device ID = 0x4bcd365d\r", "reset Device info\r"} +
+              kOthersMissing);
+        expectSerialNumber(0x12, 0x34);
+    }
+    {
         SCOPED_TRACE("an overlong UserPref.sav, which the next save cuts to its length");
         putAll({{kUserPref, goodUserPref + Bytes(100'000, '\xFF')}});
         start(Lines{"read file UserPref.sav size error: fileSize=100056, readSize=56\r"} +
