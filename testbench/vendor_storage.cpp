@@ -19,7 +19,7 @@
 namespace {
 
 constexpr char kDevice[] = "/dev/vendor_storage";
-constexpr char kLog[] = "/tmp/vendor_storage.log";
+constexpr char kLog[] = "/opt/scratch/vendor_storage.log";
 
 constexpr unsigned long kRead = 0x40047601;
 constexpr unsigned long kWrite = 0x40047602;

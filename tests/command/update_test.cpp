@@ -47,8 +47,8 @@ size_t readsLess;             // bytes that each fread() leaves out
 bool isWriteShort;            // the next fwrite() of `block` writes one byte less
 bool isMemoryRefused;         // mymem_malloc() yields nothing
 std::set<const void *> inUse; // memory that has not been given back
-constexpr char kConsole[] = "/tmp/console";
-constexpr char kReport[] = "/tmp/report";
+constexpr char kConsole[] = "/opt/scratch/console";
+constexpr char kReport[] = "/opt/scratch/report";
 bool isChild; // which is about to end
 
 } // namespace

@@ -1,23 +1,20 @@
 // The network commands through the real daemon, with the board's own tools on its own interface, a
 // real DHCP client reading the file that the daemon writes, and tools that print nonsense.
 
+#include "tests/support/bytes.h"
+#include "tests/support/files.h"
 #include "tests/system/board.h"
 
 #include <array>
-#include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <iterator>
 #include <memory>
-#include <numeric>
-#include <spawn.h>
 #include <string>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -25,20 +22,11 @@ using Lines = std::vector<std::string>;
 using Four = std::array<uint8_t, 4>;
 
 constexpr char kConfiguration[] = "/etc/dhcpcd.conf";
+constexpr char kCopy[] = "/etc/dhcpcd.conf.dhcp";
 constexpr char kScript[] = "/etc/init.d/S50_Network_Conf.sh";
 constexpr char kVendorDevice[] = "/dev/vendor_storage";
-constexpr char kVendorLog[] = "/tmp/vendor_storage.log";
-
-std::string contentOf(const std::string &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-void writeFile(const std::string &path, const std::string &text)
-{
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
-}
+constexpr char kVendorDriver[] = "/opt/scratch/vendor_storage.so";
+constexpr char kVendorLog[] = "/opt/scratch/vendor_storage.log";
 
 bool eventually(const std::function<bool()> &condition)
 {
@@ -63,13 +51,6 @@ std::string answer(uint8_t code, const Four &data)
     return reply({3, 7, code, data[0], data[1], data[2], data[3]});
 }
 
-// Bytes and their sum.
-std::string withChecksum(std::string bytes)
-{
-    bytes += static_cast<char>(std::accumulate(bytes.begin(), bytes.end(), 0));
-    return bytes;
-}
-
 // The daemon, which can be started anew as on a board that is switched off and on.
 class Network : public testing::Test {
 protected:
@@ -78,11 +59,10 @@ protected:
         start();
     }
 
-    void start(std::vector<std::string> environment = {})
+    void start(const Lines &environment = {})
     {
         daemon.reset();
-        daemon = std::make_unique<Daemon>(std::vector<std::string>{}, std::initializer_list<int>{},
-                                          std::move(environment));
+        daemon = std::make_unique<Daemon>(Lines{}, std::initializer_list<int>{}, environment);
         ASSERT_TRUE(daemon->starts());
         expectAnswer(0x6A, {3, 0, 0, 0}, {3, 1, 10, 0}); // opens its channel, and says so
         news();
@@ -92,6 +72,54 @@ protected:
     {
         front.write(request(code, data));
         EXPECT_EQ(front.read(19), answer(code, expected));
+    }
+
+    // A setting, which is answered with itself.
+    void set(uint8_t code, const Four &data)
+    {
+        expectAnswer(code, data, data);
+    }
+
+    void expectNetwork(const Four &ip, const Four &mask, const Four &gateway)
+    {
+        expectAnswer(0x89, {}, ip);
+        expectAnswer(0x85, {}, mask);
+        expectAnswer(0x8D, {}, gateway);
+    }
+
+    void expectMac()
+    {
+        expectAnswer(0x8E, {5, 9, 9, 9}, {5, 0x02, 0x76, 0x65});
+        expectAnswer(0x8E, {7, 9, 9, 9}, {7, 0x73, 0x6B, 0x01});
+    }
+
+    void expectConfiguration(const std::string &beginning)
+    {
+        EXPECT_TRUE(eventually([&] { return contentOf(kConfiguration).starts_with(beginning); }))
+            << contentOf(kConfiguration);
+    }
+
+    // Switches to a static address and awaits the file. The name server is that of a new device's
+    // preferences where the interface's has not been read.
+    void setStaticAddress(const char *nameServer)
+    {
+        set(0x8E, {2, 0, 0, 0});
+        set(0x84, {255, 255, 0, 0});
+        set(0x8C, {192, 168, 0, 10});
+        set(0x88, {192, 168, 7, 77});
+        const std::string file = "interface eth0\n"
+                                 "static ip_address=192.168.7.77/16\n"
+                                 "static routers=192.168.0.10\n"
+                                 "static domain_name_servers=" +
+                                 std::string(nameServer) + '\n';
+        EXPECT_TRUE(eventually([&] { return contentOf(kConfiguration) == file; }))
+            << contentOf(kConfiguration);
+    }
+
+    void setStaticAddressAfterReading()
+    {
+        expectAnswer(0x89, {}, {192, 168, 0, 100});
+        setStaticAddress("192.168.0.1");
     }
 
     // Writes a network record, 18 bytes, and awaits the acknowledgement.
@@ -124,22 +152,25 @@ protected:
 
     ptrdiff_t openDescriptors() const
     {
-        const std::filesystem::directory_iterator all("/proc/" + std::to_string(daemon->pid()) +
-                                                      "/fd");
+        const fs::directory_iterator all("/proc/" + std::to_string(daemon->pid()) + "/fd");
         return std::distance(begin(all), end(all));
     }
+
+    const std::string delivered = contentOf(kConfiguration);
 
     FrontBoard front;
     std::unique_ptr<Daemon> daemon;
 };
 
 // The environment in which the daemon finds a driver behind /dev/vendor_storage.
-std::vector<std::string> withVendorStorage()
+Lines withVendorStorage()
 {
     writeFile(kVendorDevice, "");
+    // LD_PRELOAD takes a blank or a colon for the end of a path, and the checkout's may have one.
+    fs::copy_file(VENDOR_STORAGE, kVendorDriver);
     const char *const options = std::getenv("ASAN_OPTIONS");
     // The sanitizer's runtime would insist on coming first.
-    return {"LD_PRELOAD=" VENDOR_STORAGE,
+    return {std::string("LD_PRELOAD=") + kVendorDriver,
             "ASAN_OPTIONS=" + std::string(options != nullptr ? options : "") +
                 ":verify_asan_link_order=0"};
 }
@@ -153,26 +184,28 @@ const std::string kOwnRecord =
 const std::string kNewRecord =
     std::string("\x0A\x01\x02\x03\xFF\xFF\x00\x00\x0A\x01\x00\x01", 12) + kOwnMac;
 
-const std::string kNewScript = "#!/bin/sh\n"
-                               "/etc/init.d/S41dhcpcd stop\n"
-                               "sleep 1\n"
-                               "ifconfig eth0 10.1.2.3 netmask 255.255.0.0\n"
-                               "ip route add default via 10.1.0.1 dev eth0\n";
+// What the daemon says while it takes that.
+const Lines kConfigures = {"[Command_Config_Network] Will Config eth0",
+                           "[Command_Config_Network] ip:10.1.2.3 netmask:255.255.0.0",
+                           "[Command_Config_Network] route:10.1.0.1 mac:02.76.65.73.6b.01"};
+
+Lines operator+(Lines first, const Lines &second)
+{
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
 
 // Programs of the board and of the host ----------------------------------------------------------
-
-constexpr char kDhcpClient[] = "/opt/host/sbin/dhcpcd";
-constexpr char kDhcpServer[] = "/opt/host/sbin/dnsmasq";
 
 // Puts a shell script in the place of a tool. BusyBox's shell would not even look for it, as it has
 // the tools built in, so another one takes its place.
 void replaceTool(const std::string &name, const std::string &script)
 {
-    std::filesystem::remove("/bin/sh");
-    std::filesystem::create_symlink("/opt/host/bin/dash", "/bin/sh");
-    std::filesystem::remove("/bin/" + name);
+    fs::remove("/bin/sh");
+    fs::create_symlink("/opt/host/bin/dash", "/bin/sh");
+    fs::remove("/bin/" + name);
     writeFile("/bin/" + name, "#!/bin/sh\n" + script);
-    std::filesystem::permissions("/bin/" + name, std::filesystem::perms{0755});
+    fs::permissions("/bin/" + name, fs::perms{0755});
 }
 
 // Runs a command to its end; true when it succeeded.
@@ -189,70 +222,30 @@ bool bootNetwork()
     return run("ip address flush dev eth0 && exec timeout 60 dhcpcd -4 -1 -A eth0 2>&1");
 }
 
-// A DHCP server on the control PC, with one address to lease.
-class DhcpServer {
-public:
-    DhcpServer()
-    {
-        std::string program[] = {"/opt/host/bin/nsenter",
-                                 "--net=/run/netns/pc",
-                                 kDhcpServer,
-                                 "--no-daemon",
-                                 "--user=root",
-                                 "--group=root",
-                                 "--conf-file=/dev/null",
-                                 "--port=0",
-                                 "--interface=eth0",
-                                 "--bind-interfaces",
-                                 "--no-ping",
-                                 "--dhcp-range=192.168.0.150,192.168.0.150,255.255.255.0,1h",
-                                 "--dhcp-option=option:router,192.168.0.11",
-                                 "--dhcp-option=option:dns-server,192.168.0.10",
-                                 "--dhcp-leasefile=/tmp/leases",
-                                 "--log-facility=/tmp/dnsmasq.log"};
-        std::vector<char *> arguments;
-        for (std::string &argument : program) {
-            arguments.push_back(argument.data());
-        }
-        arguments.push_back(nullptr);
-        if (posix_spawn(&process, arguments[0], nullptr, nullptr, arguments.data(), environ) != 0) {
-            process = -1;
-        }
-    }
-    ~DhcpServer()
-    {
-        if (process > 0) {
-            kill(process, SIGKILL);
-            waitpid(process, nullptr, 0);
-        }
-    }
-    DhcpServer(const DhcpServer &) = delete;
-    DhcpServer &operator=(const DhcpServer &) = delete;
-
-    bool listens() const
-    {
-        return eventually([] {
-            return contentOf("/tmp/dnsmasq.log").find("sockets bound") != std::string::npos;
-        });
-    }
-
-private:
-    pid_t process = -1;
-};
-
-// Whether a program of the host works on the board; if not, why. What needs it is skipped then, and
-// scripts/test tells the reason.
-bool works(const char *program, std::string *reason)
+// A DHCP server on the control PC, with one address to lease. It ends with the board.
+bool startDhcpServer()
 {
-    if (access(program, X_OK) != 0) {
-        *reason = std::string(program) + " is not installed: scripts/install-packages test";
-        return false;
+    const char *const log = "/opt/scratch/dnsmasq.log";
+    return run("nsenter --net=/run/netns/pc dnsmasq --no-daemon --user=root --group=root"
+               " --conf-file=/dev/null --port=0 --interface=eth0 --bind-interfaces --no-ping"
+               " --dhcp-range=192.168.0.150,192.168.0.150,255.255.255.0,1h"
+               " --dhcp-option=option:router,192.168.0.11"
+               " --dhcp-option=option:dns-server,192.168.0.10"
+               " --dhcp-leasefile=/opt/scratch/leases --log-facility=" +
+               std::string(log) + " &") &&
+           eventually([&] { return contentOf(log).find("sockets bound") != std::string::npos; });
+}
+
+// Why one of the host's programs cannot be run on the board; empty if all can. What needs them is
+// skipped then, and scripts/test tells the reason.
+std::string reasonToSkip(std::initializer_list<std::string> programs)
+{
+    for (const std::string &program : programs) {
+        if (!run(program + " --version >/dev/null 2>&1")) {
+            return program + " is not installed or does not run: scripts/install-packages test";
+        }
     }
-    if (!run(std::string(program) + " --version >/dev/null")) {
-        *reason = std::string(program) + " does not run here";
-        return false;
-    }
-    return true;
+    return "";
 }
 
 } // namespace
@@ -270,10 +263,9 @@ TEST_F(Network, ReadsTheAddressOfTheInterface)
     expectAnswer(0x85, {}, {255, 255, 255, 0});
     expectAnswer(0x8D, {}, {192, 168, 0, 1});
     expectAnswer(0x8E, {3, 9, 9, 9}, {3, 1, 0, 0});
-    expectAnswer(0x8E, {5, 9, 9, 9}, {5, 0x02, 0x76, 0x65});
-    expectAnswer(0x8E, {7, 9, 9, 9}, {7, 0x73, 0x6B, 0x01});
+    expectMac();
     EXPECT_EQ(news(), Lines());
-    EXPECT_EQ(contentOf("/etc/dhcpcd.conf.dhcp"), contentOf(kConfiguration));
+    EXPECT_EQ(contentOf(kCopy), contentOf(kConfiguration));
 }
 
 TEST_F(Network, ReadsTheDefaultsBeforeTheInterfaceWasRead)
@@ -285,39 +277,34 @@ TEST_F(Network, ReadsTheDefaultsBeforeTheInterfaceWasRead)
     EXPECT_EQ(news(), Lines());
 }
 
-TEST_F(Network, FollowsTheInterface)
+TEST_F(Network, FollowsTheInterfaceAndTakesTheLoopbacksValuesWhereItHasNone)
 {
-    expectAnswer(0x89, {}, {192, 168, 0, 100});
-    ASSERT_TRUE(run("ifconfig eth0 172.16.9.8 netmask 255.240.0.0 && "
-                    "ip route add default via 172.16.0.9"));
-    expectAnswer(0x89, {}, {172, 16, 9, 8});
-    expectAnswer(0x85, {}, {255, 240, 0, 0});
-    expectAnswer(0x8D, {}, {172, 16, 0, 9});
-}
-
-// As while it waits for a lease.
-TEST_F(Network, TakesTheLoopbacksAddressWhereTheInterfaceHasNone)
-{
-    ASSERT_TRUE(run("ip address flush dev eth0"));
-    expectAnswer(0x89, {}, {127, 0, 0, 1});
-    expectAnswer(0x85, {}, {255, 0, 0, 0});
-    EXPECT_EQ(news()[1], "eth0 name:eth0");
-    // It is kept: a change is applied with it.
-    expectAnswer(0x8E, {2, 0, 0, 0}, {2, 0, 0, 0});
-    EXPECT_TRUE(eventually([] {
-        return contentOf(kConfiguration)
-            .starts_with("interface eth0\nstatic ip_address=127.0.0.1/8\n");
-    })) << contentOf(kConfiguration);
-}
-
-TEST_F(Network, TakesTheLoopbacksNameWithTheInterfaceDown)
-{
-    ASSERT_TRUE(run("ip link set eth0 down"));
-    expectAnswer(0x89, {}, {127, 0, 0, 1});
-    EXPECT_EQ(news()[1], "eth0 name:lo");
-    expectAnswer(0x8E, {2, 0, 0, 0}, {2, 0, 0, 0});
-    EXPECT_TRUE(eventually([] { return contentOf(kConfiguration).starts_with("interface lo\n"); }))
-        << contentOf(kConfiguration);
+    const struct {
+        const char *change;
+        const char *name;
+        Four ip, mask;
+        const char *applied; // once DHCP is switched off: what was found is kept
+    } rows[] = {
+        // clang-format off
+        {"true", "eth0", {192, 168, 0, 100}, {255, 255, 255, 0}, nullptr},
+        {"ifconfig eth0 172.16.9.8 netmask 255.240.0.0 && ip route add default via 172.16.0.9",
+         "eth0", {172, 16, 9, 8}, {255, 240, 0, 0}, nullptr},
+        {"ip address flush dev eth0", // as while it waits for a lease
+         "eth0", {127, 0, 0, 1}, {255, 0, 0, 0}, "interface eth0\nstatic ip_address=127.0.0.1/8\n"},
+        {"ip link set eth0 down", "lo", {127, 0, 0, 1}, {255, 0, 0, 0}, "interface lo\n"},
+        // clang-format on
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.change);
+        ASSERT_TRUE(run(row.change));
+        const bool isFirst = &row == rows;
+        expectNetwork(row.ip, row.mask, isFirst ? Four{192, 168, 0, 1} : Four{172, 16, 0, 9});
+        EXPECT_EQ(news().at(1), std::string("eth0 name:") + row.name);
+        if (row.applied != nullptr) {
+            set(0x8E, {2, 0, 0, 0});
+            expectConfiguration(row.applied);
+        }
+    }
 }
 
 TEST_F(Network, ReadsTheSystemVersion)
@@ -329,70 +316,13 @@ TEST_F(Network, ReadsTheSystemVersion)
 
 // Setting ----------------------------------------------------------------------------------------
 
-namespace {
-
-constexpr char kCopy[] = "/etc/dhcpcd.conf.dhcp";
-
-const std::string kStaticFile = "interface eth0\n"
-                                "static ip_address=192.168.7.77/16\n"
-                                "static routers=192.168.0.10\n"
-                                "static domain_name_servers=192.168.0.1\n";
-
-class NetworkSetting : public Network {
-protected:
-    // Switches to a static address and awaits the file.
-    void setStaticAddress()
-    {
-        expectAnswer(0x89, {}, {192, 168, 0, 100});
-        expectAnswer(0x8E, {2, 0, 0, 0}, {2, 0, 0, 0});
-        expectAnswer(0x84, {255, 255, 0, 0}, {255, 255, 0, 0});
-        expectAnswer(0x8C, {192, 168, 0, 10}, {192, 168, 0, 10});
-        expectAnswer(0x88, {192, 168, 7, 77}, {192, 168, 7, 77});
-        ASSERT_TRUE(eventually([] { return contentOf(kConfiguration) == kStaticFile; }))
-            << contentOf(kConfiguration);
-    }
-
-    // The same before any 89. The name server is that of a new device's preferences.
-    void setStaticAddressBeforeReading()
-    {
-        expectAnswer(0x8E, {2, 0, 0, 0}, {2, 0, 0, 0});
-        expectAnswer(0x84, {255, 255, 0, 0}, {255, 255, 0, 0});
-        expectAnswer(0x8C, {192, 168, 0, 10}, {192, 168, 0, 10});
-        expectAnswer(0x88, {192, 168, 7, 77}, {192, 168, 7, 77});
-        const std::string file = "interface eth0\n"
-                                 "static ip_address=192.168.7.77/16\n"
-                                 "static routers=192.168.0.10\n"
-                                 "static domain_name_servers=194.25.2.129\n";
-        ASSERT_TRUE(eventually([&] { return contentOf(kConfiguration) == file; }))
-            << contentOf(kConfiguration);
-    }
-
-    // What the interface has, as a daemon finds it that has been told nothing.
-    void expectAfterRestart(const Four &ip, const Four &mask, const Four &gateway, uint8_t dhcp)
-    {
-        start();
-        expectAnswer(0x89, {}, ip);
-        expectAnswer(0x85, {}, mask);
-        expectAnswer(0x8D, {}, gateway);
-        expectAnswer(0x8E, {3, 0, 0, 0}, {3, dhcp, 0, 0});
-    }
-};
-
-} // namespace
-
-TEST_F(NetworkSetting, WritesTheDhcpClientsFile)
+TEST_F(Network, WritesTheDhcpClientsFileAndKeepsWhatWasSetOverARestart)
 {
-    const std::string delivered = contentOf(kConfiguration);
-    setStaticAddress();
-    EXPECT_EQ(contentOf("/etc/dhcpcd.conf.dhcp"), delivered);
+    setStaticAddressAfterReading();
+    EXPECT_EQ(contentOf(kCopy), delivered);
     // The interface itself is left alone, and what was set is what is read back.
     EXPECT_TRUE(run("ifconfig eth0 | grep -q 'inet addr:192.168.0.100 '"));
     expectAnswer(0x89, {}, {192, 168, 7, 77});
-}
-
-TEST_F(NetworkSetting, KeepsWhatWasSetOverARestart)
-{
-    setStaticAddress();
     start();
     expectAnswer(0x85, {}, {255, 255, 0, 0});
     expectAnswer(0x8D, {}, {192, 168, 0, 10});
@@ -401,120 +331,104 @@ TEST_F(NetworkSetting, KeepsWhatWasSetOverARestart)
     expectAnswer(0x89, {}, {192, 168, 0, 100});
 }
 
-TEST_F(NetworkSetting, TheDhcpClientTakesTheStaticAddress)
+TEST_F(Network, MakesTheDhcpClientTakeTheStaticAddressAndLaterALease)
 {
-    std::string reason;
-    if (!works(kDhcpClient, &reason)) {
-        GTEST_SKIP() << reason;
+    if (const auto why = reasonToSkip({"dhcpcd", "dnsmasq"}); !why.empty()) {
+        GTEST_SKIP() << why;
     }
-    setStaticAddress();
+    setStaticAddressAfterReading();
     ASSERT_TRUE(bootNetwork());
-    expectAfterRestart({192, 168, 7, 77}, {255, 255, 0, 0}, {192, 168, 0, 10}, 0);
+    start();
+    expectNetwork({192, 168, 7, 77}, {255, 255, 0, 0}, {192, 168, 0, 10});
+    expectAnswer(0x8E, {3, 0, 0, 0}, {3, 0, 0, 0});
     EXPECT_TRUE(daemon->prints("get dns = 192.168.0.1"));
-}
 
-TEST_F(NetworkSetting, TheDhcpClientAsksForALeaseAfterSwitchingBack)
-{
-    std::string reason;
-    if (!works(kDhcpClient, &reason) || !works(kDhcpServer, &reason)) {
-        GTEST_SKIP() << reason;
-    }
-    const std::string delivered = contentOf(kConfiguration);
-    setStaticAddress();
-    expectAnswer(0x8E, {2, 1, 0, 0}, {2, 1, 0, 0});
-    ASSERT_TRUE(eventually([&] { return contentOf(kConfiguration) == delivered; }))
-        << contentOf(kConfiguration);
-    const DhcpServer server;
-    ASSERT_TRUE(server.listens()) << contentOf("/tmp/dnsmasq.log");
+    set(0x8E, {2, 1, 0, 0});
+    expectConfiguration(delivered);
+    ASSERT_TRUE(startDhcpServer()) << contentOf("/opt/scratch/dnsmasq.log");
     ASSERT_TRUE(bootNetwork());
-    expectAfterRestart({192, 168, 0, 150}, {255, 255, 255, 0}, {192, 168, 0, 11}, 1);
+    start();
+    expectNetwork({192, 168, 0, 150}, {255, 255, 255, 0}, {192, 168, 0, 11});
+    expectAnswer(0x8E, {3, 0, 0, 0}, {3, 1, 0, 0});
     EXPECT_TRUE(daemon->prints("get dns = 192.168.0.10"));
 }
 
-TEST_F(NetworkSetting, NamesTheInterfaceThoughNothingWasReadBefore)
+TEST_F(Network, NamesTheInterfaceThoughNothingWasReadBefore)
 {
-    setStaticAddressBeforeReading();
+    setStaticAddress("194.25.2.129");
     EXPECT_EQ(news(), (Lines{"len = 4", "eth0 name:eth0"}));
     const std::string written = contentOf(kConfiguration);
     start();
     expectAnswer(0x89, {}, {192, 168, 0, 100}); // until the DHCP client starts
     expectAnswer(0x8E, {3, 0, 0, 0}, {3, 0, 0, 0});
     EXPECT_EQ(contentOf(kConfiguration), written);
-    EXPECT_FALSE(std::filesystem::exists(kCopy)); // nobody has ever found DHCP on
+    EXPECT_FALSE(fs::exists(kCopy)); // nobody has ever found DHCP on
 }
 
-TEST_F(NetworkSetting, WhatWasSetBeforeReadingIsAppliedAndTheDeliveredFileComesBack)
+TEST_F(Network, AppliesWhatWasSetBeforeReadingAndBringsTheDeliveredFileBack)
 {
-    std::string reason;
-    if (!works(kDhcpClient, &reason)) {
-        GTEST_SKIP() << reason;
+    if (const auto why = reasonToSkip({"dhcpcd"}); !why.empty()) {
+        GTEST_SKIP() << why;
     }
-    const std::string delivered = contentOf(kConfiguration);
     expectAnswer(0x89, {}, {192, 168, 0, 100}); // makes the copy
     start();
-    setStaticAddressBeforeReading();
+    setStaticAddress("194.25.2.129");
     start();
     expectAnswer(0x89, {}, {192, 168, 0, 100});
     expectAnswer(0x8E, {3, 0, 0, 0}, {3, 0, 0, 0});
     EXPECT_EQ(contentOf(kCopy), delivered);
     ASSERT_TRUE(bootNetwork());
-    expectAfterRestart({192, 168, 7, 77}, {255, 255, 0, 0}, {192, 168, 0, 10}, 0);
+    start();
+    expectNetwork({192, 168, 7, 77}, {255, 255, 0, 0}, {192, 168, 0, 10});
+    expectAnswer(0x8E, {3, 0, 0, 0}, {3, 0, 0, 0});
     EXPECT_TRUE(daemon->prints("get dns = 194.25.2.129"));
     EXPECT_EQ(contentOf(kCopy), delivered);
-    expectAnswer(0x8E, {2, 1, 0, 0}, {2, 1, 0, 0});
-    EXPECT_TRUE(eventually([&] { return contentOf(kConfiguration) == delivered; }))
-        << contentOf(kConfiguration);
+    set(0x8E, {2, 1, 0, 0});
+    expectConfiguration(delivered);
 }
 
-TEST_F(NetworkSetting, LeavesTheFileWhereThereIsNoNameToLearn)
+TEST_F(Network, LeavesTheFileWhereThereIsNoNameToLearn)
 {
-    const std::string delivered = contentOf(kConfiguration);
     replaceTool("ifconfig", "exit 127\n");
-    expectAnswer(0x8E, {2, 0, 0, 0}, {2, 0, 0, 0});
+    set(0x8E, {2, 0, 0, 0});
     EXPECT_TRUE(daemon->prints("no interface name: /etc/dhcpcd.conf is left as it is"));
     EXPECT_EQ(contentOf(kConfiguration), delivered);
-    EXPECT_FALSE(std::filesystem::exists(kCopy));
+    EXPECT_FALSE(fs::exists(kCopy));
 }
 
 // What the protocol document warns of.
-TEST_F(NetworkSetting, ReadingWithTheInterfaceDownTakesTheStaticFileForThatOfDhcp)
+TEST_F(Network, TakesTheStaticFileForThatOfDhcpWithTheInterfaceDown)
 {
-    setStaticAddress();
+    setStaticAddressAfterReading();
+    const std::string written = contentOf(kConfiguration);
     start();
     ASSERT_TRUE(run("ip link set eth0 down"));
     expectAnswer(0x89, {}, {127, 0, 0, 1});
     expectAnswer(0x8E, {3, 0, 0, 0}, {3, 1, 0, 0});
-    EXPECT_EQ(contentOf(kCopy), kStaticFile);
+    EXPECT_EQ(contentOf(kCopy), written);
 }
 
-TEST_F(NetworkSetting, TheAddressAloneKeepsTheMaskOfBefore)
+TEST_F(Network, KeepsTheMaskOfBeforeForAnAddressAlone)
 {
     expectAnswer(0x89, {}, {192, 168, 0, 100});
-    expectAnswer(0x8E, {2, 0, 0, 0}, {2, 0, 0, 0});
-    expectAnswer(0x88, {10, 1, 2, 3}, {10, 1, 2, 3});
-    EXPECT_TRUE(eventually([] {
-        return contentOf(kConfiguration).find("static ip_address=10.1.2.3/24\n") !=
-               std::string::npos;
-    })) << contentOf(kConfiguration);
+    set(0x8E, {2, 0, 0, 0});
+    set(0x88, {10, 1, 2, 3});
+    expectConfiguration("interface eth0\nstatic ip_address=10.1.2.3/24\n");
 }
 
-TEST_F(NetworkSetting, SavesAChangedDhcpValueAtOnceAndAnUnchangedOneNot)
+TEST_F(Network, SavesAChangedDhcpValueAtOnceAndAnUnchangedOneNot)
 {
-    expectAnswer(0x8E, {2, 1, 5, 6}, {2, 1, 5, 6});
-    EXPECT_FALSE(std::filesystem::exists("/userdata/UserPref.sav"));
-    expectAnswer(0x8E, {2, 0, 5, 6}, {2, 0, 5, 6});
-    EXPECT_TRUE(std::filesystem::exists("/userdata/UserPref.sav"));
-}
-
-TEST_F(Network, KeepsSilentOnAnUnknownSubcommand)
-{
-    front.write(request(0x8E, {4, 0, 0, 0}));
+    set(0x8E, {2, 1, 5, 6});
+    EXPECT_FALSE(fs::exists("/userdata/UserPref.sav"));
+    set(0x8E, {2, 0, 5, 6});
+    EXPECT_TRUE(fs::exists("/userdata/UserPref.sav"));
+    front.write(request(0x8E, {4, 0, 0, 0}));   // no subcommand
     expectAnswer(0x85, {}, {255, 255, 255, 0}); // the first answer
 }
 
 // The network record -----------------------------------------------------------------------------
 
-TEST_F(Network, TakesARecordAndReadsItBack)
+TEST_F(Network, TakesARecordReadsItBackAndTakesOthers)
 {
     start(withVendorStorage());
     expectRecordRead(kOwnRecord);
@@ -522,23 +436,18 @@ TEST_F(Network, TakesARecordAndReadsItBack)
                              "[Command_Read_Network] ip:192.168.0.100 netmask:255.255.255.0",
                              "[Command_Read_Network] route:192.168.0.1 mac:02.76.65.73.6b.01"}));
     expectRecordTaken(kNewRecord);
-    EXPECT_EQ(news(), (Lines{"writeDataSetting", "[Command_Config_Network] Will Config eth0",
-                             "[Command_Config_Network] ip:10.1.2.3 netmask:255.255.0.0",
-                             "[Command_Config_Network] route:10.1.0.1 mac:02.76.65.73.6b.01"}));
-    EXPECT_EQ(contentOf(kVendorLog), "write id=3 length=6 data=027665736b01\n"
-                                     "read id=3 length=50 data=027665736b01\n");
-    EXPECT_EQ(contentOf(kScript), kNewScript);
-    EXPECT_EQ(std::filesystem::status(kScript).permissions(), std::filesystem::perms{0755});
+    EXPECT_EQ(news(), Lines{"writeDataSetting"} + kConfigures);
+    EXPECT_EQ(contentOf(kScript), "#!/bin/sh\n"
+                                  "/etc/init.d/S41dhcpcd stop\n"
+                                  "sleep 1\n"
+                                  "ifconfig eth0 10.1.2.3 netmask 255.255.0.0\n"
+                                  "ip route add default via 10.1.0.1 dev eth0\n");
+    EXPECT_EQ(fs::status(kScript).permissions(), fs::perms{0755});
     EXPECT_TRUE(run("ifconfig eth0 | grep -q 'inet addr:10.1.2.3 .*Mask:255.255.0.0'"));
     EXPECT_TRUE(run("ip route show | grep -q '^default via 10.1.0.1 dev eth0'"));
     expectRecordRead(kNewRecord);
     expectAnswer(0x89, {}, {10, 1, 2, 3});
-}
 
-TEST_F(Network, TakesRecordAfterRecord)
-{
-    start(withVendorStorage());
-    expectRecordTaken(kNewRecord);
     const ptrdiff_t after1 = openDescriptors();
     for (const char *const mac : {"\x02\x11\x22\x33\x44\x55", "\x02\xAA\xBB\xCC\xDD\xEE"}) {
         expectRecordTaken(kOwnRecord.substr(0, 12) + mac);
@@ -553,14 +462,15 @@ TEST_F(Network, TakesRecordAfterRecord)
                                      "read id=3 length=50 data=02aabbccddee\n");
 }
 
-TEST_F(Network, TakesARecordWithoutVendorStorage)
+TEST_F(Network, TakesARecordWithoutVendorStorageAndRunsItsScriptAgainAtStartUp)
 {
     expectRecordTaken(kNewRecord);
     EXPECT_EQ(news(),
-              (Lines{"writeDataSetting", "vendor_storage open fail", "vendor_storage open fail",
-                     "[Command_Config_Network] Will Config eth0",
-                     "[Command_Config_Network] ip:10.1.2.3 netmask:255.255.0.0",
-                     "[Command_Config_Network] route:10.1.0.1 mac:02.76.65.73.6b.01"}));
+              (Lines{"writeDataSetting", "vendor_storage open fail", "vendor_storage open fail"}) +
+                  kConfigures);
+    expectRecordRead(kNewRecord);
+    ASSERT_TRUE(run("ifconfig eth0 192.168.0.100 netmask 255.255.255.0"));
+    ASSERT_TRUE(run(kScript));
     expectRecordRead(kNewRecord);
 }
 
@@ -577,14 +487,6 @@ TEST_F(Network, TakesARecordThoughTheVendorStorageRefuses)
     expectRecordTaken(kOwnRecord);
     EXPECT_EQ(openDescriptors(), after1);
     expectRecordRead(kOwnRecord);
-}
-
-TEST_F(Network, RunsTheScriptOfARecordAgainAtStartUp)
-{
-    expectRecordTaken(kNewRecord);
-    ASSERT_TRUE(run("ifconfig eth0 192.168.0.100 netmask 255.255.255.0"));
-    ASSERT_TRUE(run(kScript));
-    expectRecordRead(kNewRecord);
 }
 
 TEST_F(Network, AnswersARecordThatIsReadInPartWithZerosInTheRest)
@@ -614,21 +516,7 @@ TEST_F(Network, AnswersARecordOfWhichNothingCanBeReadWithZeros)
 
 // Tools that print something else ----------------------------------------------------------------
 
-namespace {
-
-void everythingPrints(const std::string &output)
-{
-    writeFile("/tmp/output", output);
-    replaceTool("ifconfig", "exec cat /tmp/output\n");
-    replaceTool("ip", "exec cat /tmp/output\n");
-    writeFile("/etc/resolv.conf", output);
-    writeFile(kConfiguration, output);
-    writeFile("/etc/issue", output);
-}
-
-} // namespace
-
-TEST_F(Network, NonsenseOfTheToolsLeavesTheValues)
+TEST_F(Network, KeepsItsValuesWhenTheToolsPrintNonsense)
 {
     expectAnswer(0x89, {}, {192, 168, 0, 100});
     std::string manyNumbers;
@@ -650,13 +538,16 @@ TEST_F(Network, NonsenseOfTheToolsLeavesTheValues)
         "default via " + manyNumbers + "\nnameserver 1.2.3",
         "nameserver " + std::string(5000, '8') + "\ndefault via " + std::string(5000, '8'),
     };
+    replaceTool("ifconfig", "exec cat /opt/scratch/output\n");
+    replaceTool("ip", "exec cat /opt/scratch/output\n");
     for (const std::string &output : outputs) {
-        everythingPrints(output);
-        expectAnswer(0x89, {}, {192, 168, 0, 100});
-        expectAnswer(0x85, {}, {255, 255, 255, 0});
-        expectAnswer(0x8D, {}, {192, 168, 0, 1});
-        expectAnswer(0x8E, {5, 0, 0, 0}, {5, 0x02, 0x76, 0x65});
-        expectAnswer(0x8E, {7, 0, 0, 0}, {7, 0x73, 0x6B, 0x01});
+        writeFile("/opt/scratch/output", output);
+        for (const char *const file : {"/etc/resolv.conf", kConfiguration, "/etc/issue"}) {
+            writeFile(file, output);
+        }
+        SCOPED_TRACE(output.substr(0, 40));
+        expectNetwork({192, 168, 0, 100}, {255, 255, 255, 0}, {192, 168, 0, 1});
+        expectMac();
         expectAnswer(0x6A, {4, 0, 0, 0}, {4, 0, 0, 0});
         front.write(request(0xF1, {0x20, 0, 0, 0}));
         EXPECT_EQ(front.read(38).substr(0, 19), answer(0xF1, {0x20, 0, 19, 0}));

@@ -1,20 +1,14 @@
 // Starts of the daemon on senseless files, and the operations on a stored state made of them.
-//
-// VESK_SOAK_SECONDS in the environment of this program says for how long the daemon is started on
-// senseless files (10), VESK_SOAK_SEED which files they are (always the same if not given).
 
+#include "tests/support/soak.h"
 #include "tests/system/stored_state.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <functional>
-#include <iostream>
 #include <iterator>
-#include <map>
 #include <random>
 #include <sstream>
 
@@ -45,12 +39,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-uint32_t environmentNumber(const char *name, uint32_t otherwise)
-{
-    const char *const text = std::getenv(name);
-    return text == nullptr ? otherwise : static_cast<uint32_t>(std::strtoul(text, nullptr, 0));
-}
-
 // Files for a start: good ones, damaged ones and noise.
 class Senseless {
 public:
@@ -75,31 +63,18 @@ public:
         Files files;
         for (const auto &[name, bytes] : good) {
             const bool isRead = kUsed.count(name) != 0;
-            switch (below(isRead ? 8 : 40)) { // of the others, few are enough
-            case 0:
+            const size_t kind = below(isRead ? 8 : 40); // of the others, few are enough
+            if (kind == 0) {
                 files[name] = noise();
-                break;
-            case 1:
+            } else if (kind == 1) {
                 files[name] = isRead && below(2) == 0 ? firstStart("save0.sav") : bytes;
-                break;
-            case 2:
-            case 3:
+            } else if (kind <= 3) {
                 files[name] = mutated(bytes);
-                break;
-            case 4:
-            case 5:
-                if (isRead) {
-                    files[name] = hostile(name, bytes);
-                }
-                break;
-            case 6:
-                if (isRead) {
-                    files[name] = bytes;
-                }
-                break;
-            default:
-                break; // not there
-            }
+            } else if (isRead && kind <= 5) {
+                files[name] = hostile(name, bytes);
+            } else if (isRead && kind == 6) {
+                files[name] = bytes;
+            } // else it is not there
         }
         return files;
     }
@@ -129,24 +104,19 @@ private:
     {
         for (size_t changes = 1 + below(4); changes > 0; --changes) {
             const size_t at = below(bytes.size() + 1);
-            switch (below(5)) {
-            case 0:
+            const size_t kind = below(5);
+            if (kind == 0) {
                 bytes.resize(at);
-                break;
-            case 1:
+            } else if (kind == 1) {
                 bytes.insert(at, noise().substr(0, 1000));
-                break;
-            case 2:
+            } else if (kind == 2) {
                 bytes.erase(at, below(40));
-                break;
-            case 3:
+            } else if (kind == 3) {
                 bytes += noise();
-                break;
-            default:
-                for (size_t i = at; i < bytes.size() && i < at + 8; ++i) {
+            } else {
+                for (size_t i = at; i < std::min(bytes.size(), at + 8); ++i) {
                     bytes[i] = byte();
                 }
-                break;
             }
         }
         bytes.resize(std::min<size_t>(bytes.size(), 70000));
@@ -249,34 +219,26 @@ private:
 
 TEST_F(SystemState, OfSenselessFilesIsWhatTheirIdentificationsSay)
 {
-    const uint32_t seconds = environmentNumber("VESK_SOAK_SECONDS", 10);
-    const uint32_t seed = environmentNumber("VESK_SOAK_SEED", 20250321);
-    std::cout << "VESK_SOAK_SECONDS=" << seconds << " VESK_SOAK_SEED=" << seed << std::endl;
-    Senseless senseless(seed);
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-    int round = 0;
-    std::map<std::string, int> resets; // rounds with this message
-    do {
-        SCOPED_TRACE("round " + std::to_string(round));
+    SoakRun run(40);
+    Senseless senseless(run.seed);
+    uint32_t resets[3] = {}; // rounds with these messages
+    const char *const messages[] = {"reset userPref\r", "reset Device info\r", "reset user save\r"};
+    while (run.goesOn()) {
+        SCOPED_TRACE("round " + std::to_string(run.rounds));
         const Files files = senseless.next();
         const Start start(files);
         putAll(files);
         startAndEnd(start.says);
         expectFiles(start.left);
         ASSERT_FALSE(HasFailure());
-        for (const char *const message :
-             {"reset userPref\r", "reset Device info\r", "reset user save\r"}) {
-            resets[message] +=
-                static_cast<int>(std::count(start.says.begin(), start.says.end(), message));
+        for (size_t i = 0; i < std::size(messages); ++i) {
+            resets[i] +=
+                std::count(start.says.begin(), start.says.end(), messages[i]) != 0 ? 1U : 0U;
         }
-        ++round;
-    } while (std::chrono::steady_clock::now() < end || round < 20);
-    std::cout << round << " starts" << std::endl;
-    // Of each kind there were both.
-    EXPECT_EQ(resets.size(), 3u);
-    for (const auto &[message, count] : resets) {
-        EXPECT_GT(count, 0) << message;
-        EXPECT_LT(count, round) << message;
+    }
+    for (size_t i = 0; i < std::size(messages); ++i) { // of each kind there were both
+        EXPECT_GT(resets[i], 0u) << messages[i];
+        EXPECT_LT(resets[i], run.rounds) << messages[i];
     }
 }
 
@@ -347,19 +309,19 @@ const std::function<void(uint32_t number)> kOperations[] = {
 // In this process, with the sanitizers of this build.
 TEST(SystemStateOperations, TakeWhateverIsStored)
 {
-    const uint32_t seed = environmentNumber("VESK_SOAK_SEED", 20250321);
-    std::cout << "VESK_SOAK_SEED=" << seed << std::endl;
-    Senseless senseless(seed);
-    std::mt19937 random(seed);
+    SoakRun run(60);
+    Senseless senseless(run.seed);
+    std::mt19937 random(run.seed);
     malloc_saveView();
-    for (int round = 0; round < 60; ++round) {
-        SCOPED_TRACE("round " + std::to_string(round));
+    while (run.goesOn()) {
+        SCOPED_TRACE("round " + std::to_string(run.rounds));
         Console console;
         putAll(senseless.next());
         // The user setting is zero again; the rest is what the round before left.
         std::memset(GetUserSetting(), 0, sizeof(UserSetting));
         loadAllUserPref();
-        GetUserSetting()->extInputFormat = static_cast<uint8_t>(round % 2 == 0 ? 125 : random());
+        GetUserSetting()->extInputFormat =
+            static_cast<uint8_t>(run.rounds % 2 == 0 ? 125 : random());
         for (int i = 0; i < 300; ++i) {
             kOperations[random() % std::size(kOperations)](someNumber(random));
         }

@@ -1,19 +1,15 @@
 // The settings files of the daemon: kept over restarts, written once for a burst of changes, left
 // usable by a sudden end, and what bad ones do to its start.
-//
-// VESK_SOAK_SEED in the environment of this program says at which moments the daemon is killed (new
-// ones each time).
 
+#include "tests/support/soak.h"
 #include "tests/system/stored_state.h"
 
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <iostream>
-#include <memory>
+#include <optional>
 #include <poll.h>
 #include <random>
 #include <sys/inotify.h>
@@ -33,34 +29,26 @@ constexpr char kDhcpConfiguration[] = "/etc/dhcpcd.conf";
 // them missing.
 const Lines kOthersMissing = kWorkTimeMissing + kUserSettingMissing;
 
-// What it has said about the settings.
-Lines linesAboutSettings(Daemon &daemon)
-{
-    Lines result;
-    for (const std::string &line : daemon.lines()) {
-        for (const char *const beginning : {"mkdir", "open file ", "read file ", "wirte file ",
-                                            "UserPref ", "Device ", "reset ", "save "}) {
-            if (line.rfind(beginning, 0) == 0) {
-                result.push_back(line);
-            }
-        }
-    }
-    return result;
-}
-
-void kill(Daemon &daemon)
-{
-    daemon.signal(SIGKILL);
-    ASSERT_TRUE(daemon.waitForEnd());
-}
-
 // Each case starts the daemon when the files are as it wants them.
 class SystemSettings : public testing::Test {
 protected:
+    // In the place of one that is killed.
+    void start(const Lines &says)
+    {
+        daemon.emplace();
+        ASSERT_TRUE(daemon->starts());
+        EXPECT_EQ(linesOfLoading(*daemon), says);
+    }
+
     void expectAnswer(const Frame &asked, const Frame &answered)
     {
         front.write(command(asked));
         EXPECT_EQ(front.read(19), reply(answered)) << command(asked);
+    }
+
+    void expectAnswer(const Frame &both)
+    {
+        expectAnswer(both, both);
     }
 
     void expectSerialNumber(uint8_t high, uint8_t low)
@@ -79,48 +67,31 @@ protected:
     void expectLife()
     {
         expectAnswer({0, 0, 0x68, 1, 0, 0, 0}, {0, 0, 0x68, 1, 0x26, 0x33, 0});
+        EXPECT_TRUE(daemon->prints("read device type"));
+        daemon->forgetLines();
     }
 
     FrontBoard front;
+    std::optional<Daemon> daemon;
 };
 
 } // namespace
 
-// Over a restart ---------------------------------------------------------------------------------
-
-TEST_F(SystemSettings, KeepTheSerialNumberOverARestart)
+TEST_F(SystemSettings, KeepTheSerialNumberAndThenTheDhcpFlagOverRestarts)
 {
-    {
-        Daemon daemon;
-        ASSERT_TRUE(daemon.starts());
-        EXPECT_EQ(linesAboutSettings(daemon),
-                  kUserPrefMissing + kDeviceInfoMissing + kOthersMissing);
-        expectSerialNumber(0, 0);
-        EXPECT_FALSE(fs::exists(pathOf(kDeviceInfo)));
-        expectAnswer({0, 0, 0x6A, 0x10, 0x12, 0x34, 0x56}, {0, 0, 0x6A, 0x10, 0x12, 0x34, 0x56});
-        EXPECT_EQ(contentOf(pathOf(kDeviceInfo)),
-                  hex("5c 36 cd 4b 34 12 00 00 00 00 00 00 00 32 00 00 00 00 00 00"));
-        kill(daemon);
-    }
-    Daemon daemon;
-    ASSERT_TRUE(daemon.starts());
-    EXPECT_EQ(linesAboutSettings(daemon), kUserPrefMissing);
+    start(kUserPrefMissing + kDeviceInfoMissing + kOthersMissing);
+    expectSerialNumber(0, 0);
+    EXPECT_FALSE(fs::exists(pathOf(kDeviceInfo)));
+    expectAnswer({0, 0, 0x6A, 0x10, 0x12, 0x34, 0x56});
+    EXPECT_EQ(contentOf(pathOf(kDeviceInfo)),
+              hex("5c 36 cd 4b 34 12 00 00 00 00 00 00 00 32 00 00 00 00 00 00"));
+    start(kUserPrefMissing);
     expectSerialNumber(0x12, 0x34);
     EXPECT_FALSE(fs::exists(pathOf(kUserPref)));
-}
-
-TEST_F(SystemSettings, KeepTheDhcpFlagOverARestart)
-{
-    {
-        Daemon daemon;
-        ASSERT_TRUE(daemon.starts());
-        expectAnswer({0, 0, 0x8E, 2, 0, 0, 0}, {0, 0, 0x8E, 2, 0, 0, 0});
-        kill(daemon);
-    }
-    Daemon daemon;
-    ASSERT_TRUE(daemon.starts());
-    EXPECT_EQ(linesAboutSettings(daemon), kDeviceInfoMissing);
-    expectAnswer({0, 0, 0x8E, 3, 0, 0, 0}, {0, 0, 0x8E, 3, 0, 0, 0});
+    expectAnswer({0, 0, 0x8E, 2, 0, 0, 0});
+    start({});
+    expectSerialNumber(0x12, 0x34);
+    expectAnswer({0, 0, 0x8E, 3, 0, 0, 0});
 }
 
 // Saved once -------------------------------------------------------------------------------------
@@ -148,15 +119,13 @@ public:
                     static_cast<int>((names.size() < count ? kPatience : kQuiet).count())) > 0) {
             alignas(inotify_event) char events[4096];
             const ssize_t length = read(queue.get(), events, sizeof events);
-            ssize_t at = 0;
-            while (at < length) {
-                inotify_event event;
+            inotify_event event;
+            for (ssize_t at = 0; at < length; at += event.len) {
                 std::memcpy(&event, events + at, sizeof event);
                 at += static_cast<ssize_t>(sizeof event);
                 if ((event.mask & IN_CLOSE_WRITE) != 0) {
                     names.emplace_back(events + at); // ends in a zero
                 }
-                at += event.len;
             }
         }
         return names;
@@ -166,27 +135,43 @@ private:
     Descriptor queue;
 };
 
-// Three settings of the front board, behind each other.
-const std::string kNetworkChange = command({0, 1, 0x84, 255, 255, 0, 0}) +
-                                   command({0, 2, 0x8C, 10, 1, 0, 1}) +
-                                   command({0, 3, 0x88, 10, 1, 2, 3});
-const std::string kNetworkChanged = reply({0, 1, 0x84, 255, 255, 0, 0}) +
-                                    reply({0, 2, 0x8C, 10, 1, 0, 1}) +
-                                    reply({0, 3, 0x88, 10, 1, 2, 3});
+class SystemSettingsWrites : public SystemSettings {
+protected:
+    // Starts the daemon and has it read the interface.
+    void SetUp() override
+    {
+        daemon.emplace();
+        ASSERT_TRUE(daemon->starts());
+        expectAnswer({0, 0, 0x89, 0, 0, 0, 0}, {0, 0, 0x89, 192, 168, 0, 100});
+    }
+
+    // Three settings of the front board in a row are saved and then applied, once.
+    void changeNetwork()
+    {
+        Watch watch;
+        std::string commands;
+        std::string replies;
+        for (const Frame &change :
+             {Frame{0, 1, 0x84, 255, 255, 0, 0}, Frame{0, 2, 0x8C, 10, 1, 0, 1},
+              Frame{0, 3, 0x88, 10, 1, 2, 3}}) {
+            commands += command(change);
+            replies += reply(change);
+        }
+        front.write(commands);
+        EXPECT_EQ(front.read(replies.size()), replies);
+        EXPECT_EQ(watch.files(2), (Lines{"UserPref.sav", "dhcpcd.conf"}));
+    }
+
+    const std::string delivered = contentOf(kDhcpConfiguration);
+};
 
 } // namespace
 
-TEST_F(SystemSettings, AreSavedOnceForThreeChangesInARowAndThenAppliedOnce)
+TEST_F(SystemSettingsWrites, AreOneForThreeChangesInARow)
 {
     put(kDhcpConfiguration, "interface eth0\n");
-    Daemon daemon;
-    ASSERT_TRUE(daemon.starts());
-    expectAnswer({0, 0, 0x89, 0, 0, 0, 0}, {0, 0, 0x89, 192, 168, 0, 100});
-    Watch watch;
-    front.write(kNetworkChange);
-    EXPECT_EQ(front.read(kNetworkChanged.size()), kNetworkChanged);
-    EXPECT_EQ(watch.files(2), (Lines{"UserPref.sav", "dhcpcd.conf"}));
-
+    SetUp(); // which now finds DHCP off
+    changeNetwork();
     EXPECT_EQ(contentOf(pathOf(kUserPref)), hex("38 76 24 06 00 00 d0 07 01 00"        // DHCP off
                                                 " 0a 01 02 03 0a 01 00 01 ff ff 00 00" // addresses
                                                 " c0 a8 00 01 c2 19 02 82" // name servers
@@ -199,30 +184,20 @@ TEST_F(SystemSettings, AreSavedOnceForThreeChangesInARowAndThenAppliedOnce)
                                              "static domain_name_servers=192.168.0.1\n");
 }
 
-TEST_F(SystemSettings, AreSavedOnceAndTheDhcpConfigurationPutBackOnceWhileDhcpIsOn)
+TEST_F(SystemSettingsWrites, PutTheDhcpConfigurationBackOnceWhileDhcpIsOn)
 {
-    const std::string delivered = contentOf(kDhcpConfiguration);
-    Daemon daemon;
-    ASSERT_TRUE(daemon.starts());
-    expectAnswer({0, 0, 0x89, 0, 0, 0, 0}, {0, 0, 0x89, 192, 168, 0, 100});
     EXPECT_EQ(contentOf("/etc/dhcpcd.conf.dhcp"), delivered);
     put(kDhcpConfiguration, "# changed\n");
-    Watch watch;
-    front.write(kNetworkChange);
-    EXPECT_EQ(front.read(kNetworkChanged.size()), kNetworkChanged);
-    EXPECT_EQ(watch.files(2), (Lines{"UserPref.sav", "dhcpcd.conf"}));
+    changeNetwork();
     EXPECT_EQ(contentOf(kDhcpConfiguration), delivered);
 }
 
-TEST_F(SystemSettings, AreSavedAtOnceAndOnceMoreByAChangeOfTheDhcpFlag)
+TEST_F(SystemSettingsWrites, FollowAChangeOfTheDhcpFlagAtOnceAndOnceMore)
 {
-    Daemon daemon;
-    ASSERT_TRUE(daemon.starts());
-    expectAnswer({0, 0, 0x89, 0, 0, 0, 0}, {0, 0, 0x89, 192, 168, 0, 100});
     Watch watch;
-    expectAnswer({0, 0, 0x8E, 2, 0, 0, 0}, {0, 0, 0x8E, 2, 0, 0, 0});
+    expectAnswer({0, 0, 0x8E, 2, 0, 0, 0});
     EXPECT_EQ(contentOf(pathOf(kUserPref)).substr(8, 2), hex("01 00"));
-    expectAnswer({0, 0, 0x8E, 2, 0, 0, 0}, {0, 0, 0x8E, 2, 0, 0, 0}); // no change
+    expectAnswer({0, 0, 0x8E, 2, 0, 0, 0}); // no change
     EXPECT_EQ(watch.files(3), (Lines{"UserPref.sav", "UserPref.sav", "dhcpcd.conf"}));
     EXPECT_EQ(contentOf(kDhcpConfiguration).substr(0, 15), "interface eth0\n");
 }
@@ -260,7 +235,7 @@ public:
     {
         std::string text = command({0, 0, 0x84, 255, 255, static_cast<uint8_t>(mask), 0});
         for (int i = 1; i < kCommands; ++i) {
-            const Settings now = behind(i + 1);
+            const Settings now = after(i + 1);
             text += changesSerialNumber(i)
                         ? command({0, 0, 0x6A, 0x10, static_cast<uint8_t>(now.serialNumber >> 8),
                                    static_cast<uint8_t>(now.serialNumber), 0})
@@ -269,13 +244,13 @@ public:
         return text;
     }
 
-    // Whether the files may hold this when the daemon was killed behind its `answered`th answer at
-    // the earliest: they are those behind one of the commands, or the record that the next one was
+    // Whether the files may hold this when the daemon was killed after its `answered`th answer at
+    // the earliest: they are those after one of the commands, or the record that the next one was
     // saving is lost.
     bool canEndIn(const Settings &found, int answered) const
     {
         for (int done = answered; done <= kCommands; ++done) {
-            Settings expected = behind(done);
+            Settings expected = after(done);
             if (found == expected) {
                 return true;
             }
@@ -298,8 +273,8 @@ private:
         return number % 2 == 1;
     }
 
-    // What the files hold behind so many commands.
-    Settings behind(int commands) const
+    // What the files hold after so many commands.
+    Settings after(int commands) const
     {
         Settings settings = atStart;
         for (int i = 1; i < commands; ++i) {
@@ -318,140 +293,118 @@ private:
     int serialNumber;
 };
 
-int numberAt(const std::string &frame, size_t offset)
-{
-    EXPECT_EQ(frame.size(), 19u);
-    return frame.size() == 19 ? std::stoi(frame.substr(offset, 2), nullptr, 16) : -1;
-}
-
 Settings askForSettings(FrontBoard &front)
 {
     front.write(command({0, 0, 0x6A, 0x11, 0, 0, 0}) + command({0, 0, 0x8E, 3, 0, 0, 0}) +
                 command({0, 0, 0x85, 0, 0, 0, 0}));
-    const std::string serialNumber = front.read(19);
-    const std::string dhcp = front.read(19);
-    const std::string mask = front.read(19);
+    const std::string replies = front.read(57);
+    EXPECT_EQ(replies.size(), 57u) << replies;
     // Of the mask the rest is 255.255.x.0, kept or reset.
-    EXPECT_EQ(mask.substr(0, 12), "<F000085ffff") << mask;
-    return {numberAt(serialNumber, 10) * 256 + numberAt(serialNumber, 12), numberAt(dhcp, 10),
-            numberAt(mask, 12)};
-}
-
-uint32_t seedOfEnvironment()
-{
-    const char *const text = std::getenv("VESK_SOAK_SEED");
-    return text == nullptr ? std::random_device()()
-                           : static_cast<uint32_t>(std::strtoul(text, nullptr, 0));
+    EXPECT_EQ(replies.substr(38, 12), "<F000085ffff") << replies;
+    const auto number = [&](size_t at, size_t digits) {
+        return std::stoi("0" + replies.substr(at, digits), nullptr, 16);
+    };
+    return {number(10, 4), number(19 + 10, 2), number(38 + 12, 2)};
 }
 
 } // namespace
 
 // A save is no exchange of files: what was being saved may be lost, but only that, and only for the
 // defaults. The line is a new one after each end, so that no commands are left on it.
-TEST_F(SystemSettings, AreOldOrNewOrLostAfterASuddenEnd)
+TEST(SystemSettingsFiles, AreOldOrNewOrLostAfterASuddenEnd)
 {
-    const uint32_t seed = seedOfEnvironment();
-    std::cout << "VESK_SOAK_SEED=" << seed << std::endl;
-    std::mt19937 random(seed);
+    SoakRun run(20);
+    std::mt19937 random(run.seed);
     std::uniform_int_distribution<int> someAnswers(0, Stream::kCommands - 1);
     std::uniform_int_distribution<int> someMicroseconds(0, 300);
 
-    auto line = std::make_unique<FrontBoard>();
-    auto daemon = std::make_unique<Daemon>();
-    ASSERT_TRUE(daemon->starts());
-    Settings before = askForSettings(*line);
-    EXPECT_EQ(before, Settings());
-    int lost = 0;
-    for (int round = 0; round < 200; ++round) {
-        const Stream stream(before, round, round * Stream::kCommands);
-        line->write(stream.commands());
-        const int answers = someAnswers(random);
-        const auto length = static_cast<size_t>(answers) * 19;
-        ASSERT_EQ(line->read(length).size(), length);
-        std::this_thread::sleep_for(std::chrono::microseconds(someMicroseconds(random)));
-        kill(*daemon);
-
-        daemon.reset();
-        line.reset();
-        line = std::make_unique<FrontBoard>();
-        daemon = std::make_unique<Daemon>();
-        ASSERT_TRUE(daemon->starts()) << "round " << round;
-        const Settings found = askForSettings(*line);
-        ASSERT_TRUE(stream.canEndIn(found, answers))
-            << "round " << round << ", " << answers << " answers or more: " << found
+    Settings before;
+    std::optional<Stream> stream;
+    int answers = 0;
+    while (run.goesOn()) {
+        FrontBoard line;
+        Daemon daemon;
+        ASSERT_TRUE(daemon.starts()) << "round " << run.rounds;
+        const Settings found = askForSettings(line);
+        ASSERT_TRUE(stream ? stream->canEndIn(found, answers) : found == before)
+            << "round " << run.rounds << ", " << answers << " answers or more: " << found
             << "; before: " << before;
-        lost += linesAboutSettings(*daemon).empty() ? 0 : 1;
         before = found;
+        const auto fresh = static_cast<int>(run.rounds % 200);
+        stream.emplace(before, fresh, fresh * Stream::kCommands);
+        line.write(stream->commands());
+        answers = someAnswers(random);
+        const auto length = static_cast<size_t>(answers) * 19;
+        ASSERT_EQ(line.read(length).size(), length);
+        std::this_thread::sleep_for(std::chrono::microseconds(someMicroseconds(random)));
+        daemon.signal(SIGKILL);
+        ASSERT_TRUE(daemon.waitForEnd());
     }
-    std::cout << "starts without one of the records: " << lost << std::endl;
 }
 
 // Bad files --------------------------------------------------------------------------------------
 
-TEST_F(SystemSettings, OfAForeignUserPrefAreTheDefaults)
+TEST_F(SystemSettings, OfABadRecordAreTheDefaultsOrItsBeginning)
 {
-    const std::string foreign = hex("ef be ad de 05 07") + std::string(50, '\x5A');
-    put(pathOf(kUserPref), foreign);
-    Daemon daemon;
-    ASSERT_TRUE(daemon.starts());
-    EXPECT_EQ(linesAboutSettings(daemon), (Lines{"UserPref ID = 0xdeadbeef\r", "reset userPref\r"} +
-                                           kDeviceInfoMissing + kOthersMissing));
-    expectLife();
-    expectDefaultNetwork();
-    expectAnswer({0, 0, 0x8E, 5, 0, 0, 0}, {0, 0, 0x8E, 5, 0x5A, 0x5A, 0x5A});
-    EXPECT_EQ(contentOf(pathOf(kUserPref)), foreign);
-}
-
-TEST_F(SystemSettings, KeepTheSerialNumberOfADevInfoWithAWrongSecondIdentification)
-{
-    const std::string foreign = hex("5c 36 cd 4b 34 12 00 00 01 02 03 04 00 32 00 01 05 06 07 08");
-    put(pathOf(kDeviceInfo), foreign);
-    Daemon daemon;
-    ASSERT_TRUE(daemon.starts());
-    EXPECT_EQ(linesAboutSettings(daemon),
-              (kUserPrefMissing + Lines{"Device ID = 0x4bcd365c\r", "reset Device info\r"} +
-               kOthersMissing));
-    expectLife();
-    expectSerialNumber(0x12, 0x34);
-    EXPECT_EQ(contentOf(pathOf(kDeviceInfo)), foreign);
-}
-
-TEST_F(SystemSettings, OfAnOverlongUserPrefAreItsBeginning)
-{
-    const std::string record =
+    const Bytes foreignUserPref = hex("ef be ad de 05 07") + Bytes(50, '\x5A');
+    const Bytes foreignDevice = hex("5c 36 cd 4b 34 12 00 00 01 02 03 04 00 32 00 01 05 06 07 08");
+    const Bytes goodUserPref =
         hex("38 76 24 06 00 00 d0 07 01 00 0a 01 02 03 0a 01 00 01 ff ff 7f 00") +
-        std::string(34, '\x5A');
-    put(pathOf(kUserPref), record + std::string(100'000, '\xFF'));
-    Daemon daemon;
-    ASSERT_TRUE(daemon.starts());
-    EXPECT_EQ(linesAboutSettings(daemon),
-              Lines{"read file UserPref.sav size error: fileSize=100056, readSize=56\r"} +
-                  kDeviceInfoMissing + kOthersMissing);
-    expectLife();
-    expectAnswer({0, 0, 0x85, 0, 0, 0, 0}, {0, 0, 0x85, 255, 255, 127, 0});
-    expectAnswer({0, 0, 0x8D, 0, 0, 0, 0}, {0, 0, 0x8D, 10, 1, 0, 1});
-    expectSerialNumber(0, 0);
-    // A save cuts it to its length.
-    expectAnswer({0, 0, 0x8E, 2, 1, 0, 0}, {0, 0, 0x8E, 2, 1, 0, 0});
-    EXPECT_EQ(contentOf(pathOf(kUserPref)), record.substr(0, 9) + '\1' + record.substr(10));
+        Bytes(34, '\x5A');
+    {
+        SCOPED_TRACE("a foreign UserPref.sav, which stays as it is");
+        putAll({{kUserPref, foreignUserPref}});
+        start(Lines{"UserPref ID = 0xdeadbeef\r", "reset userPref\r"} + kDeviceInfoMissing +
+              kOthersMissing);
+        expectLife();
+        expectDefaultNetwork();
+        expectAnswer({0, 0, 0x8E, 5, 0, 0, 0}, {0, 0, 0x8E, 5, 0x5A, 0x5A, 0x5A});
+        EXPECT_EQ(contentOf(pathOf(kUserPref)), foreignUserPref);
+    }
+    {
+        SCOPED_TRACE(
+            "a DevInfo.sav with a wrong second identification, whose serial number counts");
+        putAll({{kDeviceInfo, foreignDevice}});
+        start(kUserPrefMissing + Lines{"Device ID = 0x4bcd365c\r", "reset Device info\r"} +
+              kOthersMissing);
+        expectLife();
+        expectSerialNumber(0x12, 0x34);
+        EXPECT_EQ(contentOf(pathOf(kDeviceInfo)), foreignDevice);
+    }
+    {
+        SCOPED_TRACE("a DevInfo.sav with a wrong first identification alone");
+        putAll({{kDeviceInfo, with(kUsedDeviceInfo, 0, hex("5d"))}});
+        start(kUserPrefMissing + Lines{"Device ID = 0x4bcd365d\r", "reset Device info\r"} +
+              kOthersMissing);
+        expectSerialNumber(0x12, 0x34);
+    }
+    {
+        SCOPED_TRACE("an overlong UserPref.sav, which the next save cuts to its length");
+        putAll({{kUserPref, goodUserPref + Bytes(100'000, '\xFF')}});
+        start(Lines{"read file UserPref.sav size error: fileSize=100056, readSize=56\r"} +
+              kDeviceInfoMissing + kOthersMissing);
+        expectLife();
+        expectAnswer({0, 0, 0x85, 0, 0, 0, 0}, {0, 0, 0x85, 255, 255, 127, 0});
+        expectAnswer({0, 0, 0x8D, 0, 0, 0, 0}, {0, 0, 0x8D, 10, 1, 0, 1});
+        expectSerialNumber(0, 0);
+        expectAnswer({0, 0, 0x8E, 2, 1, 0, 0});
+        EXPECT_EQ(contentOf(pathOf(kUserPref)),
+                  goodUserPref.substr(0, 9) + '\1' + goodUserPref.substr(10));
+    }
 }
 
 TEST_F(SystemSettings, AreInMemoryOnlyWhereUserdataIsAFile)
 {
     put("/userdata", "no directory");
-    Daemon daemon;
-    ASSERT_TRUE(daemon.starts());
-    EXPECT_EQ(linesAboutSettings(daemon),
-              (kUserPrefMissing + kDeviceInfoMissing + kWorkTimeMissing +
-               Lines{"open file /userdata/workTime.sav error", "open file workTime.sav fail\r"} +
-               kUserSettingMissing +
-               Lines{"open file /userdata/save0.sav error", "open file save0.sav fail\r"}));
+    start(kUserPrefMissing + kDeviceInfoMissing + kWorkTimeMissing +
+          Lines{"open file /userdata/workTime.sav error", "open file workTime.sav fail\r"} +
+          kUserSettingMissing +
+          Lines{"open file /userdata/save0.sav error", "open file save0.sav fail\r"});
     expectLife();
     expectDefaultNetwork();
-    daemon.forgetLines();
-    expectAnswer({0, 0, 0x6A, 0x10, 0x12, 0x34, 0}, {0, 0, 0x6A, 0x10, 0x12, 0x34, 0});
-    EXPECT_TRUE(daemon.prints("open file DevInfo.sav fail\r"));
-    EXPECT_EQ(linesAboutSettings(daemon),
+    expectAnswer({0, 0, 0x6A, 0x10, 0x12, 0x34, 0});
+    EXPECT_TRUE(daemon->prints("open file DevInfo.sav fail\r"));
+    EXPECT_EQ(daemon->lines(),
               (Lines{"open file /userdata/DevInfo.sav error", "open file DevInfo.sav fail\r"}));
     expectSerialNumber(0x12, 0x34);
     EXPECT_EQ(contentOf("/userdata"), "no directory");
@@ -463,24 +416,16 @@ TEST_F(SystemSettings, AreLostSilentlyOnAFullDisk)
     fs::create_directory("/userdata");
     ASSERT_EQ(mount("tmpfs", "/userdata", "tmpfs", 0, "size=4096"), 0) << std::strerror(errno);
     put("/userdata/full", std::string(4096, 'x'));
-    {
-        Daemon daemon;
-        ASSERT_TRUE(daemon.starts());
-        EXPECT_EQ(linesAboutSettings(daemon),
-                  kUserPrefMissing + kDeviceInfoMissing + kOthersMissing);
-        daemon.forgetLines();
-        expectAnswer({0, 0, 0x6A, 0x10, 0x12, 0x34, 0}, {0, 0, 0x6A, 0x10, 0x12, 0x34, 0});
-        expectSerialNumber(0x12, 0x34);
-        EXPECT_EQ(linesAboutSettings(daemon), Lines{});
-        kill(daemon);
-    }
+    start(kUserPrefMissing + kDeviceInfoMissing + kOthersMissing);
+    expectLife();
+    expectAnswer({0, 0, 0x6A, 0x10, 0x12, 0x34, 0});
+    expectSerialNumber(0x12, 0x34);
+    EXPECT_EQ(daemon->lines(), Lines{});
+    daemon.reset();
     for (const char *const name : {kDeviceInfo, kWorkTime, kUserSetting}) {
         EXPECT_EQ(fs::file_size(pathOf(name)), 0u) << name;
     }
-    Daemon daemon;
-    ASSERT_TRUE(daemon.starts());
-    EXPECT_EQ(linesAboutSettings(daemon),
-              (kUserPrefMissing + Lines{"Device ID = 0x0\r", "reset Device info\r",
-                                        "reset user save\r", "save save0.sav"}));
+    start(kUserPrefMissing +
+          Lines{"Device ID = 0x0\r", "reset Device info\r", "reset user save\r", "save save0.sav"});
     expectSerialNumber(0, 0);
 }

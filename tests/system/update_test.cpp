@@ -1,22 +1,21 @@
 // Firmware update: the installed program replaces itself by another one, over the line and over
-// UDP, and stays what it is when something is wrong.
-//
-// Here the daemon is /usr/bin/vesk_h264 of the board: a copy of the one that was built.
-//
-// VESK_SOAK_SECONDS in the environment of this program makes the package that goes over UDP so much
-// larger that sending it takes about that long.
+// UDP, and stays what it is when something is wrong. The daemon is /usr/bin/vesk_h264 of the board,
+// a copy of the one that was built. Under scripts/soak the package over UDP is as long as a random
+// run.
 
+#include "tests/support/files.h"
+#include "tests/support/soak.h"
 #include "tests/system/board.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <numeric>
 #include <thread>
 
 #include <sys/wait.h>
+
+namespace fs = std::filesystem;
+using std::chrono::steady_clock;
 
 namespace {
 
@@ -25,28 +24,11 @@ constexpr char kBackup[] = "/usr/bin/vesk_h264_backup";
 constexpr char kStored[] = "/userdata/_update.pkg";
 
 // A program that is the old executable again, small enough for one block.
-constexpr char kScript[] = "#!/bin/sh\nexec /usr/bin/vesk_h264_backup\n";
+const std::string kScript = "#!/bin/sh\nexec /usr/bin/vesk_h264_backup\n";
 
 constexpr size_t kBlock = 1024;
 constexpr size_t kHeader = 128;
-
-std::string contentOf(const std::string &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-// Compares without printing what is no text.
-testing::AssertionResult isSame(const std::string &one, const std::string &other)
-{
-    if (one == other) {
-        return testing::AssertionSuccess();
-    }
-    const auto at = std::mismatch(one.begin(), one.end(), other.begin(), other.end());
-    return testing::AssertionFailure()
-           << "of " << one.size() << " and " << other.size() << " bytes, those at "
-           << at.first - one.begin() << " differ";
-}
+constexpr auto kUpdateMode = std::chrono::seconds(5); // after the last command of an update
 
 uint32_t sumOf(std::string_view bytes)
 {
@@ -63,31 +45,16 @@ public:
         const size_t padding = (kBlock - (kHeader + package.size()) % kBlock) % kBlock;
         stored = package + std::string(padding, '\0');
         const uint32_t sum = sumOf(stored) + sumError;
-        stream =
-            patternedBytes(kHeader) + stored; // what the header's other bytes are means nothing
+        stream = patternedBytes(kHeader) + stored; // the header's other bytes mean nothing
         for (size_t i = 0; i < 4; ++i) {
             stream[48 + i] = static_cast<char>(package.size() >> (24 - 8 * i) & 0xFF);
         }
         stream[80] = static_cast<char>(sum >> 8 & 0xFF);
         stream[81] = static_cast<char>(sum & 0xFF);
+        blocks = stream.size() / kBlock;
     }
 
-    size_t blocks() const
-    {
-        return stream.size() / kBlock;
-    }
-
-    // The frame and the block behind it.
-    static std::array<uint8_t, 7> command(size_t number)
-    {
-        return {0,
-                static_cast<uint8_t>(number * 3),
-                0x9A,
-                0xA0,
-                7,
-                static_cast<uint8_t>(number),
-                static_cast<uint8_t>(number >> 8)};
-    }
+    // The frame and the block after it.
     std::string block(size_t number) const
     {
         const std::string bytes = stream.substr(number * kBlock, kBlock);
@@ -104,23 +71,34 @@ public:
     }
 
     std::string stored; // what the daemon keeps: the package up to the end of its last block
+    size_t blocks;
 
 private:
+    static std::array<uint8_t, 7> command(size_t number)
+    {
+        const auto low = static_cast<uint8_t>(number);
+        return {0,   static_cast<uint8_t>(number * 3), 0x9A, 0xA0, 7,
+                low, static_cast<uint8_t>(number >> 8)};
+    }
+
     std::string stream;
 };
 
 class SystemUpdate : public testing::Test {
 protected:
-    SystemUpdate()
-    {
-        std::filesystem::copy_file(VESK_BUILT_DAEMON, kExecutable);
-        old = contentOf(kExecutable);
-        daemon.emplace();
-    }
-
     void SetUp() override
     {
+        fs::remove(kExecutable);
+        fs::copy_file(VESK_BUILT_DAEMON, kExecutable);
+        startAnew();
+    }
+
+    // As the board's init does it.
+    void startAnew()
+    {
+        old = contentOf(kExecutable);
         ASSERT_FALSE(old.empty());
+        daemon.emplace();
         ASSERT_TRUE(daemon->starts());
     }
 
@@ -132,27 +110,28 @@ protected:
         }
     }
 
+    void expectRefused(std::string_view bytes, size_t number, const char *says)
+    {
+        front.write(bytes);
+        EXPECT_EQ(front.read(19), Transfer::refused(number));
+        EXPECT_TRUE(daemon->prints(says)) << says;
+    }
+
+    // Installed, and running after a start.
     void expectInstalled(const Transfer &transfer)
     {
         EXPECT_TRUE(daemon->prints("check _update.pkg sucess"));
         EXPECT_TRUE(daemon->prints("exit", 1, kSyncPatience));
         const auto status = daemon->waitForEnd();
         ASSERT_TRUE(status);
-        EXPECT_TRUE(WIFEXITED(*status));
-        EXPECT_EQ(WEXITSTATUS(*status), 0);
-        EXPECT_TRUE(isSame(contentOf(kStored), transfer.stored));
-        EXPECT_TRUE(isSame(contentOf(kExecutable), transfer.stored));
-        EXPECT_TRUE(isSame(contentOf(kBackup), old));
-        using std::filesystem::perms;
-        constexpr perms kExecute = perms::owner_exec | perms::group_exec | perms::others_exec;
-        EXPECT_EQ(std::filesystem::status(kExecutable).permissions() & kExecute, kExecute);
-    }
-
-    // As the board's init does it.
-    void startAnew()
-    {
-        daemon.emplace();
-        ASSERT_TRUE(daemon->starts());
+        EXPECT_TRUE(WIFEXITED(*status) && WEXITSTATUS(*status) == 0) << *status;
+        EXPECT_TRUE(contentOf(kStored) == transfer.stored);
+        EXPECT_TRUE(contentOf(kExecutable) == transfer.stored);
+        EXPECT_TRUE(contentOf(kBackup) == old);
+        constexpr auto kExecute = fs::perms{0111};
+        EXPECT_EQ(fs::status(kExecutable).permissions() & kExecute, kExecute);
+        startAnew();
+        expectAnswer();
     }
 
     void expectAnswer()
@@ -161,12 +140,13 @@ protected:
         EXPECT_EQ(front.read(19), "<F00006801263300c2>");
     }
 
-    // Sends back what comes from the daemon until that ends with one of the two, and returns it.
-    std::string echoUntil(const std::string &one, const std::string &other)
+    // Sends back what comes from the daemon until that ends with one of the two or nothing comes
+    // for so long, and returns it.
+    std::string echo(milliseconds patience, const std::string &one, const std::string &other)
     {
         std::string carried;
         while (!carried.ends_with(one) && !carried.ends_with(other)) {
-            const std::string byte = front.read(1);
+            const std::string byte = front.read(1, patience);
             if (byte.empty()) {
                 break;
             }
@@ -174,13 +154,6 @@ protected:
             carried += byte;
         }
         return carried;
-    }
-
-    void echoUntilQuiet()
-    {
-        for (std::string byte; !(byte = front.read(1, kQuiet)).empty();) {
-            front.write(byte);
-        }
     }
 
     // Whether the daemon's main loop sleeps at this moment: never in update mode, nearly always
@@ -202,97 +175,66 @@ protected:
 
 TEST_F(SystemUpdate, ReplacesItselfByAnotherBuildOverTheLine)
 {
-    // An executable runs as well with bytes behind its end; these would be commands if they were
+    // An executable runs as well with bytes after its end; these would be commands if they were
     // not part of a block.
     std::string rebuilt = old + "rebuilt";
     for (int i = 0; i < 100; ++i) {
         rebuilt += "<T0000680100000069>";
     }
     const Transfer transfer(rebuilt);
-    sendBlocks(transfer, 0, transfer.blocks());
-    expectInstalled(transfer);
+    sendBlocks(transfer, 0, transfer.blocks);
+    ASSERT_TRUE(daemon->waitForEnd(kSyncPatience));
     EXPECT_EQ(front.readUntilQuiet(), "");
     const auto &lines = daemon->lines();
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "read device type"), 0);
-
-    startAnew();
-    expectAnswer();
+    expectInstalled(transfer);
     // And that one can be replaced, too.
-    old = contentOf(kExecutable);
     const Transfer next(rebuilt + "again");
-    sendBlocks(next, 0, next.blocks());
+    sendBlocks(next, 0, next.blocks);
     expectInstalled(next);
 }
 
-TEST_F(SystemUpdate, SaysWhatItDoesInThisOrder)
+TEST_F(SystemUpdate, InstallsPackagesOfWholeBlocksAndSaysSoInThisOrder)
 {
-    daemon->forgetLines();
-    const Transfer transfer(kScript);
-    sendBlocks(transfer, 0, 1);
-    EXPECT_TRUE(daemon->waitForEnd(kSyncPatience));
-    const std::vector<std::string> expected = {
-        "getFreeChannel from=0, type=2, port=0",
-        "file size = " + std::to_string(sizeof kScript - 1),
-        "open file _update.pkg",
-        "check _update.pkg sucess",
-        "exit",
+    const struct {
+        size_t blocks;
+        std::string package;
+    } rows[] = {
+        {1, kScript},
+        {3, kScript + std::string(3 * kBlock - kHeader - kScript.size(), '#')}, // no padding
     };
-    EXPECT_EQ(daemon->lines(), expected);
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.blocks);
+        SetUp();
+        daemon->forgetLines();
+        const Transfer transfer(row.package);
+        ASSERT_EQ(transfer.blocks, row.blocks);
+        sendBlocks(transfer, 0, row.blocks);
+        ASSERT_TRUE(daemon->waitForEnd(kSyncPatience));
+        EXPECT_EQ(daemon->lines(),
+                  (std::vector<std::string>{"getFreeChannel from=0, type=2, port=0",
+                                            "file size = " + std::to_string(row.package.size()),
+                                            "open file _update.pkg", "check _update.pkg sucess",
+                                            "exit"}));
+        expectInstalled(transfer);
+    }
 }
 
-TEST_F(SystemUpdate, InstallsAProgramOfOneBlock)
-{
-    const Transfer transfer(kScript);
-    ASSERT_EQ(transfer.blocks(), 1u);
-    sendBlocks(transfer, 0, 1);
-    expectInstalled(transfer);
-    startAnew();
-    expectAnswer();
-}
-
-TEST_F(SystemUpdate, InstallsWhatExactlyFillsItsBlocks)
-{
-    const std::string script =
-        kScript + std::string(3 * kBlock - kHeader - sizeof kScript + 1, '#');
-    const Transfer transfer(script);
-    ASSERT_EQ(transfer.blocks(), 3u);
-    ASSERT_EQ(transfer.stored, script);
-    sendBlocks(transfer, 0, 3);
-    expectInstalled(transfer);
-    startAnew();
-    expectAnswer();
-}
-
-TEST_F(SystemUpdate, TakesABlockThatIsSentAgainOnce)
+TEST_F(SystemUpdate, TakesARepeatedBlockOnceAndRefusesASpoiltOneAndAShortOne)
 {
     const Transfer transfer(kScript + patternedBytes(5000));
-    ASSERT_EQ(transfer.blocks(), 6u);
+    ASSERT_EQ(transfer.blocks, 6u);
     sendBlocks(transfer, 0, 3);
     sendBlocks(transfer, 2, 3); // the answer got lost, it seems
     sendBlocks(transfer, 2, 4);
 
     std::string spoilt = transfer.block(4);
     spoilt[100] = static_cast<char>(spoilt[100] + 1);
-    front.write(spoilt);
-    EXPECT_EQ(front.read(19), Transfer::refused(4));
+    expectRefused(spoilt, 4, "<F:receive  0 data from pc fail>");
     EXPECT_TRUE(daemon->prints("re checksum error\r"));
-    EXPECT_TRUE(daemon->prints("<F:receive  0 data from pc fail>"));
+    expectRefused(transfer.block(4).substr(0, 19 + 1000), 4, "<F:receive  1000 data from pc fail>");
 
     sendBlocks(transfer, 4, 6);
-    expectInstalled(transfer);
-    startAnew();
-    expectAnswer();
-}
-
-TEST_F(SystemUpdate, RefusesABlockThatDoesNotComeWhole)
-{
-    const Transfer transfer(kScript + patternedBytes(1000));
-    ASSERT_EQ(transfer.blocks(), 2u);
-    sendBlocks(transfer, 0, 1);
-    front.write(transfer.block(1).substr(0, 19 + 1000));
-    EXPECT_EQ(front.read(19), Transfer::refused(1));
-    EXPECT_TRUE(daemon->prints("<F:receive  1000 data from pc fail>"));
-    sendBlocks(transfer, 1, 2);
     expectInstalled(transfer);
 }
 
@@ -300,32 +242,43 @@ TEST_F(SystemUpdate, IsLeftAloneByAPackageWithAWrongSum)
 {
     const Transfer transfer(old + "rebuilt", 1);
     const uint32_t sum = sumOf(transfer.stored) & 0xFFFF;
-    sendBlocks(transfer, 0, transfer.blocks());
+    sendBlocks(transfer, 0, transfer.blocks);
     char line[50];
     std::snprintf(line, sizeof line, "check sum error: 0x%x != 0x%x", sum, (sum + 1) & 0xFFFF);
     EXPECT_TRUE(daemon->prints(line));
     EXPECT_TRUE(daemon->prints("check _update.pkg error"));
     expectAnswer();
-    EXPECT_TRUE(isSame(contentOf(kExecutable), old));
-    EXPECT_FALSE(std::filesystem::exists(kBackup));
+    EXPECT_TRUE(contentOf(kExecutable) == old);
+    EXPECT_FALSE(fs::exists(kBackup));
 
     // The next attempt may succeed.
     const Transfer right(kScript);
-    sendBlocks(right, 0, right.blocks());
+    sendBlocks(right, 0, right.blocks);
     expectInstalled(right);
+}
+
+TEST_F(SystemUpdate, PassesOnWhatThePcAndTheFrontBoardSayInUpdateMode)
+{
+    ControlPc pc;
+    const auto begin = steady_clock::now();
+    sendBlocks(Transfer(old), 0, 1);
+    pc.send("from the PC");
+    EXPECT_EQ(front.read(11), "from the PC");
+    front.write("from the front board");
+    EXPECT_EQ(pc.read(20), "from the front board");
+    EXPECT_LT(steady_clock::now() - begin, kUpdateMode); // else it was passed on later
 }
 
 TEST_F(SystemUpdate, ReturnsToItsWorkWhenTheTransferIsAbandoned)
 {
-    const Transfer abandoned(old);
-    sendBlocks(abandoned, 0, 2);
-    const auto begin = std::chrono::steady_clock::now();
-    while (std::chrono::steady_clock::now() < begin + kQuiet) {
+    sendBlocks(Transfer(old), 0, 2);
+    const auto begin = steady_clock::now();
+    while (steady_clock::now() < begin + kQuiet) {
         ASSERT_FALSE(isAsleep()) << "not in update mode";
     }
     expectAnswer();
     bool asleep = isAsleep();
-    while (!asleep && std::chrono::steady_clock::now() < begin + kPatience) {
+    while (!asleep && steady_clock::now() < begin + kPatience) {
         std::this_thread::sleep_for(milliseconds(10));
         asleep = isAsleep();
     }
@@ -334,7 +287,7 @@ TEST_F(SystemUpdate, ReturnsToItsWorkWhenTheTransferIsAbandoned)
 
     // Of the abandoned one nothing is left when another begins.
     const Transfer transfer(kScript + patternedBytes(1000));
-    sendBlocks(transfer, 0, transfer.blocks());
+    sendBlocks(transfer, 0, transfer.blocks);
     expectInstalled(transfer);
 }
 
@@ -342,31 +295,29 @@ TEST_F(SystemUpdate, ReturnsToItsWorkWhenTheTransferIsAbandoned)
 // and the PC hears the answers.
 TEST_F(SystemUpdate, ReplacesItselfOverUdpWhenTheFrontBoardEchoes)
 {
-    const char *const soak = std::getenv("VESK_SOAK_SECONDS");
-    const size_t seconds = soak == nullptr ? 0 : std::strtoul(soak, nullptr, 0);
-    const size_t blocks = std::max<size_t>(3, 3 * seconds);
+    const size_t blocks = std::max(3u, 3 * soakSeconds());
     const Transfer transfer(kScript + patternedBytes((blocks - 1) * kBlock));
-    ASSERT_EQ(transfer.blocks(), blocks);
+    ASSERT_EQ(transfer.blocks, blocks);
     ControlPc pc;
     size_t repeated = 0;
     for (size_t number = 0; number < blocks;) {
-        // The frame and its block in one datagram: behind the frame the daemon waits for the block
+        // The frame and its block in one datagram: after the frame the daemon waits for the block
         // and would pass no other datagram on.
         const std::string datagram = transfer.block(number);
         ASSERT_EQ(datagram.size(), 1044u);
         pc.send(datagram);
         const std::string accepted = Transfer::accepted(number);
         const std::string refused = Transfer::refused(number);
-        const std::string carried = echoUntil(accepted, refused);
+        const std::string carried = echo(kPatience, accepted, refused);
         if (carried.ends_with(refused)) {
             // The daemon has found the datagram in two parts and waited for the second one without
             // passing it on, which it does now.
             ASSERT_LT(++repeated, blocks + 4);
-            echoUntilQuiet();
+            echo(kQuiet, "<<", "<<"); // which does not come
             pc.readUntilQuiet();
             continue;
         }
-        ASSERT_TRUE(isSame(carried, datagram + accepted));
+        ASSERT_TRUE(carried == datagram + accepted);
         if (++number == blocks) {
             break; // nobody is left to pass the answer on
         }
@@ -380,6 +331,4 @@ TEST_F(SystemUpdate, ReplacesItselfOverUdpWhenTheFrontBoardEchoes)
         EXPECT_LE(heard.size(), 18u + 19u);
     }
     expectInstalled(transfer);
-    startAnew();
-    expectAnswer();
 }

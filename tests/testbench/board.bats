@@ -38,9 +38,9 @@ END
     "$@" -g -pthread -o threaded threaded.cpp
 }
 
-# Waits up to five seconds for a condition.
+# Waits up to a minute for a condition: the machine may be busy.
 eventually() {
-    for _ in $(seq 100); do
+    for _ in $(seq 1200); do
         if "$@"; then
             return 0
         fi
@@ -139,10 +139,13 @@ END
 @test "the directories of the device are private and writable" {
     run "$board" ls /userdata
     [ "$status" -ne 0 ]
-    run "$board" sh -ec 'mkdir /userdata; for d in /userdata /etc /etc/init.d /usr/bin /dev /tmp; do echo x >$d/probe; done'
+    local probe=probe-$RANDOM$RANDOM # no part of the checkout's path
+    run "$board" sh -ec '
+        mkdir /userdata
+        for d in /userdata /etc /etc/init.d /opt/scratch /usr/bin /dev /tmp; do echo x >$d/$0; done' $probe
     [ "$status" -eq 0 ]
-    [ ! -e /userdata/probe ] && [ ! -e /etc/probe ] && [ ! -e /usr/bin/probe ]
-    run "$board" sh -c 'ls -d /userdata /etc/probe /usr/bin/probe 2>/dev/null'
+    [ ! -e /userdata/$probe ] && [ ! -e /etc/$probe ] && [ ! -e /usr/bin/$probe ] && [ ! -e /tmp/$probe ]
+    run "$board" sh -c 'ls -A /opt/scratch; ls -d /userdata /etc/$0 /usr/bin/$0 /tmp/$0 2>/dev/null' $probe
     [ -z "$output" ]
 }
 
@@ -205,9 +208,9 @@ END
     hash dhcpcd dnsmasq || skip "dhcpcd or dnsmasq is not installed"
     run "$board" sh -ec '
         nsenter --net=/run/netns/pc dnsmasq --no-daemon --user=root --group=root --conf-file=/dev/null \
-            --port=0 --interface=eth0 --bind-interfaces --no-ping --dhcp-leasefile=/tmp/leases \
-            --dhcp-range=192.168.0.150,192.168.0.150,255.255.255.0,1h --log-facility=/tmp/log 2>/dev/null &
-        until grep -q "sockets bound" /tmp/log 2>/dev/null; do sleep 0.01; done
+            --port=0 --interface=eth0 --bind-interfaces --no-ping --dhcp-leasefile=/opt/scratch/leases \
+            --dhcp-range=192.168.0.150,192.168.0.150,255.255.255.0,1h --log-facility=/opt/scratch/log 2>/dev/null &
+        until grep -q "sockets bound" /opt/scratch/log 2>/dev/null; do sleep 0.01; done
         ip address flush dev eth0
         dhcpcd -4 -1 -A eth0 >/dev/null 2>&1
         ifconfig eth0 | grep -o "inet addr:[0-9.]*"'
@@ -222,13 +225,13 @@ END
 
 @test "datagrams cross the wire between the PC and the board" {
     run "$board" sh -c '
-        socat -u UDP-RECV:1000 OPEN:/tmp/board,creat &
-        nsenter --net=/run/netns/pc socat -u UDP-RECV:2000 OPEN:/tmp/pc,creat &
-        while [ ! -s /tmp/board ] || [ ! -s /tmp/pc ]; do
+        socat -u UDP-RECV:1000 OPEN:/opt/scratch/board,creat &
+        nsenter --net=/run/netns/pc socat -u UDP-RECV:2000 OPEN:/opt/scratch/pc,creat &
+        while [ ! -s /opt/scratch/board ] || [ ! -s /opt/scratch/pc ]; do
             echo to-board | nsenter --net=/run/netns/pc socat - UDP-SENDTO:192.168.0.100:1000,bind=192.168.0.10
             echo to-pc | socat - UDP-SENDTO:192.168.0.10:2000
         done
-        head -n 1 /tmp/board /tmp/pc'
+        head -n 1 /opt/scratch/board /opt/scratch/pc'
     [ "$status" -eq 0 ]
     [[ $output == *to-board*to-pc* ]]
 }
@@ -271,9 +274,9 @@ END
     [ "$(id -u)" -eq 0 ] || skip "every other test already runs as an ordinary user"
     local place user=(setpriv --reuid=65534 --regid=65534 --clear-groups)
     # Below BATS_TEST_TMPDIR nobody but root may look.
-    place=$(mktemp -d)
-    chmod 755 "$place"
+    place=$(mktemp -d -p /tmp)
     make_clone "$place"
+    chmod -R a+rX "$place"
     cd "$clone"
     run "${user[@]}" testbench/board sh -c '
         id -u; mkdir /userdata && pwd; nsenter --net=/run/netns/pc ifconfig eth0 | grep -o addr:192.168.0.1
@@ -382,6 +385,12 @@ refused() {
 
 @test "a container that hides parts of /proc is said in one line, with status 125" {
     refused 'mount -t tmpfs tmpfs /proc/tty' "/proc"
+}
+
+@test "a checkout where the board has files of its own is said in one line, with status 125" {
+    make_clone "$BATS_TEST_TMPDIR"
+    board=/run/clone/testbench/board
+    refused "mount -t tmpfs tmpfs /run && cp -r '$clone' /run" "a checkout in /run/clone cannot be used"
 }
 
 @test "a failure of the network's set-up is said in one line, with status 125" {

@@ -20,12 +20,12 @@ at_desk() {
         options=\$*
         veskctl() { \"\$VESKCTL\" \$options --timeout \"\$@\"; }
         is_installed() { head -c \"\$(wc -c <\"\$1\")\" /usr/bin/vesk_h264 | cmp - \"\$1\"; }
-        runs() { [ \"\$(grep -c '^enter main' /tmp/vesk_h264.log)\" -eq \"\$1\" ]; }
+        runs() { [ \"\$(grep -c '^enter main' /opt/scratch/vesk_h264.log)\" -eq \"\$1\" ]; }
         $2"
     run -0 --separate-stderr testbench/board sh -c '
-        echo "$SESSION" >/tmp/session
-        chmod +x /tmp/session
-        exec testbench/desk "$MODE" "$DAEMON" /tmp/session'
+        echo "$SESSION" >/opt/scratch/session
+        chmod +x /opt/scratch/session
+        exec testbench/desk "$MODE" "$DAEMON" /opt/scratch/session'
     echo "$output"
     echo "${stderr?}"
 }
@@ -33,14 +33,14 @@ at_desk() {
 @test "update over the line by another build, which then answers" {
     # An executable also runs with bytes after its end.
     at_desk --serial '
-        { cat "$DAEMON"; echo rebuilt; } >/tmp/new
-        veskctl 10000 update --query /tmp/new
-        for _ in $(seq 600); do # while the daemon synchronises the disks
+        { cat "$DAEMON"; echo rebuilt; } >/opt/scratch/new
+        veskctl 60000 update --query /opt/scratch/new
+        for _ in $(seq 1200); do # while the daemon synchronises the disks
             runs 2 && break
             sleep 0.1
         done
-        is_installed /tmp/new
-        veskctl 10000 send read device type'
+        is_installed /opt/scratch/new
+        veskctl 60000 send read device type'
     # 8 bytes more, and a header of 128, in blocks of 1024.
     blocks=$((($(stat -c %s "$DAEMON") + 8 + 128 + 1023) / 1024))
     [ "${lines[0]}" = '<F00009aa107040046>  reply, address 00, tag 00: update block size: 0x0400' ]
@@ -58,11 +58,11 @@ at_desk() {
         ln -s /opt/host/bin/dash /bin/sh
         echo "#!/bin/sh" >/bin/sync
         chmod +x /bin/sync
-        printf "#!/bin/sh\nexec /usr/bin/vesk_h264_backup\n%01000d" 0 >/tmp/new
-        veskctl 2000 update /tmp/new
-        is_installed /tmp/new
+        printf "#!/bin/sh\nexec /usr/bin/vesk_h264_backup\n%01000d" 0 >/opt/scratch/new
+        veskctl 5000 update /opt/scratch/new
+        is_installed /opt/scratch/new
         runs 2
-        veskctl 10000 send read device type'
+        veskctl 60000 send read device type'
     [[ ${lines[0]} =~ ^'2 blocks in '[0-9.]+' s, '[0-9.]+' blocks/s, '[0-9]+' sent again'$ ]]
     [ "${lines[1]}" = '<F00006801263300c2>  reply, address 00, tag 00: read device type: 2633' ]
     [ "${#lines[@]}" -eq 2 ]
@@ -70,9 +70,9 @@ at_desk() {
 
 @test "network read and text read: what follows the reply" {
     at_desk --serial '
-        veskctl 10000 network read
-        veskctl 10000 text write 09 01 "[a=1,b=2]"
-        veskctl 10000 text read 09 01'
+        veskctl 60000 network read
+        veskctl 60000 text write 09 01 "[a=1,b=2]"
+        veskctl 60000 text read 09 01'
     [ "$output" = '<F0000f12000130024>  reply, address 00, tag 00: read data, data 20 00 13 00
 address  192.168.0.100
 mask     255.255.255.0

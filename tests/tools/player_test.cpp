@@ -19,7 +19,7 @@ namespace {
 
 constexpr Milliseconds kTimeout{30};
 
-constexpr char kLogPath[] = "/tmp/vesk_h264.log";
+constexpr char kLogPath[] = "/opt/scratch/vesk_h264.log";
 
 class PlayerTest : public testing::Test {
 protected:

@@ -9,6 +9,7 @@ VESKCTL=${VESKCTL:-$BATS_TEST_DIRNAME/../../build/release/tools/veskctl}
 setup() {
     cd "$BATS_TEST_TMPDIR" || return
     device=$BATS_TEST_TMPDIR/device
+    serial=(--serial "$device" --timeout 60000) # where an answer comes: the machine may be busy
     # This process's own, with a port that nobody gets who does not ask for it.
     peer=127.$((1 + ($$ >> 16 & 63))).$(($$ >> 8 & 255)).$(($$ & 255)):20000
     cable=
@@ -70,30 +71,30 @@ bats_require_minimum_version 1.5.0
 
 @test "send: an answer is printed, status 0" {
     answers '<F00006801263300c2>'
-    run -0 --separate-stderr "$VESKCTL" --serial "$device" send read device type
+    run -0 --separate-stderr "$VESKCTL" "${serial[@]}" send read device type
     said '<F00006801263300c2>  reply, address 00, tag 00: read device type: 2633' ''
 }
 
 @test "send: the options may follow the subcommand" {
     answers '<F00006801263300c2>'
-    run -0 "$VESKCTL" send 68 01 --serial "$device" --timeout 2000
+    run -0 "$VESKCTL" send 68 01 --serial "$device" --timeout 60000
 }
 
 @test "send: the device gets exactly the frame" {
     connect 'IFS= read -r -N 19 frame; printf %s "$frame" >got; printf "<F00ab6a03010a0023>"; cat >/dev/null'
-    run -0 "$VESKCTL" --serial "$device" send '<T00AB6A0300000018>'
+    run -0 "$VESKCTL" "${serial[@]}" send '<T00AB6A0300000018>'
     [ "$(cat got)" = '<T00AB6A0300000018>' ]
 }
 
 @test "send: a refusal is printed, status 1" {
     answers '<F000073ffffffff6f>'
-    run -1 --separate-stderr "$VESKCTL" --serial "$device" send input source
+    run -1 --separate-stderr "$VESKCTL" "${serial[@]}" send input source
     said '<F000073ffffffff6f>  refusal, address 00, tag 00: input source' ''
 }
 
 @test "send: what is not the answer is skipped and reported" {
     answers 'noise<F000000fffffffffc><F00006801263300c2>'
-    run -0 --separate-stderr "$VESKCTL" --serial "$device" send read device type
+    run -0 --separate-stderr "$VESKCTL" "${serial[@]}" send read device type
     said '<F00006801263300c2>  reply, address 00, tag 00: read device type: 2633' \
         'veskctl: skipped: noise
 veskctl: skipped: <F000000fffffffffc>  refusal, address 00, tag 00: command 00'
@@ -107,7 +108,7 @@ veskctl: skipped: <F000000fffffffffc>  refusal, address 00, tag 00: command 00'
 
 @test "send: a broken answer is none" {
     answers '<F00006801263300c3><F00006801263300c2>'
-    run -0 --separate-stderr "$VESKCTL" --serial "$device" --timeout 10000 send 68 01
+    run -0 --separate-stderr "$VESKCTL" "${serial[@]}" send 68 01
     [ "$output" = '<F00006801263300c2>  reply, address 00, tag 00: read device type: 2633' ]
     [[ ${stderr?} == *'<F00006801263300c3>'*'WRONG CHECKSUM c3, should be c2' ]]
 }
@@ -118,13 +119,13 @@ veskctl: skipped: <F000000fffffffffc>  refusal, address 00, tag 00: command 00'
 
 @test "send: over UDP" {
     listen 'head -c 19 >got; printf "<F00006801263300c2>"'
-    run -0 "$VESKCTL" --udp "$peer" send read device type
+    run -0 "$VESKCTL" --udp "$peer" --timeout 60000 send read device type
     [ "$(cat got)" = '<T0000680100000069>' ]
 }
 
 @test "send: an address with dots" {
     connect 'head -c 19 >got; printf "<F000088c0a8003727>"; cat >/dev/null'
-    run -0 --separate-stderr "$VESKCTL" --serial "$device" send write IP address 192.168.0.55
+    run -0 --separate-stderr "$VESKCTL" "${serial[@]}" send write IP address 192.168.0.55
     said '<F000088c0a8003727>  reply, address 00, tag 00: write IP address: 192.168.0.55' ''
     [ "$(cat got)" = '<T000088c0a8003727>' ]
 }
@@ -138,7 +139,7 @@ veskctl: skipped: <F000000fffffffffc>  refusal, address 00, tag 00: command 00'
 @test "network read: the record after the reply" {
     connect 'head -c 19 >got; printf "<F0000f12000130024>\\xc0\\xa8\\x00\\x64\\xff\\xff\\xff\\x00"
         sleep 0.1; printf "\\xc0\\xa8\\x00\\x01\\x02vesk\\x01\\xee"; cat >/dev/null'
-    run -0 --separate-stderr "$VESKCTL" --serial "$device" network read
+    run -0 --separate-stderr "$VESKCTL" "${serial[@]}" network read
     said '<F0000f12000130024>  reply, address 00, tag 00: read data, data 20 00 13 00
 address  192.168.0.100
 mask     255.255.255.0
@@ -153,16 +154,16 @@ MAC      02:76:65:73:6b:01' ''
     [ "${stderr?}" = 'veskctl: 3 of 19 bytes came after the reply within 5000 ms' ]
     disconnect
     connect 'head -c 19 >/dev/null; printf "<F0000f12000130024>abcabcabcabcabcabcX"; cat >/dev/null'
-    run -3 --separate-stderr "$VESKCTL" --serial "$device" network read
+    run -3 --separate-stderr "$VESKCTL" "${serial[@]}" network read
     [ "${stderr?}" = 'veskctl: the network record has a wrong checksum: abcabcabcabcabcabcX' ]
     disconnect
     answers '<F0000f1ffffffffed>'
-    run -1 "$VESKCTL" --serial "$device" network read
+    run -1 "$VESKCTL" "${serial[@]}" network read
 }
 
 @test "network write: the record after the command" {
     connect 'head -c 38 >got; printf "<F0000f02000130023>"; cat >/dev/null'
-    run -0 --separate-stderr "$VESKCTL" --serial "$device" network write \
+    run -0 --separate-stderr "$VESKCTL" "${serial[@]}" network write \
         192.168.0.100 255.255.255.0 192.168.0.1 02:76:65:73:6b:01
     said '<F0000f02000130023>  reply, address 00, tag 00: write data, data 20 00 13 00' ''
     [ "$(head -c 19 got)" = '<T0000f02000130023>' ]
@@ -172,11 +173,11 @@ MAC      02:76:65:73:6b:01' ''
 
 @test "text write and read" {
     connect 'head -c 28 >got; printf "<F0000f209000000fb>"; cat >/dev/null'
-    run -0 "$VESKCTL" --serial "$device" text write 09 00 '[a=1,b=2]'
+    run -0 "$VESKCTL" "${serial[@]}" text write 09 00 '[a=1,b=2]'
     [ "$(cat got)" = '<T0000f209000000fb>[a=1,b=2]' ]
     disconnect
     connect 'head -c 19 >got; printf "<F0000f309010000fd>[a=1"; sleep 0.1; printf ",b=2]"; cat >/dev/null'
-    run -0 --separate-stderr "$VESKCTL" --serial "$device" text read 9 1
+    run -0 --separate-stderr "$VESKCTL" "${serial[@]}" text read 9 1
     said '<F0000f309010000fd>  reply, address 00, tag 00: read text, data 09 01 00 00
 [a=1,b=2]' ''
     [ "$(cat got)" = '<T0000f309010000fd>' ]
@@ -184,7 +185,7 @@ MAC      02:76:65:73:6b:01' ''
 
 @test "text: a refusal, status 1; a text without an end, status 3" {
     answers '<F0000f2ffffffffee>'
-    run -1 "$VESKCTL" --serial "$device" text write 01 00 '[a=1]'
+    run -1 "$VESKCTL" "${serial[@]}" text write 01 00 '[a=1]'
     disconnect
     answers '<F0000f309000000fc>[a=1'
     run -3 --separate-stderr "$VESKCTL" --serial "$device" --timeout 5000 text read 09
@@ -194,7 +195,7 @@ MAC      02:76:65:73:6b:01' ''
 @test "update: block by block, numbers at the end, status 0" {
     connect 'head -c 1044 >got; printf "<F00009aa007000041>"; head -c 1044 >>got; printf "<F00019aa007010043>"; cat >/dev/null'
     head -c 1000 /dev/zero | tr '\0' 'p' >new
-    run -0 --separate-stderr "$VESKCTL" --serial "$device" update new
+    run -0 --separate-stderr "$VESKCTL" "${serial[@]}" update new
     [[ $output =~ ^'2 blocks in '[0-9.]+' s, '[0-9.]+' blocks/s, 0 sent again'$ ]]
     [ "$stderr" = '' ]
     [ "$(stat -c %s got)" = 2088 ]
@@ -206,7 +207,7 @@ MAC      02:76:65:73:6b:01' ''
     # It gets one datagram and no more.
     listen 'head -c 1044 >got; printf "<F00009aa007000041>"'
     echo new >new
-    run -0 "$VESKCTL" --udp "$peer" update new
+    run -0 "$VESKCTL" --udp "$peer" --timeout 60000 update new
     [ "$(stat -c %s got)" = 1044 ]
 }
 
@@ -214,7 +215,7 @@ MAC      02:76:65:73:6b:01' ''
     connect 'for reply in 009affffffff96 019affffffff97 029affffffff98 039affffffff99 049affffffff9a; do
         head -c 1044 >/dev/null; printf "<F00$reply>"; done; cat >/dev/null'
     echo new >new
-    run -1 --separate-stderr "$VESKCTL" --serial "$device" update new
+    run -1 --separate-stderr "$VESKCTL" "${serial[@]}" update new
     [ "$output" = '' ]
     [ "$(tail -n 1 <<<"${stderr?}")" = 'veskctl: block 0 of 1: refused, 5 times in all' ]
 }
@@ -273,7 +274,7 @@ MAC      02:76:65:73:6b:01' ''
 
 @test "a cable that is pulled, status 4" {
     connect 'IFS= read -r -N 19'
-    run -4 "$VESKCTL" --serial "$device" --timeout 5000 send 68 01
+    run -4 "$VESKCTL" "${serial[@]}" send 68 01
     [[ $output == *"$device was closed" ]]
 }
 
@@ -330,7 +331,7 @@ end' ]
 @test "console: a session from a pipe" {
     connect 'IFS= read -r -N 19; printf "<F00006801263300c2>bye\r\n"; cat >/dev/null'
     printf 'first\nsecond\r\n' >log
-    run -0 --separate-stderr "$VESKCTL" --serial "$device" --log log console <<'IN'
+    run -0 --separate-stderr "$VESKCTL" "${serial[@]}" --log log console <<'IN'
 read device type
 # a comment
 front hello
@@ -366,7 +367,7 @@ there is no such line: it needs --udp; `help` lists the commands' ''
 @test "play: every step is printed, status 0" {
     answers '<F00006801263300c2>'
     printf '%s\n' '== Device type' 'front> <T0000680100000069>' 'front< <F00006801263300c2>' >file
-    run -0 --separate-stderr "$VESKCTL" --serial "$device" play file
+    run -0 --separate-stderr "$VESKCTL" "${serial[@]}" play file
     said '
 == Device type
   ok    front> <T0000680100000069>   command, address 00, tag 00: read device type
@@ -378,7 +379,7 @@ file: all 2 steps held' ''
 @test "play: the first step that does not hold is named, status 1" {
     answers '<F000068ffffffff64>'
     printf '%s\n' 'front> <T0000680100000069>' 'front< <F00006801263300c2>' 'front> more' >file
-    run -1 --separate-stderr "$VESKCTL" --serial "$device" play file
+    run -1 --separate-stderr "$VESKCTL" "${serial[@]}" play file
     [ "${stderr?}" = 'veskctl: file:2: front< <F00006801263300c2>: "<F000068ffffffff64>" came' ]
     [[ $output != *more* ]]
 }
@@ -386,7 +387,7 @@ file: all 2 steps held' ''
 @test "play: bytes that nobody read fail at the end, status 1" {
     answers 'ax'
     printf '%s\n' 'front> <T0000680100000069>' 'front< a' >file
-    run -1 --separate-stderr "$VESKCTL" --serial "$device" play file
+    run -1 --separate-stderr "$VESKCTL" "${serial[@]}" play file
     [ "${stderr?}" = 'veskctl: file: at its end: unread at the front board: "x" came' ]
 }
 
