@@ -273,8 +273,9 @@ TEST(Ip, LeavesNeitherADescriptorNorAProcess)
         EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << after;
         EXPECT_EQ(errno, ECHILD) << after;
     };
-    writeFile("/tmp/long", kBusyBoxIfconfig + std::string(200000, 'x')); // more than it reads
-    replaceTool("/bin/ifconfig", "exec cat /tmp/long\n");
+    writeFile("/opt/scratch/long",
+              kBusyBoxIfconfig + std::string(200000, 'x')); // more than it reads
+    replaceTool("/bin/ifconfig", "exec cat /opt/scratch/long\n");
     printedBy([] { setIp(0); });
     expectNothingLeft("the name was learnt");
     for (int i = 0; i < 5; ++i) {

@@ -415,15 +415,15 @@ TEST(NetworkRecord, RunsTheScript)
 {
     for (const std::string tool :
          {"/etc/init.d/S41dhcpcd", "/bin/sleep", "/bin/ifconfig", "/bin/ip"}) {
-        replaceTool(tool, "echo ${0##*/} $* >>/tmp/log\n");
+        replaceTool(tool, "echo ${0##*/} $* >>/opt/scratch/log\n");
     }
     world.runsSystem = true;
     printedByConfiguring();
     EXPECT_EQ(fs::status(kScript).permissions(), fs::perms{0755});
-    EXPECT_EQ(contentOf("/tmp/log"), "S41dhcpcd stop\n"
-                                     "sleep 1\n"
-                                     "ifconfig eth0 10.1.2.3 netmask 255.255.254.0\n"
-                                     "ip route add default via 10.1.3.254 dev eth0\n");
+    EXPECT_EQ(contentOf("/opt/scratch/log"), "S41dhcpcd stop\n"
+                                             "sleep 1\n"
+                                             "ifconfig eth0 10.1.2.3 netmask 255.255.254.0\n"
+                                             "ip route add default via 10.1.3.254 dev eth0\n");
 }
 
 TEST(NetworkRecord, FiveThousandRecordsLeaveAsManyDescriptorsAsOne)

@@ -50,7 +50,7 @@ std::string inherited(int descriptor)
 
 std::string outputFile(const std::string &tool)
 {
-    return "/tmp/" + tool + ".output";
+    return "/opt/scratch/" + tool + ".output";
 }
 
 // A vendor storage request is noted as its header and data, byte by byte.

@@ -416,14 +416,14 @@ TEST_F(SystemDamage, ByALinkToADeviceCostsItsRecord)
 
 TEST_F(SystemDamage, ByALinkToNowhereCostsItsRecordAndASaveMakesTheFileThere)
 {
-    expect({{kUserPref, linkTo("/tmp/preferences"), kUserPrefMissing},
-            {kDeviceInfo, linkTo("/tmp/device"), kDeviceInfoMissing},
-            {kWorkTime, linkTo("/tmp/time"), kWorkTimeMissing},
-            {kUserSetting, linkTo("/tmp/setting"), kUserSettingMissing}});
-    EXPECT_FALSE(fs::exists("/tmp/preferences"));
-    EXPECT_FALSE(fs::exists("/tmp/device"));
-    EXPECT_EQ(contentOf("/tmp/time"), kFactoryWorkTime);
-    EXPECT_TRUE(areBytes(contentOf("/tmp/setting"), firstStart("save0.sav")));
+    expect({{kUserPref, linkTo("/opt/scratch/preferences"), kUserPrefMissing},
+            {kDeviceInfo, linkTo("/opt/scratch/device"), kDeviceInfoMissing},
+            {kWorkTime, linkTo("/opt/scratch/time"), kWorkTimeMissing},
+            {kUserSetting, linkTo("/opt/scratch/setting"), kUserSettingMissing}});
+    EXPECT_FALSE(fs::exists("/opt/scratch/preferences"));
+    EXPECT_FALSE(fs::exists("/opt/scratch/device"));
+    EXPECT_EQ(contentOf("/opt/scratch/time"), kFactoryWorkTime);
+    EXPECT_TRUE(areBytes(contentOf("/opt/scratch/setting"), firstStart("save0.sav")));
 }
 
 TEST_F(SystemDamage, ByALinkThatNoSaveCanFollowCostsItsRecordAndCannotBeMended)
