@@ -46,6 +46,13 @@ void noteAnswer(MervoLink *link, const uint8_t *answer)
     }
 }
 
+void setClockInSleep(size_t sleep, int64_t byMs)
+{
+    farEnd.onSleep = [sleep, byMs](size_t count) {
+        fakeClock.advanceMs(count == sleep ? byMs : 0);
+    };
+}
+
 OpenLink::OpenLink() : link(), pipe(), storage_()
 {
     farEnd = {};
@@ -92,13 +99,13 @@ void OpenLink::stand(uint8_t sequence, uint8_t acknowledged)
     link.acknowledged = acknowledged;
 }
 
-int OpenLink::parse(std::string_view bytes)
+size_t OpenLink::parse(std::string_view bytes)
 {
-    int answers = 0;
+    size_t answers = 0;
     for (const char byte : bytes) {
         const int32_t result = _interpret_cmd_char(&link, static_cast<uint8_t>(byte));
         EXPECT_TRUE(result == 0 || result == 1) << result;
-        answers += result;
+        answers += result == 0 ? 0 : 1;
     }
     return answers;
 }
