@@ -9,6 +9,15 @@
 
 FarEnd farEnd;
 
+namespace {
+
+std::string textOf(const uint8_t *bytes, size_t length)
+{
+    return {reinterpret_cast<const char *>(bytes), length};
+}
+
+} // namespace
+
 // Noted and carried out.
 REPLACE(int32_t, _Z9pipe_readP4pipePh, (struct pipe * pipe, uint8_t *out))
 {
@@ -22,11 +31,6 @@ REPLACE(int32_t, _Z9pipe_readP4pipePh, (struct pipe * pipe, uint8_t *out))
     }
     farEnd.events.back() += static_cast<char>(*out);
     return isRead;
-}
-
-std::string textOf(const uint8_t *bytes, size_t length)
-{
-    return {reinterpret_cast<const char *>(bytes), length};
 }
 
 int32_t sendToFarEnd(const uint8_t *bytes, int32_t length)

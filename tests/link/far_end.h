@@ -85,5 +85,3 @@ std::string answerFrame(uint8_t number, uint32_t data = 0); // address 1, comman
 
 // Everything that a link holds.
 testing::AssertionResult isLink(const MervoLink &link, const MervoLink &expected);
-
-std::string textOf(const uint8_t *bytes, size_t length);
