@@ -135,6 +135,7 @@ REPLACE(int, pthread_create,
     if (!isScripted) {
         return REAL(pthread_create)(thread, attributes, body, argument);
     }
+    EXPECT_EQ(attributes, &pthread_pro);
     int policy = -1;
     int inheritance = -1;
     sched_param parameter{};
