@@ -300,7 +300,7 @@ TEST(Memory, PieceThatTouchesAnEntryFindsRoomInAFullTable)
 
 // Against a model --------------------------------------------------------------------------------
 
-constexpr uint32_t kOperationsPerMix = 100000;
+constexpr uint32_t kOperationsPerMix = 40000;
 
 // Free memory as a sorted map of runs; what a full table would do to it is the only thing that it
 // knows of the table.
