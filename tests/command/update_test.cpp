@@ -718,20 +718,6 @@ TEST_F(Update, SwitchesOffAndExitsEvenWhenTheCopyFails)
     }
 }
 
-TEST_F(Update, MirrorsNothingOfTheBlocksToThePc)
-{
-    const Package package(9000);
-    const std::string frame = commandFrame({0, 0, 0x6A, 3, 0, 0, 0}); // no command within a block
-    const std::string content = frame + package.block(1).substr(frame.size());
-    const std::string prints = transcriptOf([&] {
-        arrive("x" + commandFrame(announce(0)) + withChecksum(package.block(0)) + "y" +
-               commandFrame(announce(1)) + withChecksum(content) + "z");
-        TaskCommand();
-    });
-    EXPECT_EQ(prints, begun("9000") + ack(0) + ack(1));
-    EXPECT_EQ(contentOf(udp_send_pipe), "xyz");
-}
-
 // The sum of the file ----------------------------------------------------------------------------
 
 TEST_F(Update, ComparesTheSumOfTheWholeFileAndGivesItsMemoryBack)
