@@ -172,6 +172,30 @@ std::string answerTo(const Parameters &parameters, Answer answer)
                              : line(refusal(parameters));
 }
 
+// A command whose payload arrives, its answer and what comes before that.
+struct Row {
+    const char *name;
+    Parameters parameters;
+    Arrivals arrivals;
+    Answer answer;
+    Journal calls;
+    size_t sleeps = 0;
+    std::string left = "";
+    std::string prints = "";
+};
+
+void expectRow(const Row &row)
+{
+    SCOPED_TRACE(testing::Message() << row.name << ": " << hex(row.parameters.data(), 7));
+    arrive(row.arrivals);
+    const std::string begin = row.parameters[2] == 0xF0 ? "writeDataSetting\n" : "";
+    EXPECT_EQ(execute(row.parameters), begin + row.prints + answerTo(row.parameters, row.answer));
+    EXPECT_EQ(journal, row.calls);
+    EXPECT_EQ(fakeClock.sleepsUs, std::vector<uint32_t>(row.sleeps, 2000));
+    EXPECT_EQ(waiting(), row.left);
+    takeAll();
+}
+
 // 0xF0, write data -------------------------------------------------------------------------------
 
 // Command 0xF0 for `dat1` with a length word of `announced`.
@@ -187,31 +211,6 @@ std::string content(size_t length)
 
 const Journal kConfigured = {"config 000102030405060708090a0b0c0d0e0f1011"}; // content(18)
 
-struct Data {
-    const char *name;
-    uint32_t dat1;
-    uint32_t announced; // the length of the payload with its checksum
-    Arrivals arrivals;
-    const char *prints;
-    Answer answer;
-    Journal calls;
-    size_t sleeps = 0;
-    std::string left = "";
-};
-
-void expectData(const Data &row)
-{
-    SCOPED_TRACE(testing::Message() << row.name << ", dat1 " << row.dat1 << ", " << row.announced);
-    arrive(row.arrivals);
-    const Parameters parameters = data(row.dat1, row.announced);
-    EXPECT_EQ(execute(parameters),
-              std::string("writeDataSetting\n") + row.prints + answerTo(parameters, row.answer));
-    EXPECT_EQ(journal, row.calls);
-    EXPECT_EQ(fakeClock.sleepsUs, std::vector<uint32_t>(row.sleeps, 2000));
-    EXPECT_EQ(waiting(), row.left);
-    takeAll();
-}
-
 constexpr char kTooLong[] = "len > sizeof(buffer): 4097 > 4096\n";
 constexpr char kMissing[] = "writeDataSetting receiveBufferFromPC error\n";
 constexpr char kWrongSum[] = "re checksum error\r\nwriteDataSetting receiveBufferFromPC error\n";
@@ -222,28 +221,29 @@ TEST_F(Setting, WritesOrRefusesABlock)
     const std::string block = withChecksum(content(18));
     std::string wrong = block;
     wrong[3] = 'x';
-    const Data rows[] = {
-        {"a record",               0x20, 19, {{0, block + "z"}}, "", kAcks, kConfigured, 0, "z"},
-        {"one byte too many",      0x20, 4098, {{0, "left"}}, kTooLong, kNaks, {}, 0, "left"},
-        {"the most",               0x20, 65535, {{0, "left"}},
-         "len > sizeof(buffer): 65534 > 4096\n",         kNaks, {}, 0, "left"},
-        {"too many for no record", 0x21, 4098, {{0, "left"}}, kTooLong, kNaks, {}, 0, "left"},
-        {"nothing at all",         0x20, 0, {{0, "left"}}, "", kSilent, {}, 0, "left"},
-        {"a checksum of nothing",  0x20, 1, {{0, "left"}}, "", kSilent, {}, 0, "left"},
-        {"nothing for no record",  0x21, 0, {{0, "left"}}, "", kNaks, {}, 0, "left"},
-        {"a checksum for no record", 0x21, 1, {{0, "left"}}, "", kNaks, {}, 0, "left"},
-        {"a record of one byte",   0x20, 2, {{0, withChecksum(content(1))}}, "", kSilent, {}},
-        {"a record of 16 bytes",   0x20, 17, {{0, withChecksum(content(16))}}, "", kSilent, {}},
-        {"a record of 17 bytes",   0x20, 18, {{0, withChecksum(content(17))}}, "", kSilent, {}},
-        {"17 bytes and a wrong sum", 0x20, 18, {{0, content(18)}}, kWrongSum, kNaks, {}},
-        {"a wrong sum",            0x20, 19, {{0, wrong + "z"}}, kWrongSum, kNaks, {}, 0, "z"},
-        {"nothing comes",          0x20, 19, {}, kMissing, kNaks, {}, 5002},
-        {"17 bytes come",          0x20, 19, {{0, content(17)}}, kMissing, kNaks, {}, 5002},
+    const Arrivals left = {{0, "left"}};
+    const Row rows[] = {
+        {"a record", data(0x20, 19), {{0, block + "z"}}, kAcks, kConfigured, 0, "z"},
+        {"one byte too many",        data(0x20, 4098), left, kNaks, {}, 0, "left", kTooLong},
+        {"the most",                 data(0x20, 65535), left, kNaks, {}, 0, "left",
+         "len > sizeof(buffer): 65534 > 4096\n"},
+        {"too many for no record",   data(0x21, 4098), left, kNaks, {}, 0, "left", kTooLong},
+        {"nothing at all",           data(0x20, 0), left, kSilent, {}, 0, "left"},
+        {"a checksum of nothing",    data(0x20, 1), left, kSilent, {}, 0, "left"},
+        {"nothing for no record",    data(0x21, 0), left, kNaks, {}, 0, "left"},
+        {"a checksum for no record", data(0x21, 1), left, kNaks, {}, 0, "left"},
+        {"a record of one byte",     data(0x20, 2), {{0, withChecksum(content(1))}}, kSilent, {}},
+        {"a record of 16 bytes",     data(0x20, 17), {{0, withChecksum(content(16))}}, kSilent, {}},
+        {"a record of 17 bytes",     data(0x20, 18), {{0, withChecksum(content(17))}}, kSilent, {}},
+        {"17 bytes, a wrong sum", data(0x20, 18), {{0, content(18)}}, kNaks, {}, 0, "", kWrongSum},
+        {"a wrong sum",    data(0x20, 19), {{0, wrong + "z"}}, kNaks, {}, 0, "z", kWrongSum},
+        {"nothing comes",  data(0x20, 19), {}, kNaks, {}, 5002, "", kMissing},
+        {"17 bytes come",  data(0x20, 19), {{0, content(17)}}, kNaks, {}, 5002, "", kMissing},
         // A block that lacks only its checksum counts as whole.
-        {"18 bytes come",          0x20, 19, {{0, content(18)}}, "", kAcks, kConfigured, 5002},
+        {"18 bytes come",  data(0x20, 19), {{0, content(18)}}, kAcks, kConfigured, 5002},
     };
-    for (const Data &row : rows) {
-        expectData(row);
+    for (const Row &row : rows) {
+        expectRow(row);
     }
 }
 // clang-format on
@@ -251,9 +251,9 @@ TEST_F(Setting, WritesOrRefusesABlock)
 TEST_F(Setting, TakesOnlyTheRecordOfABlockUpToTheBuffersSize)
 {
     for (const uint32_t length : {19u, 20u, 255u, 256u, 300u, 3999u, 4095u, 4096u}) {
-        expectData({"a long one", 0x20, length + 1,
-                    perSleep(4000, withChecksum(content(length)), 0), "", kAcks, kConfigured,
-                    length < 4000 ? 0u : 1u});
+        expectRow({"a long one", data(0x20, length + 1),
+                   perSleep(4000, withChecksum(content(length)), 0), kAcks, kConfigured,
+                   length < 4000 ? 0u : 1u});
         EXPECT_EQ(std::memcmp(buffer, content(length).data(), length), 0) << length;
     }
 }
@@ -262,7 +262,7 @@ TEST_F(Setting, ReadsTheBlockOfAnythingElseAndRefuses)
 {
     for (uint32_t dat1 = 0; dat1 < 256; ++dat1) {
         if (dat1 != 0x20) {
-            expectData({"", dat1, 19, {{0, withChecksum(content(18))}}, "", kNaks, {}});
+            expectRow({"", data(dat1, 19), {{0, withChecksum(content(18))}}, kNaks, {}});
         }
     }
 }
@@ -309,52 +309,33 @@ Parameters text(uint8_t command, uint32_t dat1)
     return {0x5A, 0xC3, command, static_cast<uint8_t>(dat1), 7, 0x11, 0x22};
 }
 
-struct Text {
-    const char *name;
-    uint32_t dat1;
-    Arrivals arrivals;
-    Answer answer;
-    Journal items;
-    size_t sleeps = 0;
-    std::string left = "";
-};
-
-void expectText(const Text &row)
-{
-    SCOPED_TRACE(testing::Message() << row.name << ", dat1 " << row.dat1);
-    arrive(row.arrivals);
-    EXPECT_EQ(execute(text(0xF2, row.dat1)), answerTo(text(0xF2, row.dat1), row.answer));
-    EXPECT_EQ(journal, row.items);
-    EXPECT_EQ(fakeClock.sleepsUs, std::vector<uint32_t>(row.sleeps, 2000));
-    EXPECT_EQ(waiting(), row.left);
-    takeAll();
-}
-
 // clang-format off
 TEST_F(Setting, HandsEachItemOfATextToTheHook)
 {
+    const Parameters input = text(0xF2, 0x09);
+    const Parameters none = text(0xF2, 0x0A);
     const std::string one = "input 7 a=1 7";
     const Journal both = {one, "input 7 b=2 7"};
     const std::string zero(1, '\0');
-    const Text rows[] = {
-        {"two items",              0x09, {{0, "[ a=1,b=2 ]next"}}, kAcks, both, 0, "next"},
-        {"no number at first",     0x09, {{0, "[a=x,b=2]"}}, kAcks, {}},
-        {"no number later",        0x09, {{0, "[a=1,b=x,c=3]"}}, kAcks, {one}},
-        {"nothing in it",          0x00, {{0, "[]"}},    kAcks, {}},
+    const Row rows[] = {
+        {"two items",              input, {{0, "[ a=1,b=2 ]next"}}, kAcks, both, 0, "next"},
+        {"no number at first",     input, {{0, "[a=x,b=2]"}}, kAcks, {}},
+        {"no number later",        input, {{0, "[a=1,b=x,c=3]"}}, kAcks, {one}},
+        {"nothing in it",          text(0xF2, 0x00), {{0, "[]"}}, kAcks, {}},
         // One character is lost.
-        {"no bracket",             0x09, {{0, "a=1]"}},  kNaks, {}, 0, "=1]"},
-        {"nothing comes",          0x09, {},             kNaks, {}, 502},
-        {"never closed",           0x09, {{0, "[a=1,b=23"}}, kAcks, both, 502},
-        {"for no hook",            0x0A, {{0, "[old=1]"}}, kNaks, {}}, // not even taken apart
+        {"no bracket",             input, {{0, "a=1]"}}, kNaks, {}, 0, "=1]"},
+        {"nothing comes",          input, {}, kNaks, {}, 502},
+        {"never closed",           input, {{0, "[a=1,b=23"}}, kAcks, both, 502},
+        {"for no hook",            none, {{0, "[old=1]"}}, kNaks, {}}, // not even taken apart
         // Nothing of the text before it.
-        {"a bracket only",         0x09, {{0, "["}},     kAcks, {}, 502},
-        {"a bracket for no hook",  0x0A, {{0, "["}},     kNaks, {}, 502},
-        {"the rest is late",       0x09, {{0, "[a="}, {100, "1]"}}, kAcks, {one}, 100},
-        {"a zero byte ends it",    0x09, {{0, "[a=1," + zero + "b=2]"}}, kAcks, {one}},
-        {"bytes above ASCII",      0x09, {{0, "[\xE4\xFF=1]"}}, kAcks, {"input 7 \xE4\xFF=1 7"}},
+        {"a bracket only",         input, {{0, "["}}, kAcks, {}, 502},
+        {"a bracket for no hook",  none, {{0, "["}}, kNaks, {}, 502},
+        {"the rest is late",       input, {{0, "[a="}, {100, "1]"}}, kAcks, {one}, 100},
+        {"a zero byte ends it",    input, {{0, "[a=1," + zero + "b=2]"}}, kAcks, {one}},
+        {"above ASCII",            input, {{0, "[\xE4\xFF=1]"}}, kAcks, {"input 7 \xE4\xFF=1 7"}},
     };
-    for (const Text &row : rows) {
-        expectText(row);
+    for (const Row &row : rows) {
+        expectRow(row);
     }
 }
 // clang-format on
@@ -384,12 +365,14 @@ TEST_F(Setting, TakesALongTextUpToTheBuffersEnd)
 {
     const auto late = [](const std::string &bytes) { return perSleep(4000, bytes, 0); };
     for (const size_t length : {4095u, 4096u, 4097u}) {
-        expectText({"whole", 9, late(longText(length)), kAcks, itemCalls((length - 1) / 4), 1});
+        expectRow({"whole", text(0xF2, 9), late(longText(length)), kAcks,
+                   itemCalls((length - 1) / 4), 1});
     }
     // Three blanks after the bracket: item i ends in character 6 + 4 i, the last one is 4095.
-    expectText({"longer", 9, late(longText(5000) + "next"), kAcks, itemCalls(1023), 1, "next"});
+    expectRow({"longer", text(0xF2, 9), late(longText(5000) + "next"), kAcks, itemCalls(1023), 1,
+               "next"});
     const std::string open = longText(5000).substr(0, 4999);
-    expectText({"never closed", 9, late(open), kAcks, itemCalls(1023), 502});
+    expectRow({"never closed", text(0xF2, 9), late(open), kAcks, itemCalls(1023), 502});
 }
 
 const std::map<uint32_t, std::string> kHooks = {
@@ -399,11 +382,8 @@ TEST_F(Setting, SelectsTheWritingHookByDat1)
 {
     for (uint32_t dat1 = 0; dat1 < 256; ++dat1) {
         const bool isKnown = kHooks.contains(dat1);
-        expectText({"an item",
-                    dat1,
-                    {{0, "[k=-5]"}},
-                    isKnown ? kAcks : kNaks,
-                    isKnown ? Journal{kHooks.at(dat1) + " 7 k=-5 7"} : Journal{}});
+        const Journal calls = isKnown ? Journal{kHooks.at(dat1) + " 7 k=-5 7"} : Journal{};
+        expectRow({"", text(0xF2, dat1), {{0, "[k=-5]"}}, isKnown ? kAcks : kNaks, calls});
     }
 }
 

@@ -435,8 +435,8 @@ TEST_F(Update, ReceivesABlockOrRefusesItAfterFifteenHundredAndTwoPolls)
     const auto missing = [](const char *count) {
         return std::string("<F:receive  ") + count + " data from pc fail>\n" + nak(0);
     };
-    const Package package(1000);
-    const std::string bytes = withChecksum(package.block(0));
+    const std::string bytes = withChecksum(Package(1000).block(0));
+    const std::string wrong = withWrongChecksum(Package(1000).block(0));
     const struct {
         const char *name;
         Arrivals arrivals;
@@ -445,12 +445,7 @@ TEST_F(Update, ReceivesABlockOrRefusesItAfterFifteenHundredAndTwoPolls)
         const char *left;
         bool isStored;
     } rows[] = {
-        {"a wrong checksum",
-         {{0, withWrongChecksum(package.block(0)) + "next"}},
-         wrongChecksum(0),
-         0,
-         "next",
-         false},
+        {"a wrong checksum", {{0, wrong + "next"}}, wrongChecksum(0), 0, "next", false},
         {"nothing", {}, missing("0"), 1502, "", false},
         {"one byte", {{0, bytes.substr(0, 1)}}, missing("1"), 1502, "", false},
         {"1023 bytes", {{0, bytes.substr(0, 1023)}}, missing("1023"), 1502, "", false},
@@ -551,9 +546,10 @@ TEST_F(Update, GoesOnAfterARefusedBlock)
 TEST_F(Update, RefusesABlockZeroThatCannotBeStoredAndDropsBlocksUntilTheNextOne)
 {
     const size_t before = openFiles();
+    const Package one(100); // of one block
     const Package package(5000);
     isWriteShort = true;
-    EXPECT_EQ(transfer(0, package.block(0)), begun("5000") + kCannotWrite + nak(0));
+    EXPECT_EQ(transfer(0, one.block(0)), begun("100") + kCannotWrite + nak(0));
     EXPECT_EQ(openFiles(), before);
     for (const uint32_t number : {1u, 2u, 65535u}) {
         EXPECT_EQ(transfer(number, package.block(1)), ack(number));
@@ -562,7 +558,7 @@ TEST_F(Update, RefusesABlockZeroThatCannotBeStoredAndDropsBlocksUntilTheNextOne)
     EXPECT_EQ(transfer(1, package.block(1)), ack(1));
     EXPECT_EQ(storedSoFar(), package.stored({0, 1}));
     mountStore("size=64k", MS_RDONLY);
-    EXPECT_EQ(transfer(0, package.block(0)), begun("5000") + kCannotOpen + nak(0));
+    EXPECT_EQ(transfer(0, one.block(0)), begun("100") + kCannotOpen + nak(0));
     EXPECT_EQ(openFiles(), before);
     expectNothingInstalled();
 }
