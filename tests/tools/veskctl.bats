@@ -105,10 +105,6 @@ veskctl: skipped: <F00006801263300c3>  reply, address 00, tag 00: read device ty
     gives 3 '' 'veskctl: no answer within 200 ms; this command never gets one' --timeout 200 send 8e 04
 }
 
-@test "send: nobody at the UDP port, status 3" {
-    run -3 "$VESKCTL" --udp 127.0.0.1:9 --timeout 200 send 68 01
-}
-
 @test "send: over UDP" {
     listen 'head -c 19 >got; printf "<F00006801263300c2>"'
     run -0 "$VESKCTL" --udp "$peer" send read device type
