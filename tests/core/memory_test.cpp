@@ -391,15 +391,15 @@ TEST(Memory, BehavesLikeTheModelForEveryMixOfPieces)
         renew();
         uint32_t failed = 0;
         uint32_t lost = 0;
+        SCOPED_TRACE(mix.name);
         for (uint32_t step = 0; step < kOperationsPerMix; ++step) {
-            SCOPED_TRACE(testing::Message() << mix.name << ", step " << step);
             const uint32_t takePercent = step / 5000 % 2 == 0 ? 20 : 90; // tides
             if (live.empty() || below(100) < takePercent) {
                 Piece piece = {0, 1 + below(mix.largest),
                                below(100) < mix.pagesPercent ? 4096u : 4u};
                 piece.address = piece.unit == 4 ? memman_alloc(&manager, piece.size)
                                                 : memman_alloc_4k(&manager, piece.size);
-                ASSERT_EQ(piece.address, model.take(piece.rounded()));
+                ASSERT_EQ(piece.address, model.take(piece.rounded())) << step;
                 if (piece.address == 0) {
                     ++failed;
                 } else {
@@ -412,16 +412,16 @@ TEST(Memory, BehavesLikeTheModelForEveryMixOfPieces)
                 const int32_t result = piece.unit == 4
                                            ? memman_free(&manager, piece.address, piece.size)
                                            : memman_free_4k(&manager, piece.address, piece.size);
-                ASSERT_EQ(result, model.give(piece.address, piece.rounded()));
+                ASSERT_EQ(result, model.give(piece.address, piece.rounded())) << step;
                 lost += result < 0 ? 1u : 0u;
             }
-            ASSERT_EQ(manager.freeCount, model.free.size());
-            ASSERT_EQ(manager.peakFreeCount, model.peak);
-            ASSERT_EQ(manager.lostCount, model.lostCount);
-            ASSERT_EQ(manager.lostBytes, model.lostBytes);
+            ASSERT_EQ(manager.freeCount, model.free.size()) << step;
+            ASSERT_EQ(manager.peakFreeCount, model.peak) << step;
+            ASSERT_EQ(manager.lostCount, model.lostCount) << step;
+            ASSERT_EQ(manager.lostBytes, model.lostBytes) << step;
             if (step % 512 == 0) {
                 ASSERT_EQ(table(manager), Extents(model.free.begin(), model.free.end()));
-                ASSERT_EQ(memman_total(&manager), model.total);
+                ASSERT_EQ(memman_total(&manager), model.total) << step;
             }
             if (model.lostBytes > mix.region / 4) {
                 renew(); // most of it has leaked away

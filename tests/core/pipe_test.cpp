@@ -212,7 +212,7 @@ TEST(Pipe, LargestOneHolds65534Bytes)
 
 // Against a queue --------------------------------------------------------------------------------
 
-constexpr uint32_t kBytesPerQueueRun = 400000;
+constexpr uint32_t kBytesPerQueueRun = 200000;
 
 TEST(Pipe, BehavesLikeAQueueWhateverItsSize)
 {
