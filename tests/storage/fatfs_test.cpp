@@ -23,8 +23,8 @@
 #include <gtest/gtest.h>
 
 #include "storage/wipe.h"
-#include "tests/support/console.h"
 #include "tests/support/files.h"
+#include "tests/support/outcome.h"
 #include "tests/support/replace.h"
 
 namespace fs = std::filesystem;
@@ -98,14 +98,6 @@ const std::string kFile = "/userdata/file";
 const std::string kOpenError = "open file /userdata/file error\n";
 
 using Names = std::set<std::string>;
-using Outcome = std::pair<int64_t, std::string>; // a result and what was printed meanwhile
-
-template <typename Action> Outcome outcomeOf(Action action)
-{
-    Outcome outcome;
-    outcome.second = printedBy([&] { outcome.first = action(); });
-    return outcome;
-}
 
 // Without following a link at its end.
 bool isThere(const std::string &path)
@@ -187,6 +179,7 @@ TEST_F(Fatfs, CreateBitsComeBeforeTheReadBitAndThatBeforeTheAppendBits)
                 EXPECT_EQ(fcntl(fileno(file), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
             }
             EXPECT_EQ(f_close(&file), isNothing ? 4u : 0u);
+            EXPECT_EQ(f_close(&file), 4u); // the handle is empty now
             EXPECT_EQ(contentOf(kFile), content);
             fs::remove(kFile);
             // A file that is not there is made, but not for reading.
@@ -235,18 +228,7 @@ TEST_F(Fatfs, OpenThatFailsPrintsAMessageAndClearsTheHandle)
     EXPECT_FALSE(isThere(kDirectory));
 }
 
-// Closing, removing ------------------------------------------------------------------------------
-
-TEST_F(Fatfs, ClosingEmptiesTheHandleAndASecondTimeFails)
-{
-    FileHandle file = opened(4);
-    uint32_t done = 0;
-    f_write(&file, "abc", 3, &done);
-    EXPECT_EQ(f_close(&file), 0u);
-    EXPECT_EQ(file, nullptr);
-    EXPECT_EQ(contentOf(kFile), "abc");
-    EXPECT_EQ(f_close(&file), 4u);
-}
+// Removing ---------------------------------------------------------------------------------------
 
 TEST_F(Fatfs, UnlinkingReturnsWhetherTheFileIsGone)
 {
@@ -266,9 +248,10 @@ TEST_F(Fatfs, UnlinkingReturnsWhetherTheFileIsGone)
         EXPECT_EQ(entriesOf(kDirectory), row.left) << row.path;
     }
     writeFile(kFile, "abc");
-    EXPECT_EQ(outcomeOf([] { return sd_unlink("file"); }), Outcome(0, ""));
-    EXPECT_EQ(outcomeOf([] { return sd_unlink("file"); }), Outcome(4, ""));
-    EXPECT_EQ(entriesOf(kDirectory), Names{});
+    for (const uint32_t result : {0u, 4u}) {
+        EXPECT_EQ(outcomeOf([] { return sd_unlink("file"); }), Outcome(result, ""));
+        EXPECT_EQ(entriesOf(kDirectory), Names{});
+    }
 }
 
 // Size, reading and writing of an open file ------------------------------------------------------
@@ -418,17 +401,16 @@ TEST_F(Fatfs, ReadingFillsTheBufferAtMostAndReturnsTheLengthOfTheFile)
         writeFile(kFile, row.content);
         std::string buffer = "12345678";
         readAtMost = row.readAtMost;
-        EXPECT_EQ(outcomeOf([&] {
-                      countsTransfers = true;
-                      const uint32_t size = sd_readFile("file", buffer.data(), row.capacity);
-                      countsTransfers = false;
-                      return size;
-                  }),
-                  Outcome(row.content.size(), row.printed))
-            << row.name;
+        const auto read = [&] {
+            countsTransfers = true;
+            const uint32_t size = sd_readFile("file", buffer.data(), row.capacity);
+            countsTransfers = false;
+            return size;
+        };
+        const size_t size = row.content.size();
+        EXPECT_EQ(outcomeOf(read), Outcome(size, row.printed)) << row.name;
         EXPECT_EQ(buffer, row.buffer) << row.name;
-        EXPECT_EQ(outcomeOf([] { return sd_getFileSize("file"); }), Outcome(row.content.size(), ""))
-            << row.name;
+        EXPECT_EQ(outcomeOf([] { return sd_getFileSize("file"); }), Outcome(size, "")) << row.name;
     }
 }
 
@@ -455,10 +437,8 @@ TEST_F(Fatfs, WritingReturnsOneAndTruncatesAndRewritesTheVeryFile)
     for (const std::string content : {"abcdefgh", "xyz", ""}) {
         outcomeOf([] { return sd_writeFile("no/such/directory", "abc", 3); });
         outcomeOf([] { return sd_getFileSize("absent"); });
-        EXPECT_EQ(outcomeOf([&] {
-                      return sd_writeFile("file", content.data(),
-                                          static_cast<uint32_t>(content.size()));
-                  }),
+        const auto length = static_cast<uint32_t>(content.size());
+        EXPECT_EQ(outcomeOf([&] { return sd_writeFile("file", content.data(), length); }),
                   Outcome(1, ""));
         EXPECT_EQ(contentOf("/link"), content);
         EXPECT_EQ(entriesOf(kDirectory), Names{"file"});
@@ -467,8 +447,8 @@ TEST_F(Fatfs, WritingReturnsOneAndTruncatesAndRewritesTheVeryFile)
 
 // Names that are too long ------------------------------------------------------------------------
 
-// 10 characters of "/userdata/" and 245 more are 255, and a zero after them.
-TEST_F(Fatfs, APathOf255CharactersIsUsedInFull)
+// "/userdata/" has 10 characters, and a zero is after the path.
+TEST_F(Fatfs, APathOf255CharactersIsUsedInFullAndALongerOneNamesNoFile)
 {
     const std::string text(245, 'n');
     const char *const name = text.c_str();
@@ -478,34 +458,27 @@ TEST_F(Fatfs, APathOf255CharactersIsUsedInFull)
     EXPECT_EQ(outcomeOf([=] { return sd_getFileSize(name); }), Outcome(3, ""));
     EXPECT_EQ(outcomeOf([&] { return sd_readFile(name, buffer, 3); }), Outcome(3, ""));
     EXPECT_STREQ(buffer, "abc");
-    EXPECT_EQ(outcomeOf([=] { return sd_unlink(name); }), Outcome(0, ""));
-    EXPECT_EQ(entriesOf(kDirectory), Names{});
-}
 
-TEST_F(Fatfs, APathOf256CharactersNamesNoFile)
-{
-    // What a path cut off at its end would name.
-    const std::string cut(245, 'n');
-    writeFile(kDirectory + cut, "cut");
     const std::string error = "open file  error\n";
     for (const size_t length : {246u, 1000u}) {
         SCOPED_TRACE(length);
-        const std::string text(length, 'n');
-        const char *const name = text.c_str();
-        writeFile(kDirectory + text, "abc"); // there, as far as a file can have such a name
+        const std::string longText(length, 'n'); // the name above is what it would be if it was cut
+        const char *const longName = longText.c_str();
+        writeFile(kDirectory + longText, "xyz"); // there, as far as a file can have such a name
         FileHandle file = untouchedHandle();
-        char buffer[] = "...";
-        EXPECT_EQ(outcomeOf([&] { return sd_open(&file, name, 1); }), Outcome(4, error));
-        EXPECT_EQ(outcomeOf([&] { return sd_open(&file, name, 10); }), Outcome(19, error));
-        EXPECT_EQ(outcomeOf([&] { return sd_getFileSize(name); }), Outcome(0, error));
-        EXPECT_EQ(outcomeOf([&] { return sd_readFile(name, buffer, 3); }), Outcome(0, error));
-        EXPECT_EQ(outcomeOf([&] { return sd_writeFile(name, "xyz", 3); }),
-                  Outcome(0, error + "open file " + text + " fail\r\n"));
-        EXPECT_EQ(sd_unlink(name), 4u);
-        EXPECT_STREQ(buffer, "...");
+        EXPECT_EQ(outcomeOf([&] { return sd_open(&file, longName, 1); }), Outcome(4, error));
+        EXPECT_EQ(outcomeOf([&] { return sd_open(&file, longName, 10); }), Outcome(19, error));
+        EXPECT_EQ(outcomeOf([&] { return sd_getFileSize(longName); }), Outcome(0, error));
+        EXPECT_EQ(outcomeOf([&] { return sd_readFile(longName, buffer, 3); }), Outcome(0, error));
+        EXPECT_EQ(outcomeOf([&] { return sd_writeFile(longName, "123", 3); }),
+                  Outcome(0, error + "open file " + longText + " fail\r\n"));
+        EXPECT_EQ(sd_unlink(longName), 4u);
+        EXPECT_STREQ(buffer, "abc");
     }
-    EXPECT_EQ(contentOf(kDirectory + cut), "cut");
-    EXPECT_EQ(contentOf(kDirectory + std::string(246, 'n')), "abc");
+    EXPECT_EQ(contentOf(kDirectory + std::string(246, 'n')), "xyz");
+    EXPECT_EQ(contentOf(kDirectory + text), "abc");
+    EXPECT_EQ(outcomeOf([=] { return sd_unlink(name); }), Outcome(0, ""));
+    EXPECT_FALSE(isThere(kDirectory + text));
 }
 
 // Making directories -----------------------------------------------------------------------------
@@ -602,9 +575,11 @@ TEST_F(Fatfs, JoinsADirectoryAndANameWithASlashUnlessTheDirectoryEndsInOne)
 
 // Deleting ---------------------------------------------------------------------------------------
 
-Outcome outcomeOfDeleting(const std::string &path)
+// What is left in the settings directory after a deletion without a failure.
+Names leftAfterDeleting(const std::string &path)
 {
-    return outcomeOf([&] { return DeleteFile(path.c_str()); });
+    EXPECT_EQ(outcomeOf([&] { return DeleteFile(path.c_str()); }), Outcome(0, "")) << path;
+    return entriesOf(kDirectory);
 }
 
 TEST_F(Fatfs, DeletesARegularFileAndAnAbsentOneIsNoFailure)
@@ -612,8 +587,7 @@ TEST_F(Fatfs, DeletesARegularFileAndAnAbsentOneIsNoFailure)
     writeFile(kFile, "abc");
     writeFile("/userdata/other", "abc");
     for (const char *const path : {"/userdata/file", "/userdata/absent", ""}) {
-        EXPECT_EQ(outcomeOfDeleting(path), Outcome(0, "")) << path;
-        EXPECT_EQ(entriesOf(kDirectory), Names{"other"}) << path;
+        EXPECT_EQ(leftAfterDeleting(path), Names{"other"}) << path;
     }
 }
 
@@ -630,7 +604,6 @@ TEST_F(Fatfs, AFullWipeEmptiesTheSettingsDirectoryAndKeepsIt)
     }
     unopenable = "/userdata/";
     EXPECT_EQ(outcomeOf(sd_mkfs), Outcome(1, ""));
-    EXPECT_EQ(outcomeOfDeleting("/userdata/"), Outcome(1, ""));
     EXPECT_EQ(entriesOf(kDirectory).size(), 2006u);
     unopenable = "";
     EXPECT_EQ(outcomeOf(sd_mkfs), Outcome(0, ""));
@@ -639,65 +612,44 @@ TEST_F(Fatfs, AFullWipeEmptiesTheSettingsDirectoryAndKeepsIt)
     EXPECT_EQ(contentOf("/outside"), "abc");
 }
 
-TEST_F(Fatfs, LeavesLinksAndWhatTheyPointTo)
+TEST_F(Fatfs, LeavesLinksWhatTheyPointToAndDevicesWithTheirDirectories)
 {
     fs::create_directory("/outside");
     writeFile("/outside/file", "abc");
     fs::create_symlink("/outside/file", "/userdata/toFile");
     fs::create_directory_symlink("/outside", "/userdata/toDirectory");
     fs::create_symlink("/nowhere", "/userdata/toNowhere");
-    writeFile(kFile, "abc");
-    for (const char *const path : {"/userdata", "/userdata/toDirectory", "/userdata/toFile"}) {
-        EXPECT_EQ(outcomeOfDeleting(path), Outcome(0, ""));
-        EXPECT_EQ(entriesOf(kDirectory), (Names{"toDirectory", "toFile", "toNowhere"})) << path;
-        EXPECT_EQ(contentOf("/outside/file"), "abc") << path;
-    }
-}
-
-TEST_F(Fatfs, LeavesDevicesAndTheDirectoriesAroundThem)
-{
     fs::create_directory("/userdata/d");
     ASSERT_EQ(mkfifo("/userdata/d/fifo", 0644), 0);
     ASSERT_EQ(mknod("/userdata/device", S_IFCHR | 0644, 0), 0); // the one that anybody may make
     writeFile("/userdata/d/file", "abc");
-    EXPECT_EQ(outcomeOfDeleting("/userdata"), Outcome(0, ""));
-    EXPECT_EQ(entriesOf(kDirectory), (Names{"d", "device"}));
+    const Names left = {"d", "device", "toDirectory", "toFile", "toNowhere"};
+    for (const char *const path : {"/userdata", "/userdata/toDirectory", "/userdata/toFile"}) {
+        EXPECT_EQ(leftAfterDeleting(path), left) << path;
+        EXPECT_EQ(contentOf("/outside/file"), "abc") << path;
+    }
     EXPECT_EQ(entriesOf("/userdata/d"), Names{"fifo"});
 }
 
-TEST_F(Fatfs, ASubDirectoryThatCannotBeOpenedStaysAndTheRestGoes)
+TEST_F(Fatfs, WhatCannotBeOpenedOrLookedAtStaysAndTheRestGoes)
 {
     for (const std::string name : {"a", "b", "c"}) {
         fs::create_directory(kDirectory + name);
         writeFile(kDirectory + name + "/file", "abc");
     }
-    unopenable = "/userdata/b";
-    EXPECT_EQ(outcomeOfDeleting("/userdata"), Outcome(0, ""));
-    EXPECT_EQ(entriesOf(kDirectory), Names{"b"});
-    EXPECT_EQ(contentOf("/userdata/b/file"), "abc");
-}
-
-TEST_F(Fatfs, WhatCannotBeLookedAtIsTakenForNeitherFileNorDirectory)
-{
     writeFile(kFile, "abc");
-    writeFile("/userdata/other", "abc");
+    unopenable = "/userdata/b";
     unseeable = kFile;
     for (const char *const path : {"/userdata", "/userdata/file"}) {
-        EXPECT_EQ(outcomeOfDeleting(path), Outcome(0, ""));
-        EXPECT_EQ(entriesOf(kDirectory), Names{"file"}) << path;
+        EXPECT_EQ(leftAfterDeleting(path), (Names{"b", "file"})) << path;
     }
+    EXPECT_EQ(contentOf("/userdata/b/file"), "abc");
     unseeable = "/userdata";
-    EXPECT_EQ(outcomeOfDeleting("/userdata"), Outcome(0, ""));
-    EXPECT_EQ(entriesOf(kDirectory), Names{"file"});
-}
-
-// Every entry is also tried as an empty directory, whatever looking at it has said.
-TEST_F(Fatfs, AnEmptyDirectoryThatCannotBeLookedAtIsRemoved)
-{
+    EXPECT_EQ(leftAfterDeleting("/userdata"), (Names{"b", "file"}));
+    // Every entry is also tried as an empty directory, whatever looking at it has said.
     fs::create_directory("/userdata/d");
     unseeable = "/userdata/d";
-    EXPECT_EQ(DeleteFile("/userdata"), 0);
-    EXPECT_EQ(entriesOf(kDirectory), Names{});
+    EXPECT_EQ(leftAfterDeleting("/userdata"), Names{"b"});
 }
 
 TEST_F(Fatfs, DeletesWhatAPathOf255CharactersNamesAndNotWhatTakesOneMore)
@@ -709,8 +661,7 @@ TEST_F(Fatfs, DeletesWhatAPathOf255CharactersNamesAndNotWhatTakesOneMore)
     for (const std::string &path : {longest, longest + 'g', directory + "/short"}) {
         writeFile(path, "abc");
     }
-    EXPECT_EQ(DeleteFile("/userdata"), 0);
-    EXPECT_EQ(entriesOf(kDirectory), Names{std::string(100, 'd')});
+    EXPECT_EQ(leftAfterDeleting("/userdata"), Names{std::string(100, 'd')});
     EXPECT_EQ(entriesOf(directory), Names{fs::path(longest + 'g').filename()});
     EXPECT_EQ(contentOf(longest + 'g'), "abc");
 }
@@ -729,7 +680,7 @@ TEST_F(Fatfs, DirectoriesTooDeepForAPathStayAndNothingElseIsHarmed)
     for (const std::string &path : {deep, "/userdata/" + name, std::string("/elsewhere")}) {
         writeFile(path + "/file", "abc");
     }
-    EXPECT_EQ(outcomeOfDeleting("/userdata"), Outcome(0, ""));
+    EXPECT_EQ(leftAfterDeleting("/userdata"), Names{name});
     EXPECT_EQ(contentOf(deep + "/file"), "abc");
     EXPECT_EQ(entriesOf("/userdata/" + name), Names{name});
     EXPECT_EQ(contentOf("/elsewhere/file"), "abc");
@@ -742,8 +693,7 @@ TEST_F(Fatfs, EmptiesAsManyDirectoriesInEachOtherAsAPathCanName)
         deep += "/d";
     }
     fs::create_directories(deep);
-    EXPECT_EQ(DeleteFile("/userdata"), 0);
-    EXPECT_EQ(entriesOf(kDirectory), Names{});
+    EXPECT_EQ(leftAfterDeleting("/userdata"), Names{});
 }
 
 } // namespace
