@@ -36,10 +36,10 @@ constexpr char kDeviceInfoPath[] = "/userdata/DevInfo.sav";
 // The records after a reset of zero bytes, from the meaning of their fields: 2000 is 7d0, 192.168
 // is c0.a8, 194.25.2 is c2.19.2, and 12800 is 3200 in hexadecimal.
 const Bytes kDefaultUserPref = hex("38 76 24 06"               // identification
-                                   "  00 00 d0 07 01 01"       // language to DHCP
-                                   "  c0 a8 00 64"             // address
-                                   "  c0 a8 00 01"             // gateway
-                                   "  ff ff ff 00"             // mask
+                                   "  00 00 d0 07 01 01"       // language to DHCP, which is on
+                                   "  c0 a8 00 64"             // address 192.168.0.100
+                                   "  c0 a8 00 01"             // gateway 192.168.0.1
+                                   "  ff ff ff 00"             // mask 255.255.255.0
                                    "  c2 19 02 81"             // name servers
                                    "  c2 19 02 82"             //
                                    "  00 00 00 00 00 00"       // MAC address
@@ -170,16 +170,6 @@ TEST(UserPref, ResettingPreferencesKeepsALanguageAndAFadeOfZeroOrOne)
         EXPECT_EQ(getUserLang(), value == 1 ? 1 : 0) << value;
         EXPECT_EQ(getLoadFadeInOutOff(), value == 0 ? 0 : 1) << value;
     }
-}
-
-TEST(UserPref, ResettingPreferencesSetsDhcpAndTheKnownAddresses)
-{
-    resetUserPref();
-    const UserPref &record = *getUserPref();
-    EXPECT_EQ(record.dhcpEnable, 1);
-    EXPECT_EQ(bytesOf(&record.ipAddress), hex("c0 a8 00 64"));
-    EXPECT_EQ(bytesOf(&record.netMask), hex("ff ff ff 00"));
-    EXPECT_EQ(bytesOf(&record.gateway), hex("c0 a8 00 01"));
 }
 
 const struct {
@@ -355,9 +345,6 @@ const std::map<std::string, Bytes> kOwnFiles = {
                        11828, hex("56 34 12 00"))},
 };
 
-const Journal kQuietLoad = {"malloc_saveView", "read UserPref.sav 56", "read DevInfo.sav 20",
-                            "read workTime.sav 24", "read save0.sav 11832"};
-
 // Memory as a start finds it, and one load.
 Outcome loadAll()
 {
@@ -371,24 +358,8 @@ Outcome loadAll()
     return outcomeOf(loadAllUserPref);
 }
 
-TEST(UserPref, GoodRecordsAreLoadedInOrderAfterTheBlocks)
-{
-    for (const auto &[name, content] : kOwnFiles) {
-        put("/userdata/" + name, content);
-    }
-    EXPECT_EQ(loadAll(), Outcome(1, ""));
-    EXPECT_EQ(journal, kQuietLoad);
-    EXPECT_EQ(bytesOf(getUserPref()), kOwnUserPref);
-    EXPECT_EQ(bytesOf(getDeviceInfo()), kOwnDeviceInfo);
-    EXPECT_EQ(bytesOf(getWorkTimeList()), kOwnFiles.at("workTime.sav"));
-    EXPECT_EQ(GetUserSetting()->identification, 0x2021365Cu);
-    EXPECT_EQ(GetUserSetting()->settingByte2000, 7);
-    EXPECT_TRUE(fakeClock.sleepsUs.empty());
-    EXPECT_EQ(filesIn(), kOwnFiles);
-}
-
 // Of the four, two are saved where they had to be reset, and two are not.
-TEST(UserPref, SecondStartTakesWhatTheFirstHasSaved)
+TEST(UserPref, BlocksAndRecordsAreLoadedInOrderAndASecondStartTakesWhatTheFirstHasSaved)
 {
     EXPECT_EQ(loadAll(), Outcome(0, kUserPrefMissing + kDeviceInfoMissing +
                                         notOpened("workTime.sav") + kUserSettingMissing));
@@ -407,7 +378,8 @@ TEST(UserPref, SecondStartTakesWhatTheFirstHasSaved)
     EXPECT_EQ(filesIn(), saved);
 
     EXPECT_EQ(loadAll(), Outcome(1, kUserPrefMissing + kDeviceInfoMissing));
-    EXPECT_EQ(journal, kQuietLoad);
+    EXPECT_EQ(journal, (Journal{"malloc_saveView", "read UserPref.sav 56", "read DevInfo.sav 20",
+                                "read workTime.sav 24", "read save0.sav 11832"}));
     EXPECT_EQ(bytesOf(GetUserSetting()), setting);
     EXPECT_EQ(bytesOf(getWorkTimeList()), kDefaultWorkTime);
     EXPECT_EQ(filesIn(), saved);
@@ -415,13 +387,14 @@ TEST(UserPref, SecondStartTakesWhatTheFirstHasSaved)
 
 // A record that had to be reset is no reason to leave out those after it. The result is that of the
 // last record alone.
-TEST(UserPref, OneBadRecordDoesNotTouchTheOthers)
+TEST(UserPref, GoodRecordsAreLoadedAndOneBadOneDoesNotTouchTheOthers)
 {
     const struct {
         std::string file, prints;
         int32_t result;
         Bytes saved; // in its place
     } rows[] = {
+        {"none of them", "", 1, ""},
         {kUserPrefFile, kUserPrefMissing, 1, ""},
         {kDeviceInfoFile, kDeviceInfoMissing, 1, ""},
         {"workTime.sav", notOpened("workTime.sav"), 1, kDefaultWorkTime},
