@@ -173,15 +173,7 @@ TEST(UserSettingReset, CustomFormatGivesInputsTheHeightAskedFor)
 {
     const Image from = before().u32(3736, {4001, 0x10000 + 3001, 258});
     fill(GetUserSetting(), from.bytes);
-    setCustomhvSyncPolarity(0xFE);
-    setCustomhTotal(5001);
-    setCustomvTotal(3301);
-    setCustomhStart(301);
-    setCustomvStart(101);
-    setCustomhActive(3999);
-    setCustomvActive(2999);
-    setCustomhSyncWidth(401);
-    setCustomvSyncWidth(31);
+    *GetCustomFormat() = {0, 0xFE, 5001, 3301, 301, 101, 3999, 2999, 401, 31, 0, 0};
     const auto input = [](Image &to) {
         to.u8(4 + 1, {1});
         to.u8(52, {124, 2}).u16(54, {5001, 3301, 301, 101, 3999, 3001, 401, 31});

@@ -111,11 +111,8 @@ size_t openFiles()
     return entriesOf("/proc/self/fd").size();
 }
 
-// A handle value that is no file: an operation that leaves the handle alone leaves this.
-FileHandle untouchedHandle()
-{
-    return stdin;
-}
+// No file of ours: an operation that leaves the handle alone leaves this.
+const FileHandle kUntouched = stdin;
 
 class Fatfs : public testing::Test {
 protected:
@@ -183,12 +180,12 @@ TEST_F(Fatfs, CreateBitsComeBeforeTheReadBitAndThatBeforeTheAppendBits)
             EXPECT_EQ(contentOf(kFile), content);
             fs::remove(kFile);
             // A file that is not there is made, but not for reading.
-            file = untouchedHandle();
+            file = kUntouched;
             EXPECT_EQ(open(&file), isNothing ? Outcome(19, "")
                                    : isRead  ? Outcome(4, kOpenError)
                                              : Outcome(0, ""));
             EXPECT_EQ(isThere(kFile), !isRead && !isNothing);
-            EXPECT_EQ(file == untouchedHandle(), isNothing);
+            EXPECT_EQ(file == kUntouched, isNothing);
             if (!isNothing) {
                 EXPECT_EQ(f_close(&file), isRead ? 4u : 0u);
             }
@@ -207,16 +204,15 @@ TEST_F(Fatfs, OpenThatFailsPrintsAMessageAndClearsTheHandle)
     mountSmall("", MS_RDONLY);
     for (const bool isReadOnly : {true, false}) {
         for (const auto &row : rows) {
-            FileHandle file = untouchedHandle();
+            SCOPED_TRACE(row.mode);
+            FileHandle file = kUntouched;
             EXPECT_EQ(outcomeOf([&] { return sd_open(&file, "file", row.mode); }),
-                      Outcome(row.result, kOpenError))
-                << row.mode << ' ' << isReadOnly;
-            EXPECT_EQ(file, nullptr) << row.mode;
-            file = untouchedHandle();
+                      Outcome(row.result, kOpenError));
+            EXPECT_EQ(file, nullptr);
+            file = kUntouched;
             EXPECT_EQ(outcomeOf([&] { return f_open(&file, kFile.c_str(), row.mode); }),
-                      Outcome(4, kOpenError))
-                << row.mode << ' ' << isReadOnly;
-            EXPECT_EQ(file, nullptr) << row.mode;
+                      Outcome(4, kOpenError));
+            EXPECT_EQ(file, nullptr);
         }
         EXPECT_EQ(outcomeOf([] { return sd_writeFile("file", "abc", 3); }),
                   Outcome(0, kOpenError + "open file file fail\r\n"));
@@ -465,7 +461,7 @@ TEST_F(Fatfs, APathOf255CharactersIsUsedInFullAndALongerOneNamesNoFile)
         const std::string longText(length, 'n'); // the name above is what it would be if it was cut
         const char *const longName = longText.c_str();
         writeFile(kDirectory + longText, "xyz"); // there, as far as a file can have such a name
-        FileHandle file = untouchedHandle();
+        FileHandle file = kUntouched;
         EXPECT_EQ(outcomeOf([&] { return sd_open(&file, longName, 1); }), Outcome(4, error));
         EXPECT_EQ(outcomeOf([&] { return sd_open(&file, longName, 10); }), Outcome(19, error));
         EXPECT_EQ(outcomeOf([&] { return sd_getFileSize(longName); }), Outcome(0, error));
@@ -499,15 +495,11 @@ TEST_F(Fatfs, MakesEveryMissingDirectoryThatASlashFollowsFromTheLeft)
         Mkdirs made;
     } rows[] = {
         // clang-format off
-        {"/userdata/", 0, {}}, // is there
+        {"/userdata/", 0, {}}, {"/other", 0, {}}, {"other", 0, {}}, {"/", 0, {}}, {"", 0, {}},
         {"/userdata/a/b/c/", 0,
             {{"/userdata/a", 0755}, {"/userdata/a/b", 0755}, {"/userdata/a/b/c", 0755}}},
         {"/userdata/d/e", 0, {{"/userdata/d", 0755}}},
         {"x/y/", 0, {{"x", 0755}, {"x/y", 0755}}}, // in the current directory
-        {"/other", 0, {}},
-        {"other", 0, {}},
-        {"/", 0, {}},
-        {"", 0, {}},
         {"/userdata/file/", 0, {}},
         {"/userdata/file/a/b/", -1, {{"/userdata/file/a", 0755}}}, // the first failure ends it
         {longest, 0, {{withoutSlash(parent), 0755}, {withoutSlash(longest), 0755}}},
