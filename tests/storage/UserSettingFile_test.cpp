@@ -244,7 +244,7 @@ TEST_F(UserSettingFile, FileWithOneWrongBitInAnIdentificationIsReset)
     for (uint32_t bit = 0; bit < 32; ++bit) {
         for (const size_t at : {size_t{0}, size_t{11828}}) {
             put(kPath, bitFlipped(kGoodFile, at, bit));
-            EXPECT_EQ(outcomeOf([] { return loadUserSetting(0); }), Outcome(0, kReset + kSave))
+            EXPECT_EQ(outcomeOf(loadUserSetting, 0), Outcome(0, kReset + kSave))
                 << at << ", bit " << bit;
         }
     }
@@ -300,7 +300,7 @@ TEST_F(UserSettingFile, DefaultsThatCannotBeSavedStandInAllTheSame)
 {
     fs::remove(kDirectory);
     _userMode = 1;
-    EXPECT_EQ(outcomeOf([] { return loadUserSetting(0); }),
+    EXPECT_EQ(outcomeOf(loadUserSetting, 0),
               Outcome(0, kMissing + kMissing + kReset + kSave + notSaved("save0.sav")));
     EXPECT_TRUE(areBytes(recordBytes(), kDefaults));
     EXPECT_TRUE(areBytes(copyBytes(), kDefaults));
@@ -312,15 +312,14 @@ TEST_F(UserSettingFile, DefaultsThatCannotBeSavedStandInAllTheSame)
 
 TEST_F(UserSettingFile, ReadingReturnsTheLengthOfTheFileAndJudgesNothing)
 {
-    const auto read = [] { return ReadUserSetting(0); };
     fill(GetUserSetting(), goodFile(2));
-    EXPECT_EQ(outcomeOf(read), Outcome(0, kMissing));
+    EXPECT_EQ(outcomeOf(ReadUserSetting, 0), Outcome(0, kMissing));
     EXPECT_TRUE(areBytes(recordBytes(), goodFile(2)));
     put(kPath, "abcdefg");
-    EXPECT_EQ(outcomeOf(read), Outcome(7, ""));
+    EXPECT_EQ(outcomeOf(ReadUserSetting, 0), Outcome(7, ""));
     EXPECT_TRUE(areBytes(recordBytes(), with(goodFile(2), 0, "abcdefg")));
     put(kPath, goodFile(3) + "!");
-    EXPECT_EQ(outcomeOf(read), Outcome(11833, tooLong("save0.sav", 11833, 11832)));
+    EXPECT_EQ(outcomeOf(ReadUserSetting, 0), Outcome(11833, tooLong("save0.sav", 11833, 11832)));
     EXPECT_TRUE(areBytes(recordBytes(), goodFile(3)));
 }
 
@@ -330,11 +329,11 @@ TEST_F(UserSettingFile, OnlySavingMakesTheCopyEqual)
     const Bytes record = ownBytes(kUserSettingSize, 4);
     fill(GetUserSetting(), record);
     put(kPath, kGoodFile + "longer");
-    EXPECT_EQ(outcomeOf([] { return WriteUserSetting(0); }), Outcome(1, kSave));
+    EXPECT_EQ(outcomeOf(WriteUserSetting, 0), Outcome(1, kSave));
     EXPECT_TRUE(areBytes(contentOf(kPath), record));
     EXPECT_TRUE(areBytes(recordBytes(), record));
     EXPECT_TRUE(areBytes(copyBytes(), kNone));
-    EXPECT_EQ(outcomeOf([] { return UserSettingSaveTo(3); }), Outcome(1, "save save3.sav\n"));
+    EXPECT_EQ(outcomeOf(UserSettingSaveTo, 3), Outcome(1, "save save3.sav\n"));
     EXPECT_TRUE(areBytes(contentOf("/userdata/save3.sav"), record));
     EXPECT_TRUE(areBytes(copyBytes(), record));
     EXPECT_EQ(journal, (Journal{"write save0.sav 11832", "write save3.sav 11832"}));
@@ -344,15 +343,14 @@ TEST_F(UserSettingFile, SavingThatFailsMakesTheCopyEqualAllTheSame)
 {
     const Bytes record = ownBytes(kUserSettingSize, 6);
     const Outcome failure(0, kSave + notSaved("save0.sav"));
-    const auto save = [] { return UserSettingSaveTo(0); };
     fill(GetUserSetting(), record);
     fs::create_directory(kPath); // in the way of the file
-    EXPECT_EQ(outcomeOf([] { return WriteUserSetting(0); }), failure);
+    EXPECT_EQ(outcomeOf(WriteUserSetting, 0), failure);
     EXPECT_TRUE(areBytes(copyBytes(), kNone));
-    EXPECT_EQ(outcomeOf(save), failure);
+    EXPECT_EQ(outcomeOf(UserSettingSaveTo, 0), failure);
     EXPECT_TRUE(areBytes(copyBytes(), record));
     fs::remove_all(kDirectory);
-    EXPECT_EQ(outcomeOf(save), failure);
+    EXPECT_EQ(outcomeOf(UserSettingSaveTo, 0), failure);
 }
 
 // Any number is a slot.
@@ -365,28 +363,25 @@ TEST_F(UserSettingFile, SlotsAreFilesOfTheirOwn)
                                                   {INT32_MAX, "save2147483647.sav"},
                                                   {INT32_MIN, "save-2147483648.sav"}};
     const auto content = [](int32_t slot) { return goodFile(static_cast<uint32_t>(slot)); };
-    const auto outcome = [](auto operation, int32_t slot) {
-        return outcomeOf([=] { return operation(slot); });
-    };
     Files files;
     for (const auto &[slot, file] : slots) {
         const std::string missing = notOpened(file);
         const std::string save = "save " + file + '\n';
         fill(GetUserSetting(), kNone);
-        EXPECT_EQ(outcome(loadUserSetting, slot), Outcome(0, missing + missing + kReset + save));
+        EXPECT_EQ(outcomeOf(loadUserSetting, slot), Outcome(0, missing + missing + kReset + save));
         EXPECT_TRUE(areBytes(contentOf("/userdata/" + file), kDefaults)) << file;
         fill(GetUserSetting(), content(slot));
-        EXPECT_EQ(outcome(WriteUserSetting, slot), Outcome(1, save));
+        EXPECT_EQ(outcomeOf(WriteUserSetting, slot), Outcome(1, save));
         files[file] = content(slot);
         EXPECT_TRUE(filesIn() == files) << file;
     }
     for (const auto &[slot, file] : slots) {
         for (int32_t (*const load)(int32_t) : {loadUserSetting, loadUserSettingNoSave}) {
             fill(GetUserSetting(), kNone);
-            EXPECT_EQ(outcome(load, slot), Outcome(1, ""));
+            EXPECT_EQ(outcomeOf(load, slot), Outcome(1, ""));
             EXPECT_TRUE(areBytes(recordBytes(), loaded(content(slot)))) << file;
         }
-        EXPECT_EQ(outcome(ReadUserSetting, slot), Outcome(11832, ""));
+        EXPECT_EQ(outcomeOf(ReadUserSetting, slot), Outcome(11832, ""));
         EXPECT_TRUE(areBytes(recordBytes(), content(slot))) << file;
     }
 }

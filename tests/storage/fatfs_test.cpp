@@ -139,7 +139,7 @@ protected:
     static FileHandle opened(uint32_t mode)
     {
         FileHandle file = nullptr;
-        EXPECT_EQ(outcomeOf([&] { return f_open(&file, kFile.c_str(), mode); }), Outcome(0, ""));
+        EXPECT_EQ(outcomeOf(f_open, &file, kFile.c_str(), mode), Outcome(0, ""));
         return file;
     }
 
@@ -206,15 +206,13 @@ TEST_F(Fatfs, OpenThatFailsPrintsAMessageAndClearsTheHandle)
         for (const auto &row : rows) {
             SCOPED_TRACE(row.mode);
             FileHandle file = kUntouched;
-            EXPECT_EQ(outcomeOf([&] { return sd_open(&file, "file", row.mode); }),
-                      Outcome(row.result, kOpenError));
+            EXPECT_EQ(outcomeOf(sd_open, &file, "file", row.mode), Outcome(row.result, kOpenError));
             EXPECT_EQ(file, nullptr);
             file = kUntouched;
-            EXPECT_EQ(outcomeOf([&] { return f_open(&file, kFile.c_str(), row.mode); }),
-                      Outcome(4, kOpenError));
+            EXPECT_EQ(outcomeOf(f_open, &file, kFile.c_str(), row.mode), Outcome(4, kOpenError));
             EXPECT_EQ(file, nullptr);
         }
-        EXPECT_EQ(outcomeOf([] { return sd_writeFile("file", "abc", 3); }),
+        EXPECT_EQ(outcomeOf(sd_writeFile, "file", "abc", 3u),
                   Outcome(0, kOpenError + "open file file fail\r\n"));
         if (isReadOnly) {
             umount(kDirectory.c_str());
@@ -240,12 +238,12 @@ TEST_F(Fatfs, UnlinkingReturnsWhetherTheFileIsGone)
         {"/userdata/empty", 0, {}},
     };
     for (const auto &row : rows) {
-        EXPECT_EQ(outcomeOf([&] { return f_unlink(row.path); }), Outcome(row.result, ""));
+        EXPECT_EQ(outcomeOf(f_unlink, row.path), Outcome(row.result, ""));
         EXPECT_EQ(entriesOf(kDirectory), row.left) << row.path;
     }
     writeFile(kFile, "abc");
     for (const uint32_t result : {0u, 4u}) {
-        EXPECT_EQ(outcomeOf([] { return sd_unlink("file"); }), Outcome(result, ""));
+        EXPECT_EQ(outcomeOf(sd_unlink, "file"), Outcome(result, ""));
         EXPECT_EQ(entriesOf(kDirectory), Names{});
     }
 }
@@ -280,7 +278,7 @@ TEST_F(Fatfs, SizesGoBeyondTwoGigabytesAndAreZeroForAFileThatHasNone)
     f_close(&file);
     EXPECT_EQ(sd_getFileSize("file"), 3'000'000'000u);
     char text[] = "12345";
-    EXPECT_EQ(outcomeOf([&] { return sd_readFile("file", text, 4); }),
+    EXPECT_EQ(outcomeOf(sd_readFile, "file", text, 4u),
               Outcome(3'000'000'000u,
                       "read file file size error: fileSize=-1294967296, readSize=4\r\n")); // signed
     EXPECT_EQ(std::string(text, 5), std::string("\0\0\0\0005", 5));
@@ -335,8 +333,7 @@ TEST_F(Fatfs, AShortWriteOfAWholeFileIsNotDetected)
     fs::remove(kFile);
     writeFile("/userdata/full", std::string(4096, 'x'));
     for (const uint32_t length : {20u, 100'000u}) {
-        EXPECT_EQ(outcomeOf([&] { return sd_writeFile("file", bytes.data(), length); }),
-                  Outcome(1, ""));
+        EXPECT_EQ(outcomeOf(sd_writeFile, "file", bytes.data(), length), Outcome(1, ""));
         EXPECT_EQ(contentOf(kFile), "") << length;
     }
 }
@@ -406,20 +403,20 @@ TEST_F(Fatfs, ReadingFillsTheBufferAtMostAndReturnsTheLengthOfTheFile)
         const size_t size = row.content.size();
         EXPECT_EQ(outcomeOf(read), Outcome(size, row.printed)) << row.name;
         EXPECT_EQ(buffer, row.buffer) << row.name;
-        EXPECT_EQ(outcomeOf([] { return sd_getFileSize("file"); }), Outcome(size, "")) << row.name;
+        EXPECT_EQ(outcomeOf(sd_getFileSize, "file"), Outcome(size, "")) << row.name;
     }
 }
 
 TEST_F(Fatfs, AbsentFilesAndDirectoriesLeaveTheBufferAlone)
 {
     char text[] = "12345678";
-    EXPECT_EQ(outcomeOf([&] { return sd_readFile("file", text, 8); }), Outcome(0, kOpenError));
-    EXPECT_EQ(outcomeOf([] { return sd_getFileSize("file"); }), Outcome(0, kOpenError));
+    EXPECT_EQ(outcomeOf(sd_readFile, "file", text, 8u), Outcome(0, kOpenError));
+    EXPECT_EQ(outcomeOf(sd_getFileSize, "file"), Outcome(0, kOpenError));
     EXPECT_EQ(entriesOf(kDirectory), Names{});
     fs::create_directory(kFile);
-    outcomeOf([&] { return sd_readFile("file", text, 8); });
+    outcomeOf(sd_readFile, "file", text, 8u);
     EXPECT_STREQ(text, "12345678");
-    EXPECT_EQ(outcomeOf([] { return sd_writeFile("file", "abc", 3); }),
+    EXPECT_EQ(outcomeOf(sd_writeFile, "file", "abc", 3u),
               Outcome(0, kOpenError + "open file file fail\r\n"));
     EXPECT_TRUE(fs::is_directory(kFile));
 }
@@ -431,11 +428,10 @@ TEST_F(Fatfs, WritingReturnsOneAndTruncatesAndRewritesTheVeryFile)
     writeFile(kFile, "abc");
     fs::create_hard_link(kFile, "/link");
     for (const std::string content : {"abcdefgh", "xyz", ""}) {
-        outcomeOf([] { return sd_writeFile("no/such/directory", "abc", 3); });
-        outcomeOf([] { return sd_getFileSize("absent"); });
+        outcomeOf(sd_writeFile, "no/such/directory", "abc", 3u);
+        outcomeOf(sd_getFileSize, "absent");
         const auto length = static_cast<uint32_t>(content.size());
-        EXPECT_EQ(outcomeOf([&] { return sd_writeFile("file", content.data(), length); }),
-                  Outcome(1, ""));
+        EXPECT_EQ(outcomeOf(sd_writeFile, "file", content.data(), length), Outcome(1, ""));
         EXPECT_EQ(contentOf("/link"), content);
         EXPECT_EQ(entriesOf(kDirectory), Names{"file"});
     }
@@ -449,10 +445,10 @@ TEST_F(Fatfs, APathOf255CharactersIsUsedInFullAndALongerOneNamesNoFile)
     const std::string text(245, 'n');
     const char *const name = text.c_str();
     char buffer[] = "...";
-    EXPECT_EQ(outcomeOf([=] { return sd_writeFile(name, "abc", 3); }), Outcome(1, ""));
+    EXPECT_EQ(outcomeOf(sd_writeFile, name, "abc", 3u), Outcome(1, ""));
     EXPECT_EQ(entriesOf(kDirectory), Names{text});
-    EXPECT_EQ(outcomeOf([=] { return sd_getFileSize(name); }), Outcome(3, ""));
-    EXPECT_EQ(outcomeOf([&] { return sd_readFile(name, buffer, 3); }), Outcome(3, ""));
+    EXPECT_EQ(outcomeOf(sd_getFileSize, name), Outcome(3, ""));
+    EXPECT_EQ(outcomeOf(sd_readFile, name, buffer, 3u), Outcome(3, ""));
     EXPECT_STREQ(buffer, "abc");
 
     const std::string error = "open file  error\n";
@@ -462,18 +458,18 @@ TEST_F(Fatfs, APathOf255CharactersIsUsedInFullAndALongerOneNamesNoFile)
         const char *const longName = longText.c_str();
         writeFile(kDirectory + longText, "xyz"); // there, as far as a file can have such a name
         FileHandle file = kUntouched;
-        EXPECT_EQ(outcomeOf([&] { return sd_open(&file, longName, 1); }), Outcome(4, error));
-        EXPECT_EQ(outcomeOf([&] { return sd_open(&file, longName, 10); }), Outcome(19, error));
-        EXPECT_EQ(outcomeOf([&] { return sd_getFileSize(longName); }), Outcome(0, error));
-        EXPECT_EQ(outcomeOf([&] { return sd_readFile(longName, buffer, 3); }), Outcome(0, error));
-        EXPECT_EQ(outcomeOf([&] { return sd_writeFile(longName, "123", 3); }),
+        EXPECT_EQ(outcomeOf(sd_open, &file, longName, 1u), Outcome(4, error));
+        EXPECT_EQ(outcomeOf(sd_open, &file, longName, 10u), Outcome(19, error));
+        EXPECT_EQ(outcomeOf(sd_getFileSize, longName), Outcome(0, error));
+        EXPECT_EQ(outcomeOf(sd_readFile, longName, buffer, 3u), Outcome(0, error));
+        EXPECT_EQ(outcomeOf(sd_writeFile, longName, "123", 3u),
                   Outcome(0, error + "open file " + longText + " fail\r\n"));
         EXPECT_EQ(sd_unlink(longName), 4u);
         EXPECT_STREQ(buffer, "abc");
     }
     EXPECT_EQ(contentOf(kDirectory + std::string(246, 'n')), "xyz");
     EXPECT_EQ(contentOf(kDirectory + text), "abc");
-    EXPECT_EQ(outcomeOf([=] { return sd_unlink(name); }), Outcome(0, ""));
+    EXPECT_EQ(outcomeOf(sd_unlink, name), Outcome(0, ""));
     EXPECT_FALSE(isThere(kDirectory + text));
 }
 
@@ -510,7 +506,7 @@ TEST_F(Fatfs, MakesEveryMissingDirectoryThatASlashFollowsFromTheLeft)
         SCOPED_TRACE(row.path);
         mkdirCalls.clear();
         EXPECT_EQ(
-            outcomeOf([&] { return CreateDir(row.path.c_str()); }),
+            outcomeOf(CreateDir, row.path.c_str()),
             Outcome(row.result, row.result < 0 && !row.made.empty() ? "mkdir   error\n" : ""));
         EXPECT_EQ(mkdirCalls, row.made);
         for (const auto &[path, mode] : row.made) {
@@ -520,7 +516,7 @@ TEST_F(Fatfs, MakesEveryMissingDirectoryThatASlashFollowsFromTheLeft)
     EXPECT_EQ(fs::status("/userdata/a/b/c").permissions(), fs::perms{0755});
     EXPECT_EQ(contentOf(kFile), "abc");
     mountSmall("", MS_RDONLY);
-    EXPECT_EQ(outcomeOf([] { return CreateDir("/userdata/a/"); }), Outcome(-1, "mkdir   error\n"));
+    EXPECT_EQ(outcomeOf(CreateDir, "/userdata/a/"), Outcome(-1, "mkdir   error\n"));
 }
 
 TEST_F(Fatfs, InitialisingMakesTheSettingsDirectory)
@@ -570,7 +566,7 @@ TEST_F(Fatfs, JoinsADirectoryAndANameWithASlashUnlessTheDirectoryEndsInOne)
 // What is left in the settings directory after a deletion without a failure.
 Names leftAfterDeleting(const std::string &path)
 {
-    EXPECT_EQ(outcomeOf([&] { return DeleteFile(path.c_str()); }), Outcome(0, "")) << path;
+    EXPECT_EQ(outcomeOf(DeleteFile, path.c_str()), Outcome(0, "")) << path;
     return entriesOf(kDirectory);
 }
 

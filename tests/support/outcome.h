@@ -10,9 +10,10 @@
 
 using Outcome = std::pair<int64_t, std::string>;
 
-template <typename Operation> Outcome outcomeOf(Operation operation)
+template <typename Operation, typename... Arguments>
+Outcome outcomeOf(Operation operation, Arguments &&...arguments)
 {
     Outcome outcome;
-    outcome.second = printedBy([&] { outcome.first = operation(); });
+    outcome.second = printedBy([&] { outcome.first = operation(arguments...); });
     return outcome;
 }
