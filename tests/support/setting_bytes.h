@@ -103,11 +103,6 @@ inline Bytes oneByte(uint32_t value)
     return littleEndian(value, 1);
 }
 
-inline Bytes twoBytes(uint32_t value)
-{
-    return littleEndian(value, 2);
-}
-
 // `bytes` with others in the place of those at `offset`, none after the end.
 Bytes with(Bytes bytes, size_t offset, const Bytes &others);
 
