@@ -141,13 +141,13 @@ int32_t make(const Mode &mode)
 void expectMade(const Derived &derived)
 {
     SCOPED_TRACE(derived.mode);
-    const auto &[width, height, rate] = derived.mode;
+    const Mode &mode = derived.mode;
     const int32_t result = derived.isStored ? 1 : 0;
     fillBoth();
-    EXPECT_EQ(outcomeOf([&] { return CheckCustomTimming(width, height, rate); }),
+    EXPECT_EQ(outcomeOf(CheckCustomTimming, mode.width, mode.height, mode.rate),
               Outcome(result, ""));
     EXPECT_TRUE(areBoth(kBefore));
-    EXPECT_EQ(outcomeOf([&] { return make(derived.mode); }),
+    EXPECT_EQ(outcomeOf(make, mode),
               Outcome(result, derived.isStored ? "" : errorFor(derived.clock)));
     EXPECT_TRUE(areBoth(after(derived)));
 }
