@@ -255,7 +255,7 @@ struct Compared : Derived {
     uint32_t cvtHActive, cvtHTotal, cvtHSync, cvtHBackPorch;
     uint32_t cvtVTotal, cvtVFrontPorch, cvtVSync, cvtVBackPorch, cvtPolarity;
     std::string cvtClock; // MHz, two decimals
-    // The lines of blanking, and the whole numbers up to 459 and 460 line periods of 1 us each.
+    // Its lines of blanking; 459 / e and 460 / e, cut, where e is the line period in us.
     int64_t cvtBlanking, of459, of460;
 };
 
