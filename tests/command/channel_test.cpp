@@ -3,9 +3,11 @@
 
 #include "command/channel.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -81,30 +83,12 @@ TEST(Channel, HasTheDocumentedKindsAndCounts)
     EXPECT_EQ(kNoChannel, 255);
 }
 
-TEST(Channel, KeepsItsFieldsInTheDocumentedOrder)
-{
-    // type and its hole, the address, four pointers, the storage, the tick; then up to the 8 bytes
-    // that the address wants.
-    constexpr size_t kPipe = 4 * sizeof(void *);
-    EXPECT_EQ(offsetof(Channel, type), 0u);
-    EXPECT_EQ(offsetof(Channel, address), 8u);
-    EXPECT_EQ(offsetof(Channel, pipe), 16u);
-    EXPECT_EQ(offsetof(Channel, storage), 16u + kPipe);
-    EXPECT_EQ(offsetof(Channel, lastTime), 16u + kPipe + 4096u);
-    EXPECT_EQ(sizeof(Channel), (16 + kPipe + 4096 + 4 + 7) / 8 * 8);
-}
-
-TEST(Channel, TakesTenRecordsFromMemoryAndNoMore)
+TEST(Channel, StartsUnboundAndEmptyOverItsOwnStorageInOneOfTenRecords)
 {
     makeChannels();
     constexpr size_t kOn32BitProcessors = 4136;
     const size_t size = sizeof(void *) == 4 ? kOn32BitProcessors : sizeof(Channel);
     EXPECT_EQ(mallocs, std::vector<size_t>(10, size));
-}
-
-TEST(Channel, StartsUnboundAndEmptyOverItsOwnStorage)
-{
-    makeChannels();
     for (const Channel *const slot : channel) {
         ASSERT_NE(slot, nullptr);
         EXPECT_EQ(slot->type, 5u);
@@ -189,7 +173,10 @@ TEST(Channel, GivesAnEleventhSourceTheSlotIdleLongest)
         {"18 less one is more than 16",  0x10, {9, 9, 0, 9, 9, 0xFFFFFFFE, 9, 9, 9, 9},          5},
     };
     // clang-format on
+    int readings = 0;
+    fakeClock.afterReading = [&] { ++readings; };
     bindAll();
+    EXPECT_EQ(readings, 0);
     uint64_t source = 1000;
     for (const Row &row : kRows) {
         setLastTimes(row.lastTimes);
@@ -200,19 +187,10 @@ TEST(Channel, GivesAnEleventhSourceTheSlotIdleLongest)
         EXPECT_EQ(getUsedChannel(2, source), row.slot) << row.name;
         EXPECT_EQ(getUsedChannel(2, old), 255) << row.name;
     }
+    EXPECT_EQ(readings, 10);
     EXPECT_EQ(getFreeChannel(0, kPeer), 5);
     EXPECT_EQ(channel[5]->type, 0u);
     EXPECT_EQ(channel[5]->address, kPeer);
-}
-
-TEST(Channel, ReadsTheClockOnlyToEvict)
-{
-    int readings = 0;
-    fakeClock.afterReading = [&] { ++readings; };
-    bindAll();
-    EXPECT_EQ(readings, 0);
-    getFreeChannel(2, 10);
-    EXPECT_EQ(readings, 1);
 }
 
 TEST(Channel, KeepsBytesAndTimeOfTheOldSource)
@@ -275,7 +253,7 @@ TEST(Channel, Holds4095BytesAndDropsEachOtherOneWithAMessage)
     };
     // clang-format on
     makeChannels();
-    const std::string bytes = countingBytes(4098, 251);
+    const std::string bytes = countingBytes(4098, 257); // of every value
     uint8_t slot = 0;
     for (const Row &row : kRows) {
         const std::string message = row.message;
@@ -289,13 +267,6 @@ TEST(Channel, Holds4095BytesAndDropsEachOtherOneWithAMessage)
     // The others have room.
     EXPECT_EQ(printedByReceiving(2, 1, "room"), "getFreeChannel from=3, type=2, port=1\n");
     EXPECT_EQ(contentOf(channel[3]->pipe), "room");
-}
-
-TEST(Channel, QueuesEveryByteValueInOrder)
-{
-    makeChannels();
-    printedByReceiving(2, 0, countingBytes(256));
-    EXPECT_EQ(contentOf(channel[0]->pipe), countingBytes(256));
 }
 
 TEST(Channel, TakesSingleBytesSilentlyUntilItIsFull)
@@ -346,29 +317,22 @@ TEST(Channel, GivesTheKindOfTheChannelBeingExecuted)
 
 // Without memory ---------------------------------------------------------------------------------
 
-TEST(Channel, GivesNobodyASlotWithoutMemory)
+TEST(Channel, GivesNobodyASlotWithoutMemoryAndDropsEveryByteAndReply)
 {
     makeChannels([](size_t) { return true; });
     EXPECT_EQ(mallocs.size(), 10u);
-    for (const Channel *const slot : channel) {
-        EXPECT_EQ(slot, nullptr);
-    }
+    EXPECT_EQ(std::count(channel, std::end(channel), nullptr), 10);
     EXPECT_EQ(getUsedChannel(2, 0), 255);
     EXPECT_EQ(getUsedChannel(5, 0), 255);
     EXPECT_EQ(getFreeChannel(2, 0), 255);
     EXPECT_EQ(get_channel_type(), 5u);
-}
-
-TEST(Channel, DropsEveryByteAndReplyWithoutMemory)
-{
-    makeChannels([](size_t) { return true; });
     for (int burst = 0; burst < 2; ++burst) {
         EXPECT_EQ(printedByReceiving(2, 1, "ab"), "getFreeChannel from=255, type=2, port=1\n"
                                                   "IsrReceiveBuffer error: type=0x2, port=0x1\n"
                                                   "IsrReceiveBuffer error: type=0x2, port=0x1\n");
     }
+    EXPECT_EQ(IsrReceiveCommand(2, 1, 'x'), 0);
     EXPECT_EQ(transcriptOf([] {
-                  EXPECT_EQ(IsrReceiveCommand(2, 1, 'x'), 0);
                   TaskCommand();
                   SendRs232Command();
               }),

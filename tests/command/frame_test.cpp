@@ -55,19 +55,6 @@ TEST(Frame, HasTheDocumentedHeadersAndEnd)
     EXPECT_EQ(kFrameLength, 19u);
 }
 
-TEST(Frame, KeepsTheRecordInTheDocumentedOrder)
-{
-    const Rs232Command record = {.address = 0x11,
-                                 .tag = 0x22,
-                                 .command = 0x33,
-                                 .dat1 = 0x44,
-                                 .dat2 = 0x55,
-                                 .dat3 = 0x66,
-                                 .dat4 = 0x77,
-                                 .checksum = 0x88};
-    EXPECT_EQ(bytesOf(record), (Bytes{0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88}));
-}
-
 TEST(Frame, ReadsDigitsInEitherCaseAndAnyOtherCharacterAsZero)
 {
     const auto digit = [](char character) {
@@ -102,8 +89,6 @@ TEST(Frame, DecodesTheRows)
     constexpr Row kRows[] = {
         {"the device type command",   "<T0000680100000069>", "0000680100000069"},
         {"each byte at its offset",   "<T0123456789abcdef>", "0123456789abcdef"},
-        {"lowercase",                 "<Tabcdeffabcde0af0>", "abcdeffabcde0af0"},
-        {"uppercase",                 "<TABCDEFFABCDE0AF0>", "abcdeffabcde0af0"},
         {"mixed case",                "<TaBcDEffAbCdE0Af0>", "abcdeffabcde0af0"},
         {"invalid digits are zeros",  "<T0x1g<1T1 1-1+1.1>", "0010010101010101"},
         {"a wrong checksum stays",    "<T00006801000000ff>", "00006801000000ff"},
@@ -146,13 +131,7 @@ TEST(Frame, SumsTheFirstSevenBytesModulo256)
         {{0x00, 0x00, 0x68, 0x01, 0x00, 0x00, 0x00, 0x00}, 0x69},
         {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, 0xF9}, // 6f9; the last byte is not in it
         {{0x80, 0x80, 0x00, 0x00, 0x00, 0x00, 0x00, 0x55}, 0x00}, // 100
-        {{0xA7, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00}, 0xA7}, // each counts once
-        {{0x00, 0xA7, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00}, 0xA7},
-        {{0x00, 0x00, 0xA7, 0x00, 0x00, 0x00, 0x00, 0x00}, 0xA7},
-        {{0x00, 0x00, 0x00, 0xA7, 0x00, 0x00, 0x00, 0x00}, 0xA7},
-        {{0x00, 0x00, 0x00, 0x00, 0xA7, 0x00, 0x00, 0x00}, 0xA7},
-        {{0x00, 0x00, 0x00, 0x00, 0x00, 0xA7, 0x00, 0x00}, 0xA7},
-        {{0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xA7, 0x00}, 0xA7},
+        {{0x01, 0x02, 0x04, 0x08, 0x10, 0x20, 0x40, 0x00}, 0x7F}, // each counts once
     };
     // clang-format on
     for (const Row &row : kRows) {

@@ -133,17 +133,6 @@ TEST_F(Reply, EchoesForAckAndRefusesForEveryOtherCode)
     }
 }
 
-TEST_F(Reply, CanNeverCarryAnotherCode)
-{
-    for (unsigned code = 0; code < 256; ++code) {
-        request({0x5A, 0xC3, static_cast<uint8_t>(code), 0, 0, 0, 0});
-        commandFromLED = {0x11, 0x22, static_cast<uint8_t>(~code), 0, 0, 0, 0, 0};
-        SendRs232Command();
-        EXPECT_EQ(takeSent(),
-                  uart0({replyFrame({0x5A, 0xC3, static_cast<uint8_t>(code), 0, 0, 0, 0})}));
-    }
-}
-
 TEST_F(Reply, StaysInTheRecordAndTheTextEvenWhenNobodyGetsIt)
 {
     commandFrom = 9;

@@ -3,6 +3,7 @@
 
 #include "command/setting.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -79,9 +80,9 @@ namespace {
 
 std::string network; // what Command_Read_Network() finds of the record, its first bytes
 
-// What the system's file operations do to the test file; null: what they always do.
-std::function<bool(const char *mode)> refusesToOpen;
-std::function<size_t(size_t count)> writesOnly;
+// What the system's file operations do to the test file.
+bool isReadingRefused;
+size_t writesAtMost = SIZE_MAX;
 std::function<void(uint8_t *bytes, size_t *count)> afterReading;
 
 } // namespace
@@ -100,7 +101,7 @@ REPLACE(void, _Z20Command_Read_NetworkP13NetworkRecord, (NetworkRecord * record)
 
 REPLACE(std::FILE *, fopen64, (const char *path, const char *mode))
 {
-    if (refusesToOpen && path == std::string_view("/userdata/test.bin") && refusesToOpen(mode)) {
+    if (isReadingRefused && path == std::string_view("/userdata/test.bin") && *mode == 'r') {
         errno = EIO;
         return nullptr;
     }
@@ -109,8 +110,7 @@ REPLACE(std::FILE *, fopen64, (const char *path, const char *mode))
 
 REPLACE(size_t, fwrite, (const void *bytes, size_t size, size_t count, std::FILE *file))
 {
-    const bool isShort = writesOnly && bytes == buffer;
-    return REAL(fwrite)(bytes, size, isShort ? writesOnly(count) : count, file);
+    return REAL(fwrite)(bytes, size, bytes == buffer ? std::min(count, writesAtMost) : count, file);
 }
 
 REPLACE(size_t, fread, (void *bytes, size_t size, size_t count, std::FILE *file))
@@ -172,6 +172,30 @@ std::string answerTo(const Parameters &parameters, Answer answer)
                              : line(refusal(parameters));
 }
 
+// A command whose payload arrives, its answer and what comes before that.
+struct Row {
+    const char *name;
+    Parameters parameters;
+    Arrivals arrivals;
+    Answer answer;
+    Journal calls;
+    size_t sleeps = 0;
+    std::string left = "";
+    std::string prints = "";
+};
+
+void expectRow(const Row &row)
+{
+    SCOPED_TRACE(testing::Message() << row.name << ": " << hex(row.parameters.data(), 7));
+    arrive(row.arrivals);
+    const std::string begin = row.parameters[2] == 0xF0 ? "writeDataSetting\n" : "";
+    EXPECT_EQ(execute(row.parameters), begin + row.prints + answerTo(row.parameters, row.answer));
+    EXPECT_EQ(journal, row.calls);
+    EXPECT_EQ(fakeClock.sleepsUs, std::vector<uint32_t>(row.sleeps, 2000));
+    EXPECT_EQ(waiting(), row.left);
+    takeAll();
+}
+
 // 0xF0, write data -------------------------------------------------------------------------------
 
 // Command 0xF0 for `dat1` with a length word of `announced`.
@@ -187,31 +211,6 @@ std::string content(size_t length)
 
 const Journal kConfigured = {"config 000102030405060708090a0b0c0d0e0f1011"}; // content(18)
 
-struct Data {
-    const char *name;
-    uint32_t dat1;
-    uint32_t announced; // the length of the payload with its checksum
-    Arrivals arrivals;
-    const char *prints;
-    Answer answer;
-    Journal calls;
-    size_t sleeps = 0;
-    std::string left = "";
-};
-
-void expectData(const Data &row)
-{
-    SCOPED_TRACE(testing::Message() << row.name << ", dat1 " << row.dat1 << ", " << row.announced);
-    arrive(row.arrivals);
-    const Parameters parameters = data(row.dat1, row.announced);
-    EXPECT_EQ(execute(parameters),
-              std::string("writeDataSetting\n") + row.prints + answerTo(parameters, row.answer));
-    EXPECT_EQ(journal, row.calls);
-    EXPECT_EQ(fakeClock.sleepsUs, std::vector<uint32_t>(row.sleeps, 2000));
-    EXPECT_EQ(waiting(), row.left);
-    takeAll();
-}
-
 constexpr char kTooLong[] = "len > sizeof(buffer): 4097 > 4096\n";
 constexpr char kMissing[] = "writeDataSetting receiveBufferFromPC error\n";
 constexpr char kWrongSum[] = "re checksum error\r\nwriteDataSetting receiveBufferFromPC error\n";
@@ -222,29 +221,29 @@ TEST_F(Setting, WritesOrRefusesABlock)
     const std::string block = withChecksum(content(18));
     std::string wrong = block;
     wrong[3] = 'x';
-    const Data rows[] = {
-        {"a record",               0x20, 19, {{0, block + "z"}}, "", kAcks, kConfigured, 0, "z"},
-        {"one byte too many",      0x20, 4098, {{0, "left"}}, kTooLong, kNaks, {}, 0, "left"},
-        {"the most",               0x20, 65535, {{0, "left"}},
-         "len > sizeof(buffer): 65534 > 4096\n",         kNaks, {}, 0, "left"},
-        {"too many for no record", 0x21, 4098, {{0, "left"}}, kTooLong, kNaks, {}, 0, "left"},
-        {"nothing at all",         0x20, 0, {{0, "left"}}, "", kSilent, {}, 0, "left"},
-        {"a checksum of nothing",  0x20, 1, {{0, "left"}}, "", kSilent, {}, 0, "left"},
-        {"nothing for no record",  0x21, 0, {{0, "left"}}, "", kNaks, {}, 0, "left"},
-        {"a checksum for no record", 0x21, 1, {{0, "left"}}, "", kNaks, {}, 0, "left"},
-        {"a record of one byte",   0x20, 2, {{0, withChecksum(content(1))}}, "", kSilent, {}},
-        {"a record of 16 bytes",   0x20, 17, {{0, withChecksum(content(16))}}, "", kSilent, {}},
-        {"a record of 17 bytes",   0x20, 18, {{0, withChecksum(content(17))}}, "", kSilent, {}},
-        {"17 bytes and a wrong sum", 0x20, 18, {{0, content(18)}}, kWrongSum, kNaks, {}},
-        {"a wrong sum",            0x20, 19, {{0, wrong + "z"}}, kWrongSum, kNaks, {}, 0, "z"},
-        {"nothing comes",          0x20, 19, {}, kMissing, kNaks, {}, 5002},
-        {"one byte comes",         0x20, 19, {{0, content(1)}}, kMissing, kNaks, {}, 5002},
-        {"17 bytes come",          0x20, 19, {{0, content(17)}}, kMissing, kNaks, {}, 5002},
+    const Arrivals left = {{0, "left"}};
+    const Row rows[] = {
+        {"a record", data(0x20, 19), {{0, block + "z"}}, kAcks, kConfigured, 0, "z"},
+        {"one byte too many",        data(0x20, 4098), left, kNaks, {}, 0, "left", kTooLong},
+        {"the most",                 data(0x20, 65535), left, kNaks, {}, 0, "left",
+         "len > sizeof(buffer): 65534 > 4096\n"},
+        {"too many for no record",   data(0x21, 4098), left, kNaks, {}, 0, "left", kTooLong},
+        {"nothing at all",           data(0x20, 0), left, kSilent, {}, 0, "left"},
+        {"a checksum of nothing",    data(0x20, 1), left, kSilent, {}, 0, "left"},
+        {"nothing for no record",    data(0x21, 0), left, kNaks, {}, 0, "left"},
+        {"a checksum for no record", data(0x21, 1), left, kNaks, {}, 0, "left"},
+        {"a record of one byte",     data(0x20, 2), {{0, withChecksum(content(1))}}, kSilent, {}},
+        {"a record of 16 bytes",     data(0x20, 17), {{0, withChecksum(content(16))}}, kSilent, {}},
+        {"a record of 17 bytes",     data(0x20, 18), {{0, withChecksum(content(17))}}, kSilent, {}},
+        {"17 bytes, a wrong sum", data(0x20, 18), {{0, content(18)}}, kNaks, {}, 0, "", kWrongSum},
+        {"a wrong sum",    data(0x20, 19), {{0, wrong + "z"}}, kNaks, {}, 0, "z", kWrongSum},
+        {"nothing comes",  data(0x20, 19), {}, kNaks, {}, 5002, "", kMissing},
+        {"17 bytes come",  data(0x20, 19), {{0, content(17)}}, kNaks, {}, 5002, "", kMissing},
         // A block that lacks only its checksum counts as whole.
-        {"18 bytes come",          0x20, 19, {{0, content(18)}}, "", kAcks, kConfigured, 5002},
+        {"18 bytes come",  data(0x20, 19), {{0, content(18)}}, kAcks, kConfigured, 5002},
     };
-    for (const Data &row : rows) {
-        expectData(row);
+    for (const Row &row : rows) {
+        expectRow(row);
     }
 }
 // clang-format on
@@ -252,9 +251,9 @@ TEST_F(Setting, WritesOrRefusesABlock)
 TEST_F(Setting, TakesOnlyTheRecordOfABlockUpToTheBuffersSize)
 {
     for (const uint32_t length : {19u, 20u, 255u, 256u, 300u, 3999u, 4095u, 4096u}) {
-        expectData({"a long one", 0x20, length + 1,
-                    perSleep(4000, withChecksum(content(length)), 0), "", kAcks, kConfigured,
-                    length < 4000 ? 0u : 1u});
+        expectRow({"a long one", data(0x20, length + 1),
+                   perSleep(4000, withChecksum(content(length)), 0), kAcks, kConfigured,
+                   length < 4000 ? 0u : 1u});
         EXPECT_EQ(std::memcmp(buffer, content(length).data(), length), 0) << length;
     }
 }
@@ -263,7 +262,7 @@ TEST_F(Setting, ReadsTheBlockOfAnythingElseAndRefuses)
 {
     for (uint32_t dat1 = 0; dat1 < 256; ++dat1) {
         if (dat1 != 0x20) {
-            expectData({"", dat1, 19, {{0, withChecksum(content(18))}}, "", kNaks, {}});
+            expectRow({"", data(dat1, 19), {{0, withChecksum(content(18))}}, kNaks, {}});
         }
     }
 }
@@ -310,57 +309,33 @@ Parameters text(uint8_t command, uint32_t dat1)
     return {0x5A, 0xC3, command, static_cast<uint8_t>(dat1), 7, 0x11, 0x22};
 }
 
-struct Text {
-    const char *name;
-    uint32_t dat1;
-    Arrivals arrivals;
-    Answer answer;
-    Journal items;
-    size_t sleeps = 0;
-    std::string left = "";
-};
-
-void expectText(const Text &row)
-{
-    SCOPED_TRACE(testing::Message() << row.name << ", dat1 " << row.dat1);
-    arrive(row.arrivals);
-    EXPECT_EQ(execute(text(0xF2, row.dat1)), answerTo(text(0xF2, row.dat1), row.answer));
-    EXPECT_EQ(journal, row.items);
-    EXPECT_EQ(fakeClock.sleepsUs, std::vector<uint32_t>(row.sleeps, 2000));
-    EXPECT_EQ(waiting(), row.left);
-    takeAll();
-}
-
 // clang-format off
 TEST_F(Setting, HandsEachItemOfATextToTheHook)
 {
+    const Parameters input = text(0xF2, 0x09);
+    const Parameters none = text(0xF2, 0x0A);
     const std::string one = "input 7 a=1 7";
     const Journal both = {one, "input 7 b=2 7"};
     const std::string zero(1, '\0');
-    const Text rows[] = {
-        {"two items",              0x09, {{0, "[ a=1,b=2 ]next"}}, kAcks, both, 0, "next"},
-        {"no number at first",     0x09, {{0, "[a=x,b=2]"}}, kAcks, {}},
-        {"no equals sign later",   0x09, {{0, "[a=1,b,c=3]"}}, kAcks, {one, "input 7 b,c=3 7"}},
-        {"no number later",        0x09, {{0, "[a=1,b=x,c=3]"}}, kAcks, {one}},
-        {"nothing in it",          0x00, {{0, "[]"}},    kAcks, {}},
-        {"a blank",                0x00, {{0, "[ ]"}},   kAcks, {}},
-        {"a key",                  0x00, {{0, "[abc]"}}, kAcks, {}},
-        {"an equals sign",         0x00, {{0, "[=]"}},   kAcks, {}},
-        {"a comma",                0x00, {{0, "[,]"}},   kAcks, {}},
+    const Row rows[] = {
+        {"two items",              input, {{0, "[ a=1,b=2 ]next"}}, kAcks, both, 0, "next"},
+        {"no number at first",     input, {{0, "[a=x,b=2]"}}, kAcks, {}},
+        {"no number later",        input, {{0, "[a=1,b=x,c=3]"}}, kAcks, {one}},
+        {"nothing in it",          text(0xF2, 0x00), {{0, "[]"}}, kAcks, {}},
         // One character is lost.
-        {"no bracket",             0x09, {{0, "a=1]"}},  kNaks, {}, 0, "=1]"},
-        {"nothing comes",          0x09, {},             kNaks, {}, 502},
-        {"never closed",           0x09, {{0, "[a=1,b=23"}}, kAcks, both, 502},
-        {"for no hook",            0x0A, {{0, "[old=1]"}}, kNaks, {}}, // not even taken apart
+        {"no bracket",             input, {{0, "a=1]"}}, kNaks, {}, 0, "=1]"},
+        {"nothing comes",          input, {}, kNaks, {}, 502},
+        {"never closed",           input, {{0, "[a=1,b=23"}}, kAcks, both, 502},
+        {"for no hook",            none, {{0, "[old=1]"}}, kNaks, {}}, // not even taken apart
         // Nothing of the text before it.
-        {"a bracket only",         0x09, {{0, "["}},     kAcks, {}, 502},
-        {"a bracket for no hook",  0x0A, {{0, "["}},     kNaks, {}, 502},
-        {"the rest is late",       0x09, {{0, "[a="}, {100, "1]"}}, kAcks, {one}, 100},
-        {"a zero byte ends it",    0x09, {{0, "[a=1," + zero + "b=2]"}}, kAcks, {one}},
-        {"bytes above ASCII",      0x09, {{0, "[\xE4\xFF=1]"}}, kAcks, {"input 7 \xE4\xFF=1 7"}},
+        {"a bracket only",         input, {{0, "["}}, kAcks, {}, 502},
+        {"a bracket for no hook",  none, {{0, "["}}, kNaks, {}, 502},
+        {"the rest is late",       input, {{0, "[a="}, {100, "1]"}}, kAcks, {one}, 100},
+        {"a zero byte ends it",    input, {{0, "[a=1," + zero + "b=2]"}}, kAcks, {one}},
+        {"above ASCII",            input, {{0, "[\xE4\xFF=1]"}}, kAcks, {"input 7 \xE4\xFF=1 7"}},
     };
-    for (const Text &row : rows) {
-        expectText(row);
+    for (const Row &row : rows) {
+        expectRow(row);
     }
 }
 // clang-format on
@@ -390,12 +365,14 @@ TEST_F(Setting, TakesALongTextUpToTheBuffersEnd)
 {
     const auto late = [](const std::string &bytes) { return perSleep(4000, bytes, 0); };
     for (const size_t length : {4095u, 4096u, 4097u}) {
-        expectText({"whole", 9, late(longText(length)), kAcks, itemCalls((length - 1) / 4), 1});
+        expectRow({"whole", text(0xF2, 9), late(longText(length)), kAcks,
+                   itemCalls((length - 1) / 4), 1});
     }
     // Three blanks after the bracket: item i ends in character 6 + 4 i, the last one is 4095.
-    expectText({"longer", 9, late(longText(5000) + "next"), kAcks, itemCalls(1023), 1, "next"});
+    expectRow({"longer", text(0xF2, 9), late(longText(5000) + "next"), kAcks, itemCalls(1023), 1,
+               "next"});
     const std::string open = longText(5000).substr(0, 4999);
-    expectText({"never closed", 9, late(open), kAcks, itemCalls(1023), 502});
+    expectRow({"never closed", text(0xF2, 9), late(open), kAcks, itemCalls(1023), 502});
 }
 
 const std::map<uint32_t, std::string> kHooks = {
@@ -405,11 +382,8 @@ TEST_F(Setting, SelectsTheWritingHookByDat1)
 {
     for (uint32_t dat1 = 0; dat1 < 256; ++dat1) {
         const bool isKnown = kHooks.contains(dat1);
-        expectText({"an item",
-                    dat1,
-                    {{0, "[k=-5]"}},
-                    isKnown ? kAcks : kNaks,
-                    isKnown ? Journal{kHooks.at(dat1) + " 7 k=-5 7"} : Journal{}});
+        const Journal calls = isKnown ? Journal{kHooks.at(dat1) + " 7 k=-5 7"} : Journal{};
+        expectRow({"", text(0xF2, dat1), {{0, "[k=-5]"}}, isKnown ? kAcks : kNaks, calls});
     }
 }
 
@@ -453,36 +427,26 @@ TEST_F(Setting, SendsTheTextAfterTheReplyAndReportsOneOf4096Characters)
 
 // What the commands are made of ------------------------------------------------------------------
 
-TEST_F(Setting, TakesATextApartForTheHookThatItReturns)
-{
-    char items[] = " a=1,b=2 ";
-    EXPECT_EQ(processStrValue(0x09, 200, items), &processInputProperty);
-    EXPECT_EQ(journal, (Journal{"input 200 a=1 200", "input 200 b=2 200"}));
-    char others[] = "a=1,b=2";
-    EXPECT_EQ(processStrValue(0x0A, 0, others), nullptr);
-    processInputStr(0, others, nullptr);
-    EXPECT_STREQ(others, "a=1,b=2");
-    EXPECT_EQ(journal.size(), 2u);
-}
-
-TEST_F(Setting, ShowsAHookTheWholeSplitState)
+TEST_F(Setting, ReturnsTheHookThatItCalls)
 {
     char items[] = "a=1,b=2";
     static std::vector<const char *> rests;
     processInputStr(3, items,
                     [](uint8_t, SplitState *item, uint8_t) { rests.push_back(item->rest); });
     EXPECT_EQ(rests, (std::vector<const char *>{items + 2, items + 6}));
-}
+    char others[] = "a=1,b=2";
+    processInputStr(0, others, nullptr);
+    EXPECT_EQ(processStrValue(0x0A, 0, others), nullptr);
+    EXPECT_STREQ(others, "a=1,b=2");
+    EXPECT_EQ(processStrValue(0x09, 200, others), &processInputProperty);
+    EXPECT_EQ(journal, (Journal{"input 200 a=1 200", "input 200 b=2 200"}));
 
-TEST_F(Setting, BracketsWhatAHookAppends)
-{
     char out[kBufferSize + 1] = "stale";
-    appended = "a=1";
-    EXPECT_EQ(processValueToString(0x00, 9, out), &processLayerPropertyValueToString);
-    EXPECT_STREQ(out, "[a=1]");
-    EXPECT_EQ(journal, Journal{"layer 9 [ 0"});
     EXPECT_EQ(processValueToString(0x38, 9, out), nullptr);
     EXPECT_STREQ(out, "[]");
+    EXPECT_EQ(processValueToString(0x00, 9, out), &processLayerPropertyValueToString);
+    EXPECT_EQ(journal.back(), "layer 9 [ 0");
+    EXPECT_EQ(journal.size(), 3u);
 }
 
 TEST_F(Setting, HasHooksThatDoNothing)
@@ -510,44 +474,34 @@ TEST_F(Setting, HasHooksThatDoNothing)
 
 TEST_F(Setting, ReadsThePayloadAfterTheFrameAndMirrorsNothingOfIt)
 {
-    const std::string version = commandFrame({0, 0, 0x6A, 3, 0, 0, 0});
-    const std::string versionReply = replyFrame({0, 0, 0x6A, 3, 1, 10, 0});
     const auto write = [](uint8_t low, uint8_t high) {
         return commandFrame({0, 0, 0xF0, 0x20, 0, low, high});
     };
+    const auto written = [](const std::string &answer) { return "writeDataSetting\n" + answer; };
     const std::string writeText = commandFrame({0, 0, 0xF2, 9, 0, 0, 0});
-    const std::string textReply = replyFrame({0, 0, 0xF2, 9, 0, 0, 0});
+    const std::string textDone = line(replyFrame({0, 0, 0xF2, 9, 0, 0, 0}));
+    const std::string version = commandFrame({0, 0, 0x6A, 3, 0, 0, 0});
+    const std::string versionDone = line(replyFrame({0, 0, 0x6A, 3, 1, 10, 0}));
     const struct {
         const char *name;
         std::string arrives;
-        Journal replies;
+        std::string transcript;
         std::string mirrored;
     } rows[] = {
         {"between frames",
          "x" + write(19, 0) + withChecksum(content(18)) + "y" + writeText + "[a=1]z" + version,
-         {replyFrame({0, 0, 0xF0, 0x20, 0, 19, 0}), textReply, versionReply},
-         "xyz"},
+         written(line(replyFrame({0, 0, 0xF0, 0x20, 0, 19, 0}))) + textDone + versionDone, "xyz"},
         {"a frame within a payload is not executed",
          write(20, 0) + withChecksum(version) + writeText + "[" + version + "]",
-         {replyFrame({0, 0, 0xF0, 0x20, 0, 20, 0}), textReply},
-         ""},
+         written(line(replyFrame({0, 0, 0xF0, 0x20, 0, 20, 0}))) + textDone, "xyz"},
         {"a refused payload is ordinary input", // of 4098 bytes
          write(2, 16) + "ab" + version,
-         {refusal({0, 0, 0xF0, 0, 0, 0, 0}), versionReply},
-         "ab"},
+         written(kTooLong + line(refusal({0, 0, 0xF0, 0, 0, 0, 0}))) + versionDone, "xyzab"},
     };
     for (const auto &row : rows) {
-        std::string mirrored = contentOf(udp_send_pipe);
-        sent.clear();
         arrive(row.arrives);
-        TaskCommand();
-        Journal replies;
-        for (const Sent &reply : sent) {
-            EXPECT_EQ(reply.to, "uart 0") << row.name;
-            replies.push_back(reply.bytes);
-        }
-        EXPECT_EQ(replies, row.replies) << row.name;
-        EXPECT_EQ(contentOf(udp_send_pipe), mirrored + row.mirrored) << row.name;
+        EXPECT_EQ(transcriptOf(TaskCommand), row.transcript) << row.name;
+        EXPECT_EQ(contentOf(udp_send_pipe), row.mirrored) << row.name;
     }
 }
 
@@ -560,39 +514,44 @@ std::string testFile(int32_t count)
     return printedBy([&] { testSD_readWriteFile(count); });
 }
 
+std::string wrote(size_t count)
+{
+    return "test file write success = " + std::to_string(count) + "\r\n";
+}
+
+std::string wroteAndRead(size_t count)
+{
+    return wrote(count) + "test file read success = " + std::to_string(count) + "\r\n";
+}
+
 TEST_F(Setting, TestsTheFileStoreWithAFileOfAtMostAWholeBuffer)
 {
     for (const int32_t count : {4096, 0, 1, 255, 256, 257, 4095, -1, 4097, INT32_MIN, INT32_MAX}) {
         const size_t size = count < 0 || count > 4096 ? 4096 : static_cast<size_t>(count);
-        EXPECT_EQ(testFile(count), "test file write success = " + std::to_string(size) +
-                                       "\r\ntest file read success = " + std::to_string(size) +
-                                       "\r\ncheck test data success\r\n");
+        EXPECT_EQ(testFile(count), wroteAndRead(size) + "check test data success\r\n");
         EXPECT_EQ(contentOf(kTestFile), countingBytes(size)) << count;
     }
 }
 
 TEST_F(Setting, ReportsATestFileThatCannotBeOpened)
 {
-    refusesToOpen = [](const char *mode) { return mode[0] == 'r'; };
-    EXPECT_EQ(testFile(10), "test file write success = 10\r\n"
-                            "open file /userdata/test.bin error\n"
-                            "open test.bin error = 4\r\n");
+    const std::string error = "open file /userdata/test.bin error\nopen test.bin error = ";
+    isReadingRefused = true;
+    EXPECT_EQ(testFile(10), wrote(10) + error + "4\r\n");
     unlink(kTestFile);
     rmdir("/userdata");
-    EXPECT_EQ(testFile(10), "open file /userdata/test.bin error\n"
-                            "open test.bin error = 19\r\n");
+    EXPECT_EQ(testFile(10), error + "19\r\n");
 }
 
 TEST_F(Setting, ReportsAShortWriteOrReadOfTheTestFileAndClosesIt)
 {
     const auto files = entriesOf("/proc/self/fd");
-    writesOnly = [](size_t) { return 7; };
+    writesAtMost = 7;
     EXPECT_EQ(testFile(10), "write error = 0, btw = 7\r\n");
     EXPECT_EQ(contentOf(kTestFile), countingBytes(7));
-    writesOnly = nullptr;
+    writesAtMost = SIZE_MAX;
     afterReading = [](uint8_t *, size_t *count) { *count = 3; };
-    EXPECT_EQ(testFile(10), "test file write success = 10\r\n"
-                            "read error = 0, btw = 3\r\n");
+    EXPECT_EQ(testFile(10), wrote(10) + "read error = 0, btw = 3\r\n");
     afterReading = nullptr;
     testFile(10);
     EXPECT_EQ(entriesOf("/proc/self/fd"), files);
@@ -601,13 +560,9 @@ TEST_F(Setting, ReportsAShortWriteOrReadOfTheTestFileAndClosesIt)
 TEST_F(Setting, ReportsTheFirstByteOfTheTestFileThatDiffers)
 {
     afterReading = [](uint8_t *bytes, size_t *) { bytes[300] = bytes[301] = 200; };
-    EXPECT_EQ(testFile(1000), "test file write success = 1000\r\n"
-                              "test file read success = 1000\r\n"
-                              "buffer[300] = 200\r\n");
+    EXPECT_EQ(testFile(1000), wroteAndRead(1000) + "buffer[300] = 200\r\n");
     afterReading = [](uint8_t *bytes, size_t *) { bytes[9] = 0; };
-    EXPECT_EQ(testFile(10), "test file write success = 10\r\n"
-                            "test file read success = 10\r\n"
-                            "buffer[9] = 0\r\n");
+    EXPECT_EQ(testFile(10), wroteAndRead(10) + "buffer[9] = 0\r\n");
 }
 
 } // namespace

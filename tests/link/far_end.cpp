@@ -9,6 +9,15 @@
 
 FarEnd farEnd;
 
+namespace {
+
+std::string textOf(const uint8_t *bytes, size_t length)
+{
+    return {reinterpret_cast<const char *>(bytes), length};
+}
+
+} // namespace
+
 // Noted and carried out.
 REPLACE(int32_t, _Z9pipe_readP4pipePh, (struct pipe * pipe, uint8_t *out))
 {
@@ -22,11 +31,6 @@ REPLACE(int32_t, _Z9pipe_readP4pipePh, (struct pipe * pipe, uint8_t *out))
     }
     farEnd.events.back() += static_cast<char>(*out);
     return isRead;
-}
-
-std::string textOf(const uint8_t *bytes, size_t length)
-{
-    return {reinterpret_cast<const char *>(bytes), length};
 }
 
 int32_t sendToFarEnd(const uint8_t *bytes, int32_t length)
@@ -44,6 +48,13 @@ void noteAnswer(MervoLink *link, const uint8_t *answer)
     if (farEnd.onAnswer) {
         farEnd.onAnswer(link);
     }
+}
+
+void setClockInSleep(size_t sleep, int64_t byMs)
+{
+    farEnd.onSleep = [sleep, byMs](size_t count) {
+        fakeClock.advanceMs(count == sleep ? byMs : 0);
+    };
 }
 
 OpenLink::OpenLink() : link(), pipe(), storage_()
@@ -92,13 +103,13 @@ void OpenLink::stand(uint8_t sequence, uint8_t acknowledged)
     link.acknowledged = acknowledged;
 }
 
-int OpenLink::parse(std::string_view bytes)
+size_t OpenLink::parse(std::string_view bytes)
 {
-    int answers = 0;
+    size_t answers = 0;
     for (const char byte : bytes) {
         const int32_t result = _interpret_cmd_char(&link, static_cast<uint8_t>(byte));
         EXPECT_TRUE(result == 0 || result == 1) << result;
-        answers += result;
+        answers += result == 0 ? 0 : 1;
     }
     return answers;
 }

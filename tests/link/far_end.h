@@ -60,7 +60,7 @@ struct OpenLink {
     void stand(uint8_t sequence, uint8_t acknowledged);
 
     // Parses the bytes without the pipe; returns how many answers they completed.
-    int parse(std::string_view bytes);
+    size_t parse(std::string_view bytes);
 
     // Takes what is left in the pipe, unnoted.
     std::string unread();
@@ -72,6 +72,9 @@ private:
     std::array<uint8_t, 4096> storage_;
 };
 
+// The clock goes on by this time, or back, in the sleep of this number; takes onSleep.
+void setClockInSleep(size_t sleep, int64_t byMs);
+
 int32_t sendToFarEnd(const uint8_t *bytes, int32_t length);
 void noteAnswer(MervoLink *link, const uint8_t *answer);
 
@@ -82,5 +85,3 @@ std::string answerFrame(uint8_t number, uint32_t data = 0); // address 1, comman
 
 // Everything that a link holds.
 testing::AssertionResult isLink(const MervoLink &link, const MervoLink &expected);
-
-std::string textOf(const uint8_t *bytes, size_t length);

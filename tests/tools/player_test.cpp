@@ -58,55 +58,49 @@ TEST_F(PlayerTest, SendsBytesAndDatagrams)
     EXPECT_EQ(pc.sent(), "two");
 }
 
-TEST_F(PlayerTest, ExpectsExactlyTheNextBytesWhateverTheBordersOfDatagrams)
+// clang-format off
+TEST_F(PlayerTest, PerformsStepsOrSaysWhatCameInstead)
 {
-    front.arrive("abc");
-    EXPECT_EQ(perform("front< ab"), "");
-    EXPECT_EQ(perform("front< c"), "");
-    pc.arrive("ab");
-    pc.arrive("cd");
-    EXPECT_EQ(perform("pc< abc"), "");
-    EXPECT_EQ(perform("pc< d"), "");
+    constexpr struct {
+        const char *front; // what arrives there before the step
+        const char *pc;
+        const char *step;
+        const char *result;
+    } kRows[] = {
+        // The next bytes, whatever the borders of datagrams.
+        {"abc", "",     "front< ab", ""},
+        {"",    "",     "front< c",  ""},
+        {"",    "ab",   "pc< a",     ""},
+        {"",    "cd",   "pc< bc",    ""},
+        {"",    "",     "pc< d",     ""},
+        {"",    "",     "front< a",  "nothing came within 30 ms"},
+        {"ab\r\n", "", "front< ax", "\"ab\\r\\n\" came"},
+        {"",    "ab",   "pc< abc",   "only \"ab\" came within 30 ms"},
+        // What is there is dropped.
+        {"cd",  "",     "front*",    ""},
+        {"",    "one",  "pc*",       ""},
+        // Nothing means nothing; what came is still there to be read.
+        {"",    "",     "front=",    ""},
+        {"x",   "",     "front=",    "\"x\" came"},
+        {"",    "",     "front< x",  ""},
+        {"",    "",     "front=",    ""},
+    };
+    for (const auto &row : kRows) {
+        if (*row.front != '\0') {
+            front.arrive(row.front);
+        }
+        if (*row.pc != '\0') {
+            pc.arrive(row.pc);
+        }
+        EXPECT_EQ(perform(row.step), row.result) << "row " << &row - kRows;
+    }
     EXPECT_EQ(player->leftovers(), "");
-}
-
-TEST_F(PlayerTest, SaysWhatCameInstead)
-{
-    EXPECT_EQ(perform("front< a"), "nothing came within 30 ms");
-    front.arrive("ab\r\n");
-    EXPECT_EQ(perform("front< ax"), "\"ab\\r\\n\" came");
-    pc.arrive("ab");
-    EXPECT_EQ(perform("pc< abc"), "only \"ab\" came within 30 ms");
-}
-
-TEST_F(PlayerTest, NothingMeansNothing)
-{
-    EXPECT_EQ(perform("front="), "");
-    front.arrive("x");
-    EXPECT_EQ(perform("front="), "\"x\" came");
-    EXPECT_EQ(perform("front< x"), ""); // it is still there to be read
-    EXPECT_EQ(perform("front="), "");
-}
-
-TEST_F(PlayerTest, DropsWhatIsThere)
-{
-    front.arrive("ab");
-    EXPECT_EQ(perform("front< a"), "");
-    front.arrive("cd");
-    EXPECT_EQ(perform("front*"), "");
-    pc.arrive("one");
-    pc.arrive("two");
-    EXPECT_EQ(perform("pc*"), "");
-    EXPECT_EQ(player->leftovers(), "");
-}
-
-TEST_F(PlayerTest, TellsWhatWasNotRead)
-{
     front.arrive("ab");
     pc.arrive("cd");
     EXPECT_EQ(player->leftovers(), "unread at the front board: \"ab\" came; "
                                    "unread at the PC: \"cd\" came");
 }
+// clang-format on
 
 TEST_F(PlayerTest, FindsWholeLinesAfterTheLastOneFound)
 {

@@ -148,6 +148,7 @@ TEST(SendUpdate, SendsABlockAgainAtMostFourTimes)
         const std::string line = again(block, "refused");
         return line + line + line + line;
     };
+    // clang-format off
     const struct {
         size_t size;
         const char *answers;
@@ -158,27 +159,18 @@ TEST(SendUpdate, SendsABlockAgainAtMostFourTimes)
     } rows[] = {
         {2000, "ara", kDone, {0, 1, 1, 2}, again("1 of 3", "refused")},
         {1000, "a-a", kDone, {0, 1, 1}, again("1 of 2", "no answer"), kEither},
-        {2000,
-         "r",
-         kRefused,
-         {0, 0, 0, 0, 0},
+        {1, "ra", kDone, {0, 0}, again("0 of 1", "refused")},
+        {2000, "r", kRefused, {0, 0, 0, 0, 0},
          fourTimes("0 of 3") + "veskctl: block 0 of 3: refused, 5 times in all\n"},
         // The tries of each block count anew.
-        {1000,
-         "rrrrarrrra",
-         kDone,
-         {0, 0, 0, 0, 0, 1, 1, 1, 1, 1},
+        {1000, "rrrrarrrra", kDone, {0, 0, 0, 0, 0, 1, 1, 1, 1, 1},
          fourTimes("0 of 2") + fourTimes("1 of 2")},
         // The device may have installed an only block that has no answer, and would do so again
         // over the backup of the old executable.
-        {1,
-         "-",
-         kNoAnswer,
-         {0},
-         "veskctl: block 0 of 1: no answer; it may have been installed all the same\n",
-         kSilence},
-        {1, "ra", kDone, {0, 0}, again("0 of 1", "refused")},
+        {1, "-", kNoAnswer, {0},
+         "veskctl: block 0 of 1: no answer; it may have been installed all the same\n", kSilence},
     };
+    // clang-format on
     for (const auto &row : rows) {
         const std::string package = countingBytes(row.size, 251);
         Device device(scripted(row.answers));

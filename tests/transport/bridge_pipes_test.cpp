@@ -68,20 +68,18 @@ TEST(BridgePipes, AreEmptyOver4096BytesEachAndKnowNoPcAtFirst)
 
 TEST(BridgePipes, HaveStorageOfTheirOwnAndAreEmptiedByAnotherStart)
 {
-    udp_receive_pipe_init();
-    const std::string mirrored = pattern(4095);
-    for (const char byte : mirrored) {
-        EXPECT_EQ(pipe_write(&udp_send_pipe, static_cast<uint8_t>(byte)), 1);
+    for (int start = 0; start < 2; ++start) {
+        udp_receive_pipe_init();
+        for (const char byte : pattern(4095)) {
+            EXPECT_EQ(pipe_write(&udp_send_pipe, static_cast<uint8_t>(byte)), 1);
+        }
+        EXPECT_EQ(pipe_isEmpty(&udp_receive_pipe), 1);
+        receive({1, 2}, std::string(4095, 'r'));
+        EXPECT_EQ(drained(&udp_send_pipe), pattern(4095));
+        EXPECT_EQ(drained(&udp_receive_pipe), std::string(4095, 'r'));
+        receive({1, 2}, "left over");
+        pipe_write(&udp_send_pipe, 'x');
     }
-    EXPECT_EQ(pipe_isEmpty(&udp_receive_pipe), 1);
-    receive({1, 2}, std::string(4095, 'r'));
-    EXPECT_EQ(drained(&udp_send_pipe), mirrored);
-    EXPECT_EQ(drained(&udp_receive_pipe), std::string(4095, 'r'));
-    receive({1, 2}, "left over");
-    pipe_write(&udp_send_pipe, 'x');
-    udp_receive_pipe_init();
-    EXPECT_EQ(drained(&udp_receive_pipe), "");
-    EXPECT_EQ(drained(&udp_send_pipe), "");
 }
 
 TEST(BridgePipes, QueueTheBytesOfADatagramForTheLineAndRememberItsSender)
@@ -112,18 +110,6 @@ TEST(BridgePipes, QueueTheBytesOfADatagramForTheLineAndRememberItsSender)
         EXPECT_EQ(drained(&udp_receive_pipe), row.queued);
         EXPECT_EQ(pipe_isEmpty(&udp_send_pipe), 1);
     }
-}
-
-TEST(BridgePipes, TakeBytesAgainOnceSomeAreRead)
-{
-    udp_receive_pipe_init();
-    receive({1, 2}, pattern(4095));
-    uint8_t byte;
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(pipe_read(&udp_receive_pipe, &byte), 1);
-    }
-    receive({1, 2}, "12345");
-    EXPECT_EQ(drained(&udp_receive_pipe), pattern(4095).substr(3) + "123");
 }
 
 // Whoever sees a byte must see an address that is at least as new.

@@ -42,14 +42,19 @@ Journal operator+(Journal first, const Journal &second)
     return first;
 }
 
-// `count` full chunks, then `last`.
-Journal chunks(int count, const Journal &last = {})
+Journal times(int count, const Journal &calls)
 {
     Journal journal;
     for (int i = 0; i < count; ++i) {
-        journal = std::move(journal) + Journal{"write 256", "usleep 80000"};
+        journal = std::move(journal) + calls;
     }
-    return journal + last;
+    return journal;
+}
+
+// `count` full chunks, then `last`.
+Journal chunks(int count, const Journal &last = {})
+{
+    return times(count, {"write 256", "usleep 80000"}) + last;
 }
 
 std::string readAll(int fd, size_t length)
@@ -121,41 +126,28 @@ const NamedRate kAccepted[] = {
 };
 
 // A setting on a line with every flag set. Nothing of it is kept; a read then returns at once.
-void expectSet(int32_t baud, int32_t bits, char parity, int32_t stop, const termios &expected)
+void expectSet(const NamedRate &rate, int32_t bits, char parity, int32_t stop, tcflag_t control,
+               tcflag_t input)
 {
     line.attributes = recordOf(0xFF);
-    EXPECT_EQ(outcomeOf([=] { return serial_set(kLine, baud, bits, parity, stop); }),
-              Outcome(0, kSet, "", kSetting))
-        << baud << ' ' << bits << parity << stop;
-    EXPECT_EQ(textOf(line.attributes), textOf(expected)) << baud << ' ' << bits << parity << stop;
+    EXPECT_EQ(outcomeOf([=] { return serial_set(kLine, rate.baud, bits, parity, stop); }),
+              Outcome(0, kSet, "", kSetting));
+    EXPECT_EQ(textOf(line.attributes),
+              textOf(rawRecord(input, CLOCAL | CREAD | control, rate.code)))
+        << rate.baud << ' ' << bits << parity << stop;
 }
 
-TEST(Serial, SetsNineRates)
+TEST(Serial, SetsNineRatesSevenOrEightBitsParityByUpperCaseLetterAndStopBits)
 {
     for (const NamedRate &rate : kAccepted) {
-        expectSet(rate.baud, 8, 'N', 1, rawRecord(0, CLOCAL | CREAD | CS8, rate.code));
+        expectSet(rate, 8, 'N', 1, CS8, 0);
     }
-}
-
-TEST(Serial, SetsSevenOrEightBitsParityByUpperCaseLetterAndStopBits)
-{
-    const struct {
-        int32_t bits;
-        char parity;
-        int32_t stop;
-        tcflag_t control, input;
-    } rows[] = {
-        {7, 'N', 1, CS7, 0},
-        {8, 'N', 1, CS8, 0},
-        {8, 'N', 2, CS8 | CSTOPB, 0},
-        {8, 'O', 1, CS8 | PARENB | PARODD, INPCK | ISTRIP},
-        {8, 'E', 1, CS8 | PARENB, INPCK | ISTRIP},
-        {7, 'E', 2, CS7 | PARENB | CSTOPB, INPCK | ISTRIP},
-    };
-    for (const auto &row : rows) {
-        expectSet(9600, row.bits, row.parity, row.stop,
-                  rawRecord(row.input, CLOCAL | CREAD | row.control, B9600));
-    }
+    const NamedRate rate = {9600, 0x000D};
+    expectSet(rate, 7, 'N', 1, CS7, 0);
+    expectSet(rate, 8, 'N', 2, CS8 | CSTOPB, 0);
+    expectSet(rate, 8, 'O', 1, CS8 | PARENB | PARODD, INPCK | ISTRIP);
+    expectSet(rate, 8, 'E', 1, CS8 | PARENB, INPCK | ISTRIP);
+    expectSet(rate, 7, 'E', 2, CS7 | PARENB | CSTOPB, INPCK | ISTRIP);
 }
 
 // One message, and the line is not touched.
@@ -168,18 +160,17 @@ void expectRefused(int32_t baud, int32_t bits, char parity, int32_t stop,
 
 TEST(Serial, RefusesAnyOtherValue)
 {
-    for (const int32_t baud :
-         {1200, 300, 0, 9601, -1, 110, 600, 1800, 230400, 500000, 921600, 1499999, 1500001,
-          std::numeric_limits<int32_t>::max(), std::numeric_limits<int32_t>::min()}) {
+    for (const int32_t baud : {1200, 300, 0, 9601, -1, 110, 230400, 921600, 1499999, 1500001,
+                               std::numeric_limits<int32_t>::min()}) {
         expectRefused(baud, 8, 'N', 1, "baudRate " + std::to_string(baud));
     }
-    for (const int32_t bits : {5, 6, 9, 0, -1, 78}) {
+    for (const int32_t bits : {5, 6, 9, 0, -1}) {
         expectRefused(9600, bits, 'N', 1, "dataSize " + std::to_string(bits));
     }
-    for (const char letter : {'n', 'o', 'e', 'S', 's', 'M', '0', ' ', '%'}) {
+    for (const char letter : {'n', 'o', 'e', 'S', 'M', '0', '%'}) {
         expectRefused(9600, 8, letter, 1, "parity " + std::string(1, letter));
     }
-    for (const int32_t stop : {0, 3, -1, 15}) {
+    for (const int32_t stop : {0, 3, -1}) {
         expectRefused(9600, 8, 'N', stop, "stopBit " + std::to_string(stop));
     }
 }
@@ -210,7 +201,7 @@ TEST(Serial, SettingUpFailsWhenTheAttributesCannotBeReadOrApplied)
 
 // On a terminal ----------------------------------------------------------------------------------
 
-TEST(Serial, ReadingAConfiguredTerminalWithoutDataReturns0AtOnce)
+TEST(Serial, ConfiguredTerminalReturns0AtOnceAndCarriesEveryByteUnchangedBothWays)
 {
     Terminal terminal;
     const int fd = terminal.open();
@@ -219,13 +210,6 @@ TEST(Serial, ReadingAConfiguredTerminalWithoutDataReturns0AtOnce)
     EXPECT_EQ(serial_read(fd, &byte, 1), 0);
     EXPECT_EQ(byte, 'x');
     EXPECT_EQ(fcntl(fd, F_GETFL) & O_NONBLOCK, 0); // which is not why
-}
-
-TEST(Serial, ConfiguredTerminalCarriesEveryByteUnchangedBothWays)
-{
-    Terminal terminal;
-    const int fd = terminal.open();
-    EXPECT_EQ(outcomeOf([=] { return serial_set(fd, 115200, 8, 'N', 1); }).result, 0);
     const std::string all = countingBytes(256);
     EXPECT_EQ(serial_write(fd, bytesOf(all), 256), 256);
     EXPECT_EQ(readAll(terminal.master, 256), all);
@@ -276,10 +260,7 @@ TEST(Serial, WritesChunksOf256WithAPauseOf80MsAfterEachFullOne)
         {"one less than a chunk",    255, {},   255,    {"write 255"}},
         {"one write and one pause",  256, {},   256,    chunks(1)},
         {"two writes and one pause", 257, {},   257,    chunks(1, {"write 1"})},
-        {"one less than two chunks", 511, {},   511,    chunks(1, {"write 255"})},
         {"two chunks",               512, {},   512,    chunks(2)},
-        {"one more than two chunks", 513, {},   513,    chunks(2, {"write 1"})},
-        {"three chunks",             768, {},   768,    chunks(3)},
         {"a full pipe",             4095, {},  4095,    chunks(15, {"write 255"})},
         {"short writes",   10, {4, 1, 5},        10,    {"write 10", "write 6", "write 5"}},
         {"a full chunk taken in part",
@@ -330,15 +311,13 @@ TEST(Serial, SelfTestSends5000DigitsAndThenPrintsWhatComesEveryMillisecond)
         "",
         "%s%n", // data is no format
     };
-    Journal polls;
-    for (int i = 0; i < 5; ++i) {
-        polls = std::move(polls) + Journal{"read 8192", "usleep 1000"};
-    }
     EXPECT_EQ(outcomeOfLoop(serial_test, 19 + 5), // 5000 is 19 * 256 + 136
               Outcome(0,
                       kOpened + kSet + "len =  8192 ,szBuffer = " + std::string(8192, 'x') +
                           " \nlen =  5 ,szBuffer = hello \nlen =  4 ,szBuffer = %s%n \n",
-                      "", kOpening + kSetting + chunks(19, {"write 136"}) + polls));
+                      "",
+                      kOpening + kSetting + chunks(19, {"write 136"}) +
+                          times(5, {"read 8192", "usleep 1000"})));
     std::string digits;
     for (int i = 0; i < 500; ++i) {
         digits += "0123456789";
@@ -355,54 +334,51 @@ TEST(Serial, SetBaudrateSetsBothSpeedsAndNothingElse)
         for (const NamedRate &rate : kAccepted) {
             termios record = recordOf(base);
             set_baudrate(&record, rate.code);
-            EXPECT_EQ(record.c_ispeed, rate.code) << rate.baud;
-            EXPECT_EQ(record.c_ospeed, rate.code) << rate.baud;
-            EXPECT_EQ(cfgetospeed(&record), rate.code) << rate.baud; // of the control flags
-            EXPECT_EQ((record.c_cflag ^ recordOf(base).c_cflag) & ~static_cast<tcflag_t>(CBAUD),
-                      0u);
-            EXPECT_EQ(record.c_oflag, recordOf(base).c_oflag);
-            EXPECT_EQ(record.c_lflag, recordOf(base).c_lflag);
-            EXPECT_EQ(record.c_cc[VMIN], base);
+            termios expected = recordOf(base);
+            expected.c_cflag = (expected.c_cflag & ~static_cast<tcflag_t>(CBAUD)) | rate.code;
+            expected.c_ispeed = expected.c_ospeed = rate.code;
+            expected.c_iflag = record.c_iflag; // one of its flags is the C library's
+            EXPECT_EQ(textOf(record), textOf(expected)) << rate.baud;
         }
     }
 }
 
 // What `change` does to the control flags of a record with no flags and of one with all.
-template <typename Change>
-void expectControl(const std::string &name, tcflag_t set, tcflag_t cleared, Change change)
+template <typename Change> void expectControl(tcflag_t set, tcflag_t cleared, Change change)
 {
     for (const unsigned char base : kBases) {
         termios record = recordOf(base);
         change(&record);
         termios expected = recordOf(base);
         expected.c_cflag = (expected.c_cflag & ~cleared) | set;
-        EXPECT_EQ(textOf(record), textOf(expected)) << name;
+        EXPECT_EQ(textOf(record), textOf(expected));
     }
 }
 
 TEST(Serial, SetDataBitKnowsFiveToSevenAndTakesEightForTheRest)
 {
-    for (const auto &[bits, size] : std::vector<std::pair<int32_t, tcflag_t>>{
-             {5, CS5}, {6, CS6}, {7, CS7}, {8, CS8}, {0, CS8}, {4, CS8}, {9, CS8}, {-1, CS8}}) {
-        expectControl(std::to_string(bits), size, CSIZE,
-                      [bits = bits](termios *record) { set_data_bit(record, bits); });
+    for (const int32_t bits : {5, 6, 7, 8, 4, 9, -1}) {
+        SCOPED_TRACE(bits);
+        const tcflag_t size = bits == 5 ? CS5 : bits == 6 ? CS6 : bits == 7 ? CS7 : CS8;
+        expectControl(size, CSIZE, [bits](termios *record) { set_data_bit(record, bits); });
     }
 }
 
 TEST(Serial, SetParityTurnsItOffForAnyLetterButUpperCaseOAndE)
 {
-    for (const char letter : {'O', 'E', 'N', 'n', 'o', 'e', 'S', 's', '0', '\0'}) {
+    for (const char letter : {'O', 'E', 'N', 'n', 'o', 'e', 'S', '0', '\0'}) {
+        SCOPED_TRACE(letter);
         const tcflag_t set = letter == 'O' ? PARENB | PARODD : letter == 'E' ? PARENB : 0;
         const tcflag_t cleared = letter == 'O' ? 0 : letter == 'E' ? PARODD : PARENB;
-        expectControl(std::string(1, letter), set, cleared,
-                      [letter](termios *record) { set_parity(record, letter); });
+        expectControl(set, cleared, [letter](termios *record) { set_parity(record, letter); });
     }
 }
 
 TEST(Serial, SetStopbitKnowsTheTextTwoAndTakesOneForTheRest)
 {
-    for (const std::string text : {"1", "2", "", "3", "22", "2 ", " 2", "1.5", "12", "two"}) {
-        expectControl(text, text == "2" ? CSTOPB : 0, CSTOPB,
+    for (const std::string text : {"1", "2", "", "22", "2 ", " 2", "12"}) {
+        SCOPED_TRACE(text);
+        expectControl(text == "2" ? CSTOPB : 0, CSTOPB,
                       [&text](termios *record) { set_stopbit(record, text.c_str()); });
     }
 }
@@ -512,14 +488,12 @@ void expectCompleteSetUpRefused(int32_t bits, char parity, int32_t stop, const s
 
 TEST(Serial, CompleteSetUpRefusesOtherSizesThenParityLettersThenStopBits)
 {
-    for (const int32_t bits : {5, 6, 9, 0, -1}) {
-        expectCompleteSetUpRefused(bits, 'X', 9, "Unsupported data size\n");
+    for (const int32_t other : {5, 6, 9, 0, -1}) {
+        expectCompleteSetUpRefused(other, 'X', 9, "Unsupported data size\n");
+        expectCompleteSetUpRefused(8, 'N', other, "Unsupported stop bits\n");
     }
     for (const char letter : {'M', 'm', 'X', '0', ' ', '\0'}) {
         expectCompleteSetUpRefused(8, letter, 9, "Unsupported parity\n");
-    }
-    for (const int32_t stop : {0, 3, 9, -1}) {
-        expectCompleteSetUpRefused(8, 'N', stop, "Unsupported stop bits\n");
     }
 }
 
