@@ -98,29 +98,27 @@ TEST(TimeControl, SavingAnySlotWritesTheFileOfSlotZero)
     fill(GetTimeControl(), kOwn);
     for (const int slot : {0, 3, -1, 200}) {
         fs::remove(kPath);
-        EXPECT_EQ(outcomeOf([&] { return saveTimeControl(slot); }), Outcome(1, ""));
+        EXPECT_EQ(outcomeOf(saveTimeControl, slot), Outcome(1, ""));
         EXPECT_EQ(filesIn(), (Files{{kFile, kOwn}})) << slot;
     }
 }
 
 TEST(TimeControl, ReadingAndWritingUseTheFileOfTheirSlot)
 {
-    const auto readThree = [] { return ReadTimeControl(3); };
     fill(GetTimeControl(), kForeign);
     put(kPathOfThree, Bytes(1000, 'x'));
-    EXPECT_EQ(outcomeOf([] { return WriteTimeControl(3); }), Outcome(1, ""));
+    EXPECT_EQ(outcomeOf(WriteTimeControl, 3), Outcome(1, ""));
     EXPECT_EQ(filesIn(), (Files{{"timeCon3.sav", kForeign}}));
     fill(GetTimeControl(), kOwn);
-    EXPECT_EQ(outcomeOf(readThree), Outcome(152, ""));
+    EXPECT_EQ(outcomeOf(ReadTimeControl, 3), Outcome(152, ""));
     EXPECT_EQ(record(), kForeign);
-    EXPECT_EQ(outcomeOf([] { return ReadTimeControl(12); }),
-              Outcome(0, notOpened("timeCon12.sav")));
+    EXPECT_EQ(outcomeOf(ReadTimeControl, 12), Outcome(0, notOpened("timeCon12.sav")));
     EXPECT_EQ(record(), kForeign);
     put(kPathOfThree, kOwn + "x");
-    EXPECT_EQ(outcomeOf(readThree), Outcome(153, tooLong("timeCon3.sav", 153, 152)));
+    EXPECT_EQ(outcomeOf(ReadTimeControl, 3), Outcome(153, tooLong("timeCon3.sav", 153, 152)));
     EXPECT_EQ(record(), kOwn);
     put(kPathOfThree, "abcd");
-    EXPECT_EQ(outcomeOf(readThree), Outcome(4, ""));
+    EXPECT_EQ(outcomeOf(ReadTimeControl, 3), Outcome(4, ""));
     EXPECT_EQ(record(), with(kOwn, 0, "abcd"));
 }
 
@@ -135,7 +133,7 @@ TEST(TimeControl, ResettingKeepsThePaddingAndSavesNothing)
 TEST(TimeControl, WhatCannotBeSavedIsSaidByTheFileStore)
 {
     fs::remove(kDirectory);
-    EXPECT_EQ(outcomeOf([] { return saveTimeControl(3); }), Outcome(0, notSaved(kFile)));
+    EXPECT_EQ(outcomeOf(saveTimeControl, 3), Outcome(0, notSaved(kFile)));
     EXPECT_EQ(printedBy([] { loadTimeControl(0); }), notOpened(kFile) + kReset + notSaved(kFile));
     EXPECT_EQ(record(), kTimeControlDefaults);
 }

@@ -36,10 +36,10 @@ constexpr char kDeviceInfoPath[] = "/userdata/DevInfo.sav";
 // The records after a reset of zero bytes, from the meaning of their fields: 2000 is 7d0, 192.168
 // is c0.a8, 194.25.2 is c2.19.2, and 12800 is 3200 in hexadecimal.
 const Bytes kDefaultUserPref = hex("38 76 24 06"               // identification
-                                   "  00 00 d0 07 01 01"       // language to DHCP
-                                   "  c0 a8 00 64"             // address
-                                   "  c0 a8 00 01"             // gateway
-                                   "  ff ff ff 00"             // mask
+                                   "  00 00 d0 07 01 01"       // language to DHCP, which is on
+                                   "  c0 a8 00 64"             // address 192.168.0.100
+                                   "  c0 a8 00 01"             // gateway 192.168.0.1
+                                   "  ff ff ff 00"             // mask 255.255.255.0
                                    "  c2 19 02 81"             // name servers
                                    "  c2 19 02 82"             //
                                    "  00 00 00 00 00 00"       // MAC address
@@ -164,22 +164,12 @@ TEST(UserPref, ResettingPreferencesKeepsMacAddressAndPaddingOnly)
 
 TEST(UserPref, ResettingPreferencesKeepsALanguageAndAFadeOfZeroOrOne)
 {
-    for (uint32_t value = 0; value < 256; ++value) {
+    for (const uint32_t value : {0u, 1u, 2u, 5u, 255u}) {
         put(kUserPrefPath, with(kNoUserPref, 4, oneByte(value) + oneByte(value)));
         EXPECT_EQ(printedBy(loadUserPrefNoSave), userPrefReset("0"));
         EXPECT_EQ(getUserLang(), value == 1 ? 1 : 0) << value;
         EXPECT_EQ(getLoadFadeInOutOff(), value == 0 ? 0 : 1) << value;
     }
-}
-
-TEST(UserPref, ResettingPreferencesSetsDhcpAndTheKnownAddresses)
-{
-    resetUserPref();
-    const UserPref &record = *getUserPref();
-    EXPECT_EQ(record.dhcpEnable, 1);
-    EXPECT_EQ(bytesOf(&record.ipAddress), hex("c0 a8 00 64"));
-    EXPECT_EQ(bytesOf(&record.netMask), hex("ff ff ff 00"));
-    EXPECT_EQ(bytesOf(&record.gateway), hex("c0 a8 00 01"));
 }
 
 const struct {
@@ -204,7 +194,7 @@ const struct {
     // clang-format on
 };
 
-TEST(UserPref, EverySetterChangesItsFieldAndSavesAtOnce)
+TEST(UserPref, EverySetterChangesItsFieldAndSavesAtOnceOrSaysThatItCannot)
 {
     for (const auto &setter : kSetters) {
         SCOPED_TRACE(setter.name);
@@ -213,14 +203,8 @@ TEST(UserPref, EverySetterChangesItsFieldAndSavesAtOnce)
         EXPECT_EQ(outcomeOf(setter.save), Outcome(1, ""));
         EXPECT_EQ(bytesOf(getUserPref()), setter.expected);
         EXPECT_EQ(filesIn(), (std::map<std::string, Bytes>{{kUserPrefFile, setter.expected}}));
-    }
-}
 
-TEST(UserPref, ASetterThatCannotSaveSaysSoAndKeepsTheValue)
-{
-    fs::remove(kDirectory);
-    for (const auto &setter : kSetters) {
-        SCOPED_TRACE(setter.name);
+        fs::remove_all(kDirectory);
         fill(getUserPref(), kOwnUserPref);
         EXPECT_EQ(outcomeOf(setter.save), Outcome(0, notSaved(kUserPrefFile)));
         EXPECT_EQ(bytesOf(getUserPref()), setter.expected);
@@ -338,8 +322,6 @@ REPLACE(int32_t, _Z12sd_writeFilePKcPKvj, (const char *name, const void *buffer,
 
 namespace {
 
-constexpr char kUserSettingPath[] = "/userdata/save0.sav";
-
 const std::string kUserSettingMissing =
     notOpened("save0.sav") + notOpened("save0.sav") + "reset user save\r\nsave save0.sav\n";
 
@@ -355,9 +337,6 @@ const std::map<std::string, Bytes> kOwnFiles = {
                        11828, hex("56 34 12 00"))},
 };
 
-const Journal kQuietLoad = {"malloc_saveView", "read UserPref.sav 56", "read DevInfo.sav 20",
-                            "read workTime.sav 24", "read save0.sav 11832"};
-
 // Memory as a start finds it, and one load.
 Outcome loadAll()
 {
@@ -371,24 +350,8 @@ Outcome loadAll()
     return outcomeOf(loadAllUserPref);
 }
 
-TEST(UserPref, GoodRecordsAreLoadedInOrderAfterTheBlocks)
-{
-    for (const auto &[name, content] : kOwnFiles) {
-        put("/userdata/" + name, content);
-    }
-    EXPECT_EQ(loadAll(), Outcome(1, ""));
-    EXPECT_EQ(journal, kQuietLoad);
-    EXPECT_EQ(bytesOf(getUserPref()), kOwnUserPref);
-    EXPECT_EQ(bytesOf(getDeviceInfo()), kOwnDeviceInfo);
-    EXPECT_EQ(bytesOf(getWorkTimeList()), kOwnFiles.at("workTime.sav"));
-    EXPECT_EQ(GetUserSetting()->identification, 0x2021365Cu);
-    EXPECT_EQ(GetUserSetting()->settingByte2000, 7);
-    EXPECT_TRUE(fakeClock.sleepsUs.empty());
-    EXPECT_EQ(filesIn(), kOwnFiles);
-}
-
 // Of the four, two are saved where they had to be reset, and two are not.
-TEST(UserPref, SecondStartTakesWhatTheFirstHasSaved)
+TEST(UserPref, BlocksAndRecordsAreLoadedInOrderAndASecondStartTakesWhatTheFirstHasSaved)
 {
     EXPECT_EQ(loadAll(), Outcome(0, kUserPrefMissing + kDeviceInfoMissing +
                                         notOpened("workTime.sav") + kUserSettingMissing));
@@ -399,7 +362,8 @@ TEST(UserPref, SecondStartTakesWhatTheFirstHasSaved)
     EXPECT_EQ(fakeClock.sleepsUs, (std::vector<uint32_t>{30000})); // of the device information
     EXPECT_EQ(bytesOf(getUserPref()), kDefaultUserPref);
     EXPECT_EQ(bytesOf(getDeviceInfo()), kDefaultDeviceInfo);
-    const Bytes setting = bytesOf(GetUserSetting());
+    const UserSetting *const block = GetUserSetting();
+    const Bytes setting = bytesOf(block);
     EXPECT_EQ(setting.substr(0, 4), hex("5c 36 21 20"));
     EXPECT_EQ(setting.substr(11828), hex("56 34 12 00"));
     const std::map<std::string, Bytes> saved = {{"save0.sav", setting},
@@ -407,21 +371,24 @@ TEST(UserPref, SecondStartTakesWhatTheFirstHasSaved)
     EXPECT_EQ(filesIn(), saved);
 
     EXPECT_EQ(loadAll(), Outcome(1, kUserPrefMissing + kDeviceInfoMissing));
-    EXPECT_EQ(journal, kQuietLoad);
-    EXPECT_EQ(bytesOf(GetUserSetting()), setting);
+    EXPECT_EQ(journal, (Journal{"malloc_saveView", "read UserPref.sav 56", "read DevInfo.sav 20",
+                                "read workTime.sav 24", "read save0.sav 11832"}));
+    EXPECT_EQ(GetUserSetting(), block);
+    EXPECT_EQ(bytesOf(block), setting);
     EXPECT_EQ(bytesOf(getWorkTimeList()), kDefaultWorkTime);
     EXPECT_EQ(filesIn(), saved);
 }
 
 // A record that had to be reset is no reason to leave out those after it. The result is that of the
 // last record alone.
-TEST(UserPref, OneBadRecordDoesNotTouchTheOthers)
+TEST(UserPref, GoodRecordsAreLoadedAndOneBadOneDoesNotTouchTheOthers)
 {
     const struct {
         std::string file, prints;
         int32_t result;
         Bytes saved; // in its place
     } rows[] = {
+        {"none of them", "", 1, ""},
         {kUserPrefFile, kUserPrefMissing, 1, ""},
         {kDeviceInfoFile, kDeviceInfoMissing, 1, ""},
         {"workTime.sav", notOpened("workTime.sav"), 1, kDefaultWorkTime},
@@ -460,25 +427,6 @@ TEST(UserPref, AllRecordsAreInMemoryWhereNothingCanBeSaved)
     EXPECT_EQ(bytesOf(getWorkTimeList()), kDefaultWorkTime);
     EXPECT_EQ(GetUserSetting()->identification, 0x2021365Cu);
     EXPECT_EQ(GetUserSetting()->trailingIdentification, 0x00123456u);
-}
-
-// The blocks of the first load are those of the next, with what they hold.
-TEST(UserPref, LoadingAllRecordsAgainKeepsTheBlocks)
-{
-    loadAll();
-    UserSetting *const setting = GetUserSetting();
-    ViewSetting *const view = GetSaveViewSetting();
-    setting->settingByte2000 = 9;
-    view->viewNumber = 8;
-    fs::remove(kUserSettingPath);
-    EXPECT_EQ(
-        outcomeOf(loadAllUserPref),
-        Outcome(1, notOpened(kUserPrefFile) + notOpened(kDeviceInfoFile) + notOpened("save0.sav")));
-    EXPECT_EQ(GetUserSetting(), setting);
-    EXPECT_EQ(GetSaveViewSetting(), view);
-    EXPECT_EQ(setting->settingByte2000, 9);
-    EXPECT_EQ(view->viewNumber, 8);
-    EXPECT_FALSE(fs::exists(kUserSettingPath));
 }
 
 TEST(UserPref, OfTheBoardNothingIsKnownAndTheListBaseIsZero)

@@ -72,11 +72,12 @@ const Bytes kNone(kUserSettingSize, '\0');
 const Bytes kDefaults = contentOf(FIRST_START "/save0.sav");
 
 // A file with both identifications and a byte of its own everywhere else, but a user mode of 0.
-Bytes goodFile(uint32_t seed = 1)
+Bytes goodFile(uint32_t seed)
 {
     Image file(ownBytes(kUserSettingSize, seed));
     return file.u32(0, {0x2021365C}).u32(1720, {0}).u32(11828, {0x00123456}).bytes;
 }
+const Bytes kGoodFile = goodFile(1);
 
 // What a good file becomes in memory, but for the user mode: the layer states of the program view
 // are cleared.
@@ -118,8 +119,10 @@ struct Row {
     std::optional<Bytes> second = {}; // the file at the second reading
 };
 
-// Loads with `saves` as at the start, or else as a reload, when the user mode is `mode`.
-void expectLoad(const Row &row, bool saves, uint8_t mode)
+constexpr uint8_t kAnyMode = 7; // of the user; it is neither on nor off
+
+// Loads as at the start, which saves the defaults, and as a reload, which leaves the mode alone.
+void expectLoad(const Row &row, bool saves)
 {
     SCOPED_TRACE(row.name + (saves ? ", start" : ", reload"));
     fs::remove(kPath);
@@ -132,13 +135,12 @@ void expectLoad(const Row &row, bool saves, uint8_t mode)
     fill(GetUserSetting(), row.before);
     std::memset(GetUserSetting_old(), 0, kUserSettingSize);
     _currentView = 99;
-    _userMode = mode;
+    _userMode = kAnyMode;
 
     const bool good = row.verdict != kBad;
+    const std::string reset = good ? "" : saves ? kReset + kSave : kResetNoSave;
     EXPECT_EQ(outcomeOf([&] { return saves ? loadUserSetting(0) : loadUserSettingNoSave(0); }),
-              Outcome(good, row.prints + (good    ? ""
-                                          : saves ? kReset + kSave
-                                                  : kResetNoSave)));
+              Outcome(good, row.prints + reset));
 
     const bool isOn = row.after.substr(1720, 4) == littleEndian(1, 4);
     Image expected(row.after);
@@ -147,7 +149,7 @@ void expectLoad(const Row &row, bool saves, uint8_t mode)
     } else if (saves) {
         expected.u32(1720, {0});
     }
-    EXPECT_EQ(_userMode, saves ? isOn : mode);
+    EXPECT_EQ(_userMode, saves ? isOn : kAnyMode);
     EXPECT_EQ(_currentView, static_cast<uint8_t>(row.after[3715]));
     EXPECT_TRUE(areBytes(recordBytes(), expected.bytes));
     EXPECT_TRUE(areBytes(copyBytes(), recordBytes()));
@@ -167,10 +169,8 @@ void expectLoad(const Row &row, bool saves, uint8_t mode)
 void expectLoads(const std::vector<Row> &rows)
 {
     for (const Row &row : rows) {
-        for (const uint8_t mode : {uint8_t{0}, uint8_t{1}}) {
-            expectLoad(row, true, mode);
-            expectLoad(row, false, mode);
-        }
+        expectLoad(row, true);
+        expectLoad(row, false);
     }
 }
 
@@ -195,12 +195,12 @@ protected:
 
 TEST_F(UserSettingFile, GoodFileIsReadOnceAndItsLayerStatesAreCleared)
 {
-    Image states(goodFile());
+    Image states(kGoodFile);
     for (size_t n = 0; n < 96; ++n) {
         states.u8(kProgramAt + 16 + 26 * n + 1, {0xFF}).u8(kPreviewAt + 16 + 26 * n + 1, {0xEE});
     }
     expectLoads({
-        {"good", goodFile(), "", kGood, loaded(goodFile())},
+        {"good", kGoodFile, "", kGood, loaded(kGoodFile)},
         {"states", states.bytes, "", kGood, loaded(states.bytes), Bytes(kUserSettingSize, '\x77')},
         {"defaults", kDefaults, "", kGood, kDefaults},
     });
@@ -209,8 +209,8 @@ TEST_F(UserSettingFile, GoodFileIsReadOnceAndItsLayerStatesAreCleared)
 // A number that no view has is taken as it is.
 TEST_F(UserSettingFile, CurrentViewIsTakenFromTheRecord)
 {
-    for (const uint32_t view : {0u, 3u, 15u, 16u, 200u, 255u}) {
-        const Bytes file = Image(goodFile()).u8(3715, {view}).bytes;
+    for (const uint32_t view : {0u, 15u, 16u, 255u}) {
+        const Bytes file = Image(kGoodFile).u8(3715, {view}).bytes;
         const Bytes bad = Image(file).u32(11828, {0}).bytes;
         expectLoads({{"view " + std::to_string(view), file, "", kGood, loaded(file)},
                      {"in a bad file", bad, "", kBad, reset(bad)}});
@@ -220,14 +220,13 @@ TEST_F(UserSettingFile, CurrentViewIsTakenFromTheRecord)
 // A mode of 1 is mirrored; another one is off in memory, and the file and the mirror stay.
 TEST_F(UserSettingFile, UserModeOtherThan1IsRewrittenTo0OnLoad)
 {
-    for (const uint32_t mode :
-         {0u, 1u, 2u, 0x100u, 0x101u, 0x01000000u, 0x80000001u, 0xFFFFFFFFu}) {
+    for (const uint32_t mode : {0u, 1u, 2u, 0x101u, 0x01000000u, 0x80000001u}) {
         for (const uint32_t mirror : {0u, 1u, 7u}) {
-            const Bytes file = Image(goodFile()).u32(1720, {mode}).u8(3712, {mirror}).bytes;
+            const Bytes file = Image(kGoodFile).u32(1720, {mode}).u8(3712, {mirror}).bytes;
             expectLoads({{"mode " + std::to_string(mode), file, "", kGood, loaded(file)}});
         }
     }
-    const Bytes bad = Image(goodFile()).u32(0, {0}).u32(1720, {1}).bytes;
+    const Bytes bad = Image(kGoodFile).u32(0, {0}).u32(1720, {1}).bytes;
     expectLoads({{"on in a bad file", bad, "", kBad, reset(bad)}});
     EXPECT_EQ(GetUserSetting()->userMode, 0u);
     EXPECT_EQ(GetUserSetting()->userModeMirror, 0);
@@ -240,16 +239,13 @@ TEST_F(UserSettingFile, MissingOrEmptyFileIsTheDefaultsOfAFirstStart)
                  {"empty", "", "", kBad, kDefaults}});
 }
 
-// What has no default comes from the file.
-TEST_F(UserSettingFile, FileWithOneWrongIdentificationIsReset)
+TEST_F(UserSettingFile, FileWithOneWrongBitInAnIdentificationIsReset)
 {
     for (uint32_t bit = 0; bit < 32; ++bit) {
         for (const size_t at : {size_t{0}, size_t{11828}}) {
-            const Bytes file = bitFlipped(goodFile(), at, bit);
-            const Row row = {std::to_string(at) + ", bit " + std::to_string(bit), file, "", kBad,
-                             reset(file)};
-            expectLoad(row, true, 0);
-            expectLoad(row, false, 0);
+            put(kPath, bitFlipped(kGoodFile, at, bit));
+            EXPECT_EQ(outcomeOf(loadUserSetting, 0), Outcome(0, kReset + kSave))
+                << at << ", bit " << bit;
         }
     }
 }
@@ -258,14 +254,14 @@ TEST_F(UserSettingFile, FileWithOneWrongIdentificationIsReset)
 // itself, so a file without it is as good as a whole one.
 TEST_F(UserSettingFile, ShortFileIsJudgedTogetherWithWhatIsInMemory)
 {
-    for (const size_t length : {1u, 2u, 3u, 4u, 30u, 3812u, 11827u, 11828u, 11829u, 11830u}) {
-        const Bytes file = goodFile().substr(0, length);
+    for (const size_t length : {1u, 3u, 4u, 3812u, 11828u, 11830u}) {
+        const Bytes file = kGoodFile.substr(0, length);
         expectLoads({{std::to_string(length) + " bytes", file, "", kBad, reset(file)}});
     }
-    const Bytes half = goodFile().substr(0, 5000);
+    const Bytes half = kGoodFile.substr(0, 5000);
     expectLoads({
         // clang-format off
-        {"11831 bytes", goodFile().substr(0, 11831), "", kGood, loaded(goodFile())},
+        {"11831 bytes", kGoodFile.substr(0, 11831), "", kGood, loaded(kGoodFile)},
         {"short over a good record", half, "", kGood, loaded(half + goodFile(2).substr(5000)),
          goodFile(2)},
         {"none over a good record", {}, kMissing, kGood, loaded(goodFile(2)), goodFile(2)},
@@ -275,14 +271,14 @@ TEST_F(UserSettingFile, ShortFileIsJudgedTogetherWithWhatIsInMemory)
 
 TEST_F(UserSettingFile, LongFileIsItsFirst11832BytesAndOverrunsNothing)
 {
-    const Bytes late = goodFile().substr(0, 11828) + "...." + Bytes("\x56\x34\x12\0", 4);
+    const Bytes late = kGoodFile.substr(0, 11828) + "...." + Bytes("\x56\x34\x12\0", 4);
     const std::string said = tooLong("save0.sav", 11836, 11832);
     expectLoads({
         // clang-format off
-        {"one byte more", goodFile() + '\xFF', tooLong("save0.sav", 11833, 11832), kGood,
-         loaded(goodFile())},
-        {"8000 more", goodFile() + Bytes(8000, '\xFF'), tooLong("save0.sav", 19832, 11832), kGood,
-         loaded(goodFile())},
+        {"one byte more", kGoodFile + '\xFF', tooLong("save0.sav", 11833, 11832), kGood,
+         loaded(kGoodFile)},
+        {"8000 more", kGoodFile + Bytes(8000, '\xFF'), tooLong("save0.sav", 19832, 11832), kGood,
+         loaded(kGoodFile)},
         {"identification after the record", late, said + said, kBad, reset(late)},
         // clang-format on
     });
@@ -292,20 +288,19 @@ TEST_F(UserSettingFile, FileThatIsGoodAtTheSecondReadingIsTaken)
 {
     expectLoads({
         // clang-format off
-        {"missing at first", {}, kMissing, kGoodAtTheSecondReading, loaded(goodFile()), kNone,
-         goodFile()},
-        {"bad at first", Image(goodFile()).u32(11828, {0}).bytes, "", kGoodAtTheSecondReading,
+        {"missing at first", {}, kMissing, kGoodAtTheSecondReading, loaded(kGoodFile), kNone,
+         kGoodFile},
+        {"bad at first", Image(kGoodFile).u32(11828, {0}).bytes, "", kGoodAtTheSecondReading,
          loaded(goodFile(3)), kNone, goodFile(3)},
         // clang-format on
     });
 }
 
-// The device runs on the defaults, and everything else of a load is done.
 TEST_F(UserSettingFile, DefaultsThatCannotBeSavedStandInAllTheSame)
 {
     fs::remove(kDirectory);
     _userMode = 1;
-    EXPECT_EQ(outcomeOf([] { return loadUserSetting(0); }),
+    EXPECT_EQ(outcomeOf(loadUserSetting, 0),
               Outcome(0, kMissing + kMissing + kReset + kSave + notSaved("save0.sav")));
     EXPECT_TRUE(areBytes(recordBytes(), kDefaults));
     EXPECT_TRUE(areBytes(copyBytes(), kDefaults));
@@ -317,15 +312,14 @@ TEST_F(UserSettingFile, DefaultsThatCannotBeSavedStandInAllTheSame)
 
 TEST_F(UserSettingFile, ReadingReturnsTheLengthOfTheFileAndJudgesNothing)
 {
-    const auto read = [] { return ReadUserSetting(0); };
     fill(GetUserSetting(), goodFile(2));
-    EXPECT_EQ(outcomeOf(read), Outcome(0, kMissing));
+    EXPECT_EQ(outcomeOf(ReadUserSetting, 0), Outcome(0, kMissing));
     EXPECT_TRUE(areBytes(recordBytes(), goodFile(2)));
     put(kPath, "abcdefg");
-    EXPECT_EQ(outcomeOf(read), Outcome(7, ""));
+    EXPECT_EQ(outcomeOf(ReadUserSetting, 0), Outcome(7, ""));
     EXPECT_TRUE(areBytes(recordBytes(), with(goodFile(2), 0, "abcdefg")));
     put(kPath, goodFile(3) + "!");
-    EXPECT_EQ(outcomeOf(read), Outcome(11833, tooLong("save0.sav", 11833, 11832)));
+    EXPECT_EQ(outcomeOf(ReadUserSetting, 0), Outcome(11833, tooLong("save0.sav", 11833, 11832)));
     EXPECT_TRUE(areBytes(recordBytes(), goodFile(3)));
 }
 
@@ -334,12 +328,12 @@ TEST_F(UserSettingFile, OnlySavingMakesTheCopyEqual)
 {
     const Bytes record = ownBytes(kUserSettingSize, 4);
     fill(GetUserSetting(), record);
-    put(kPath, goodFile() + "longer");
-    EXPECT_EQ(outcomeOf([] { return WriteUserSetting(0); }), Outcome(1, kSave));
+    put(kPath, kGoodFile + "longer");
+    EXPECT_EQ(outcomeOf(WriteUserSetting, 0), Outcome(1, kSave));
     EXPECT_TRUE(areBytes(contentOf(kPath), record));
     EXPECT_TRUE(areBytes(recordBytes(), record));
     EXPECT_TRUE(areBytes(copyBytes(), kNone));
-    EXPECT_EQ(outcomeOf([] { return UserSettingSaveTo(3); }), Outcome(1, "save save3.sav\n"));
+    EXPECT_EQ(outcomeOf(UserSettingSaveTo, 3), Outcome(1, "save save3.sav\n"));
     EXPECT_TRUE(areBytes(contentOf("/userdata/save3.sav"), record));
     EXPECT_TRUE(areBytes(copyBytes(), record));
     EXPECT_EQ(journal, (Journal{"write save0.sav 11832", "write save3.sav 11832"}));
@@ -349,48 +343,45 @@ TEST_F(UserSettingFile, SavingThatFailsMakesTheCopyEqualAllTheSame)
 {
     const Bytes record = ownBytes(kUserSettingSize, 6);
     const Outcome failure(0, kSave + notSaved("save0.sav"));
-    const auto save = [] { return UserSettingSaveTo(0); };
     fill(GetUserSetting(), record);
     fs::create_directory(kPath); // in the way of the file
-    EXPECT_EQ(outcomeOf([] { return WriteUserSetting(0); }), failure);
+    EXPECT_EQ(outcomeOf(WriteUserSetting, 0), failure);
     EXPECT_TRUE(areBytes(copyBytes(), kNone));
-    EXPECT_EQ(outcomeOf(save), failure);
+    EXPECT_EQ(outcomeOf(UserSettingSaveTo, 0), failure);
     EXPECT_TRUE(areBytes(copyBytes(), record));
     fs::remove_all(kDirectory);
-    EXPECT_EQ(outcomeOf(save), failure);
+    EXPECT_EQ(outcomeOf(UserSettingSaveTo, 0), failure);
 }
 
 // Any number is a slot.
 TEST_F(UserSettingFile, SlotsAreFilesOfTheirOwn)
 {
-    const std::map<int32_t, std::string> slots = {
-        {0, "save0.sav"},       {7, "save7.sav"},
-        {15, "save15.sav"},     {16, "save16.sav"},
-        {-1, "save-1.sav"},     {INT32_MAX, "save2147483647.sav"},
-        {-123, "save-123.sav"}, {INT32_MIN, "save-2147483648.sav"}};
+    const std::map<int32_t, std::string> slots = {{0, "save0.sav"},
+                                                  {15, "save15.sav"},
+                                                  {16, "save16.sav"},
+                                                  {-1, "save-1.sav"},
+                                                  {INT32_MAX, "save2147483647.sav"},
+                                                  {INT32_MIN, "save-2147483648.sav"}};
     const auto content = [](int32_t slot) { return goodFile(static_cast<uint32_t>(slot)); };
     Files files;
     for (const auto &[slot, file] : slots) {
-        const int32_t number = slot;
         const std::string missing = notOpened(file);
+        const std::string save = "save " + file + '\n';
         fill(GetUserSetting(), kNone);
-        EXPECT_EQ(outcomeOf([&] { return loadUserSetting(number); }),
-                  Outcome(0, missing + missing + kReset + "save " + file + '\n'));
+        EXPECT_EQ(outcomeOf(loadUserSetting, slot), Outcome(0, missing + missing + kReset + save));
         EXPECT_TRUE(areBytes(contentOf("/userdata/" + file), kDefaults)) << file;
         fill(GetUserSetting(), content(slot));
-        EXPECT_EQ(outcomeOf([&] { return WriteUserSetting(number); }),
-                  Outcome(1, "save " + file + '\n'));
+        EXPECT_EQ(outcomeOf(WriteUserSetting, slot), Outcome(1, save));
         files[file] = content(slot);
         EXPECT_TRUE(filesIn() == files) << file;
     }
     for (const auto &[slot, file] : slots) {
-        const int32_t number = slot;
-        EXPECT_EQ(outcomeOf([&] { return loadUserSetting(number); }), Outcome(1, ""));
-        EXPECT_TRUE(areBytes(recordBytes(), loaded(content(slot)))) << file;
-        fill(GetUserSetting(), kNone);
-        EXPECT_EQ(outcomeOf([&] { return loadUserSettingNoSave(number); }), Outcome(1, ""));
-        EXPECT_TRUE(areBytes(recordBytes(), loaded(content(slot)))) << file;
-        EXPECT_EQ(outcomeOf([&] { return ReadUserSetting(number); }), Outcome(11832, ""));
+        for (int32_t (*const load)(int32_t) : {loadUserSetting, loadUserSettingNoSave}) {
+            fill(GetUserSetting(), kNone);
+            EXPECT_EQ(outcomeOf(load, slot), Outcome(1, ""));
+            EXPECT_TRUE(areBytes(recordBytes(), loaded(content(slot)))) << file;
+        }
+        EXPECT_EQ(outcomeOf(ReadUserSetting, slot), Outcome(11832, ""));
         EXPECT_TRUE(areBytes(recordBytes(), content(slot))) << file;
     }
 }

@@ -104,8 +104,7 @@ TEST(UserSettingQuery, LayersAreThoseOfTheirView)
         EXPECT_EQ(GetPreviewLayerAlphaPos(n), at(kPreviewAt + 2512 + n));
         EXPECT_EQ(GetPreviewLayerAlpha(n), at(kPreviewAt + 2608 + n));
         EXPECT_EQ(reinterpret_cast<uint8_t *>(GetPreviewLayer(n)), memory + 3812 + 16 + 26 * n);
-        for (const uint32_t value : {0u, 1u, 128u, 255u}) {
-            const auto alpha = static_cast<uint8_t>(value);
+        for (const uint8_t alpha : {uint8_t{0}, uint8_t{255}}) {
             fill(GetUserSetting(), record);
             SetLayerAlpha(n, alpha);
             EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()),

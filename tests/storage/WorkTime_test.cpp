@@ -110,8 +110,7 @@ TEST(WorkTime, EveryBitOfTheIdentificationCounts)
 TEST(WorkTime, AddressesBelowTheBaseAreRaisedToIt)
 {
     const std::map<uint32_t, uint32_t> raised = {
-        {0, 100},   {99, 100},  {0x7FFFFFFF, 0x7FFFFFFF}, {0x80000000, 0x80000000},
-        {100, 100}, {101, 101}, {0xFFFFFFFF, 0xFFFFFFFF}};
+        {0, 100}, {99, 100}, {100, 100}, {101, 101}, {0x80000000, 0x80000000}};
     workTimeBase = 100;
     for (const auto &[first, raisedFirst] : raised) {
         for (const auto &[second, raisedSecond] : raised) {

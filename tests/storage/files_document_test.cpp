@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <map>
 #include <ostream>
 #include <regex>
@@ -195,33 +196,19 @@ Document readDocument()
     return document;
 }
 
-TEST(FilesDocument, HasATableForEveryRecordWithItsFields)
+// The compiler proves that the fields of a record fill it without a gap.
+TEST(FilesDocument, HasATableForEveryRecordWithItsFieldsAndSize)
 {
-    std::map<std::string, std::vector<Field>> inDocument;
+    std::map<std::string, std::pair<size_t, std::vector<Field>>> inDocument;
     for (const auto &[name, table] : readDocument().tables) {
-        inDocument[name] = table.fields;
+        inDocument[name] = {table.size, table.fields};
     }
-    std::map<std::string, std::vector<Field>> inSource;
+    decltype(inDocument) inSource;
     for (const auto &[name, record] : readRecords()) {
-        inSource[name] = record.fields;
+        inSource[name] = {record.size, record.fields};
     }
     EXPECT_EQ(inSource.size(), 22u);
     EXPECT_EQ(inDocument, inSource);
-}
-
-TEST(FilesDocument, TablesNameEveryByteOnce)
-{
-    const Records records = readRecords();
-    for (const auto &[name, table] : readDocument().tables) {
-        size_t offset = 0;
-        for (const Field &field : table.fields) {
-            EXPECT_EQ(field.offset, offset) << name << ": " << field;
-            offset += sizeOf(field.type, records);
-        }
-        ASSERT_EQ(records.count(name), 1u) << name;
-        EXPECT_EQ(offset, records.at(name).size) << name;
-        EXPECT_EQ(table.size, offset) << name;
-    }
 }
 
 TEST(FilesDocument, ListsTheFilesWithTheirLengths)
@@ -260,74 +247,67 @@ Bytes times(size_t count, const Bytes &bytes)
     return all;
 }
 
+const Bytes kLayer0 =
+    hex("00 00 00 00 00 00 00 00 00 0f 70 08 00 00 00 00 80 07 38 04 00 00 00 32 32 32");
+const Bytes kResolution = hex("80 07 00 00 38 04 00 00 3c 00 00 00 00 a5 a5 a5");
+const Bytes kPositions = [] {
+    Bytes bytes;
+    for (uint32_t layer = 0; layer < 96; ++layer) {
+        bytes += oneByte(95 - layer);
+    }
+    return bytes;
+}();
+
 // The fields whose last column has words, and what they mean for the entry that the test looks at:
 // the bytes of the field or, of some records, of its beginning.
-struct Words {
-    std::string text;
+const struct {
+    std::string field, text;
     Bytes bytes;
+} kWorded[] = {
+    // clang-format off
+    {"UserPref.language", "stays if 0 or 1, else 0", hex("00")},
+    {"UserPref.loadFadeInOutOff", "stays if 0 or 1, else 1", hex("01")},
+
+    {"UserSetting.inputEnable", "1 for inputs 0 to 23; 24 and 25 stay",
+     Bytes(24, '\1') + hex("a5 a5")},
+    {"UserSetting.inputTiming", "format 76 for inputs 0 to 23; 24 and 25 stay",
+     times(24, kTiming76) + Bytes(44, kOld)},
+    {"UserSetting.outputTiming", "format 10", times(6, kTiming10)},
+    {"UserSetting.outputResolution", "1920 × 1080 at 60 Hz", times(6, kResolution)},
+    {"UserSetting.customResolution", "1920 × 1080 at 60 Hz", kResolution},
+    {"UserSetting.preview", "a copy of `program`; see `ViewSetting`",
+     '\0' + Bytes(15, kOld) + kLayer0},
+
+    // Of input 3.
+    {"PreInput.group", "input number modulo 4", hex("03")},
+    {"PreInput.sourceWidth", "active width of the input; 3840 for inputs 24 and 25", hex("00 0f")},
+    {"PreInput.sourceHeight", "active height of the input; 2160 for inputs 24 and 25",
+     hex("70 08")},
+    {"PreInput.targetWidth", "1920; 3840 for inputs 24 and 25", hex("80 07")},
+    {"PreInput.targetHeight", "1080; 2160 for inputs 24 and 25", hex("38 04")},
+    {"PreInput.groupBit", "by the group", hex("08")},
+
+    {"ViewSetting.viewByte0", "stays; 0 in `preview`", hex("a5")},
+    {"ViewSetting.layerAlphaPos", "95 for layer 0, one less for each further layer", kPositions},
+    {"ViewSetting.viewNumber", "1; 0 in `preview`", hex("01")},
+    {"ViewSetting.rs1", "stays; in `preview` see `Rs1Setting`", Bytes(864, kOld)},
+    {"ViewSetting.identification", "stays; 0x29215679 in `preview`", hex("a5 a5 a5 a5")},
+
+    // Of layer 95.
+    {"Layer.inputPort", "layer number modulo 24", hex("17")},
+    {"Layer.sourceWidth", "active width of the input", hex("00 0f")},
+    {"Layer.sourceHeight", "active height of the input", hex("70 08")},
+    {"Layer.windowWidth", "active width of output 0", hex("80 07")},
+    {"Layer.windowHeight", "active height of output 0", hex("38 04")},
+
+    {"OtherSetting.settingWord4", "active width of output 0, less 256", hex("80 06")},
+    {"OtherSetting.settingWord6", "active height of output 0, less 128", hex("b8 03")},
+    {"ContainerOther.settingWord4", "active width of output 0, less 256", hex("80 06")},
+    {"ContainerOther.settingWord6", "active height of output 0, less 128", hex("b8 03")},
+
+    {"Rs1Half.byte11", "stays; 0 in the second half", hex("a5")},
+    // clang-format on
 };
-
-const std::map<std::string, Words> &wordedDefaults()
-{
-    static const Bytes layer0 =
-        hex("00 00 00 00 00 00 00 00 00 0f 70 08 00 00 00 00 80 07 38 04 00 00 00 32 32 32");
-    static const Bytes resolution = hex("80 07 00 00 38 04 00 00 3c 00 00 00 00 a5 a5 a5");
-    static const Bytes positions = [] {
-        Bytes bytes;
-        for (uint32_t layer = 0; layer < 96; ++layer) {
-            bytes += oneByte(95 - layer);
-        }
-        return bytes;
-    }();
-    static const std::map<std::string, Words> all = {
-        // clang-format off
-        {"UserPref.language", {"stays if 0 or 1, else 0", hex("00")}},
-        {"UserPref.loadFadeInOutOff", {"stays if 0 or 1, else 1", hex("01")}},
-
-        {"UserSetting.inputEnable", {"1 for inputs 0 to 23; 24 and 25 stay",
-                                     Bytes(24, '\1') + hex("a5 a5")}},
-        {"UserSetting.inputTiming", {"format 76 for inputs 0 to 23; 24 and 25 stay",
-                                     times(24, kTiming76) + Bytes(44, kOld)}},
-        {"UserSetting.outputTiming", {"format 10", times(6, kTiming10)}},
-        {"UserSetting.outputResolution", {"1920 × 1080 at 60 Hz", times(6, resolution)}},
-        {"UserSetting.customResolution", {"1920 × 1080 at 60 Hz", resolution}},
-        {"UserSetting.preview", {"a copy of `program`; see `ViewSetting`",
-                                 '\0' + Bytes(15, kOld) + layer0}},
-
-        // Of input 3.
-        {"PreInput.group", {"input number modulo 4", hex("03")}},
-        {"PreInput.sourceWidth", {"active width of the input; 3840 for inputs 24 and 25",
-                                  hex("00 0f")}},
-        {"PreInput.sourceHeight", {"active height of the input; 2160 for inputs 24 and 25",
-                                   hex("70 08")}},
-        {"PreInput.targetWidth", {"1920; 3840 for inputs 24 and 25", hex("80 07")}},
-        {"PreInput.targetHeight", {"1080; 2160 for inputs 24 and 25", hex("38 04")}},
-        {"PreInput.groupBit", {"by the group", hex("08")}},
-
-        {"ViewSetting.viewByte0", {"stays; 0 in `preview`", hex("a5")}},
-        {"ViewSetting.layerAlphaPos", {"95 for layer 0, one less for each further layer",
-                                       positions}},
-        {"ViewSetting.viewNumber", {"1; 0 in `preview`", hex("01")}},
-        {"ViewSetting.rs1", {"stays; in `preview` see `Rs1Setting`", Bytes(864, kOld)}},
-        {"ViewSetting.identification", {"stays; 0x29215679 in `preview`", hex("a5 a5 a5 a5")}},
-
-        // Of layer 95.
-        {"Layer.inputPort", {"layer number modulo 24", hex("17")}},
-        {"Layer.sourceWidth", {"active width of the input", hex("00 0f")}},
-        {"Layer.sourceHeight", {"active height of the input", hex("70 08")}},
-        {"Layer.windowWidth", {"active width of output 0", hex("80 07")}},
-        {"Layer.windowHeight", {"active height of output 0", hex("38 04")}},
-
-        {"OtherSetting.settingWord4", {"active width of output 0, less 256", hex("80 06")}},
-        {"OtherSetting.settingWord6", {"active height of output 0, less 128", hex("b8 03")}},
-        {"ContainerOther.settingWord4", {"active width of output 0, less 256", hex("80 06")}},
-        {"ContainerOther.settingWord6", {"active height of output 0, less 128", hex("b8 03")}},
-
-        {"Rs1Half.byte11", {"stays; 0 in the second half", hex("a5")}},
-        // clang-format on
-    };
-    return all;
-}
 
 // What the last column announces where no words are expected: bytes, `kOld` for those that stay.
 Bytes announced(const std::string &record, const Field &field, const std::string &text,
@@ -365,8 +345,7 @@ Bytes announced(const std::string &record, const Field &field, const std::string
     return bytes;
 }
 
-// Every record, reset over bytes that are all `kOld`.
-UserSetting &resetRecords()
+TEST(FilesDocument, AnnouncesTheDefaults)
 {
     const auto overwrite = [](auto *record) { fill(record, Bytes(sizeof *record, kOld)); };
     malloc_saveView();
@@ -380,12 +359,7 @@ UserSetting &resetRecords()
     resetDeviceInfo();
     resetTimeControl();
     resetWorkTimeList();
-    return *GetUserSetting();
-}
-
-TEST(FilesDocument, AnnouncesTheDefaults)
-{
-    const UserSetting &setting = resetRecords();
+    const UserSetting &setting = *GetUserSetting();
     const std::map<std::string, Bytes> after = {
         {"UserPref", bytesOf(getUserPref())},
         {"DeviceInfo", bytesOf(getDeviceInfo())},
@@ -420,17 +394,22 @@ TEST(FilesDocument, AnnouncesTheDefaults)
             const Field &field = table.fields[i];
             const std::string &text = table.defaults[i];
             SCOPED_TRACE(testing::Message() << name << ": " << field << ": " << text);
-            const auto words = wordedDefaults().find(name + '.' + field.name);
-            const bool isWorded = words != wordedDefaults().end();
-            EXPECT_EQ(text, isWorded ? words->second.text : text);
-            worded += isWorded ? 1 : 0;
-            const Bytes bytes =
-                isWorded ? words->second.bytes : announced(name, field, text, records);
+            const auto words = std::find_if(
+                std::begin(kWorded), std::end(kWorded),
+                [path = name + '.' + field.name](const auto &row) { return row.field == path; });
+            Bytes bytes;
+            if (words != std::end(kWorded)) {
+                EXPECT_EQ(text, words->text);
+                bytes = words->bytes;
+                ++worded;
+            } else {
+                bytes = announced(name, field, text, records);
+            }
             ASSERT_LE(bytes.size(), sizeOf(field.type, records));
             EXPECT_EQ(after.at(name).substr(field.offset, bytes.size()), bytes);
         }
     }
-    EXPECT_EQ(worded, wordedDefaults().size()) << "of the document's fields";
+    EXPECT_EQ(worded, std::size(kWorded)) << "of the document's fields";
 }
 
 // The bytes ---------------------------------------------------------------------------------------
@@ -468,29 +447,30 @@ TEST(FilesDocument, ShowsTheBytesOfTheFiles)
     loadTimeControl(0);
     console.end();
 
-    const std::map<std::string, std::string> fileOf = {
-        {"UserPref.sav", "UserPref.sav"},
-        {"DevInfo.sav", "DevInfo.sav"},
-        {"workTime.sav", "workTime.sav"},
-        {"save0.sav", "save0.sav"},
-        {"timeCon0.sav", "timeCon0.sav"},
-        {"view0.sav to view15.sav", "save0.sav"}, // the views in it
+    const struct {
+        const char *chapter, *file;
+        bool isWhole;
+    } rows[] = {
+        {"UserPref.sav", "UserPref.sav", true},
+        {"DevInfo.sav", "DevInfo.sav", true},
+        {"workTime.sav", "workTime.sav", true},
+        {"save0.sav", "save0.sav", false},
+        {"timeCon0.sav", "timeCon0.sav", false},
+        {"view0.sav to view15.sav", "save0.sav", false}, // the views in it
     };
-    const std::set<std::string> whole = {"UserPref.sav", "DevInfo.sav", "workTime.sav"};
     const Document document = readDocument();
-    EXPECT_EQ(document.dumps.size(), fileOf.size());
-    for (const auto &[chapter, lines] : document.dumps) {
+    EXPECT_EQ(document.dumps.size(), std::size(rows));
+    for (const auto &[chapter, file, isWhole] : rows) {
         SCOPED_TRACE(chapter);
-        ASSERT_EQ(fileOf.count(chapter), 1u);
-        const Bytes bytes = contentOf("/userdata/" + fileOf.at(chapter));
+        const Bytes bytes = contentOf(std::string("/userdata/") + file);
         std::set<size_t> addresses;
-        for (const std::string &line : lines) {
+        for (const std::string &line : document.dumps.at(chapter)) {
             const size_t address = std::stoul(line, nullptr, 16);
             ASSERT_TRUE(address == bytes.size() || (address < bytes.size() && address % 16 == 0));
             EXPECT_EQ(line, hexdumpLine(bytes, address));
             addresses.insert(address);
         }
-        if (whole.count(chapter) != 0) {
+        if (isWhole) {
             EXPECT_EQ(addresses.size(), (bytes.size() + 15) / 16 + 1);
         }
     }

@@ -17,6 +17,7 @@
 
 #include "tests/support/console.h"
 #include "tests/support/files.h"
+#include "tests/support/outcome.h"
 
 using Bytes = std::string;
 
@@ -56,15 +57,6 @@ template <typename Record> void fill(Record *record, const Bytes &bytes)
 
 // Alike, or the first offsets that differ.
 testing::AssertionResult areBytes(const Bytes &actual, const Bytes &expected);
-
-// What an operation returns and prints.
-using Outcome = std::pair<int64_t, std::string>;
-template <typename Operation> Outcome outcomeOf(Operation operation)
-{
-    Outcome outcome;
-    outcome.second = printedBy([&] { outcome.first = operation(); });
-    return outcome;
-}
 
 // What the file store says of a file that it cannot open, that it cannot make, and of one that is
 // longer than its record.
@@ -109,11 +101,6 @@ Bytes littleEndian(uint32_t value, size_t size);
 inline Bytes oneByte(uint32_t value)
 {
     return littleEndian(value, 1);
-}
-
-inline Bytes twoBytes(uint32_t value)
-{
-    return littleEndian(value, 2);
 }
 
 // `bytes` with others in the place of those at `offset`, none after the end.

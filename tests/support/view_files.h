@@ -5,10 +5,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <filesystem>
 #include <string>
-#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -41,22 +39,6 @@ inline Bytes emptied(const Bytes &view)
 inline Bytes asStored(const Bytes &view, uint32_t slot)
 {
     return with(identified(view), 2742, oneByte(slot));
-}
-
-// What the slot buffer, which held `buffer`, is after a reset: with the layers and positions of
-// `preview`, and other settings for an output of width x height.
-inline Bytes emptyViewOver(Bytes buffer, const Bytes &preview, uint32_t width, uint32_t height)
-{
-    Image view(std::move(buffer));
-    view.bytes.replace(16, 2592, preview, 16, 2592);                 // layers, stacking positions
-    view.repeat(2608, 96, 0);                                        // alphas
-    view.u8(2704, {0, 1}).u16(2706, {0, width - 256, height - 128}); // other settings, to 2741
-    view.u8(2712, {1}).repeat(2713, 5, 0).repeat(2718, 24, 0);
-    view.u8(2742, {1}); // view number
-    for (size_t i = 0; i < 24; ++i) {
-        view.u8(3608 + 16 * i + 14, {0}); // flag of a container
-    }
-    return identified(view.bytes);
 }
 
 inline std::string viewName(int slot)
@@ -92,18 +74,23 @@ inline const Bytes kPreview = aView(200);
 inline const Bytes kLive = aView(201);
 inline const Bytes kBuffer = aView(202); // the slot buffer
 
-inline constexpr uint32_t kWidth = 1920; // of output 0
-inline constexpr uint32_t kHeight = 1080;
+inline constexpr uint16_t kWidth = 1920; // of output 0
+inline constexpr uint16_t kHeight = 1080;
 
+// What the slot buffer, which held `buffer`, is after a reset: with the layers and positions of the
+// preview, and other settings for the size of output 0.
 inline Bytes emptyOver(const Bytes &buffer)
 {
-    return emptyViewOver(buffer, kPreview, kWidth, kHeight);
-}
-
-inline void setOutputSize(uint32_t width, uint32_t height)
-{
-    std::memcpy(&settingByte(1734), twoBytes(width).data(), 2);
-    std::memcpy(&settingByte(1736), twoBytes(height).data(), 2);
+    Image view(buffer);
+    view.bytes.replace(16, 2592, kPreview, 16, 2592); // layers, stacking positions
+    view.repeat(2608, 96, 0);                         // alphas
+    view.u8(2704, {0, 1}).u16(2706, {0, kWidth - 256u, kHeight - 128u}); // other settings, to 2741
+    view.u8(2712, {1}).repeat(2713, 5, 0).repeat(2718, 24, 0);
+    view.u8(2742, {1}); // view number
+    for (size_t i = 0; i < 24; ++i) {
+        view.u8(3608 + 16 * i + 14, {0}); // flag of a container
+    }
+    return identified(view.bytes);
 }
 
 // Every case begins with an empty settings directory, four different views in memory, and 5 as the
@@ -114,7 +101,8 @@ public:
     {
         std::filesystem::create_directory(kDirectory);
         malloc_saveView();
-        setOutputSize(kWidth, kHeight);
+        GetUserSetting()->outputTiming[0].hActive = kWidth;
+        GetUserSetting()->outputTiming[0].vActive = kHeight;
         settingByte(3715) = 5;
         _currentView = 9;
         fill(GetPreviewViewSetting(), kPreview);

@@ -57,7 +57,6 @@ struct Operation {
     Fixed *fixed;
     const char *customWords;
     uint32_t custom;
-    uint32_t others; // 126 to 255
     bool followsExternInput = true;
 };
 
@@ -67,39 +66,37 @@ struct Operation {
 #define ANSWER(expression) [](const Row &row) -> uint32_t { return expression; }
 const Operation kOperations[] = {
     {CALL(GetResByVideoFormat), "width + height × 65536", ANSWER(row.width + row.height * 65536),
-     "low 16 bits of resolution width + resolution height × 65536", 0x56781234, 0x03000400},
-    {CALL(GetHDEByVideoFormat), "width", ANSWER(row.width), "timing hActive", 0xF405, 1024},
-    {CALL(GetVDEByVideoFormat), "height", ANSWER(row.height), "timing vActive", 0xF506, 768},
+     "low 16 bits of resolution width + resolution height × 65536", 0x56781234},
+    {CALL(GetHDEByVideoFormat), "width", ANSWER(row.width), "timing hActive", 0xF405},
+    {CALL(GetVDEByVideoFormat), "height", ANSWER(row.height), "timing vActive", 0xF506},
     {CALL(GetVDEByVideoFormat2), "height, of interlaced formats half of it",
      ANSWER(isInterlaced(row.id) ? row.height / 2 : row.height),
-     "low 16 bits of resolution height", 0x5678, 768},
-    {CALL(GetHTotalByVideoFormat), "H total", ANSWER(row.hTotal), "timing hTotal", 0xF001, 1344},
-    {CALL(GetVTotalByVideoFormat), "V total", ANSWER(row.vTotal), "timing vTotal", 0xF102, 806},
-    {CALL(GetHStartByVideoFormat), "H start", ANSWER(row.hStart), "timing hStart", 0xF203, 296},
-    {CALL(GetVStartByVideoFormat), "V start", ANSWER(row.vStart), "timing vStart", 0xF304, 35},
-    {CALL(GetHSyncWidthByVideoFormat), "H sync", ANSWER(row.hSync),
-     "timing hSyncWidth", 0xF607, 136},
-    {CALL(GetVSyncWidthByVideoFormat), "V sync", ANSWER(row.vSync),
-     "timing vSyncWidth", 0xF708, 6},
+     "low 16 bits of resolution height", 0x5678},
+    {CALL(GetHTotalByVideoFormat), "H total", ANSWER(row.hTotal), "timing hTotal", 0xF001},
+    {CALL(GetVTotalByVideoFormat), "V total", ANSWER(row.vTotal), "timing vTotal", 0xF102},
+    {CALL(GetHStartByVideoFormat), "H start", ANSWER(row.hStart), "timing hStart", 0xF203},
+    {CALL(GetVStartByVideoFormat), "V start", ANSWER(row.vStart), "timing vStart", 0xF304},
+    {CALL(GetHSyncWidthByVideoFormat), "H sync", ANSWER(row.hSync), "timing hSyncWidth", 0xF607},
+    {CALL(GetVSyncWidthByVideoFormat), "V sync", ANSWER(row.vSync), "timing vSyncWidth", 0xF708},
     {CALL(GetHSyncPolarityByVideoFormat), "bit 0 of polarity", ANSWER(row.polarity & 1),
-     "bit 0 of timing syncPolarity", 0, 1},
+     "bit 0 of timing syncPolarity", 0},
     {CALL(GetVSyncPolarityByVideoFormat), "bit 1 of polarity", ANSWER(row.polarity >> 1 & 1),
-     "bit 1 of timing syncPolarity", 1, 1},
+     "bit 1 of timing syncPolarity", 1},
     {CALL(GetVFreqByVideoFormat), "V freq", ANSWER(row.vFreq),
-     "low 16 bits of resolution frameRate", 0x47, 60},
+     "low 16 bits of resolution frameRate", 0x47},
     {CALL(GetDlckByVideoFormat), "pixel clock, where it is 0 the product",
      ANSWER(row.pixelClock != 0 ? row.pixelClock : row.hTotal * row.vTotal * row.vFreq),
-     "timing hTotal × timing vTotal × resolution frameRate, modulo 2^32", kCustomClock, 64995840},
-    {CALL(GetGS4911ByVideoFormat), "GS4911", ANSWER(row.gs4911), "45", 45, 45, false},
-    {CLASS(IsInterlaceFormat), "1 if interlaced, else 0", ANSWER(isInterlaced(row.id)), "0", 0, 0},
+     "timing hTotal × timing vTotal × resolution frameRate, modulo 2^32", kCustomClock},
+    {CALL(GetGS4911ByVideoFormat), "GS4911", ANSWER(row.gs4911), "45", 45, false},
+    {CLASS(IsInterlaceFormat), "1 if interlaced, else 0", ANSWER(isInterlaced(row.id)), "0", 0},
     {CLASS(IsSDFormat), "1 for 36, 37, 71 and 72, else 0",
-     ANSWER(isInterlaced(row.id) && row.height < 1080), "0", 0, 0, false},
+     ANSWER(isInterlaced(row.id) && row.height < 1080), "0", 0, false},
     {CLASS(Is4K2K_Format), "1 for 73 to 107, else 0", ANSWER(row.id >= 73 && row.id <= 107),
-     "1 if resolution sizeClass is 1, else 0", 0, 0},
+     "1 if resolution sizeClass is 1, else 0", 0},
     {CLASS(Is8K1K_Format), "1 for 108 to 123, else 0", ANSWER(row.id >= 108),
-     "1 if resolution sizeClass is 2, else 0", 0, 0},
+     "1 if resolution sizeClass is 2, else 0", 0},
     {CLASS(Is4K2K_8K1K_Format), "1 for 73 to 123, else 0", ANSWER(row.id >= 73),
-     "0 if resolution sizeClass is 0, else 1", 1, 0},
+     "0 if resolution sizeClass is 0, else 1", 1},
 };
 // clang-format on
 
@@ -116,7 +113,7 @@ uint32_t expected(const Operation &operation, uint32_t id, uint32_t external)
     if (id == 125 && operation.followsExternInput && external != 125) {
         return expected(operation, external, external);
     }
-    return operation.others;
+    return operation.fixed(exchanged[29]); // "1024x768x60"
 }
 
 void setExtern(uint32_t id)
@@ -182,46 +179,26 @@ TEST_F(VideoFormatTable, TheNamesEndInFiveThatAreOnePlaceOff)
 
 TEST_F(VideoFormatTable, EveryOperationAnswersForTheLow8BitsOfEveryId)
 {
-    for (const uint32_t external : {10u, 38u}) { // which matters for 125 only
-        setExtern(external);
-        for (const Operation &operation : kOperations) {
-            for (const uint32_t high : {0u, 0x100u, 0x7C00u, 0x10000u, 0xFFFFFF00u}) {
-                for (uint32_t id = 0; id < 256; ++id) {
-                    EXPECT_EQ(operation.ask(high | id), expected(operation, id, external))
-                        << operation.name << ' ' << (high | id) << ", external " << external;
+    for (const Operation &operation : kOperations) {
+        for (const uint32_t high : {0u, 0x100u, 0x7C00u, 0x10000u, 0xFFFFFF00u}) {
+            for (uint32_t id = 0; id < 256; ++id) {
+                if (operation.ask(high | id) != expected(operation, id, 10)) {
+                    ADD_FAILURE() << operation.name << ' ' << (high | id);
                 }
             }
         }
     }
 }
 
-TEST_F(VideoFormatTable, FormatsWithoutATimingHaveThatOf1024x768x60)
-{
-    ASSERT_EQ(exchanged[29].name, "1024x768x60");
-    for (const Operation &operation : kOperations) {
-        EXPECT_EQ(operation.others, operation.fixed(exchanged[29])) << operation.name;
-    }
-    EXPECT_EQ(GetDlckByVideoFormat(126), 1344u * 806 * 60);
-}
-
-TEST_F(VideoFormatTable, TheExternalInputWithFormat10AnswersAsFormat10)
-{
-    for (const Operation &operation : kOperations) {
-        if (operation.followsExternInput) {
-            EXPECT_EQ(operation.ask(125), operation.ask(10)) << operation.name;
-        }
-    }
-}
-
-TEST_F(VideoFormatTable, TheExternalInputAnswersAsTheFormatThatItHasUnderItsOwnName)
+TEST_F(VideoFormatTable, TheExternalInputAnswersAsTheFormatThatItHas)
 {
     for (uint32_t external = 0; external < 256; ++external) {
         setExtern(external);
         for (const Operation &operation : kOperations) {
-            EXPECT_EQ(operation.ask(125), expected(operation, 125, external))
-                << operation.name << " with " << external;
+            if (operation.ask(125) != expected(operation, 125, external)) {
+                ADD_FAILURE() << operation.name << " with " << external;
+            }
         }
-        EXPECT_STREQ(GetStrByVideoFormat(125), "INPUT FORMAT") << external;
     }
 }
 
@@ -237,10 +214,9 @@ const struct {
     {"an interlaced format has a frame too",  GetVDEByVideoFormat,            38,     1080},
     {"a quarter of 7680x1080x60",             GetHDEByVideoFormat,           115,     1920},
     {"a quarter of 8192x1080x60",             GetHDEByVideoFormat,           123,     2048},
+    {"the external input has format 10",      GetHTotalByVideoFormat,        125,     2200},
     {"the horizontal sync of 41 is negative", GetHSyncPolarityByVideoFormat,  41,        1},
     {"the vertical sync of 41 is positive",   GetVSyncPolarityByVideoFormat,  41,        0},
-    {"the horizontal sync of 48 is positive", GetHSyncPolarityByVideoFormat,  48,        0},
-    {"the vertical sync of 48 is negative",   GetVSyncPolarityByVideoFormat,  48,        1},
     {"200 has the code of 1024x768x60",       GetGS4911ByVideoFormat,        200,       45},
 };
 // clang-format on
@@ -253,43 +229,6 @@ TEST_F(VideoFormatTable, TheseIdsAnswerWithTheseNumbers)
 }
 
 // The custom format -------------------------------------------------------------------------------
-
-// clang-format off
-const struct {
-    const char *what;
-    uint32_t width, height, rate;
-    uint16_t hTotal, vTotal;
-    uint32_t (*ask)(uint32_t id);
-    uint32_t expected;
-} kCustoms[] = {
-    {"size asked for",         1920, 1080, 60, 2200, 1125, GetResByVideoFormat,  1080 << 16 | 1920},
-    {"height asked for",       1920, 1080, 60, 2200, 1125, GetVDEByVideoFormat2, 1080},
-    {"width of the timing",    1920, 1080, 60, 2200, 1125, GetHDEByVideoFormat,  0xF405},
-    {"height of the timing",   1920, 1080, 60, 2200, 1125, GetVDEByVideoFormat,  0xF506},
-    {"both halves cut",        0xFFFF0000, 0xFFFF0001, 60, 0, 0, GetResByVideoFormat, 0x10000},
-    {"cut height asked for",   0xFFFF0000, 0xFFFF0001, 60, 0, 0, GetVDEByVideoFormat2, 1},
-    {"width does not spill",   0xFFFFFFFF, 0, 60, 0, 0, GetResByVideoFormat, 0x0000FFFF},
-    {"height does not spill",  0, 0xFFFFFFFF, 60, 0, 0, GetResByVideoFormat, 0xFFFF0000},
-    {"frequency cut",          9, 9, 0x1FFFF, 3, 5, GetVFreqByVideoFormat, 0xFFFF},
-    {"uncut in the clock",     9, 9, 0x1FFFF, 3, 5, GetDlckByVideoFormat, 15 * 0x1FFFF},
-    {"clock",                  9, 9, 60, 4000, 2222, GetDlckByVideoFormat, 533280000},
-    {"2^15 x 2^11 x 2^6",      9, 9, 64, 32768, 2048, GetDlckByVideoFormat, 0},
-    {"beyond 2^32",            9, 9, 65, 32768, 2048, GetDlckByVideoFormat, 1u << 26},
-    {"-65535 x 65535",         9, 9, 0xFFFFFFFF, 65535, 65535, GetDlckByVideoFormat, 131071},
-    {"greatest totals",        9, 9, 1, 65535, 65535, GetDlckByVideoFormat, 4294836225},
-    {"no frequency, no clock", 9, 9, 0, 65535, 65535, GetDlckByVideoFormat, 0},
-};
-// clang-format on
-
-TEST_F(VideoFormatTable, TheCustomFormatAnswersFromItsTwoRecords)
-{
-    for (const auto &row : kCustoms) {
-        setResolution(row.width, row.height, row.rate);
-        GetCustomFormat()->hTotal = row.hTotal;
-        GetCustomFormat()->vTotal = row.vTotal;
-        EXPECT_EQ(row.ask(124), row.expected) << row.what;
-    }
-}
 
 TEST_F(VideoFormatTable, TheTwoPolaritiesOfTheCustomFormatAreBits0And1)
 {
@@ -312,33 +251,14 @@ TEST_F(VideoFormatTable, ACustomFormatOfZeroesHasNoTimingAndNoClock)
 
 // Names -------------------------------------------------------------------------------------------
 
-TEST_F(VideoFormatTable, EveryIdHasItsName)
-{
-    for (const uint32_t high : {0u, 0x100u, 0xFFFFFF00u}) {
-        for (const Row &row : exchanged) {
-            EXPECT_EQ(GetStrByVideoFormat(high | row.id), row.name);
-        }
-        EXPECT_STREQ(GetStrByVideoFormat(high | 124), "C:70196x153208@196679");
-        EXPECT_STREQ(GetStrByVideoFormat(high | 125), "INPUT FORMAT");
-        EXPECT_STREQ(GetStrByVideoFormat(high | 126), "UNDEFINE");
-        EXPECT_STREQ(GetStrByVideoFormat(high | 127), "NO INPUT");
-        for (uint32_t id = 128; id < 256; ++id) {
-            EXPECT_STREQ(GetStrByVideoFormat(high | id), "UNKNOWN") << id;
-        }
-    }
-}
-
 // clang-format off
 const struct {
     uint32_t width, height, rate;
     const char *name;
 } kCustomNames[] = {
     {1920,       1080,       60,         "C:1920x1080@60"},
-    {0,          0,          0,          "C:0x0@0"},
-    {0x7FFFFFFF, 0x7FFFFFFF, 12345,      "C:2147483647x2147483647@12345"},
     {0x7FFFFFFF, 0x7FFFFFFF, 1234567,    "C:2147483647x2147483647@1234567"}, // 31 characters
     {0x7FFFFFFF, 0x7FFFFFFF, 12345678,   "C:2147483647x2147483647@1234567"},
-    {0xFFFFFFFF, 0xFFFFFFFE, 0xFFFFFF9C, "C:-1x-2@-100"},
     {0x80000000, 0x80000000, 0x80000000, "C:-2147483648x-2147483648@-2147"},
 };
 // clang-format on
@@ -354,22 +274,16 @@ TEST_F(VideoFormatTable, TheNameOfTheCustomFormatIsCutTo31CharactersWithSigns)
 TEST_F(VideoFormatTable, OnlyAskingForTheCustomFormatRewritesItsName)
 {
     static_assert(sizeof customStr == 32);
-    std::map<uint32_t, const char *> names;
-    for (uint32_t id = 0; id < 256; ++id) {
-        names[id] = GetStrByVideoFormat(id);
-        EXPECT_EQ(names[id] == customStr, id == 124) << id;
-        EXPECT_EQ(names[id] == unknowFormat, id >= 128) << id;
-    }
+    EXPECT_EQ(GetStrByVideoFormat(124), customStr);
     setResolution(1, 2, 3);
     setExtern(124);
-    for (const auto &[id, name] : names) {
+    for (uint32_t id = 0; id < 256; ++id) {
         if (id != 124) {
-            EXPECT_EQ(GetStrByVideoFormat(id), name) << id; // constant text
+            EXPECT_NE(GetStrByVideoFormat(id), customStr) << id;
         }
     }
     EXPECT_STREQ(customStr, "C:70196x153208@196679");
-    EXPECT_EQ(GetStrByVideoFormat(124), customStr);
-    EXPECT_STREQ(customStr, "C:1x2@3");
+    EXPECT_STREQ(GetStrByVideoFormat(124), "C:1x2@3");
 }
 
 // GS4911 codes ------------------------------------------------------------------------------------
@@ -386,9 +300,7 @@ TEST_F(VideoFormatTable, FormatsWithACodeOfTheirOwnAreFoundByIt)
 TEST_F(VideoFormatTable, TheseCodesLeadToTheseFormats)
 {
     const std::map<uint8_t, uint32_t> formats = {
-        {0, 127}, {45, 29}, {124, 36}, {99, 126}, {1, 36},  {2, 37},
-        {3, 71},  {4, 72},  {25, 38},  {26, 63},  {27, 39}, {255, 126},
-    };
+        {0, 127}, {45, 29}, {124, 36}, {26, 63}, {99, 126}};
     for (const auto &[code, format] : formats) {
         EXPECT_EQ(GetVideoFormatByGS4911(code), format) << int{code};
     }
@@ -430,12 +342,10 @@ TEST_F(VideoFormatTable, TheSizesAreThoseOfTheDocumentAndNoFormatHasSize12)
     }
     EXPECT_EQ(sizes, documented) << FORMATS_DOCUMENT;
     EXPECT_EQ(sizes.size(), 42u);
-    EXPECT_EQ(sizes[12], "1440×864");
     for (const Row &row : exchanged) {
         sizes.erase(row.resIndex);
     }
-    EXPECT_EQ(sizes.size(), 1u);
-    EXPECT_TRUE(sizes.contains(12));
+    EXPECT_EQ(sizes, (std::map<uint32_t, std::string>{{12, "1440×864"}}));
 }
 
 // Each word of the table stands beside the value that another case holds against the program.
@@ -446,26 +356,42 @@ TEST_F(VideoFormatTable, EveryOperationAnswersAsTheDocumentSays)
     ASSERT_EQ(rows.size(), std::size(kOperations)) << FORMATS_DOCUMENT;
     for (size_t i = 0; i < rows.size(); ++i) {
         const Operation &operation = kOperations[i];
-        ASSERT_EQ(rows[i].size(), 5u);
-        EXPECT_EQ(rows[i][0], quoted(operation.name));
-        EXPECT_EQ(rows[i][1], operation.fixedWords) << operation.name;
-        EXPECT_EQ(rows[i][2], operation.customWords) << operation.name;
-        EXPECT_EQ(rows[i][3], operation.followsExternInput ? "as that format" : rows[i][4]);
-        EXPECT_EQ(number(rows[i][4]), operation.others) << operation.name;
+        const std::string others = rows[i].at(4);
+        EXPECT_EQ(rows[i], (std::vector<std::string>{
+                               quoted(operation.name), operation.fixedWords, operation.customWords,
+                               operation.followsExternInput ? "as that format" : others, others}));
+        EXPECT_EQ(number(others), operation.fixed(exchanged[29])) << operation.name;
     }
 }
 
-TEST_F(VideoFormatTable, NamesAreAsTheDocumentSays)
+std::string nameOf(uint32_t id)
 {
-    setResolution(1920, 1080, 60);
+    const std::map<uint32_t, std::string> others = {{124, "C:70196x153208@196679"}, // kResolution
+                                                    {125, "INPUT FORMAT"},
+                                                    {126, "UNDEFINE"},
+                                                    {127, "NO INPUT"}};
+    if (id < 124) {
+        return exchanged[id].name;
+    }
+    return others.contains(id) ? others.at(id) : "UNKNOWN";
+}
+
+TEST_F(VideoFormatTable, EveryIdHasItsNameAndTheDocumentHasIt)
+{
     uint32_t next = 0; // no id is left out
     for (const auto &cells : tableOf("What is answered for each id", "id | name")) {
         for (const uint32_t id : numbersIn(cells[0])) {
             EXPECT_EQ(id, next++);
-            const std::string name = quoted(GetStrByVideoFormat(id));
-            EXPECT_EQ(cells[1], id < 124    ? "that of the table"
-                                : id == 124 ? name + ", from the resolution; cut to 31 characters"
-                                            : name);
+            for (const uint32_t high : {0u, 0x100u, 0xFFFFFF00u}) {
+                EXPECT_EQ(GetStrByVideoFormat(high | id), nameOf(id)) << (high | id);
+            }
+            if (id < 124) {
+                EXPECT_EQ(cells[1], "that of the table");
+            } else if (id > 124) {
+                EXPECT_EQ(cells[1], '`' + nameOf(id) + '`');
+            } else {
+                EXPECT_EQ(cells[1], "`C:1920x1080@60`, from the resolution; cut to 31 characters");
+            }
         }
     }
     EXPECT_EQ(next, 256u) << FORMATS_DOCUMENT;
@@ -533,8 +459,7 @@ TEST_F(VideoFormatTable, TheIdsAreDividedAsTheDocumentSays)
 // A misnomer more than the documented ones is a slip in the table; one less is a slip, too.
 TEST_F(VideoFormatTable, TheMisnomersAreTheDocumentedOnes)
 {
-    using Misnomer = std::tuple<uint32_t, std::string, std::string>;
-    std::set<Misnomer> documented;
+    std::set<std::tuple<uint32_t, std::string, std::string>> documented;
     for (const auto &cells :
          tableOf("Names and what they stand for", "id | the name says | the table has")) {
         ASSERT_EQ(cells.size(), 3u);
@@ -542,7 +467,7 @@ TEST_F(VideoFormatTable, TheMisnomersAreTheDocumentedOnes)
             EXPECT_TRUE(documented.insert({id, cells[1], cells[2]}).second) << id;
         }
     }
-    std::set<Misnomer> found;
+    decltype(documented) found;
     for (const Row &row : exchanged) { // "1920x1080x59.94i", taken at its word
         const std::vector<std::string> said = split(row.name, "x");
         ASSERT_EQ(said.size(), 3u) << row;
@@ -554,11 +479,13 @@ TEST_F(VideoFormatTable, TheMisnomersAreTheDocumentedOnes)
         if (std::abs(std::stod(rate) - row.vFreq) > 0.5) { // V freq is rounded
             found.insert({row.id, rate + " Hz", "V freq " + std::to_string(row.vFreq)});
         }
-        const bool isFractional = rate.find('.') != std::string::npos;
-        if (isFractional && row.pixelClock == 0) {
+        if (rate.find('.') == std::string::npos) {
+            continue;
+        }
+        if (row.pixelClock == 0) {
             found.insert({row.id, "a fractional rate", "no clock for it: that of V freq"});
         }
-        if (isFractional && row.pixelClock == row.hTotal * row.vTotal * row.vFreq) {
+        if (row.pixelClock == row.hTotal * row.vTotal * row.vFreq) {
             found.insert(
                 {row.id, rate + " Hz", "the clock of " + std::to_string(row.vFreq) + " Hz"});
         }
