@@ -1,5 +1,10 @@
-// A byte through the daemon's pipe, beside a byte through Boost's lock-free single-producer
-// single-consumer queue.
+// A byte through the daemon's pipe, one by one and in blocks, beside a byte through Boost's
+// lock-free single-producer single-consumer queue. With one thread the ring is filled and emptied;
+// with two, one thread writes while the other reads. All figures are bytes a second.
+
+#include <array>
+#include <cstdint>
+#include <numeric>
 
 #include <benchmark/benchmark.h>
 #include <boost/lockfree/spsc_queue.hpp>
@@ -8,67 +13,100 @@
 
 namespace {
 
-constexpr uint16_t kSize = 4096;
+constexpr uint16_t kSize = 4096; // as every pipe of the daemon
+constexpr uint32_t kBytesPerRound = 1 << 20;
 
-void pipeOneByte(benchmark::State &state)
-{
-    static uint8_t storage[kSize];
+// The two rings under one set of names. Each returns how many bytes it moved.
+struct DaemonPipe {
+    DaemonPipe()
+    {
+        pipe_init(&pipe, storage, sizeof storage);
+    }
+    uint32_t put(const uint8_t *bytes, uint32_t count)
+    {
+        return count == 1 ? static_cast<uint32_t>(pipe_write(&pipe, *bytes))
+                          : pipe_write_block(&pipe, bytes, count);
+    }
+    uint32_t take(uint8_t *bytes, uint32_t count)
+    {
+        return count == 1 ? static_cast<uint32_t>(pipe_read(&pipe, bytes))
+                          : pipe_read_block(&pipe, bytes, count);
+    }
+    uint8_t storage[kSize];
     struct pipe pipe;
-    pipe_init(&pipe, storage, sizeof storage);
-    uint8_t byte = 0;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(pipe_write(&pipe, byte));
-        benchmark::DoNotOptimize(pipe_read(&pipe, &byte));
-        ++byte;
+};
+
+struct BoostQueue {
+    uint32_t put(const uint8_t *bytes, uint32_t count)
+    {
+        return static_cast<uint32_t>(count == 1 ? queue.push(*bytes) : queue.push(bytes, count));
+    }
+    uint32_t take(uint8_t *bytes, uint32_t count)
+    {
+        return static_cast<uint32_t>(count == 1 ? queue.pop(*bytes) : queue.pop(bytes, count));
+    }
+    boost::lockfree::spsc_queue<uint8_t, boost::lockfree::capacity<kSize - 1>> queue;
+};
+
+template <uint32_t block> std::array<uint8_t, block> someBytes()
+{
+    std::array<uint8_t, block> bytes;
+    std::iota(bytes.begin(), bytes.end(), uint8_t{0});
+    return bytes;
+}
+
+template <typename Ring, uint32_t block> void putAll(Ring &ring, uint32_t count)
+{
+    auto bytes = someBytes<block>();
+    while (count > 0) {
+        benchmark::DoNotOptimize(bytes);
+        count -= ring.put(bytes.data(), block < count ? block : count);
     }
 }
-BENCHMARK(pipeOneByte);
 
-void boostOneByte(benchmark::State &state)
+template <typename Ring, uint32_t block> void takeAll(Ring &ring, uint32_t count)
 {
-    boost::lockfree::spsc_queue<uint8_t> queue(kSize - 1);
-    uint8_t byte = 0;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(queue.push(byte));
-        benchmark::DoNotOptimize(queue.pop(byte));
-        ++byte;
+    std::array<uint8_t, block> bytes;
+    while (count > 0) {
+        count -= ring.take(bytes.data(), block < count ? block : count);
+        benchmark::DoNotOptimize(bytes);
     }
 }
-BENCHMARK(boostOneByte);
 
-// A batch as the receive threads and the main loop move it: fill the ring, then empty it.
-void pipeBatch(benchmark::State &state)
+template <typename Ring, uint32_t block> void oneThread(benchmark::State &state)
 {
-    static uint8_t storage[kSize];
-    struct pipe pipe;
-    pipe_init(&pipe, storage, sizeof storage);
-    uint8_t byte = 0;
+    static Ring ring;
     for (auto _ : state) {
-        for (uint32_t i = 0; i < kSize - 1u; ++i) {
-            benchmark::DoNotOptimize(pipe_write(&pipe, byte));
-        }
-        while (pipe_read(&pipe, &byte) != 0) {
-            benchmark::DoNotOptimize(byte);
-        }
+        putAll<Ring, block>(ring, kSize - 1);
+        takeAll<Ring, block>(ring, kSize - 1);
     }
     state.SetBytesProcessed(state.iterations() * (kSize - 1));
 }
-BENCHMARK(pipeBatch);
 
-void boostBatch(benchmark::State &state)
+template <typename Ring, uint32_t block> void twoThreads(benchmark::State &state)
 {
-    boost::lockfree::spsc_queue<uint8_t> queue(kSize - 1);
-    uint8_t byte = 0;
+    static Ring ring;
     for (auto _ : state) {
-        for (uint32_t i = 0; i < kSize - 1u; ++i) {
-            benchmark::DoNotOptimize(queue.push(byte));
-        }
-        while (queue.pop(byte)) {
-            benchmark::DoNotOptimize(byte);
+        if (state.thread_index() == 0) {
+            putAll<Ring, block>(ring, kBytesPerRound);
+        } else {
+            takeAll<Ring, block>(ring, kBytesPerRound);
         }
     }
-    state.SetBytesProcessed(state.iterations() * (kSize - 1));
+    if (state.thread_index() == 0) {
+        state.SetBytesProcessed(state.iterations() * kBytesPerRound);
+    }
 }
-BENCHMARK(boostBatch);
+
+#define RINGS(threads, block)                                                                      \
+    BENCHMARK(threads<DaemonPipe, block>)->Name("pipe " #threads " " #block);                      \
+    BENCHMARK(threads<BoostQueue, block>)->Name("boost " #threads " " #block)
+
+RINGS(oneThread, 1);
+RINGS(oneThread, 256);
+BENCHMARK(twoThreads<DaemonPipe, 1>)->Threads(2)->UseRealTime();
+BENCHMARK(twoThreads<BoostQueue, 1>)->Threads(2)->UseRealTime();
+BENCHMARK(twoThreads<DaemonPipe, 256>)->Threads(2)->UseRealTime();
+BENCHMARK(twoThreads<BoostQueue, 256>)->Threads(2)->UseRealTime();
 
 } // namespace

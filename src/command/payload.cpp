@@ -11,13 +11,13 @@ namespace {
 
 constexpr uint32_t kPollMs = 2;
 
-// Takes the channel's next byte, waiting for it until `*tries` run out.
-bool nextByte(uint8_t *byte, int32_t *tries)
+// Waits until the channel has bytes. False when `*tries` ran out.
+bool waitForBytes(int32_t *tries)
 {
     if (channel[commandFrom] == nullptr) {
         return false;
     }
-    while (pipe_read(&channel[commandFrom]->pipe, byte) == 0) {
+    while (pipe_count(&channel[commandFrom]->pipe) == 0) {
         SysDelayMs(kPollMs);
         if (*tries < 0) {
             return false;
@@ -32,9 +32,8 @@ bool nextByte(uint8_t *byte, int32_t *tries)
 uint32_t readDataFromPC(uint8_t *bytes, uint32_t count, int32_t tries)
 {
     uint32_t done = 0;
-    uint8_t byte;
-    while (done < count && nextByte(&byte, &tries)) {
-        bytes[done++] = byte;
+    while (done < count && waitForBytes(&tries)) {
+        done += pipe_read_block(&channel[commandFrom]->pipe, bytes + done, count - done);
     }
     return done;
 }
@@ -56,7 +55,7 @@ uint32_t receiveStringValueFromPC(char *text, uint32_t capacity, int32_t tries)
 {
     uint32_t count = 0;
     uint8_t byte;
-    while (nextByte(&byte, &tries)) {
+    while (waitForBytes(&tries) && pipe_read(&channel[commandFrom]->pipe, &byte) != 0) {
         const char character = static_cast<char>(byte);
         if (count == 0 && character != '[') {
             return 0;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 #include "command/channel.h"
 #include "command/dispatch.h"
@@ -42,13 +43,27 @@ struct {
     uint32_t count;  // bytes stored since its "<", sent ones included
 } mirrored;
 
-void mirrorToPC(uint8_t byte)
+const uint8_t *findOpening(const uint8_t *bytes, uint32_t count)
 {
-    if (mirrored.channel != commandFrom || byte == CommandToLEDHeader[0]) {
+    return static_cast<const uint8_t *>(std::memchr(bytes, CommandToLEDHeader[0], count));
+}
+
+void mirrorToPC(const uint8_t *bytes, uint32_t count)
+{
+    uint32_t before = 0; // bytes up to the last "<"
+    bool isOpened = false;
+    const uint8_t *const end = bytes + count;
+    const uint8_t *at = bytes;
+    while ((at = findOpening(at, static_cast<uint32_t>(end - at))) != nullptr) {
+        before = static_cast<uint32_t>(at++ - bytes);
+        isOpened = true;
+    }
+    if (isOpened || mirrored.channel != commandFrom) {
         mirrored.channel = commandFrom;
         mirrored.count = 0;
     }
-    mirrored.count += static_cast<uint32_t>(pipe_write(&udp_send_pipe, byte));
+    const uint32_t stored = pipe_write_block(&udp_send_pipe, bytes, count);
+    mirrored.count += stored > before ? stored - before : 0;
 }
 
 // Keeps an executed frame from the PC. Taking back more than the pipe holds would resend old bytes.
@@ -57,20 +72,60 @@ void takeBackFrame()
     pipe_pop_back(&udp_send_pipe, std::min(mirrored.count, pipe_count(&udp_send_pipe)));
 }
 
+// The bytes at the start of a run that the assembler only skips or stores: what is not a frame up
+// to the next "<", or the rest of a body. The others change its state and go through
+// ReceiveCommand().
+uint32_t takePlainBytes(const uint8_t *bytes, uint32_t count)
+{
+    FrameSlot &frame = g_ReceiveCommand[commandFrom];
+    const uint32_t state = assemblerState[commandFrom];
+    if (state == kBody) {
+        count = std::min<uint32_t>(count, kFrameEndOffset - 1 - frame.count);
+    } else if (state != kHunt) {
+        return 0;
+    }
+    if (const uint8_t *const opening = findOpening(bytes, count); opening != nullptr) {
+        count = static_cast<uint32_t>(opening - bytes);
+    }
+    if (state == kBody) {
+        std::memcpy(frame.text + frame.count, bytes, count);
+        frame.count = static_cast<uint8_t>(frame.count + count);
+    }
+    return count;
+}
+
+// Gives a run of bytes to the assembler. Returns how many it took: all, or those up to the end of a
+// frame.
+uint32_t assemble(const uint8_t *bytes, uint32_t count)
+{
+    uint32_t done = 0;
+    while (done < count) {
+        done += takePlainBytes(bytes + done, count - done);
+        if (done < count && ReceiveCommand(bytes[done++]) == 0) {
+            break;
+        }
+    }
+    return done;
+}
+
 // Reads the channel up to the end of a frame. False when the channel or this turn's `budget` of
 // bytes ran out first.
 bool receiveFrame(uint32_t *budget)
 {
+    struct pipe *const received = &channel[commandFrom]->pipe;
     g_ReceiveDetected = 0;
-    uint8_t byte;
-    while (*budget > 0 && pipe_read(&channel[commandFrom]->pipe, &byte) != 0) {
-        --*budget;
-        mirrorToPC(byte);
-        if (ReceiveCommand(byte) == 0) {
-            break;
+    while (g_ReceiveDetected == 0) {
+        const uint8_t *bytes;
+        const uint32_t count = std::min(pipe_peek(received, &bytes), *budget);
+        if (count == 0) {
+            return false;
         }
+        const uint32_t taken = assemble(bytes, count);
+        mirrorToPC(bytes, taken);
+        pipe_skip(received, taken);
+        *budget -= taken;
     }
-    return g_ReceiveDetected != 0;
+    return true;
 }
 
 // Decodes the frame into commandToLED and sends a refusal for each fault. False when the frame must

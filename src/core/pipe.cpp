@@ -1,11 +1,26 @@
 #include "core/pipe.h"
 
+#include <algorithm>
+
 namespace {
 
 // The slot after `at` in the ring.
 uint8_t *next(const struct pipe *pipe, uint8_t *at)
 {
     return at + 1 == pipe->end ? pipe->start : at + 1;
+}
+
+// The same for `count` slots, less than the ring has.
+uint8_t *advanced(const struct pipe *pipe, uint8_t *at, uint32_t count)
+{
+    const auto toEnd = static_cast<uint32_t>(pipe->end - at);
+    return count < toEnd ? at + count : pipe->start + (count - toEnd);
+}
+
+// The bytes between two places of the ring.
+uint32_t distance(const struct pipe *pipe, const uint8_t *from, const uint8_t *to)
+{
+    return static_cast<uint32_t>(to >= from ? to - from : (pipe->end - from) + (to - pipe->start));
 }
 
 } // namespace
@@ -44,6 +59,48 @@ int32_t pipe_write(struct pipe *pipe, uint8_t byte)
     return 1;
 }
 
+uint32_t pipe_write_block(struct pipe *pipe, const uint8_t *bytes, uint32_t count)
+{
+    uint8_t *const at = pipe->write.load(std::memory_order_relaxed);
+    // Pairs with the releases of the reader, as in pipe_write.
+    const uint8_t *const read = pipe->read.load(std::memory_order_acquire);
+    const uint32_t room =
+        static_cast<uint32_t>(pipe->end - pipe->start) - 1 - distance(pipe, read, at);
+    count = std::min(count, room);
+    const uint32_t first = std::min(count, static_cast<uint32_t>(pipe->end - at));
+    std::copy_n(bytes, first, at);
+    std::copy_n(bytes + first, count - first, pipe->start);
+    pipe->write.store(advanced(pipe, at, count), std::memory_order_release);
+    return count;
+}
+
+uint32_t pipe_read_block(struct pipe *pipe, uint8_t *out, uint32_t size)
+{
+    uint8_t *const at = pipe->read.load(std::memory_order_relaxed);
+    // Pairs with the releases of the writer, as in pipe_read.
+    const uint8_t *const write = pipe->write.load(std::memory_order_acquire);
+    const uint32_t count = std::min(size, distance(pipe, at, write));
+    const uint32_t first = std::min(count, static_cast<uint32_t>(pipe->end - at));
+    std::copy_n(at, first, out);
+    std::copy_n(pipe->start, count - first, out + first);
+    pipe->read.store(advanced(pipe, at, count), std::memory_order_release);
+    return count;
+}
+
+uint32_t pipe_peek(const struct pipe *pipe, const uint8_t **bytes)
+{
+    const uint8_t *const at = pipe->read.load(std::memory_order_relaxed);
+    const uint8_t *const write = pipe->write.load(std::memory_order_acquire);
+    *bytes = at;
+    return static_cast<uint32_t>((write >= at ? write : pipe->end) - at);
+}
+
+void pipe_skip(struct pipe *pipe, uint32_t count)
+{
+    uint8_t *const at = pipe->read.load(std::memory_order_relaxed);
+    pipe->read.store(advanced(pipe, at, count), std::memory_order_release);
+}
+
 void pipe_pop_back(struct pipe *pipe, uint32_t count)
 {
     uint8_t *at = pipe->write.load(std::memory_order_relaxed);
@@ -58,9 +115,7 @@ void pipe_pop_back(struct pipe *pipe, uint32_t count)
 uint32_t pipe_count(const struct pipe *pipe)
 {
     const uint8_t *const read = pipe->read.load(std::memory_order_acquire);
-    const uint8_t *const write = pipe->write.load(std::memory_order_acquire);
-    const auto ahead = write >= read ? write - read : (pipe->end - read) + (write - pipe->start);
-    return static_cast<uint32_t>(ahead);
+    return distance(pipe, read, pipe->write.load(std::memory_order_acquire));
 }
 
 // Waiting for a later model -----------------------------------------------------------------------

@@ -2,10 +2,12 @@
 
 // The byte ring that carries every byte stream inside the daemon, from one thread to one other.
 //
-// Exactly one writer thread (pipe_write, pipe_pop_back) and exactly one reader thread (pipe_read)
-// may use a pipe at the same time. Either may ask how full it is. There is no lock. The writer
-// publishes a byte by a release store of `write`, which the reader loads with acquire. The reader
-// hands a slot back by a release store of `read`, which the writer loads with acquire.
+// Exactly one writer thread (pipe_write, pipe_write_block, pipe_pop_back) and exactly one reader
+// thread (pipe_read, pipe_read_block, pipe_peek, pipe_skip) may use a pipe at the same time. Either
+// may ask how full it is. There is no lock. The writer publishes its bytes by a release store of
+// `write`, which the reader loads with acquire. The reader hands slots back by a release store of
+// `read`, which the writer loads with acquire. An operation on many bytes does this once, so the
+// other thread sees all of them or none.
 
 #include <atomic>
 #include <cstdint>
@@ -34,6 +36,21 @@ void pipe_init(struct pipe *pipe, uint8_t *storage, uint16_t size);
 
 // Appends `byte` and returns 1. If the pipe is full, drops the byte and returns 0.
 int32_t pipe_write(struct pipe *pipe, uint8_t byte);
+
+// Appends the bytes from the first on, as many of the `count` as fit, and returns how many. Drops
+// the rest.
+uint32_t pipe_write_block(struct pipe *pipe, const uint8_t *bytes, uint32_t count);
+
+// Takes the oldest bytes into `out`, at most `size`, and returns how many.
+[[nodiscard]] uint32_t pipe_read_block(struct pipe *pipe, uint8_t *out, uint32_t size);
+
+// Points `*bytes` to the oldest bytes, which stay in the pipe, and returns how many lie there in a
+// row: all, or those up to the end of the storage. They stay valid until pipe_skip().
+[[nodiscard]] uint32_t pipe_peek(const struct pipe *pipe, const uint8_t **bytes);
+
+// Takes `count` bytes without copying them.
+// Requires: at most what the last pipe_peek() returned.
+void pipe_skip(struct pipe *pipe, uint32_t count);
 
 // Takes back the last `count` bytes written. This is not checked against the reader.
 // Requires: the bytes are still in the pipe.

@@ -11,17 +11,6 @@ namespace {
 uint8_t udp_temp_receive_buf[kBridgeBufferSize]; // to UART 0
 uint8_t udp_temp_send_buf[kBridgeBufferSize];    // to the PC
 
-// Moves bytes from `from` to `batch` and returns the count. A thread that keeps writing could keep
-// the pipe from running empty, so what exceeds a batch waits for the next pass.
-uint32_t drain(struct pipe *from, uint8_t (&batch)[kBridgeBufferSize])
-{
-    uint32_t count = 0;
-    while (count < kBridgeBufferSize && pipe_read(from, &batch[count]) != 0) {
-        ++count;
-    }
-    return count;
-}
-
 } // namespace
 
 void udpSendBuffer(const uint8_t *bytes, uint32_t length)
@@ -36,13 +25,15 @@ void udpSendBuffer(const uint8_t *bytes, uint32_t length)
 
 int32_t udpReceiveTask()
 {
-    const uint32_t count = drain(&udp_receive_pipe, udp_temp_receive_buf);
+    const uint32_t count =
+        pipe_read_block(&udp_receive_pipe, udp_temp_receive_buf, sizeof udp_temp_receive_buf);
     return count > 0 ? UARTSendBuffer(0, udp_temp_receive_buf, static_cast<int32_t>(count)) : 0;
 }
 
 void udpSendTask()
 {
-    const uint32_t count = drain(&udp_send_pipe, udp_temp_send_buf);
+    const uint32_t count =
+        pipe_read_block(&udp_send_pipe, udp_temp_send_buf, sizeof udp_temp_send_buf);
     if (count > 0) {
         udpSendBuffer(udp_temp_send_buf, count);
     }

@@ -23,7 +23,6 @@ void udpReceiveBuffer(uint32_t ip, uint32_t port, const uint8_t *bytes, uint32_t
     // The releases pair with the acquires in udpSendBuffer.
     udp_chanel_value[0].store(ip, std::memory_order_release);
     udp_chanel_value[1].store(port, std::memory_order_release);
-    for (uint32_t i = 0; i < length; ++i) {
-        pipe_write(&udp_receive_pipe, bytes[i]); // what does not fit is lost, as on the network
-    }
+    // The datagram is there whole or not at all. What does not fit is lost, as on the network.
+    pipe_write_block(&udp_receive_pipe, bytes, length);
 }

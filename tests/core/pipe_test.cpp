@@ -1,10 +1,14 @@
 // The byte ring: every operation in every state of small rings, random work against a queue, the
 // moment at which each side moves its pointer, and one writer thread against one reader thread.
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <deque>
+#include <functional>
+#include <iterator>
 #include <random>
 #include <string>
 #include <thread>
@@ -44,6 +48,7 @@ std::ostream &operator<<(std::ostream &out, const State &state)
 }
 
 constexpr size_t kGuards = 8; // bytes on either side of the storage
+constexpr char kLetters[] = "abcdefghijklmnop";
 
 // A pipe over storage of its own. `read` is the slot that it is read from, and it holds the first
 // `held` letters of the alphabet.
@@ -58,7 +63,7 @@ public:
             EXPECT_EQ(pipe_write(&pipe, 0), 1);
             EXPECT_EQ(pipe_read(&pipe, &byte), 1);
         }
-        fill(std::string("abcdefghijklmnop").substr(0, held));
+        fill(std::string(kLetters).substr(0, held));
     }
     uint8_t *storage()
     {
@@ -74,6 +79,26 @@ public:
         for (const char letter : text) {
             ASSERT_EQ(pipe_write(&pipe, static_cast<uint8_t>(letter)), 1);
         }
+    }
+    uint32_t writeBlock(const std::string &text)
+    {
+        return pipe_write_block(&pipe, reinterpret_cast<const uint8_t *>(text.data()),
+                                static_cast<uint32_t>(text.size()));
+    }
+    // Checks that nothing is stored after what is returned.
+    std::string readBlock(uint32_t size)
+    {
+        std::string text(size + 1, '\xEE');
+        const uint32_t count =
+            pipe_read_block(&pipe, reinterpret_cast<uint8_t *>(text.data()), size);
+        EXPECT_EQ(text.find_first_not_of('\xEE', count), text.npos);
+        return text.substr(0, count);
+    }
+    std::string peek()
+    {
+        const uint8_t *bytes;
+        const uint32_t count = pipe_peek(&pipe, &bytes);
+        return {bytes, bytes + count};
     }
     // Reads until the pipe says that it is empty, or twice its size.
     std::string drain()
@@ -113,6 +138,7 @@ TEST(Pipe, EveryOperationInEveryStateOfASmallRingIsArithmeticModuloItsSize)
             const uint32_t read = at / size;
             const uint32_t held = at % size;
             const uint32_t write = (read + held) % size;
+            const std::string text = std::string(kLetters).substr(0, held);
             if (size == 1 && read + held > 0) {
                 continue;
             }
@@ -144,6 +170,37 @@ TEST(Pipe, EveryOperationInEveryStateOfASmallRingIsArithmeticModuloItsSize)
             EXPECT_EQ(pipe_read(&taken.pipe, &byte), held > 0 ? 1 : 0);
             EXPECT_EQ(byte, held > 0 ? 'a' : 0xFF);
             EXPECT_EQ(taken.state(), expected);
+
+            for (uint32_t count = 0; count <= size + 1; ++count) {
+                SCOPED_TRACE(testing::Message() << "a block of " << count);
+                Ring given(size, read, held);
+                expected = before;
+                const uint32_t fits = std::min(count, size - 1 - held);
+                for (uint32_t i = 0; i < fits; ++i) {
+                    expected.memory[kGuards + (write + i) % size] = "ABCDEFGHIJ"[i];
+                }
+                expected.write = (write + fits) % size;
+                EXPECT_EQ(given.writeBlock(std::string("ABCDEFGHIJ", count)), fits);
+                EXPECT_EQ(given.state(), expected);
+
+                Ring blockTaken(size, read, held);
+                expected = before;
+                expected.read = (read + std::min(count, held)) % size;
+                EXPECT_EQ(blockTaken.readBlock(count), text.substr(0, std::min(count, held)));
+                EXPECT_EQ(blockTaken.state(), expected);
+            }
+
+            Ring peeked(size, read, held);
+            const uint32_t inARow = std::min(held, size - read);
+            EXPECT_EQ(peeked.peek(), text.substr(0, inARow));
+            EXPECT_EQ(peeked.state(), before);
+            for (uint32_t skipped = 0; skipped <= inARow; ++skipped) {
+                Ring ring(size, read, held);
+                expected = before;
+                expected.read = (read + skipped) % size;
+                pipe_skip(&ring.pipe, skipped);
+                EXPECT_EQ(ring.state(), expected) << "skipped " << skipped;
+            }
 
             for (uint32_t popped = 0; popped <= 2 * size + 1; ++popped) {
                 Ring ring(size, read, held);
@@ -214,6 +271,14 @@ TEST(Pipe, LargestOneHolds65534Bytes)
 
 constexpr uint32_t kBytesPerQueueRun = 200000;
 
+std::string takenFrom(std::deque<uint8_t> *queue, uint32_t count)
+{
+    const auto end = queue->begin() + std::min<ptrdiff_t>(count, std::ssize(*queue));
+    const std::string bytes(queue->begin(), end);
+    queue->erase(queue->begin(), end);
+    return bytes;
+}
+
 TEST(Pipe, BehavesLikeAQueueWhateverItsSize)
 {
     for (const uint32_t size : {2u, 3u, 7u, 64u, 4096u, 65535u}) {
@@ -227,7 +292,7 @@ TEST(Pipe, BehavesLikeAQueueWhateverItsSize)
             SCOPED_TRACE(testing::Message() << "size " << size << ", byte " << bytes);
             const uint32_t burst = below(size + 2);
             bytes += burst + 16; // many short bursts would take long
-            switch (below(4)) {
+            switch (below(7)) {
             case 0:
             case 1:
                 for (uint32_t i = 0; i < burst; ++i) {
@@ -249,6 +314,25 @@ TEST(Pipe, BehavesLikeAQueueWhateverItsSize)
                     }
                 }
                 break;
+            case 3: {
+                const std::string block = countingBytes(burst, 1 + below(255));
+                const auto room = static_cast<uint32_t>(size - 1 - queue.size());
+                const uint32_t fits = std::min(burst, room);
+                ASSERT_EQ(ring.writeBlock(block), fits);
+                queue.insert(queue.end(), block.begin(), block.begin() + fits);
+                break;
+            }
+            case 4:
+                ASSERT_EQ(ring.readBlock(burst), takenFrom(&queue, burst));
+                break;
+            case 5: {
+                const std::string seen = ring.peek();
+                ASSERT_EQ(seen.empty(), queue.empty());
+                const auto count = below(seen.size() + 1);
+                ASSERT_EQ(seen.substr(0, count), takenFrom(&queue, count));
+                pipe_skip(&ring.pipe, count);
+                break;
+            }
             default:
                 const uint32_t count = below(queue.size() + 1);
                 pipe_pop_back(&ring.pipe, count);
@@ -264,39 +348,55 @@ TEST(Pipe, BehavesLikeAQueueWhateverItsSize)
 
 // The moment at which a side moves its pointer ---------------------------------------------------
 
-// A slot is the writer's as soon as `read` moves past it.
-TEST(Pipe, ReaderHandsASlotBackOnlyAfterItHasReadTheByte)
+// Runs `action` and returns what the storage held when the pointer was moved, which must happen
+// once, with release. The other side is as fast as it can be: it then overwrites the slots with
+// "X".
+std::string atTheMove(Ring *ring, const void *pointer, const std::function<void()> &action)
 {
-    Ring ring(4, 0, 2);
+    std::string found;
     uint32_t moves = 0;
-    onAtomicAccess = [&](const std::string &access, const void *pointer, std::memory_order order) {
+    onAtomicAccess = [&](const std::string &access, const void *what, std::memory_order order) {
         if (access == "store") {
-            ++moves;
-            EXPECT_EQ(pointer, &ring.pipe.read);
+            EXPECT_EQ(what, pointer);
             EXPECT_EQ(order, std::memory_order_release);
-            ring.storage()[0] = 'X'; // the writer is as fast as it can be
+            EXPECT_EQ(++moves, 1u);
+            found.assign(ring->storage(), ring->storage() + 6);
+            std::memset(ring->storage(), 'X', 6);
+        } else {
+            EXPECT_EQ(order,
+                      what == pointer ? std::memory_order_relaxed : std::memory_order_acquire);
         }
     };
+    action();
+    onAtomicAccess = nullptr;
+    return found;
+}
+
+// A slot is the writer's as soon as `read` moves past it.
+TEST(Pipe, ReaderHandsSlotsBackOnceAndAfterItHasReadThem)
+{
+    Ring one(6, 0, 2);
     uint8_t byte = 0;
-    EXPECT_EQ(pipe_read(&ring.pipe, &byte), 1);
-    EXPECT_EQ(moves, 1u);
+    atTheMove(&one, &one.pipe.read, [&] { EXPECT_EQ(pipe_read(&one.pipe, &byte), 1); });
     EXPECT_EQ(byte, 'a');
+    Ring many(6, 4, 4); // across the end
+    std::string bytes;
+    atTheMove(&many, &many.pipe.read, [&] { bytes = many.readBlock(4); });
+    EXPECT_EQ(bytes, "abcd");
+    Ring skipped(6, 0, 4);
+    atTheMove(&skipped, &skipped.pipe.read, [&] { pipe_skip(&skipped.pipe, 3); });
 }
 
 // A byte is the reader's as soon as `write` moves past it.
-TEST(Pipe, WriterPublishesAByteOnlyAfterItHasStoredIt)
+TEST(Pipe, WriterPublishesBytesOnceAndAfterItHasStoredThem)
 {
-    Ring ring(4, 0, 2);
-    std::string found;
-    onAtomicAccess = [&](const std::string &access, const void *pointer, std::memory_order order) {
-        if (access == "store") {
-            EXPECT_EQ(pointer, &ring.pipe.write);
-            EXPECT_EQ(order, std::memory_order_release);
-            found += static_cast<char>(ring.storage()[2]); // the reader is as fast as it can be
-        }
-    };
-    EXPECT_EQ(pipe_write(&ring.pipe, 'c'), 1);
-    EXPECT_EQ(found, "c");
+    Ring one(6, 0, 2);
+    EXPECT_EQ(atTheMove(&one, &one.pipe.write, [&] { pipe_write(&one.pipe, 'c'); }).substr(0, 3),
+              "abc");
+    Ring many(6, 4, 1); // across the end
+    EXPECT_EQ(atTheMove(&many, &many.pipe.write, [&] { many.writeBlock("bcd"); }).substr(0, 2) +
+                  "ab",
+              "cdab");
 }
 
 // One writer thread, one reader thread -----------------------------------------------------------
@@ -341,6 +441,43 @@ TEST(Pipe, CarriesASequenceBetweenTwoThreads)
         EXPECT_EQ(wrong, 0u) << "size " << row.size;
         EXPECT_EQ(pipe_isEmpty(&ring.pipe), 1) << "size " << row.size;
     }
+}
+
+TEST(Pipe, CarriesBlocksOfAnySizeBetweenTwoThreads)
+{
+    Ring ring(4096);
+    const std::string all = countingBytes(1'000'000, 251);
+    const auto anySize = [](std::minstd_rand *sizes) {
+        return static_cast<uint32_t>((*sizes)() % 5000);
+    };
+    std::thread writer([&] {
+        std::minstd_rand sizes(1);
+        for (size_t done = 0; done < all.size();) {
+            const uint32_t count = ring.writeBlock(all.substr(done, anySize(&sizes)));
+            done += count;
+            if (count == 0) {
+                std::this_thread::yield();
+            }
+        }
+    });
+    std::minstd_rand sizes(2);
+    std::string arrived;
+    while (arrived.size() < all.size()) {
+        const size_t before = arrived.size();
+        if (anySize(&sizes) % 2 == 0) {
+            const std::string bytes = ring.peek();
+            pipe_skip(&ring.pipe, static_cast<uint32_t>(bytes.size()));
+            arrived += bytes;
+        } else {
+            arrived += ring.readBlock(anySize(&sizes));
+        }
+        if (arrived.size() == before) {
+            std::this_thread::yield();
+        }
+    }
+    writer.join();
+    EXPECT_TRUE(arrived == all);
+    EXPECT_EQ(pipe_isEmpty(&ring.pipe), 1);
 }
 
 // The writer drops what does not fit, as the receive threads do.

@@ -18,7 +18,8 @@ namespace {
 
 using Sender = std::pair<uint32_t, uint32_t>; // address and port
 
-std::vector<Sender> senders; // known at each pipe_write()
+// The sender known, and the bytes stored, at each pipe_write_block().
+std::vector<std::pair<Sender, std::string>> stored;
 
 Sender knownSender()
 {
@@ -27,11 +28,12 @@ Sender knownSender()
 
 } // namespace
 
-// pipe_write(), as the linker knows it.
-REPLACE(int32_t, _Z10pipe_writeP4pipeh, (struct pipe * pipe, uint8_t byte))
+// pipe_write_block(), as the linker knows it.
+REPLACE(uint32_t, _Z16pipe_write_blockP4pipePKhj,
+        (struct pipe * pipe, const uint8_t *bytes, uint32_t count))
 {
-    senders.push_back(knownSender());
-    return REAL(_Z10pipe_writeP4pipeh)(pipe, byte);
+    stored.emplace_back(knownSender(), std::string(bytes, bytes + count));
+    return REAL(_Z16pipe_write_blockP4pipePKhj)(pipe, bytes, count);
 }
 
 namespace {
@@ -112,14 +114,15 @@ TEST(BridgePipes, QueueTheBytesOfADatagramForTheLineAndRememberItsSender)
     }
 }
 
-// Whoever sees a byte must see an address that is at least as new.
-TEST(BridgePipes, NameTheSenderBeforeItsBytesAreThere)
+// Whoever sees a byte must see an address that is at least as new, and all of a datagram.
+TEST(BridgePipes, NameTheSenderBeforeAWholeDatagramIsThere)
 {
     udp_receive_pipe_init();
     receive({10, 20}, "ab");
     receive({11, 21}, "c");
     receive({12, 22}, "");
-    EXPECT_EQ(senders, (std::vector<Sender>{{10, 20}, {10, 20}, {11, 21}}));
+    EXPECT_EQ(stored, (std::vector<std::pair<Sender, std::string>>{
+                          {{10, 20}, "ab"}, {{11, 21}, "c"}, {{12, 22}, ""}}));
     EXPECT_EQ(knownSender(), Sender(12, 22));
 }
 
