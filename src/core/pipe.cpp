@@ -36,7 +36,7 @@ void pipe_init(struct pipe *pipe, uint8_t *storage, uint16_t size)
 int32_t pipe_read(struct pipe *pipe, uint8_t *out)
 {
     uint8_t *const at = pipe->read.load(std::memory_order_relaxed);
-    // Pairs with the release in pipe_write: once `write` has moved past a byte, the byte is stored.
+    // Pairs with the releases of the writer: once `write` has moved past a byte, the byte is stored.
     if (at == pipe->write.load(std::memory_order_acquire)) {
         *out = 0xFF;
         return 0;
@@ -46,23 +46,10 @@ int32_t pipe_read(struct pipe *pipe, uint8_t *out)
     return 1;
 }
 
-int32_t pipe_write(struct pipe *pipe, uint8_t byte)
-{
-    uint8_t *const at = pipe->write.load(std::memory_order_relaxed);
-    uint8_t *const after = next(pipe, at);
-    // Pairs with the release in pipe_read: once `read` has moved past a slot, the slot is free.
-    if (after == pipe->read.load(std::memory_order_acquire)) {
-        return 0;
-    }
-    *at = byte;
-    pipe->write.store(after, std::memory_order_release);
-    return 1;
-}
-
 uint32_t pipe_write_block(struct pipe *pipe, const uint8_t *bytes, uint32_t count)
 {
     uint8_t *const at = pipe->write.load(std::memory_order_relaxed);
-    // Pairs with the releases of the reader, as in pipe_write.
+    // Pairs with the releases of the reader: once `read` has moved past a slot, the slot is free.
     const uint8_t *const read = pipe->read.load(std::memory_order_acquire);
     const uint32_t room =
         static_cast<uint32_t>(pipe->end - pipe->start) - 1 - distance(pipe, read, at);
@@ -110,8 +97,7 @@ void pipe_pop_back(struct pipe *pipe, uint32_t count)
     pipe->write.store(at, std::memory_order_release);
 }
 
-// Either thread may ask, so both loads are acquires. They pair with the releases in pipe_read and
-// pipe_write.
+// Either thread may ask, so both loads are acquires. They pair with the releases of both sides.
 uint32_t pipe_count(const struct pipe *pipe)
 {
     const uint8_t *const read = pipe->read.load(std::memory_order_acquire);
@@ -119,6 +105,19 @@ uint32_t pipe_count(const struct pipe *pipe)
 }
 
 // Waiting for a later model -----------------------------------------------------------------------
+
+int32_t pipe_write(struct pipe *pipe, uint8_t byte)
+{
+    uint8_t *const at = pipe->write.load(std::memory_order_relaxed);
+    uint8_t *const after = next(pipe, at);
+    // Pairs with the releases of the reader, as in pipe_write_block.
+    if (after == pipe->read.load(std::memory_order_acquire)) {
+        return 0;
+    }
+    *at = byte;
+    pipe->write.store(after, std::memory_order_release);
+    return 1;
+}
 
 int32_t pipe_isEmpty(const struct pipe *pipe)
 {

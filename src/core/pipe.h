@@ -34,9 +34,6 @@ void pipe_init(struct pipe *pipe, uint8_t *storage, uint16_t size);
 // returns 0.
 [[nodiscard]] int32_t pipe_read(struct pipe *pipe, uint8_t *out);
 
-// Appends `byte` and returns 1. If the pipe is full, drops the byte and returns 0.
-int32_t pipe_write(struct pipe *pipe, uint8_t byte);
-
 // Appends the bytes from the first on, as many of the `count` as fit, and returns how many. Drops
 // the rest.
 uint32_t pipe_write_block(struct pipe *pipe, const uint8_t *bytes, uint32_t count);
@@ -61,6 +58,9 @@ void pipe_pop_back(struct pipe *pipe, uint32_t count);
 [[nodiscard]] uint32_t pipe_count(const struct pipe *pipe);
 
 // Waiting for a later model -----------------------------------------------------------------------
+
+// Appends `byte` and returns 1. If the pipe is full, drops the byte and returns 0.
+int32_t pipe_write(struct pipe *pipe, uint8_t byte);
 
 // 1 when pipe_read() would find nothing, else 0.
 [[nodiscard]] int32_t pipe_isEmpty(const struct pipe *pipe);
