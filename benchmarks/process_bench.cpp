@@ -1,4 +1,4 @@
-// The release program as a whole, on a simulated board: start-up, memory, idle load.
+// The release program as a whole, on a simulated board: start-up, memory, idle load, commands.
 //
 // It runs inside the board: scripts/bench.
 
@@ -28,32 +28,62 @@ double secondsSince(Clock::time_point start)
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-// A terminal pair whose slave is /dev/ttyS0 for the rest of the run.
-void connectSerialLine()
-{
-    static int master = -1;
-    static int slave = -1;
-    if (master >= 0) {
-        return;
+// A terminal pair. Its slave is /dev/ttyS0 for the programs that start until the next one is made.
+class SerialLine {
+public:
+    SerialLine()
+    {
+        char name[64];
+        if (openpty(&master_, &slave_, name, nullptr, nullptr) != 0) {
+            stop("openpty");
+        }
+        std::filesystem::remove("/dev/ttyS0");
+        std::filesystem::create_symlink(name, "/dev/ttyS0");
     }
-    char name[64];
-    if (openpty(&master, &slave, name, nullptr, nullptr) != 0) {
-        std::perror("openpty");
-        std::exit(4);
+    SerialLine(const SerialLine &) = delete;
+    SerialLine &operator=(const SerialLine &) = delete;
+    ~SerialLine()
+    {
+        close(master_);
+        close(slave_);
     }
-    std::filesystem::remove("/dev/ttyS0");
-    std::filesystem::create_symlink(name, "/dev/ttyS0");
-}
+
+    void send(const std::string &bytes) const
+    {
+        if (write(master_, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
+            stop("writing to the line");
+        }
+    }
+
+    // Reads as many bytes as `expected` has and ends the run if they are others.
+    void expect(const std::string &expected) const
+    {
+        std::string bytes(expected.size(), '\0');
+        for (size_t done = 0; done < bytes.size();) {
+            const ssize_t count = read(master_, bytes.data() + done, bytes.size() - done);
+            if (count <= 0) {
+                stop("reading from the line");
+            }
+            done += static_cast<size_t>(count);
+        }
+        if (bytes != expected) {
+            std::fprintf(stderr, "wrong reply: %s\n", bytes.c_str());
+            std::exit(4);
+        }
+    }
+
+private:
+    int master_ = -1;
+    int slave_ = -1; // kept open, or the line would hang up when the program ends
+};
 
 class Program {
 public:
     explicit Program(const char *path)
     {
-        connectSerialLine();
         int ends[2];
         if (pipe(ends) != 0) {
-            std::perror("pipe");
-            std::exit(4);
+            stop("pipe");
         }
         pid_ = fork();
         if (pid_ == 0) {
@@ -122,7 +152,7 @@ private:
 
 void startToEnterMain(benchmark::State &state)
 {
-    connectSerialLine();
+    const SerialLine line;
     storeSettings();
     for (auto _ : state) {
         const auto start = Clock::now();
@@ -135,6 +165,7 @@ BENCHMARK(startToEnterMain)->UseManualTime()->Unit(benchmark::kMillisecond)->Ite
 
 void idleMemory(benchmark::State &state)
 {
+    const SerialLine line;
     Program daemon(VESK_DAEMON);
     daemon.waitForLine("enter main");
     sleep(2);
@@ -147,6 +178,7 @@ BENCHMARK(idleMemory)->Iterations(1);
 // Both programs idle side by side, so that other load on the machine affects both alike.
 void idleLoad(benchmark::State &state)
 {
+    const SerialLine line;
     Program daemon(VESK_DAEMON);
     daemon.waitForLine("enter main");
     Program pair(VESK_IDLE_PAIR);
@@ -163,5 +195,56 @@ void idleLoad(benchmark::State &state)
     }
 }
 BENCHMARK(idleLoad)->Iterations(1)->Repetitions(5)->ReportAggregatesOnly(false);
+
+constexpr uint32_t kCommandsInARow = 50;
+
+std::string inARow(const std::string &text)
+{
+    std::string all;
+    for (uint32_t i = 0; i < kCommandsInARow; ++i) {
+        all += text;
+    }
+    return all;
+}
+
+// Processor time in nanoseconds for 500 commands, 50 in each write.
+double cpuNsOfCommands(Program &program, const SerialLine &line)
+{
+    const std::string requests = inARow("<T0000680100000069>");
+    const std::string replies = inARow("<F00006801263300c2>");
+    const double before = program.cpuNs();
+    for (int row = 0; row < 10; ++row) {
+        line.send(requests);
+        line.expect(replies);
+        for (uint32_t i = 0; i < kCommandsInARow; ++i) {
+            program.waitForLine("read device type");
+        }
+    }
+    return program.cpuNs() - before;
+}
+
+// 10,000 commands for each program. They take turns every 500, so that other load on the machine
+// affects both alike.
+void commands(benchmark::State &state)
+{
+    const SerialLine daemonLine;
+    Program daemon(VESK_DAEMON);
+    daemon.waitForLine("enter main");
+    const SerialLine plainLine;
+    Program plain(VESK_PLAIN_DAEMON);
+    plain.waitForLine("enter main");
+    for (auto _ : state) {
+        double daemonNs = 0;
+        double plainNs = 0;
+        for (int turn = 0; turn < 20; ++turn) {
+            daemonNs += cpuNsOfCommands(daemon, daemonLine);
+            plainNs += cpuNsOfCommands(plain, plainLine);
+        }
+        state.counters["daemon_ns"] = daemonNs / 10000;
+        state.counters["plain_ns"] = plainNs / 10000;
+        state.counters["ratio"] = daemonNs / plainNs;
+    }
+}
+BENCHMARK(commands)->Iterations(1)->Repetitions(5)->ReportAggregatesOnly(false);
 
 } // namespace
