@@ -36,7 +36,8 @@ void pipe_init(struct pipe *pipe, uint8_t *storage, uint16_t size)
 int32_t pipe_read(struct pipe *pipe, uint8_t *out)
 {
     uint8_t *const at = pipe->read.load(std::memory_order_relaxed);
-    // Pairs with the releases of the writer: once `write` has moved past a byte, the byte is stored.
+    // Pairs with the releases of the writer: once `write` has moved past a byte, the byte is
+    // stored.
     if (at == pipe->write.load(std::memory_order_acquire)) {
         *out = 0xFF;
         return 0;
@@ -91,10 +92,11 @@ void pipe_skip(struct pipe *pipe, uint32_t count)
 void pipe_pop_back(struct pipe *pipe, uint32_t count)
 {
     uint8_t *at = pipe->write.load(std::memory_order_relaxed);
-    for (; count > 0; --count) {
-        at = (at == pipe->start ? pipe->end : at) - 1;
+    while (count > static_cast<uint32_t>(at - pipe->start)) {
+        count -= static_cast<uint32_t>(at - pipe->start);
+        at = pipe->end;
     }
-    pipe->write.store(at, std::memory_order_release);
+    pipe->write.store(at - count, std::memory_order_release);
 }
 
 // Either thread may ask, so both loads are acquires. They pair with the releases of both sides.
