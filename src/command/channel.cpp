@@ -118,10 +118,14 @@ void IsrReceiveBuffer(uint32_t type, uint64_t address, const uint8_t *bytes, uin
         std::printf("getFreeChannel from=%d, type=%d, port=%d\n", index, static_cast<int>(type),
                     static_cast<int>(lowWord(address)));
     }
-    const uint32_t stored =
-        index == kNoChannel ? 0 : pipe_write_block(&channel[index]->pipe, bytes, length);
-    for (uint32_t i = stored; i < length; ++i) { // a line for each byte lost
-        std::printf("IsrReceiveBuffer error: type=0x%x, port=0x%x\n", type, lowWord(address));
+    for (uint32_t done = 0; done < length;) {
+        if (index != kNoChannel) {
+            done += pipe_write_block(&channel[index]->pipe, bytes + done, length - done);
+        }
+        if (done < length) { // a line for each byte lost; the main loop may make room meanwhile
+            std::printf("IsrReceiveBuffer error: type=0x%x, port=0x%x\n", type, lowWord(address));
+            ++done;
+        }
     }
 }
 

@@ -62,7 +62,8 @@ void createChannels();
 [[nodiscard]] uint8_t getFreeChannel(uint32_t type, uint64_t address);
 
 // Queues bytes from a source. If no channel is bound to the source, binds one first and logs that.
-// Each byte that does not fit is dropped and logged. Receive thread only.
+// Bytes that fit are published together. Each one that does not fit is dropped and logged. Receive
+// thread only.
 void IsrReceiveBuffer(uint32_t type, uint64_t address, const uint8_t *bytes, uint32_t length);
 
 // Waiting for a later model -----------------------------------------------------------------------

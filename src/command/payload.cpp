@@ -11,7 +11,7 @@ namespace {
 
 constexpr uint32_t kPollMs = 2;
 
-// Waits until the channel has bytes. False when `*tries` ran out.
+// Waits until the channel has bytes. False when `*tries` ran out, or the slot has no memory.
 bool waitForBytes(int32_t *tries)
 {
     if (channel[commandFrom] == nullptr) {

@@ -50,7 +50,7 @@ const uint8_t *findOpening(const uint8_t *bytes, uint32_t count)
 
 void mirrorToPC(const uint8_t *bytes, uint32_t count)
 {
-    uint32_t before = 0; // bytes up to the last "<"
+    uint32_t before = 0; // bytes before the last "<", 0 if there is none
     bool isOpened = false;
     const uint8_t *const end = bytes + count;
     const uint8_t *at = bytes;
@@ -72,9 +72,9 @@ void takeBackFrame()
     pipe_pop_back(&udp_send_pipe, std::min(mirrored.count, pipe_count(&udp_send_pipe)));
 }
 
-// The bytes at the start of a run that the assembler only skips or stores: what is not a frame up
-// to the next "<", or the rest of a body. The others change its state and go through
-// ReceiveCommand().
+// Takes bytes from the start of a run as long as they do not change the assembler's state, and
+// returns how many. Bytes outside a frame are skipped, up to the next "<". Characters of a body are
+// stored, all but the last. Every other byte must go through ReceiveCommand().
 uint32_t takePlainBytes(const uint8_t *bytes, uint32_t count)
 {
     FrameSlot &frame = g_ReceiveCommand[commandFrom];
@@ -94,8 +94,8 @@ uint32_t takePlainBytes(const uint8_t *bytes, uint32_t count)
     return count;
 }
 
-// Gives a run of bytes to the assembler. Returns how many it took: all, or those up to the end of a
-// frame.
+// Gives a run of bytes to the assembler. Returns how many it took: all of them, or those up to and
+// including the end of a frame.
 uint32_t assemble(const uint8_t *bytes, uint32_t count)
 {
     uint32_t done = 0;

@@ -10,14 +10,14 @@ uint8_t *next(const struct pipe *pipe, uint8_t *at)
     return at + 1 == pipe->end ? pipe->start : at + 1;
 }
 
-// The same for `count` slots, less than the ring has.
+// The slot `count` places after `at`. `count` is less than the size of the ring.
 uint8_t *advanced(const struct pipe *pipe, uint8_t *at, uint32_t count)
 {
     const auto toEnd = static_cast<uint32_t>(pipe->end - at);
     return count < toEnd ? at + count : pipe->start + (count - toEnd);
 }
 
-// The bytes between two places of the ring.
+// The number of slots from `from` forward to `to`.
 uint32_t distance(const struct pipe *pipe, const uint8_t *from, const uint8_t *to)
 {
     return static_cast<uint32_t>(to >= from ? to - from : (pipe->end - from) + (to - pipe->start));
@@ -78,6 +78,7 @@ uint32_t pipe_read_block(struct pipe *pipe, uint8_t *out, uint32_t size)
 uint32_t pipe_peek(const struct pipe *pipe, const uint8_t **bytes)
 {
     const uint8_t *const at = pipe->read.load(std::memory_order_relaxed);
+    // Pairs with the releases of the writer, as in pipe_read.
     const uint8_t *const write = pipe->write.load(std::memory_order_acquire);
     *bytes = at;
     return static_cast<uint32_t>((write >= at ? write : pipe->end) - at);

@@ -7,7 +7,7 @@
 // may ask how full it is. There is no lock. The writer publishes its bytes by a release store of
 // `write`, which the reader loads with acquire. The reader hands slots back by a release store of
 // `read`, which the writer loads with acquire. An operation on many bytes does this once, so the
-// other thread sees all of them or none.
+// other thread sees all of them or none (and pipe_peek() may need two calls to reach them all).
 
 #include <atomic>
 #include <cstdint>
@@ -38,15 +38,17 @@ void pipe_init(struct pipe *pipe, uint8_t *storage, uint16_t size);
 // the rest.
 uint32_t pipe_write_block(struct pipe *pipe, const uint8_t *bytes, uint32_t count);
 
-// Takes the oldest bytes into `out`, at most `size`, and returns how many.
+// Takes the oldest bytes into `out`, at most `size`, and returns how many. If the pipe is empty,
+// returns 0 and leaves `out` alone.
 [[nodiscard]] uint32_t pipe_read_block(struct pipe *pipe, uint8_t *out, uint32_t size);
 
-// Points `*bytes` to the oldest bytes, which stay in the pipe, and returns how many lie there in a
-// row: all, or those up to the end of the storage. They stay valid until pipe_skip().
+// Points `*bytes` to the oldest bytes and returns how many follow each other there: all, or those up
+// to the end of the storage; 0 if the pipe is empty. The bytes stay in the pipe, and valid, until
+// the reader takes them.
 [[nodiscard]] uint32_t pipe_peek(const struct pipe *pipe, const uint8_t **bytes);
 
 // Takes `count` bytes without copying them.
-// Requires: at most what the last pipe_peek() returned.
+// Requires: at most what the last pipe_peek() returned, and nothing taken since.
 void pipe_skip(struct pipe *pipe, uint32_t count);
 
 // Takes back the last `count` bytes written. This is not checked against the reader.

@@ -23,6 +23,6 @@ void udpReceiveBuffer(uint32_t ip, uint32_t port, const uint8_t *bytes, uint32_t
     // The releases pair with the acquires in udpSendBuffer.
     udp_chanel_value[0].store(ip, std::memory_order_release);
     udp_chanel_value[1].store(port, std::memory_order_release);
-    // The datagram is there whole or not at all. What does not fit is lost, as on the network.
+    // One block, so the main loop never sees part of what was stored. What does not fit is lost.
     pipe_write_block(&udp_receive_pipe, bytes, length);
 }

@@ -25,6 +25,6 @@ extern std::atomic<uint32_t> udp_chanel_value[2];
 // Requires: no receive thread runs yet.
 void udp_receive_pipe_init();
 
-// Remembers the sender of a datagram and queues its bytes, all at once. Bytes that do not fit are
-// dropped, from the datagram's end. UDP receive thread only.
+// Remembers the sender of a datagram and queues its bytes as one block. If they do not all fit, the
+// end of the datagram is dropped. UDP receive thread only.
 void udpReceiveBuffer(uint32_t ip, uint32_t port, const uint8_t *bytes, uint32_t length);

@@ -6,10 +6,12 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstdio>
 #include <functional>
 #include <iterator>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -236,6 +238,26 @@ TEST(Channel, PrintsWhichSlotANewSourceGets)
     EXPECT_EQ(contentOf(channel[0]->pipe), "ac");
     EXPECT_EQ(contentOf(channel[1]->pipe), "bd");
     EXPECT_EQ(getUsedChannel(2, 3), 4);
+}
+
+// The main loop goes on reading while the messages are printed.
+TEST(Channel, StoresTheBytesThatFindRoomAfterALostOne)
+{
+    makeChannels();
+    printedByReceiving(2, 0, countingBytes(4095, 251));
+    cookie_io_functions_t readsThree{};
+    readsThree.write = [](void *, const char *, size_t size) {
+        uint8_t taken[3];
+        EXPECT_EQ(pipe_read_block(&channel[0]->pipe, taken, sizeof taken), sizeof taken);
+        return static_cast<ssize_t>(size);
+    };
+    std::FILE *console = fopencookie(nullptr, "w", readsThree);
+    setvbuf(console, nullptr, _IOLBF, 0);
+    std::swap(stdout, console);
+    IsrReceiveBuffer(2, 0, reinterpret_cast<const uint8_t *>("-abc-d"), 6);
+    std::swap(stdout, console);
+    EXPECT_EQ(contentOf(channel[0]->pipe), countingBytes(4095, 251).substr(6) + "abcd");
+    std::fclose(console);
 }
 
 TEST(Channel, Holds4095BytesAndDropsEachOtherOneWithAMessage)
