@@ -273,7 +273,8 @@ constexpr uint32_t kBytesPerQueueRun = 200000;
 
 std::string takenFrom(std::deque<uint8_t> *queue, uint32_t count)
 {
-    const auto end = queue->begin() + std::min<ptrdiff_t>(count, std::ssize(*queue));
+    const size_t taken = std::min<size_t>(count, queue->size());
+    const auto end = queue->begin() + static_cast<ptrdiff_t>(taken);
     const std::string bytes(queue->begin(), end);
     queue->erase(queue->begin(), end);
     return bytes;
@@ -319,7 +320,9 @@ TEST(Pipe, BehavesLikeAQueueWhateverItsSize)
                 const auto room = static_cast<uint32_t>(size - 1 - queue.size());
                 const uint32_t fits = std::min(burst, room);
                 ASSERT_EQ(ring.writeBlock(block), fits);
-                queue.insert(queue.end(), block.begin(), block.begin() + fits);
+                for (const char byte : block.substr(0, fits)) {
+                    queue.push_back(static_cast<uint8_t>(byte));
+                }
                 break;
             }
             case 4:
