@@ -42,9 +42,9 @@ uint32_t pipe_write_block(struct pipe *pipe, const uint8_t *bytes, uint32_t coun
 // returns 0 and leaves `out` alone.
 [[nodiscard]] uint32_t pipe_read_block(struct pipe *pipe, uint8_t *out, uint32_t size);
 
-// Points `*bytes` to the oldest bytes and returns how many follow each other there: all, or those up
-// to the end of the storage; 0 if the pipe is empty. The bytes stay in the pipe, and valid, until
-// the reader takes them.
+// Points `*bytes` to the oldest bytes and returns how many follow each other there: all, or those
+// up to the end of the storage; 0 if the pipe is empty. The bytes stay in the pipe, and valid,
+// until the reader takes them.
 [[nodiscard]] uint32_t pipe_peek(const struct pipe *pipe, const uint8_t **bytes);
 
 // Takes `count` bytes without copying them.
