@@ -96,19 +96,19 @@ TEST(Power, BecomesStableByADelayedCall)
 // The result is that of the removal, not what the flag was.
 TEST(Power, BecomingUnstableTakesOnlyThePendingCallBack)
 {
-    static bool otherCallCame = false;
-    for (const uint8_t flag : {uint8_t{0}, uint8_t{1}}) {
+    static int otherCalls = 0;
+    for (const int flag : {0, 1}) {
+        SCOPED_TRACE(flag);
         fakeClock.setMs(1000);
         AddDelayCallFunc(powerOnSetStable, 500);
-        AddDelayCallFunc([] { otherCallCame = true; }, 500);
-        powerOnIsStable = flag;
-        EXPECT_EQ(powerOnUnStable(), 1) << int{flag};
-        EXPECT_EQ(powerOnUnStable(), 0) << int{flag};
-        EXPECT_EQ(GetPowerOnIsStable(), 0) << int{flag};
+        AddDelayCallFunc([] { ++otherCalls; }, 500);
+        powerOnIsStable = static_cast<uint8_t>(flag);
+        EXPECT_EQ(powerOnUnStable(), 1);
+        EXPECT_EQ(powerOnUnStable(), 0);
+        EXPECT_EQ(GetPowerOnIsStable(), 0);
         runDelayedCallsAt(9000);
-        EXPECT_EQ(GetPowerOnIsStable(), 0) << int{flag};
-        EXPECT_TRUE(otherCallCame) << int{flag};
-        otherCallCame = false;
+        EXPECT_EQ(GetPowerOnIsStable(), 0);
+        EXPECT_EQ(otherCalls, flag + 1);
     }
 }
 
