@@ -266,17 +266,21 @@ TEST(Control, TheFactoryResetRunsItsStepsInOrderAndReturnsTheLastResult)
     }
 }
 
+const Files kKept = {{"DevInfo.sav", kOwnDeviceInfo},
+                     {"timeCon0.sav", kOwnTimeControl},
+                     {"save1.sav", kOwnSetting},
+                     {"page7_1.sav", "page of mode 1"},
+                     {"view16.sav", "no view"}};
+
 // A board with every kind of settings file, loaded as at start-up and changed since.
 void fillBoard()
 {
+    for (const auto &[name, content] : kKept) {
+        put("/userdata/" + name, content);
+    }
     put("/userdata/UserPref.sav", kOwnUserPref);
-    put("/userdata/DevInfo.sav", kOwnDeviceInfo);
     put("/userdata/workTime.sav", kOwnWorkTime);
-    put("/userdata/timeCon0.sav", kOwnTimeControl);
     put("/userdata/save0.sav", kOwnSetting);
-    put("/userdata/save1.sav", kOwnSetting);
-    put("/userdata/page7_1.sav", "page of mode 1");
-    put("/userdata/view16.sav", "no view");
     for (uint32_t i = 0; i < 16; ++i) {
         put(viewPath(static_cast<int>(i)), asStored(aView(i), i));
         put("/userdata/page" + std::to_string(i) + "_0.sav", aView(i));
@@ -288,20 +292,14 @@ void fillBoard()
     journal.clear();
 }
 
-Files filesAfterReset()
+// The preferences in memory are apart.
+void expectReset()
 {
-    return {{"UserPref.sav", userPrefDefaults(kOwnUserPref)},
-            {"DevInfo.sav", kOwnDeviceInfo},
-            {"workTime.sav", kWorkTimeDefaults},
-            {"timeCon0.sav", kOwnTimeControl},
-            {"save0.sav", kSettingDefaults},
-            {"save1.sav", kOwnSetting},
-            {"page7_1.sav", "page of mode 1"},
-            {"view16.sav", "no view"}};
-}
-
-void expectResetInMemory()
-{
+    Files files = kKept;
+    files["UserPref.sav"] = userPrefDefaults(kOwnUserPref);
+    files["workTime.sav"] = kWorkTimeDefaults;
+    files["save0.sav"] = kSettingDefaults;
+    EXPECT_EQ(filesIn(), files);
     EXPECT_EQ(bytesOf(getDeviceInfo()), kOwnDeviceInfo);
     EXPECT_EQ(bytesOf(getWorkTimeList()), kWorkTimeDefaults);
     EXPECT_EQ(bytesOf(GetTimeControl()), kOwnTimeControl);
@@ -319,11 +317,9 @@ TEST(Control, TheFactoryResetLeavesDefaultsDeviceInformationAndPagesOfOtherModes
     fillBoard();
     EXPECT_EQ(isFactoryReset(), 0xA5);
     EXPECT_EQ(outcomeOf(ResetFactory), Outcome(1, "save save0.sav\n"));
-    EXPECT_EQ(filesIn(), filesAfterReset());
-    expectResetInMemory();
+    expectReset();
     EXPECT_EQ(bytesOf(getUserPref()), userPrefDefaults(kOwnUserPref));
-    // As the setting's own reset leaves it.
-    EXPECT_EQ(isFactoryReset(), 0);
+    EXPECT_EQ(isFactoryReset(), 0); // as the setting's own reset leaves it
     EXPECT_EQ(contentOf("/userdata/save0.sav")[3713], '\0');
 }
 
@@ -354,8 +350,7 @@ TEST(Control, TheResetThatSavesTheIpRestoresBytes8To35InMemoryOnly)
     EXPECT_EQ(printedBy(ResetFactorySaveIP), "save save0.sav\n");
     const Bytes kept = kOwnUserPref.substr(8, 28);
     EXPECT_EQ(bytesOf(getUserPref()), with(userPrefDefaults(kOwnUserPref), 8, kept));
-    EXPECT_EQ(filesIn(), filesAfterReset());
-    expectResetInMemory();
+    expectReset();
     printedBy(saveUserPref);
     EXPECT_EQ(contentOf("/userdata/UserPref.sav").substr(8, 28), kept);
     // The reset leaves the MAC address, so only other bytes in its place show that it is restored.

@@ -42,9 +42,7 @@ std::string withoutLineNumbers(const std::string &text)
 const NetworkRecord kRecord{
     {10, 1, 2, 3}, {255, 255, 254, 0}, {10, 1, 3, 254}, {0x02, 0x76, 0x65, 0x73, 0x6B, 0x0F}};
 
-const std::string kRecordScript = "#!/bin/sh\n"
-                                  "/etc/init.d/S41dhcpcd stop\n"
-                                  "sleep 1\n"
+const std::string kRecordScript = "#!/bin/sh\n/etc/init.d/S41dhcpcd stop\nsleep 1\n"
                                   "ifconfig eth0 10.1.2.3 netmask 255.255.254.0\n"
                                   "ip route add default via 10.1.3.254 dev eth0\n";
 
@@ -213,10 +211,8 @@ TEST(NetworkRecord, ReadsTheFirstRouteThatIpPrintsIfItIsOne)
 
 TEST(NetworkRecord, NoiseInTheRouteStaysInTheBuffer)
 {
-    toolPrints("ip", "default via " + std::string(5000, '7') + "\n");
-    EXPECT_EQ(local(get_route, "", 4).bytes.substr(8), "eeeeeeee");
     for (unsigned seed = 0; seed < 20; ++seed) {
-        toolPrints("ip", "default via " + noise(seed, 5000));
+        toolPrints("ip", "default via " + (seed == 0 ? std::string(5000, '7') : noise(seed, 5000)));
         EXPECT_EQ(local(get_route, "", 4).bytes.substr(8), "eeeeeeee") << seed;
     }
 }
@@ -429,10 +425,9 @@ TEST(NetworkRecord, RunsTheScript)
     world.runsSystem = true;
     printedByConfiguring();
     EXPECT_EQ(fs::status(kScript).permissions(), fs::perms{0755});
-    EXPECT_EQ(contentOf("/opt/scratch/log"), "S41dhcpcd stop\n"
-                                             "sleep 1\n"
-                                             "ifconfig eth0 10.1.2.3 netmask 255.255.254.0\n"
-                                             "ip route add default via 10.1.3.254 dev eth0\n");
+    EXPECT_EQ(contentOf("/opt/scratch/log"),
+              "S41dhcpcd stop\nsleep 1\nifconfig eth0 10.1.2.3 netmask 255.255.254.0\n"
+              "ip route add default via 10.1.3.254 dev eth0\n");
 }
 
 TEST(NetworkRecord, FiveThousandRecordsLeaveNoDescriptorAndAsManyRequestsAtMostOne)

@@ -99,7 +99,7 @@ public:
         return {bytes, bytes + count};
     }
     // Reads until the pipe says that it is empty, or so many bytes.
-    std::string drain(size_t most = SIZE_MAX)
+    std::string drain(size_t most = 100000)
     {
         std::string text;
         for (uint8_t byte; text.size() < most && pipe_read(&pipe, &byte) != 0;) {

@@ -31,11 +31,10 @@ TEST(MervoProtocol, InitStoresThreePointersAndZeroesFiveFieldsAndDoesNothingElse
     expected.receivePipe = &open.pipe;
     expected.onAnswer = noteAnswer;
     expected.send = sendToFarEnd;
-    expected.answered = 0;
-    expected.count = 0;
-    expected.state = 0;
-    expected.sequence = 0;
-    expected.acknowledged = 0;
+    for (uint8_t *const field : {&expected.answered, &expected.count, &expected.state,
+                                 &expected.sequence, &expected.acknowledged}) {
+        *field = 0;
+    }
     Init_MervoProtocol(&open.link, &open.pipe, noteAnswer, sendToFarEnd);
     EXPECT_TRUE(isLink(open.link, expected));
     expected.receivePipe = nullptr;
@@ -145,20 +144,15 @@ TEST(MervoProtocol, SendingWithoutWaitReturnsOneHoweverManyAreUnanswered)
 
 // The window -------------------------------------------------------------------------------------
 
-TEST(MervoProtocol, ElevenUnansweredAreAllowedAndThirtyAreNot)
-{
-    OpenLink open;
-    open.stand(5, 250);
-    EXPECT_EQ(canSendCmd_mervo(&open.link, 1), 1);
-    open.stand(24, 250);
-    EXPECT_EQ(canSendCmd_mervo(&open.link, 1), 0);
-}
-
 // Counted by walking from one number to the other, not by subtraction. The address and whether the
 // device answers do not count.
 TEST(MervoProtocol, RoomIsForUpTo29UnansweredCommandsWhateverTheNumbers)
 {
     OpenLink open;
+    open.stand(5, 250); // eleven unanswered
+    EXPECT_EQ(canSendCmd_mervo(&open.link, 1), 1);
+    open.stand(24, 250); // thirty
+    EXPECT_EQ(canSendCmd_mervo(&open.link, 1), 0);
     for (int acknowledged = 0; acknowledged < 256; ++acknowledged) {
         int sequence = acknowledged;
         for (uint32_t unanswered = 0; unanswered < 256; ++unanswered) {
