@@ -8,7 +8,6 @@
 #include <functional>
 #include <map>
 #include <numeric>
-#include <optional>
 #include <string>
 #include <type_traits>
 #include <vector>

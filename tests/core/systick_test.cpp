@@ -4,7 +4,6 @@
 #include "core/systick.h"
 
 #include <cstdint>
-#include <limits>
 #include <vector>
 
 #include <sys/time.h>
@@ -72,8 +71,6 @@ int32_t timedOut(uint32_t start, uint32_t now, uint32_t timeout)
 // 4294967 s and 296 ms; 2^31 s are 500 * 2^32 ms, so that their tick is 0 again.
 TEST(Systick, TickIsTheLow32BitsOfTheWallClockInMilliseconds)
 {
-    constexpr int64_t kMost = std::numeric_limits<int64_t>::max();
-    constexpr int64_t kLeast = std::numeric_limits<int64_t>::min();
     // clang-format off
     const struct {
         int64_t seconds;
@@ -99,8 +96,8 @@ TEST(Systick, TickIsTheLow32BitsOfTheWallClockInMilliseconds)
         {          0,   -999,          0, "negative microseconds are cut towards zero"},
         {          0,  -1000, 0xFFFFFFFF, "-1"},
         {-2147483649,      0, 0xFFFFFC18, "before 32-bit time (1901)"},
-        {      kMost,      0, 0xFFFFFC18, "2^63 - 1 s: no overflow, -1000 is left"},
-        {     kLeast,      0,          0, "-2^63 s: no overflow, nothing is left"},
+        {  INT64_MAX,      0, 0xFFFFFC18, "2^63 - 1 s: no overflow, -1000 is left"},
+        {  INT64_MIN,      0,          0, "-2^63 s: no overflow, nothing is left"},
     };
     // clang-format on
     for (const auto &row : rows) {

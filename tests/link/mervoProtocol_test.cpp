@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <limits>
 #include <string>
 #include <vector>
 
@@ -116,10 +115,8 @@ TEST(MervoProtocol, SendingCountsOnFirstAndReturnsTheResultOfSendWhateverItIs)
     open.stand(9, 3);
     open.parse(answerFrame(4, 0x01020304) + "<F1234567");
     MervoLink expected = open.link;
-    constexpr int32_t kLeast = std::numeric_limits<int32_t>::min();
-    constexpr int32_t kMost = std::numeric_limits<int32_t>::max();
     const uint8_t bytes[] = {1, 2, 3};
-    for (const int32_t result : {19, 0, 1, -1, -5, 18, kLeast, kMost}) {
+    for (const int32_t result : {19, 0, 1, -1, -5, 18, INT32_MIN, INT32_MAX}) {
         ++expected.sequence; // and no other field changes
         farEnd.onSend = [&] {
             EXPECT_TRUE(isLink(open.link, expected)) << result;
@@ -174,7 +171,7 @@ TEST(MervoProtocol, RawBytesAreSentUnchangedFromWhereTheyStandWhateverTheLength)
     OpenLink open;
     const std::string bytes = countingBytes(256);
     const auto *const from = reinterpret_cast<const uint8_t *>(bytes.data());
-    for (const int32_t length : {256, 1, 0, -1, std::numeric_limits<int32_t>::min()}) {
+    for (const int32_t length : {256, 1, 0, -1, INT32_MIN}) {
         EXPECT_EQ(SendBuffer_MervoProtocol(&open.link, from, length), length);
         EXPECT_EQ(farEnd.sent.back().from, from) << length;
         EXPECT_EQ(farEnd.sent.back().length, length);
