@@ -186,8 +186,6 @@ const Journal kReadingWithDhcp = {"popen ifconfig", "popen ip route show",
 const Journal kRestoring = {"popen cp /etc/dhcpcd.conf.dhcp /etc/dhcpcd.conf"};
 const Journal kWriting = {"fopen /etc/dhcpcd.conf w"};
 
-} // namespace
-
 // Reading the system ------------------------------------------------------------------------------
 
 TEST(Ip, StartsWithoutAnAddressAndWithDhcp)
@@ -715,8 +713,6 @@ TEST(Ip, AFailedReadingHandsOnTheState)
     }
 }
 
-namespace {
-
 constexpr uint8_t kNewAddress[] = {10, 1, 2, 3};
 constexpr uint8_t kNewMask[] = {255, 255, 0, 0};
 constexpr uint8_t kNewGateway[] = {10, 1, 0, 1};
@@ -757,8 +753,6 @@ protected:
         fakeClock.setMs(5000);
     }
 };
-
-} // namespace
 
 TEST_F(IpSetter, StoresTheAddressInThePreferencesOnly)
 {
@@ -896,3 +890,5 @@ TEST(Ip, TellsWhetherAFirmwareUpdateRuns)
     world.updating = 1;
     EXPECT_EQ(isInUpdate(), 1);
 }
+
+} // namespace

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <regex>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <sys/ioctl.h>
@@ -60,31 +61,18 @@ int32_t get_route(const char *, uint8_t *out, uint32_t size)
     return get_local_route(out, size);
 }
 
-struct Local {
-    int32_t result;
-    std::string bytes; // hexadecimal, 0xEE where nothing was written
-    std::string printed;
-
-    bool operator==(const Local &) const = default;
-    friend std::ostream &operator<<(std::ostream &out, const Local &local)
-    {
-        return out << local.result << ' ' << local.bytes << " \"" << local.printed << '"';
-    }
-};
+// Result; bytes in hexadecimal, 0xEE where nothing was written; what is printed.
+using Local = std::tuple<int64_t, std::string, std::string>;
 
 Local local(LocalGetter get, const std::string &name, uint32_t size)
 {
-    Local answer{};
     uint8_t out[8];
     std::memset(out, 0xEE, sizeof out);
-    answer.printed = printedBy([&] { answer.result = get(name.c_str(), out, size); });
-    answer.bytes = hex(out, sizeof out);
-    return answer;
+    const auto &[result, printed] = outcomeOf(get, name.c_str(), out, size);
+    return {result, hex(out, sizeof out), printed};
 }
 
 constexpr char kUntouched[] = "eeeeeeeeeeeeeeee";
-
-} // namespace
 
 TEST(NetworkRecord, AsksTheKernelAboutAnInterface)
 {
@@ -147,7 +135,7 @@ TEST(NetworkRecord, CopiesAtMost15BytesOfAName)
     for (const LocalGetter get : {get_local_ip, get_local_netmask, get_local_mac}) {
         for (const std::string &name : {std::string("abcdefghijklmno"),
                                         std::string("abcdefghijklmnop"), std::string(300, 'n')}) {
-            EXPECT_EQ(local(get, name, 8).result, -1) << name;
+            EXPECT_EQ(std::get<0>(local(get, name, 8)), -1) << name;
             EXPECT_TRUE(journal.back().ends_with(" " + name.substr(0, 15))) << journal.back();
         }
     }
@@ -160,10 +148,10 @@ TEST(NetworkRecord, RefusesToWriteMoreThanTheBufferHoldsAndClosesItsDescriptors)
          {get_local_ip, get_local_netmask, LocalGetter{get_route}, get_local_mac}) {
         const uint32_t length = get == get_local_mac ? 6 : 4;
         for (uint32_t size = 0; size <= 8; ++size) {
-            const Local answer = local(get, "eth0", size);
-            EXPECT_EQ(answer.result, size < length ? -1 : 0) << size;
+            const auto &[result, bytes, printed] = local(get, "eth0", size);
+            EXPECT_EQ(result, size < length ? -1 : 0) << size;
             const size_t untouched = 2 * std::min(size, length);
-            EXPECT_EQ(answer.bytes.substr(untouched), kUntouched + untouched) << size;
+            EXPECT_EQ(bytes.substr(untouched), kUntouched + untouched) << size;
         }
         local(get, "eth9", 8);
     }
@@ -213,13 +201,11 @@ TEST(NetworkRecord, NoiseInTheRouteStaysInTheBuffer)
 {
     for (unsigned seed = 0; seed < 20; ++seed) {
         toolPrints("ip", "default via " + (seed == 0 ? std::string(5000, '7') : noise(seed, 5000)));
-        EXPECT_EQ(local(get_route, "", 4).bytes.substr(8), "eeeeeeee") << seed;
+        EXPECT_EQ(std::get<1>(local(get_route, "", 4)).substr(8), "eeeeeeee") << seed;
     }
 }
 
 // Vendor storage ----------------------------------------------------------------------------------
-
-namespace {
 
 Outcome readItem(uint16_t id)
 {
@@ -230,8 +216,6 @@ Outcome writeItem(uint16_t id, const uint8_t *data, uint16_t length)
 {
     return outcomeOf(vendor_storage_write, id, data, length);
 }
-
-} // namespace
 
 TEST(NetworkRecord, ReadsAVendorItem)
 {
@@ -349,8 +333,6 @@ TEST(NetworkRecord, WritesTheScriptsText)
     Command_Config_Network_String(nullptr, nullptr);
 }
 
-namespace {
-
 const std::string kConfigures = "[Command_Config_Network:N] Will Config eth0\n"
                                 "[Command_Config_Network:N] ip:10.1.2.3 netmask:255.255.254.0\n"
                                 "[Command_Config_Network:N] route:10.1.3.254 "
@@ -364,8 +346,6 @@ std::string printedByConfiguring()
     };
     return withoutLineNumbers(printedBy([] { Command_Config_Network(&kRecord); }));
 }
-
-} // namespace
 
 TEST(NetworkRecord, ConfiguresInOrder)
 {
@@ -511,3 +491,5 @@ TEST(NetworkRecord, ComparesBytes)
     EXPECT_EQ(cmpBuf(a + 3, b + 3, 1), 250); // bytes have no sign
     EXPECT_EQ(cmpBuf(b + 3, a + 3, 1), -250);
 }
+
+} // namespace

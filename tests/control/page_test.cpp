@@ -82,17 +82,17 @@ Bytes pageOf(uint32_t set)
 
 Outcome saveTo(uint8_t page)
 {
-    return outcomeOf([page] { return SaveToPage(page); });
+    return outcomeOf(SaveToPage, page);
 }
 
 Outcome loadFrom(uint8_t page)
 {
-    return outcomeOf([page] { return LoadFromPage(page); });
+    return outcomeOf(LoadFromPage, page);
 }
 
 Outcome has(uint32_t page)
 {
-    return outcomeOf([page] { return HasSavePage(page); });
+    return outcomeOf(HasSavePage, page);
 }
 
 // The first `count` views of set `set`, and the others of set 2.
@@ -153,12 +153,11 @@ TEST(Page, AnEmptyViewIsWrittenEmptyAndTheCurrentOneAsWhatIsShown)
     Bytes expected;
     Bytes buffer = kBuffer;
     for (int slot = 0; slot < 16; ++slot) {
-        if (slot == 0 || slot == 8) {
-            buffer = viewOf(1, static_cast<uint32_t>(slot));
-        } else {
-            messages += missingView(slot);
-            buffer = slot == kCurrent ? kLive : emptyOver(buffer);
-        }
+        const bool isStored = slot == 0 || slot == 8;
+        messages += isStored ? "" : missingView(slot);
+        buffer = isStored           ? viewOf(1, static_cast<uint32_t>(slot))
+                 : slot == kCurrent ? kLive
+                                    : emptyOver(buffer);
         expected += buffer;
     }
     EXPECT_EQ(saveTo(kPage), Outcome(1, messages));

@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <functional>
 #include <map>
-#include <numeric>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -344,10 +343,9 @@ void storeOnly(int visible)
 // these are all 16.
 std::vector<int32_t> orderAfter(int view)
 {
-    std::vector<int32_t> order(view < 16 ? 15 : 16);
-    std::iota(order.begin(), order.end(), view < 16 ? view + 1 : 0);
-    for (int32_t &slot : order) {
-        slot %= 16;
+    std::vector<int32_t> order;
+    for (int i = view < 16 ? 1 : 0; i < 16; ++i) {
+        order.push_back(view < 16 ? (view + i) % 16 : i);
     }
     return order;
 }
@@ -367,9 +365,8 @@ TEST(Scene, TheOnlyViewThatIsNotEmptyIsTheNextOfAllOthersAndNotItsOwn)
     for (int visible = 0; visible < 16; ++visible) {
         storeOnly(visible);
         for (int view = 0; view < 256; view += view < 17 ? 1 : 14) {
-            EXPECT_EQ(getNextNoEmptyScene(static_cast<uint8_t>(view)),
-                      view == visible ? 0 : visible)
-                << view;
+            const int next = view == visible ? 0 : visible;
+            EXPECT_EQ(getNextNoEmptyScene(static_cast<uint8_t>(view)), next) << view;
         }
     }
 }

@@ -3,6 +3,7 @@
 // exception out of the sleep leaves its loop.
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
@@ -214,12 +215,12 @@ TEST(Main, KeepsTheArgumentVectorBeforeAnythingElse)
 // The line leaves at once, even into a pipe.
 TEST(Main, SaysEnterMainOnceBetweenStartUpAndTheFirstTaskEvenIfStepsFailed)
 {
-    const Calls pass = {"TaskCommand",     "delayCall_task", "udp2uart_task",
-                        "isUpdateProgram", "TaskControl",    "SysDelay1ms 1"};
     Calls expected = kStartUp;
     expected.emplace_back("enter main\n");
-    expected.insert(expected.end(), pass.begin(), pass.end());
-    expected.insert(expected.end(), pass.begin(), pass.end());
+    for (int pass = 0; pass < 2; ++pass) {
+        expected.insert(expected.end(), {"TaskCommand", "delayCall_task", "udp2uart_task",
+                                         "isUpdateProgram", "TaskControl", "SysDelay1ms 1"});
+    }
     for (const auto &[others, last] : kResults) {
         startUpResult = others;
         loadResult = last;
@@ -288,21 +289,13 @@ TEST(Main, KeepsCyclingWithoutInputAndTheIdleCountRestartsEvery1000Milliseconds)
 
 // Idle accounting --------------------------------------------------------------------------------
 
-struct Idle {
-    uint32_t state, start, count;
-    bool operator==(const Idle &) const = default;
-};
-
-std::ostream &operator<<(std::ostream &out, const Idle &idle)
-{
-    return out << "state " << idle.state << " start " << idle.start << " count " << idle.count;
-}
+using Idle = std::array<uint32_t, 3>; // state, start, count
 
 Idle idleAfter(const Idle &before, uint32_t now)
 {
-    idleState = static_cast<uint8_t>(before.state);
-    idleStartTiming = before.start;
-    idleCount = before.count;
+    idleState = static_cast<uint8_t>(before[0]);
+    idleStartTiming = before[1];
+    idleCount = before[2];
     fakeClock.setMs(now);
     IdleTask();
     return {idleState, idleStartTiming, idleCount};

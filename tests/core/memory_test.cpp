@@ -184,6 +184,8 @@ TEST(Memory, SizesAreRoundedUpToFourBytesOrToPages)
 
 TEST(Memory, PiecesAreTakenAsTheRowsSay)
 {
+    const Extents two = {{0x1000, 8}, {0x2000, 8}};
+    const Extents most = {{4, 0xFFFFFFF8}};
     // clang-format off
     const struct {
         const char *name;
@@ -196,28 +198,20 @@ TEST(Memory, PiecesAreTakenAsTheRowsSay)
         {"from the lowest that is large enough, not from the best fit",
          {{0x1000, 8}, {0x2000, 16}, {0x3000, 16}, {0x4000, 12}}, memman_alloc, 12,
          0x2000, {{0x1000, 8}, {0x200C, 4}, {0x3000, 16}, {0x4000, 12}}},
-        {"the whole free size: the entry is gone", {{kBase, kRegion}}, memman_alloc, kRegion,
-         kBase, {}},
+        {"all there is: no entry is left", {{kBase, kRegion}}, memman_alloc, kRegion, kBase, {}},
         {"the next one fails", {}, memman_alloc, 1, 0, {}},
         {"all of an entry: the later ones move down",
          {{0x1000, 4}, {0x2000, 8}, {0x3000, 16}, {0x4000, 4}}, memman_alloc, 8,
          0x2000, {{0x1000, 4}, {0x3000, 16}, {0x4000, 4}}},
-        {"no single entry is large enough", {{0x1000, 8}, {0x2000, 8}}, memman_alloc, 12,
-         0, {{0x1000, 8}, {0x2000, 8}}},
-        {"nothing yields the lowest entry and takes nothing", {{0x1000, 8}, {0x2000, 8}},
-         memman_alloc, 0, 0x1000, {{0x1000, 8}, {0x2000, 8}}},
-        {"and removes an empty one", {{0x1000, 0}, {0x2000, 4}}, memman_alloc, 0,
-         0x1000, {{0x2000, 4}}},
-        {"the largest size that can be rounded", {{4, 0xFFFFFFF8}}, memman_alloc, 0xFFFFFFF5, 4, {}},
-        {"and in pages", {{4, 0xFFFFFFF8}}, memman_alloc_4k, 0xFFFFEFFF, 4, {{0xFFFFF004, 0xFF8}}},
-        {"larger than all there is", {{4, 0xFFFFFFF8}}, memman_alloc, 0xFFFFFFF9,
-         0, {{4, 0xFFFFFFF8}}},
-        {"one that cannot be rounded", {{4, 0xFFFFFFF8}}, memman_alloc, 0xFFFFFFFD,
-         0, {{4, 0xFFFFFFF8}}},
-        {"one that pages cannot hold", {{4, 0xFFFFFFF8}}, memman_alloc_4k, 0xFFFFF001,
-         0, {{4, 0xFFFFFFF8}}},
-        {"the largest in pages", {{4, 0xFFFFFFF8}}, memman_alloc_4k, 0xFFFFFFFF,
-         0, {{4, 0xFFFFFFF8}}},
+        {"no single entry is large enough", two, memman_alloc, 12, 0, two},
+        {"nothing yields the lowest entry and takes nothing", two, memman_alloc, 0, 0x1000, two},
+        {"and takes an empty one", {{0x1000, 0}, {0x2000, 4}}, memman_alloc, 0, 0x1000, {{0x2000, 4}}},
+        {"the largest size that can be rounded", most, memman_alloc, 0xFFFFFFF5, 4, {}},
+        {"and in pages", most, memman_alloc_4k, 0xFFFFEFFF, 4, {{0xFFFFF004, 0xFF8}}},
+        {"larger than all there is", most, memman_alloc, 0xFFFFFFF9, 0, most},
+        {"one that cannot be rounded", most, memman_alloc, 0xFFFFFFFD, 0, most},
+        {"one that pages cannot hold", most, memman_alloc_4k, 0xFFFFF001, 0, most},
+        {"the largest in pages", most, memman_alloc_4k, 0xFFFFFFFF, 0, most},
     };
     // clang-format on
     for (const auto &row : rows) {

@@ -325,9 +325,9 @@ TEST_F(VideoFormatTable, TheSizesAreThoseOfTheDocumentAndNoFormatHasSize12)
         }
     }
     std::map<uint32_t, std::string> sizes;
-    for (uint32_t i = 0; i < std::size(tModeResolution); ++i) {
-        const ModeResolution &active = tModeResolution[i];
-        sizes[i] = std::to_string(active.width) + "×" + std::to_string(active.height);
+    for (const ModeResolution &active : tModeResolution) {
+        const auto index = static_cast<uint32_t>(sizes.size());
+        sizes[index] = std::to_string(active.width) + "×" + std::to_string(active.height);
     }
     EXPECT_EQ(sizes, documented) << FORMATS_DOCUMENT;
     EXPECT_EQ(sizes.size(), 42u);
@@ -355,14 +355,9 @@ TEST_F(VideoFormatTable, EveryOperationAnswersAsTheDocumentSays)
 
 std::string nameOf(uint32_t id)
 {
-    const std::map<uint32_t, std::string> others = {{124, "C:70196x153208@196679"}, // kResolution
-                                                    {125, "INPUT FORMAT"},
-                                                    {126, "UNDEFINE"},
-                                                    {127, "NO INPUT"}};
-    if (id < 124) {
-        return exchanged[id].name;
-    }
-    return others.contains(id) ? others.at(id) : "UNKNOWN";
+    const std::string others[] = {"C:70196x153208@196679", // kResolution
+                                  "INPUT FORMAT", "UNDEFINE", "NO INPUT"};
+    return id < 124 ? exchanged[id].name : id < 128 ? others[id - 124] : "UNKNOWN";
 }
 
 TEST_F(VideoFormatTable, EveryIdHasItsNameAndTheDocumentHasIt)
