@@ -197,7 +197,7 @@ const Bytes kWorkTimeDefaults = Bytes(20, '\0') + "\x21\x03\x15\x20";
 
 // Bytes 0xA5, in which a reset leaves traces of all that it sets. The record is good.
 const Bytes kOwnSetting =
-    with(with(Bytes(11832, '\xA5'), 0, "\x5C\x36\x21\x20"), 11828, Bytes("\x56\x34\x12\0", 4));
+    Image(Bytes(kUserSettingSize, '\xA5')).u32(0, {0x2021365C}).u32(11828, {0x00123456}).bytes;
 
 // What a reset makes of it.
 const Bytes kSettingDefaults = contentOf(FIRST_START "/save0-over-a5.sav");
@@ -243,10 +243,10 @@ TEST(Control, TheReloadTakesWhatTheFilesHoldAndWritesNothing)
     EXPECT_EQ(bytesOf(getUserPref()), kOwnUserPref);
     EXPECT_EQ(bytesOf(GetUserSetting()).substr(0, 7808), kOwnSetting.substr(0, 7808));
     EXPECT_EQ(GetCurrentView(), 0xA5);
-    Files foreign;
-    for (const auto &[name, content] : files) {
-        foreign[name] = "foreign";
-        put("/userdata/" + name, "foreign");
+    Files foreign = files;
+    for (auto &[name, content] : foreign) {
+        content = "foreign";
+        put("/userdata/" + name, content);
     }
     printedBy(LoadEEPROM);
     EXPECT_EQ(filesIn(), foreign);

@@ -164,11 +164,12 @@ TEST(Page, AnEmptyViewIsWrittenEmptyAndTheCurrentOneAsWhatIsShown)
     EXPECT_EQ(contentOf(kPath), expected);
     EXPECT_EQ(filesIn().size(), 4u); // nothing is stored instead
     storeSet(1);
-    put(viewPath(kCurrent), emptied(viewOf(1, kCurrent)));
-    put(viewPath(6), emptied(viewOf(1, 6)));
+    const Bytes empty = emptied(viewOf(1, 6));
+    put(viewPath(kCurrent), empty);
+    put(viewPath(6), empty);
     EXPECT_EQ(saveTo(kPage), Outcome(1, kSaved));
-    EXPECT_EQ(contentOf(kPath), with(with(pageOf(1), kCurrent * kViewSize, kLive), 6 * kViewSize,
-                                     emptied(viewOf(1, 6))));
+    expected = with(pageOf(1), kCurrent * kViewSize, kLive + empty); // 5 and 6
+    EXPECT_EQ(contentOf(kPath), expected);
 }
 
 // The user setting is saved first. A failure closes the page, and has no message of its own.
@@ -183,8 +184,7 @@ TEST(Page, SavingLoadsAndWritesViewAfterViewUntilAWriteFails)
     };
     const struct {
         const char *name;
-        int failing;  // number of the write that fails
-        int shortOne; // and of the one that takes one byte less
+        int failing, shortOne; // number of the write that fails, and that takes one byte less
         Outcome outcome;
         Bytes page;
     } rows[] = {

@@ -64,10 +64,9 @@ TEST(FormatClass, EveryClassAnswersForTheLow8BitsOfEveryIdAndChangesNothing)
             const uint32_t high = external % 5 * 0x01004900; // 0 with every size class
             for (const Class &one : kClasses) {
                 for (uint32_t id = external % 16 == 0 ? 0 : 124; id < 256; ++id) {
-                    if (one.ask(high | id) != expected(one, id, external, sizeClass)) {
-                        ADD_FAILURE() << one.name << ' ' << (high | id) << ", external " << external
-                                      << ", size class " << sizeClass;
-                    }
+                    EXPECT_EQ(one.ask(high | id), expected(one, id, external, sizeClass))
+                        << one.name << ' ' << (high | id) << ", external " << external
+                        << ", size class " << sizeClass;
                 }
             }
             EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), before));
@@ -80,12 +79,10 @@ TEST(FormatClass, TheExternalInputStandsForItsFormatAndForUndefinedIfThatIsItsel
     malloc_saveView();
     for (uint32_t external = 0; external < 256; ++external) {
         setExtern(external);
+        const uint32_t stands = external != 125 ? external : 126;
         for (const uint32_t high : {0u, 0x100u, 0xFFFFFF00u}) {
             for (uint32_t id = 0; id < 256; ++id) {
-                const uint32_t stands = external != 125 ? external : 126;
-                if (followExternInput(high | id) != (id == 125 ? stands : id)) {
-                    ADD_FAILURE() << id << ", external " << external;
-                }
+                EXPECT_EQ(followExternInput(high | id), id == 125 ? stands : id) << external;
             }
         }
     }
