@@ -13,6 +13,7 @@
 #include <iterator>
 #include <map>
 #include <random>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -447,13 +448,13 @@ TEST(Memory, MymemMallocAndFreeAreTheHeapsAndReturnItsNull)
 
 TEST(Memory, MymemInitAndPrintInfoDoAndPrintNothing)
 {
-    EXPECT_EQ(printedBy([] {
-                  heap.isArmed = true;
-                  mymem_init();
-                  mymem_print_info();
-                  heap.isArmed = false;
-              }),
-              "");
+    const std::string printed = printedBy([] {
+        heap.isArmed = true;
+        mymem_init();
+        mymem_print_info();
+        heap.isArmed = false;
+    });
+    EXPECT_EQ(printed, "");
     EXPECT_EQ(heap.calls, 0);
     EXPECT_EQ(memman, nullptr);
 }
