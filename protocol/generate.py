@@ -298,26 +298,36 @@ def milliseconds(text):
     return float(found[1]) * (1000 if found[2] == "s" else 1) if found else None
 
 
+def table_under(document, heading):
+    """The cells of the rows of the first table under a heading."""
+    chapter = document.split(f"\n## {heading}\n")[1].split("\n## ")[0]
+    lines = [line for line in chapter.splitlines() if line.startswith("| ")]
+    return [re.split(r" *\| *", line)[1:-1] for line in lines[1:]]
+
+
 def check_times(table, document):
-    """The table of time-outs is written by hand; its last column is held against `time`, the longest of each code."""
-    chapter = document.split("\n## Time-outs\n")[1].split("\n## ")[0]
-    rows = [re.split(r" *\| *", line)[1:-1] for line in chapter.splitlines() if line.startswith("| ")][1:]
+    """The document's tables of time-outs and waits are written by hand, and held against ours."""
+    rows = table_under(document, "Time-outs")
     default = milliseconds(rows[0][3])
+    waits = {row[0]: milliseconds(row[2]) for row in table_under(document, "Payloads")}
     for command in table["commands"]:
         code = code_of(command)
+        # "89, as long as ..." is about 89, "F0 20" and "F0, any other ..." are about F0, of which the longest counts.
         limits = [
             milliseconds(row[3])
             for row in rows[1:]
             for words in row[0].split(", ")
-            if words.split(" as ")[0] == code or ("dat1" not in command and words[:2] == code)
+            if words == code or ("dat1" not in command and words[:2] == code)
         ]
         said = max([limit for limit in limits if limit] or [default])
         expected = command.get("time", table["default_time"])["timeout"]
         if said != expected:
             refuse(code, f"the time-out is {expected} ms, docs/protocol.md (Time-outs) says {said:.0f} ms")
+        if "payload" in command and waits.get(code) != table["payloads"][command["payload"]]["wait"]:
+            refuse(code, f"docs/protocol.md (Payloads) says that the device waits {waits.get(code)} ms")
 
 
-def document(table, check):
+def write_document(table, check):
     with open(DOCUMENT, encoding="utf-8") as file:
         old = file.read()
     new = document_from(table, old)
@@ -415,7 +425,7 @@ def completion(table):
 def main(arguments):
     kinds = {"veskctl": veskctl_table, "rows": test_rows, "completion": completion}
     if arguments[:1] == ["docs"] and arguments[1:] in ([], ["--check"]):
-        document(load(), arguments[1:] == ["--check"])
+        write_document(load(), arguments[1:] == ["--check"])
     elif len(arguments) in (1, 2) and arguments[0] in kinds:
         text = kinds[arguments[0]](load())
         if len(arguments) == 1:

@@ -147,16 +147,6 @@ std::string frameFromWords(std::string_view text)
     return frameFromDigits(record);
 }
 
-const CommandRow *rowOf(const Rs232Command &record)
-{
-    for (const CommandRow &row : kTable) {
-        if (row.command == record.command && (row.dat1 == kAnyDat1 || row.dat1 == record.dat1)) {
-            return &row;
-        }
-    }
-    return nullptr;
-}
-
 // A refusal does not carry dat1. The name can be told only if the code has a single row.
 std::string nameOfRefused(uint8_t command)
 {
@@ -264,6 +254,16 @@ std::string describe(std::string_view frame, bool isRefused)
 std::span<const CommandRow> commandTable()
 {
     return kTable;
+}
+
+const CommandRow *rowOf(const Rs232Command &record)
+{
+    for (const CommandRow &row : kTable) {
+        if (row.command == record.command && (row.dat1 == kAnyDat1 || row.dat1 == record.dat1)) {
+            return &row;
+        }
+    }
+    return nullptr;
 }
 
 std::string commandList()

@@ -67,6 +67,10 @@ struct CommandRow {
 
 std::span<const CommandRow> commandTable();
 
+// The row of a command or of its reply; null if there is none. A refusal does not tell a
+// sub-command.
+const CommandRow *rowOf(const Rs232Command &record);
+
 // The rows as text, one a line: code, dat1, words, parameters, note.
 std::string commandList();
 

@@ -23,9 +23,11 @@ constexpr char kReadNetwork[] = "read data 20";
 constexpr size_t kNetworkRecord = 18;
 constexpr size_t kNetworkBlock = kNetworkRecord + 1;
 
-// The time that the device may take in addition to that for an answer.
-constexpr Milliseconds kDeviceSetsNetwork{10000}; // or waits for the bytes of the record
-constexpr Milliseconds kDeviceWaitsText{1000};    // for the "]" if there is none
+// How long to wait for the answer: the device may wait for bytes of the payload that it misses.
+Milliseconds withPayload(const std::string &frame, Milliseconds timeout)
+{
+    return timeout + Milliseconds{rowOf(recordOf(frame))->payloadWaitMs};
+}
 
 std::string withChecksum(std::string record)
 {
@@ -143,9 +145,9 @@ int runNetworkRead(Line &line, Milliseconds timeout)
 int runNetworkWrite(Line &line, const NetworkSettings &settings, Milliseconds timeout)
 {
     const std::string frame = frameFromText(kWriteNetwork);
-    const auto answer =
-        ask(line, frame, withChecksum(networkRecord(settings)), timeout + kDeviceSetsNetwork);
-    return answer ? printReply(frame, *answer) : noAnswer(timeout + kDeviceSetsNetwork);
+    const Milliseconds limit = withPayload(frame, timeout);
+    const auto answer = ask(line, frame, withChecksum(networkRecord(settings)), limit);
+    return answer ? printReply(frame, *answer) : noAnswer(limit);
 }
 
 int runTextRead(Line &line, const std::string &which, Milliseconds timeout)
@@ -172,8 +174,9 @@ int runTextWrite(Line &line, const std::string &which, const std::string &text,
                  Milliseconds timeout)
 {
     const std::string frame = frameFromText("write text " + which);
-    const auto answer = ask(line, frame, unescape(text), timeout + kDeviceWaitsText);
-    return answer ? printReply(frame, *answer) : noAnswer(timeout + kDeviceWaitsText);
+    const Milliseconds limit = withPayload(frame, timeout);
+    const auto answer = ask(line, frame, unescape(text), limit);
+    return answer ? printReply(frame, *answer) : noAnswer(limit);
 }
 
 int runMonitor(Line &line)
