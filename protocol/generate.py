@@ -323,8 +323,8 @@ def check_times(table, document):
         expected = command.get("time", table["default_time"])["timeout"]
         if said != expected:
             refuse(code, f"the time-out is {expected} ms, docs/protocol.md (Time-outs) says {said:.0f} ms")
-        if "payload" in command and waits.get(code) != table["payloads"][command["payload"]]["wait"]:
-            refuse(code, f"docs/protocol.md (Payloads) says that the device waits {waits.get(code)} ms")
+        if "payload" in command and waits[code] != table["payloads"][command["payload"]]["wait"]:
+            refuse(code, f"docs/protocol.md (Payloads) says that the device waits {waits[code]:.0f} ms")
 
 
 def write_document(table, check):

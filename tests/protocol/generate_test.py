@@ -121,6 +121,10 @@ class Generator(unittest.TestCase):
             entry(table, name)["time"]["timeout"] = time
             with self.subTest(name), self.assertRaisesRegex(generate.Refused, f"the time-out is {time} ms"):
                 generate.check_times(table, document)
+        table = copy.deepcopy(TABLE)
+        table["payloads"]["text"]["wait"] = 500
+        with self.assertRaisesRegex(generate.Refused, "F2: .* waits 1000 ms"):
+            generate.check_times(table, document)
 
 
 class Completion(unittest.TestCase):
