@@ -9,17 +9,13 @@
 // BOARD_FOR_EACH_CASE, it starts each case on a board of its own.
 
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <iterator>
 #include <map>
 #include <sstream>
-#include <string>
 #include <system_error>
 #include <vector>
 

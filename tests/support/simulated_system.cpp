@@ -3,10 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
-#include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <iterator>
 #include <random>
 #include <sstream>
 #include <system_error>

@@ -4,11 +4,6 @@
 #include "tests/system/stored_state.h"
 
 #include <algorithm>
-#include <cstdint>
-#include <cstring>
-#include <filesystem>
-#include <functional>
-#include <iterator>
 #include <random>
 #include <sstream>
 

@@ -2,10 +2,6 @@
 
 #include "tools/exchange.h"
 
-#include <string>
-
-#include <gtest/gtest.h>
-
 #include "tests/tools/far_end.h"
 
 namespace {

@@ -3,13 +3,8 @@
 
 #include "tools/player.h"
 
-#include <fstream>
 #include <optional>
 #include <sstream>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "tests/support/console.h"
 #include "tests/tools/complaint.h"

@@ -4,16 +4,11 @@
 #include "tools/update.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <functional>
-#include <string>
 #include <thread>
 #include <utility>
-#include <vector>
 
 #include <poll.h>
-
-#include <gtest/gtest.h>
 
 #include "tests/support/bytes.h"
 #include "tests/support/console.h"

@@ -5,29 +5,19 @@
 #include "transport/bench_routines.cpp"
 #include "transport/uart.cpp"
 
-#include <cerrno>
 #include <condition_variable>
-#include <cstdint>
-#include <deque>
 #include <iterator>
 #include <limits>
 #include <mutex>
-#include <optional>
-#include <string>
 #include <type_traits>
-#include <utility>
-#include <vector>
 
 #include <pthread.h>
-#include <termios.h>
-#include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include "tests/support/bytes.h"
 #include "tests/support/console.h"
 #include "tests/support/replace.h"
 #include "tests/support/serial_line.h"
+#include "tests/support/terminal.h"
 
 namespace {
 
