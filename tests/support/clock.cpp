@@ -21,10 +21,8 @@ REPLACE(int, gettimeofday, (timeval * now, void *zone))
 }
 
 // Its name on 32-bit processors with 64-bit time.
-REPLACE(int, __gettimeofday64, (timeval * now, void *zone))
-{
-    return __wrap_gettimeofday(now, zone);
-}
+extern "C" int __wrap___gettimeofday64(timeval *now, void *zone)
+    __attribute__((alias("__wrap_gettimeofday")));
 
 REPLACE(int, usleep, (useconds_t microseconds))
 {

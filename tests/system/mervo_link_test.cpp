@@ -182,9 +182,9 @@ private:
     {
         const Turn &now = turns[turn];
         if (now.mode == "held" || now.mode == "bursts") {
-            kept.push_back(frame('F', number, command, data));
+            kept += frame('F', number, command, data);
             if (now.mode == "bursts" &&
-                (kept.size() >= burst || taken == now.count || command == kAsk)) {
+                (kept.size() >= 19 * burst || taken == now.count || command == kAsk)) {
                 release();
                 burst = 1 + below(30);
             }
@@ -207,10 +207,7 @@ private:
         if (kept.empty()) {
             return;
         }
-        std::string text;
-        for (const std::string &one : std::exchange(kept, {})) {
-            text += one;
-        }
+        std::string text = std::exchange(kept, {});
         inParts = !inParts;
         for (uint32_t ms = 0; inParts && !text.empty(); ++ms) {
             const size_t length = std::min<size_t>(text.size(), 1 + below(40));
@@ -278,7 +275,7 @@ private:
 
     std::deque<std::pair<int64_t, std::string>> output; // by the time at which it is due
     int64_t latest = 0;
-    std::vector<std::string> kept; // answers that are held back
+    std::string kept; // answers that are held back
     uint32_t burst = 30;
     bool inParts = true;
     Plan turns;

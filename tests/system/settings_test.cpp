@@ -288,29 +288,23 @@ TEST_F(SystemSettings, OfABadRecordAreTheDefaultsOrItsBeginning)
     const Bytes goodUserPref =
         hex("38 76 24 06 00 00 d0 07 01 00 0a 01 02 03 0a 01 00 01 ff ff 7f 00") +
         Bytes(34, '\x5A');
-    {
-        SCOPED_TRACE("a foreign UserPref.sav, which stays as it is");
-        putAll({{kUserPref, foreignUserPref}});
-        start(Lines{"UserPref ID = 0xdeadbeef\r", "reset userPref\r"} + kDeviceInfoMissing +
-              kOthersMissing);
-        expectLife();
-        expectDefaultNetwork();
-        expectAnswer({0, 0, 0x8E, 5, 0, 0, 0}, {0, 0, 0x8E, 5, 0x5A, 0x5A, 0x5A});
-        EXPECT_EQ(contentOf(pathOf(kUserPref)), foreignUserPref);
-    }
-    {
-        SCOPED_TRACE("an overlong UserPref.sav, which the next save cuts to its length");
-        putAll({{kUserPref, goodUserPref + Bytes(100'000, '\xFF')}});
-        start(Lines{"read file UserPref.sav size error: fileSize=100056, readSize=56\r"} +
-              kDeviceInfoMissing + kOthersMissing);
-        expectLife();
-        expectAnswer({0, 0, 0x85, 0, 0, 0, 0}, {0, 0, 0x85, 255, 255, 127, 0});
-        expectAnswer({0, 0, 0x8D, 0, 0, 0, 0}, {0, 0, 0x8D, 10, 1, 0, 1});
-        expectSerialNumber(0, 0);
-        expectAnswer({0, 0, 0x8E, 2, 1, 0, 0});
-        EXPECT_EQ(contentOf(pathOf(kUserPref)),
-                  goodUserPref.substr(0, 9) + '\1' + goodUserPref.substr(10));
-    }
+    putAll({{kUserPref, foreignUserPref}}); // which stays as it is
+    start(Lines{"UserPref ID = 0xdeadbeef\r", "reset userPref\r"} + kDeviceInfoMissing +
+          kOthersMissing);
+    expectLife();
+    expectDefaultNetwork();
+    expectAnswer({0, 0, 0x8E, 5, 0, 0, 0}, {0, 0, 0x8E, 5, 0x5A, 0x5A, 0x5A});
+    EXPECT_EQ(contentOf(pathOf(kUserPref)), foreignUserPref);
+
+    putAll({{kUserPref, goodUserPref + Bytes(100'000, '\xFF')}}); // which the next save cuts
+    start(Lines{"read file UserPref.sav size error: fileSize=100056, readSize=56\r"} +
+          kDeviceInfoMissing + kOthersMissing);
+    expectAnswer({0, 0, 0x85, 0, 0, 0, 0}, {0, 0, 0x85, 255, 255, 127, 0});
+    expectAnswer({0, 0, 0x8D, 0, 0, 0, 0}, {0, 0, 0x8D, 10, 1, 0, 1});
+    expectSerialNumber(0, 0);
+    expectAnswer({0, 0, 0x8E, 2, 1, 0, 0});
+    EXPECT_EQ(contentOf(pathOf(kUserPref)),
+              goodUserPref.substr(0, 9) + '\1' + goodUserPref.substr(10));
 }
 
 TEST_F(SystemSettings, AreInMemoryOnlyWhereUserdataIsAFile)

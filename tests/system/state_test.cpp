@@ -192,16 +192,6 @@ TEST_F(SystemDamage, OfOneFileCostsItsRecordOnly)
     }
 }
 
-// Zeros stand for what a short file does not bring: the last byte of one identification is one.
-TEST_F(SystemDamage, ByAFileThatEndsAfterItsIdentificationGoesUnnoticed)
-{
-    expect({{kUserPref, content(kUsedUserPref.substr(0, 4)), {}},
-            {kDeviceInfo, content(kUsedDeviceInfo.substr(0, 14)), {}},
-            {kUserSetting, content(kUsedUserSetting.substr(0, 11831)), {}}});
-    expect({{kUserPref, content(kUsedUserPref.substr(0, 55)), {}},
-            {kDeviceInfo, content(kUsedDeviceInfo.substr(0, 19)), {}}});
-}
-
 TEST_F(SystemDamage, ByMoreBytesAfterARecordIsSaidAndLeft)
 {
     const auto longer = [](const char *name, const Bytes &more) {

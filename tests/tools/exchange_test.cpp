@@ -33,7 +33,6 @@ TEST(Exchange, WaitsForSoManyBytesAfterTheReply)
     far.arrive("cd");
     far.arrive("ef");
     EXPECT_TRUE(awaitBytes(far.line, answer, 5, kLong));
-    EXPECT_EQ(answer.rest, "abcde");
     EXPECT_TRUE(awaitBytes(far.line, answer, 5, kShort)); // they are there
     EXPECT_FALSE(awaitBytes(far.line, answer, 6, kShort));
     EXPECT_EQ(answer.rest, "abcde");

@@ -463,12 +463,6 @@ TEST(Serial, CompleteSetUpTakesEveryParityLetterInEitherCase)
     }
 }
 
-TEST(Serial, LowerCaseParityIsForTheCompleteSetUpOnly)
-{
-    expectRefused(115200, 8, 'n', 1, "parity n");
-    EXPECT_EQ(set_Parity(kLine, 8, 'n', 1), 0);
-}
-
 void expectCompleteSetUpRefused(int32_t bits, char parity, int32_t stop, const std::string &message)
 {
     EXPECT_EQ(outcomeOf([=] { return set_Parity(kLine, bits, parity, stop); }),
