@@ -2,13 +2,9 @@
 
 #include "command/board_format.h"
 
-#include <cstdint>
-#include <filesystem>
-
 #include <gtest/gtest.h>
 
 #include "storage/UserSetting.h"
-#include "tests/support/console.h"
 #include "tests/support/setting_bytes.h"
 #include "video/CustomFormat.h"
 

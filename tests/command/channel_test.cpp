@@ -4,15 +4,8 @@
 #include "command/channel.h"
 
 #include <algorithm>
-#include <array>
-#include <cstddef>
-#include <cstdio>
-#include <functional>
 #include <iterator>
-#include <string>
-#include <string_view>
 #include <utility>
-#include <vector>
 
 #include <gtest/gtest.h>
 

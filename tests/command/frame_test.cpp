@@ -3,12 +3,9 @@
 
 #include "command/frame.h"
 
-#include <array>
 #include <cctype>
 #include <cstring>
 #include <memory>
-#include <string>
-#include <string_view>
 
 #include <gtest/gtest.h>
 

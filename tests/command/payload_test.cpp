@@ -3,12 +3,6 @@
 
 #include "command/payload.h"
 
-#include <algorithm>
-#include <cstdint>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include <gtest/gtest.h>
 
 #include "tests/support/arrival.h"

@@ -1,26 +1,16 @@
-// From queued bytes to executed commands: frames whole, split, joined, broken and interleaved, the
-// errors that are answered, and what the control PC gets to see of it all. The modules' sources are
-// part of this file, so that the assembler's state and the order of the accesses are in sight.
+// From queued bytes to executed commands, their answers, and what the control PC gets to see of it
+// all. The modules' sources are part of this file, so that the assembler's state and the order of
+// the accesses are in sight.
 //
 // The cases on the mirror guard against one fault above all: taking back bytes of a frame that the
 // PC has got already, or that never found room, hands the PC old bytes again.
 
 #include <algorithm>
-#include <array>
-#include <atomic>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <numeric>
 #include <optional>
 #include <random>
 #include <sched.h>
-#include <string>
-#include <string_view>
 #include <thread>
-#include <utility>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -33,9 +23,8 @@
 #include "command/reception.cpp"
 #include "command/reply.cpp"
 
+#include "tests/support/arrival.h"
 #include "tests/support/bytes.h"
-#include "tests/support/clock.h"
-#include "tests/support/exchange.h"
 #include "transport/bridge.h"
 
 namespace {
@@ -59,17 +48,12 @@ const std::string kVersionDone = "> <F00006a03010a0078>\n";
 
 // A frame with a wrong checksum.
 const std::string kBad = "<T0000680100000068>";
-const std::string kBadRefused =
-    "checksum=105\r\n> <F000068ffffffff64>\nerror checksum:<T0000680100000068>:19\r\n";
+const std::string kWrongSum = "checksum=105\r\n> <F000068ffffffff64>\nerror checksum:";
+const std::string kBadRefused = kWrongSum + kBad + ":19\r\n";
 
 // The refusal of a frame before which there was none, and of one after 11 22 33.
 const std::string kRefusedAtStart = "> <F000000fffffffffc>\n";
 const std::string kRefused112233 = "> <F112233ffffffff62>\n";
-
-void arrive(std::string_view bytes, uint64_t port = 0)
-{
-    IsrReceiveBuffer(kChannelSerial, port, bytesOf(bytes), lengthOf(bytes));
-}
 
 // What udpSendTask() would send to the PC.
 std::string mirror()
@@ -94,10 +78,9 @@ std::string drainToPC()
 // Fills the mirror with `count` bytes that belong to no frame.
 std::string fillMirror(uint32_t count)
 {
-    std::string bytes;
-    for (uint32_t i = 0; i < count; ++i) {
-        bytes += static_cast<char>('A' + i % 26);
-        pipe_write(&udp_send_pipe, static_cast<uint8_t>(bytes.back()));
+    const std::string bytes = countingBytes(count, 59); // less than '<'
+    for (const char byte : bytes) {
+        pipe_write(&udp_send_pipe, static_cast<uint8_t>(byte));
     }
     return bytes;
 }
@@ -152,8 +135,6 @@ protected:
     }
 };
 
-// Start-up ---------------------------------------------------------------------------------------
-
 TEST_F(Reception, PreparesTheReplysFrameOnce)
 {
     const auto frame = [] { return std::string(strCommandFromLED, sizeof strCommandFromLED); };
@@ -176,16 +157,13 @@ TEST_F(Reception, AssemblesAFrameInFourStates)
 {
     commandFrom = 3;
     g_ReceiveDetected = 0;
-    for (uint32_t i = 0; i < 18; ++i) {
-        ASSERT_EQ(ReceiveCommand(static_cast<uint8_t>(kDeviceType[i])), 1) << i;
+    for (uint32_t i = 0; i < 19; ++i) {
+        const bool isWhole = i == 18;
+        ASSERT_EQ(ReceiveCommand(static_cast<uint8_t>(kDeviceType[i])), isWhole ? 0 : 1) << i;
         ASSERT_EQ(g_ReceiveCommand[3].count, i + 1) << i;
-        ASSERT_EQ(assemblerState[3], i < 1 ? 1u : i < 17 ? 2u : 3u) << i;
-        ASSERT_EQ(g_ReceiveDetected, 0u) << i;
+        ASSERT_EQ(assemblerState[3], isWhole ? 0u : i < 1 ? 1u : i < 17 ? 2u : 3u) << i;
+        ASSERT_EQ(g_ReceiveDetected, isWhole) << i;
     }
-    EXPECT_EQ(ReceiveCommand('>'), 0);
-    EXPECT_EQ(g_ReceiveCommand[3].count, 19);
-    EXPECT_EQ(assemblerState[3], 0u);
-    EXPECT_EQ(g_ReceiveDetected, 1u);
     EXPECT_EQ(std::string(g_ReceiveCommand[3].text, 19), kDeviceType);
     EXPECT_EQ(g_ReceiveCommand[0].count, 0); // other channels have slots of their own
     EXPECT_EQ(assemblerState[9], 0u);
@@ -205,12 +183,11 @@ TEST_F(Reception, ComesBackFromAStateThatDoesNotExist)
 {
     commandFrom = 5;
     for (const uint32_t state : {4u, 5u, 0x100u, 0xFFFFFFFFu}) {
-        assemblerState[5] = state;
-        EXPECT_EQ(ReceiveCommand('T'), 1) << state;
-        EXPECT_EQ(assemblerState[5], 0u) << state;
-        assemblerState[5] = state;
-        EXPECT_EQ(ReceiveCommand('<'), 1) << state;
-        EXPECT_EQ(assemblerState[5], 1u) << state;
+        for (const char next : {'T', '<'}) {
+            assemblerState[5] = state;
+            EXPECT_EQ(ReceiveCommand(static_cast<uint8_t>(next)), 1) << state;
+            EXPECT_EQ(assemblerState[5], next == '<' ? 1u : 0u) << state;
+        }
     }
 }
 
@@ -221,6 +198,7 @@ TEST_F(Reception, ServesTheRows)
     const std::string garbage = countingBytes(256) + "<<t<F0000680100000069><T123<";
     std::string zeroInBad = kBad;
     zeroInBad[4] = '\0';
+    const std::string high = "<T00\xFF" + "068010000006\xFF>"s;
     // clang-format off
     const struct {
         const char *name;
@@ -228,8 +206,7 @@ TEST_F(Reception, ServesTheRows)
     } rows[] = {
         {"garbage before a frame",       {{"xx" + kDeviceType, kDeviceTypeDone, "xx"}}},
         {"garbage of every kind before", {{garbage + kVersion, kVersionDone, garbage}}},
-        {"two frames in one burst",
-            {{kDeviceType + kVersion, kDeviceTypeDone + kVersionDone, ""}}},
+        {"two frames in one burst", {{kDeviceType + kVersion, kDeviceTypeDone + kVersionDone, ""}}},
         {"uppercase; the reply is lowercase", // aa + bb + 6a + 03 = 1d2
             {{"<TAABB6A03000000D2>", "> <Faabb6a03010a00dd>\n", ""}}},
         {"a reply is traffic and no command", {{"<F00006801263300c2>", "", "<F00006801263300c2>"}}},
@@ -242,25 +219,18 @@ TEST_F(Reception, ServesTheRows)
             {{"<T0000680100000069}",
               kRefusedAtStart + "error end:<T0000680100000069}\r\n" + kDeviceTypeDone, ""}}},
         {"a wrong checksum", // 01 + 02 + 68 + 01 = 6c; 01 + 02 + 68 + 3fc = 467
-            {{"<T0102680100000068>",
-              "checksum=108\r\n> <F010268ffffffff67>\nerror checksum:<T0102680100000068>:19\r\n",
-              "<T0102680100000068>"}}},
+            {{"<T0102680100000068>", "checksum=108\r\n> <F010268ffffffff67>\n"
+              "error checksum:<T0102680100000068>:19\r\n", "<T0102680100000068>"}}},
         {"what follows a wrong checksum waits for the next pass",
             {{kBad + "x" + kVersion + kVersion, kBadRefused, kBad},
              {"", kVersionDone + kVersionDone, "x"}}},
         {"a wrong end and a wrong checksum",
             {{"<T0000680100000068}",
-              kRefusedAtStart + "error end:<T0000680100000068}\r\nchecksum=105\r\n"
-              "> <F000068ffffffff64>\nerror checksum:<T0000680100000068}:19\r\n",
-              "<T0000680100000068}"}}},
+              kRefusedAtStart + "error end:<T0000680100000068}\r\n" + kWrongSum +
+              "<T0000680100000068}:19\r\n", "<T0000680100000068}"}}},
         {"a zero byte in the body cuts the message",
-            {{zeroInBad,
-              "checksum=105\r\n> <F000068ffffffff64>\nerror checksum:<T00:19\r\n", zeroInBad}}},
-        {"a byte of 255 is printed as it came",
-            {{"<T00\xFF" "068010000006\xFF>",
-              "checksum=105\r\n> <F000068ffffffff64>\n"
-              "error checksum:<T00\xFF" "068010000006\xFF>:19\r\n",
-              "<T00\xFF" "068010000006\xFF>"}}},
+            {{zeroInBad, kWrongSum + "<T00:19\r\n", zeroInBad}}},
+        {"a byte of 255 is printed as it came", {{high, kWrongSum + high + ":19\r\n", high}}},
     };
     // clang-format on
     for (const auto &row : rows) {
@@ -317,19 +287,18 @@ TEST_F(Reception, RefusesEveryWrongEndInTheNameOfTheCommandBefore)
         const auto tag = static_cast<uint8_t>(code);
         const std::string refused = "> " + refusal({1, tag, 0xF4, 0, 0, 0, 0}) + "\n";
         const std::string frame = withEnd(commandFrame({7, tag, 0x6A, 3, 0, 0, 0}), end);
+        const std::string reported = refused + "error end:" + frame.c_str() + "\r\n";
+        const std::string done = "> " + replyFrame({7, tag, 0x6A, 3, 1, 10, 0}) + "\n";
         expect({{commandFrame({1, tag, 0xF4, 2, 3, 4, 5}), refused, ""},
-                {frame,
-                 refused + "error end:" + frame.c_str() + "\r\n> " +
-                     replyFrame({7, tag, 0x6A, 3, 1, 10, 0}) + "\n",
-                 ""}});
+                {frame, reported + done, ""}});
     }
 }
 
 TEST_F(Reception, CutsTheTextOfItsMessagesAfterTheFrame)
 {
     g_ReceiveCommand[0].text[19] = '?';
-    expect({{withEnd(kVersion, '}'),
-             kRefusedAtStart + "error end:<T00006a030000006d}\r\n" + kVersionDone, ""}});
+    const std::string refused = kRefusedAtStart + "error end:<T00006a030000006d}\r\n";
+    expect({{withEnd(kVersion, '}'), refused + kVersionDone, ""}});
     g_ReceiveCommand[0].text[19] = '?';
     expect({{kBad, kBadRefused, kBad}});
 }
@@ -337,26 +306,21 @@ TEST_F(Reception, CutsTheTextOfItsMessagesAfterTheFrame)
 // The assembler lets nobody send a wrong header.
 TEST_F(Reception, RefusesEachWrongHeaderCharacterThenExecutesTheFrame)
 {
-    struct Row {
-        std::string header;
-        std::string rest;
-        std::string transcript;
-        std::string toPC;
-    };
     const std::string wrong = kRefused112233 + "error header\r\n";
     const std::string rest = kDeviceType.substr(10);
-    const Row rows[] = {
+    const struct {
+        std::string header, rest, transcript, toPC;
+    } rows[] = {
         {"xy", rest, wrong + wrong + kDeviceTypeDone, ""},
         {"x"s + "T", rest, wrong + kDeviceTypeDone, ""},
         {"<\0"s, rest, wrong + kDeviceTypeDone, ""},
         // Header, end and checksum are reported in this order.
         {"<F", "00000068}",
-         wrong + kRefused112233 +
-             "error end:<F0000680100000068}\r\nchecksum=105\r\n> <F000068ffffffff64>\n"
-             "error checksum:<F0000680100000068}:19\r\n",
+         wrong + kRefused112233 + "error end:<F0000680100000068}\r\n" + kWrongSum +
+             "<F0000680100000068}:19\r\n",
          "00000068}"},
     };
-    for (const Row &row : rows) {
+    for (const auto &row : rows) {
         SCOPED_TRACE(row.transcript);
         expect({{kDeviceType.substr(0, 10), "", kDeviceType.substr(0, 10)}});
         std::memcpy(g_ReceiveCommand[0].text, row.header.data(), 2);
@@ -364,8 +328,6 @@ TEST_F(Reception, RefusesEachWrongHeaderCharacterThenExecutesTheFrame)
         expect({{row.rest, row.transcript, row.toPC}});
     }
 }
-
-// One call ---------------------------------------------------------------------------------------
 
 // Regression: a line that brought frames as fast as their replies left kept one call busy for
 // as long as it did, and the bridge and the delayed calls stood still.
@@ -404,9 +366,7 @@ TEST_F(Reception, RemembersChannelAndTimeAndHidesTheFrameBeforeItExecutes)
     }
     arrive("ab" + kVersion + "cd", 4);
     current_channel = 7;
-    int executed = 0;
-    onSend = [&] {
-        ++executed;
+    onSend = [] {
         EXPECT_EQ(commandFrom, 4);
         EXPECT_EQ(current_channel, 4);
         EXPECT_EQ(get_channel_type(), 2u);
@@ -417,7 +377,7 @@ TEST_F(Reception, RemembersChannelAndTimeAndHidesTheFrameBeforeItExecutes)
     };
     TaskCommand();
     onSend = nullptr;
-    EXPECT_EQ(executed, 1);
+    EXPECT_EQ(takeSent().size(), 1u);
     EXPECT_EQ(commandFrom, 9);
     EXPECT_EQ(current_channel, 4);
     EXPECT_EQ(drainToPC(), "abcd");
@@ -425,11 +385,7 @@ TEST_F(Reception, RemembersChannelAndTimeAndHidesTheFrameBeforeItExecutes)
 
 TEST_F(Reception, RemembersTheTimeOfTheLatestValidCommand)
 {
-    struct Row {
-        std::string arrives;
-        uint32_t lastTime;
-    };
-    const Row rows[] = {
+    const std::pair<std::string, uint32_t> rows[] = {
         {kVersion, 5},
         {"garbage <T0000", 5},
         {kBad, 5},
@@ -437,10 +393,10 @@ TEST_F(Reception, RemembersTheTimeOfTheLatestValidCommand)
         {withEnd(kVersion, '}'), 25},
     };
     fakeClock.setMs(0x1'00000005); // the tick is its low 32 bits
-    for (const Row &row : rows) {
-        arrive(row.arrives);
+    for (const auto &[arrives, lastTime] : rows) {
+        arrive(arrives);
         TaskCommand();
-        EXPECT_EQ(channel[0]->lastTime, row.lastTime) << row.arrives;
+        EXPECT_EQ(channel[0]->lastTime, lastTime) << arrives;
         fakeClock.advanceMs(5);
     }
 }
@@ -452,8 +408,6 @@ TEST_F(Reception, LocksNobodyOutWithTheFrontBoardFlag)
     expect({{kVersion, kVersionDone, ""}});
     EXPECT_EQ(lockFrontBoard, 0xFFFFFFFFu);
 }
-
-// Several channels -------------------------------------------------------------------------------
 
 TEST_F(Reception, ReadsBytesLeftByTheEvictedSourceAsTheNewOnes)
 {
@@ -503,8 +457,6 @@ TEST_F(Reception, AnswersALocalCommandToTheChannelServed)
     EXPECT_EQ(takeSent(), Calls());
 }
 
-// The mirror -------------------------------------------------------------------------------------
-
 TEST_F(Reception, TakesBackThePartOfAFrameThatFoundRoom)
 {
     for (uint32_t room = 0; room <= 22; ++room) {
@@ -521,10 +473,9 @@ TEST_F(Reception, TakesBackThePartOfAFrameThatFoundRoom)
     }
 }
 
-// The mirror against a model ---------------------------------------------------------------------
+// Against a model --------------------------------------------------------------------------------
 
-// What the module does, told with strings instead of rings and states: which frames are answered
-// and what the PC may see.
+// What the module does, told with strings instead of rings and states.
 class Model {
 public:
     Calls answers;
@@ -538,11 +489,11 @@ public:
     void serve()
     {
         for (size_t i = 0; i < sources_.size(); ++i) {
-            Source &source = sources_[i];
+            std::string &queue = sources_[i].queue;
             size_t taken = 0;
-            while (taken < source.queue.size() && take(i, source.queue[taken++])) {
+            while (taken < queue.size() && take(i, queue[taken++])) {
             }
-            source.queue.erase(0, taken);
+            queue.erase(0, taken);
         }
     }
 
@@ -616,7 +567,7 @@ private:
     Parameters previous_{};
 };
 
-// Gives a number from 0 to `limit` - 1.
+// Gives numbers from 0 to `limit` - 1.
 auto dice(std::mt19937 *random)
 {
     return [random](uint32_t limit) { return static_cast<uint32_t>((*random)() % limit); };
@@ -627,48 +578,41 @@ std::string randomTraffic(std::mt19937 *random)
 {
     const auto below = dice(random);
     const auto anyByte = [random] { return static_cast<uint8_t>((*random)()); };
-    std::string frame =
+    const std::string frame =
         commandFrame({anyByte(), anyByte(), below(2) ? uint8_t{0x6A} : uint8_t{0xFB},
                       static_cast<uint8_t>(below(4)), anyByte(), anyByte(), anyByte()});
-    switch (below(10)) {
-    case 0: // one byte is another
-        frame[below(19)] = static_cast<char>(anyByte());
-        return frame;
-    case 1: // a wrong end
-        return withEnd(frame, static_cast<char>(anyByte()));
-    case 2: // cut short
-        return frame.substr(0, below(19));
-    case 3: // without its start
-        return frame.substr(below(19));
-    case 4: { // garbage
-        std::string garbage;
-        for (uint32_t count = below(40); count > 0; --count) {
-            garbage += below(8) ? static_cast<char>(anyByte()) : "<T>0"[below(4)];
-        }
-        return garbage;
+    std::string garbage;
+    for (uint32_t count = below(40); count > 0; --count) {
+        garbage += below(8) ? static_cast<char>(anyByte()) : "<T>0"[below(4)];
     }
+    const size_t at = below(19);
+    switch (below(10)) {
+    case 0:
+        return frame.substr(0, at) + static_cast<char>(anyByte()) + frame.substr(at + 1);
+    case 1:
+        return withEnd(frame, static_cast<char>(anyByte()));
+    case 2:
+        return frame.substr(0, at);
+    case 3:
+        return frame.substr(at);
+    case 4:
+        return garbage;
     default:
         return frame;
     }
 }
 
-struct RandomRun {
-    const char *name;
-    uint32_t sources;
-    uint32_t passesPerDrain; // how rarely the PC's bytes are sent
-    bool fillsTheMirror;
-};
-// clang-format off
-constexpr RandomRun kRandomRuns[] = {
-    {"every pass is sent",    1,    1, false},
-    {"several channels",     10,    2, false},
-    {"sending is slow",       3,   40, false},
-    {"the mirror runs full",  2, 1000, true},
-};
-// clang-format on
-
 void compareWithModel()
 {
+    constexpr struct {
+        const char *name;
+        uint32_t sources;
+        uint32_t passesPerDrain; // how rarely the PC's bytes are sent
+        bool fillsTheMirror;
+    } kRuns[] = {{"every pass is sent", 1, 1, false},
+                 {"several channels", 10, 2, false},
+                 {"sending is slow", 3, 40, false},
+                 {"the mirror runs full", 2, 1000, true}};
     std::mt19937 random(1);
     const auto below = dice(&random);
     Model model;
@@ -676,7 +620,7 @@ void compareWithModel()
     for (uint64_t port = 0; port < lines.size(); ++port) {
         arrive("", port);
     }
-    for (const RandomRun &run : kRandomRuns) {
+    for (const auto &run : kRuns) {
         SCOPED_TRACE(run.name);
         size_t fullest = 0;
         size_t answers = 0;
@@ -723,12 +667,10 @@ std::string accessesOf(const std::function<void()> &action)
     std::string notes;
     onAtomicAccess = [&](const char *access, const void *what, std::memory_order order) {
         const Channel *const slot = channel[0];
-        const char *const name = what == &slot->type       ? "type"
-                                 : what == &slot->address  ? "address"
-                                 : what == &slot->lastTime ? "lastTime"
-                                                           : nullptr;
-        if (name != nullptr) {
-            notes += std::string(notes.empty() ? "" : ", ") + access + ' ' + name;
+        const std::map<const void *, std::string> names = {
+            {&slot->type, "type"}, {&slot->address, "address"}, {&slot->lastTime, "lastTime"}};
+        if (names.contains(what)) {
+            notes += std::string(notes.empty() ? "" : ", ") + access + ' ' + names.at(what);
             notes += order == std::memory_order_acquire   ? " acquire"
                      : order == std::memory_order_release ? " release"
                                                           : "";
@@ -742,13 +684,12 @@ std::string accessesOf(const std::function<void()> &action)
 // No thread may see a new type with an old address, nor evict by a time that is not there yet.
 TEST_F(Reception, OrdersTheAccessesOfBothThreadsToAChannel)
 {
-    struct Row {
+    // clang-format off
+    const struct {
         const char *name;
         void (*action)();
         const char *accesses;
-    };
-    // clang-format off
-    const Row rows[] = {
+    } rows[] = {
         {"find",     [] { getUsedChannel(2, 0); },  "load type acquire, load address"},
         {"mismatch", [] { getUsedChannel(0, 0); },  "load type acquire"},
         {"reply",    [] { commandFrom = 0;
@@ -767,7 +708,7 @@ TEST_F(Reception, OrdersTheAccessesOfBothThreadsToAChannel)
         arrive("", port);
         channel[port]->lastTime = kNow;
     }
-    for (const Row &row : rows) {
+    for (const auto &row : rows) {
         EXPECT_EQ(accessesOf(row.action), row.accesses) << row.name;
     }
 }
@@ -794,8 +735,8 @@ std::vector<uint32_t> executedOf(uint32_t sources)
     while (executed.size() < kThreadFrames) {
         TaskCommand();
         for (const Sent &call : takeSent()) {
-            const std::string number = call.bytes.substr(2, 4);
-            executed.push_back(static_cast<uint32_t>(std::strtoul(number.c_str(), nullptr, 16)));
+            const auto number = std::stoul(call.bytes.substr(2, 4), nullptr, 16);
+            executed.push_back(static_cast<uint32_t>(number));
         }
         answered = static_cast<uint32_t>(executed.size());
         sched_yield();

@@ -2,11 +2,8 @@
 
 #include "command/reply.h"
 
-#include <array>
 #include <bit>
 #include <cstring>
-#include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 

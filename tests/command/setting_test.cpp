@@ -3,16 +3,7 @@
 
 #include "command/setting.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <cstdint>
-#include <cstdio>
-#include <cstring>
-#include <functional>
-#include <map>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include <sys/stat.h>
 #include <unistd.h>

@@ -2,15 +2,10 @@
 
 #include "storage/TimeControl.h"
 
-#include <cstdint>
-#include <filesystem>
-#include <map>
-#include <string>
 #include <type_traits>
 
 #include <gtest/gtest.h>
 
-#include "tests/support/console.h"
 #include "tests/support/setting_bytes.h"
 
 namespace fs = std::filesystem;

@@ -3,13 +3,7 @@
 
 #include "storage/UserPref.h"
 
-#include <cstdint>
 #include <cstdio>
-#include <cstring>
-#include <filesystem>
-#include <map>
-#include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -20,7 +14,6 @@
 #include "storage/board.h"
 #include "storage/load_all.h"
 #include "tests/support/clock.h"
-#include "tests/support/console.h"
 #include "tests/support/replace.h"
 #include "tests/support/setting_bytes.h"
 

@@ -3,20 +3,12 @@
 
 #include "storage/UserSettingFile.h"
 
-#include <cstdint>
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <map>
-#include <optional>
-#include <string>
-#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "storage/UserSetting.h"
-#include "tests/support/console.h"
 #include "tests/support/replace.h"
 #include "tests/support/setting_bytes.h"
 

@@ -2,15 +2,9 @@
 
 #include "storage/UserSettingQuery.h"
 
-#include <cstdint>
-#include <utility>
-#include <vector>
-
 #include <gtest/gtest.h>
 
-#include "storage/UserSetting.h"
 #include "tests/support/format_files.h"
-#include "tests/support/setting_bytes.h"
 #include "tests/support/setting_change.h"
 
 namespace {

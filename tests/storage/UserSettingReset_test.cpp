@@ -4,18 +4,11 @@
 #include "storage/UserSettingReset.h"
 
 #include <algorithm>
-#include <cstdint>
-#include <filesystem>
-#include <iterator>
-#include <string>
 
 #include <gtest/gtest.h>
 
-#include "storage/UserSetting.h"
 #include "storage/UserSettingContainers.h"
-#include "tests/support/console.h"
 #include "tests/support/format_files.h"
-#include "tests/support/setting_bytes.h"
 #include "tests/support/setting_change.h"
 #include "video/CustomFormat.h"
 

@@ -4,17 +4,11 @@
 #include "storage/UserSetting.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdlib>
-#include <cstring>
-#include <set>
-#include <string>
-#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "tests/support/console.h"
 #include "tests/support/replace.h"
 #include "tests/support/setting_bytes.h"
 

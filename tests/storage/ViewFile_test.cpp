@@ -4,11 +4,6 @@
 
 #include "storage/ViewFile.h"
 
-#include <cstdint>
-#include <filesystem>
-#include <map>
-#include <optional>
-#include <string>
 #include <type_traits>
 #include <vector>
 
@@ -16,8 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/console.h"
-#include "tests/support/setting_bytes.h"
 #include "tests/support/traced_files.h"
 #include "tests/support/view_files.h"
 

@@ -2,13 +2,8 @@
 
 #include "storage/ViewReset.h"
 
-#include <cstdint>
-#include <string>
-
 #include <gtest/gtest.h>
 
-#include "storage/UserSetting.h"
-#include "tests/support/setting_bytes.h"
 #include "tests/support/setting_change.h"
 
 namespace {

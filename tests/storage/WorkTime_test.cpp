@@ -9,15 +9,10 @@
 
 #include "storage/WorkTime.cpp"
 
-#include <cstdint>
-#include <filesystem>
-#include <map>
-#include <string>
 #include <type_traits>
 
 #include <gtest/gtest.h>
 
-#include "tests/support/console.h"
 #include "tests/support/setting_bytes.h"
 
 namespace fs = std::filesystem;

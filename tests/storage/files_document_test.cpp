@@ -3,20 +3,11 @@
 // against what the resets and the first start make.
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <iterator>
-#include <map>
 #include <ostream>
 #include <regex>
-#include <set>
 #include <sstream>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -29,7 +20,6 @@
 #include "storage/WorkTime.h"
 #include "storage/load_all.h"
 #include "tests/support/clock.h"
-#include "tests/support/console.h"
 #include "tests/support/setting_bytes.h"
 
 namespace fs = std::filesystem;
