@@ -1,28 +1,19 @@
 // Every command and sub-command there can be, against the command table: as written down here, and
-// as docs/protocol.md tells integrators. What the handlers call in other modules is replaced by
-// notes of the call.
+// as docs/protocol.md tells integrators. Calls of other modules are noted instead.
 
 #include "command/dispatch.h"
 
-#include <algorithm>
-#include <cstring>
 #include <fstream>
-#include <iterator>
-#include <map>
 #include <regex>
 #include <set>
 #include <sstream>
 
 #include <gtest/gtest.h>
 
-#include "command/channel.h"
-#include "command/reception.h"
-#include "command/reply.h"
 #include "control/ip.h"
 #include "storage/UserPref.h"
+#include "tests/support/arrival.h"
 #include "tests/support/bytes.h"
-#include "tests/support/clock.h"
-#include "tests/support/exchange.h"
 #include "tests/support/replace.h"
 
 namespace {
@@ -122,9 +113,7 @@ protected:
     Dispatch()
     {
         fakeClock.setMs(1000);
-        InitRs232CommandVariable();
-        getFreeChannel(2, 0);
-        commandFrom = 0;
+        openLine();
         getUserPref()->dhcpEnable = 1;
         std::memcpy(getUserPref()->mac, kMac, sizeof kMac);
     }
@@ -134,9 +123,7 @@ protected:
     {
         journal.clear();
         sent.clear();
-        commandToLED = {parameters[0], parameters[1], parameters[2], parameters[3],
-                        parameters[4], parameters[5], parameters[6], 0x77};
-        std::memset(&commandFromLED, 0xB2, sizeof commandFromLED);
+        request(parameters);
         const auto before = bytesOf(commandToLED);
         processCmdData();
         ASSERT_EQ(bytesOf(commandToLED), before); // handlers leave the request alone
@@ -145,9 +132,7 @@ protected:
 
 // The table under "## Commands" of the protocol document, in its words and order.
 struct Expected {
-    const char *command;
-    const char *dat1;
-    const char *reply;
+    const char *command, *dat1, *reply;
     const char *calls; // of other modules, without parameters
     const char *prints = "";
 };
@@ -254,13 +239,11 @@ TEST_F(Dispatch, AnswersEveryCommandAndSubCommandAsTheTableSays)
             const auto dat1 = static_cast<uint8_t>(code);
             // Parameters that differ from command to command and from each other.
             const auto mixed = static_cast<uint8_t>(code * 0x9D + (code >> 8));
-            const Parameters request = {static_cast<uint8_t>(mixed + 0x11),
-                                        static_cast<uint8_t>(mixed + 0x22),
-                                        command,
-                                        dat1,
-                                        static_cast<uint8_t>(mixed | 2), // another DHCP value
-                                        static_cast<uint8_t>(mixed + 0x44),
-                                        static_cast<uint8_t>(mixed + 0x55)};
+            Parameters request = {0x11, 0x22, command, dat1, 0, 0x44, 0x55};
+            for (const size_t i : {0u, 1u, 5u, 6u}) {
+                request[i] = static_cast<uint8_t>(request[i] + mixed);
+            }
+            request[4] = mixed | 2; // another DHCP value
             const Expected &expected = findExpected(command, dat1);
             used.insert(&expected);
             execute(request);
@@ -299,14 +282,12 @@ TEST_F(Dispatch, TableIsThatOfTheProtocolDocument)
 // What the table above does not show: the parameters of the calls, and their order with the reply.
 TEST_F(Dispatch, ExecutesTheRows)
 {
-    struct Row {
-        const char *name;
-        const char *request;
+    // clang-format off
+    const struct {
+        const char *name, *request;
         std::string reply;
         std::string before; // calls of other modules, and what is printed, before the reply
-    };
-    // clang-format off
-    const Row rows[] = {
+    } rows[] = {
         {"memory use",          "<T0102101103040530>", "<F0102101103040530>","mymem_print_info"},
         {"10 with dat1 12",     "<T0102101203040531>", "<F010210ffffffff0f>",""},
         {"0F",                  "<T00000f1100000020>", "<F00000fffffffff0b>",""},
@@ -328,16 +309,15 @@ TEST_F(Dispatch, ExecutesTheRows)
          "SetIpAddress 10.20.30.40\nread_ip with isSetIp 1\nGetIpAddress"},
     };
     // clang-format on
-    for (const Row &row : rows) {
+    for (const auto &row : rows) {
         EXPECT_EQ(isSetIp, 0) << row.name; // set by the last row only
         Rs232Command request;
         StrToRs232Command(row.request, &request);
         Parameters parameters;
         std::memcpy(parameters.data(), &request, parameters.size());
-        EXPECT_EQ(transcriptOf([&] { execute(parameters); }),
-                  row.before + (row.before.empty() ? "" : "\n") +
-                      (row.reply.empty() ? "" : "> " + row.reply + "\n"))
-            << row.name;
+        const std::string before = row.before + (row.before.empty() ? "" : "\n");
+        const std::string reply = row.reply.empty() ? "" : "> " + row.reply + "\n";
+        EXPECT_EQ(transcriptOf([&] { execute(parameters); }), before + reply) << row.name;
     }
     EXPECT_EQ(isSetIp, 1);
 }
@@ -354,8 +334,6 @@ TEST_F(Dispatch, AnswersValuesAsTheyAreStored)
     execute({0, 0, 0x8E, 3, 9, 9, 9});
     EXPECT_EQ(sent, uart0({"<F00008e0307000098>"}));
 }
-
-// Pass-through mode ------------------------------------------------------------------------------
 
 TEST_F(Dispatch, IgnoresEveryCommandButOneInPassThroughMode)
 {
