@@ -22,17 +22,8 @@ constexpr char kPathOfThree[] = "/userdata/timeCon3.sav";
 constexpr char kReset[] = "Reset Time Control\r\n";
 
 const Bytes kNone(152, '\0');
-const Bytes kTimeControlDefaults = "\xAD\x04\x11\x20" + Bytes(148, '\0');
-
-// A good record of which every byte after the identification is of its own.
-const Bytes kOwn = [] {
-    Bytes bytes = "\xAD\x04\x11\x20";
-    for (uint32_t i = 4; i < 152; ++i) {
-        bytes += oneByte(i + 100);
-    }
-    return bytes;
-}();
-
+const Bytes kDefaults = with(kNone, 0, "\xAD\x04\x11\x20");
+const Bytes kOwn = "\xAD\x04\x11\x20" + ownBytes(148, 1);
 const Bytes kForeign = with(kOwn, 0, "none");
 
 using Files = std::map<std::string, Bytes>;
@@ -54,20 +45,16 @@ TEST(TimeControl, IsZeroBeforeItIsLoaded)
 // count: the file of slot 0 is read and written.
 TEST(TimeControl, LoadingAnySlotUsesTheFileOfSlotZero)
 {
-    const Bytes foreignReset = kTimeControlDefaults.substr(0, 150) + kForeign.substr(150);
+    const Bytes foreignReset = kDefaults.substr(0, 150) + kForeign.substr(150);
+    const Bytes ten = kOwn.substr(0, 10);
     const Load rows[] = {
-        // clang-format off
-        {"missing file", kNone, {}, notOpened(kFile) + kReset, kTimeControlDefaults,
-         kTimeControlDefaults},
+        {"missing file", kNone, {}, notOpened(kFile) + kReset, kDefaults, kDefaults},
         {"good file, longer", kNone, kOwn + "beyond", tooLong(kFile, 158, 152), kOwn, {}},
-        {"good file", kOwn, kTimeControlDefaults, "", kTimeControlDefaults, {}},
+        {"good file", kOwn, kDefaults, "", kDefaults, {}},
         {"foreign file", kNone, kForeign, kReset, foreignReset, foreignReset},
-        {"short file", Bytes(152, '\x5A'), kOwn.substr(0, 10), "",
-         kOwn.substr(0, 10) + Bytes(142, '\x5A'), {}},
-        {"three bytes", kNone, kOwn.substr(0, 3), kReset, kTimeControlDefaults,
-         kTimeControlDefaults},
+        {"short file", Bytes(152, '\x5A'), ten, "", ten + Bytes(142, '\x5A'), {}},
+        {"three bytes", kNone, kOwn.substr(0, 3), kReset, kDefaults, kDefaults},
         {"no file over a good record", kOwn, {}, notOpened(kFile), kOwn, {}},
-        // clang-format on
     };
     put(kPathOfThree, kForeign);
     for (const int slot : {0, 3, -1, 200}) {
@@ -83,7 +70,7 @@ TEST(TimeControl, EveryBitOfTheIdentificationCounts)
     for (uint32_t bit = 0; bit < 32; ++bit) {
         put(kPath, bitFlipped(kOwn, 0, bit));
         EXPECT_EQ(printedBy([] { loadTimeControl(0); }), kReset) << bit;
-        EXPECT_EQ(record().substr(0, 150), kTimeControlDefaults.substr(0, 150)) << bit;
+        EXPECT_EQ(record().substr(0, 150), kDefaults.substr(0, 150)) << bit;
     }
     EXPECT_EQ(GetTimeControl()->identification, 0x201104ADu);
 }
@@ -121,7 +108,7 @@ TEST(TimeControl, ResettingKeepsThePaddingAndSavesNothing)
 {
     fill(GetTimeControl(), Bytes(152, '\xA5'));
     EXPECT_EQ(printedBy(resetTimeControl), "");
-    EXPECT_EQ(record(), kTimeControlDefaults.substr(0, 150) + "\xA5\xA5");
+    EXPECT_EQ(record(), kDefaults.substr(0, 150) + "\xA5\xA5");
     EXPECT_TRUE(fs::is_empty(kDirectory));
 }
 
@@ -130,7 +117,7 @@ TEST(TimeControl, WhatCannotBeSavedIsSaidByTheFileStore)
     fs::remove(kDirectory);
     EXPECT_EQ(outcomeOf(saveTimeControl, 3), Outcome(0, notSaved(kFile)));
     EXPECT_EQ(printedBy([] { loadTimeControl(0); }), notOpened(kFile) + kReset + notSaved(kFile));
-    EXPECT_EQ(record(), kTimeControlDefaults);
+    EXPECT_EQ(record(), kDefaults);
 }
 
 } // namespace
