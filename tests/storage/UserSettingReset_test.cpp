@@ -3,8 +3,6 @@
 
 #include "storage/UserSettingReset.h"
 
-#include <algorithm>
-
 #include <gtest/gtest.h>
 
 #include "storage/UserSettingContainers.h"
@@ -18,28 +16,24 @@ namespace {
 
 [[maybe_unused]] const auto *const blocks = testing::AddGlobalTestEnvironment(new Blocks);
 
-constexpr uint32_t kInterlaced[] = {36, 37, 38, 39, 63, 71, 72};
-
-// The whole reset --------------------------------------------------------------------------------
+const std::set<uint32_t> kInterlaced = {36, 37, 38, 39, 63, 71, 72};
 
 TEST(UserSettingReset, RecordOfAnyBytesKeepsThoseThatHaveNoDefault)
 {
     const Bytes own = ownBytes(kUserSettingSize, 4);
-    const struct {
-        const char *name;
-        Bytes before, after;
-    } rows[] = {
-        {"zeros", Bytes(kUserSettingSize, '\0'), contentOf(FIRST_START "/save0.sav")},
-        {"0xA5", Bytes(kUserSettingSize, '\xA5'), contentOf(FIRST_START "/save0-over-a5.sav")},
-        {"any bytes", own, resetOver(own, FIRST_START)},
+    const std::pair<Bytes, Bytes> rows[] = {
+        {Bytes(kUserSettingSize, '\0'), contentOf(FIRST_START "/save0.sav")},
+        {Bytes(kUserSettingSize, '\xA5'), contentOf(FIRST_START "/save0-over-a5.sav")},
+        {own, resetOver(own, FIRST_START)},
     };
     for (const auto &row : rows) {
-        ASSERT_EQ(row.after.size(), kUserSettingSize);
-        fill(GetUserSetting(), row.before);
-        ResetUserSettingSave();
-        EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), row.after)) << row.name;
-        ResetUserSettingSave();
-        EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), row.after)) << row.name << ", again";
+        SCOPED_TRACE(&row - rows);
+        const auto &[from, after] = row;
+        fill(GetUserSetting(), from);
+        for (const char *const time : {"once", "again"}) {
+            ResetUserSettingSave();
+            EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), after)) << time;
+        }
     }
 }
 
@@ -63,8 +57,6 @@ TEST(UserSettingReset, FactoryResetFlagAndUserModeMirrorEndAsZero)
 {
     fill(GetUserSetting(), Bytes(kUserSettingSize, '\xFF'));
     ResetUserSettingSave();
-    EXPECT_EQ(GetUserSetting()->factoryReset, 0);
-    EXPECT_EQ(GetUserSetting()->userModeMirror, 0);
     EXPECT_EQ(bytesOf(GetUserSetting()).substr(3712, 2), Bytes(2, '\0'));
 }
 
@@ -95,8 +87,6 @@ TEST(UserSettingReset, CopyAndSlotBufferStayAndNothingIsSavedOrPrinted)
     EXPECT_TRUE(fs::is_empty(kDirectory));
 }
 
-// Inputs -----------------------------------------------------------------------------------------
-
 // What the timings of inputs and outputs have in common.
 void setTiming(Image &image, size_t at, uint32_t id, const Row &format, uint32_t vActive)
 {
@@ -110,12 +100,10 @@ void setTiming(Image &image, size_t at, uint32_t id, const Row &format, uint32_t
 void expectInput(uint32_t n, uint32_t id, uint32_t format, const Image &from = before())
 {
     SCOPED_TRACE(testing::Message() << "input " << n << ", format " << id);
-    const bool fields =
-        std::find(std::begin(kInterlaced), std::end(kInterlaced), format) != std::end(kInterlaced);
     const auto edit = [&](Image &image) {
         const Row &row = exchanged.at(format);
         image.u8(4 + n, {1});
-        setTiming(image, 30 + 22 * n, id, row, row.height / (fields ? 2 : 1));
+        setTiming(image, 30 + 22 * n, id, row, row.height / (kInterlaced.contains(format) ? 2 : 1));
         image.u8(30 + 22 * n + 19, {0, row.vFreq});
     };
     expectEdit([&] { ResetInputSetting(n, id); }, edit, from);
@@ -216,8 +204,6 @@ TEST(UserSettingReset, NumbersFromTheCountOfASectionUpwardAreLeftAlone)
     expectNoneFrom(24, ResetContainerSetting);
 }
 
-// Outputs and containers -------------------------------------------------------------------------
-
 // The last byte of every entry stays.
 void setRs1Outputs(Image &image)
 {
@@ -263,26 +249,22 @@ TEST(UserSettingReset, ContainersAreResetEachInItsPlace)
 // The other reset of the containers. The areas' sizes of bytes 0xA5 are negative.
 TEST(UserSettingReset, ContainerMsgGivesTheFirstContainerTheLargestArea)
 {
-    const struct {
-        uint32_t width, height; // of the largest areas
-        Image from;
-    } rows[] = {
-        {0, 0, before()},
-        {7680, 4320, before().u32(3184 + 20 * 7 + 8, {7680}).u32(3184 + 20 * 11 + 16, {4320})},
-        {INT32_MAX, INT32_MAX,
-         before().u32(3184 + 8, {INT32_MAX}).u32(3184 + 20 * 23 + 16, {INT32_MAX})},
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.width);
+    // The sizes of the largest areas, and the record with them.
+    const auto expectContainers = [](uint32_t width, uint32_t height, const Image &from) {
+        SCOPED_TRACE(width);
         const auto edit = [&](Image &image) {
             for (size_t at = 2416; at < 2416 + 24 * 32; at += 32) {
                 image.u16(at + 2, {0, 0}).u32(at + 8, {0, 0}).u8(at + 16, {0, 0, 0, 0, 0});
                 image.u16(at + 22, {1000}).u8(at + 24, {0}).u8(at + 26, {0});
             }
-            image.u32(2424, {row.width, row.height}).u8(2432, {0, 5, 8, 0, 0}).u8(2440, {1});
+            image.u32(2424, {width, height}).u8(2432, {0, 5, 8, 0, 0}).u8(2440, {1});
         };
-        expectEdit(ResetContainerMsg, edit, row.from);
-    }
+        expectEdit(ResetContainerMsg, edit, from);
+    };
+    const uint32_t most = INT32_MAX;
+    expectContainers(0, 0, before());
+    expectContainers(7680, 4320, before().u32(3332, {7680}).u32(3420, {4320}));
+    expectContainers(most, most, before().u32(3192, {most}).u32(3660, {most}));
 }
 
 } // namespace

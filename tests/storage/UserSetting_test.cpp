@@ -38,12 +38,15 @@ uint8_t *at(UserSetting *record, size_t offset)
     return reinterpret_cast<uint8_t *>(record) + offset;
 }
 
+template <typename Record> Block blockOf(Record *record)
+{
+    return {reinterpret_cast<uint8_t *>(record), sizeof *record};
+}
+
 Bytes bytesAt(const Block &block)
 {
     return {reinterpret_cast<const char *>(block.first), block.second};
 }
-
-// Taking the blocks ------------------------------------------------------------------------------
 
 // The device starts with whatever memory it gets: a block that the heap refuses is the program's
 // own.
@@ -71,12 +74,8 @@ void expectBlocks(const std::set<size_t> &refusedOnes)
     EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), content));
     EXPECT_TRUE(areBytes(bytesOf(GetSaveViewSetting()), content.substr(0, kViewSize)));
 
-    std::vector<Block> blocks = {
-        {reinterpret_cast<uint8_t *>(GetSaveViewSetting()), kViewSize},
-        {reinterpret_cast<uint8_t *>(GetUserSetting_old()), kUserSettingSize},
-        {reinterpret_cast<uint8_t *>(GetViewSetting()), kViewSize},
-        {reinterpret_cast<uint8_t *>(GetUserSetting()), kUserSettingSize},
-    };
+    std::vector<Block> blocks = {blockOf(GetSaveViewSetting()), blockOf(GetUserSetting_old()),
+                                 blockOf(GetViewSetting()), blockOf(GetUserSetting())};
     for (size_t i = 0; i < 4; ++i) {
         ASSERT_NE(blocks[i].first, nullptr) << i;
         if (refused.count(i) == 0) {
@@ -109,15 +108,13 @@ TEST(UserSetting, BlocksBeforeARefusedOneAreUsed)
     expectBlocks({3});
 }
 
-// Parts of the record ----------------------------------------------------------------------------
-
 TEST(UserSetting, ViewsAndSettingsStandInTheRecord)
 {
     malloc_saveView();
     UserSetting *const record = GetUserSetting();
-    EXPECT_EQ(reinterpret_cast<uint8_t *>(GetPreviewViewSetting()), at(record, 3812));
-    EXPECT_EQ(reinterpret_cast<uint8_t *>(GetProgramViewSetting()), at(record, 7808));
-    EXPECT_EQ(reinterpret_cast<uint8_t *>(GetCustomResolution()), at(record, 3736));
+    EXPECT_EQ(blockOf(GetPreviewViewSetting()).first, at(record, 3812));
+    EXPECT_EQ(blockOf(GetProgramViewSetting()).first, at(record, 7808));
+    EXPECT_EQ(blockOf(GetCustomResolution()).first, at(record, 3736));
     for (const uint8_t format : {uint8_t{125}, uint8_t{200}}) {
         *at(record, 2413) = format;
         EXPECT_EQ(GetExtInputFormat(), format);
@@ -135,8 +132,6 @@ TEST(UserSetting, CurrentViewIsKeptBesideTheRecord)
     EXPECT_EQ(GetCurrentView(), 7);
     EXPECT_EQ(*at(GetUserSetting(), 3715), 9);
 }
-
-// The copy ---------------------------------------------------------------------------------------
 
 // Only its first word is judged, not the identification at its end.
 TEST(UserSetting, CopyIsRefilledFromTheRecordWhereItLacksItsIdentification)
@@ -166,8 +161,6 @@ TEST(UserSetting, CopyIsMadeEqualWhateverItHeld)
     EXPECT_TRUE(areBytes(bytesAt(allocations.at(1)), record));
     EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), record));
 }
-
-// The current view -------------------------------------------------------------------------------
 
 // What the current view becomes of the preview of `record`.
 Bytes withClearedFlags(const Bytes &record)
