@@ -68,7 +68,6 @@ TEST_F(BoardFormat, SetsTheFormatOfAllSixOutputsAndEnablesThem)
 TEST_F(BoardFormat, TheCustomFormatBringsTheCustomResolution)
 {
     expectFormat(124, 124, true);
-    EXPECT_EQ(GetUserSetting()->outputResolution[5].frameRate, 0x00030047u);
 }
 
 // As it is stored, 124 to 127 included: the resolutions are the custom format's only if it is

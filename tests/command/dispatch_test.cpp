@@ -24,7 +24,7 @@ std::vector<std::string> journal; // every call of another module, in order
 uint32_t systemVersion = 0x020D;
 uint32_t serialNumber = 0x8123;
 
-// What the getters yield: nothing that a test writes, so that a value read back shows.
+// What the getters yield, which is nothing that a test writes.
 constexpr uint8_t kIp[] = {0xA1, 0xA2, 0xA3, 0xA4};
 constexpr uint8_t kMask[] = {0xB1, 0xB2, 0xB3, 0xB4};
 constexpr uint8_t kGateway[] = {0xC1, 0xC2, 0xC3, 0xC4};

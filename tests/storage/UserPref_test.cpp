@@ -73,12 +73,6 @@ const std::string kDeviceInfoMissing = notOpened(kDeviceInfoFile) + deviceInfoRe
 
 // The user preferences ---------------------------------------------------------------------------
 
-TEST(UserPref, RecordsAreZeroBeforeTheyAreLoaded)
-{
-    EXPECT_EQ(bytesOf(getUserPref()), kNoUserPref);
-    EXPECT_EQ(bytesOf(getDeviceInfo()), kNoDeviceInfo);
-}
-
 // What is in memory after the reading is judged, and only by its identification.
 TEST(UserPref, PreferencesAreLoadedAndOneLoaderSavesTheDefaults)
 {
@@ -413,7 +407,7 @@ TEST(UserPref, AllRecordsAreInMemoryWhereNothingCanBeSaved)
     EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), contentOf(FIRST_START "/save0.sav")));
 }
 
-TEST(UserPref, OfTheBoardNothingIsKnownAndTheListBaseIsZero)
+TEST(UserPref, OfTheBoardNothingIsKnownAndRecordsAndListBaseAreZeroAtFirst)
 {
     EXPECT_EQ(printedBy(checkBoardType), "");
     EXPECT_EQ(printedBy(checkSizeEEPROM), "");

@@ -37,51 +37,23 @@ TEST(UserSettingReset, RecordOfAnyBytesKeepsThoseThatHaveNoDefault)
     }
 }
 
-TEST(UserSettingReset, RecordGetsTheTimingsOfItsFormatsAndACentredWindow)
-{
-    fill(GetUserSetting(), ownBytes(kUserSettingSize, 5));
-    ResetUserSettingSave();
-    Image expected(bytesOf(GetUserSetting()));
-    // Format 76, "3840x2160x60", and format 10, "1920x1080x60".
-    expected.u8(30, {76, 0}).u16(32, {4400, 2250, 384, 82, 3840, 2160, 88, 10});
-    expected.u8(30 + 18, {0, 0, 60});
-    expected.u8(1724, {10, 0}).u16(1726, {2200, 1125, 192, 41, 1920, 1080, 44, 5});
-    expected.u8(1724 + 18, {0}).u32(1724 + 24, {1000});
-    expected.u16(3762, {(1920 - 360) / 2, (1080 - 80) / 2});
-    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), expected.bytes));
-}
-
-// The flag is set first; then the pre-input reset of input 25, which has no flag of its own, clears
-// it, and that of input 24 clears the user mode mirror.
-TEST(UserSettingReset, FactoryResetFlagAndUserModeMirrorEndAsZero)
-{
-    fill(GetUserSetting(), Bytes(kUserSettingSize, '\xFF'));
-    ResetUserSettingSave();
-    EXPECT_EQ(bytesOf(GetUserSetting()).substr(3712, 2), Bytes(2, '\0'));
-}
-
-TEST(UserSettingReset, CurrentViewBecomesViewZeroLikeThePreview)
+TEST(UserSettingReset, CurrentViewBecomesViewZeroAndOtherBlocksAndFilesStay)
 {
     _currentView = 5;
     fill(GetUserSetting(), ownBytes(kUserSettingSize, 6));
     // With its identification: nothing but the reset rebuilds it.
     fill(GetViewSetting(), Image(ownBytes(kViewSize, 7)).u32(3992, {0x29215679}).bytes);
-    ResetUserSettingSave();
-    EXPECT_EQ(_currentView, 0);
-    EXPECT_EQ(GetUserSetting()->currentView, 0);
-    // The flags of containers, which the current view has clear, are clear in the preview too.
-    EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()),
-                         bytesOf(GetUserSetting()).substr(kPreviewAt, kViewSize)));
-}
-
-TEST(UserSettingReset, CopyAndSlotBufferStayAndNothingIsSavedOrPrinted)
-{
     const Bytes copy = Image(ownBytes(kUserSettingSize, 8)).u32(0, {0x2021365C}).bytes;
     const Bytes slotBuffer = ownBytes(kViewSize, 9);
     fill(GetUserSetting_old(), copy);
     fill(GetSaveViewSetting(), slotBuffer);
     fs::create_directory(kDirectory);
     EXPECT_EQ(printedBy(ResetUserSettingSave), "");
+    EXPECT_EQ(_currentView, 0);
+    EXPECT_EQ(GetUserSetting()->currentView, 0);
+    // The flags of containers, which the current view has clear, are clear in the preview too.
+    EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()),
+                         bytesOf(GetUserSetting()).substr(kPreviewAt, kViewSize)));
     EXPECT_TRUE(areBytes(bytesOf(GetUserSetting_old()), copy));
     EXPECT_TRUE(areBytes(bytesOf(GetSaveViewSetting()), slotBuffer));
     EXPECT_TRUE(fs::is_empty(kDirectory));

@@ -26,7 +26,6 @@ namespace fs = std::filesystem;
 namespace {
 
 // Real calls that are counted and can be made to fail.
-
 using Mkdirs = std::vector<std::pair<std::string, mode_t>>;
 Mkdirs mkdirCalls;
 bool mkdirFails = false;
