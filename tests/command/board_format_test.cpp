@@ -17,8 +17,7 @@ constexpr size_t kResolutions = 1904;
 constexpr size_t kCustomResolution = 3736;
 constexpr size_t kExternalFormat = 2413;
 
-// None of the bytes of interest has the value that will be set. The custom resolution is of size
-// class 2.
+// None of the bytes of interest has the value that will be set.
 Bytes recordWith(uint32_t external)
 {
     return Image(steppedBytes(kUserSettingSize, 1))
@@ -70,8 +69,7 @@ TEST_F(BoardFormat, TheCustomFormatBringsTheCustomResolution)
     expectFormat(124, 124, true);
 }
 
-// As it is stored, 124 to 127 included: the resolutions are the custom format's only if it is
-// asked for by its own number.
+// As it is stored, 124 included, which brings no resolution here.
 TEST_F(BoardFormat, TheExternalInputIsReplacedByItsFormatWhateverIsStored)
 {
     for (uint32_t external = 0; external < 256; ++external) {

@@ -76,17 +76,10 @@ NOTED_SETTER(_Z8SetDefGWPKh,      "SetDefGW")
 NOTED_GETTER(_Z12GetIpAddressPh,  "GetIpAddress", kIp)
 NOTED_GETTER(_Z10GetNetMaskPh,    "GetNetMask",   kMask)
 NOTED_GETTER(_Z8GetDefGWPh,       "GetDefGW",     kGateway)
+REPLACE(void, _Z7read_ipv, ()) { note("read_ip with isSetIp " + std::to_string(isSetIp)); }
+REPLACE(void, _Z7setDhcph, (uint8_t enable)) { note("setDhcp " + std::to_string(enable)); }
+REPLACE(uint32_t, _Z11getDeviceSNv, ()) { return serialNumber; }
 // clang-format on
-
-REPLACE(void, _Z7read_ipv, ())
-{
-    note("read_ip with isSetIp " + std::to_string(isSetIp));
-}
-
-REPLACE(void, _Z7setDhcph, (uint8_t enable))
-{
-    note("setDhcp " + std::to_string(enable));
-}
 
 REPLACE(uint32_t, _Z16getSystemVersionv, ())
 {
@@ -98,11 +91,6 @@ REPLACE(int32_t, _Z12saveDeviceSNj, (uint32_t number))
 {
     note("saveDeviceSN " + std::to_string(number));
     return 1;
-}
-
-REPLACE(uint32_t, _Z11getDeviceSNv, ())
-{
-    return serialNumber;
 }
 
 namespace {
@@ -188,8 +176,7 @@ const Expected &findExpected(uint8_t command, uint8_t dat1)
     });
 }
 
-// The table's reply: ACK, NAK, none, the four data bytes in hexadecimal or by name, or "see" for a
-// handler of another module, which answers itself.
+// The table's reply. After "see" it is that of a handler of another module, which is not executed.
 Calls announced(const std::string &reply, const Parameters &request)
 {
     static const std::map<std::string, uint8_t> kNames = {

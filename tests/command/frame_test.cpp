@@ -1,5 +1,4 @@
-// The record on the wire. Expected characters come from printf's "%02x" and from a plain search in
-// the digits, expected sums are written out.
+// The record on the wire. Expected digits come from printf() and a search, expected sums by hand.
 
 #include "command/frame.h"
 

@@ -1,6 +1,5 @@
-// From queued bytes to executed commands, their answers, and what the control PC gets to see of it
-// all. The modules' sources are part of this file, so that the assembler's state and the order of
-// the accesses are in sight.
+// From queued bytes to executed commands, their answers, and what the control PC gets to see. The
+// modules' sources are part of this file, so that their state and their accesses are in sight.
 //
 // The cases on the mirror guard against one fault above all: taking back bytes of a frame that the
 // PC has got already, or that never found room, hands the PC old bytes again.
@@ -95,8 +94,7 @@ std::string withEnd(std::string frame, char end)
 // One pass of the main loop: what arrives on serial port 0 before it, what the console and the line
 // then show, and what the PC gets at its end. No value: the bridge has no turn.
 struct Pass {
-    std::string arrives;
-    std::string transcript;
+    std::string arrives, transcript;
     std::optional<std::string> toPC;
 };
 
@@ -129,10 +127,7 @@ protected:
     }
 
     // A command that was executed before.
-    static void setPrevious112233()
-    {
-        commandToLED = {0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88};
-    }
+    static constexpr Rs232Command k112233 = {0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88};
 };
 
 TEST_F(Reception, PreparesTheReplysFrameOnce)
@@ -141,7 +136,7 @@ TEST_F(Reception, PreparesTheReplysFrameOnce)
     EXPECT_EQ(frame(), "<F" + std::string(16, '#') + ">\0"s);
     EXPECT_EQ(g_ReceiveDetected, 0u);
     arrive("<T00");
-    const std::array<Channel *, 10> before = std::to_array(channel);
+    const auto before = std::to_array(channel);
     std::memset(strCommandFromLED, '#', sizeof strCommandFromLED);
     g_ReceiveDetected = 1;
     InitRs232CommandVariable();
@@ -324,13 +319,12 @@ TEST_F(Reception, RefusesEachWrongHeaderCharacterThenExecutesTheFrame)
         SCOPED_TRACE(row.transcript);
         expect({{kDeviceType.substr(0, 10), "", kDeviceType.substr(0, 10)}});
         std::memcpy(g_ReceiveCommand[0].text, row.header.data(), 2);
-        setPrevious112233();
+        commandToLED = k112233;
         expect({{row.rest, row.transcript, row.toPC}});
     }
 }
 
-// Regression: a line that brought frames as fast as their replies left kept one call busy for
-// as long as it did, and the bridge and the delayed calls stood still.
+// Regression: a line that brought frames as fast as their replies left kept one call busy forever.
 TEST_F(Reception, LeavesTheLoopItsTurnWhileTheLineKeepsBringingFrames)
 {
     onSend = [] { arrive(kVersion); };
@@ -434,14 +428,13 @@ TEST_F(Reception, PrintsALocalCommandThenExecutesIt)
     TaskCommand();
     commandFrom = 0;
     current_channel = 3;
-    setPrevious112233();
+    commandToLED = k112233;
     EXPECT_EQ(transcriptOf([] { processCmdFromLocal(0x68, 1, 0, 0x0F, 0x0A); }),
               "process local cmd: 68 01 00 0f 0a\r\nread device type\n> <F00226801263300e4>\n");
     EXPECT_EQ(bytesOf(commandToLED), (Bytes{0, 0x22, 0x68, 1, 0, 0x0F, 0x0A, 0x88}));
     // It has no channel, frame or time of its own.
     EXPECT_EQ(current_channel, 3);
-    EXPECT_EQ(channel[0]->lastTime, 0u);
-    EXPECT_EQ(channel[3]->lastTime, 0u);
+    EXPECT_TRUE(channel[0]->lastTime == 0 && channel[3]->lastTime == 0);
     EXPECT_EQ(mirror(), "ab");
 }
 
@@ -480,16 +473,17 @@ class Model {
 public:
     Calls answers;
     size_t current = 0; // the channel of the last command that was executed
-
-    void arrive(size_t source, const std::string &bytes)
-    {
-        sources_[source].queue += bytes;
-    }
+    std::array<std::string, 10> queues;
+    struct Pending {
+        char byte;
+        unsigned run; // bytes of one run belong to one frame in the making
+    };
+    std::vector<Pending> mirror;
 
     void serve()
     {
-        for (size_t i = 0; i < sources_.size(); ++i) {
-            std::string &queue = sources_[i].queue;
+        for (size_t i = 0; i < queues.size(); ++i) {
+            std::string &queue = queues[i];
             size_t taken = 0;
             while (taken < queue.size() && take(i, queue[taken++])) {
             }
@@ -500,27 +494,13 @@ public:
     std::string pending() const
     {
         std::string all;
-        for (const Pending &byte : pending_) {
+        for (const Pending &byte : mirror) {
             all += byte.byte;
         }
         return all;
     }
 
-    void drain()
-    {
-        pending_.clear();
-    }
-
 private:
-    struct Source {
-        std::string queue;
-        std::string taken; // since the last frame
-    };
-    struct Pending {
-        char byte;
-        unsigned run; // bytes of one run belong to one frame in the making
-    };
-
     // Takes a byte from a source. False when a wrong checksum ends the turn.
     bool take(size_t i, char byte)
     {
@@ -528,10 +508,10 @@ private:
             ++run_;
             mirrored_ = i;
         }
-        if (pending_.size() < 4095) {
-            pending_.push_back({byte, run_});
+        if (mirror.size() < 4095) {
+            mirror.push_back({byte, run_});
         }
-        std::string &taken = sources_[i].taken;
+        std::string &taken = taken_[i];
         taken += byte;
         const size_t start = taken.rfind('<');
         if (start == taken.npos || taken.size() - start != 19 || taken[start + 1] != 'T') {
@@ -551,7 +531,7 @@ private:
             answer(refusal(previous_));
             return false;
         }
-        std::erase_if(pending_, [&](const Pending &each) { return each.run == run_; });
+        std::erase_if(mirror, [&](const Pending &each) { return each.run == run_; });
         ++run_;
         current = i;
         const bool isVersion = record.command == 0x6A && record.dat1 == 3;
@@ -560,8 +540,7 @@ private:
         return true;
     }
 
-    std::array<Source, 10> sources_;
-    std::vector<Pending> pending_;
+    std::array<std::string, 10> taken_; // since the last frame
     size_t mirrored_ = 0;
     unsigned run_ = 0;
     Parameters previous_{};
@@ -633,7 +612,7 @@ void compareWithModel()
             const std::string part = line.substr(0, below(60));
             line.erase(0, part.size());
             arrive(part, source);
-            model.arrive(source, part);
+            model.queues[source] += part;
             if (below(2) == 0) {
                 TaskCommand();
                 model.serve();
@@ -646,7 +625,7 @@ void compareWithModel()
             }
             if (below(2 * run.passesPerDrain) == 0) {
                 ASSERT_EQ(drainToPC(), model.pending()) << "step " << step;
-                model.drain();
+                model.mirror.clear();
             }
         }
         EXPECT_GT(answers, kRandomSteps / 8u);
@@ -713,8 +692,8 @@ TEST_F(Reception, OrdersTheAccessesOfBothThreadsToAChannel)
     }
 }
 
-// A second thread queues numbered frames: of one source, in parts of any length; or of thirteen,
-// which evict each other, and whole, so that what an evicted source leaves is whole frames too.
+// A second thread queues numbered frames: of one source, in parts of any length; or whole ones of
+// thirteen, which evict each other.
 std::vector<uint32_t> executedOf(uint32_t sources)
 {
     std::atomic<uint32_t> answered = 0;

@@ -1,5 +1,4 @@
-// Commands 0xF0 to 0xF3 from the frame's record to the answer, the hooks that they call, and the
-// file test that shares their buffer.
+// Commands 0xF0 to 0xF3, the hooks that they call, and the file test that shares their buffer.
 
 #include "command/setting.h"
 
@@ -161,8 +160,7 @@ struct Row {
     Answer answer;
     Journal calls;
     size_t sleeps = 0;
-    std::string left = "";
-    std::string prints = "";
+    std::string left = "", prints = "";
 };
 
 void expectRow(const Row &row)
@@ -246,8 +244,6 @@ TEST_F(Setting, ReadsTheBlockOfAnythingElseAndRefuses)
         }
     }
 }
-
-// 0xF1, read data --------------------------------------------------------------------------------
 
 TEST_F(Setting, SendsTheNetworkRecordAfterTheReplyWithZerosForWhatIsUnknown)
 {
@@ -365,8 +361,6 @@ TEST_F(Setting, SelectsTheWritingHookByDat1)
         expectRow({"", text(0xF2, dat1), {{0, "[k=-5]"}}, isKnown ? kAcks : kNaks, calls});
     }
 }
-
-// 0xF3, read text --------------------------------------------------------------------------------
 
 TEST_F(Setting, SelectsTheReadingHookByDat1ButNoneForTake)
 {

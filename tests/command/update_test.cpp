@@ -1,8 +1,6 @@
-// Firmware update: the command's table, the update mode, transfers of every kind and what comes of
-// them. The module's sources are part of this file, so that their state is in sight.
-//
-// A transfer that may end the process runs in a child of the test: its console and what its _exit()
-// sees come back in two files.
+// Firmware update: the command's table, the update mode, transfers and what comes of them. The
+// module's sources are part of this file, so that their state is in sight. A transfer that may end
+// the process runs in a child: its console and what its _exit() sees come back in two files.
 
 #include "command/update.cpp"
 #include "command/update_paths.cpp"
@@ -354,16 +352,14 @@ TEST_F(Update, AnswersEverySubCommandThenPausesAndEntersUpdateMode)
             SCOPED_TRACE(testing::Message() << dat1 << " " << dat2);
             const auto second = static_cast<uint8_t>(dat2);
             const Parameters asked = {1, 2, 0x9A, static_cast<uint8_t>(dat1), second, 0x33, 0x44};
-            std::string expected = refusal(asked);
-            if (dat1 == 0x10) {
-                expected = replyFrame({1, 2, 0x9A, 0x10, 0, 0, 0});
-            } else if (dat1 == 0xA1) {
-                expected = replyFrame({1, 2, 0x9A, 0xA1, second, 4, 0});
-            } else if (dat1 == 0xB1 && dat2 == 7) {
-                expected = replyFrame({1, 2, 0x9A, 0xB1, 7, 1, 10});
-            } else if (dat1 == 0x16 || dat1 == 0x20 || dat1 == 0xB1) {
-                expected = replyFrame(asked);
-            }
+            const std::map<unsigned, std::string> replies = {
+                {0x10, replyFrame({1, 2, 0x9A, 0x10, 0, 0, 0})},
+                {0x16, replyFrame(asked)},
+                {0x20, replyFrame(asked)},
+                {0xA1, replyFrame({1, 2, 0x9A, 0xA1, second, 4, 0})},
+                {0xB1, replyFrame(dat2 == 7 ? Parameters{1, 2, 0x9A, 0xB1, 7, 1, 10} : asked)},
+            };
+            const std::string expected = replies.contains(dat1) ? replies.at(dat1) : refusal(asked);
             const uint32_t asking = GetSysTick();
             startTime_Update = 0;
             EXPECT_EQ(execute(asked), "> " + expected + "\n");
@@ -858,8 +854,7 @@ TEST_F(Update, ClosesTheLocalSaveFileAndFreesItsHandle)
     EXPECT_EQ(transcriptOf(closeSaveLocalFile), "");
     EXPECT_EQ(openFiles(), before);
     EXPECT_EQ(blocksInUse, 0);
-    EXPECT_EQ(localSaveFile, nullptr);
-    EXPECT_EQ(localSaveIndex, 0u);
+    EXPECT_TRUE(localSaveFile == nullptr && localSaveIndex == 0);
     localSaveIndex = 6;
     closeSaveLocalFile(); // there is none any more
     EXPECT_EQ(localSaveIndex, 6u);

@@ -41,8 +41,7 @@ TEST(TimeControl, IsZeroBeforeItIsLoaded)
     EXPECT_EQ(record(), kNone);
 }
 
-// The two bytes after the entries are no entries. What is in memory is judged. The slot does not
-// count: the file of slot 0 is read and written.
+// The two bytes after the entries stay, as they are no entries. What is in memory is judged.
 TEST(TimeControl, LoadingAnySlotUsesTheFileOfSlotZero)
 {
     const Bytes foreignReset = kDefaults.substr(0, 150) + kForeign.substr(150);

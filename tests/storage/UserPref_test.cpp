@@ -1,5 +1,4 @@
-// The two records of the unit against their files, byte by byte; and the order in which all records
-// are loaded.
+// The two records of the unit against their files, and the loading of all records.
 
 #include "storage/UserPref.h"
 
@@ -358,8 +357,7 @@ TEST(UserPref, BlocksAndRecordsAreLoadedInOrderAndASecondStartTakesWhatTheFirstH
     EXPECT_EQ(filesIn(), saved);
 }
 
-// A record that had to be reset is no reason to leave out those after it. The result is that of the
-// last record alone.
+// The result is that of the last record alone.
 TEST(UserPref, GoodRecordsAreLoadedAndOneBadOneDoesNotTouchTheOthers)
 {
     const struct {

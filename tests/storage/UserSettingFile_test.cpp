@@ -70,8 +70,7 @@ Bytes goodFile(uint32_t seed)
 }
 const Bytes kGoodFile = goodFile(1);
 
-// What a good file becomes in memory, but for the user mode: the layer states of the program view
-// are cleared.
+// What a good file becomes in memory, but for the user mode: the program's layers are off.
 Bytes loaded(const Bytes &file)
 {
     Image record(file.substr(0, kUserSettingSize));
@@ -239,8 +238,7 @@ TEST_F(UserSettingFile, FileWithOneWrongBitInAnIdentificationIsReset)
     }
 }
 
-// What is in memory is judged, zero at the start. The last byte of the trailing word is zero
-// itself, so a file without it is as good as a whole one.
+// What is in memory is judged, zero at first. So is the last byte, and a file without it is good.
 TEST_F(UserSettingFile, ShortFileIsJudgedTogetherWithWhatIsInMemory)
 {
     for (const size_t length : {1u, 3u, 4u, 3812u, 11828u, 11830u}) {

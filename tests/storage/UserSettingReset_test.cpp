@@ -140,8 +140,7 @@ TEST(UserSettingReset, CustomFormatGivesInputsTheHeightAskedFor)
     expectEdit([] { ResetOutputSetting(1, 124); }, output, from);
 }
 
-// Where input 24's flag would be is the user mode mirror, after it the factory-reset flag: bytes
-// 3712 and 3713.
+// Where the flags of inputs 24 and 25 would be are the user mode mirror and the factory-reset flag.
 TEST(UserSettingReset, PreInputTakesTheWholeOfItsInputAndClearsItsFlag)
 {
     for (uint32_t input = 0; input < 26; ++input) {

@@ -1,5 +1,4 @@
-// The four blocks: how they are taken from the heap, where their parts stand, and how the copy and
-// the current view are made again.
+// The four blocks: how they are taken from the heap, and how copy and current view are made again.
 
 #include "storage/UserSetting.h"
 
@@ -48,8 +47,7 @@ Bytes bytesAt(const Block &block)
     return {reinterpret_cast<const char *>(block.first), block.second};
 }
 
-// The device starts with whatever memory it gets: a block that the heap refuses is the program's
-// own.
+// A block that the heap refuses is the program's own.
 void expectBlocks(const std::set<size_t> &refusedOnes)
 {
     constexpr uint32_t kSizes[] = {3996, 11832, 3996, 11832};

@@ -1,6 +1,5 @@
-// The work-time list against its file, with this model's base address and with others, and its
-// flag. The module's source is part of this file with its base address weak, so that
-// work_time_base.cpp can take its place.
+// The work-time list against its file, with this model's base address and with others. The module's
+// source is part of this file with its base address weak: work_time_base.cpp takes its place.
 
 #include "storage/WorkTime.h"
 

@@ -1,5 +1,4 @@
-// The file store on a real file system: every mode, result and message, and what a file system can
-// refuse.
+// The file store on a real file system: every mode, result and message, and every refusal.
 
 #include "storage/fatfs.h"
 
@@ -144,7 +143,6 @@ protected:
 // afterwards. Modes are the bits 1, 2, 4, 8, 0x10 and 0x20.
 TEST_F(Fatfs, CreateBitsComeBeforeTheReadBitAndThatBeforeTheAppendBits)
 {
-    const std::string name = "file";
     for (uint32_t mode = 0; mode < 0x40; ++mode) {
         const bool isRead = (mode & 0x0C) == 0 && (mode & 1) != 0;
         const bool isNothing = (mode & 0x3D) == 0;
@@ -154,10 +152,8 @@ TEST_F(Fatfs, CreateBitsComeBeforeTheReadBitAndThatBeforeTheAppendBits)
         for (const bool isFullPath : {true, false}) {
             SCOPED_TRACE((isFullPath ? "f_open " : "sd_open ") + std::to_string(mode));
             const auto open = [&](FileHandle *file) {
-                return outcomeOf([&] {
-                    return isFullPath ? f_open(file, kFile.c_str(), mode)
-                                      : sd_open(file, name.c_str(), mode);
-                });
+                return isFullPath ? outcomeOf(f_open, file, kFile.c_str(), mode)
+                                  : outcomeOf(sd_open, file, "file", mode);
             };
             writeFile(kFile, "old");
             FileHandle file = nullptr;
@@ -355,8 +351,7 @@ TEST_F(Fatfs, ReadingFillsTheBufferAtMostAndReturnsTheLengthOfTheFile)
         std::string content;
         uint32_t capacity;
         size_t readAtMost;
-        std::string buffer; // "12345678" before
-        std::string printed;
+        std::string buffer, printed; // the buffer held "12345678"
     } rows[] = {
         {"as long as the buffer", full, 8, 100, full, ""},
         {"shorter", "abc", 8, 100, "abc45678", ""},
@@ -395,8 +390,7 @@ TEST_F(Fatfs, AbsentFilesAndDirectoriesLeaveTheBufferAlone)
     EXPECT_TRUE(fs::is_directory(kFile));
 }
 
-// There is no second file and no rename: who holds a link to the file sees the change. A failure
-// does not disturb the next operation.
+// Who holds a link to the file sees the change. A failure does not disturb the next operation.
 TEST_F(Fatfs, WritingReturnsOneAndTruncatesAndRewritesTheVeryFile)
 {
     writeFile(kFile, "abc");

@@ -1,6 +1,5 @@
-// docs/files.md: its tables against the lines of src/storage/*.def, which the compiler holds
-// against the structs; its defaults, and the bytes that it shows, against what resets and a first
-// start make.
+// docs/files.md: its tables against src/storage/*.def, which the compiler holds against the
+// structs; its defaults and the bytes that it shows against what resets and a first start make.
 
 #include <algorithm>
 #include <iomanip>
@@ -27,8 +26,7 @@ namespace {
 
 struct Field {
     size_t offset;
-    std::string type; // "u8", "u16[4]", "Layer[96]"
-    std::string name;
+    std::string type, name; // types are "u8", "u16[4]", "Layer[96]"
     bool operator==(const Field &) const = default;
 };
 
@@ -205,8 +203,7 @@ const Bytes kPositions = [] {
     return bytes;
 }();
 
-// The fields whose last column has words, and what they mean for the entry that the test looks at:
-// the bytes of the field or, of some records, of its beginning.
+// The fields whose last column has words, and what they mean: the bytes of its beginning.
 const struct {
     std::string field, text;
     Bytes bytes;
@@ -356,8 +353,7 @@ TEST(FilesDocument, AnnouncesTheDefaults)
 
 // The bytes ---------------------------------------------------------------------------------------
 
-// A line as "hexdump -C" shows it, the last of them only the length. (It would show a "*" in the
-// place of lines that repeat.)
+// A line as "hexdump -C" shows it, the last of them only the length.
 std::string hexdumpLine(const Bytes &bytes, size_t at)
 {
     std::ostringstream line;
