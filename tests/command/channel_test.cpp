@@ -120,8 +120,6 @@ TEST(Channel, IsTheLowestOfThoseBoundToOneSource)
     EXPECT_EQ(getUsedChannel(2, 9), 9);
 }
 
-// Binding ----------------------------------------------------------------------------------------
-
 TEST(Channel, BindsTheLowestFreeSlotHoweverLongOthersAreIdle)
 {
     bindAll();
@@ -190,8 +188,6 @@ TEST(Channel, KeepsBytesAndTimeOfTheOldSource)
     EXPECT_EQ(getFreeChannel(2, 11), 5);
     EXPECT_EQ(getUsedChannel(0, 0x2710'0900000A), 255);
 }
-
-// Receiving --------------------------------------------------------------------------------------
 
 TEST(Channel, PrintsWhichSlotANewSourceGets)
 {
@@ -303,8 +299,6 @@ TEST(Channel, GivesTheKindOfTheChannelBeingExecuted)
         EXPECT_EQ(get_channel_type(), type);
     }
 }
-
-// Without memory ---------------------------------------------------------------------------------
 
 TEST(Channel, GivesNobodyASlotWithoutMemoryAndDropsEveryByteAndReply)
 {

@@ -420,8 +420,6 @@ TEST_F(Reception, ReadsBytesLeftByTheEvictedSourceAsTheNewOnes)
     EXPECT_EQ(channel[6]->lastTime, kNow);
 }
 
-// Commands made inside the daemon ----------------------------------------------------------------
-
 TEST_F(Reception, PrintsALocalCommandThenExecutesIt)
 {
     arrive("ab");

@@ -395,8 +395,6 @@ TEST_F(Setting, SendsTheTextAfterTheReplyAndReportsOneOf4096Characters)
     EXPECT_EQ(waiting(), "[payload]");
 }
 
-// What the commands are made of ------------------------------------------------------------------
-
 TEST_F(Setting, ReturnsTheHookThatItCalls)
 {
     char items[] = "a=1,b=2";
@@ -439,8 +437,6 @@ TEST_F(Setting, HasHooksThatDoNothing)
     EXPECT_STREQ(key, "a");
     EXPECT_STREQ(out, "[");
 }
-
-// On the line ------------------------------------------------------------------------------------
 
 TEST_F(Setting, ReadsThePayloadAfterTheFrameAndMirrorsNothingOfIt)
 {

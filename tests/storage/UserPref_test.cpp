@@ -138,10 +138,11 @@ TEST(UserPref, ResettingPreferencesKeepsMacAddressAndPaddingOnly)
 {
     fill(getUserPref(), Bytes(56, '\xA5'));
     EXPECT_EQ(printedBy(resetUserPref), "");
-    Bytes expected = with(kDefaultUserPref, 30, Bytes(6, '\xA5')); // MAC address
-    expected = with(expected, 53, Bytes(3, '\xA5'));               // padding
-    expected = with(expected, 4, hex("00 01"));                    // neither language nor fade held
-    EXPECT_EQ(bytesOf(getUserPref()), expected);
+    Image expected(kDefaultUserPref);
+    expected.u8(4, {0, 1})
+        .repeat(30, 6, 0xA5)
+        .repeat(53, 3, 0xA5); // language and fade have not held
+    EXPECT_EQ(bytesOf(getUserPref()), expected.bytes);
     EXPECT_TRUE(fs::is_empty(kDirectory));
 }
 

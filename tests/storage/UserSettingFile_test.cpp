@@ -179,8 +179,6 @@ protected:
     }
 };
 
-// Loading ----------------------------------------------------------------------------------------
-
 TEST_F(UserSettingFile, GoodFileIsReadOnceAndItsLayerStatesAreCleared)
 {
     Image states(kGoodFile);
@@ -286,8 +284,6 @@ TEST_F(UserSettingFile, DefaultsThatCannotBeSavedStandInAllTheSame)
     EXPECT_EQ(_userMode, 0);
     EXPECT_FALSE(fs::exists(kDirectory));
 }
-
-// Reading and writing ----------------------------------------------------------------------------
 
 TEST_F(UserSettingFile, ReadingReturnsTheLengthOfTheFileAndJudgesNothing)
 {

@@ -78,8 +78,6 @@ void expectLoads(const std::vector<Row> &rows)
     EXPECT_EQ(_currentView, current);
 }
 
-// Loading ----------------------------------------------------------------------------------------
-
 TEST(ViewFile, AStoredViewIsReadOnceAsExactly3996Bytes)
 {
     for (int slot = 0; slot < 16; ++slot) {
@@ -233,8 +231,6 @@ TEST(ViewFile, ResettingTheSlotBufferChangesWhatAnEmptyViewNeeds)
     EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()), kLive));
     EXPECT_TRUE(fs::is_empty(kDirectory));
 }
-
-// Saving -----------------------------------------------------------------------------------------
 
 std::string savingSteps(int slot)
 {

@@ -211,7 +211,6 @@ const struct {
     // clang-format off
     {"UserPref.language", "stays if 0 or 1, else 0", hex("00")},
     {"UserPref.loadFadeInOutOff", "stays if 0 or 1, else 1", hex("01")},
-
     {"UserSetting.inputEnable", "1 for inputs 0 to 23; 24 and 25 stay",
      Bytes(24, '\1') + hex("a5 a5")},
     {"UserSetting.inputTiming", "format 76 for inputs 0 to 23; 24 and 25 stay",
@@ -221,7 +220,6 @@ const struct {
     {"UserSetting.customResolution", "1920 × 1080 at 60 Hz", kResolution},
     {"UserSetting.preview", "a copy of `program`; see `ViewSetting`",
      '\0' + Bytes(15, kOld) + kLayer0},
-
     // Of input 3.
     {"PreInput.group", "input number modulo 4", hex("03")},
     {"PreInput.sourceWidth", "active width of the input; 3840 for inputs 24 and 25", hex("00 0f")},
@@ -230,25 +228,21 @@ const struct {
     {"PreInput.targetWidth", "1920; 3840 for inputs 24 and 25", hex("80 07")},
     {"PreInput.targetHeight", "1080; 2160 for inputs 24 and 25", hex("38 04")},
     {"PreInput.groupBit", "by the group", hex("08")},
-
     {"ViewSetting.viewByte0", "stays; 0 in `preview`", hex("a5")},
     {"ViewSetting.layerAlphaPos", "95 for layer 0, one less for each further layer", kPositions},
     {"ViewSetting.viewNumber", "1; 0 in `preview`", hex("01")},
     {"ViewSetting.rs1", "stays; in `preview` see `Rs1Setting`", Bytes(864, kOld)},
     {"ViewSetting.identification", "stays; 0x29215679 in `preview`", hex("a5 a5 a5 a5")},
-
     // Of layer 95.
     {"Layer.inputPort", "layer number modulo 24", hex("17")},
     {"Layer.sourceWidth", "active width of the input", hex("00 0f")},
     {"Layer.sourceHeight", "active height of the input", hex("70 08")},
     {"Layer.windowWidth", "active width of output 0", hex("80 07")},
     {"Layer.windowHeight", "active height of output 0", hex("38 04")},
-
     {"OtherSetting.settingWord4", "active width of output 0, less 256", hex("80 06")},
     {"OtherSetting.settingWord6", "active height of output 0, less 128", hex("b8 03")},
     {"ContainerOther.settingWord4", "active width of output 0, less 256", hex("80 06")},
     {"ContainerOther.settingWord6", "active height of output 0, less 128", hex("b8 03")},
-
     {"Rs1Half.byte11", "stays; 0 in the second half", hex("a5")},
     // clang-format on
 };
