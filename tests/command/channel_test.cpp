@@ -81,9 +81,7 @@ TEST(Channel, StartsUnboundAndEmptyOverItsOwnStorageInOneOfTenRecords)
     EXPECT_EQ(mallocs, std::vector<size_t>(10, size));
     for (const Channel *const slot : channel) {
         ASSERT_NE(slot, nullptr);
-        EXPECT_EQ(slot->type, 5u);
-        EXPECT_EQ(slot->address, 0u);
-        EXPECT_EQ(slot->lastTime, 0u);
+        EXPECT_TRUE(slot->type == 5 && slot->address == 0 && slot->lastTime == 0);
         EXPECT_EQ(slot->pipe.start, slot->storage);
         EXPECT_EQ(slot->pipe.end, slot->storage + 4096);
         EXPECT_EQ(slot->pipe.write, slot->storage);

@@ -197,10 +197,9 @@ Calls announced(const std::string &reply, const Parameters &request)
         std::istringstream words(reply);
         std::string word;
         for (size_t i = 3; words >> word; ++i) {
-            const auto named = kNames.find(word);
-            parameters.at(i) = named != kNames.end()
-                                   ? named->second
-                                   : static_cast<uint8_t>(std::stoul(word, nullptr, 16));
+            const bool isNamed = kNames.contains(word);
+            const auto value = isNamed ? kNames.at(word) : std::stoul(word, nullptr, 16);
+            parameters.at(i) = static_cast<uint8_t>(value);
         }
     }
     return uart0({replyFrame(parameters)});

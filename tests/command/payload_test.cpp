@@ -175,15 +175,4 @@ TEST_F(Payload, ReadsNothingFromAChannelWithoutMemory)
     channel[5] = memory;
 }
 
-TEST_F(Payload, MirrorsNothingOfItToThePc)
-{
-    arrive("ab" + withChecksum("cd") + "[e]");
-    uint8_t bytes[3];
-    readDataFromPC(bytes, 2, 0);
-    receiveBufferFromPC(bytes, 2, 0);
-    readText(bytes, 3, 0);
-    EXPECT_EQ(waiting(), "");
-    EXPECT_EQ(contentOf(udp_send_pipe), "");
-}
-
 } // namespace

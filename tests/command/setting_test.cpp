@@ -258,8 +258,8 @@ TEST_F(Setting, SendsTheNetworkRecordAfterTheReplyWithZerosForWhatIsUnknown)
     for (const auto &[found, sends] : rows) {
         SCOPED_TRACE(hex(found));
         network = found;
-        execute({1, 2, 0xF1, 0x20, 7, 8, 9});
-        EXPECT_EQ(sent, uart0({replyFrame({1, 2, 0xF1, 0x20, 7, 19, 0}), sends}));
+        EXPECT_EQ(execute({1, 2, 0xF1, 0x20, 7, 8, 9}),
+                  line(replyFrame({1, 2, 0xF1, 0x20, 7, 19, 0})) + line(sends));
         EXPECT_EQ(journal, Journal{"read"}); // before the reply
     }
     EXPECT_EQ(waiting(), "[payload]"); // it is for no reading command
@@ -390,7 +390,6 @@ TEST_F(Setting, SendsTheTextAfterTheReplyAndReportsOneOf4096Characters)
         appended = row.appended;
         EXPECT_EQ(execute(text(0xF3, 0x09)),
                   row.prints + line(replyFrame({0x5A, 0xC3, 0xF3, 9, 7, 0, 0})) + line(row.sends));
-        EXPECT_EQ(sent.size(), 2u) << row.sends;
     }
     EXPECT_EQ(waiting(), "[payload]");
 }

@@ -2,8 +2,6 @@
 
 #include "storage/TimeControl.h"
 
-#include <type_traits>
-
 #include <gtest/gtest.h>
 
 #include "tests/support/setting_bytes.h"
@@ -11,10 +9,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-static_assert(std::is_same_v<decltype(ReadTimeControl(0)), uint32_t>);
-static_assert(std::is_same_v<decltype(WriteTimeControl(0)), int32_t>);
-static_assert(std::is_same_v<decltype(saveTimeControl(0)), int32_t>);
 
 constexpr char kFile[] = "timeCon0.sav";
 constexpr char kPath[] = "/userdata/timeCon0.sav";
@@ -34,11 +28,6 @@ using Files = std::map<std::string, Bytes>;
 Bytes record()
 {
     return bytesOf(GetTimeControl());
-}
-
-TEST(TimeControl, IsZeroBeforeItIsLoaded)
-{
-    EXPECT_EQ(record(), kNone);
 }
 
 // The two bytes after the entries stay, as they are no entries. What is in memory is judged.
@@ -77,34 +66,38 @@ TEST(TimeControl, EveryBitOfTheIdentificationCounts)
 TEST(TimeControl, SavingAnySlotWritesTheFileOfSlotZero)
 {
     fill(GetTimeControl(), kOwn);
+    int32_t (*const save)(int32_t) = saveTimeControl;
     for (const int slot : {0, 3, -1, 200}) {
         fs::remove(kPath);
-        EXPECT_EQ(outcomeOf(saveTimeControl, slot), Outcome(1, ""));
+        EXPECT_EQ(outcomeOf(save, slot), Outcome(1, ""));
         EXPECT_EQ(filesIn(), (Files{{kFile, kOwn}})) << slot;
     }
 }
 
 TEST(TimeControl, ReadingAndWritingUseTheFileOfTheirSlot)
 {
+    uint32_t (*const read)(int32_t) = ReadTimeControl;
+    int32_t (*const write)(int32_t) = WriteTimeControl;
     fill(GetTimeControl(), kForeign);
     put(kPathOfThree, Bytes(1000, 'x'));
-    EXPECT_EQ(outcomeOf(WriteTimeControl, 3), Outcome(1, ""));
+    EXPECT_EQ(outcomeOf(write, 3), Outcome(1, ""));
     EXPECT_EQ(filesIn(), (Files{{"timeCon3.sav", kForeign}}));
     fill(GetTimeControl(), kOwn);
-    EXPECT_EQ(outcomeOf(ReadTimeControl, 3), Outcome(152, ""));
+    EXPECT_EQ(outcomeOf(read, 3), Outcome(152, ""));
     EXPECT_EQ(record(), kForeign);
-    EXPECT_EQ(outcomeOf(ReadTimeControl, 12), Outcome(0, notOpened("timeCon12.sav")));
+    EXPECT_EQ(outcomeOf(read, 12), Outcome(0, notOpened("timeCon12.sav")));
     EXPECT_EQ(record(), kForeign);
     put(kPathOfThree, kOwn + "x");
-    EXPECT_EQ(outcomeOf(ReadTimeControl, 3), Outcome(153, tooLong("timeCon3.sav", 153, 152)));
+    EXPECT_EQ(outcomeOf(read, 3), Outcome(153, tooLong("timeCon3.sav", 153, 152)));
     EXPECT_EQ(record(), kOwn);
     put(kPathOfThree, "abcd");
-    EXPECT_EQ(outcomeOf(ReadTimeControl, 3), Outcome(4, ""));
+    EXPECT_EQ(outcomeOf(read, 3), Outcome(4, ""));
     EXPECT_EQ(record(), with(kOwn, 0, "abcd"));
 }
 
 TEST(TimeControl, ResettingKeepsThePaddingAndSavesNothing)
 {
+    EXPECT_EQ(record(), kNone); // before it is loaded
     fill(GetTimeControl(), Bytes(152, '\xA5'));
     EXPECT_EQ(printedBy(resetTimeControl), "");
     EXPECT_EQ(record(), kDefaults.substr(0, 150) + "\xA5\xA5");

@@ -70,8 +70,6 @@ const std::string kDeviceInfoMissing = notOpened(kDeviceInfoFile) + deviceInfoRe
 [[maybe_unused]] const auto *const settingsDirectory =
     testing::AddGlobalTestEnvironment(new SettingsDirectory);
 
-// The user preferences ---------------------------------------------------------------------------
-
 // What is in memory after the reading is judged, and only by its identification.
 TEST(UserPref, PreferencesAreLoadedAndOneLoaderSavesTheDefaults)
 {

@@ -170,31 +170,24 @@ Bytes withClearedFlags(const Bytes &record)
     return expected.u32(3992, {0x29215679}).bytes;
 }
 
-TEST(UserSetting, ResetCurrentViewIsThePreviewWithoutContainerFlags)
-{
-    malloc_saveView();
-    const Bytes record = ownBytes(kUserSettingSize, 9);
-    const Bytes slotBuffer = ownBytes(kViewSize, 10);
-    fill(GetUserSetting(), record);
-    fill(GetSaveViewSetting(), slotBuffer);
-    EXPECT_EQ(printedBy(ResetViewSetting), "");
-    EXPECT_TRUE(areBytes(bytesAt(allocations.at(2)), withClearedFlags(record)));
-    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), record));
-    EXPECT_TRUE(areBytes(bytesOf(GetSaveViewSetting()), slotBuffer));
-}
-
-TEST(UserSetting, CurrentViewWithoutItsIdentificationIsRebuiltFromThePreview)
+TEST(UserSetting, CurrentViewIsRebuiltFromThePreviewWithoutContainerFlags)
 {
     malloc_saveView();
     const Bytes record = ownBytes(kUserSettingSize, 13);
+    const Bytes slotBuffer = ownBytes(kViewSize, 10);
     const Bytes good = Image(ownBytes(kViewSize, 12)).u32(3992, {0x29215679}).bytes;
     fill(GetUserSetting(), record);
-    for (uint32_t bit = 0; bit < 32; ++bit) {
+    fill(GetSaveViewSetting(), slotBuffer);
+    for (uint32_t bit = 0; bit < 32; ++bit) { // where it lacks its identification
         std::memcpy(allocations.at(2).first, bitFlipped(good, 3992, bit).data(), kViewSize);
         EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()), withClearedFlags(record))) << bit;
     }
     std::memcpy(allocations.at(2).first, good.data(), kViewSize);
     EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()), good));
+    EXPECT_EQ(printedBy(ResetViewSetting), ""); // whatever it holds
+    EXPECT_TRUE(areBytes(bytesAt(allocations.at(2)), withClearedFlags(record)));
+    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), record));
+    EXPECT_TRUE(areBytes(bytesOf(GetSaveViewSetting()), slotBuffer));
 }
 
 } // namespace

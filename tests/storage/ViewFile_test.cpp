@@ -3,7 +3,6 @@
 
 #include "storage/ViewFile.h"
 
-#include <type_traits>
 #include <vector>
 
 #include <sys/mount.h>
@@ -16,9 +15,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-static_assert(std::is_same_v<decltype(LoadViewSetting(0)), int32_t>);
-static_assert(std::is_same_v<decltype(SaveViewSetting(0)), int32_t>);
 
 [[maybe_unused]] const auto *const preparedViews =
     testing::AddGlobalTestEnvironment(new PreparedViews);
@@ -139,8 +135,8 @@ TEST(ViewFile, AFileThatBecomesGoodByTheSecondAttemptIsLoaded)
             put(viewPath(kOther), aView(77));
         }
     };
-    EXPECT_EQ(outcomeOf(LoadViewSetting, kOther),
-              Outcome(1, notSaved("view3.sav") + tryAgain(kOther)));
+    int32_t (*const load)(int32_t) = LoadViewSetting;
+    EXPECT_EQ(outcomeOf(load, kOther), Outcome(1, notSaved("view3.sav") + tryAgain(kOther)));
     EXPECT_TRUE(areBytes(slotBuffer(), aView(77)));
     EXPECT_EQ(opened, 2);
 }
@@ -220,18 +216,6 @@ TEST(ViewFile, WithACurrentViewAfterTheLastSlotNoSlotIsTheCurrentOne)
     }
 }
 
-TEST(ViewFile, ResettingTheSlotBufferChangesWhatAnEmptyViewNeeds)
-{
-    const Bytes before(kViewSize, '\xA5');
-    fill(GetSaveViewSetting(), before);
-    const Bytes record = bytesOf(GetUserSetting());
-    EXPECT_EQ(printedBy(ResetSaveViewSetting), "");
-    EXPECT_TRUE(areBytes(slotBuffer(), emptyOver(before)));
-    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), record));
-    EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()), kLive));
-    EXPECT_TRUE(fs::is_empty(kDirectory));
-}
-
 std::string savingSteps(int slot)
 {
     return "<open " + viewName(slot) + " 10><write 3996><close>";
@@ -240,7 +224,8 @@ std::string savingSteps(int slot)
 Outcome saveOther()
 {
     tracedFiles.isNoted = true;
-    return outcomeOf(SaveViewSetting, kOther);
+    int32_t (*const save)(int32_t) = SaveViewSetting;
+    return outcomeOf(save, kOther);
 }
 
 TEST(ViewFile, SavingWritesTheSlotBufferWithItsViewNumber)

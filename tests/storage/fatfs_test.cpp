@@ -137,8 +137,6 @@ protected:
     size_t openAtStart;
 };
 
-// Opening ----------------------------------------------------------------------------------------
-
 // A file that holds "old" is opened and "NEW" is written: which bit decided shows in what is there
 // afterwards. Modes are the bits 1, 2, 4, 8, 0x10 and 0x20.
 TEST_F(Fatfs, CreateBitsComeBeforeTheReadBitAndThatBeforeTheAppendBits)
@@ -330,8 +328,6 @@ TEST_F(Fatfs, ATransferIsOneBufferedCall)
     EXPECT_EQ(transfers, expected);
     EXPECT_EQ(bytes, std::string(12345, 'x'));
 }
-
-// Whole files ------------------------------------------------------------------------------------
 
 TEST_F(Fatfs, NumberedFilesAreNamedByKindAndNumber)
 {

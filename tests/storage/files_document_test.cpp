@@ -345,8 +345,6 @@ TEST(FilesDocument, AnnouncesTheDefaults)
     EXPECT_EQ(worded, std::size(kWorded)) << "of the document's fields";
 }
 
-// The bytes ---------------------------------------------------------------------------------------
-
 // A line as "hexdump -C" shows it, the last of them only the length.
 std::string hexdumpLine(const Bytes &bytes, size_t at)
 {
