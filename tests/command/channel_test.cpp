@@ -67,11 +67,8 @@ std::string printedByReceiving(uint32_t type, uint64_t address, std::string_view
 
 TEST(Channel, HasTheDocumentedKindsAndCounts)
 {
-    EXPECT_EQ(kChannelUdp, 0u);
-    EXPECT_EQ(kChannelSerial, 2u);
-    EXPECT_EQ(kChannelFree, 5u);
-    EXPECT_EQ(kChannelCount, 10);
-    EXPECT_EQ(kNoChannel, 255);
+    static_assert(kChannelUdp == 0 && kChannelSerial == 2 && kChannelFree == 5);
+    static_assert(kChannelCount == 10 && kNoChannel == 255);
 }
 
 TEST(Channel, StartsUnboundAndEmptyOverItsOwnStorageInOneOfTenRecords)
@@ -94,12 +91,11 @@ TEST(Channel, StartsUnboundAndEmptyOverItsOwnStorageInOneOfTenRecords)
 TEST(Channel, IsFoundByKindAndAll64BitsOfTheAddress)
 {
     makeChannels();
-    ASSERT_EQ(getFreeChannel(2, 7), 0);
-    ASSERT_EQ(getFreeChannel(0, 7), 1);
-    ASSERT_EQ(getFreeChannel(2, kPeer), 2);
-    EXPECT_EQ(getUsedChannel(2, 7), 0);
-    EXPECT_EQ(getUsedChannel(0, 7), 1);
-    EXPECT_EQ(getUsedChannel(2, kPeer), 2);
+    for (auto *const get : {getFreeChannel, getUsedChannel}) {
+        EXPECT_EQ(get(2, 7), 0);
+        EXPECT_EQ(get(0, 7), 1);
+        EXPECT_EQ(get(2, kPeer), 2);
+    }
     EXPECT_EQ(getUsedChannel(0, kPeer), 255);
     EXPECT_EQ(getUsedChannel(1, 7), 255);
     for (int bit = 0; bit < 64; ++bit) {

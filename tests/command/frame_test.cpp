@@ -44,9 +44,7 @@ TEST(Frame, HasTheDocumentedHeadersAndEnd)
     EXPECT_STREQ(CommandToLEDHeader, "<T");
     EXPECT_STREQ(CommandFromLEDHeader, "<F");
     EXPECT_STREQ(CommandEnd, ">");
-    EXPECT_EQ(kFrameHeaderLength, 2u);
-    EXPECT_EQ(kFrameEndOffset, 18u);
-    EXPECT_EQ(kFrameLength, 19u);
+    static_assert(kFrameHeaderLength == 2 && kFrameEndOffset == 18 && kFrameLength == 19);
 }
 
 TEST(Frame, ReadsDigitsInEitherCaseAndAnyOtherCharacterAsZero)

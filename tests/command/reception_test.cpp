@@ -146,8 +146,6 @@ TEST_F(Reception, PreparesTheReplysFrameOnce)
     EXPECT_EQ(g_ReceiveDetected, 1u);
 }
 
-// The assembler, byte by byte --------------------------------------------------------------------
-
 TEST_F(Reception, AssemblesAFrameInFourStates)
 {
     commandFrom = 3;
@@ -185,8 +183,6 @@ TEST_F(Reception, ComesBackFromAStateThatDoesNotExist)
         }
     }
 }
-
-// Frames on the line -----------------------------------------------------------------------------
 
 TEST_F(Reception, ServesTheRows)
 {

@@ -28,9 +28,7 @@ protected:
 
 TEST_F(Reply, HasTheDocumentedCodesAndSize)
 {
-    EXPECT_EQ(kAck, 6);
-    EXPECT_EQ(kNak, 21);
-    EXPECT_EQ(sizeof strCommandFromLED, 20u);
+    static_assert(kAck == 6 && kNak == 21 && sizeof strCommandFromLED == 20);
 }
 
 TEST_F(Reply, GoesToTheSourceOfTheChannelServed)

@@ -372,8 +372,6 @@ TEST_F(Update, AnswersEverySubCommandThenPausesAndEntersUpdateMode)
     EXPECT_FALSE(fs::exists(kStored));
 }
 
-// Update mode ------------------------------------------------------------------------------------
-
 int32_t updateModeAt(int64_t ms)
 {
     fakeClock.setMs(ms);
@@ -459,8 +457,6 @@ TEST_F(Update, ReceivesABlockOrRefusesItAfterFifteenHundredAndTwoPolls)
         takeAll();
     }
 }
-
-// Storing ----------------------------------------------------------------------------------------
 
 TEST_F(Update, StoresBlocksInTheOrderInWhichTheyComeButNoneTwiceInARow)
 {

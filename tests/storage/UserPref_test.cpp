@@ -213,8 +213,6 @@ TEST(UserPref, EveryGetterOfPreferencesReadsItsField)
     EXPECT_TRUE(fs::is_empty(kDirectory));
 }
 
-// The device information -------------------------------------------------------------------------
-
 // One attempt, then a pause ahead of the messages. Nothing is saved.
 TEST(UserPref, DeviceInformationIsLoadedOrResetAfterAPause)
 {
@@ -274,8 +272,6 @@ TEST(UserPref, EverySaveOfDeviceInformationWritesTheRecord)
     }
     EXPECT_EQ(getDeviceSN(), 0xFEDCBA98u);
 }
-
-// All records at start-up ------------------------------------------------------------------------
 
 using Journal = std::vector<std::string>;
 Journal journal; // the blocks, and what goes through the file store

@@ -130,7 +130,7 @@ void expectLoad(const Row &row, bool saves)
 
     const bool good = row.verdict != kBad;
     const std::string reset = good ? "" : saves ? kReset + kSave : kResetNoSave;
-    EXPECT_EQ(outcomeOf([&] { return saves ? loadUserSetting(0) : loadUserSettingNoSave(0); }),
+    EXPECT_EQ(outcomeOf(saves ? loadUserSetting : loadUserSettingNoSave, 0),
               Outcome(good, row.prints + reset));
 
     const bool isOn = row.after.substr(1720, 4) == littleEndian(1, 4);

@@ -184,13 +184,9 @@ void setRs1Outputs(Image &image)
     }
 }
 
-TEST(UserSettingReset, Rs1OutputsAreZeroButForTheLastByteOfEveryEntry)
-{
-    expectEdit(ResetRS1OutputSetting, setRs1Outputs);
-}
-
 TEST(UserSettingReset, GroupAreasGetOneByteAndTheRs1OutputsAreCleared)
 {
+    expectEdit(ResetRS1OutputSetting, setRs1Outputs);
     const auto edit = [](Image &image) {
         for (size_t n = 0; n < 24; ++n) {
             image.u8(3184 + 20 * n, {255});

@@ -22,8 +22,6 @@ namespace {
 constexpr int kCurrent = 5; // as PreparedViews has it
 constexpr int kOther = 3;
 
-const int kNoSlots[] = {-1, 16, 17, 255, 256, INT32_MIN, INT32_MAX};
-
 const Bytes kForeign = with(aView(77), 3992, Bytes(4, '\0'));
 
 Bytes slotBuffer()
@@ -191,7 +189,7 @@ TEST(ViewFile, AViewIsEmptyWhenItsNinetySixAlphasAreZero)
 TEST(ViewFile, ASlotThatThereIsNotTouchesNoFile)
 {
     EXPECT_EQ(tryAgain(INT32_MIN), "try again _LoadViewSetting_help(-2147483648)\r\n");
-    for (const int slot : kNoSlots) {
+    for (const int slot : {-1, 16, 17, 255, 256, INT32_MIN, INT32_MAX}) {
         expectLoads({{"no slot", slot, aView(1), 0, tryAgain(slot), emptyOver(kBuffer)}});
         const auto files = filesIn();
         fill(GetSaveViewSetting(), kBuffer);

@@ -91,8 +91,6 @@ size_t sizeOf(const std::string &type, const Records &records)
     return size;
 }
 
-// The document ------------------------------------------------------------------------------------
-
 struct Document {
     Records records; // with the sizes of the sentences that name the structs
     std::map<std::string, std::vector<std::string>> defaults; // by struct: the last column
@@ -173,8 +171,6 @@ TEST(FilesDocument, ListsTheFilesWithTheirLengths)
         EXPECT_EQ(bytesIn(document.files.at(name)), length) << name;
     }
 }
-
-// The defaults ------------------------------------------------------------------------------------
 
 constexpr char kOld = '\xA5'; // what every byte held before a reset
 
