@@ -8,6 +8,7 @@
 #include <initializer_list>
 #include <pty.h>
 #include <string_view>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -15,6 +16,8 @@
 #include "benchmarks/stored_state.h"
 
 namespace {
+
+constexpr unsigned long kUsualSlackNs = 50000;
 
 // The sum of some lines of a process's memory summary, in kB.
 double memoryKb(pid_t pid, std::initializer_list<std::string_view> titles)
@@ -107,6 +110,8 @@ Program::Program(const std::vector<std::string> &command, const char *errors)
     }
     pid_ = fork();
     if (pid_ == 0) {
+        // A caller may sleep more exactly than others do, and the program would inherit it.
+        prctl(PR_SET_TIMERSLACK, kUsualSlackNs);
         dup2(ends[1], STDOUT_FILENO);
         if (errors != nullptr) {
             redirect(STDERR_FILENO, errors);
