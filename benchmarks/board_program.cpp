@@ -35,10 +35,10 @@ double memoryKb(pid_t pid, std::initializer_list<std::string_view> titles)
     return total;
 }
 
-void redirect(int descriptor, const char *path)
+void printInto(const char *path)
 {
-    const int file = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-    if (file < 0 || dup2(file, descriptor) < 0) {
+    const int file = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (file < 0 || dup2(file, STDOUT_FILENO) < 0 || dup2(file, STDERR_FILENO) < 0) {
         stop(path);
     }
 }
@@ -97,7 +97,7 @@ void SerialLine::expect(const std::string &expected) const
     }
 }
 
-Program::Program(const std::vector<std::string> &command, const char *errors)
+Program::Program(const std::vector<std::string> &command, const char *log)
 {
     std::vector<char *> arguments;
     for (const std::string &argument : command) {
@@ -113,8 +113,8 @@ Program::Program(const std::vector<std::string> &command, const char *errors)
         // A caller may sleep more exactly than others do, and the program would inherit it.
         prctl(PR_SET_TIMERSLACK, kUsualSlackNs);
         dup2(ends[1], STDOUT_FILENO);
-        if (errors != nullptr) {
-            redirect(STDERR_FILENO, errors);
+        if (log != nullptr) {
+            printInto(log);
         }
         execvp(arguments[0], arguments.data());
         _exit(127);

@@ -40,9 +40,10 @@ private:
 // A running program. It is killed at the end.
 class Program {
 public:
-    // Starts `command`, a path and its arguments. Errors go to this program's own standard error,
-    // or into the file `errors`.
-    explicit Program(const std::vector<std::string> &command, const char *errors = nullptr);
+    // Starts `command`, a path and its arguments. What it prints is for waitForLine(). If that is
+    // not going to be called, `log` is a file for it and for errors instead, because a program
+    // waits when nobody reads what it prints.
+    explicit Program(const std::vector<std::string> &command, const char *log = nullptr);
     Program(const Program &) = delete;
     Program &operator=(const Program &) = delete;
     ~Program();

@@ -20,7 +20,7 @@ namespace {
 using Microseconds = std::chrono::duration<double, std::micro>;
 
 constexpr uint32_t kMessage = 16;
-constexpr char kErrors[] = "/opt/scratch/bridge-errors";
+constexpr char kLog[] = "/opt/scratch/bridge-log";
 constexpr char kCommand[] = "<T0000680100000069>";
 constexpr char kAnswer[] = "<F00006801263300c2>";
 
@@ -72,7 +72,7 @@ bool readUntil(int descriptor, Clock::time_point end, std::string *bytes)
 } // namespace
 
 Station::Station(const std::vector<std::string> &command)
-    : pc_(openPc()), started_(Clock::now()), program_(command, kErrors)
+    : pc_(openPc()), started_(Clock::now()), program_(command, kLog)
 {
     prctl(PR_SET_TIMERSLACK, 1); // the programs keep theirs
     fcntl(line_.descriptor(), F_SETFL, O_NONBLOCK);
@@ -81,9 +81,9 @@ Station::Station(const std::vector<std::string> &command)
     do {
         sendDatagram("s");
         if (secondsSince(started_) > 5) {
-            std::fprintf(stderr, "%s carries nothing; see its errors:\n", command[0].c_str());
+            std::fprintf(stderr, "%s carries nothing; it says:\n", command[0].c_str());
             std::fflush(stderr);
-            static_cast<void>(!std::system("cat /opt/scratch/bridge-errors >&2"));
+            static_cast<void>(!std::system("cat /opt/scratch/bridge-log >&2"));
             std::exit(4);
         }
     } while (!readUntil(line_.descriptor(), Clock::now() + toDuration(50), &carried));
