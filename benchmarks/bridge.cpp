@@ -5,7 +5,8 @@
 //
 //   --turns N          turns of each program, 10 by default, which takes 2.5 minutes
 //   --programs A,B     only these; the names are those in the table's head
-//   --also PROGRAM     another build of the daemon beside it, as "also"
+//   --also NAME=PROGRAM
+//                      another build of the daemon beside it, under this name
 //   --latency          only the latencies and the idle load
 //   DIRECTORY          where the data files for pictures go, below the checkout
 //
@@ -90,7 +91,7 @@ struct Figure {
 struct Options {
     uint32_t turns = 10;
     std::string programs;
-    std::string also;
+    std::vector<Candidate> also;
     bool isLatencyOnly = false;
     std::string directory;
 };
@@ -413,15 +414,13 @@ std::vector<Candidate> candidates(const Options &options)
         {"undelayed", {"ser2net", "-n", "-c", undelayed}, false},
         {"socat", {"socat", "UDP-LISTEN:1000", "/dev/ttyS0,b115200,rawer"}, false},
     };
-    if (!options.also.empty()) {
-        all.insert(all.begin() + 1, {"also", {options.also}, true});
-    }
     if (!options.programs.empty()) {
-        const std::string wanted = "," + options.programs + ",also,";
+        const std::string wanted = "," + options.programs + ",";
         std::erase_if(all, [&wanted](const Candidate &program) {
             return wanted.find("," + program.name + ",") == std::string::npos;
         });
     }
+    all.insert(all.end(), options.also.begin(), options.also.end());
     return all;
 }
 
@@ -436,7 +435,9 @@ Options optionsOf(int argc, char **argv)
         } else if (argument == "--programs" && hasValue) {
             options.programs = argv[++i];
         } else if (argument == "--also" && hasValue) {
-            options.also = argv[++i];
+            const std::string also = argv[++i];
+            const size_t end = also.find('=');
+            options.also.push_back({also.substr(0, end), {also.substr(end + 1)}, true});
         } else if (argument == "--latency") {
             options.isLatencyOnly = true;
         } else if (!argument.starts_with("-") && options.directory.empty()) {
