@@ -20,6 +20,8 @@ namespace {
 using Microseconds = std::chrono::duration<double, std::micro>;
 
 constexpr uint32_t kMessage = 16;
+constexpr double kTurnUs = 100; // between writes of a stream
+constexpr double kLongestTurnUs = 500;
 constexpr char kLog[] = "/opt/scratch/bridge-log";
 constexpr char kCommand[] = "<T0000680100000069>";
 constexpr char kAnswer[] = "<F00006801263300c2>";
@@ -141,17 +143,22 @@ StreamResult Station::stream(double pace, double seconds)
     StreamResult result;
     const double cpuBefore = program_.cpuNs();
     const Clock::time_point start = Clock::now();
+    Clock::time_point last = start;
+    double due = 0;
     for (size_t done = 0; done < text.size();) {
-        const double us = Microseconds(Clock::now() - start).count();
-        const size_t due = std::min(text.size(), static_cast<size_t>(us * bytesPerUs));
-        if (due > done) {
+        const Clock::time_point now = Clock::now();
+        // Time in which this program did not run is left out: no line brings bytes faster later.
+        due += bytesPerUs * std::min(Microseconds(now - last).count(), kLongestTurnUs);
+        last = now;
+        const size_t end = std::min(text.size(), static_cast<size_t>(due));
+        if (end > done) {
             // What the line does not take is lost, and missed at the PC.
-            static_cast<void>(!write(line_.descriptor(), &text[done], due - done));
+            static_cast<void>(!write(line_.descriptor(), &text[done], end - done));
         }
-        done = due;
+        done = end;
         while (readUntil(pc_, start, &received)) {
         }
-        std::this_thread::sleep_until(start + toDuration(us + 100));
+        std::this_thread::sleep_until(now + toDuration(kTurnUs));
     }
     while (readUntil(pc_, Clock::now() + std::chrono::milliseconds(30), &received)) {
     }
