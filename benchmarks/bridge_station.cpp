@@ -20,7 +20,8 @@ namespace {
 using Microseconds = std::chrono::duration<double, std::micro>;
 
 constexpr uint32_t kMessage = 16;
-constexpr double kTurnUs = 100; // between writes of a stream
+constexpr auto kSilence = std::chrono::milliseconds(300); // after which missing bytes are lost
+constexpr double kTurnUs = 100;                           // between writes of a stream
 constexpr double kLongestTurnUs = 500;
 constexpr char kLog[] = "/opt/scratch/bridge-log";
 constexpr char kCommand[] = "<T0000680100000069>";
@@ -160,7 +161,7 @@ StreamResult Station::stream(double pace, double seconds)
         }
         std::this_thread::sleep_until(now + toDuration(kTurnUs));
     }
-    while (readUntil(pc_, Clock::now() + std::chrono::milliseconds(30), &received)) {
+    while (received.size() < text.size() && readUntil(pc_, Clock::now() + kSilence, &received)) {
     }
     result.cpuNs = program_.cpuNs() - cpuBefore;
     result.seconds = secondsSince(start);
@@ -175,8 +176,7 @@ uint32_t Station::lineBurst(uint32_t bytes)
     const std::string text = randomText(bytes);
     std::string received;
     static_cast<void>(!write(line_.descriptor(), text.data(), text.size())); // as above
-    while (received.size() < bytes &&
-           readUntil(pc_, Clock::now() + std::chrono::milliseconds(300), &received)) {
+    while (received.size() < bytes && readUntil(pc_, Clock::now() + kSilence, &received)) {
     }
     return bytes - static_cast<uint32_t>(received.size());
 }
@@ -185,9 +185,8 @@ uint32_t Station::pcBurst(uint32_t bytes)
 {
     std::string received;
     sendDatagram(randomText(bytes));
-    while (
-        received.size() < bytes &&
-        readUntil(line_.descriptor(), Clock::now() + std::chrono::milliseconds(300), &received)) {
+    while (received.size() < bytes &&
+           readUntil(line_.descriptor(), Clock::now() + kSilence, &received)) {
     }
     return bytes - static_cast<uint32_t>(received.size());
 }

@@ -17,7 +17,7 @@ inline constexpr double kLineBytesPerSecond = 11520;
 struct StreamResult {
     double sent = 0;      // bytes that the line brought
     double received = 0;  // bytes that the PC got
-    double cpuNs = 0;     // from the first byte to the end of the silence after the last
+    double cpuNs = 0;     // from the first byte to the last, or to a silence of 300 ms
     double seconds = 0;   // as long as that took
     bool isEqual = false; // the PC got what the line brought
 };
@@ -53,7 +53,8 @@ public:
     std::vector<double> roundTrip(double pace, uint32_t commands);
 
     // A stream from the line to the PC. Every 100 us the bytes due are written. The line does not
-    // wait: a byte that it cannot take is lost.
+    // wait: a byte that it cannot take is lost. `seconds` without those in which this program was
+    // kept from running.
     StreamResult stream(double pace, double seconds);
 
     // Bytes lost of as many that the line brings at once, or the PC sends in one datagram.
