@@ -94,6 +94,13 @@ void directoryOf(char *out, const char *path)
     std::strrchr(out, '/')[1] = '\0';
 }
 
+// Whether nothing has this name, not even a link to nowhere.
+bool isFree(const char *path)
+{
+    struct stat status {};
+    return lstat(path, &status) != 0;
+}
+
 // Opens a file that has no name. Such a file vanishes unless nameFile() gives it one.
 int openUnnamed(const char *path)
 {
@@ -108,7 +115,7 @@ bool isUnnamed(int file)
     return fstat(file, &status) == 0 && status.st_nlink == 0;
 }
 
-// Gives an unnamed file its name. False without /proc, or when a link to nowhere has the name.
+// Gives an unnamed file its name. False where /proc is not mounted.
 bool nameFile(int file, const char *path)
 {
     char self[32];
@@ -252,7 +259,7 @@ uint32_t sd_beginSave(SaveFile *file, const char *name)
     char path[kPathSize];
     settingsPath(path, name);
     *file = openRegular(path, O_WRONLY);
-    if (*file < 0 && access(path, F_OK) != 0 && path[0] != '\0') {
+    if (*file < 0 && path[0] != '\0' && isFree(path)) {
         *file = openUnnamed(path);
     }
     if (*file < 0) { // not every file system has unnamed files

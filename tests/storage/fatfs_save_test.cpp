@@ -297,6 +297,7 @@ TEST_F(FatfsSave, WithoutFilesWithoutANameANewOneIsMadeInItsPlace)
     fs::remove(kFile);
     fs::create_symlink("/elsewhere", kFile); // to where there is no file yet
     EXPECT_EQ(save("abc"), Outcome(1, ""));
+    EXPECT_EQ(calls[1], "make /userdata/file");
     EXPECT_EQ(contentOf("/elsewhere"), "abc");
     EXPECT_TRUE(fs::is_symlink(kFile));
 }
