@@ -105,7 +105,8 @@ public:
     Watch() : queue(inotify_init1(IN_CLOEXEC | IN_NONBLOCK))
     {
         for (const char *const directory : {"/userdata", "/etc"}) {
-            EXPECT_GE(inotify_add_watch(queue.get(), directory, IN_OPEN | IN_CLOSE_WRITE), 0)
+            EXPECT_GE(
+                inotify_add_watch(queue.get(), directory, IN_OPEN | IN_CLOSE_WRITE | IN_CREATE), 0)
                 << directory;
         }
     }
@@ -123,8 +124,11 @@ public:
             for (ssize_t at = 0; at < length; at += event.len) {
                 std::memcpy(&event, events + at, sizeof event);
                 at += static_cast<ssize_t>(sizeof event);
-                if ((event.mask & IN_CLOSE_WRITE) != 0) {
-                    names.emplace_back(events + at); // ends in a zero
+                const std::string name = events + at; // ends in a zero
+                // A new file gets its name when it is complete; others are written.
+                const bool isMade = (event.mask & IN_CREATE) != 0 && name.ends_with(".sav");
+                if (isMade || ((event.mask & IN_CLOSE_WRITE) != 0 && !name.starts_with('#'))) {
+                    names.push_back(name);
                 }
             }
         }
@@ -410,7 +414,7 @@ TEST_F(SystemSettings, AreInMemoryOnlyWhereUserdataIsAFile)
     EXPECT_EQ(contentOf("/userdata"), "no directory");
 }
 
-// The loss shows at the next start only.
+// The loss shows at the next start only: a file that was not completed is not there.
 TEST_F(SystemSettings, AreLostSilentlyOnAFullDisk)
 {
     fs::create_directory("/userdata");
@@ -422,10 +426,22 @@ TEST_F(SystemSettings, AreLostSilentlyOnAFullDisk)
     expectSerialNumber(0x12, 0x34);
     EXPECT_EQ(daemon->lines(), Lines{});
     daemon.reset();
-    for (const char *const name : {kDeviceInfo, kWorkTime, kUserSetting}) {
-        EXPECT_EQ(fs::file_size(pathOf(name)), 0u) << name;
-    }
-    start(kUserPrefMissing +
-          Lines{"Device ID = 0x0\r", "reset Device info\r", "reset user save\r", "save save0.sav"});
+    EXPECT_EQ(filesIn().size(), 1u);
+    start(kUserPrefMissing + kDeviceInfoMissing + kOthersMissing);
     expectSerialNumber(0, 0);
+}
+
+// What is there needs no more room.
+TEST_F(SystemSettings, AreReplacedOnAFullDisk)
+{
+    fs::create_directory("/userdata");
+    ASSERT_EQ(mount("tmpfs", "/userdata", "tmpfs", 0, "size=32768"), 0) << std::strerror(errno);
+    putAll(kUsed);
+    put("/userdata/full", std::string(8192, 'x'));
+    ASSERT_EQ(fs::space("/userdata").available, 0u);
+    start({});
+    expectAnswer({0, 0, 0x6A, 0x10, 0xAB, 0xCD, 0});
+    daemon.reset();
+    start({});
+    expectSerialNumber(0xAB, 0xCD);
 }
