@@ -28,6 +28,6 @@ int main(int argc, char **argv)
             return 0;
         }
     }
-    std::fputs("usage: state_once loadStoredState|switchView|savePage daemon|plain\n", stderr);
+    std::fputs("usage: state_once OPERATION daemon|plain\n", stderr);
     return 2;
 }

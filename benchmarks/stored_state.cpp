@@ -79,6 +79,15 @@ void storeViews()
     }
 }
 
+// And every page, each with those views.
+void storePages()
+{
+    storeViews();
+    for (uint32_t i = 0; i < kPageCount; ++i) {
+        SaveToPage(static_cast<uint8_t>(i));
+    }
+}
+
 // What start-up does when the settings are stored.
 void loadState(uint32_t)
 {
@@ -127,8 +136,9 @@ void savePagePlainly(uint32_t)
 
 } // namespace
 
-const StoredStateOperation kStoredStateOperations[3] = {
+const StoredStateOperation kStoredStateOperations[4] = {
     {"loadStoredState", storeSettings, loadState, loadStatePlainly},
+    {"loadBesidePages", storePages, loadState, loadStatePlainly},
     {"switchView", storeViews, switchView, switchViewPlainly},
     {"savePage", storeViews, savePage, savePagePlainly},
 };

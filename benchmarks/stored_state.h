@@ -13,8 +13,8 @@ struct StoredStateOperation {
     void (*plain)(uint32_t turn);
 };
 
-// loadStoredState, switchView, savePage.
-extern const StoredStateOperation kStoredStateOperations[3];
+// loadStoredState; loadBesidePages, the same with all views and pages stored; switchView; savePage.
+extern const StoredStateOperation kStoredStateOperations[4];
 
 // Stores the settings of a device that has been used before. Without its files a start takes 30 ms
 // longer, on purpose.

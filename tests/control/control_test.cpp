@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -25,6 +26,7 @@
 #include "tests/support/console.h"
 #include "tests/support/replace.h"
 #include "tests/support/setting_bytes.h"
+#include "tests/support/setting_change.h"
 #include "tests/support/view_files.h"
 
 namespace fs = std::filesystem;
@@ -32,26 +34,19 @@ namespace fs = std::filesystem;
 namespace {
 
 std::vector<std::string> journal; // calls by the module, in order
-int depth = 0;                    // of noted calls: what they call themselves is not noted
+bool isInside = false;            // a noted call: what it calls itself is not noted
 int32_t updateRuns = 0;           // what isUpdateProgram() says
 int32_t clearResult = 1;          // what ClearAllPage() says
 std::function<void()> afterClearing;
 
 template <typename Function> auto noted(const std::string &call, Function function)
 {
-    if (depth == 0) {
-        journal.push_back(call);
+    if (isInside) {
+        return function();
     }
-    struct Depth {
-        Depth()
-        {
-            ++depth;
-        }
-        ~Depth()
-        {
-            --depth;
-        }
-    } const inside;
+    journal.push_back(call);
+    isInside = true;
+    const std::shared_ptr<void> end(nullptr, [](void *) { isInside = false; });
     return function();
 }
 
@@ -119,15 +114,9 @@ static_assert(std::is_same_v<decltype(controlTimer), uint32_t>);
 static_assert(std::is_same_v<decltype(controlState), uint8_t>);
 
 // Every case begins with an empty settings directory and zero in memory.
-class Board : public SettingsDirectory {
-public:
-    void SetUp() override
-    {
-        SettingsDirectory::SetUp();
-        malloc_saveView();
-    }
-};
-[[maybe_unused]] const auto *const board = testing::AddGlobalTestEnvironment(new Board);
+[[maybe_unused]] const auto *const directory =
+    testing::AddGlobalTestEnvironment(new SettingsDirectory);
+[[maybe_unused]] const auto *const blocks = testing::AddGlobalTestEnvironment(new Blocks);
 
 // The task ---------------------------------------------------------------------------------------
 
@@ -208,7 +197,7 @@ const Bytes kWorkTimeDefaults = Bytes(20, '\0') + "\x21\x03\x15\x20";
 
 // Bytes 0xA5, in which a reset leaves traces of all that it sets. The record is good.
 const Bytes kOwnSetting =
-    with(with(Bytes(11832, '\xA5'), 0, "\x5C\x36\x21\x20"), 11828, Bytes("\x56\x34\x12\0", 4));
+    Image(Bytes(kUserSettingSize, '\xA5')).u32(0, {0x2021365C}).u32(11828, {0x00123456}).bytes;
 
 // What a reset makes of it.
 const Bytes kSettingDefaults = contentOf(FIRST_START "/save0-over-a5.sav");
@@ -216,40 +205,22 @@ const Bytes kSettingDefaults = contentOf(FIRST_START "/save0-over-a5.sav");
 // What a reset makes of preferences with a language and a fade option that it keeps.
 Bytes userPrefDefaults(const Bytes &before)
 {
-    const Bytes defaults = Bytes("\x38\x76\x24\x06") +           // identification
-                           before.substr(4, 2) +                 // language, fade option
-                           Bytes("\xD0\x07\1\1"                  // word, network flag, DHCP
-                                 "\xC0\xA8\0\x64\xC0\xA8\0\1"    // address, gateway
-                                 "\xFF\xFF\xFF\0"                // mask
-                                 "\xC2\x19\2\x81\xC2\x19\2\x82", // name servers
-                                 24) +                           //
-                           before.substr(30, 6) +                // MAC address
-                           Bytes("\0\0\0\0\0\0"                  // call, pad lock
-                                 "\0\1\2\3\4\5\6\7\1\x32\0",
-                                 17) +        // table, bytes
-                           before.substr(53); // padding
-    EXPECT_EQ(defaults.size(), 56u);
-    return defaults;
-}
-
-Bytes preferences()
-{
-    return bytesOf(getUserPref());
+    return hex("38 76 24 06") + before.substr(4, 2) +   // identification; language, fade
+           hex("D0 07 01 01 C0 A8 00 64 C0 A8 00 01") + // word, flags, address, gateway
+           hex("FF FF FF 00 C2 19 02 81 C2 19 02 82") + // mask, name servers
+           before.substr(30, 6) + Bytes(6, '\0') +      // MAC address; call, pad lock
+           hex("00 01 02 03 04 05 06 07 01 32 00") + before.substr(53); // table, bytes; padding
 }
 
 // The reload -------------------------------------------------------------------------------------
 
 TEST(Control, TheReloadRunsItsStepsInOrderSetsDefaultsAndWritesNothing)
 {
-    EXPECT_EQ(printedBy(LoadEEPROM), "open file /userdata/DevInfo.sav error\n"
-                                     "Device ID = 0x0\r\n"
-                                     "reset Device info\r\n"
-                                     "open file /userdata/UserPref.sav error\n"
-                                     "UserPref ID = 0x0\r\n"
-                                     "reset userPref\r\n"
-                                     "open file /userdata/save0.sav error\n"
-                                     "open file /userdata/save0.sav error\n"
-                                     "reset user save no save\r\n");
+    EXPECT_EQ(printedBy(LoadEEPROM),
+              "open file /userdata/DevInfo.sav error\nDevice ID = 0x0\r\nreset Device info\r\n"
+              "open file /userdata/UserPref.sav error\nUserPref ID = 0x0\r\nreset userPref\r\n"
+              "open file /userdata/save0.sav error\nopen file /userdata/save0.sav error\n"
+              "reset user save no save\r\n");
     EXPECT_EQ(journal, (Journal{"checkBoardType", "loadDeviceInfo", "loadUserPrefNoSave",
                                 "loadUserSettingNoSave 0"}));
     EXPECT_TRUE(fs::is_empty(kDirectory));
@@ -269,13 +240,13 @@ TEST(Control, TheReloadTakesWhatTheFilesHoldAndWritesNothing)
     EXPECT_EQ(printedBy(LoadEEPROM), "");
     EXPECT_EQ(filesIn(), files);
     EXPECT_EQ(bytesOf(getDeviceInfo()), kOwnDeviceInfo);
-    EXPECT_EQ(preferences(), kOwnUserPref);
+    EXPECT_EQ(bytesOf(getUserPref()), kOwnUserPref);
     EXPECT_EQ(bytesOf(GetUserSetting()).substr(0, 7808), kOwnSetting.substr(0, 7808));
     EXPECT_EQ(GetCurrentView(), 0xA5);
-    Files foreign;
-    for (const auto &[name, content] : files) {
-        foreign[name] = "foreign";
-        put("/userdata/" + name, "foreign");
+    Files foreign = files;
+    for (auto &[name, content] : foreign) {
+        content = "foreign";
+        put("/userdata/" + name, content);
     }
     printedBy(LoadEEPROM);
     EXPECT_EQ(filesIn(), foreign);
@@ -295,46 +266,40 @@ TEST(Control, TheFactoryResetRunsItsStepsInOrderAndReturnsTheLastResult)
     }
 }
 
+const Files kKept = {{"DevInfo.sav", kOwnDeviceInfo},
+                     {"timeCon0.sav", kOwnTimeControl},
+                     {"save1.sav", kOwnSetting},
+                     {"page7_1.sav", "page of mode 1"},
+                     {"view16.sav", "no view"}};
+
 // A board with every kind of settings file, loaded as at start-up and changed since.
 void fillBoard()
 {
+    for (const auto &[name, content] : kKept) {
+        put("/userdata/" + name, content);
+    }
     put("/userdata/UserPref.sav", kOwnUserPref);
-    put("/userdata/DevInfo.sav", kOwnDeviceInfo);
     put("/userdata/workTime.sav", kOwnWorkTime);
-    put("/userdata/timeCon0.sav", kOwnTimeControl);
     put("/userdata/save0.sav", kOwnSetting);
-    put("/userdata/save1.sav", kOwnSetting);
-    put("/userdata/page7_1.sav", "page of mode 1");
-    put("/userdata/view16.sav", "no view");
     for (uint32_t i = 0; i < 16; ++i) {
         put(viewPath(static_cast<int>(i)), asStored(aView(i), i));
         put("/userdata/page" + std::to_string(i) + "_0.sav", aView(i));
     }
-    EXPECT_EQ(printedBy([] {
-                  loadAllUserPref();
-                  loadTimeControl(0);
-              }),
-              "");
+    EXPECT_EQ(printedBy(loadAllUserPref) + printedBy([] { loadTimeControl(0); }), "");
     fill(GetViewSetting(), aView(100));
     fill(GetSaveViewSetting(), aView(101));
     _currentView = 9;
     journal.clear();
 }
 
-Files filesAfterReset()
+// The preferences in memory are apart.
+void expectReset()
 {
-    return {{"UserPref.sav", userPrefDefaults(kOwnUserPref)},
-            {"DevInfo.sav", kOwnDeviceInfo},
-            {"workTime.sav", kWorkTimeDefaults},
-            {"timeCon0.sav", kOwnTimeControl},
-            {"save0.sav", kSettingDefaults},
-            {"save1.sav", kOwnSetting},
-            {"page7_1.sav", "page of mode 1"},
-            {"view16.sav", "no view"}};
-}
-
-void expectResetInMemory()
-{
+    Files files = kKept;
+    files["UserPref.sav"] = userPrefDefaults(kOwnUserPref);
+    files["workTime.sav"] = kWorkTimeDefaults;
+    files["save0.sav"] = kSettingDefaults;
+    EXPECT_EQ(filesIn(), files);
     EXPECT_EQ(bytesOf(getDeviceInfo()), kOwnDeviceInfo);
     EXPECT_EQ(bytesOf(getWorkTimeList()), kWorkTimeDefaults);
     EXPECT_EQ(bytesOf(GetTimeControl()), kOwnTimeControl);
@@ -352,11 +317,9 @@ TEST(Control, TheFactoryResetLeavesDefaultsDeviceInformationAndPagesOfOtherModes
     fillBoard();
     EXPECT_EQ(isFactoryReset(), 0xA5);
     EXPECT_EQ(outcomeOf(ResetFactory), Outcome(1, "save save0.sav\n"));
-    EXPECT_EQ(filesIn(), filesAfterReset());
-    expectResetInMemory();
-    EXPECT_EQ(preferences(), userPrefDefaults(kOwnUserPref));
-    // As the setting's own reset leaves it.
-    EXPECT_EQ(isFactoryReset(), 0);
+    expectReset();
+    EXPECT_EQ(bytesOf(getUserPref()), userPrefDefaults(kOwnUserPref));
+    EXPECT_EQ(isFactoryReset(), 0); // as the setting's own reset leaves it
     EXPECT_EQ(contentOf("/userdata/save0.sav")[3713], '\0');
 }
 
@@ -385,15 +348,15 @@ TEST(Control, TheResetThatSavesTheIpRestoresBytes8To35InMemoryOnly)
 {
     fillBoard();
     EXPECT_EQ(printedBy(ResetFactorySaveIP), "save save0.sav\n");
-    EXPECT_EQ(preferences(), with(userPrefDefaults(kOwnUserPref), 8, kOwnUserPref.substr(8, 28)));
-    EXPECT_EQ(filesIn(), filesAfterReset());
-    expectResetInMemory();
+    const Bytes kept = kOwnUserPref.substr(8, 28);
+    EXPECT_EQ(bytesOf(getUserPref()), with(userPrefDefaults(kOwnUserPref), 8, kept));
+    expectReset();
     printedBy(saveUserPref);
-    EXPECT_EQ(contentOf("/userdata/UserPref.sav").substr(8, 28), kOwnUserPref.substr(8, 28));
+    EXPECT_EQ(contentOf("/userdata/UserPref.sav").substr(8, 28), kept);
     // The reset leaves the MAC address, so only other bytes in its place show that it is restored.
     afterClearing = [] { fill(getUserPref(), Bytes(56, '\xEE')); };
     printedBy(ResetFactorySaveIP);
-    EXPECT_EQ(preferences(), with(Bytes(56, '\xEE'), 8, kOwnUserPref.substr(8, 28)));
+    EXPECT_EQ(bytesOf(getUserPref()), with(Bytes(56, '\xEE'), 8, kept));
 }
 
 // The factory-reset flag -------------------------------------------------------------------------

@@ -8,10 +8,10 @@
 #include <cstring>
 #include <filesystem>
 #include <map>
+#include <set>
 #include <string>
 #include <sys/mount.h>
 #include <type_traits>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -82,23 +82,24 @@ Bytes pageOf(uint32_t set)
 
 Outcome saveTo(uint8_t page)
 {
-    return outcomeOf([page] { return SaveToPage(page); });
+    return outcomeOf(SaveToPage, page);
 }
 
 Outcome loadFrom(uint8_t page)
 {
-    return outcomeOf([page] { return LoadFromPage(page); });
+    return outcomeOf(LoadFromPage, page);
 }
 
 Outcome has(uint32_t page)
 {
-    return outcomeOf([page] { return HasSavePage(page); });
+    return outcomeOf(HasSavePage, page);
 }
 
-void expectViews(uint32_t set)
+// The first `count` views of set `set`, and the others of set 2.
+void expectViews(uint32_t set, size_t count = 16)
 {
     for (uint32_t slot = 0; slot < 16; ++slot) {
-        EXPECT_EQ(storedIn(slot), viewOf(set, slot)) << slot;
+        EXPECT_EQ(storedIn(slot), viewOf(slot < count ? set : 2, slot)) << slot;
     }
 }
 
@@ -106,24 +107,12 @@ const std::string kSaved = "save save0.sav\n";
 
 // Saving -----------------------------------------------------------------------------------------
 
-TEST(Page, SavingReplacesThePageByTheSixteenViewsAndLeavesThemAndWhatIsShownAlone)
+// The page gets the sixteen views. The user setting is saved with its factory-reset flag cleared,
+// and before the page is noted.
+TEST(Page, SavingReplacesThePageSavesTheUserSettingAndNotesThePageAtItsEnd)
 {
     storeSet(1);
     put(kPath, Bytes(100'000, 'x'));
-    EXPECT_EQ(saveTo(kPage), Outcome(1, kSaved));
-    EXPECT_EQ(contentOf(kPath).size(), kPageSize);
-    EXPECT_EQ(contentOf(kPath), pageOf(1));
-    expectViews(1);
-    EXPECT_EQ(filesIn().size(), 18u); // views, page, user setting
-    EXPECT_EQ(bytesOf(GetViewSetting()), kLive);
-    EXPECT_EQ(settingByte(3715), kCurrent);
-    EXPECT_EQ(_currentView, 9);
-}
-
-// The user setting is saved with its factory-reset flag cleared, and before the page is noted.
-TEST(Page, SavingSavesTheUserSettingAndNotesThePageAtItsEnd)
-{
-    storeSet(1);
     GetUserSetting()->identification = kUserSettingId; // or the copy is only made when asked for
     for (uint8_t page = 0; page < 16; ++page) {
         SCOPED_TRACE(page);
@@ -138,7 +127,11 @@ TEST(Page, SavingSavesTheUserSettingAndNotesThePageAtItsEnd)
         EXPECT_TRUE(areBytes(bytesOf(GetUserSetting_old()), file));
         EXPECT_EQ(contentOf(pathOf(page, 0)), pageOf(1));
     }
-    EXPECT_EQ(filesIn().size(), 33u);
+    expectViews(1);
+    EXPECT_EQ(filesIn().size(), 33u); // views, pages, user setting
+    EXPECT_EQ(bytesOf(GetViewSetting()), kLive);
+    EXPECT_EQ(settingByte(3715), kCurrent);
+    EXPECT_EQ(_currentView, 9);
 }
 
 TEST(Page, AUserSettingThatCannotBeSavedKeepsNoPageFromBeingSaved)
@@ -160,23 +153,23 @@ TEST(Page, AnEmptyViewIsWrittenEmptyAndTheCurrentOneAsWhatIsShown)
     Bytes expected;
     Bytes buffer = kBuffer;
     for (int slot = 0; slot < 16; ++slot) {
-        if (slot == 0 || slot == 8) {
-            buffer = viewOf(1, static_cast<uint32_t>(slot));
-        } else {
-            messages += missingView(slot);
-            buffer = slot == kCurrent ? kLive : emptyOver(buffer);
-        }
+        const bool isStored = slot == 0 || slot == 8;
+        messages += isStored ? "" : missingView(slot);
+        buffer = isStored           ? viewOf(1, static_cast<uint32_t>(slot))
+                 : slot == kCurrent ? kLive
+                                    : emptyOver(buffer);
         expected += buffer;
     }
     EXPECT_EQ(saveTo(kPage), Outcome(1, messages));
     EXPECT_EQ(contentOf(kPath), expected);
     EXPECT_EQ(filesIn().size(), 4u); // nothing is stored instead
     storeSet(1);
-    put(viewPath(kCurrent), emptied(viewOf(1, kCurrent)));
-    put(viewPath(6), emptied(viewOf(1, 6)));
+    const Bytes empty = emptied(viewOf(1, 6));
+    put(viewPath(kCurrent), empty);
+    put(viewPath(6), empty);
     EXPECT_EQ(saveTo(kPage), Outcome(1, kSaved));
-    EXPECT_EQ(contentOf(kPath), with(with(pageOf(1), kCurrent * kViewSize, kLive), 6 * kViewSize,
-                                     emptied(viewOf(1, 6))));
+    expected = with(pageOf(1), kCurrent * kViewSize, kLive + empty); // 5 and 6
+    EXPECT_EQ(contentOf(kPath), expected);
 }
 
 // The user setting is saved first. A failure closes the page, and has no message of its own.
@@ -190,8 +183,7 @@ TEST(Page, SavingLoadsAllViewsAndWritesThemAtOnce)
     written += "<write 63936><close>";
     const struct {
         const char *name;
-        int failing;  // number of the write that fails
-        int shortOne; // and of the one that takes one byte less
+        int failing, shortOne; // number of the write that fails, and that takes one byte less
         Outcome outcome;
         Bytes page;
     } rows[] = {
@@ -287,12 +279,9 @@ TEST(Page, ACutPageStoresTheViewsBeforeTheCutAndFails)
         put(kPath, pageOf(1).substr(0, length));
         EXPECT_EQ(loadFrom(kPage), Outcome(0, "read 2 page4_0.sav fail\r\n"));
         EXPECT_EQ(settingByte(3714), kOldPage);
-        for (uint32_t slot = 0; slot < 15; ++slot) {
-            const bool isStored = (slot + 1) * kViewSize <= length;
-            EXPECT_EQ(storedIn(slot), viewOf(isStored ? 1 : 2, slot)) << slot;
-        }
-        EXPECT_FALSE(fs::exists(viewPath(15)));
         EXPECT_EQ(filesIn().size(), 16u);
+        put(viewPath(15), viewOf(2, 15)); // which was not there
+        expectViews(1, length / kViewSize);
     }
 }
 
@@ -318,15 +307,13 @@ TEST(Page, LoadingReadsAndStoresViewAfterViewUntilAReadFails)
     };
     tracedFiles.isNoted = true;
     for (const auto &row : rows) {
+        SCOPED_TRACE(row.stored);
         storeSet(2);
         settingByte(3714) = kOldPage;
         put(kPath, row.page);
         tracedFiles.readsToFailure = row.failing;
         EXPECT_EQ(loadFrom(kPage), row.outcome);
-        for (uint32_t slot = 0; slot < 16; ++slot) {
-            EXPECT_EQ(storedIn(slot), viewOf(slot < row.stored ? 1 : 2, slot))
-                << row.stored << ' ' << slot;
-        }
+        expectViews(1, row.stored);
         EXPECT_EQ(settingByte(3714), row.outcome.first == 1 ? kPage : kOldPage);
     }
 }
@@ -375,11 +362,10 @@ TEST(Page, BelongsToTheUserModeThatTheMirrorHas)
         EXPECT_EQ(has(kPage), Outcome(1, ""));
         EXPECT_EQ(contentOf("/userdata/" + name), pageOf(mode));
     }
-    for (const uint32_t mode : {0u, 1u, 255u}) {
+    for (const uint32_t mode : {0u, 1u, 255u}) { // they do not replace each other
         settingByte(3712) = static_cast<uint8_t>(mode);
-        EXPECT_EQ(contentOf(pathOf(kPage, static_cast<int>(mode))), pageOf(mode));
         EXPECT_EQ(loadFrom(kPage), Outcome(1, ""));
-        EXPECT_EQ(contentOf(viewPath(15)), viewOf(mode, 15)) << mode;
+        expectViews(mode);
     }
 }
 
@@ -412,11 +398,9 @@ TEST(Page, ClearingRemovesThePageOfUserModeZeroOnly)
             put(pathOf(3, mode), "x");
         }
         EXPECT_EQ(outcomeOf([] { return ClearPage(kPage); }), Outcome(1, ""));
-        EXPECT_EQ(filesIn(), (std::map<std::string, Bytes>{{"page3_0.sav", "x"},
-                                                           {"page3_1.sav", "x"},
-                                                           {"page3_255.sav", "x"},
-                                                           {"page4_1.sav", "x"},
-                                                           {"page4_255.sav", "x"}}));
+        EXPECT_EQ(entriesOf(kDirectory),
+                  (std::set<std::string>{"page3_0.sav", "page3_1.sav", "page3_255.sav",
+                                         "page4_1.sav", "page4_255.sav"}));
     }
     tracedFiles.isNoted = true; // one that is not there is one, too
     EXPECT_EQ(outcomeOf([] { return ClearPage(15); }), Outcome(1, "<unlink page15_0.sav>"));
@@ -466,39 +450,26 @@ void work(uint32_t set, uint32_t current, uint8_t page)
     });
 }
 
-// What the board shows as its 16 views, then with its page, from the start. It starts with other
-// things in memory.
-std::vector<Bytes> shown(uint8_t page)
+// What such a board shows from the start: the current view, its 16 views, those of its page. It
+// starts with other things in memory.
+void expectShown(uint32_t set, uint32_t current, uint8_t page)
 {
     fill(GetUserSetting(), Bytes(11832, '\x3C'));
     fill(GetViewSetting(), Bytes(kViewSize, '\x3C'));
     fill(GetSaveViewSetting(), Bytes(kViewSize, '\x3C'));
     _currentView = 0x3C;
-    std::vector<Bytes> views;
     printedBy([&] {
         EXPECT_EQ(loadUserSetting(0), 1);
-        views.push_back(oneByte(GetCurrentView()));
+        EXPECT_EQ(GetCurrentView(), current);
         for (uint32_t view = 0; view < 32; ++view) {
             if (view == 16) {
                 EXPECT_EQ(HasSavePage(page), 1);
                 EXPECT_EQ(LoadFromPage(page), 1);
             }
             SetCurrentView(view % 16);
-            views.push_back(bytesOf(GetViewSetting()));
+            EXPECT_EQ(bytesOf(GetViewSetting()), viewOf(view < 16 ? set + 1 : set, view % 16));
         }
     });
-    return views;
-}
-
-std::vector<Bytes> expectedOf(uint32_t set, uint32_t current)
-{
-    std::vector<Bytes> views = {oneByte(current)};
-    for (const uint32_t of : {set + 1, set}) {
-        for (uint32_t slot = 0; slot < 16; ++slot) {
-            views.push_back(viewOf(of, slot));
-        }
-    }
-    return views;
 }
 
 TEST(Page, BoardsThatExchangeTheirFilesShowEachOthersViews)
@@ -517,9 +488,9 @@ TEST(Page, BoardsThatExchangeTheirFilesShowEachOthersViews)
         }
     };
     copy("/second");
-    EXPECT_EQ(shown(9), expectedOf(4, 12));
+    expectShown(4, 12, 9);
     copy("/first");
-    EXPECT_EQ(shown(3), expectedOf(1, 7));
+    expectShown(1, 7, 3);
     EXPECT_EQ(filesIn("/first").size(), 18u);
 }
 

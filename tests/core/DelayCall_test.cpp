@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstdlib>
 #include <iterator>
 #include <sstream>
 #include <string>
@@ -67,7 +66,7 @@ const std::array<Function, 40> f = makeFunctions(std::make_integer_sequence<int,
 
 uint32_t number(const std::string &text)
 {
-    return static_cast<uint32_t>(std::strtoul(text.c_str(), nullptr, 0));
+    return static_cast<uint32_t>(std::stoul(text, nullptr, 0));
 }
 
 Function functionOf(const std::string &text)

@@ -3,6 +3,7 @@
 // exception out of the sleep leaves its loop.
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
@@ -10,13 +11,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <type_traits>
 #include <vector>
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -214,12 +215,12 @@ TEST(Main, KeepsTheArgumentVectorBeforeAnythingElse)
 // The line leaves at once, even into a pipe.
 TEST(Main, SaysEnterMainOnceBetweenStartUpAndTheFirstTaskEvenIfStepsFailed)
 {
-    const Calls pass = {"TaskCommand",     "delayCall_task", "udp2uart_task",
-                        "isUpdateProgram", "TaskControl",    "SysDelay1ms 1"};
     Calls expected = kStartUp;
     expected.emplace_back("enter main\n");
-    expected.insert(expected.end(), pass.begin(), pass.end());
-    expected.insert(expected.end(), pass.begin(), pass.end());
+    for (int pass = 0; pass < 2; ++pass) {
+        expected.insert(expected.end(), {"TaskCommand", "delayCall_task", "udp2uart_task",
+                                         "isUpdateProgram", "TaskControl", "SysDelay1ms 1"});
+    }
     for (const auto &[others, last] : kResults) {
         startUpResult = others;
         loadResult = last;
@@ -288,21 +289,13 @@ TEST(Main, KeepsCyclingWithoutInputAndTheIdleCountRestartsEvery1000Milliseconds)
 
 // Idle accounting --------------------------------------------------------------------------------
 
-struct Idle {
-    uint32_t state, start, count;
-    bool operator==(const Idle &) const = default;
-};
-
-std::ostream &operator<<(std::ostream &out, const Idle &idle)
-{
-    return out << "state " << idle.state << " start " << idle.start << " count " << idle.count;
-}
+using Idle = std::array<uint32_t, 3>; // state, start, count
 
 Idle idleAfter(const Idle &before, uint32_t now)
 {
-    idleState = static_cast<uint8_t>(before.state);
-    idleStartTiming = before.start;
-    idleCount = before.count;
+    idleState = static_cast<uint8_t>(before[0]);
+    idleStartTiming = before[1];
+    idleCount = before[2];
     fakeClock.setMs(now);
     IdleTask();
     return {idleState, idleStartTiming, idleCount};
@@ -346,12 +339,10 @@ TEST(Main, WritingToAConsoleThatHasGoneDoesNotEndTheDaemon)
     std::signal(SIGPIPE, SIG_DFL);
     ssize_t written = 0;
     int error = 0;
-    onCall = [&](const std::string &call) {
-        if (call == "TaskCommand") {
-            std::printf("into the void\n");
-            written = ::write(STDOUT_FILENO, "x", 1);
-            error = errno;
-        }
+    onCall = [&](const std::string &) {
+        std::printf("into the void\n");
+        written = ::write(STDOUT_FILENO, "x", 1);
+        error = errno;
     };
     {
         OutputPipe output;
@@ -382,14 +373,6 @@ TEST(Main, TheIgnoredSignalInterruptsNoSystemCall)
     EXPECT_NE(action.sa_handler, SIG_DFL);
 }
 
-bool isNull(int descriptor)
-{
-    struct stat null {};
-    struct stat it {};
-    return stat("/dev/null", &null) == 0 && fstat(descriptor, &it) == 0 && S_ISCHR(it.st_mode) &&
-           it.st_rdev == null.st_rdev;
-}
-
 int nextDescriptor()
 {
     const int descriptor = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
@@ -418,7 +401,10 @@ int streamsReplaced(unsigned closed)
     for (int stream = 0; stream < 3; ++stream) {
         const int access = fcntl(stream, F_GETFL);
         isRight = isRight && access >= 0;
-        replaced |= isNull(stream) && (access & O_ACCMODE) == O_RDWR ? 1 << stream : 0;
+        std::error_code error;
+        const bool isNull = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(stream),
+                                                          error) == "/dev/null";
+        replaced |= isNull && (access & O_ACCMODE) == O_RDWR ? 1 << stream : 0;
     }
     return replaced | (isRight && nextDescriptor() == before ? 0 : 8);
 }

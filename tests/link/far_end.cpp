@@ -24,12 +24,11 @@ REPLACE(int32_t, _Z9pipe_readP4pipePh, (struct pipe * pipe, uint8_t *out))
     const int32_t isRead = REAL(_Z9pipe_readP4pipePh)(pipe, out);
     if (isRead == 0) {
         farEnd.events.emplace_back("empty");
-        return isRead;
+    } else if (farEnd.events.empty() || !farEnd.events.back().starts_with("read ")) {
+        farEnd.events.push_back("read " + textOf(out, 1));
+    } else {
+        farEnd.events.back() += static_cast<char>(*out);
     }
-    if (farEnd.events.empty() || !farEnd.events.back().starts_with("read ")) {
-        farEnd.events.emplace_back("read ");
-    }
-    farEnd.events.back() += static_cast<char>(*out);
     return isRead;
 }
 
@@ -87,9 +86,7 @@ void OpenLink::receive(const std::vector<Arrival> &arrivals)
 {
     const auto arrive = [this, arrivals](size_t sleeps) {
         for (const Arrival &arrival : arrivals) {
-            if (arrival.sleeps == sleeps) {
-                receive(arrival.bytes);
-            }
+            receive(arrival.sleeps == sleeps ? arrival.bytes : "");
         }
     };
     arrive(0);
@@ -136,10 +133,8 @@ std::string commandFrame(uint8_t address, uint8_t number, uint8_t command, uint8
 
 std::string answerFrame(uint8_t number, uint32_t data)
 {
-    const auto byte = [data](uint32_t divisor) {
-        return static_cast<uint8_t>(data / divisor % 256);
-    };
-    std::string frame = commandFrame(1, number, 2, byte(1), byte(256), byte(65536), byte(16777216));
+    const auto byte = [data](int place) { return static_cast<uint8_t>(data >> 8 * place); };
+    std::string frame = commandFrame(1, number, 2, byte(0), byte(1), byte(2), byte(3));
     frame[1] = 'F';
     return frame;
 }

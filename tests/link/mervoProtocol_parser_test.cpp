@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <random>
 #include <string>
 #include <string_view>
@@ -72,7 +71,7 @@ TEST(MervoProtocol, EveryOtherStateFallsBackToTheHunt)
 
 // The function called ----------------------------------------------------------------------------
 
-TEST(MervoProtocol, OnAnswerFindsTheAnswerStoredAndTheParserHunting)
+TEST(MervoProtocol, OnAnswerFindsTheAnswerStoredAndTheParserHuntingAndMayBeNull)
 {
     OpenLink open;
     farEnd.onAnswer = [](MervoLink *link) {
@@ -89,11 +88,6 @@ TEST(MervoProtocol, OnAnswerFindsTheAnswerStoredAndTheParserHunting)
     EXPECT_EQ(farEnd.answers[0].link, &open.link);
     EXPECT_EQ(farEnd.answers[0].from, open.link.lastAnswer);
     EXPECT_EQ(farEnd.answers[0].bytes, "\x11\x12\x13\x14\x15\x16\x17\x18");
-}
-
-TEST(MervoProtocol, OnAnswerMayBeNull)
-{
-    OpenLink open;
     open.link.onAnswer = nullptr;
     EXPECT_EQ(open.parse(answerFrame(1)), 1u);
 }

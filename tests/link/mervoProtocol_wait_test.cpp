@@ -7,14 +7,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <limits>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "tests/link/far_end.h"
-#include "tests/support/bytes.h"
 #include "tests/support/clock.h"
 #include "tests/support/console.h"
 
@@ -60,6 +58,13 @@ const Sender kSenders[] = {
 std::string a(uint8_t number)
 {
     return answerFrame(number);
+}
+
+// Sending takes long and fails.
+int32_t sendLate()
+{
+    fakeClock.advanceMs(5000);
+    return -1;
 }
 
 // What makes the world of a wait unusual.
@@ -174,14 +179,7 @@ TEST(MervoProtocol, SenderGivesUpAfter3000MillisecondsOfTheWallClockAndSaysSo)
 {
     const Trouble troubles[] = {
         {"no pipe", [](OpenLink &open) { open.link.receivePipe = nullptr; }, 3000},
-        {"sending takes long and fails",
-         [](OpenLink &) {
-             farEnd.onSend = [] {
-                 fakeClock.advanceMs(5000);
-                 return -1;
-             };
-         },
-         3000},
+        {"sending takes long and fails", [](OpenLink &) { farEnd.onSend = sendLate; }, 3000},
         {"the clock is set back", [](OpenLink &) { setClockInSleep(100, -2000); }, 5000},
         {"the clock is set forward", [](OpenLink &) { setClockInSleep(100, 3600000); }, 100},
         {"the tick wraps", [](OpenLink &) { fakeClock.setMs(0x1FFFFFF00); }, 3001},
@@ -239,7 +237,7 @@ TEST(MervoProtocol, DataBlockFollowsItsCommandWithTheSumInItsLastByte)
                 {"\x01\x02\x03", 2, "\x01\x01"},
                 {std::string(65536, '\1'), 65536, std::string(65535, '\1') + '\xFF'},
                 {"\x01\x02", 0, ""},
-                {"\x01\x02", std::numeric_limits<int32_t>::min(), ""}};
+                {"\x01\x02", INT32_MIN, ""}};
     for (const auto &row : rows) {
         SCOPED_TRACE(testing::Message() << "length " << row.length);
         OpenLink open;
@@ -383,10 +381,7 @@ TEST(MervoProtocol, CommandWaitsForItsAnswerAsTheRowsSay)
         OpenLink open;
         open.stand(row.sequence, row.acknowledged);
         open.link.answered = row.answered;
-        farEnd.onSend = [] {
-            fakeClock.advanceMs(5000); // the wait counts from after the sending
-            return -1;
-        };
+        farEnd.onSend = sendLate; // the wait counts from after the sending
         open.receive(row.arrivals);
         const std::string printed = printedBy([&] { EXPECT_EQ(sendAndWait(open), row.result); });
         const bool isAnswered = row.message.empty();

@@ -101,33 +101,29 @@ uint32_t sleptMs()
     return std::accumulate(fakeClock.sleepsUs.begin(), fakeClock.sleepsUs.end(), 0u) / 1000;
 }
 
+template <auto Send> int64_t sendBy(MervoLink *link)
+{
+    return Send(link, 7, 2, 3, 4, 5, 6);
+}
+
+int32_t sendWithBlock(MervoLink *link, uint32_t address, uint32_t command, uint32_t data1,
+                      uint32_t data2, uint32_t data3, uint32_t data4)
+{
+    uint8_t block[] = {1, 2, 0};
+    return SendCmdAndDataBlock_MervoProtocol(link, address, command, data1, data2, data3, data4,
+                                             block, 3);
+}
+
 TEST(MervoProtocol, WaitsAndTheirMessagesAreThoseOfTheProtocolDocument)
 {
-    static uint8_t block[] = {1, 2, 0};
     const struct {
         const char *name;
         int64_t (*send)(MervoLink *link);
         uint32_t withoutDeviceMs;
-    } operations[] = {
-        {"SendCmdNoWait_MervoProtocol",
-         [](MervoLink *link) -> int64_t {
-             return SendCmdNoWait_MervoProtocol(link, 7, 2, 3, 4, 5, 6);
-         },
-         0},
-        {"SendCmd_MervoProtocol",
-         [](MervoLink *link) -> int64_t { return SendCmd_MervoProtocol(link, 7, 2, 3, 4, 5, 6); },
-         0},
-        {"SendCmdAndDataBlock_MervoProtocol",
-         [](MervoLink *link) -> int64_t {
-             return SendCmdAndDataBlock_MervoProtocol(link, 7, 2, 3, 4, 5, 6, block, 3);
-         },
-         0},
-        {"SendCmdAndWait_MervoProtocol",
-         [](MervoLink *link) -> int64_t {
-             return SendCmdAndWait_MervoProtocol(link, 7, 2, 3, 4, 5, 6);
-         },
-         20},
-    };
+    } operations[] = {{"SendCmdNoWait_MervoProtocol", sendBy<SendCmdNoWait_MervoProtocol>, 0},
+                      {"SendCmd_MervoProtocol", sendBy<SendCmd_MervoProtocol>, 0},
+                      {"SendCmdAndDataBlock_MervoProtocol", sendBy<sendWithBlock>, 0},
+                      {"SendCmdAndWait_MervoProtocol", sendBy<SendCmdAndWait_MervoProtocol>, 20}};
     // Of a row: operation, the longest wait, message, result.
     const std::vector<Texts> rows = matches(
         chapter(), "\\| `(Send\\w+)` \\|[^|]*\\| *([^|]*?) *\\| (?:`(.*)`)? *\\| (\\d) \\|");

@@ -1,7 +1,6 @@
 #include "tests/support/traced_files.h"
 
 #include <cstdarg>
-#include <cstdio>
 
 #include "storage/fatfs.h"
 #include "tests/support/replace.h"

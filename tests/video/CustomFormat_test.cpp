@@ -102,12 +102,9 @@ TEST(CustomFormat, SettersCutTheValueAndChangeTheirFieldOnlyAndGettersWidenIt)
 
 TEST(CustomFormat, SettersSaveAndPrintNothing)
 {
-    EXPECT_EQ(printedBy([] {
-                  for (const Accessors &row : kAccessors) {
-                      row.set(60);
-                  }
-              }),
-              "");
+    for (const Accessors &row : kAccessors) {
+        EXPECT_EQ(printedBy([&] { row.set(60); }), "") << row.field;
+    }
     EXPECT_TRUE(filesIn().empty());
 }
 
@@ -139,8 +136,8 @@ TEST(CustomFormat, BothRecordsHaveTheFieldsOfTheirDocument)
         expected.push_back(std::to_string(place.second) + ' ' + field);
     }
     std::vector<std::string> documented;
-    for (const auto &cells :
-         tableOf("The custom format", "offset | type | field | unit or range")) {
+    const std::string heading = "offset | type | field | unit or range";
+    for (const auto &cells : tableOf("The custom format", heading)) {
         ASSERT_GE(cells.size(), 3u);
         const std::string field = cells[2].substr(0, cells[2].find(' ')); // no unit: "field |"
         documented.push_back(cells[0] + ' ' + cells[1] + ' ' + field);

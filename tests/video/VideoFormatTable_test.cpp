@@ -182,9 +182,8 @@ TEST_F(VideoFormatTable, EveryOperationAnswersForTheLow8BitsOfEveryId)
     for (const Operation &operation : kOperations) {
         for (const uint32_t high : {0u, 0x100u, 0x7C00u, 0x10000u, 0xFFFFFF00u}) {
             for (uint32_t id = 0; id < 256; ++id) {
-                if (operation.ask(high | id) != expected(operation, id, 10)) {
-                    ADD_FAILURE() << operation.name << ' ' << (high | id);
-                }
+                EXPECT_EQ(operation.ask(high | id), expected(operation, id, 10))
+                    << operation.name << ' ' << (high | id);
             }
         }
     }
@@ -195,9 +194,8 @@ TEST_F(VideoFormatTable, TheExternalInputAnswersAsTheFormatThatItHas)
     for (uint32_t external = 0; external < 256; ++external) {
         setExtern(external);
         for (const Operation &operation : kOperations) {
-            if (operation.ask(125) != expected(operation, 125, external)) {
-                ADD_FAILURE() << operation.name << " with " << external;
-            }
+            EXPECT_EQ(operation.ask(125), expected(operation, 125, external))
+                << operation.name << " with " << external;
         }
     }
 }
@@ -251,24 +249,17 @@ TEST_F(VideoFormatTable, ACustomFormatOfZeroesHasNoTimingAndNoClock)
 
 // Names -------------------------------------------------------------------------------------------
 
-// clang-format off
-const struct {
-    uint32_t width, height, rate;
-    const char *name;
-} kCustomNames[] = {
-    {1920,       1080,       60,         "C:1920x1080@60"},
-    {0x7FFFFFFF, 0x7FFFFFFF, 1234567,    "C:2147483647x2147483647@1234567"}, // 31 characters
-    {0x7FFFFFFF, 0x7FFFFFFF, 12345678,   "C:2147483647x2147483647@1234567"},
-    {0x80000000, 0x80000000, 0x80000000, "C:-2147483648x-2147483648@-2147"},
-};
-// clang-format on
-
 TEST_F(VideoFormatTable, TheNameOfTheCustomFormatIsCutTo31CharactersWithSigns)
 {
-    for (const auto &row : kCustomNames) {
-        setResolution(row.width, row.height, row.rate);
-        EXPECT_STREQ(GetStrByVideoFormat(124), row.name);
-    }
+    const auto nameOf = [](uint32_t width, uint32_t height, uint32_t rate) -> std::string {
+        setResolution(width, height, rate);
+        return GetStrByVideoFormat(124);
+    };
+    constexpr uint32_t kMost = 0x7FFFFFFF;
+    EXPECT_EQ(nameOf(1920, 1080, 60), "C:1920x1080@60");
+    EXPECT_EQ(nameOf(kMost, kMost, 1234567), "C:2147483647x2147483647@1234567"); // 31 characters
+    EXPECT_EQ(nameOf(kMost, kMost, 12345678), "C:2147483647x2147483647@1234567");
+    EXPECT_EQ(nameOf(kMost + 1, kMost + 1, kMost + 1), "C:-2147483648x-2147483648@-2147");
 }
 
 TEST_F(VideoFormatTable, OnlyAskingForTheCustomFormatRewritesItsName)
@@ -277,10 +268,8 @@ TEST_F(VideoFormatTable, OnlyAskingForTheCustomFormatRewritesItsName)
     EXPECT_EQ(GetStrByVideoFormat(124), customStr);
     setResolution(1, 2, 3);
     setExtern(124);
-    for (uint32_t id = 0; id < 256; ++id) {
-        if (id != 124) {
-            EXPECT_NE(GetStrByVideoFormat(id), customStr) << id;
-        }
+    for (uint32_t id = 0; id < 256; id += id == 123 ? 2 : 1) { // without 124
+        EXPECT_NE(GetStrByVideoFormat(id), customStr) << id;
     }
     EXPECT_STREQ(customStr, "C:70196x153208@196679");
     EXPECT_STREQ(GetStrByVideoFormat(124), "C:1x2@3");
@@ -288,17 +277,13 @@ TEST_F(VideoFormatTable, OnlyAskingForTheCustomFormatRewritesItsName)
 
 // GS4911 codes ------------------------------------------------------------------------------------
 
-TEST_F(VideoFormatTable, FormatsWithACodeOfTheirOwnAreFoundByIt)
+TEST_F(VideoFormatTable, FormatsWithACodeOfTheirOwnAreFoundByItAndOthersAsTheRowsSay)
 {
     for (uint32_t id = 0; id < 256; ++id) {
         const bool hasOne = id < 40 || id == 63 || id == 71 || id == 72;
         const uint32_t code = GetGS4911ByVideoFormat(id);
         EXPECT_EQ(GetVideoFormatByGS4911(static_cast<uint8_t>(code)), hasOne ? id : 29) << id;
     }
-}
-
-TEST_F(VideoFormatTable, TheseCodesLeadToTheseFormats)
-{
     const std::map<uint8_t, uint32_t> formats = {
         {0, 127}, {45, 29}, {124, 36}, {26, 63}, {99, 126}};
     for (const auto &[code, format] : formats) {
@@ -336,9 +321,9 @@ TEST_F(VideoFormatTable, TheSizesAreThoseOfTheDocumentAndNoFormatHasSize12)
         }
     }
     std::map<uint32_t, std::string> sizes;
-    for (uint32_t i = 0; i < std::size(tModeResolution); ++i) {
-        const ModeResolution &active = tModeResolution[i];
-        sizes[i] = std::to_string(active.width) + "×" + std::to_string(active.height);
+    for (const ModeResolution &active : tModeResolution) {
+        const auto index = static_cast<uint32_t>(sizes.size());
+        sizes[index] = std::to_string(active.width) + "×" + std::to_string(active.height);
     }
     EXPECT_EQ(sizes, documented) << FORMATS_DOCUMENT;
     EXPECT_EQ(sizes.size(), 42u);
@@ -366,14 +351,9 @@ TEST_F(VideoFormatTable, EveryOperationAnswersAsTheDocumentSays)
 
 std::string nameOf(uint32_t id)
 {
-    const std::map<uint32_t, std::string> others = {{124, "C:70196x153208@196679"}, // kResolution
-                                                    {125, "INPUT FORMAT"},
-                                                    {126, "UNDEFINE"},
-                                                    {127, "NO INPUT"}};
-    if (id < 124) {
-        return exchanged[id].name;
-    }
-    return others.contains(id) ? others.at(id) : "UNKNOWN";
+    const std::string others[] = {"C:70196x153208@196679", // kResolution
+                                  "INPUT FORMAT", "UNDEFINE", "NO INPUT"};
+    return id < 124 ? exchanged[id].name : id < 128 ? others[id - 124] : "UNKNOWN";
 }
 
 TEST_F(VideoFormatTable, EveryIdHasItsNameAndTheDocumentHasIt)
@@ -436,10 +416,10 @@ TEST_F(VideoFormatTable, TheClocksThatTheDocumentWorksOutAreRight)
     // 24 Hz and 23.98 Hz by their names, 25 Hz in the table.
     EXPECT_TRUE(documentSays(" The clock of 85 and 87 is that of 25 Hz, 309375000 Hz. The clock of "
                              "86 and 88 is that of 23.98 Hz. "));
-    EXPECT_EQ(GetDlckByVideoFormat(85), 309375000u);
-    EXPECT_EQ(GetDlckByVideoFormat(87), 309375000u);
-    EXPECT_EQ(GetDlckByVideoFormat(86), 296703297u); // 5500 x 2250 x 24000 / 1001
-    EXPECT_EQ(GetDlckByVideoFormat(88), 296703297u);
+    for (const uint32_t id : {85u, 87u}) {
+        EXPECT_EQ(GetDlckByVideoFormat(id), 309375000u);
+        EXPECT_EQ(GetDlckByVideoFormat(id + 1), 296703297u); // 5500 x 2250 x 24000 / 1001
+    }
 }
 
 TEST_F(VideoFormatTable, TheIdsAreDividedAsTheDocumentSays)
@@ -479,15 +459,13 @@ TEST_F(VideoFormatTable, TheMisnomersAreTheDocumentedOnes)
         if (std::abs(std::stod(rate) - row.vFreq) > 0.5) { // V freq is rounded
             found.insert({row.id, rate + " Hz", "V freq " + std::to_string(row.vFreq)});
         }
-        if (rate.find('.') == std::string::npos) {
-            continue;
-        }
-        if (row.pixelClock == 0) {
+        const std::string freq = std::to_string(row.vFreq);
+        const bool isFraction = rate.find('.') != rate.npos;
+        if (isFraction && row.pixelClock == 0) {
             found.insert({row.id, "a fractional rate", "no clock for it: that of V freq"});
         }
-        if (row.pixelClock == row.hTotal * row.vTotal * row.vFreq) {
-            found.insert(
-                {row.id, rate + " Hz", "the clock of " + std::to_string(row.vFreq) + " Hz"});
+        if (isFraction && row.pixelClock == row.hTotal * row.vTotal * row.vFreq) {
+            found.insert({row.id, rate + " Hz", "the clock of " + freq + " Hz"});
         }
     }
     EXPECT_EQ(documented, found) << FORMATS_DOCUMENT;

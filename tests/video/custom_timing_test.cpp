@@ -10,8 +10,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
-#include <limits>
 #include <map>
 #include <ostream>
 #include <set>
@@ -27,8 +25,6 @@
 #include "video/CustomFormat.h"
 
 namespace {
-
-constexpr int32_t kMax = std::numeric_limits<int32_t>::max();
 
 struct Mode {
     int32_t width, height, rate;
@@ -56,17 +52,10 @@ int32_t numberOf(const std::string &text)
 // The mode of a line, and the cells from `from` on, in the order of the struct.
 Derived derivedOf(const std::vector<std::string> &cells, size_t from)
 {
-    Derived derived{};
-    derived.mode = {numberOf(cells[0]), numberOf(cells[1]), numberOf(cells[2])};
-    derived.isStored = cells[from] == "1";
-    derived.clock = cells[from + 1];
-    size_t at = from + 2;
-    for (uint32_t *const field :
-         {&derived.hTotal, &derived.vTotal, &derived.hStart, &derived.vStart, &derived.hSync,
-          &derived.vSync, &derived.polarity, &derived.hActive, &derived.vActive}) {
-        *field = static_cast<uint32_t>(numberOf(cells[at++]));
-    }
-    return derived;
+    const auto n = [&](size_t i) { return static_cast<uint32_t>(numberOf(cells[from + i])); };
+    const Mode mode = {numberOf(cells[0]), numberOf(cells[1]), numberOf(cells[2])};
+    return {mode, n(0) == 1, cells[from + 1], n(2), n(3), n(4), n(5), n(6), n(7), n(8),
+            n(9), n(10)};
 }
 
 std::vector<std::vector<std::string>> linesOf(const char *path, const std::string &heading)
@@ -142,13 +131,12 @@ void expectMade(const Derived &derived)
 {
     SCOPED_TRACE(derived.mode);
     const Mode &mode = derived.mode;
-    const int32_t result = derived.isStored ? 1 : 0;
+    const Outcome made = derived.isStored ? Outcome(1, "") : Outcome(0, errorFor(derived.clock));
     fillBoth();
     EXPECT_EQ(outcomeOf(CheckCustomTimming, mode.width, mode.height, mode.rate),
-              Outcome(result, ""));
+              Outcome(made.first, ""));
     EXPECT_TRUE(areBoth(kBefore));
-    EXPECT_EQ(outcomeOf(make, mode),
-              Outcome(result, derived.isStored ? "" : errorFor(derived.clock)));
+    EXPECT_EQ(outcomeOf(make, mode), made);
     EXPECT_TRUE(areBoth(after(derived)));
 }
 
@@ -268,13 +256,21 @@ std::vector<Compared> readCompared()
                  "cvt_v_total,cvt_v_front_porch,cvt_v_sync,cvt_v_back_porch,cvt_polarity,cvt_clock,"
                  "result,clock,h_total,v_total,h_start,v_start,h_sync,v_sync,polarity,h_active,"
                  "v_active")) {
-        Compared mode{derivedOf(cells, 13), 0, 0, 0, 0, 0, 0, 0, 0, 0, cells[12], 0, 0, 0};
-        size_t at = 3;
-        for (uint32_t *const field : {&mode.cvtHActive, &mode.cvtHTotal, &mode.cvtHSync,
-                                      &mode.cvtHBackPorch, &mode.cvtVTotal, &mode.cvtVFrontPorch,
-                                      &mode.cvtVSync, &mode.cvtVBackPorch, &mode.cvtPolarity}) {
-            *field = number(cells[at++]);
-        }
+        const auto n = [&](size_t i) { return number(cells[i]); };
+        Compared mode{derivedOf(cells, 13),
+                      n(3),
+                      n(4),
+                      n(5),
+                      n(6),
+                      n(7),
+                      n(8),
+                      n(9),
+                      n(10),
+                      n(11),
+                      cells[12],
+                      0,
+                      0,
+                      0};
         const auto &[width, height, rate] = mode.mode;
         const int64_t perFrame = 1000000 - 460 * int64_t{rate};
         mode.cvtBlanking = int64_t{mode.cvtVTotal} - height;
@@ -450,7 +446,7 @@ const struct {
     uint32_t vStart; // 0: refused
 } kSentences[] = {
     {"`Error: Pixel Clock (MHz) = 664.000000` for 4096x2160@70. ",         {4096, 2160,  70}, 0},
-    {" MHz, so everything above is refused too. ",                         {kMax,    1,   1}, 0},
+    {" MHz, so everything above is refused too. ",                         {INT32_MAX, 1, 1}, 0},
     {" 640x480@2500 is stored, with a V total of −3191, which the field shows as 62345. ",
                                                              {640, 480, 2500}, 65536 - 3674},
     {"2472x1913@29 has 148 MHz, and the public clock is 147.75.",          {2472, 1913,  29}, 23},

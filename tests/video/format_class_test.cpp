@@ -64,10 +64,9 @@ TEST(FormatClass, EveryClassAnswersForTheLow8BitsOfEveryIdAndChangesNothing)
             const uint32_t high = external % 5 * 0x01004900; // 0 with every size class
             for (const Class &one : kClasses) {
                 for (uint32_t id = external % 16 == 0 ? 0 : 124; id < 256; ++id) {
-                    if (one.ask(high | id) != expected(one, id, external, sizeClass)) {
-                        ADD_FAILURE() << one.name << ' ' << (high | id) << ", external " << external
-                                      << ", size class " << sizeClass;
-                    }
+                    EXPECT_EQ(one.ask(high | id), expected(one, id, external, sizeClass))
+                        << one.name << ' ' << (high | id) << ", external " << external
+                        << ", size class " << sizeClass;
                 }
             }
             EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), before));
@@ -80,41 +79,27 @@ TEST(FormatClass, TheExternalInputStandsForItsFormatAndForUndefinedIfThatIsItsel
     malloc_saveView();
     for (uint32_t external = 0; external < 256; ++external) {
         setExtern(external);
+        const uint32_t stands = external != 125 ? external : 126;
         for (const uint32_t high : {0u, 0x100u, 0xFFFFFF00u}) {
             for (uint32_t id = 0; id < 256; ++id) {
-                const uint32_t stands = external != 125 ? external : 126;
-                if (followExternInput(high | id) != (id == 125 ? stands : id)) {
-                    ADD_FAILURE() << id << ", external " << external;
-                }
+                EXPECT_EQ(followExternInput(high | id), id == 125 ? stands : id) << external;
             }
         }
     }
 }
 
-// clang-format off
-const struct {
-    int32_t (*ask)(uint32_t id);
-    uint32_t id;
-    int32_t expected;
-} kExamples[] = {
-    {IsSDFormat,            0, 0}, // progressive
-    {IsInterlaceFormat,    63, 1},
-    {Is4K2K_Format,       107, 1},
-    {Is4K2K_Format,       108, 0},
-    {Is8K1K_Format,       108, 1},
-    {Is8K1K_Format,       126, 0},
-    {IsInterlaceFormat,   125, 1}, // 36 at the external input
-    {IsSDFormat,          125, 0},
-};
-// clang-format on
-
 TEST(FormatClass, TheseIdsAreOrAreNotOfAClass)
 {
     malloc_saveView();
     setExtern(36);
-    for (const auto &row : kExamples) {
-        EXPECT_EQ(row.ask(row.id), row.expected) << row.id << ", row " << &row - kExamples;
-    }
+    EXPECT_EQ(IsSDFormat(0), 0); // progressive
+    EXPECT_EQ(IsInterlaceFormat(63), 1);
+    EXPECT_EQ(Is4K2K_Format(107), 1);
+    EXPECT_EQ(Is4K2K_Format(108), 0);
+    EXPECT_EQ(Is8K1K_Format(108), 1);
+    EXPECT_EQ(Is8K1K_Format(126), 0);
+    EXPECT_EQ(IsInterlaceFormat(125), 1);
+    EXPECT_EQ(IsSDFormat(125), 0);
 }
 
 TEST(FormatClass, TheClassesAreThoseOfTheDocument)

@@ -47,7 +47,7 @@ Measured rowOf(uint32_t id)
             static_cast<int32_t>(row.vFreq)};
 }
 
-// A number more in one place.
+// More in one place.
 Measured moved(Measured measured, size_t place, int32_t by)
 {
     measured.at(place) += by;
@@ -91,12 +91,9 @@ const std::set<uint32_t> kReportedOtherwise = {36, 37, 38, 39, 103};
 std::map<uint32_t, uint32_t> neverReported()
 {
     std::map<uint32_t, uint32_t> never;
+    std::set<Measured> lower;
     for (uint32_t id = 0; id < 124; ++id) {
-        uint32_t lower = 0;
-        while (rowOf(lower) != rowOf(id)) {
-            ++lower;
-        }
-        if (lower < id && !kReportedOtherwise.contains(id)) {
+        if (!lower.insert(rowOf(id)).second && !kReportedOtherwise.contains(id)) {
             never[id] = getVideoFormat(rowOf(id));
         }
     }
@@ -171,8 +168,8 @@ TEST_F(FormatDetection, AllNumbersOffTogetherAreTakenAsTheTableSays)
         for (uint32_t corner = 0; corner < 1 << kNumbers; ++corner) {
             Measured measured = format.middle;
             for (size_t place = 0; place < kNumbers; ++place) {
-                measured[place] +=
-                    (corner >> place & 1) != 0 ? kTolerances[place] : -kTolerances[place];
+                const int32_t sign = (corner >> place & 1) != 0 ? 1 : -1;
+                measured[place] += sign * kTolerances[place];
             }
             compare(measured);
         }
@@ -311,13 +308,12 @@ TEST_F(FormatDetection, TheseNumbersAndSizesLeadToTheseFormats)
     }
 }
 
-static_assert(std::is_same_v<decltype(isInterlaceFormat),
-                             uint8_t(int32_t, int32_t, int32_t, int32_t, int32_t)>);
-static_assert(std::is_same_v<decltype(IsInterlaceFormat), int32_t(uint32_t)>);
-
 // The one with a small letter finds an id by the numbers of a field.
 TEST_F(FormatDetection, TwoOperationsDifferInTheCaseOfOneLetterOfTheirNames)
 {
+    static_assert(std::is_same_v<decltype(isInterlaceFormat),
+                                 uint8_t(int32_t, int32_t, int32_t, int32_t, int32_t)>);
+    static_assert(std::is_same_v<decltype(IsInterlaceFormat), int32_t(uint32_t)>);
     EXPECT_EQ(IsInterlaceFormat(39), 1);
     EXPECT_EQ(isInterlaceFormat(39, 0, 0, 0, 0), 126);
     EXPECT_EQ(interlaceFormat(kFields[2].middle), 39u);

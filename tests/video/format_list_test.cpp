@@ -92,16 +92,12 @@ TEST_F(FormatList, AQuarterBecomesTheWholeAndEveryOtherIdStays)
     }
 }
 
-TEST_F(FormatList, Formats101And76StayAndFormat92Becomes76)
+// No settings are in memory until then: a look at them would be the end of the program.
+TEST_F(FormatList, Formats101And76And125StayAndFormat92Becomes76)
 {
     EXPECT_EQ(change4Kformat(101), 101);
     EXPECT_EQ(change4Kformat(76), 76);
     EXPECT_EQ(change4Kformat(92), 76);
-}
-
-// No settings are in memory until then: a look at them would be the end of the program.
-TEST_F(FormatList, TheFormatOfTheExternalInputIsNotFollowed)
-{
     EXPECT_EQ(change4Kformat(125), 125);
     malloc_saveView();
     GetUserSetting()->extInputFormat = 92;

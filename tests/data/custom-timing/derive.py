@@ -152,41 +152,32 @@ RATES = [1, 5, 10, 15, 20, 23, 24, 25, 29, 30, 47, 48, 50, 56, 59, 60, 61, 65, 7
 
 
 def usual():
-    for (width, height), rate in itertools.product(SIZES, RATES):
-        yield width, height, rate
-    for width, height in [(640, 480), (1024, 768), (1280, 720), (1366, 768), (1920, 1080),
-                          (1920, 1200), (2560, 1440), (3840, 2160)]:
-        for rate in range(1, 241):
-            yield width, height, rate
+    often = [(640, 480), (1024, 768), (1280, 720), (1366, 768), (1920, 1080), (1920, 1200),
+             (2560, 1440), (3840, 2160)]
+    for sizes, rates in [(SIZES, RATES), (often, range(1, 241))]:
+        for size, rate in itertools.product(sizes, rates):
+            yield *size, rate
 
 
 def remainders():
     """Every remainder that a width can have to the cell of 8 pixels."""
     widths = [*range(1, 33), *range(1279, 1297), *range(1360, 1377), *range(1916, 1930)]
-    for width in widths:
-        for height in [1, 2, 3, 480, 767, 768, 1080]:
-            for rate in [24, 60, 75, 144]:
-                yield width, height, rate
+    return itertools.product(widths, [1, 2, 3, 480, 767, 768, 1080], [24, 60, 75, 144])
 
 
 def heights():
     low = [*range(1, 26), 31, 99, 100, 101]
     high = [4095, 4096, 8191, 16384, 30000, 32767, 32768, 65534, 65535, 65536, 65537, 70000, 100001,
             131071, 1000000, 3579139, 2**24 - 1, 2**24, 2**24 + 1, 2**24 + 3]
-    for height in low + high:
-        for width in [1, 8, 640, 1920, 65535, 65536, 65600]:
-            for rate in [1, 2, 24, 60, 240, 2000]:
-                yield width, height, rate
+    widths = [1, 8, 640, 1920, 65535, 65536, 65600]
+    return itertools.product(widths, low + high, [1, 2, 24, 60, 240, 2000])
 
 
 def high_rates():
     """Up to 2173 Hz, where next to nothing of a line is left, and above it, where less is."""
     rates = [*range(241, 2160, 61), *range(2160, 2190), 2199, 2200, 2500, 3000, 5000, 10000, 65535,
              65536, 100000, 999999, 1000000, 1000001, 2000000, 10000000, 2**24 + 1]
-    for rate in rates:
-        for width in [1, 279, 640, 1921]:
-            for height in [1, 2, 5, 16, 101, 480, 1080, 65535]:
-                yield width, height, rate
+    return itertools.product([1, 279, 640, 1921], [1, 2, 5, 16, 101, 480, 1080, 65535], rates)
 
 
 def last_height(width, rate, limit):
@@ -213,28 +204,23 @@ def limits():
     for limit in [600000000, 601000000, 2**31]:
         for width, rate in itertools.product(widths, rates):
             height = last_height(width, rate, limit)
-            for mode in [(width, height + i, rate) for i in range(-1, 3)]:
-                if mode[1] > 0:
-                    yield mode
+            for near in range(max(1, height - 1), height + 3):
+                yield width, near, rate
     # And below nothing, where a product too low for 32 bits is accepted as well.
-    for rate in [2174, 2175, 2200, 3000]:
-        for width in [160, 1920, 4096, 65536]:
-            for height in [10, 100, 1000, 2400, 10000, 86000, 87000, 100000, 2**24 + 1, 2**30 + 1]:
-                yield width, height, rate
+    low = [10, 100, 1000, 2400, 10000, 86000, 87000, 100000, 2**24 + 1, 2**30 + 1]
+    yield from itertools.product([160, 1920, 4096, 65536], low, [2174, 2175, 2200, 3000])
 
 
 def extremes():
-    for mode in itertools.product([1, 8, 1920, 65536, 2**24 + 1, INT_MAX - 7, INT_MAX],
-                                  [1, 7, 1080, 65536, 2**24 + 1, INT_MAX - 1, INT_MAX],
-                                  [1, 60, 2173, 2174, 2**24 + 1, INT_MAX - 1, INT_MAX]):
-        yield mode
+    return itertools.product([1, 8, 1920, 65536, 2**24 + 1, INT_MAX - 7, INT_MAX],
+                             [1, 7, 1080, 65536, 2**24 + 1, INT_MAX - 1, INT_MAX],
+                             [1, 60, 2173, 2174, 2**24 + 1, INT_MAX - 1, INT_MAX])
 
 
 def below_one():
-    for mode in itertools.product([1920, 0, -1, -8, INT_MIN], [1080, 0, -1, INT_MIN],
-                                  [60, 0, -1, INT_MIN]):
-        if min(mode) <= 0:
-            yield mode
+    modes = itertools.product([1920, 0, -1, -8, INT_MIN], [1080, 0, -1, INT_MIN],
+                              [60, 0, -1, INT_MIN])
+    return (mode for mode in modes if min(mode) <= 0)
 
 
 def blanking_of_whole_lines():
@@ -280,10 +266,9 @@ def clocks_of_whole_megahertz():
 
 def orders():
     """Where the operations of a step, in another order, would round to something else."""
-    for height in [5024, 5026, 5027, *range(15008, 15039)]:
-        yield 8, height, 2175
-    for width in [67888728, 68222056, 69888728, 72222056, 75888728, 78222056]:
-        yield width, 2, 3
+    yield from itertools.product([8], [5024, 5026, 5027, *range(15008, 15039)], [2175])
+    widths = [67888728, 68222056, 69888728, 72222056, 75888728, 78222056]
+    yield from itertools.product(widths, [2], [3])
 
 
 def scattered():
@@ -295,12 +280,10 @@ def scattered():
         state = (state * 6364136223846793005 + 1442695040888963407) % 2**64
         return (state >> 33) % last + 1
 
-    for _ in range(6000):
-        yield upto(4400), upto(2400), upto(240)
-    for _ in range(1500):
-        yield upto(2000), upto(2000), upto(2200)
-    for _ in range(500):
-        yield upto(70000), upto(70000), upto(2400)
+    for count, most in [(6000, (4400, 2400, 240)), (1500, (2000, 2000, 2200)),
+                        (500, (70000, 70000, 2400))]:
+        for _ in range(count):
+            yield tuple(map(upto, most))
 
 
 def compared():

@@ -47,39 +47,28 @@ USER_SETTING = [
     (1720, "u32", 0, "user mode word"),
     (1892, "u8", [OUTPUT_FORMAT] * 6, "output format byte"),
     (1898, "u8", [1] * 6, "output enable"),
-    (2000, "u8", 1, "setting byte"),
-    (2001, "u8", 0, "setting byte"),
-    (2028, "u8", [0] * 24, "RS1 output byte"),
-    (2052, "u8", [0] * 24, "RS1 output byte"),
+    (2000, "u8", [1, 0], "setting bytes"),
+    (2028, "u8", [0] * 48, "two tables of RS1 output bytes"),
     (2412, "u8", 128, "setting byte"),
     (2413, "u8", 10, "external input format"),
-    (3664, "u8", [0] * 24, "output group flags"),
-    (3688, "u8", [0] * 24, "per-input flags"),
+    (3664, "u8", [0] * 48, "output group flags, per-input flags"),
     (3712, "u8", 0, "user mode mirror"),
     (3713, "u8", 0, "factory-reset flag: 1, then cleared by the pre-input reset of input 25"),
     (3714, "u8", 0, "number of the page last loaded or saved"),
     (3715, "u8", 0, "current view number"),
     (3716, "u8", [5, 7, 13, 15, 21, 23, 29, 31], "table"),
     (3726, "u8", [0, 1, 2, 3, 4, 5, 6, 7], "index table"),
-    (3736, "u32", 1920, "custom width"),
-    (3740, "u32", 1080, "custom height"),
-    (3744, "u32", 60, "custom frame rate"),
+    (3736, "u32", [1920, 1080, 60], "custom width, height and frame rate"),
     (3748, "u8", 0, "custom size class"),
     (3752, "u32", 0, "setting word"),
-    (3756, "u8", [0, 1], "setting bytes"),
-    (3758, "u8", 255, "setting byte"),
-    (3759, "u8", [0, 0], "setting bytes"),
-    (3762, "u16", (OUT_WIDTH - 360) // 2, "window x"),
-    (3764, "u16", (OUT_HEIGHT - 80) // 2, "window y"),
-    (3766, "u8", [0, 0], "setting bytes"),
-    (3768, "u8", 1, "setting byte"),
+    (3756, "u8", [0, 1, 255, 0, 0], "setting bytes"),
+    (3762, "u16", [(OUT_WIDTH - 360) // 2, (OUT_HEIGHT - 80) // 2], "window x and y"),
+    (3766, "u8", [0, 0, 1], "setting bytes"),
     (3776, "f64", 0.0, "setting value"),
     (3784, "u8", [0] * 24, "per-index flags"),
-    (11804, "u8", [1, 0, 20], "FPGA settings"),
-    (11807, "u8", 0, "setting byte"),
+    (11804, "u8", [1, 0, 20, 0], "FPGA settings, setting byte"),
     (11808, "u8", [0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15], "index table"),
-    (11824, "u8", 0, "setting byte"),
-    (11825, "u8", 0, "setting byte"),
+    (11824, "u8", [0, 0], "setting bytes"),
     (11828, "u32", 0x00123456, "trailing identification"),
 ]
 
@@ -100,8 +89,7 @@ def timing_table(video_format):
 
 
 INPUT_TIMING = timing_table(INPUT_FORMAT) + [
-    (18, "u8", 0, ""),
-    (19, "u8", 0, ""),
+    (18, "u8", [0, 0], ""),
     (20, "u8", timing(INPUT_FORMAT, "v_freq"), "vertical frequency"),
 ]
 
@@ -112,63 +100,33 @@ OUTPUT_TIMING = timing_table(OUTPUT_FORMAT) + [
 
 PRE_INPUT = [
     (0, "u8", lambda n: n % 4, "group number"),
-    (1, "u8", 0, ""),
-    (2, "u8", 0, ""),
-    (4, "u16", 0, "source x"),
-    (6, "u16", 0, "source y"),
-    (8, "u16", lambda n: IN_WIDTH if n < 24 else 3840, "source width"),
-    (10, "u16", lambda n: IN_HEIGHT if n < 24 else 2160, "source height"),
-    (12, "u16", 0, "target x"),
-    (14, "u16", 0, "target y"),
-    (16, "u16", lambda n: 1920 if n < 24 else 3840, "target width"),
-    (18, "u16", lambda n: 1080 if n < 24 else 2160, "target height"),
-    (20, "u8", 128, ""),
-    (21, "u8", lambda n: 1 << n % 4, "group bit"),
-    (22, "u8", [50] * 4, ""),
-    (26, "u8", [50] * 3, ""),
-    (29, "u8", [26] * 3, ""),
-    (32, "u8", 50, ""),
-    (33, "u8", 0, ""),
-    (34, "u8", 0, ""),
+    (1, "u8", [0, 0], ""),
+    (4, "u16", [0, 0], "source x and y"),
+    (8, "u16", lambda n: [IN_WIDTH, IN_HEIGHT] if n < 24 else [3840, 2160], "and its size"),
+    (12, "u16", [0, 0], "target x and y"),
+    (16, "u16", lambda n: [1920, 1080] if n < 24 else [3840, 2160], "and its size"),
+    (20, "u8", lambda n: [128, 1 << n % 4], "group bit at 21"),
+    (22, "u8", [50] * 7 + [26] * 3 + [50, 0, 0], ""),
 ]
 
-COLOR_KEY = [
-    (0, "u8", 0, "enable"),
-    (1, "u8", [1, 0, 0], ""),
-    (4, "u8", [208, 208, 208], "colour"),
-]
+COLOR_KEY = [(0, "u8", [0, 1, 0, 0, 208, 208, 208], "enable; colour from 4 on")]
 
 OUTPUT_RESOLUTION = [
-    (0, "u32", 1920, "width"),
-    (4, "u32", 1080, "height"),
-    (8, "u32", 60, "frame rate"),
+    (0, "u32", [1920, 1080, 60], "width, height, frame rate"),
     (12, "u8", 0, "flag"),
 ]
 
 RS1_OUTPUT = [
-    (0, "u16", 0, ""),
-    (2, "u16", 0, ""),
+    (0, "u16", [0, 0], ""),
     (4, "u8", [0] * 9, ""),
 ]
 
 CONTAINER = [
-    (0, "u16", 100, ""),
-    (2, "u16", 0, ""),
-    (4, "u16", 0, ""),
-    (8, "u32", 3840, "width"),
-    (12, "u32", 2160, "height"),
-    (16, "u8", 0, ""),
-    (17, "u8", 2, ""),
-    (18, "u8", 2, ""),
-    (19, "u8", 0, ""),
-    (20, "u8", 0, ""),
+    (0, "u16", [100, 0, 0], ""),
+    (8, "u32", [3840, 2160], "width and height"),
+    (16, "u8", [0, 2, 2, 0, 0], ""),
     (22, "u16", 1000, ""),
-    (24, "u8", 0, ""),
-    (25, "u8", 0, ""),
-    (26, "u8", 0, ""),
-    (27, "u8", 1, ""),
-    (28, "u8", 0, ""),
-    (29, "u8", 20, ""),
+    (24, "u8", [0, 0, 0, 1, 0, 20], ""),
 ]
 
 GROUP_AREA = [(0, "u8", 255, "")]
@@ -177,45 +135,26 @@ GROUP_AREA = [(0, "u8", 255, "")]
 VIEW = [
     (2512, "u8", list(range(95, -1, -1)), "stacking positions"),
     (2608, "u8", [0] * 96, "alphas"),
-    (2704, "u8", 0, "other settings, from here on"),
-    (2705, "u8", 1, ""),
-    (2706, "u16", 0, ""),
-    (2708, "u16", OUT_WIDTH - 256, "x"),
-    (2710, "u16", OUT_HEIGHT - 128, "y"),
-    (2712, "u8", 1, ""),
-    (2713, "u8", [0] * 5, ""),
-    (2718, "u8", [0] * 24, "per-container flags"),
+    (2704, "u8", [0, 1], "other settings, from here on"),
+    (2706, "u16", [0, OUT_WIDTH - 256, OUT_HEIGHT - 128], "x and y from 2708 on"),
+    (2712, "u8", [1] + [0] * 29, "per-container flags from 2718 on"),
     (2742, "u8", 1, "view number: the byte behind the other settings"),
 ]
 
 LAYER = [
     (0, "u8", lambda n: n % 24, "input port"),
-    (1, "u8", 0, "state"),
-    (2, "u8", [0, 0], ""),
-    (4, "u16", 0, "source x"),
-    (6, "u16", 0, "source y"),
-    (8, "u16", IN_WIDTH, "source width"),
-    (10, "u16", IN_HEIGHT, "source height"),
-    (12, "u16", 0, "window x"),
-    (14, "u16", 0, "window y"),
-    (16, "u16", OUT_WIDTH, "window width"),
-    (18, "u16", OUT_HEIGHT, "window height"),
-    (20, "u8", [0] * 3, ""),
-    (23, "u8", [50] * 3, ""),
+    (1, "u8", [0, 0, 0], "state, and two more"),
+    (4, "u16", [0, 0, IN_WIDTH, IN_HEIGHT], "source: x, y, width, height"),
+    (12, "u16", [0, 0, OUT_WIDTH, OUT_HEIGHT], "window: x, y, width, height"),
+    (20, "u8", [0] * 3 + [50] * 3, ""),
 ]
 
 CONTAINER_OTHER = [
-    (0, "u8", 0, ""),
-    (1, "u8", 1, ""),
-    (2, "u8", 0, ""),
-    (4, "i16", OUT_WIDTH - 256, "x"),
-    (6, "i16", OUT_HEIGHT - 128, "y"),
-    (8, "u8", 1, ""),
-    (9, "u8", 0, ""),
-    (10, "u16", 0, ""),
-    (12, "u16", 0, ""),
-    (14, "u8", 0, "flag"),
-    (15, "u8", 1, ""),
+    (0, "u8", [0, 1, 0], ""),
+    (4, "i16", [OUT_WIDTH - 256, OUT_HEIGHT - 128], "x and y"),
+    (8, "u8", [1, 0], ""),
+    (10, "u16", [0, 0], ""),
+    (14, "u8", [0, 1], "flag, and one more"),
 ]
 
 # The preview is a copy of the program view, except:
@@ -226,25 +165,19 @@ PREVIEW_VIEW = [
 ]
 
 RS1_FIRST = [
-    (0, "u16", 0, ""),
-    (2, "u16", [0] * 4, ""),
+    (0, "u16", [0] * 5, ""),
     (10, "u8", 255, ""),
 ]
 
 RS1_SECOND = [
-    (0, "u16", 0, "first half"),
-    (2, "u16", 0, ""),
+    (0, "u16", [0, 0], "first half"),
     (4, "u8", 0, ""),
-    (6, "u16", 0, ""),
-    (8, "u16", 0, ""),
+    (6, "u16", [0, 0], ""),
     (10, "u8", 0, ""),
-    (12, "u16", 0, "second half"),
-    (14, "u16", 0, ""),
+    (12, "u16", [0, 0], "second half"),
     (16, "u8", 0, ""),
-    (18, "u16", 0, ""),
-    (20, "u16", 0, ""),
-    (22, "u8", 0, ""),
-    (23, "u8", 0, ""),
+    (18, "u16", [0, 0], ""),
+    (22, "u8", [0, 0], ""),
 ]
 
 RS1_THIRD = [
@@ -253,11 +186,8 @@ RS1_THIRD = [
 ]
 
 WORK_TIME = [
-    (0, "u32", 0, "current list address"),
-    (4, "u32", 0, "list address"),
-    (8, "u32", 0, "list address"),
-    (12, "u32", 0, "counter"),
-    (16, "u32", 0, "counter"),
+    (0, "u32", [0, 0, 0], "addresses: of the current list, of two lists"),
+    (12, "u32", [0, 0], "counters"),
     (20, "u32", 0x20150321, "identification"),
 ]
 
