@@ -2,6 +2,9 @@
 
 #include "command/setting.h"
 
+#include <cstdarg>
+
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -82,13 +85,18 @@ REPLACE(void, _Z20Command_Read_NetworkP13NetworkRecord, (NetworkRecord * record)
     std::memcpy(record, network.data(), network.size());
 }
 
-REPLACE(std::FILE *, fopen64, (const char *path, const char *mode))
+REPLACE(int, open64, (const char *path, int flags, ...))
 {
-    if (isReadingRefused && path == std::string_view("/userdata/test.bin") && *mode == 'r') {
+    va_list arguments;
+    va_start(arguments, flags);
+    const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(arguments, unsigned) : 0;
+    va_end(arguments);
+    if (isReadingRefused && path == std::string_view("/userdata/test.bin") &&
+        (flags & O_ACCMODE) == O_RDONLY) {
         errno = EIO;
-        return nullptr;
+        return -1;
     }
-    return REAL(fopen64)(path, mode);
+    return REAL(open64)(path, flags, mode);
 }
 
 REPLACE(size_t, fwrite, (const void *bytes, size_t size, size_t count, std::FILE *file))

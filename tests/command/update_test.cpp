@@ -31,6 +31,7 @@ std::string runsInstead;                // the command that popen() runs, when n
 size_t readsLess;     // bytes that each fread() leaves out
 bool isWriteShort;    // the next fwrite() of `block` writes one byte less
 bool isMemoryRefused; // mymem_malloc() yields nothing
+bool notesSyncs;      // fsync() says so
 int blocksInUse;      // of memory: taken and not given back
 constexpr char kConsole[] = "/opt/scratch/console";
 constexpr char kReport[] = "/opt/scratch/report";
@@ -78,6 +79,16 @@ REPLACE([[noreturn]] void, _exit, (int status))
     }
     writeFile(kReport, report);
     REAL(_exit)(status);
+}
+
+REPLACE(int, fsync, (int file))
+{
+    struct stat status {};
+    fstat(file, &status);
+    if (isChild && notesSyncs) {
+        std::printf("fsync %s\n", (status.st_mode & 0700) == 0700 ? "-rwx" : "other");
+    }
+    return REAL(fsync)(file);
 }
 
 // mymem_malloc() and mymem_free().
@@ -664,6 +675,77 @@ TEST_F(Update, SwitchesOffAndExitsEvenWhenTheCopyFails)
     EXPECT_EQ(update(Package(10)), (End{0, begin + "exit\n", kOff}));
     EXPECT_FALSE(fs::exists(kExecutable));
 }
+
+// What is shorter than announced ------------------------------------------------------------------
+
+// Blocks of zeros do not change the sum, so that it is right without them, too.
+TEST_F(Update, InstallsNothingThatIsShorterThanAnnouncedAlthoughItsSumIsRight)
+{
+    constexpr struct {
+        uint32_t announced;
+        uint32_t length; // of what is sent, block 0 included
+        const char *error;
+    } kRows[] = {
+        {2944, 1920, "check size error: 1920 < 2944\n"}, // of three blocks, one is left out
+        {1921, 1920, "check size error: 1920 < 1921\n"},
+        {3'145'728, 896 + 1024, "check size error: 1920 < 3145728\n"},
+        {67'108'000, 896 + 1024, "check size error: 1920 < 67108000\n"},
+    };
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(row.announced);
+        const Package sent(row.length, row.announced);
+        ASSERT_EQ(sent.count(), 2u);
+        const uint32_t last = (row.announced + 128 + 1023) / 1024 - 1; // as its sender numbers it
+        ASSERT_LT(last, 65536u);
+        EXPECT_EQ(transfer(0, sent.block(0)), begun(std::to_string(row.announced)) + ack(0));
+        EXPECT_EQ(transfer(last, sent.block(1)),
+                  ack(last) + row.error + "check _update.pkg error\n");
+        EXPECT_EQ(my_FIL, nullptr);
+        expectNothingInstalled();
+    }
+}
+
+TEST_F(Update, SaysThatTheSumIsWrongBeforeItSaysThatTheFileIsShort)
+{
+    const Package package(5000);
+    transfer(0, package.block(0));
+    const std::string expected = sumError(sum16(package.stored({0, 5})), package.sum());
+    EXPECT_EQ(transfer(5, package.block(5)), ack(5) + expected);
+    expectNothingInstalled();
+}
+
+// The device cannot know of the bytes that such a length leaves out.
+TEST_F(Update, InstallsWhatIsCompleteByALengthThatWraps)
+{
+    runsInstead = "true";
+    for (const uint32_t announced : {0xFFFFFF80u, 0xFFFFFFFFu}) {
+        const End end = update(Package(896, announced));
+        EXPECT_EQ(end.status, 0) << announced;
+        EXPECT_NE(end.prints.find("check _update.pkg sucess\n"), std::string::npos) << end.prints;
+    }
+}
+
+// An executable from the first moment
+// ---------------------------------------------------------------
+
+// Copying makes a new file with the package's permissions, as the old program is running.
+TEST_F(Update, ThePackageIsExecutableAndOnTheDiskBeforeTheCommandRuns)
+{
+    notesSyncs = true;
+    for (const mode_t mask : {022u, 077u}) {
+        umask(mask);
+        runsInstead = "ls -l /userdata/_update.pkg";
+        const End end = update(Package(10));
+        umask(0);
+        const std::string listed = mask == 022 ? "-rwxr-xr-x" : "-rwx------";
+        const size_t at = end.prints.find("\nfsync -rwx");
+        EXPECT_NE(at, std::string::npos) << end.prints;
+        EXPECT_LT(at, end.prints.find("\npopen, power 1\n" + listed)) << end.prints;
+        EXPECT_NE(end.prints.find("\npopen, power 1\n" + listed), std::string::npos) << end.prints;
+    }
+}
+
+// The sum of the file ----------------------------------------------------------------------------
 
 TEST_F(Update, ComparesTheSumOfTheWholeFileAndGivesItsMemoryBack)
 {

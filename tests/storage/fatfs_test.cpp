@@ -262,7 +262,7 @@ TEST_F(Fatfs, SizesGoBeyondTwoGigabytesAndAreZeroForAFileThatHasNone)
     fs::remove(kFile);
     ASSERT_EQ(mkfifo(kFile.c_str(), 0644), 0);
     const int bothEnds = open(kFile.c_str(), O_RDWR | O_CLOEXEC);
-    EXPECT_EQ(sd_getFileSize("file"), 0u); // a stream that cannot seek
+    EXPECT_EQ(sd_getFileSize("file"), 0u); // no file
     close(bothEnds);
 }
 
@@ -303,7 +303,7 @@ TEST_F(Fatfs, AShortWriteOfAWholeFileIsNotDetected)
     f_close(&file);
     fs::remove(kFile);
     writeFile("/userdata/full", std::string(4096, 'x'));
-    for (const uint32_t length : {20u, 100'000u}) {
+    for (const uint32_t length : {20u, 100'000u}) { // no page is left for a new file
         EXPECT_EQ(outcomeOf(sd_writeFile, "file", bytes.data(), length), Outcome(1, ""));
         EXPECT_EQ(contentOf(kFile), "") << length;
     }
@@ -324,8 +324,8 @@ TEST_F(Fatfs, ATransferIsOneBufferedCall)
     EXPECT_EQ(sd_writeFile("file", bytes.data(), 12345), 1);
     EXPECT_EQ(sd_readFile("file", bytes.data(), 12345), 12345u);
     countsTransfers = false;
-    const decltype(transfers) expected = {{'w', 5000}, {'r', 4000}, {'w', 12345}, {'r', 12345}};
-    EXPECT_EQ(transfers, expected);
+    EXPECT_EQ(transfers,
+              (std::vector<std::pair<char, size_t>>{{'w', 5000}, {'r', 4000}, {'r', 12345}}));
     EXPECT_EQ(bytes, std::string(12345, 'x'));
 }
 
@@ -386,8 +386,9 @@ TEST_F(Fatfs, AbsentFilesAndDirectoriesLeaveTheBufferAlone)
     EXPECT_TRUE(fs::is_directory(kFile));
 }
 
-// Who holds a link to the file sees the change. A failure does not disturb the next operation.
-TEST_F(Fatfs, WritingReturnsOneAndTruncatesAndRewritesTheVeryFile)
+// There is no second file and no rename: who holds a link to the file sees the change. A failure
+// does not disturb the next operation.
+TEST_F(Fatfs, WritingReturnsOneAndRewritesTheVeryFile)
 {
     writeFile(kFile, "abc");
     fs::create_hard_link(kFile, "/link");

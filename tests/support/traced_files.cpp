@@ -62,6 +62,27 @@ REPLACE(uint32_t, _Z7f_writePP8_IO_FILEPKvjPj,
     return REAL(_Z7f_writePP8_IO_FILEPKvjPj)(handle, buffer, taken, done);
 }
 
+REPLACE(uint32_t, _Z12sd_beginSavePiPKc, (SaveFile * file, const char *name))
+{
+    note("<open %s 10>", name);
+    if (tracedFiles.beforeOpen) {
+        tracedFiles.beforeOpen(name);
+    }
+    return REAL(_Z12sd_beginSavePiPKc)(file, name);
+}
+
+REPLACE(uint32_t, _Z10sd_endSavePiPKcPKvjPj,
+        (SaveFile * file, const char *name, const void *buffer, uint32_t length, uint32_t *done))
+{
+    note("<write %u><close>", length);
+    if (isDue(tracedFiles.writesToFailure)) {
+        REAL(_Z10sd_endSavePiPKcPKvjPj)(file, name, buffer, 0, done);
+        return kFileFailed;
+    }
+    const uint32_t taken = isDue(tracedFiles.writesToShortOne) ? length - 1 : length;
+    return REAL(_Z10sd_endSavePiPKcPKvjPj)(file, name, buffer, taken, done);
+}
+
 REPLACE(uint32_t, _Z7f_closePP8_IO_FILE, (FileHandle * handle))
 {
     note("<close>");

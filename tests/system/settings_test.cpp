@@ -324,7 +324,7 @@ TEST_F(SystemSettings, AreInMemoryOnlyWhereUserdataIsAFile)
     EXPECT_EQ(contentOf("/userdata"), "no directory");
 }
 
-// The loss shows at the next start only.
+// The loss shows at the next start only: a file that was not completed is not there.
 TEST_F(SystemSettings, AreLostSilentlyOnAFullDisk)
 {
     fs::create_directory("/userdata");
@@ -336,10 +336,24 @@ TEST_F(SystemSettings, AreLostSilentlyOnAFullDisk)
     expectSerialNumber(0x12, 0x34);
     EXPECT_EQ(daemon->lines(), Lines{});
     daemon.reset();
-    for (const char *const name : {kDeviceInfo, kWorkTime, kUserSetting}) {
-        EXPECT_EQ(fs::file_size(pathOf(name)), 0u) << name;
-    }
-    start(kUserPrefMissing +
-          Lines{"Device ID = 0x0\r", "reset Device info\r", "reset user save\r", "save save0.sav"});
+    EXPECT_EQ(filesIn().size(), 1u);
+    start(kUserPrefMissing + kDeviceInfoMissing + kOthersMissing);
     expectSerialNumber(0, 0);
+}
+
+// What is there needs no more room.
+TEST_F(SystemSettings, AreReplacedOnAFullDisk)
+{
+    fs::create_directory("/userdata");
+    ASSERT_EQ(mount("tmpfs", "/userdata", "tmpfs", 0, "size=32768"), 0) << std::strerror(errno);
+    for (const auto &[name, content] : kUsed) {
+        put(pathOf(name), content);
+    }
+    put("/userdata/full", std::string(8192, 'x'));
+    ASSERT_EQ(fs::space("/userdata").available, 0u);
+    start({});
+    expectAnswer({0, 0, 0x6A, 0x10, 0xAB, 0xCD, 0});
+    daemon.reset();
+    start({});
+    expectSerialNumber(0xAB, 0xCD);
 }

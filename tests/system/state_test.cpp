@@ -207,29 +207,20 @@ TEST_F(SystemDamage, ByMoreBytesAfterARecordIsSaidAndLeft)
 
 TEST_F(SystemDamage, ByADirectoryInThePlaceOfAFileCostsItsRecordAndCannotBeMended)
 {
-    fs::create_directories("/userdata/probe");
-    const Descriptor probe(open("/userdata/probe", O_RDONLY | O_CLOEXEC));
-    const off_t end = lseek(probe.get(), 0, SEEK_END); // some file systems give one a length
-    const auto length = static_cast<int32_t>(end);     // as it is printed
-    const auto read = [=](const char *name) {
-        return end < 0 || length == 0 ? Lines{} : longFile(name, length, 0);
-    };
-    expect({{kUserPref, makeDirectory, read(kUserPref) + kUserPrefIsZero},
-            {kDeviceInfo, makeDirectory, read(kDeviceInfo) + kDeviceInfoIsZero},
-            {kWorkTime, makeDirectory, read(kWorkTime) + unsaved(kWorkTime)},
-            {kUserSetting, makeDirectory,
-             read(kUserSetting) + read(kUserSetting) + kUserSettingReset + unsaved(kUserSetting)}});
+    expect({{kUserPref, makeDirectory, kUserPrefMissing},
+            {kDeviceInfo, makeDirectory, kDeviceInfoMissing},
+            {kWorkTime, makeDirectory, kWorkTimeMissing + unsaved(kWorkTime)},
+            {kUserSetting, makeDirectory, kUserSettingMissing + unsaved(kUserSetting)}});
 }
 
-// Nothing to read, and room for everything or for nothing: both go unnoticed.
-TEST_F(SystemDamage, ByALinkToADeviceCostsItsRecord)
+TEST_F(SystemDamage, ByALinkToADeviceCostsItsRecordAndCannotBeMended)
 {
-    for (const char *const device : {"/dev/null", "/dev/full"}) {
+    for (const char *const device : {"/dev/null", "/dev/zero"}) {
         SCOPED_TRACE(device);
-        expect({{kUserPref, linkTo(device), kUserPrefIsZero},
-                {kDeviceInfo, linkTo(device), kDeviceInfoIsZero},
-                {kWorkTime, linkTo(device), {}},
-                {kUserSetting, linkTo(device), kUserSettingReset}});
+        expect({{kUserPref, linkTo(device), kUserPrefMissing},
+                {kDeviceInfo, linkTo(device), kDeviceInfoMissing},
+                {kWorkTime, linkTo(device), kWorkTimeMissing + unsaved(kWorkTime)},
+                {kUserSetting, linkTo(device), kUserSettingMissing + unsaved(kUserSetting)}});
     }
 }
 

@@ -24,10 +24,15 @@ Lines Watch::events()
         inotify_event event;
         for (ssize_t at = 0; at < length; at += static_cast<ssize_t>(sizeof event + event.len)) {
             std::memcpy(&event, events + at, sizeof event);
-            all.emplace_back((event.mask & IN_OPEN) != 0          ? "open "
-                             : (event.mask & IN_CLOSE_WRITE) != 0 ? "write "
-                                                                  : "other ");
-            all.back() += event.len > 0 ? events + at + sizeof event : kDirectory;
+            const std::string name = event.len > 0 ? events + at + sizeof event : kDirectory;
+            if (name.starts_with('#')) { // has no name yet
+                continue;
+            }
+            const bool isMade = (event.mask & IN_CREATE) != 0 && name.ends_with(".sav");
+            all.emplace_back((event.mask & IN_OPEN) != 0                    ? "open "
+                             : isMade || (event.mask & IN_CLOSE_WRITE) != 0 ? "write "
+                                                                            : "other ");
+            all.back() += name;
         }
     }
     return all;

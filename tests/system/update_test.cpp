@@ -199,6 +199,22 @@ TEST_F(SystemUpdate, IsLeftAloneByAPackageWithAWrongSum)
     expectInstalled(right);
 }
 
+// Without them the sum is the same.
+TEST_F(SystemUpdate, IsLeftAloneByAPackageThatLacksItsBlocksOfZeros)
+{
+    const Transfer whole(kScript + std::string(2944 - kScript.size(), '\0'));
+    ASSERT_EQ(whole.blocks, 3u);
+    sendBlocks(whole, 0, 1);
+    sendBlocks(whole, 2, 3);
+    EXPECT_TRUE(daemon->prints("check size error: 1920 < 2944"));
+    EXPECT_TRUE(daemon->prints("check _update.pkg error"));
+    expectAnswer();
+    EXPECT_TRUE(contentOf(kExecutable) == old);
+    EXPECT_FALSE(fs::exists(kBackup));
+    sendBlocks(whole, 0, 3);
+    expectInstalled(whole);
+}
+
 TEST_F(SystemUpdate, PassesOnWhatThePcAndTheFrontBoardSayInUpdateMode)
 {
     ControlPc pc;

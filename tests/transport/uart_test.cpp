@@ -131,6 +131,19 @@ TEST(Uart, ThreadThatCouldNotBeMadeIsNotDetached)
     EXPECT_EQ(outcomeOf([] { return UARTInit(0); }).journal.back(), "pthread_create");
 }
 
+// One line on standard error, and no line of success.
+TEST(Uart, ThreadThatCouldNotBeMadeIsSaid)
+{
+    createError = EAGAIN;
+    const std::string message =
+        "UARTInit: no reader thread for /dev/ttyS0: Resource temporarily unavailable\n";
+    const Outcome outcome = outcomeOf([] { return UARTInit(0); });
+    EXPECT_EQ(outcome.out, "Open /dev/ttyS0 ......\nfcntl = 0 !\nserial_open file ID= 777 !\n"
+                           "serial_set success !\n");
+    EXPECT_EQ(outcome.err, message);
+    EXPECT_EQ(outcome.result, static_cast<int64_t>(message.size()));
+}
+
 TEST(Uart, UnusableDeviceGetsNoThread)
 {
     const std::string message = "Can't get old terminal description !";

@@ -335,6 +335,17 @@ TEST(Udpecho, DetachesNothingWithoutAThreadAndGoesOn)
     EXPECT_GT(sock, 2);
 }
 
+TEST(Udpecho, ThreadThatCouldNotBeMadeIsSaid)
+{
+    isScripted = true;
+    failing = {"thread"};
+    Console console;
+    udpecho_init();
+    console.end();
+    EXPECT_EQ(console.out, "");
+    EXPECT_EQ(console.err, "udpecho_init: no receive thread: Resource temporarily unavailable\n");
+}
+
 // The earliest of the failing steps is the one that ends the process.
 TEST(Udpecho, EndsTheProcessWithoutAMutexASocketOrThePort)
 {
