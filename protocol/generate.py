@@ -20,7 +20,6 @@ import yaml
 HERE = os.path.dirname(os.path.abspath(__file__))
 DOCUMENT = os.path.join(os.path.dirname(HERE), "docs", "protocol.md")
 PLACES = ["dat1", "dat2", "dat3", "dat4"]
-NUMBERS = ["u8", "u16", "u32", "serial number"]
 ADDRESSES = ["ipv4", "mask"]
 
 
@@ -37,11 +36,6 @@ def refuse(where, what):
 
 def code_of(command):
     return f"{command['code']:02X}" + (f" {command['dat1']:02X}" if "dat1" in command else "")
-
-
-def fields_of(command):
-    """Parameters and answer fields."""
-    return command.get("parameters", []) + answer_of(command)
 
 
 def answer_of(command):
@@ -61,7 +55,8 @@ def check_field(table, where, field):
     if field["type"] in ("u16", "u32") and not field.get("echo") and "order" not in field:
         refuse(where, "a number of several bytes needs an order")
     most = 256 ** length_of(table, field) - 1
-    for number in [*field.get("range", []), field.get("usual", 0), *[each["value"] for each in field.get("values", [])]]:
+    values = [each["value"] for each in field.get("values", [])]
+    for number in [*field.get("range", []), field.get("usual", 0), *values]:
         if not 0 <= number <= most:
             refuse(where, f"{number} does not fit into {field['type']}")
     value = field.get("value", 0)
@@ -363,8 +358,8 @@ def cpp_field(table, field):
 
 
 def usage_of(table, field):
-    """The names of its bytes, for who types them."""
-    if "value" in field or "usual" in field and field["type"] == "u8" and field["name"] == "program":
+    """The names of its bytes, for those who type them."""
+    if field["type"] == "u8" and ("value" in field or "usual" in field):
         return f"{field.get('value', field.get('usual')):02X}"
     if field["type"] in ADDRESSES:
         return "A.B.C.D"
@@ -386,16 +381,15 @@ def veskctl_table(table):
         payload = table["payloads"].get(command.get("payload"), {})
         kind = command["answer"] if isinstance(command["answer"], str) else "data"
         note = "refused: not in this model" if kind == "nak" else ""
+        flags = command.get("ff_is_data"), command.get("writes"), {"payload", "answer_payload"} & command.keys()
         rows.append("    {" + ", ".join([
             f"0x{command['code']:02X}",
             f"0x{command['dat1']:02X}" if "dat1" in command else "kAnyDat1",
+            f"AnswerKind::k{kind.capitalize()}",
+            *["true" if flag else "false" for flag in flags],
             quoted(command["name"]),
             quoted(" ".join(usage_of(table, field) for field in command.get("parameters", []))),
             *spans,
-            f"AnswerKind::k{kind.capitalize()}",
-            "true" if command.get("ff_is_data") else "false",
-            "true" if command.get("writes") else "false",
-            "true" if "payload" in command or "answer_payload" in command else "false",
             f"{payload.get('wait', 0)}u",
             f"{command.get('time', table['default_time'])['timeout']}u",
             quoted(command.get("note", note)),

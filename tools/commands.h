@@ -50,19 +50,19 @@ enum class AnswerKind : uint8_t {
 // One row of the command table.
 struct CommandRow {
     uint8_t command;
-    uint16_t dat1;     // the sub-command, or kAnyDat1 where dat1 is a parameter like the others
+    uint16_t dat1; // the sub-command, or kAnyDat1 where dat1 is a parameter like the others
+    AnswerKind answerKind;
+    bool ffIsData;     // four data bytes ff are an answer like any other
+    bool writes;       // changes something that the device keeps or does
+    bool hasPayload;   // after the command or after its reply
     const char *name;  // the words to type, in either case
     const char *usage; // names of the bytes that may follow the words, separated by blanks; or
                        // kAddress, one IPv4 address
     std::span<const Field> parameters; // in the order of their bytes
     std::span<const Field> answer;     // of kData
-    AnswerKind answerKind;
-    bool ffIsData;          // four data bytes ff are an answer like any other
-    bool writes;            // changes something that the device keeps or does
-    bool hasPayload;        // after the command or after its reply
-    uint32_t payloadWaitMs; // how long the device waits for missing bytes of the payload
-    uint32_t timeoutMs;     // how long to wait for the answer, from the last byte sent
-    const char *note;       // for the user, or ""
+    uint32_t payloadWaitMs;            // how long the device waits for missing bytes of the payload
+    uint32_t timeoutMs;                // how long to wait for the answer, from the last byte sent
+    const char *note;                  // for the user, or ""
 };
 
 std::span<const CommandRow> commandTable();

@@ -201,8 +201,8 @@ Calls announced(const std::string &reply, const Parameters &request)
         std::istringstream words(reply);
         std::string word;
         for (size_t i = 3; words >> word; ++i) {
-            const bool isNamed = kNames.contains(word);
-            const auto value = isNamed ? kNames.at(word) : std::stoul(word, nullptr, 16);
+            const bool isNumber = word.size() == 2;
+            const auto value = isNumber ? std::stoul(word, nullptr, 16) : kNames.at(word);
             parameters.at(i) = static_cast<uint8_t>(value);
         }
     }

@@ -133,8 +133,9 @@ class Completion(unittest.TestCase):
         with tempfile.NamedTemporaryFile("w", suffix=".bash") as file:
             file.write(generate.completion(TABLE))
             file.flush()
-            script = 'source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _veskctl; printf "%s\\n" "${COMPREPLY[@]}"'
-            run = subprocess.run(["bash", "-c", script, "bash", file.name, *words], capture_output=True, text=True, check=True)
+            script = 'source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _veskctl; echo "${COMPREPLY[@]}"'
+            command = ["bash", "-c", script, "bash", file.name, *words]
+            run = subprocess.run(command, capture_output=True, text=True, check=True)
         self.assertEqual(run.stderr, "")
         return run.stdout.split()
 
