@@ -115,6 +115,29 @@ bool isUnnamed(int file)
     return fstat(file, &status) == 0 && status.st_nlink == 0;
 }
 
+// Forces the names in a directory to the disk. The result is dropped: at worst, a power cut soon
+// after takes a new file away again.
+void syncNames(const char *directory)
+{
+    const int opened = open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (opened >= 0) {
+        fsync(opened);
+        close(opened);
+    }
+}
+
+// Opens a file under its name, and makes it if necessary. Returns -1 if it cannot.
+int openNamed(const char *path)
+{
+    const int file = openRegular(path, O_WRONLY | O_CREAT);
+    if (file >= 0) {
+        char directory[kPathSize];
+        directoryOf(directory, path);
+        syncNames(directory);
+    }
+    return file;
+}
+
 // Gives an unnamed file its name. False where /proc is not mounted.
 bool nameFile(int file, const char *path)
 {
@@ -125,11 +148,7 @@ bool nameFile(int file, const char *path)
     }
     char directory[kPathSize];
     directoryOf(directory, path);
-    const int opened = open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (opened >= 0) {
-        fsync(opened); // dropped: at worst, a power cut soon after takes the file away again
-        close(opened);
-    }
+    syncNames(directory);
     return true;
 }
 
@@ -220,6 +239,11 @@ uint32_t sd_open(FileHandle *handle, const char *name, uint32_t mode)
     return f_open(handle, path, kWrite);
 }
 
+void sd_syncNames()
+{
+    syncNames(USERPath);
+}
+
 uint32_t sd_unlink(const char *name)
 {
     char path[kPathSize];
@@ -263,7 +287,7 @@ uint32_t sd_beginSave(SaveFile *file, const char *name)
         *file = openUnnamed(path);
     }
     if (*file < 0) { // not every file system has unnamed files
-        *file = openRegular(path, O_WRONLY | O_CREAT);
+        *file = openNamed(path);
     }
     if (*file < 0) {
         std::printf("open file %s error\n", path);
@@ -282,7 +306,7 @@ uint32_t sd_endSave(SaveFile *file, const char *name, const void *buffer, uint32
     settingsPath(path, name);
     *done = replaceContent(*file, buffer, length);
     if (*done == length && isUnnamed(*file) && !nameFile(*file, path)) {
-        const int named = openRegular(path, O_WRONLY | O_CREAT);
+        const int named = openNamed(path);
         *done = named < 0 ? 0 : replaceContent(named, buffer, length);
         close(*file);
         *file = named;

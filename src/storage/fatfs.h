@@ -71,6 +71,9 @@ FileName numberedFile(const char *kind, int32_t number);
 
 uint32_t sd_unlink(const char *name);
 
+// Forces the names of the files to the disk, which forcing a file itself need not do.
+void sd_syncNames();
+
 // The file's length as f_size() gives it; 0 when it cannot be opened.
 uint32_t sd_getFileSize(const char *name);
 
