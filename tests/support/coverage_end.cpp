@@ -1,5 +1,5 @@
-// Linked into every program of a coverage build, and into no other: counts are also written when the
-// program ends by _exit(), which skips the clean-up that writes them, and when SIGTERM ends it.
+// Linked into every program of a coverage build, and into no other: counts are also written when
+// the program ends by _exit(), which skips the clean-up that writes them, and when SIGTERM ends it.
 
 #include <csignal>
 
