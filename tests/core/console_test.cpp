@@ -213,6 +213,12 @@ TEST(MainConsole, WithoutDevNullWhatIsOpenStaysAsItIs)
         std::puts("of the daemon");
     }
     EXPECT_EQ(take(ends[0]), "of the daemon\n");
+
+    const int saved = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 100);
+    close(STDOUT_FILENO);
+    prepareConsole();
+    EXPECT_EQ(fcntl(STDOUT_FILENO, F_GETFD), -1); // there is nothing to put in its place
+    dup2(saved, STDOUT_FILENO);
 }
 
 // What the daemon starts complains on the same console, and must not wait either.
