@@ -33,7 +33,7 @@ using Strings = std::vector<std::string>;
 using Bytes = std::array<uint8_t, 8>;
 using namespace std::string_literals;
 
-constexpr int kRandomSteps = 1500; // for each run against the model
+constexpr int kRandomSteps = 1000; // for each run against the model
 constexpr uint32_t kThreadFrames = 4000;
 
 constexpr uint32_t kNow = 123456;

@@ -628,7 +628,7 @@ TEST_F(Update, InstallsSwitchesOffAndExitsAfterTheBlockThatReachesTheSize)
     constexpr uint32_t kRows[][2] = { // sizes and blocks
         {0, 1}, {1, 1}, {895, 1}, {896, 1}, {897, 2}, {1000, 2}, {1023, 2}, {1024, 2}, {1025, 2},
         {1919, 2}, {1920, 2}, {1921, 3}, {65'536, 65}, {66'431, 65}, {66'432, 65}, {66'433, 66},
-        {3'145'728, 3073},
+        {1'048'576, 1025},
     };
     // clang-format on
     runsInstead = "cp -f /usr/bin/vesk_h264 /usr/bin/vesk_h264_backup && "
