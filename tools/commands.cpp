@@ -1,11 +1,14 @@
 #include "tools/commands.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
+#include <iterator>
 #include <sstream>
 #include <vector>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "tools/address.h"
 #include "tools/errors.h"
@@ -14,61 +17,7 @@
 
 namespace {
 
-constexpr char kFour[] = "DAT1 DAT2 DAT3 DAT4";
-constexpr const char *kAnAddress = kAddress.data();
-constexpr char kNotHere[] = "refused: not in this model";
-
-// Replies that several commands have in common.
-constexpr char kVersion[] = "{1}.{2}";
-constexpr char kWord[] = "{1:02x}{2:02x}";
-constexpr char kDotted[] = "{0}.{1}.{2}.{3}";
-constexpr char kHalfMac[] = "{1:02x}:{2:02x}:{3:02x}";
-
-// The rows of the command table in docs/protocol.md, in its order, and those of the firmware
-// update. Other commands are refused, or never answered: see isNeverAnswered().
-// clang-format off
-constexpr CommandRow kTable[] = {
-//   code  dat1      name                            parameters           reply              note
-    {0x10, 0x11,     "print memory use",             "",                  "",                "prints nothing in this model"},
-    {0x68, 0x01,     "read device type",             "",                  kWord,             ""},
-    {0x6A, 0x03,     "read protocol version",        "",                  kVersion,          ""},
-    {0x6A, 0x04,     "read system version",          "",                  kVersion,          ""},
-    {0x6A, 0x10,     "write serial number",          "HIGH LOW",          kWord,             ""},
-    {0x6A, 0x11,     "read serial number",           "",                  kWord,             ""},
-    {0x73, kAnyDat1, "input source",                 kFour,               "",                kNotHere},
-    {0x74, kAnyDat1, "output format",                kFour,               "",                kNotHere},
-    {0x75, kAnyDat1, "layer setting",                kFour,               "",                kNotHere},
-    {0x76, kAnyDat1, "output setting",               kFour,               "",                kNotHere},
-    {0x77, kAnyDat1, "input setting",                kFour,               "",                kNotHere},
-    {0x78, kAnyDat1, "switch setting",               kFour,               "",                kNotHere},
-    {0x7D, kAnyDat1, "test pattern",                 kFour,               "",                kNotHere},
-    {0x84, kAnyDat1, "write net mask",               kAnAddress,          kDotted,           ""},
-    {0x85, kAnyDat1, "read net mask",                "",                  kDotted,           ""},
-    {0x86, kAnyDat1, "HDMI output DE",               kFour,               "",                kNotHere},
-    {0x88, kAnyDat1, "write IP address",             kAnAddress,          kDotted,           ""},
-    {0x89, kAnyDat1, "read IP address",              "",                  kDotted,           ""},
-    {0x8B, kAnyDat1, "time control",                 kFour,               "",                kNotHere},
-    {0x8C, kAnyDat1, "write gateway",                kAnAddress,          kDotted,           ""},
-    {0x8D, kAnyDat1, "read gateway",                 "",                  kDotted,           ""},
-    {0x8E, 0x02,     "write DHCP",                   "ON",                "{1}",             "01 on, 00 off"},
-    {0x8E, 0x03,     "read DHCP",                    "",                  "{1}",             ""},
-    {0x8E, 0x05,     "read MAC address, first half", "",                  kHalfMac,          ""},
-    {0x8E, 0x07,     "read MAC address, last half",  "",                  kHalfMac,          ""},
-    {0x97, kAnyDat1, "work time",                    kFour,               "",                kNotHere},
-    {0x9A, 0x10,     "update query",                 "",                  "",                ""},
-    {0x9A, 0x16,     "update wait",                  "",                  "",                "delays the next command by 10 ms"},
-    {0x9A, 0x20,     "update acknowledge",           "",                  "",                ""},
-    {0x9A, 0xA0,     "update block",                 "07 LOW HIGH",       "",                "a block follows: see `update`"},
-    {0x9A, 0xA1,     "update block size",            "07",                "0x{2:02x}{3:02x}", ""},
-    {0x9A, 0xB1,     "update version",               "07",                "{2}.{3}",         ""},
-    {0xF0, kAnyDat1, "write data",                   "DAT1 DAT2 LOW HIGH", "",                "data follow: see `network`"},
-    {0xF1, kAnyDat1, "read data",                    "DAT1 DAT2",         "",                "data follow the reply: see `network`"},
-    {0xF2, kAnyDat1, "write text",                   "DAT1 DAT2",         "",                "a text follows: see `text`"},
-    {0xF3, kAnyDat1, "read text",                    "DAT1 DAT2",         "",                "a text follows the reply: see `text`"},
-};
-// clang-format on
-
-constexpr uint8_t kSilentCommand = 0x8E; // unless it has a row
+#include "commands.inc" // kTable and kSilentCommands, made from protocol/vesk.yaml
 
 constexpr size_t kCommandAt = 2; // of the record's bytes
 constexpr size_t kDat1At = 3;
@@ -107,7 +56,7 @@ bool isAllHex(std::string_view text)
 
 bool isAddress(const CommandRow &row)
 {
-    return row.parameters == kAddress;
+    return row.usage == kAddress;
 }
 
 // The frame for the digits of a record up to dat4.
@@ -163,7 +112,7 @@ std::string digitsOf(const CommandRow &row, const std::vector<std::string> &give
         }
         return digits;
     }
-    const size_t allowed = isAddress(row) ? 4 : wordsOf(row.parameters).size();
+    const size_t allowed = isAddress(row) ? 4 : wordsOf(row.usage).size();
     if (given.size() > allowed) {
         throw UsageError(fmt::format("\"{}\" takes {} parameters", row.name,
                                      allowed == 0 ? "no" : fmt::format("at most {}", allowed)));
@@ -198,16 +147,6 @@ std::string frameFromWords(std::string_view text)
     return frameFromDigits(record);
 }
 
-const CommandRow *rowOf(const Rs232Command &record)
-{
-    for (const CommandRow &row : kTable) {
-        if (row.command == record.command && (row.dat1 == kAnyDat1 || row.dat1 == record.dat1)) {
-            return &row;
-        }
-    }
-    return nullptr;
-}
-
 // A refusal does not carry dat1. The name can be told only if the code has a single row.
 std::string nameOfRefused(uint8_t command)
 {
@@ -223,35 +162,91 @@ std::string nameOfRefused(uint8_t command)
     return name.empty() ? fmt::format("command {:02x}", command) : name;
 }
 
-std::string dataOf(const Rs232Command &record)
+using Data = std::array<uint8_t, 4>; // dat1 to dat4
+
+Data dataOf(const Rs232Command &record)
 {
-    return fmt::format("{:02x} {:02x} {:02x} {:02x}", record.dat1, record.dat2, record.dat3,
-                       record.dat4);
+    return {record.dat1, record.dat2, record.dat3, record.dat4};
+}
+
+bool isAllFf(const Rs232Command &record)
+{
+    return dataOf(record) == Data{0xFF, 0xFF, 0xFF, 0xFF};
+}
+
+std::string textOf(const Field &field, const Data &data)
+{
+    const std::span<const uint8_t> bytes = std::span(data).subspan(field.at, field.length);
+    switch (field.type) {
+    case FieldType::kU8:
+    case FieldType::kOnOff:
+        return fmt::format("{}", bytes[0]);
+    case FieldType::kU16:
+        return fmt::format("0x{:02x}{:02x}", bytes[field.isLowFirst ? 1 : 0],
+                           bytes[field.isLowFirst ? 0 : 1]);
+    case FieldType::kVersion:
+    case FieldType::kIpv4:
+    case FieldType::kMask:
+        return fmt::format("{}", fmt::join(bytes, "."));
+    case FieldType::kFirstHalfOfMac:
+    case FieldType::kLastHalfOfMac:
+        return fmt::format("{:02x}", fmt::join(bytes, ":"));
+    case FieldType::kSerialNumber:
+    case FieldType::kBytes:
+        break;
+    }
+    return fmt::format("{:02x}", fmt::join(bytes, ""));
+}
+
+// What a reply says, or nothing if it says no more than its command.
+std::string answerOf(const CommandRow &row, const Data &data)
+{
+    std::vector<std::string> texts;
+    if (!row.hasPayload) {
+        for (const Field &field :
+             row.answerKind == AnswerKind::kAck ? row.parameters : row.answer) {
+            if (!field.isEcho) {
+                texts.push_back(textOf(field, data));
+            }
+        }
+    }
+    return fmt::format("{}", fmt::join(texts, ", "));
 }
 
 std::string sentence(const Rs232Command &record, bool reply)
 {
-    if (reply && isRefusal(record)) {
-        return nameOfRefused(record.command);
-    }
+    const Data data = dataOf(record);
     const CommandRow *const row = rowOf(record);
     if (row == nullptr) {
-        return fmt::format("unknown command {:02x}, data {}{}", record.command, dataOf(record),
+        return fmt::format("unknown command {:02x}, data {:02x}{}", record.command,
+                           fmt::join(data, " "),
                            isNeverAnswered(record) ? ", which is never answered" : "");
     }
-    const auto fill = [&](const char *form) {
-        return fmt::format(fmt::runtime(form), record.dat1, record.dat2, record.dat3, record.dat4);
-    };
-    if (reply && row->reply[0] != '\0') {
-        return fmt::format("{}: {}", row->name, fill(row->reply));
+    const std::string answer = reply ? answerOf(*row, data) : std::string();
+    if (!answer.empty()) {
+        return fmt::format("{}: {}", row->name, answer);
     }
     if (isAddress(*row)) {
-        return fmt::format("{} {}", row->name, fill(kDotted));
+        return fmt::format("{} {}", row->name, fmt::join(data, "."));
     }
-    const bool isDat1Told =
-        row->dat1 != kAnyDat1 || (record.dat1 == 0 && row->parameters[0] == '\0');
+    const bool isDat1Told = row->dat1 != kAnyDat1 || (record.dat1 == 0 && row->parameters.empty());
     const bool isBare = isDat1Told && record.dat2 == 0 && record.dat3 == 0 && record.dat4 == 0;
-    return isBare ? row->name : fmt::format("{}, data {}", row->name, dataOf(record));
+    return isBare ? row->name : fmt::format("{}, data {:02x}", row->name, fmt::join(data, " "));
+}
+
+std::string describe(std::string_view frame, bool isRefused)
+{
+    const Rs232Command record = recordOf(frame);
+    const bool reply = isReply(frame);
+    const char *const kind = !reply ? "command" : isRefused ? "refusal" : "reply";
+    std::string text =
+        fmt::format("{}, address {:02x}, tag {:02x}: {}", kind, record.address, record.tag,
+                    isRefused ? nameOfRefused(record.command) : sentence(record, reply));
+    if (record.checksum != rightChecksum(record)) {
+        text += fmt::format("; WRONG CHECKSUM {:02x}, should be {:02x}", record.checksum,
+                            rightChecksum(record));
+    }
+    return text;
 }
 
 } // namespace
@@ -261,6 +256,16 @@ std::span<const CommandRow> commandTable()
     return kTable;
 }
 
+const CommandRow *rowOf(const Rs232Command &record)
+{
+    for (const CommandRow &row : kTable) {
+        if (row.command == record.command && (row.dat1 == kAnyDat1 || row.dat1 == record.dat1)) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
+
 std::string commandList()
 {
     std::string list;
@@ -268,7 +273,7 @@ std::string commandList()
         const std::string dat1 =
             row.dat1 == kAnyDat1 ? std::string("..") : fmt::format("{:02x}", row.dat1);
         std::string words = row.name;
-        for (std::string parameter : wordsOf(row.parameters)) {
+        for (std::string parameter : wordsOf(row.usage)) {
             std::transform(parameter.begin(), parameter.end(), parameter.begin(),
                            [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
             words += fmt::format(" [{}]", parameter);
@@ -298,21 +303,43 @@ std::string frameFromText(std::string_view text)
 
 bool isNeverAnswered(const Rs232Command &command)
 {
-    return command.command == kSilentCommand && rowOf(command) == nullptr;
+    return rowOf(command) == nullptr &&
+           std::find(std::begin(kSilentCommands), std::end(kSilentCommands), command.command) !=
+               std::end(kSilentCommands);
+}
+
+bool isRefusal(const Rs232Command &reply)
+{
+    const CommandRow *const row = rowOf(reply);
+    return isAllFf(reply) && (row == nullptr || !row->ffIsData);
+}
+
+bool isRefusalOf(const Rs232Command &command, const Rs232Command &reply)
+{
+    if (!isAllFf(reply) || isRefusal(reply)) {
+        return isAllFf(reply);
+    }
+    const bool isIntact = command.checksum == rightChecksum(command);
+    return !isIntact || (rowOf(command)->writes && !isAllFf(command));
+}
+
+bool isUnclear(const Rs232Command &command, const Rs232Command &reply)
+{
+    return isAllFf(reply) && !isRefusalOf(command, reply) && !rowOf(command)->writes;
 }
 
 std::string describe(std::string_view frame)
 {
     const Rs232Command record = recordOf(frame);
     const bool reply = isReply(frame);
-    const char *const kind = !reply ? "command" : isRefusal(record) ? "refusal" : "reply";
-    std::string text = fmt::format("{}, address {:02x}, tag {:02x}: {}", kind, record.address,
-                                   record.tag, sentence(record, reply));
-    if (record.checksum != rightChecksum(record)) {
-        text += fmt::format("; WRONG CHECKSUM {:02x}, should be {:02x}", record.checksum,
-                            rightChecksum(record));
-    }
-    return text;
+    const bool isRefused = reply && isRefusal(record);
+    return describe(frame, isRefused) +
+           (reply && isAllFf(record) && !isRefused ? ", or the refusal of a damaged frame" : "");
+}
+
+std::string describeReply(const Rs232Command &command, std::string_view frame)
+{
+    return describe(frame, isRefusalOf(command, recordOf(frame)));
 }
 
 std::string describeAll(std::string_view bytes)

@@ -64,11 +64,6 @@ bool isReplyTo(const Rs232Command &command, std::string_view frame)
            reply.command == command.command;
 }
 
-bool isRefusal(const Rs232Command &reply)
-{
-    return reply.dat1 == 0xFF && reply.dat2 == 0xFF && reply.dat3 == 0xFF && reply.dat4 == 0xFF;
-}
-
 std::vector<Piece> FrameFinder::feed(std::string_view bytes)
 {
     std::vector<Piece> pieces;

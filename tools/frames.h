@@ -23,9 +23,6 @@ bool isReply(std::string_view frame);
 // Whether `frame` is an intact reply with the address, tag and code of `command`.
 bool isReplyTo(const Rs232Command &command, std::string_view frame);
 
-// Whether the four data bytes are 0xFF, as in a refusal.
-bool isRefusal(const Rs232Command &reply);
-
 // A part of the stream: one whole frame, or bytes between frames.
 struct Piece {
     bool isFrame;

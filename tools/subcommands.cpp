@@ -23,9 +23,11 @@ constexpr char kReadNetwork[] = "read data 20";
 constexpr size_t kNetworkRecord = 18;
 constexpr size_t kNetworkBlock = kNetworkRecord + 1;
 
-// The time that the device may take in addition to that for an answer.
-constexpr Milliseconds kDeviceSetsNetwork{10000}; // or waits for the bytes of the record
-constexpr Milliseconds kDeviceWaitsText{1000};    // for the "]" if there is none
+// How long to wait for the answer: the device may wait for bytes of the payload that it misses.
+Milliseconds withPayload(const std::string &frame, Milliseconds timeout)
+{
+    return timeout + Milliseconds{rowOf(recordOf(frame))->payloadWaitMs};
+}
 
 std::string withChecksum(std::string record)
 {
@@ -39,11 +41,21 @@ int noAnswer(Milliseconds timeout, const char *more = "")
     return kNoAnswer;
 }
 
-// Returns the exit status for the reply.
-int printReply(const Answer &answer)
+// Returns the exit status for the reply to the command in `frame`.
+int printReply(const std::string &frame, const Answer &answer)
 {
-    fmt::print("{}\n", frameWithDescription(answer.frame));
-    return isRefusal(recordOf(answer.frame)) ? kRefused : kDone;
+    const Rs232Command command = recordOf(frame);
+    fmt::print("{}  {}\n", answer.frame, describeReply(command, answer.frame));
+    return isRefusalOf(command, recordOf(answer.frame)) ? kRefused : kDone;
+}
+
+std::string withNextTag(const std::string &frame)
+{
+    std::string next = frame;
+    Rs232Command command = recordOf(frame);
+    ++command.tag;
+    Rs232CommandToStr(&command, next.data());
+    return next;
 }
 
 void printPieces(const std::vector<Piece> &pieces)
@@ -87,21 +99,29 @@ std::string networkRecord(const NetworkSettings &settings)
 int runSend(Line &line, const std::string &text, Milliseconds timeout)
 {
     const std::string frame = frameFromText(text);
-    const auto answer = ask(line, frame, {}, timeout);
-    if (!answer) {
-        return noAnswer(timeout,
-                        isNeverAnswered(recordOf(frame)) ? "; this command never gets one" : "");
+    const Rs232Command command = recordOf(frame);
+    auto answer = ask(line, frame, {}, timeout);
+    if (answer && isUnclear(command, recordOf(answer->frame))) {
+        // Data, or the frame was damaged on its way. That does not happen twice in a row.
+        const auto second = ask(line, withNextTag(frame), {}, timeout);
+        if (!second || !isUnclear(command, recordOf(second->frame))) {
+            answer = second;
+        }
     }
-    return printReply(*answer);
+    if (!answer) {
+        return noAnswer(timeout, isNeverAnswered(command) ? "; this command never gets one" : "");
+    }
+    return printReply(frame, *answer);
 }
 
 int runNetworkRead(Line &line, Milliseconds timeout)
 {
-    auto answer = ask(line, frameFromText(kReadNetwork), {}, timeout);
+    const std::string frame = frameFromText(kReadNetwork);
+    auto answer = ask(line, frame, {}, timeout);
     if (!answer) {
         return noAnswer(timeout);
     }
-    const int status = printReply(*answer);
+    const int status = printReply(frame, *answer);
     if (status != kDone) {
         return status;
     }
@@ -124,18 +144,20 @@ int runNetworkRead(Line &line, Milliseconds timeout)
 
 int runNetworkWrite(Line &line, const NetworkSettings &settings, Milliseconds timeout)
 {
-    const auto answer = ask(line, frameFromText(kWriteNetwork),
-                            withChecksum(networkRecord(settings)), timeout + kDeviceSetsNetwork);
-    return answer ? printReply(*answer) : noAnswer(timeout + kDeviceSetsNetwork);
+    const std::string frame = frameFromText(kWriteNetwork);
+    const Milliseconds limit = withPayload(frame, timeout);
+    const auto answer = ask(line, frame, withChecksum(networkRecord(settings)), limit);
+    return answer ? printReply(frame, *answer) : noAnswer(limit);
 }
 
 int runTextRead(Line &line, const std::string &which, Milliseconds timeout)
 {
-    auto answer = ask(line, frameFromText("read text " + which), {}, timeout);
+    const std::string frame = frameFromText("read text " + which);
+    auto answer = ask(line, frame, {}, timeout);
     if (!answer) {
         return noAnswer(timeout);
     }
-    const int status = printReply(*answer);
+    const int status = printReply(frame, *answer);
     if (status != kDone) {
         return status;
     }
@@ -151,9 +173,10 @@ int runTextRead(Line &line, const std::string &which, Milliseconds timeout)
 int runTextWrite(Line &line, const std::string &which, const std::string &text,
                  Milliseconds timeout)
 {
-    const auto answer =
-        ask(line, frameFromText("write text " + which), unescape(text), timeout + kDeviceWaitsText);
-    return answer ? printReply(*answer) : noAnswer(timeout + kDeviceWaitsText);
+    const std::string frame = frameFromText("write text " + which);
+    const Milliseconds limit = withPayload(frame, timeout);
+    const auto answer = ask(line, frame, unescape(text), limit);
+    return answer ? printReply(frame, *answer) : noAnswer(limit);
 }
 
 int runMonitor(Line &line)

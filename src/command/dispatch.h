@@ -1,7 +1,7 @@
 #pragma once
 
-// Executes the command held in `commandToLED` and answers it. The table in the source matches the
-// command table of docs/protocol.md row for row. Main loop only.
+// Executes the command held in `commandToLED` and answers it. The table in the source matches
+// protocol/vesk.yaml row for row; docs/protocol.md shows it. Main loop only.
 
 #include <cstdint>
 

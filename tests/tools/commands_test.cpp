@@ -196,6 +196,48 @@ TEST(Commands, DescribesABurstOfFramesButNothingElse)
         EXPECT_EQ(describeAll(row.text), row.result) << row.text;
     }
 }
+
+// Of ff ff ff ff a frame that arrives intact is a refusal or data by its command: the addresses are
+// never refused, and those that write answer what was written.
+TEST(Commands, TakesNoAnswerForARefusalBecauseOfItsValue)
+{
+    constexpr struct {
+        const char *command;
+        const char *reply;
+        bool isRefused;
+        const char *sentence;
+    } kRows[] = {
+        {"68 01",                       "<F000068ffffffff64>", true,  "read device type"},
+        {"68 01",                       "<F000068fffffffe63>", false,
+         "unknown command 68, data ff ff ff fe"},
+        {"68 01",                       "<F00006801263300c2>", false, "read device type: 2633"},
+        {"99",                          "<F000099ffffffff95>", true,  "command 99"},
+        {"read net mask",               "<F000085ffffffff81>", false,
+         "read net mask: 255.255.255.255"},
+        {"read IP address",             "<F000089ffffffff85>", false,
+         "read IP address: 255.255.255.255"},
+        {"read gateway",                "<F00008dffffffff89>", false,
+         "read gateway: 255.255.255.255"},
+        {"write net mask 255.255.255.255", "<F000084ffffffff80>", false,
+         "write net mask: 255.255.255.255"},
+        {"write net mask 255.255.255.0", "<F000084ffffffff80>", true, "write net mask"},
+        {"write IP address 10.0.0.1",   "<F000088ffffffff84>", true,  "write IP address"},
+        {"write gateway 10.0.0.1",      "<F00008cffffffff88>", true,  "write gateway"},
+        // A command that was sent with a wrong checksum.
+        {"<T0000850000000000>",         "<F000085ffffffff81>", true,  "read net mask"},
+    };
+    for (const auto &row : kRows) {
+        const Rs232Command command = recordOf(frameFromText(row.command));
+        EXPECT_EQ(isRefusalOf(command, recordOf(row.reply)), row.isRefused) << row.command;
+        EXPECT_EQ(describeReply(command, row.reply),
+                  std::string(row.isRefused ? "refusal" : "reply") + ", address 00, tag 00: " +
+                      row.sentence)
+            << row.command;
+    }
+    // Without the command, data is the likelier.
+    EXPECT_EQ(describe("<F000085ffffffff81>"), "reply, address 00, tag 00: read net mask: "
+                                               "255.255.255.255, or the refusal of a damaged frame");
+}
 // clang-format on
 
 TEST(Commands, KnowsWhatIsNeverAnswered)

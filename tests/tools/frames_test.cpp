@@ -109,11 +109,4 @@ TEST(Frames, KnowsTheReplyToACommand)
     EXPECT_FALSE(isReplyTo(command, "<F00056801263300c6>")) << "a wrong checksum";
 }
 
-TEST(Frames, ARefusalIsFourTimesFF)
-{
-    EXPECT_TRUE(isRefusal(recordOf("<F000568ffffffff69>")));
-    EXPECT_FALSE(isRefusal(recordOf("<F000568fffffffe68>")));
-    EXPECT_FALSE(isRefusal(recordOf(kReply)));
-}
-
 } // namespace

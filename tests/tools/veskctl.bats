@@ -108,6 +108,21 @@ veskctl: skipped: <F00006801263300c3>  reply, address 00, tag 00: read device ty
     gives 3 '' 'veskctl: no answer within 200 ms; this command never gets one' --timeout 200 send 8e 04
 }
 
+@test "send: an address of ff ff ff ff is no refusal; what can be either is asked again with another tag" {
+    connect 'IFS= read -r -N 19; printf "<F000085ffffffff81>"; IFS= read -r -N 19 again; printf %s "$again" >got
+        printf "<F000185ffffffff82>"; cat >/dev/null'
+    gives 0 '<F000085ffffffff81>  reply, address 00, tag 00: read net mask: 255.255.255.255' '' send read net mask
+    [ "$(cat got)" = '<T0001850000000086>' ]
+    connect 'IFS= read -r -N 19; printf "<F000085ffffffff81>"; IFS= read -r -N 19; printf "<F000185ffffff0083>"
+        cat >/dev/null'
+    gives 0 '<F000185ffffff0083>  reply, address 00, tag 01: read net mask: 255.255.255.0' '' send read net mask
+    answers '<F000084ffffffff80>'
+    gives 0 '<F000084ffffffff80>  reply, address 00, tag 00: write net mask: 255.255.255.255' '' \
+        send write net mask 255.255.255.255
+    answers '<F000084ffffffff80>'
+    gives 1 '<F000084ffffffff80>  refusal, address 00, tag 00: write net mask' '' send write net mask 255.255.255.0
+}
+
 @test "send: over UDP; the options may follow the subcommand" {
     listen 'head -c 19 >got; printf "<F00006801263300c2>"'
     run -0 "$VESKCTL" send read device type --udp "$peer" --timeout 60000

@@ -1,0 +1,9 @@
+# vesk_generate(KIND FILE): FILE is made from vesk.yaml by generate.py, which says what kinds there are.
+function(vesk_generate kind file)
+  find_program(PYTHON3 python3 REQUIRED)
+  set(folder ${PROJECT_SOURCE_DIR}/protocol)
+  add_custom_command(OUTPUT ${file}
+    COMMAND ${PYTHON3} ${folder}/generate.py ${kind} ${file}
+    DEPENDS ${folder}/generate.py ${folder}/vesk.yaml ${folder}/veskctl.bash.in
+    VERBATIM)
+endfunction()
