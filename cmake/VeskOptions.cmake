@@ -24,7 +24,8 @@ endif()
 
 if(VESK_COVERAGE)
   add_compile_options(--coverage -fprofile-update=atomic)
-  add_link_options(--coverage)
+  add_link_options(--coverage LINKER:--wrap=_exit)
+  add_library(vesk_coverage_end STATIC ${CMAKE_CURRENT_LIST_DIR}/../tests/support/coverage_end.cpp)
 endif()
 
 if(VESK_HARDENED)
@@ -33,8 +34,14 @@ if(VESK_HARDENED)
     set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
   endif()
   add_compile_options(-fstack-protector-strong -fstack-clash-protection)
-  add_compile_definitions($<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
+  add_compile_definitions($<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=3>)
   add_link_options(-pie LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
+  if(CMAKE_SYSTEM_PROCESSOR STREQUAL x86_64)
+    # Debian's start files carry no mark of control-flow protection, so the linker would leave it out. They
+    # are fit for shadow stacks, but not for checked indirect jumps: these are only compiled in.
+    add_compile_options(-fcf-protection=full)
+    add_link_options(LINKER:-z,shstk)
+  endif()
 endif()
 add_link_options(LINKER:--as-needed)
 

@@ -94,7 +94,7 @@ const char *restAfter(const char *text, const char *form)
     for (; *form != '\0'; ++form) {
         if (*form == ' ' && isWhiteSpace(*text)) {
             text = skipWhiteSpace(text);
-        } else if (*form == *text && *form != ' ') {
+        } else if (*form == *text) {
             ++text;
         } else {
             return nullptr;

@@ -747,6 +747,12 @@ TEST_F(Update, ThePackageIsExecutableAndOnTheDiskBeforeTheCommandRuns)
 
 // The sum of the file ----------------------------------------------------------------------------
 
+TEST_F(Update, APackageThatIsGoneIsNotMadeAnew)
+{
+    makePackageExecutable();
+    EXPECT_FALSE(fs::exists(kStored));
+}
+
 TEST_F(Update, ComparesTheSumOfTheWholeFileAndGivesItsMemoryBack)
 {
     const std::string bytes("\x01\xFF\x80\x00\x7F", 5); // 1ff

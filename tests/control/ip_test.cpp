@@ -539,6 +539,16 @@ TEST(Ip, ANumberAnywhereInAVeryLongLineIsTakenWholeOrNotAtAll)
     }
 }
 
+// 1023 characters with the line's end, all that is read at once: nothing is missing, so nothing is
+// cut.
+TEST(Ip, ALineThatJustFitsKeepsItsLastNumber)
+{
+    const std::string end = "default via 10.20.0.9\n";
+    use(kBusyBoxIfconfig, std::string(1023 - end.size(), ' ') + end);
+    readSystem();
+    EXPECT_EQ(state().gateway, "10.20.0.9");
+}
+
 TEST(Ip, NoiseOfTheRightWordsDoesNoLastingHarm)
 {
     for (unsigned seed = 0; seed < 25; ++seed) {
@@ -667,6 +677,13 @@ TEST(Ip, RestoresTheCopyForDhcp)
 }
 
 // The user preferences ----------------------------------------------------------------------------
+
+// Nobody waits for it, but a tool that prints more than a pipe holds must come to its end.
+TEST(Ip, WhatCopyingPrintsIsDiscarded)
+{
+    replaceTool("/bin/cp", "exec /bin/busybox yes copied | /bin/busybox head -n 30000\n");
+    EXPECT_EQ(setIp(1), Outcome(0, ""));
+}
 
 TEST(Ip, ReadingGoesIntoThePreferences)
 {

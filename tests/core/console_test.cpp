@@ -28,6 +28,7 @@ int daemonMain(int argc, char **argv);
 namespace {
 
 bool isProcMissing;
+bool isNullMissing;
 
 } // namespace
 
@@ -37,7 +38,8 @@ REPLACE(int, open64, (const char *path, int flags, ...))
     va_start(arguments, flags);
     const unsigned mode = (flags & O_CREAT) != 0 ? va_arg(arguments, unsigned) : 0;
     va_end(arguments);
-    if (isProcMissing && std::string(path).starts_with("/proc/")) {
+    if ((isProcMissing && std::string(path).starts_with("/proc/")) ||
+        (isNullMissing && std::string(path) == "/dev/null")) {
         errno = ENOENT;
         return -1;
     }
@@ -199,6 +201,24 @@ TEST(MainConsole, AFileAndATerminalStayAsTheyAre)
         std::puts("of a file");
         EXPECT_EQ(lseek(file, 0, SEEK_CUR), 10); // written where it stands for all who share it
     }
+}
+
+TEST(MainConsole, WithoutDevNullWhatIsOpenStaysAsItIs)
+{
+    isNullMissing = true;
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    {
+        const Prepared console(ends[1]);
+        std::puts("of the daemon");
+    }
+    EXPECT_EQ(take(ends[0]), "of the daemon\n");
+
+    const int saved = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 100);
+    close(STDOUT_FILENO);
+    prepareConsole();
+    EXPECT_EQ(fcntl(STDOUT_FILENO, F_GETFD), -1); // there is nothing to put in its place
+    dup2(saved, STDOUT_FILENO);
 }
 
 // What the daemon starts complains on the same console, and must not wait either.

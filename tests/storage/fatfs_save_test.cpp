@@ -96,6 +96,11 @@ REPLACE(std::FILE *, fopen64, (const char *path, const char *mode))
                : REAL(fopen64)(path, mode);
 }
 
+REPLACE(std::FILE *, fdopen, (int file, const char *mode))
+{
+    return fails("stream") ? nullptr : REAL(fdopen)(file, mode);
+}
+
 REPLACE(ssize_t, write, (int file, const void *bytes, size_t count))
 {
     if (fails("write " + std::to_string(count))) {
@@ -300,6 +305,48 @@ TEST_F(FatfsSave, WithoutFilesWithoutANameANewOneIsMadeInItsPlace)
     EXPECT_EQ(calls[1], "make /userdata/file");
     EXPECT_EQ(contentOf("/elsewhere"), "abc");
     EXPECT_TRUE(fs::is_symlink(kFile));
+}
+
+// What has the name by then is not a file, and stays.
+TEST_F(FatfsSave, ANewFileWhoseNameIsTakenMeanwhileIsDropped)
+{
+    beforeCall = [](const std::string &call) {
+        if (call == "name /userdata/file") {
+            fs::create_directory(kFile);
+        }
+    };
+    EXPECT_EQ(save("abc"), Outcome(1, ""));
+    EXPECT_EQ(calls.back(), "make /userdata/file");
+    EXPECT_TRUE(fs::is_empty(kFile));
+}
+
+TEST_F(FatfsSave, ADirectoryThatCannotBeSyncedStillHasTheNewFile)
+{
+    refused = "open";
+    refusedWith = EMFILE;
+    EXPECT_EQ(save("abc"), Outcome(1, ""));
+    EXPECT_EQ(calls.back(), "open /userdata/");
+    EXPECT_EQ(contentOf(kFile), "abc");
+}
+
+TEST_F(FatfsSave, AClosedFileTakesNothing)
+{
+    SaveFile file = -1;
+    uint32_t done = 7;
+    EXPECT_EQ(sd_endSave(&file, "file", "abc", 3, &done), kFileFailed);
+    EXPECT_EQ(done, 7u);
+    EXPECT_TRUE(fs::is_empty(kDirectory));
+}
+
+TEST_F(FatfsSave, AFileWithoutAStreamIsClosedAgain)
+{
+    writeFile(kFile, "abc");
+    refused = "stream";
+    refusedWith = ENOMEM;
+    FileHandle file = nullptr;
+    EXPECT_EQ(callsOf([&] { EXPECT_EQ(f_open(&file, kFile.c_str(), kRead), kFileFailed); }),
+              (Calls{"open /userdata/file", "stream"}));
+    EXPECT_EQ(file, nullptr);
 }
 
 TEST_F(FatfsSave, AFileThatCannotBeMadeIsSaid)

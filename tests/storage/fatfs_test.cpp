@@ -263,7 +263,9 @@ TEST_F(Fatfs, SizesGoBeyondTwoGigabytesAndAreZeroForAFileThatHasNone)
     ASSERT_EQ(mkfifo(kFile.c_str(), 0644), 0);
     const int bothEnds = open(kFile.c_str(), O_RDWR | O_CLOEXEC);
     EXPECT_EQ(sd_getFileSize("file"), 0u); // no file
-    close(bothEnds);
+    FileHandle unseekable = fdopen(bothEnds, "r+");
+    EXPECT_EQ(f_size(&unseekable), 0u);
+    f_close(&unseekable);
 }
 
 TEST_F(Fatfs, ShortTransfersAreNoFailureAndAClosedHandleIsOne)

@@ -337,8 +337,12 @@ Daemon::Daemon(std::vector<std::string> arguments, std::initializer_list<int> cl
 Daemon::~Daemon()
 {
     if (isRunning()) {
-        signal(SIGKILL);
-        waitForEnd();
+        signal(SIGTERM); // on which a program that counts its coverage writes what it has counted
+        signal(SIGCONT);
+        if (!waitForEnd()) {
+            signal(SIGKILL);
+            waitForEnd();
+        }
     }
     const std::string &text = errors();
     if (text.find("Sanitizer") != std::string::npos ||

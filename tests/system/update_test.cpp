@@ -208,7 +208,7 @@ TEST_F(SystemUpdate, IsLeftAloneByAPackageThatLacksItsBlocksOfZeros)
     sendBlocks(whole, 2, 3);
     EXPECT_TRUE(daemon->prints("check size error: 1920 < 2944"));
     EXPECT_TRUE(daemon->prints("check _update.pkg error"));
-    expectAnswer();
+    expectLife();
     EXPECT_TRUE(contentOf(kExecutable) == old);
     EXPECT_FALSE(fs::exists(kBackup));
     sendBlocks(whole, 0, 3);

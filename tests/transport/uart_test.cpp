@@ -190,6 +190,14 @@ TEST(Uart, BytesOfPort1NeverReachTheCommandParser)
     EXPECT_TRUE(received.empty());
 }
 
+TEST(Uart, ReaderOfAPortThatDoesNotExistFindsNothing)
+{
+    line.arrivals = {"<T0000680100000069>"};
+    EXPECT_EQ(outcomeOfLoop([] { uart_receive_fun(reinterpret_cast<void *>(2)); }, 2),
+              Outcome(0, "uart_receive_fun 2\n", "", {"usleep 1000", "usleep 1000"}));
+    EXPECT_TRUE(received.empty());
+}
+
 // With threads and a line as they are on the board.
 TEST(Uart, BytesOnAnOpenedPortReachTheCommandChannels)
 {
