@@ -86,9 +86,9 @@ void storeNextBlock(uint32_t number)
 }
 
 // Gives the package the permissions of a program: `cp` passes them on when it makes the new
-// executable, which can then run as soon as its content is there. Forces it and its
-// name to the disk, as the copy is made from it. The results are dropped: without either, the
-// command does what it can.
+// executable, which can then run as soon as its content is there. Forces it and its name to the
+// disk, as the copy is made from it. The results are dropped: without either, the command does what
+// it can.
 void makePackageExecutable()
 {
     FileHandle package = nullptr;

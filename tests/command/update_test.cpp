@@ -86,7 +86,9 @@ REPLACE(int, fsync, (int file))
     struct stat status {};
     fstat(file, &status);
     if (isChild && notesSyncs) {
-        std::printf("fsync %s\n", (status.st_mode & 0700) == 0700 ? "-rwx" : "other");
+        std::printf("fsync %s\n", S_ISDIR(status.st_mode)           ? "directory"
+                                  : (status.st_mode & 0700) == 0700 ? "-rwx"
+                                                                    : "other");
     }
     return REAL(fsync)(file);
 }
@@ -738,10 +740,10 @@ TEST_F(Update, ThePackageIsExecutableAndOnTheDiskBeforeTheCommandRuns)
         const End end = update(Package(10));
         umask(0);
         const std::string listed = mask == 022 ? "-rwxr-xr-x" : "-rwx------";
-        const size_t at = end.prints.find("\nfsync -rwx");
+        const size_t at = end.prints.find("\nfsync -rwx\nfsync directory\n");
         EXPECT_NE(at, std::string::npos) << end.prints;
-        EXPECT_LT(at, end.prints.find("\npopen, power 1\n" + listed)) << end.prints;
-        EXPECT_NE(end.prints.find("\npopen, power 1\n" + listed), std::string::npos) << end.prints;
+        EXPECT_LT(at, end.prints.find("popen, power 1\n" + listed)) << end.prints;
+        EXPECT_NE(end.prints.find("popen, power 1\n" + listed), std::string::npos) << end.prints;
     }
 }
 

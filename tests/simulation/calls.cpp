@@ -28,8 +28,7 @@ namespace {
 
 constexpr int kStdout = 1;
 
-// Descriptors
-// -----------------------------------------------------------------------------------------
+// Descriptors -------------------------------------------------------------------------------------
 
 struct Descriptor {
     enum Kind {
@@ -258,8 +257,7 @@ ssize_t readDescriptor(int number, char *buffer, size_t size)
     return static_cast<ssize_t>(bytes.size());
 }
 
-// Streams
-// ---------------------------------------------------------------------------------------------
+// Streams -----------------------------------------------------------------------------------------
 
 // A stream of the C library: a descriptor with a buffer of one block, or the output of a tool.
 struct Stream {
@@ -343,15 +341,14 @@ int streamFlags(const char *mode)
     return access | (mode[0] == 'w' ? O_CREAT | O_TRUNC : mode[0] == 'a' ? O_CREAT | O_APPEND : 0);
 }
 
-std::string formatted(const char *format, va_list arguments)
+[[gnu::format(printf, 1, 0)]] std::string formatted(const char *format, va_list arguments)
 {
     char text[8192];
     const int length = std::vsnprintf(text, sizeof text, format, arguments);
     return {text, std::min(static_cast<size_t>(length), sizeof text - 1)};
 }
 
-// The daemon's heap
-// -----------------------------------------------------------------------------------
+// The daemon's heap -------------------------------------------------------------------------------
 
 std::vector<void *> heap;
 
@@ -388,8 +385,7 @@ void endCalls()
     heap.clear();
 }
 
-// What the daemon calls
-// -------------------------------------------------------------------------------
+// What the daemon calls ---------------------------------------------------------------------------
 
 // clang-format off
 extern "C" {
@@ -540,7 +536,7 @@ char *__wrap_fgets(char *line, int size, FILE *file)
     output.erase(0, length);
     return line;
 }
-int __wrap_fprintf(FILE *file, const char *format, ...)
+[[gnu::format(printf, 2, 3)]] int __wrap_fprintf(FILE *file, const char *format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
@@ -573,7 +569,7 @@ int __wrap_system(const char *command)
 int __wrap_puts(const char *text) { print(std::string(text) + "\n"); return 1; }
 int __wrap_fputs(const char *text, FILE *) { print(text); return 1; }
 int __wrap_putchar(int character) { print(std::string(1, static_cast<char>(character))); return character; }
-int __wrap_printf(const char *format, ...)
+[[gnu::format(printf, 1, 2)]] int __wrap_printf(const char *format, ...)
 {
     va_list arguments;
     va_start(arguments, format);

@@ -161,8 +161,7 @@ bool numbers(const std::string &text, int base, char separator, size_t count, st
 
 } // namespace
 
-// Start
-// -----------------------------------------------------------------------------------------------
+// Start -------------------------------------------------------------------------------------------
 
 void Protocol::boot()
 {
@@ -199,8 +198,7 @@ void Protocol::callFailed(Call call, const std::string &object)
     }
 }
 
-// Reading the line
-// ------------------------------------------------------------------------------------
+// Reading the line --------------------------------------------------------------------------------
 
 void Protocol::lineRead(const std::string &bytes)
 {
@@ -262,8 +260,7 @@ bool Protocol::takePayloadByte(Request &request, char byte)
     }
 }
 
-// Answering
-// -------------------------------------------------------------------------------------------
+// Answering ---------------------------------------------------------------------------------------
 
 void Protocol::reply(const Request &request, uint8_t d1, uint8_t d2, uint8_t d3, uint8_t d4)
 {
@@ -653,8 +650,7 @@ void Protocol::lineWritten(const std::string &bytes)
     }
 }
 
-// Tools
-// -----------------------------------------------------------------------------------------------
+// Tools -------------------------------------------------------------------------------------------
 
 void Protocol::toolStarts(const std::string &command)
 {
@@ -708,8 +704,7 @@ void Protocol::diskChanges()
     }
 }
 
-// The PC's bytes
-// --------------------------------------------------------------------------------------
+// The PC's bytes ----------------------------------------------------------------------------------
 
 void Protocol::datagramReceived(PcAddress, const std::string &bytes)
 {
@@ -784,8 +779,7 @@ void Protocol::forgetWords()
     words_.erase(words_.begin(), words_.begin() + static_cast<ptrdiff_t>(over));
 }
 
-// Time
-// ------------------------------------------------------------------------------------------------
+// Time --------------------------------------------------------------------------------------------
 
 bool Protocol::Delayed::hasHappened(Time delay)
 {

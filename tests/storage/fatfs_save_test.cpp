@@ -296,6 +296,7 @@ TEST_F(FatfsSave, WithoutFilesWithoutANameANewOneIsMadeInItsPlace)
         refusedWith = row.with;
         EXPECT_EQ(save("abc"), Outcome(1, ""));
         EXPECT_EQ(contentOf(kFile), "abc");
+        EXPECT_EQ(std::count(calls.begin(), calls.end(), "directory"), 1); // has the new name
         EXPECT_EQ(fs::status(kFile).permissions(), fs::perms(0666));
     }
     refused.clear();
