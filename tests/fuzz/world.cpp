@@ -609,4 +609,9 @@ SYSTEM_CALL(void, _exit, (int))
     MUST_HOLD(world->onExit != nullptr);
     std::longjmp(*world->onExit, 1);
 }
+
+SYSTEM_CALL(void, exit, (int status))
+{
+    fuzz__exit(status);
+}
 }

@@ -30,8 +30,10 @@
 // The same for two texts, which it prints.
 #define MUST_BE(text, expected)                                                                    \
     do {                                                                                           \
-        const std::string_view has = text;                                                         \
-        const std::string_view wanted = expected;                                                  \
+        const auto &kept = text; /* what is made here lives on */                                  \
+        const auto &keptToo = expected;                                                            \
+        const std::string_view has = kept;                                                         \
+        const std::string_view wanted = keptToo;                                                   \
         if (has != wanted) {                                                                       \
             std::fprintf(stderr, "%s:%d: %s is\n%.*s\nand not\n%.*s\n", __FILE__, __LINE__, #text, \
                          static_cast<int>(has.size()), has.data(),                                 \
@@ -120,7 +122,7 @@ struct World {
     enum : uint8_t { kNoTools = 1, kNoFiles = 2, kDiskFull = 4, kNoDevices = 8, kNoNetwork = 16 };
     uint8_t faults = 0;
 
-    // The process has ended by _exit(): that leads here.
+    // The process has ended by exit() or _exit(): that leads here.
     std::jmp_buf *onExit = nullptr;
 };
 
