@@ -17,6 +17,9 @@
 #include <cstring>
 
 #include "command/channel.h"
+#include "storage/DeviceInfo.h"
+#include "storage/UserPref.h"
+#include "storage/load_all.h"
 #include "tests/fuzz/world.h"
 #include "transport/udpecho.h"
 
@@ -212,6 +215,23 @@ void looked()
     }
 }
 
+// The files of a device that has been in use.
+struct Files {
+    static constexpr const char *kNames[] = {"save0.sav", "UserPref.sav", "DevInfo.sav", "workTime.sav"};
+    std::string contents[std::size(kNames)];
+
+    Files()
+    {
+        World first;
+        loadAllUserPref();
+        saveUserPref();
+        saveDeviceInfo();
+        for (size_t i = 0; i < std::size(kNames); ++i) {
+            contents[i] = first.find(kNames[i])->content;
+        }
+    }
+};
+
 // The daemon from its start to its end, or to that of the script.
 void live()
 {
@@ -246,9 +266,13 @@ std::string_view toolOutput(const char *name)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t count)
 {
+    static const Files files;
     script = {};
     script.input = Input(bytes, count);
     World run;
+    for (size_t i = 0; i < std::size(Files::kNames); ++i) {
+        run.put(Files::kNames[i], files.contents[i]);
+    }
     run.toolOutput = toolOutput;
     run.onSleep = slept;
     run.onLook = looked;

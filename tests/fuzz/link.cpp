@@ -37,6 +37,7 @@ struct Owner {
     std::vector<std::string> answers; // that the link has reported
     std::vector<Later> later;
     std::string sent;
+    bool isLate = false; // the last operation gave up waiting for an answer
 };
 Owner *owner;
 
@@ -83,7 +84,9 @@ void perform(uint8_t operation, uint8_t parameter)
     const uint64_t start = world->nowUs;
     const uint8_t next = static_cast<uint8_t>(link->sequence + 1);
     const bool wasKnown = link->answered != 0;
+    const bool wasAhead = link->acknowledged == next;
     owner->sent.clear();
+    owner->isLate = false;
     switch (operation) {
     case 0:
         Task_MervoProtocol(link);
@@ -101,7 +104,9 @@ void perform(uint8_t operation, uint8_t parameter)
         const uint64_t wait = wasKnown ? kAnswerUs : 20 * kMs;
         const uint32_t answer = SendCmdAndWait_MervoProtocol(link, 1, parameter, 1, 2, 3, 4);
         MUST_HOLD(world->nowUs - start <= wait + 10 * kMs);
-        MUST_HOLD(answer == 0 || link->answered == 1);
+        // An answer that came ahead of its command, or 256 commands ago, counts without a wait.
+        MUST_HOLD(answer == 0 || link->answered == 1 || wasAhead);
+        owner->isLate = link->answered == 0 && !wasAhead;
         break;
     }
     case 4: {
@@ -115,6 +120,7 @@ void perform(uint8_t operation, uint8_t parameter)
         const int32_t result = WaitAck_MervoProtocol(link, 1, parameter);
         MUST_HOLD(result == (link->acknowledged == link->sequence ? 1 : 0));
         MUST_HOLD(world->nowUs - start <= (parameter + 10U) * kMs);
+        owner->isLate = result == 0;
         return;
     }
     case 6: {
@@ -142,6 +148,11 @@ void compare()
         // Here a frame needs its end, too.
         if (owner->parser.take(owner->arrived[owner->read++]) && owner->parser.text.back() == '>') {
             owner->expected.emplace_back(owner->parser.text);
+        }
+    }
+    if (owner->isLate) { // which clears the bytes of the answer in progress
+        for (size_t i = 2; i + 1 < owner->parser.text.size() && i < 18; i += 2) {
+            owner->parser.text.replace(i, 2, "00");
         }
     }
     MUST_HOLD(owner->answers.size() == owner->expected.size());

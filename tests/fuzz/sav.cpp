@@ -1,6 +1,7 @@
 // The files of /userdata/ through their loaders, and then every question about every number. Input:
 //
-//   KIND          which file: save, UserPref, DevInfo, workTime, view, page, timeCon, or (7) all of them
+//   KIND          which file: save, UserPref, DevInfo, workTime, view, page, timeCon, or (7) all of them;
+//                 8 more: about all numbers, and not only those at the limits
 //   BASE          what it begins as: 0 nothing, 1 what the code itself saves, 2 zeros, 3 bytes FF
 //   LENGTH 2      of the file, modulo its full length; FFFF: the full length
 //   then, for base 0, the content; else changes: OFFSET 2, COUNT, and COUNT bytes
@@ -91,14 +92,16 @@ std::string contentOf(size_t kind, Input &input)
     return content;
 }
 
-// All numbers of a byte or around the limits of a field, and some that are far too large.
+bool asksAll; // of this input
+
 template <typename Question> void askAll(Question question)
 {
-    for (uint32_t number = 0; number < 132; ++number) {
+    for (uint32_t number = 0; asksAll && number < 256; ++number) {
         question(number);
     }
-    for (const uint32_t number : {253U, 254U, 255U, 256U + 124U, 499U, 500U, 65535U, 0x7FFFFFFFU,
-                                  0x80000000U, 0xFFFFFFFFU}) {
+    for (const uint32_t number :
+         {0U, 5U, 6U, 23U, 24U, 25U, 26U, 95U, 96U, 123U, 124U, 125U, 126U, 127U, 128U, 255U,
+          256U + 124U, 499U, 500U, 65535U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU}) {
         question(number);
     }
 }
@@ -213,7 +216,9 @@ void workWithViews(uint8_t view)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t count)
 {
     Input input(bytes, count);
-    const uint8_t kind = input.byte() % kKinds;
+    const uint8_t first = input.byte();
+    const uint8_t kind = first % kKinds;
+    asksAll = first / kKinds % 2 == 1;
     ownContent(kSave); // made once, apart from the world of this input
     for (size_t i = 0; i < kAll; ++i) {
         ownContent(i);

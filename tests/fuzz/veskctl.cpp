@@ -212,7 +212,7 @@ void makePackage(Input &input)
 {
     const size_t count = 16U * input.word();
     std::string package(input.rest());
-    const size_t more = std::min<size_t>(count, 70000);
+    const size_t more = std::min<size_t>(count, 3000);
     package.append(package.empty() ? 0 : more, 'p');
     const std::string stream = updateStream(package);
     MUST_HOLD(stream.size() % kBlockSize == 0 && stream.size() >= 128 + package.size());
