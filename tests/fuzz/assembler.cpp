@@ -1,5 +1,6 @@
-// The frame assembler against a reference of ten lines (reference.h): byte for byte, and as the main loop
-// uses it, with pieces of any size. An input is what the line brings; the byte FF ends a piece.
+// The frame assembler against a reference of ten lines (reference.h): byte for byte, and as the
+// main loop uses it, with pieces of any size. An input is what the line brings; the byte FF ends a
+// piece.
 
 #include <algorithm>
 
@@ -18,8 +19,8 @@ uint32_t uart0Touart;
 void processCmdData()
 {
     Record record;
-    const uint8_t bytes[] = {commandToLED.address, commandToLED.tag,  commandToLED.command,
-                             commandToLED.dat1,    commandToLED.dat2, commandToLED.dat3,
+    const uint8_t bytes[] = {commandToLED.address, commandToLED.tag,     commandToLED.command,
+                             commandToLED.dat1,    commandToLED.dat2,    commandToLED.dat3,
                              commandToLED.dat4,    commandToLED.checksum};
     std::copy(std::begin(bytes), std::end(bytes), record.bytes);
     world->line += "<E" + record.digits() + ">";

@@ -88,7 +88,8 @@ private:
         uint64_t frame;
     };
 
-    // Takes bytes up to the end of a frame and executes that. False when there is none, or it is wrong.
+    // Takes bytes up to the end of a frame and executes that. False when there is none, or it is
+    // wrong.
     bool serve(Source &source, size_t &budget)
     {
         size_t taken = 0;

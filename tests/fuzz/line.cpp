@@ -1,5 +1,6 @@
-// The whole daemon, from its main(): an input is what happens on the line, at the PC and in the system.
-// After it, and after the longest wait that the daemon may be in, the next command is answered.
+// The whole daemon, from its main(): an input is what happens on the line, at the PC and in the
+// system. After it, and after the longest wait that the daemon may be in, the next command is
+// answered.
 //
 // Bytes are those of the line; up to the next event they arrive in one piece. 0xFF begins an event:
 //
@@ -59,7 +60,7 @@ void command(std::string_view bytes)
     char frame[] = "<T0000000000000000>";
     uint8_t sum = 0;
     for (size_t i = 0; i < 8; ++i) {
-        const auto byte = i == 7            ? sum
+        const auto byte = i == 7             ? sum
                           : i < bytes.size() ? static_cast<uint8_t>(bytes[i])
                                              : uint8_t{0};
         sum = static_cast<uint8_t>(sum + byte);
@@ -217,7 +218,8 @@ void looked()
 
 // The files of a device that has been in use.
 struct Files {
-    static constexpr const char *kNames[] = {"save0.sav", "UserPref.sav", "DevInfo.sav", "workTime.sav"};
+    static constexpr const char *kNames[] = {"save0.sav", "UserPref.sav", "DevInfo.sav",
+                                             "workTime.sav"};
     std::string contents[std::size(kNames)];
 
     Files()

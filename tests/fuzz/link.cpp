@@ -1,5 +1,5 @@
-// The Mervo link: a far end that sends what the input says, when it says it, and an owner who calls every
-// operation. An input is a row of steps:
+// The Mervo link: a far end that sends what the input says, when it says it, and an owner who calls
+// every operation. An input is a row of steps:
 //
 //   0 to 7, then a byte    an operation (see perform()), with that parameter
 //   'R' B* 0               these bytes arrive now
@@ -30,10 +30,10 @@ struct Owner {
     MervoLink link;
     struct pipe pipe;
     uint8_t storage[1024];
-    std::string arrived;           // all that the pipe took
-    size_t read = 0;               // of it, by the link
-    Assembler parser{'F', {}};     // of what the link has parsed
-    std::vector<Record> expected;  // the answers in it
+    std::string arrived;              // all that the pipe took
+    size_t read = 0;                  // of it, by the link
+    Assembler parser{'F', {}};        // of what the link has parsed
+    std::vector<Record> expected;     // the answers in it
     std::vector<std::string> answers; // that the link has reported
     std::vector<Later> later;
     std::string sent;
@@ -111,8 +111,8 @@ void perform(uint8_t operation, uint8_t parameter)
     }
     case 4: {
         std::vector<uint8_t> block(parameter, 'x');
-        const int32_t result = SendCmdAndDataBlock_MervoProtocol(
-            link, 1, 2, 3, 4, 5, 6, block.data(), parameter);
+        const int32_t result =
+            SendCmdAndDataBlock_MervoProtocol(link, 1, 2, 3, 4, 5, 6, block.data(), parameter);
         MUST_HOLD(result == link->answered && owner->sent.size() == 19U + parameter);
         break;
     }
@@ -125,8 +125,7 @@ void perform(uint8_t operation, uint8_t parameter)
     }
     case 6: {
         std::vector<uint8_t> room(std::max<size_t>(parameter, 1));
-        const uint32_t count =
-            ReceiveBuffer_MervoProtocol(link, room.data(), parameter, parameter);
+        const uint32_t count = ReceiveBuffer_MervoProtocol(link, room.data(), parameter, parameter);
         MUST_HOLD(count <= room.size());
         MUST_BE(std::string_view(reinterpret_cast<char *>(room.data()), count),
                 std::string_view(owner->arrived).substr(owner->read, count));
@@ -164,8 +163,7 @@ void compare()
     }
     owner->answers.clear();
     owner->expected.clear();
-    const auto unanswered =
-        static_cast<uint8_t>(owner->link.sequence - owner->link.acknowledged);
+    const auto unanswered = static_cast<uint8_t>(owner->link.sequence - owner->link.acknowledged);
     MUST_HOLD(canSendCmd_mervo(&owner->link, 1) == (unanswered < 30 ? 1 : 0));
 }
 

@@ -36,7 +36,8 @@ struct Record {
     {
         for (size_t i = 0; i < 16; ++i) {
             const char digit = frame[2 + i];
-            const std::string text(1, std::isxdigit(static_cast<unsigned char>(digit)) ? digit : '0');
+            const std::string text(1,
+                                   std::isxdigit(static_cast<unsigned char>(digit)) ? digit : '0');
             bytes[i / 2] = static_cast<uint8_t>(bytes[i / 2] * 16 + std::stoi(text, nullptr, 16));
         }
     }

@@ -1,4 +1,5 @@
-// Runs a fuzz target once with each of the given files, and with all files of the given directories.
+// Runs a fuzz target once with each of the given files, and with all files of the given
+// directories.
 
 #include <algorithm>
 #include <cstdint>

@@ -1,6 +1,7 @@
 // The files of /userdata/ through their loaders, and then every question about every number. Input:
 //
-//   KIND          which file: save, UserPref, DevInfo, workTime, view, page, timeCon, or (7) all of them;
+//   KIND          which file: save, UserPref, DevInfo, workTime, view, page, timeCon, or (7) all of
+//   them;
 //                 8 more: about all numbers, and not only those at the limits
 //   BASE          what it begins as: 0 nothing, 1 what the code itself saves, 2 zeros, 3 bytes FF
 //   LENGTH 2      of the file, modulo its full length; FFFF: the full length
@@ -45,9 +46,9 @@ struct Sort {
     size_t size;
 };
 constexpr Sort kSorts[] = {
-    {"save0.sav", sizeof(UserSetting)},     {"UserPref.sav", sizeof(UserPref)},
-    {"DevInfo.sav", sizeof(DeviceInfo)},    {"workTime.sav", sizeof(WorkTimeList)},
-    {"view3.sav", sizeof(ViewSetting)},     {"page2_0.sav", sizeof(ViewSetting) * kViewCount},
+    {"save0.sav", sizeof(UserSetting)},    {"UserPref.sav", sizeof(UserPref)},
+    {"DevInfo.sav", sizeof(DeviceInfo)},   {"workTime.sav", sizeof(WorkTimeList)},
+    {"view3.sav", sizeof(ViewSetting)},    {"page2_0.sav", sizeof(ViewSetting) * kViewCount},
     {"timeCon0.sav", sizeof(TimeControl)},
 };
 
@@ -100,7 +101,8 @@ template <typename Question> void askAll(Question question)
         question(number);
     }
     for (const uint32_t number :
-         {0U, 5U, 6U, 23U, 24U, 25U, 26U, 95U, 96U, 123U, 124U, 125U, 126U, 127U, 128U, 255U,
+         {0U,          5U,   6U,   23U,    24U,         25U,         26U,        95U,
+          96U,         123U, 124U, 125U,   126U,        127U,        128U,       255U,
           256U + 124U, 499U, 500U, 65535U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU}) {
         question(number);
     }

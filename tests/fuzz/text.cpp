@@ -1,5 +1,5 @@
-// The texts of commands F2 and F3: lists of key=value items, prefixes, suffixes, hexadecimal characters.
-// The first byte of an input chooses the operation.
+// The texts of commands F2 and F3: lists of key=value items, prefixes, suffixes, hexadecimal
+// characters. The first byte of an input chooses the operation.
 
 #include <cctype>
 #include <cstring>
@@ -102,14 +102,16 @@ void compareEnds(std::string_view bytes)
     right = right.substr(0, right.find('\0'));
     Text text(left);
     Text part(right);
-    MUST_HOLD((start_with(text.data(), part.data()) == 0) == (!right.empty() && left.starts_with(right)));
+    MUST_HOLD((start_with(text.data(), part.data()) == 0) ==
+              (!right.empty() && left.starts_with(right)));
     MUST_HOLD((end_with(text.data(), part.data()) == 0) == left.ends_with(right));
     const char *const after = split_next(text.data(), part.data());
     if (right.size() == 1) {
         const char *const at = std::strchr(text.data(), right[0]);
         MUST_HOLD(after == (at == nullptr ? nullptr : at + 1));
     } else if (after != nullptr) {
-        MUST_HOLD(std::string_view(text.data(), static_cast<size_t>(after - text.data())).ends_with(right));
+        MUST_HOLD(std::string_view(text.data(), static_cast<size_t>(after - text.data()))
+                      .ends_with(right));
     }
     const std::string_view stripped = lstrip(text.data());
     MUST_HOLD(left.ends_with(stripped) && (stripped.empty() || !isBlank(stripped[0])));

@@ -1,6 +1,7 @@
-// What the system's tools print, and what the daemon takes from it. An input is a byte of flags (1: DHCP is
-// asked for, 2: no tool can be started) and the outputs, with FF between them, of: ifconfig, ip route show,
-// resolv.conf, dhcpcd.conf, /etc/issue, and the route for the network record.
+// What the system's tools print, and what the daemon takes from it. An input is a byte of flags (1:
+// DHCP is asked for, 2: no tool can be started) and the outputs, with FF between them, of:
+// ifconfig, ip route show, resolv.conf, dhcpcd.conf, /etc/issue, and the route for the network
+// record.
 
 #include <algorithm>
 #include <array>
@@ -35,7 +36,8 @@ bool isBlank(char character)
     return std::isspace(static_cast<unsigned char>(character)) != 0;
 }
 
-// Whether an output is plain enough for the readings below: no zero byte, no line that is read in pieces.
+// Whether an output is plain enough for the readings below: no zero byte, no line that is read in
+// pieces.
 bool isPlain(std::string_view output)
 {
     size_t line = 0;
@@ -96,8 +98,9 @@ void takeNumbers(const std::string &line, const std::string &form, int base, cha
         while (end < line.size() &&
                (base == 16 ? std::isxdigit(static_cast<unsigned char>(line[end])) != 0
                            : line[end] >= '0' && line[end] <= '9')) {
-            number = std::min(1000U, number * static_cast<unsigned>(base) +
-                                         static_cast<unsigned>(std::stoi(line.substr(end, 1), nullptr, base)));
+            number = std::min(
+                1000U, number * static_cast<unsigned>(base) +
+                           static_cast<unsigned>(std::stoi(line.substr(end, 1), nullptr, base)));
             ++end;
         }
         if (end == at || number > 255) {
@@ -154,8 +157,8 @@ template <size_t count> bool is(const uint8_t *bytes, const std::array<uint8_t, 
 
 std::string dotted(const uint8_t *bytes)
 {
-    return std::to_string(bytes[0]) + '.' + std::to_string(bytes[1]) + '.' + std::to_string(bytes[2]) +
-           '.' + std::to_string(bytes[3]);
+    return std::to_string(bytes[0]) + '.' + std::to_string(bytes[1]) + '.' +
+           std::to_string(bytes[2]) + '.' + std::to_string(bytes[3]);
 }
 
 uint32_t versionOf(const std::string &line)
@@ -218,8 +221,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t count)
         MUST_HOLD(is(preferences.dns[0], found.dns));
         MUST_HOLD(is(preferences.mac, found.mac));
         // A name with other white space than blanks is a form that the reading above does not know.
-        const bool isSimple = std::all_of(name.begin(), name.end(),
-                                          [](char c) { return c == ' ' || !isBlank(c); });
+        const bool isSimple =
+            std::all_of(name.begin(), name.end(), [](char c) { return c == ' ' || !isBlank(c); });
         MUST_HOLD(!isSimple || name.starts_with(' ') || preferences.dhcpEnable == found.dhcp);
         MUST_HOLD(version == versionOf(outputs[4]));
         Address expected{1, 2, 3, 4};
@@ -242,10 +245,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t count)
             prefix += 8;
         }
         const std::string expected =
-            "interface " + name + "\nstatic ip_address=" + dotted(preferences.ipAddress) +
-                             '/' + std::to_string(prefix) + "\nstatic routers=" +
-                             dotted(preferences.gateway) + "\nstatic domain_name_servers=" +
-                             dotted(preferences.dns[0]) + "\n";
+            "interface " + name + "\nstatic ip_address=" + dotted(preferences.ipAddress) + '/' +
+            std::to_string(prefix) + "\nstatic routers=" + dotted(preferences.gateway) +
+            "\nstatic domain_name_servers=" + dotted(preferences.dns[0]) + "\n";
         MUST_BE(written, expected);
     } else if ((flags & 1) != 0) {
         MUST_BE(written, "");

@@ -1,7 +1,7 @@
-// veskctl: what it reads from the line, from its user and from files. The first byte of an input chooses:
-// 0 the frame finder, 1 words of a command, 2 texts with escapes, 3 a transcript, which is played against a
-// device that sends everything back, 4 packages, 5 addresses, 6 an update, against a device that answers
-// with the pieces of the input between FF.
+// veskctl: what it reads from the line, from its user and from files. The first byte of an input
+// chooses: 0 the frame finder, 1 words of a command, 2 texts with escapes, 3 a transcript, which is
+// played against a device that sends everything back, 4 packages, 5 addresses, 6 an update, against
+// a device that answers with the pieces of the input between FF.
 
 #include <algorithm>
 #include <cerrno>
@@ -203,8 +203,8 @@ void playText(const std::string &text)
     const bool needsLog = std::any_of(steps.begin(), steps.end(),
                                       [](const Step &step) { return step.kind == Step::kLog; });
     LogFile log("/dev/null");
-    const int status =
-        playTranscript(steps, "transcript", {&front, &pc, needsLog ? &log : nullptr}, Milliseconds(50));
+    const int status = playTranscript(steps, "transcript", {&front, &pc, needsLog ? &log : nullptr},
+                                      Milliseconds(50));
     MUST_HOLD(status == kDone || status == kRefused);
 }
 
@@ -223,7 +223,8 @@ void makePackage(Input &input)
         sum = static_cast<uint16_t>(sum + at(i));
     }
     MUST_HOLD(at(80) * 256 + at(81) == sum);
-    const size_t size = (size_t{at(48)} << 24) + (size_t{at(49)} << 16) + (size_t{at(50)} << 8) + at(51);
+    const size_t size =
+        (size_t{at(48)} << 24) + (size_t{at(49)} << 16) + (size_t{at(50)} << 8) + at(51);
     MUST_HOLD(size == package.size());
     MUST_BE(std::string_view(stream).substr(128, size), package);
     std::string blocks;

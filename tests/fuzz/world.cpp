@@ -29,13 +29,13 @@ extern uint64_t __stop_fuzz_bss[] __attribute__((weak));
 
 namespace {
 
-// A part of the program's memory. The sanitizer's guards between variables are copied as well, which
-// it must not notice.
+// A part of the program's memory. The sanitizer's guards between variables are copied as well,
+// which it must not notice.
 class Image {
 public:
     Image(uint64_t *start, uint64_t *stop)
-        : start_(start), size_(reinterpret_cast<uintptr_t>(stop) -
-                               reinterpret_cast<uintptr_t>(start)),
+        : start_(start),
+          size_(reinterpret_cast<uintptr_t>(stop) - reinterpret_cast<uintptr_t>(start)),
           kept_(size_ / sizeof(uint64_t) + 1)
     {
         copy(kept_.data(), start_);
@@ -92,7 +92,8 @@ Images &images()
     return *kept;
 }
 
-// What the code has taken from the heap. Blocks that it never gives back are kept for the next input.
+// What the code has taken from the heap. Blocks that it never gives back are kept for the next
+// input.
 struct Block {
     void *memory;
     size_t size;
@@ -480,8 +481,8 @@ SYSTEM_CALL(ssize_t, sendto,
     sockaddr_in address;
     MUST_HOLD(size == sizeof address);
     std::memcpy(&address, to, sizeof address);
-    world->pcAddress =
-        address.sin_addr.s_addr | static_cast<uint64_t>(ntohs(address.sin_port)) << 32;
+    world->pcAddress = address.sin_addr.s_addr | static_cast<uint64_t>(ntohs(address.sin_port))
+                                                     << 32;
     world->pc.append(static_cast<const char *>(bytes), count);
     world->longest = std::max(world->longest, count);
     return fails(World::kNoNetwork) ? -1 : static_cast<ssize_t>(count);
@@ -548,9 +549,8 @@ SYSTEM_CALL(std::FILE *, popen, (const char *command, const char *))
         errno = ENOMEM;
         return nullptr;
     }
-    return openStream(world->toolOutput != nullptr ? world->toolOutput(command)
-                                                   : std::string_view(),
-                      "r");
+    return openStream(
+        world->toolOutput != nullptr ? world->toolOutput(command) : std::string_view(), "r");
 }
 
 SYSTEM_CALL(int, fclose, (std::FILE * stream))

@@ -1,13 +1,13 @@
 #pragma once
 
-// What the fuzz targets have in common: a world around the daemon's code that has nothing to do with the
-// machine. Time passes only when the code sleeps or looks at the clock, files and tools are in memory, and
-// what the code sends is noted. CMakeLists.txt points the code's system calls to this world. It replaces
-// the operations of storage/fatfs.h as a whole.
+// What the fuzz targets have in common: a world around the daemon's code that has nothing to do
+// with the machine. Time passes only when the code sleeps or looks at the clock, files and tools
+// are in memory, and what the code sends is noted. CMakeLists.txt points the code's system calls to
+// this world. It replaces the operations of storage/fatfs.h as a whole.
 //
-// A target begins with a World on the stack. When that goes, all state of the daemon's code is as at
-// program start again, and all that the code took from the heap has been given back: no input can tell
-// which ones came before it.
+// A target begins with a World on the stack. When that goes, all state of the daemon's code is as
+// at program start again, and all that the code took from the heap has been given back: no input
+// can tell which ones came before it.
 
 #include <csetjmp>
 #include <cstddef>
@@ -112,10 +112,10 @@ struct World {
     std::string *written = nullptr; // gets what is written to files outside /userdata/, unless null
 
     // What has been sent.
-    std::string line;        // to the front board
-    std::string pc;          // to the control PC
-    uint64_t pcAddress = 0;  // of the last datagram: IPv4 address and port, as in Channel
-    size_t longest = 0;      // of these datagrams
+    std::string line;         // to the front board
+    std::string pc;           // to the control PC
+    uint64_t pcAddress = 0;   // of the last datagram: IPv4 address and port, as in Channel
+    size_t longest = 0;       // of these datagrams
     uint32_t lineTakes = ~0U; // bytes that the line takes before it fails
 
     // Calls that fail at present, a bit each.
