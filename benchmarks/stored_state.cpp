@@ -25,6 +25,7 @@ constexpr uint8_t kPage = 3;
 uint8_t plainRecord[sizeof(UserSetting)];
 uint8_t plainCopy[sizeof(UserSetting)];
 uint8_t plainView[sizeof(ViewSetting)];
+uint8_t plainPage[kViewCount][sizeof(ViewSetting)];
 uint8_t plainLiveView[sizeof(ViewSetting)];
 
 // A copy that the compiler cannot remove.
@@ -120,18 +121,24 @@ void savePage(uint32_t)
     SaveToPage(kPage);
 }
 
+// Replaces the file as the daemon does: in place, with one write, and forced to the disk.
+void replaceFile(const char *path, const void *bytes, size_t size)
+{
+    const int file = openFile(path, O_WRONLY | O_CREAT);
+    writeBytes(file, bytes, size);
+    fdatasync(file);
+    close(file);
+}
+
 void savePagePlainly(uint32_t)
 {
-    const int setting = openFile("/userdata/plain-save.sav", O_WRONLY | O_CREAT | O_TRUNC);
-    writeBytes(setting, plainRecord, sizeof plainRecord);
-    close(setting);
+    replaceFile("/userdata/plain-save.sav", plainRecord, sizeof plainRecord);
     copyPlainly(plainCopy, plainRecord, sizeof plainRecord);
-    const int page = openFile("/userdata/plain-page.sav", O_WRONLY | O_CREAT | O_TRUNC);
     for (uint32_t i = 0; i < kViewCount; ++i) {
         readPlainView(i);
-        writeBytes(page, plainView, sizeof plainView);
+        copyPlainly(plainPage[i], plainView, sizeof plainView);
     }
-    close(page);
+    replaceFile("/userdata/plain-page.sav", plainPage, sizeof plainPage);
 }
 
 } // namespace

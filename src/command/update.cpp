@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "command/channel.h"
@@ -29,6 +30,7 @@ constexpr char kInstall[] = "cp -f /usr/bin/vesk_h264 /usr/bin/vesk_h264_backup 
                             "cp -f /userdata/_update.pkg /usr/bin/vesk_h264 && "
                             "chmod +x /usr/bin/vesk_h264 && sync && sync";
 
+constexpr mode_t kPermissions = 07777;
 constexpr uint8_t kThisProgram = 7; // dat2: the target of the update
 constexpr uint8_t kVersion[] = {1, 10};
 
@@ -83,6 +85,25 @@ void storeNextBlock(uint32_t number)
     SendAckOrNack(kAck);
 }
 
+// Gives the package the permissions of a program: `cp` passes them on when it makes the new
+// executable, which can then run as soon as its content is there. Forces it to the disk, as the
+// copy is made from it. The results are dropped: without either, the command does what it can.
+void makePackageExecutable()
+{
+    FileHandle package = nullptr;
+    if (sd_open(&package, kPackage, kRead) != kFileOk) {
+        return;
+    }
+    const int file = fileno(package);
+    struct stat status {};
+    if (fstat(file, &status) == 0) {
+        const mode_t readers = status.st_mode & (S_IRUSR | S_IRGRP | S_IROTH);
+        fchmod(file, (status.st_mode & kPermissions) | readers >> 2);
+    }
+    fsync(file);
+    f_close(&package);
+}
+
 void finishTransfer()
 {
     f_close(&my_FIL);
@@ -91,6 +112,7 @@ void finishTransfer()
         return;
     }
     std::puts("check _update.pkg sucess");
+    makePackageExecutable();
     // The process ends even if the copy failed: the restart is the sender's only sign that the
     // update is over, and the shell has printed the reason.
     cpUpdateFile();
@@ -211,6 +233,12 @@ int32_t checkUpdateFileOk()
     }
     if (content == nullptr || sum != fpgaFileChecksum) {
         std::printf("check sum error: 0x%x != 0x%x\n", sum, fpgaFileChecksum);
+        return 0;
+    }
+    // Blocks that are left out can leave the sum right. fpgaFileSize has wrapped if the header's
+    // size was near 2^32, and is then taken as it is.
+    if (uint64_t{size} + kHeaderSize < fpgaFileSize) {
+        std::printf("check size error: %u < %u\n", size, fpgaFileSize - kHeaderSize);
         return 0;
     }
     return 1;

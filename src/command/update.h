@@ -1,9 +1,10 @@
 #pragma once
 
 // Firmware update, command 0x9A: receives a package in blocks of 1024 bytes into "_update.pkg",
-// checks its sum, keeps the old executable as "/usr/bin/vesk_h264_backup", installs the package as
-// "/usr/bin/vesk_h264", and ends the process, which the system then restarts. docs/protocol.md
-// describes the stream for senders. Main loop only.
+// checks its sum and its length, makes it executable, keeps the old executable as
+// "/usr/bin/vesk_h264_backup", installs the package as "/usr/bin/vesk_h264", and ends the process,
+// which the system then restarts. docs/protocol.md describes the stream for senders. Main loop
+// only.
 
 #include <cstdint>
 
@@ -30,11 +31,11 @@ void SoftwareUpdate();
 void getUpdateFileSize(const uint8_t *block);
 
 // Receives the block that follows the command, stores it and answers. When the package is complete
-// and its sum is right, installs it and does not return.
+// and its sum and length are right, installs it and does not return.
 void UpdateMcu1KToSDCARD();
 
-// 1 when the sum of all bytes of "_update.pkg", modulo 65536, equals the announced sum; else prints
-// both sums and returns 0.
+// 1 when the sum of all bytes of "_update.pkg", modulo 65536, equals the announced sum and the file
+// is not shorter than the announced package; else prints both sums, or both lengths, and returns 0.
 [[nodiscard]] int32_t checkUpdateFileOk();
 
 // Copies the executables and prints the output of the commands. Returns the wait status of the

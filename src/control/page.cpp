@@ -1,6 +1,7 @@
 #include "control/page.h"
 
 #include <cstdio>
+#include <cstring>
 
 #include "storage/UserSetting.h"
 #include "storage/UserSettingFile.h"
@@ -9,8 +10,9 @@
 
 namespace {
 
-// State, main loop only: the handle of the page files, closed between operations.
-FileHandle pageFile;
+// State, main loop only.
+FileHandle pageFile;               // the page being read; closed between operations
+ViewSetting savedPage[kViewCount]; // the page being saved, so that it leaves in one write
 
 FileName fileName(uint8_t page, uint8_t mode)
 {
@@ -57,20 +59,21 @@ int32_t SaveToPage(uint8_t page)
 {
     GetUserSetting()->factoryReset = 0;
     UserSettingSaveTo(0); // dropped: a failure is logged there, and the page is still written
-    if (sd_open(&pageFile, fileOfThisMode(page).text, kCreateAlways | kWrite) != kFileOk) {
+    const FileName name = fileOfThisMode(page);
+    SaveFile file = -1;
+    if (sd_beginSave(&file, name.text) != kFileOk) {
         return 0;
     }
     for (uint32_t i = 0; i < kViewCount; ++i) {
         // Dropped: a view that is not stored is written as this leaves it.
         LoadViewSetting(static_cast<int32_t>(i));
-        uint32_t done = 0;
-        if (f_write(&pageFile, GetSaveViewSetting(), sizeof(ViewSetting), &done) != kFileOk ||
-            done != sizeof(ViewSetting)) {
-            f_close(&pageFile);
-            return 0;
-        }
+        std::memcpy(&savedPage[i], GetSaveViewSetting(), sizeof savedPage[i]);
     }
-    f_close(&pageFile);
+    uint32_t done = 0;
+    if (sd_endSave(&file, name.text, savedPage, sizeof savedPage, &done) != kFileOk ||
+        done != sizeof savedPage) {
+        return 0;
+    }
     GetUserSetting()->pageNumber = page;
     return 1;
 }

@@ -19,7 +19,8 @@ int32_t LoadFromPage(uint8_t page);
 // Saves the user setting with its factory-reset flag cleared, writes the 16 views, and notes the
 // page number. A view that is not stored is written as LoadViewSetting() leaves it. A failure to
 // save the user setting is logged, and the page is still written. Returns 1, or 0 when the page's
-// file cannot be opened or the disk is full. The loss of the last few bytes may go unnoticed.
+// file cannot be opened or the disk does not take the whole page; a page that was there then stays,
+// unless the disk took a part of it.
 int32_t SaveToPage(uint8_t page);
 
 // 1 when the page's file can be opened, else 0. Only the low 8 bits of `page` count.

@@ -3,6 +3,7 @@
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "command/reception.h"
@@ -32,8 +33,33 @@ constexpr uint32_t kIdleWindowMs = 1000;
 
 void ignoreSignal(int) {}
 
-// A console that is closed, was never open, or is a pipe to a log must neither end the daemon nor
-// delay its messages.
+// If a standard stream is a pipe or a socket, writes on it fail when there is no room, instead of
+// waiting. Streams print a line in one write and drop what fails, and a pipe or a local socket
+// takes up to PIPE_BUF bytes whole or not at all: so whole lines are lost. A terminal or a file
+// stays as it is.
+void neverWaitFor(int descriptor)
+{
+    struct stat status {};
+    if (fstat(descriptor, &status) != 0 ||
+        (!S_ISFIFO(status.st_mode) && !S_ISSOCK(status.st_mode))) {
+        return;
+    }
+    // A pipe that is opened anew gets flags of its own. Those of the old description belong to all
+    // that share it, as the program that started the daemon may.
+    char path[32];
+    std::snprintf(path, sizeof path, "/proc/self/fd/%d", descriptor);
+    const int own = open(path, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (own >= 0) {
+        dup2(own, descriptor);
+        close(own);
+        return;
+    }
+    // A socket cannot be opened, nor anything without /proc.
+    fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) | O_NONBLOCK);
+}
+
+// A console that is closed, was never open, is a pipe to a log or has no reader must neither end
+// the daemon nor delay it or its messages.
 void prepareConsole()
 {
     // If a standard stream were closed, the serial line or the socket would get its descriptor, and
@@ -45,6 +71,8 @@ void prepareConsole()
     if (descriptor >= 0) {
         close(descriptor);
     }
+    neverWaitFor(STDOUT_FILENO);
+    neverWaitFor(STDERR_FILENO);
     // A handler rather than SIG_IGN, which the programs that the daemon starts would inherit.
     // The results are dropped: with valid arguments neither call fails, and the daemon would run
     // on.

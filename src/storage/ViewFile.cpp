@@ -9,7 +9,7 @@
 
 namespace {
 
-// State, main loop only: the handle of the view files, closed between operations.
+// State, main loop only: the handle of the view file being read, closed between operations.
 FileHandle viewFile;
 
 FileName fileName(int32_t slot)
@@ -98,13 +98,13 @@ int32_t SaveViewSetting(int32_t slot)
     view.identification = kViewId;
     view.viewNumber = static_cast<uint8_t>(slot);
     const FileName name = fileName(slot);
-    if (sd_open(&viewFile, name.text, kCreateAlways | kWrite) != kFileOk) {
+    SaveFile file = -1;
+    if (sd_beginSave(&file, name.text) != kFileOk) {
         std::printf("open file %s fail\r\n", name.text);
         return 0;
     }
     uint32_t done = 0;
-    const uint32_t result = f_write(&viewFile, &view, sizeof view, &done);
-    f_close(&viewFile);
+    const uint32_t result = sd_endSave(&file, name.text, &view, sizeof view, &done);
     if (result != kFileOk || done != sizeof view) {
         std::printf("wirte file %s fail\r\n", name.text);
         return 0;

@@ -27,8 +27,7 @@ int32_t LoadViewSetting(int32_t slot);
 
 // Stores the slot buffer, after setting its identification and view number. Returns 1. Returns 0
 // when the slot is not 0 to 15, or, with a message, when the file cannot be opened or takes less
-// than the whole view. Bytes still in the stream's buffer may be lost without a failure, as on a
-// full disk.
+// than the whole view, as on a full disk.
 int32_t SaveViewSetting(int32_t slot);
 
 // Removes all stored views, and clears the identification in the slot buffer.

@@ -3,9 +3,14 @@
 // The file store: every persistent setting is one flat file in one directory, read and written
 // whole. The f_ operations work on an open file, the sd_ operations on bare names in the directory.
 //
-// Nothing here is atomic: a save truncates the file and writes it anew, so a power cut during a
-// save leaves it empty or short. Main loop only, and not re-entrant: the whole-file operations
-// share one handle.
+// A save replaces a file in place and never empties it first: one write of the whole record, then
+// the length, then the disk. So whatever stops a save leaves the old record, the new one or, when
+// it stops the write itself, the beginning of the new one before the rest of the old one
+// (docs/files.md). There is no second file and no rename.
+//
+// Only regular files are opened, so nothing here waits for a writer or a reader.
+//
+// Main loop only, and not re-entrant: the operations that read whole files share one handle.
 
 #include <cstdint>
 #include <cstdio>
@@ -34,8 +39,8 @@ inline constexpr uint32_t kAppend = 0x20;       // the same
 inline constexpr uint32_t kWrite = 0x02;        // opens nothing by itself
 
 // Opens the file at the full `path` and stores it in `*handle`. On failure stores null and prints a
-// message. A file that `*handle` held before is not closed. A mode that opens nothing leaves
-// `*handle` alone.
+// message. What is no regular file cannot be opened. A file that `*handle` held before is not
+// closed. A mode that opens nothing leaves `*handle` alone.
 [[nodiscard]] uint32_t f_open(FileHandle *handle, const char *path, uint32_t mode);
 
 // Closes the file and makes the handle null. Fails only when the handle is already closed. Bytes
@@ -73,6 +78,22 @@ uint32_t sd_getFileSize(const char *name);
 // number of bytes read, and prints a message when the two differ. Returns 0 when the file cannot be
 // opened. The rest of the buffer stays as it was.
 uint32_t sd_readFile(const char *name, void *buffer, uint32_t capacity);
+
+// A file that is about to be replaced: a descriptor, or -1 for none. Programs that the daemon
+// starts do not inherit it.
+using SaveFile = int32_t;
+
+// Opens the file for sd_endSave(), and leaves its content alone until then. Returns kFileOk; if the
+// file can be neither opened nor made, stores -1, prints a message and returns kFileFailed. A file
+// that is new has no name yet, where the file system can do that.
+[[nodiscard]] uint32_t sd_beginSave(SaveFile *file, const char *name);
+
+// Replaces the content, waits until the disk has it, gives a new file its `name`, and closes the
+// file. Stores the number of bytes that the file system took in `*done`. If that is less than
+// `length`, what follows them stays as it was, and a new file is dropped where it had no name.
+// Fails only when the file is closed, and then leaves `*done` alone.
+uint32_t sd_endSave(SaveFile *file, const char *name, const void *buffer, uint32_t length,
+                    uint32_t *done);
 
 // Makes or replaces the file. Returns 1, or 0 with a message when it cannot be opened. Bytes that
 // the file system does not take, as on a full disk, are lost without a failure.

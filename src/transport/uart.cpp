@@ -43,10 +43,12 @@ int32_t UARTInit(uint32_t port)
         return result;
     }
     pthread_t thread;
-    // Without the thread nothing is received, but the daemon still bridges and sends.
-    if (pthread_create(&thread, nullptr, uart_receive_fun, portArgument(port)) == 0) {
-        pthread_detach(thread);
+    const int error = pthread_create(&thread, nullptr, uart_receive_fun, portArgument(port));
+    if (error != 0) { // nothing will be received, but the daemon still bridges and sends
+        return std::fprintf(stderr, "UARTInit: no reader thread for %s: %s\n", DEV_NAME[port],
+                            std::strerror(error));
     }
+    pthread_detach(thread);
     return std::printf("==kel UARTInit DEV_NAME[%d]:%s\n", static_cast<int>(port), DEV_NAME[port]);
 }
 

@@ -13,8 +13,9 @@
 inline constexpr uint32_t kUartReceiveBuffer = 20480;
 
 // Opens and sets up a port and starts its detached reader thread. If the device is unusable, logs
-// that and starts no thread. Returns the length of its last message, or -1 when the set-up failed;
-// the daemon runs on either way. Main thread, once for each port.
+// that and starts no thread; if the thread cannot be made, says so on standard error. Returns the
+// length of its last message, or -1 when the set-up failed; the daemon runs on either way. Main
+// thread, once for each port.
 int32_t UARTInit(uint32_t port);
 
 // Sends bytes on a port in chunks of at most 256, with a pause of 80 ms after each full chunk

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <array>
 #include <bit>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -81,8 +82,11 @@ int32_t udpecho_init()
     pthread_attr_setschedparam(&pthread_pro, &s_parm);
     pthread_t thread{};
     void *const argument = reinterpret_cast<void *>(static_cast<intptr_t>(sock));
-    if (pthread_create(&thread, &pthread_pro, server_fun, argument) != 0) {
-        return -1; // there is no thread to detach
+    const int error = pthread_create(&thread, &pthread_pro, server_fun, argument);
+    if (error != 0) { // no PC will be heard, but the front board is
+        errno = error;
+        perror("udpecho_init: no receive thread");
+        return -1;
     }
     return pthread_detach(thread);
 }

@@ -33,8 +33,8 @@ extern uint32_t startTime;       // tick at which the last to_pcudp() finished
 // Opens the socket on every local address and starts the detached receive thread. Ends the process
 // with status 1 if the mutex or the socket cannot be made, and with 2 if the port cannot be bound
 // because it is taken or the process may not use ports below 1024. Returns the result of detaching
-// the thread, or -1 if the thread could not be started; the daemon runs on either way. Main thread,
-// once.
+// the thread, or -1 with a message on standard error if the thread could not be started; the daemon
+// runs on either way. Main thread, once.
 // Requires: udp_receive_pipe_init() has been called.
 //
 // The thread's attributes name SCHED_FIFO at the highest priority but leave inheritance at its

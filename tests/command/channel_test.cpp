@@ -1,18 +1,9 @@
-// The table of command channels: who gets which slot, who loses it, what is kept and what is
-// printed.
+// The table of command channels: who gets which slot, what is kept and what is printed.
 
 #include "command/channel.h"
 
 #include <algorithm>
-#include <array>
-#include <cstddef>
-#include <cstdio>
-#include <functional>
-#include <iterator>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
+#include <map>
 
 #include <gtest/gtest.h>
 
@@ -74,28 +65,20 @@ std::string printedByReceiving(uint32_t type, uint64_t address, std::string_view
     return printedBy([&] { IsrReceiveBuffer(type, address, bytesOf(bytes), lengthOf(bytes)); });
 }
 
-// Records ----------------------------------------------------------------------------------------
-
 TEST(Channel, HasTheDocumentedKindsAndCounts)
 {
-    EXPECT_EQ(kChannelUdp, 0u);
-    EXPECT_EQ(kChannelSerial, 2u);
-    EXPECT_EQ(kChannelFree, 5u);
-    EXPECT_EQ(kChannelCount, 10);
-    EXPECT_EQ(kNoChannel, 255);
+    static_assert(kChannelUdp == 0 && kChannelSerial == 2 && kChannelFree == 5);
+    static_assert(kChannelCount == 10 && kNoChannel == 255);
 }
 
 TEST(Channel, StartsUnboundAndEmptyOverItsOwnStorageInOneOfTenRecords)
 {
     makeChannels();
-    constexpr size_t kOn32BitProcessors = 4136;
-    const size_t size = sizeof(void *) == 4 ? kOn32BitProcessors : sizeof(Channel);
+    const size_t size = sizeof(void *) == 4 ? 4136 : sizeof(Channel); // on 32-bit processors
     EXPECT_EQ(mallocs, std::vector<size_t>(10, size));
     for (const Channel *const slot : channel) {
         ASSERT_NE(slot, nullptr);
-        EXPECT_EQ(slot->type, 5u);
-        EXPECT_EQ(slot->address, 0u);
-        EXPECT_EQ(slot->lastTime, 0u);
+        EXPECT_TRUE(slot->type == 5 && slot->address == 0 && slot->lastTime == 0);
         EXPECT_EQ(slot->pipe.start, slot->storage);
         EXPECT_EQ(slot->pipe.end, slot->storage + 4096);
         EXPECT_EQ(slot->pipe.write, slot->storage);
@@ -105,17 +88,14 @@ TEST(Channel, StartsUnboundAndEmptyOverItsOwnStorageInOneOfTenRecords)
     EXPECT_EQ(getUsedChannel(0, 0), 255);
 }
 
-// Finding ----------------------------------------------------------------------------------------
-
 TEST(Channel, IsFoundByKindAndAll64BitsOfTheAddress)
 {
     makeChannels();
-    ASSERT_EQ(getFreeChannel(2, 7), 0);
-    ASSERT_EQ(getFreeChannel(0, 7), 1);
-    ASSERT_EQ(getFreeChannel(2, kPeer), 2);
-    EXPECT_EQ(getUsedChannel(2, 7), 0);
-    EXPECT_EQ(getUsedChannel(0, 7), 1);
-    EXPECT_EQ(getUsedChannel(2, kPeer), 2);
+    for (auto *const get : {getFreeChannel, getUsedChannel}) {
+        EXPECT_EQ(get(2, 7), 0);
+        EXPECT_EQ(get(0, 7), 1);
+        EXPECT_EQ(get(2, kPeer), 2);
+    }
     EXPECT_EQ(getUsedChannel(0, kPeer), 255);
     EXPECT_EQ(getUsedChannel(1, 7), 255);
     for (int bit = 0; bit < 64; ++bit) {
@@ -134,8 +114,6 @@ TEST(Channel, IsTheLowestOfThoseBoundToOneSource)
     EXPECT_EQ(getUsedChannel(2, 9), 9);
 }
 
-// Binding ----------------------------------------------------------------------------------------
-
 TEST(Channel, BindsTheLowestFreeSlotHoweverLongOthersAreIdle)
 {
     bindAll();
@@ -143,24 +121,21 @@ TEST(Channel, BindsTheLowestFreeSlotHoweverLongOthersAreIdle)
     channel[7]->type = 5;
     channel[3]->type = 5;
     EXPECT_EQ(getFreeChannel(0, 0x1122334455667788), 3);
-    EXPECT_EQ(channel[3]->type, 0u);
-    EXPECT_EQ(channel[3]->address, 0x1122334455667788u);
+    EXPECT_TRUE(channel[3]->type == 0 && channel[3]->address == 0x1122334455667788);
     EXPECT_EQ(getFreeChannel(2, 77), 7);
-    EXPECT_EQ(channel[7]->type, 2u);
-    EXPECT_EQ(channel[7]->address, 77u);
+    EXPECT_TRUE(channel[7]->type == 2 && channel[7]->address == 77);
 }
 
 TEST(Channel, GivesAnEleventhSourceTheSlotIdleLongest)
 {
-    struct Row {
+    constexpr uint32_t t = kNow;
+    // clang-format off
+    constexpr struct {
         const char *name;
         uint32_t now;
         std::array<uint32_t, 10> lastTimes;
         uint8_t slot;
-    };
-    constexpr uint32_t t = kNow;
-    // clang-format off
-    constexpr Row kRows[] = {
+    } kRows[] = {
         {"one in the middle",            t, {500, 400, 300, 200, 150, 120, 110, 100, 130, 140}, 7},
         {"the last",                     t, {9, 9, 9, 9, 9, 9, 9, 9, 9, 8},                     9},
         {"the lowest on equal ages",     t, {50, 40, 30, 20, 30, 20, 30, 20, 30, 40},           3},
@@ -180,7 +155,7 @@ TEST(Channel, GivesAnEleventhSourceTheSlotIdleLongest)
     bindAll();
     EXPECT_EQ(readings, 0);
     uint64_t source = 1000;
-    for (const Row &row : kRows) {
+    for (const auto &row : kRows) {
         setLastTimes(row.lastTimes);
         fakeClock.setMs(row.now);
         const uint64_t old = channel[row.slot]->address;
@@ -191,8 +166,7 @@ TEST(Channel, GivesAnEleventhSourceTheSlotIdleLongest)
     }
     EXPECT_EQ(readings, 10);
     EXPECT_EQ(getFreeChannel(0, kPeer), 5);
-    EXPECT_EQ(channel[5]->type, 0u);
-    EXPECT_EQ(channel[5]->address, kPeer);
+    EXPECT_TRUE(channel[5]->type == 0 && channel[5]->address == kPeer);
 }
 
 TEST(Channel, KeepsBytesAndTimeOfTheOldSource)
@@ -209,19 +183,15 @@ TEST(Channel, KeepsBytesAndTimeOfTheOldSource)
     EXPECT_EQ(getUsedChannel(0, 0x2710'0900000A), 255);
 }
 
-// Receiving --------------------------------------------------------------------------------------
-
 TEST(Channel, PrintsWhichSlotANewSourceGets)
 {
-    struct Row {
-        uint32_t type;
-        uint64_t address;
-        const char *bytes;
-        const char *prints;
-    };
     constexpr uint64_t kMinusOne = 0xFFFFFFFF'FFFFFFFF;
     // clang-format off
-    constexpr Row kRows[] = {
+    constexpr struct {
+        uint32_t type;
+        uint64_t address;
+        const char *bytes, *prints;
+    } kRows[] = {
         {2, 0,         "a", "getFreeChannel from=0, type=2, port=0\n"},
         {2, 1,         "b", "getFreeChannel from=1, type=2, port=1\n"},
         {2, 0,         "c", ""},
@@ -232,7 +202,7 @@ TEST(Channel, PrintsWhichSlotANewSourceGets)
     };
     // clang-format on
     makeChannels();
-    for (const Row &row : kRows) {
+    for (const auto &row : kRows) {
         EXPECT_EQ(printedByReceiving(row.type, row.address, row.bytes), row.prints) << row.bytes;
     }
     EXPECT_EQ(contentOf(channel[0]->pipe), "ac");
@@ -262,29 +232,23 @@ TEST(Channel, StoresTheBytesThatFindRoomAfterALostOne)
 
 TEST(Channel, Holds4095BytesAndDropsEachOtherOneWithAMessage)
 {
-    struct Row {
+    const struct {
         uint32_t type;
         uint64_t address;
-        const char *message;
+        std::string message;
+    } rows[] = {
+        {2, 0, "IsrReceiveBuffer error: type=0x2, port=0x0\n"},
+        {0, kPeer, "IsrReceiveBuffer error: type=0x0, port=0xa0000c9\n"},
+        {2, 0xFFFFFFFF'FFFFFFFF, "IsrReceiveBuffer error: type=0x2, port=0xffffffff\n"},
     };
-    // clang-format off
-    constexpr Row kRows[] = {
-        {2, 0,                    "IsrReceiveBuffer error: type=0x2, port=0x0\n"},
-        {0, kPeer,                "IsrReceiveBuffer error: type=0x0, port=0xa0000c9\n"},
-        {2, 0xFFFFFFFF'FFFFFFFF,  "IsrReceiveBuffer error: type=0x2, port=0xffffffff\n"},
-    };
-    // clang-format on
     makeChannels();
     const std::string bytes = countingBytes(4098, 257); // of every value
-    uint8_t slot = 0;
-    for (const Row &row : kRows) {
-        const std::string message = row.message;
+    for (const auto &row : rows) {
         printedByReceiving(row.type, row.address, bytes.substr(0, 1));
         EXPECT_EQ(printedByReceiving(row.type, row.address, bytes.substr(1, 4094)), "");
         EXPECT_EQ(printedByReceiving(row.type, row.address, bytes.substr(4095)),
-                  message + message + message);
-        EXPECT_EQ(contentOf(channel[slot]->pipe), bytes.substr(0, 4095)) << message;
-        ++slot;
+                  row.message + row.message + row.message);
+        EXPECT_EQ(contentOf(channel[&row - rows]->pipe), bytes.substr(0, 4095)) << row.message;
     }
     // The others have room.
     EXPECT_EQ(printedByReceiving(2, 1, "room"), "getFreeChannel from=3, type=2, port=1\n");
@@ -294,17 +258,15 @@ TEST(Channel, Holds4095BytesAndDropsEachOtherOneWithAMessage)
 TEST(Channel, TakesSingleBytesSilentlyUntilItIsFull)
 {
     makeChannels();
-    EXPECT_EQ(printedBy([] {
-                  EXPECT_EQ(IsrReceiveCommand(2, 6, 'a'), 1);
-                  EXPECT_EQ(IsrReceiveCommand(2, 6, 0xFF), 1);
-                  EXPECT_EQ(IsrReceiveCommand(0, 6, 'b'), 1);
-                  EXPECT_EQ(IsrReceiveCommand(2, 6, 0), 1);
-                  for (int i = 1; i < 4095; ++i) {
-                      EXPECT_EQ(IsrReceiveCommand(0, 6, 'b'), 1);
-                  }
-                  EXPECT_EQ(IsrReceiveCommand(0, 6, 'c'), 0);
-              }),
-              "");
+    const auto receive = [] {
+        for (const uint8_t byte : std::array<uint8_t, 3>{'a', 0xFF, 0}) {
+            EXPECT_EQ(IsrReceiveCommand(2, 6, byte), 1);
+        }
+        for (int i = 0; i < 4096; ++i) {
+            EXPECT_EQ(IsrReceiveCommand(0, 6, 'b'), i < 4095);
+        }
+    };
+    EXPECT_EQ(printedBy(receive), "");
     EXPECT_EQ(getUsedChannel(2, 6), 0);
     EXPECT_EQ(getUsedChannel(0, 6), 1);
     EXPECT_EQ(contentOf(channel[0]->pipe), (std::string{'a', '\xFF', '\0'}));
@@ -320,24 +282,17 @@ TEST(Channel, EvictsForASingleByteToo)
     EXPECT_EQ(contentOf(channel[2]->pipe), "x");
 }
 
-// The channel of the command ---------------------------------------------------------------------
-
 TEST(Channel, GivesTheKindOfTheChannelBeingExecuted)
 {
     makeChannels();
     getFreeChannel(2, 0);
     getFreeChannel(0, 0);
-    commandFrom = 0;
-    current_channel = 1;
-    EXPECT_EQ(get_channel_type(), 0u);
-    commandFrom = 1;
-    current_channel = 0;
-    EXPECT_EQ(get_channel_type(), 2u);
-    current_channel = 9;
-    EXPECT_EQ(get_channel_type(), 5u);
+    for (const auto &[index, type] : std::map<uint8_t, uint32_t>{{0, 2}, {1, 0}, {9, 5}}) {
+        commandFrom = index == 1 ? 0 : 1; // another one
+        current_channel = index;
+        EXPECT_EQ(get_channel_type(), type);
+    }
 }
-
-// Without memory ---------------------------------------------------------------------------------
 
 TEST(Channel, GivesNobodyASlotWithoutMemoryAndDropsEveryByteAndReply)
 {
@@ -348,30 +303,24 @@ TEST(Channel, GivesNobodyASlotWithoutMemoryAndDropsEveryByteAndReply)
     EXPECT_EQ(getUsedChannel(5, 0), 255);
     EXPECT_EQ(getFreeChannel(2, 0), 255);
     EXPECT_EQ(get_channel_type(), 5u);
+    const std::string error = "IsrReceiveBuffer error: type=0x2, port=0x1\n";
     for (int burst = 0; burst < 2; ++burst) {
-        EXPECT_EQ(printedByReceiving(2, 1, "ab"), "getFreeChannel from=255, type=2, port=1\n"
-                                                  "IsrReceiveBuffer error: type=0x2, port=0x1\n"
-                                                  "IsrReceiveBuffer error: type=0x2, port=0x1\n");
+        EXPECT_EQ(printedByReceiving(2, 1, "ab"),
+                  "getFreeChannel from=255, type=2, port=1\n" + error + error);
     }
     EXPECT_EQ(IsrReceiveCommand(2, 1, 'x'), 0);
-    EXPECT_EQ(transcriptOf([] {
-                  TaskCommand();
-                  SendRs232Command();
-              }),
-              "");
+    EXPECT_EQ(transcriptOf(TaskCommand), "");
+    EXPECT_EQ(transcriptOf(SendRs232Command), "");
     EXPECT_EQ(commandFrom, 9);
 }
 
 TEST(Channel, PassesOverSlotsWithoutMemory)
 {
     makeChannels([](size_t call) { return call == 0 || call == 4 || call == 9; });
-    EXPECT_EQ(getFreeChannel(2, 0), 1);
-    EXPECT_EQ(getUsedChannel(2, 0), 1);
-    for (const int expected : {2, 3, 5, 6, 7, 8}) {
-        EXPECT_EQ(getFreeChannel(2, static_cast<uint64_t>(expected)), expected);
-    }
-    for (const int index : {1, 2, 3, 5, 6, 7, 8}) {
-        channel[index]->lastTime = kNow; // age 0 is no reason to pick none
+    for (const uint8_t expected : std::array<uint8_t, 7>{1, 2, 3, 5, 6, 7, 8}) {
+        EXPECT_EQ(getFreeChannel(2, expected), expected);
+        EXPECT_EQ(getUsedChannel(2, expected), expected);
+        channel[expected]->lastTime = kNow; // age 0 is no reason to pick none
     }
     EXPECT_EQ(getFreeChannel(2, 100), 1);
     channel[7]->lastTime = 1;

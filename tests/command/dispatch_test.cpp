@@ -1,33 +1,19 @@
 // Every command and sub-command there can be, against the command table: as written down here, and
-// as docs/protocol.md tells integrators. What the handlers call in other modules is replaced by
-// notes of the call.
+// as docs/protocol.md tells integrators. Calls of other modules are noted instead.
 
 #include "command/dispatch.h"
 
-#include <algorithm>
-#include <array>
-#include <cstdint>
-#include <cstdio>
-#include <cstring>
 #include <fstream>
-#include <iterator>
-#include <map>
 #include <regex>
 #include <set>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
-#include "command/channel.h"
-#include "command/reception.h"
-#include "command/reply.h"
 #include "control/ip.h"
 #include "storage/UserPref.h"
+#include "tests/support/arrival.h"
 #include "tests/support/bytes.h"
-#include "tests/support/clock.h"
-#include "tests/support/exchange.h"
 #include "tests/support/replace.h"
 
 namespace {
@@ -38,7 +24,7 @@ std::vector<std::string> journal; // every call of another module, in order
 uint32_t systemVersion = 0x020D;
 uint32_t serialNumber = 0x8123;
 
-// What the getters yield: nothing that a test writes, so that a value read back shows.
+// What the getters yield, which is nothing that a test writes.
 constexpr uint8_t kIp[] = {0xA1, 0xA2, 0xA3, 0xA4};
 constexpr uint8_t kMask[] = {0xB1, 0xB2, 0xB3, 0xB4};
 constexpr uint8_t kGateway[] = {0xC1, 0xC2, 0xC3, 0xC4};
@@ -90,17 +76,10 @@ NOTED_SETTER(_Z8SetDefGWPKh,      "SetDefGW")
 NOTED_GETTER(_Z12GetIpAddressPh,  "GetIpAddress", kIp)
 NOTED_GETTER(_Z10GetNetMaskPh,    "GetNetMask",   kMask)
 NOTED_GETTER(_Z8GetDefGWPh,       "GetDefGW",     kGateway)
+REPLACE(void, _Z7read_ipv, ()) { note("read_ip with isSetIp " + std::to_string(isSetIp)); }
+REPLACE(void, _Z7setDhcph, (uint8_t enable)) { note("setDhcp " + std::to_string(enable)); }
+REPLACE(uint32_t, _Z11getDeviceSNv, ()) { return serialNumber; }
 // clang-format on
-
-REPLACE(void, _Z7read_ipv, ())
-{
-    note("read_ip with isSetIp " + std::to_string(isSetIp));
-}
-
-REPLACE(void, _Z7setDhcph, (uint8_t enable))
-{
-    note("setDhcp " + std::to_string(enable));
-}
 
 REPLACE(uint32_t, _Z16getSystemVersionv, ())
 {
@@ -114,11 +93,6 @@ REPLACE(int32_t, _Z12saveDeviceSNj, (uint32_t number))
     return 1;
 }
 
-REPLACE(uint32_t, _Z11getDeviceSNv, ())
-{
-    return serialNumber;
-}
-
 namespace {
 
 // Channel 0 is the front board's line and asks.
@@ -127,9 +101,7 @@ protected:
     Dispatch()
     {
         fakeClock.setMs(1000);
-        InitRs232CommandVariable();
-        getFreeChannel(2, 0);
-        commandFrom = 0;
+        openLine();
         getUserPref()->dhcpEnable = 1;
         std::memcpy(getUserPref()->mac, kMac, sizeof kMac);
     }
@@ -139,9 +111,7 @@ protected:
     {
         journal.clear();
         sent.clear();
-        commandToLED = {parameters[0], parameters[1], parameters[2], parameters[3],
-                        parameters[4], parameters[5], parameters[6], 0x77};
-        std::memset(&commandFromLED, 0xB2, sizeof commandFromLED);
+        request(parameters);
         const auto before = bytesOf(commandToLED);
         processCmdData();
         ASSERT_EQ(bytesOf(commandToLED), before); // handlers leave the request alone
@@ -150,9 +120,7 @@ protected:
 
 // The table under "## Commands" of the protocol document, in its words and order.
 struct Expected {
-    const char *command;
-    const char *dat1;
-    const char *reply;
+    const char *command, *dat1, *reply;
     const char *calls; // of other modules, without parameters
     const char *prints = "";
 };
@@ -208,8 +176,7 @@ const Expected &findExpected(uint8_t command, uint8_t dat1)
     });
 }
 
-// The table's reply: ACK, NAK, none, the four data bytes in hexadecimal or by name, or "see" for a
-// handler of another module, which answers itself.
+// The table's reply. After "see" it is that of a handler of another module, which is not executed.
 Calls announced(const std::string &reply, const Parameters &request)
 {
     static const std::map<std::string, uint8_t> kNames = {
@@ -230,10 +197,9 @@ Calls announced(const std::string &reply, const Parameters &request)
         std::istringstream words(reply);
         std::string word;
         for (size_t i = 3; words >> word; ++i) {
-            const auto named = kNames.find(word);
-            parameters.at(i) = named != kNames.end()
-                                   ? named->second
-                                   : static_cast<uint8_t>(std::stoul(word, nullptr, 16));
+            const bool isNamed = kNames.contains(word);
+            const auto value = isNamed ? kNames.at(word) : std::stoul(word, nullptr, 16);
+            parameters.at(i) = static_cast<uint8_t>(value);
         }
     }
     return uart0({replyFrame(parameters)});
@@ -259,13 +225,11 @@ TEST_F(Dispatch, AnswersEveryCommandAndSubCommandAsTheTableSays)
             const auto dat1 = static_cast<uint8_t>(code);
             // Parameters that differ from command to command and from each other.
             const auto mixed = static_cast<uint8_t>(code * 0x9D + (code >> 8));
-            const Parameters request = {static_cast<uint8_t>(mixed + 0x11),
-                                        static_cast<uint8_t>(mixed + 0x22),
-                                        command,
-                                        dat1,
-                                        static_cast<uint8_t>(mixed | 2), // another DHCP value
-                                        static_cast<uint8_t>(mixed + 0x44),
-                                        static_cast<uint8_t>(mixed + 0x55)};
+            Parameters request = {0x11, 0x22, command, dat1, 0, 0x44, 0x55};
+            for (const size_t i : {0u, 1u, 5u, 6u}) {
+                request[i] = static_cast<uint8_t>(request[i] + mixed);
+            }
+            request[4] = mixed | 2; // another DHCP value
             const Expected &expected = findExpected(command, dat1);
             used.insert(&expected);
             execute(request);
@@ -304,14 +268,12 @@ TEST_F(Dispatch, TableIsThatOfTheProtocolDocument)
 // What the table above does not show: the parameters of the calls, and their order with the reply.
 TEST_F(Dispatch, ExecutesTheRows)
 {
-    struct Row {
-        const char *name;
-        const char *request;
+    // clang-format off
+    const struct {
+        const char *name, *request;
         std::string reply;
         std::string before; // calls of other modules, and what is printed, before the reply
-    };
-    // clang-format off
-    const Row rows[] = {
+    } rows[] = {
         {"memory use",          "<T0102101103040530>", "<F0102101103040530>","mymem_print_info"},
         {"10 with dat1 12",     "<T0102101203040531>", "<F010210ffffffff0f>",""},
         {"0F",                  "<T00000f1100000020>", "<F00000fffffffff0b>",""},
@@ -333,16 +295,15 @@ TEST_F(Dispatch, ExecutesTheRows)
          "SetIpAddress 10.20.30.40\nread_ip with isSetIp 1\nGetIpAddress"},
     };
     // clang-format on
-    for (const Row &row : rows) {
+    for (const auto &row : rows) {
         EXPECT_EQ(isSetIp, 0) << row.name; // set by the last row only
         Rs232Command request;
         StrToRs232Command(row.request, &request);
         Parameters parameters;
         std::memcpy(parameters.data(), &request, parameters.size());
-        EXPECT_EQ(transcriptOf([&] { execute(parameters); }),
-                  row.before + (row.before.empty() ? "" : "\n") +
-                      (row.reply.empty() ? "" : "> " + row.reply + "\n"))
-            << row.name;
+        const std::string before = row.before + (row.before.empty() ? "" : "\n");
+        const std::string reply = row.reply.empty() ? "" : "> " + row.reply + "\n";
+        EXPECT_EQ(transcriptOf([&] { execute(parameters); }), before + reply) << row.name;
     }
     EXPECT_EQ(isSetIp, 1);
 }
@@ -359,8 +320,6 @@ TEST_F(Dispatch, AnswersValuesAsTheyAreStored)
     execute({0, 0, 0x8E, 3, 9, 9, 9});
     EXPECT_EQ(sent, uart0({"<F00008e0307000098>"}));
 }
-
-// Pass-through mode ------------------------------------------------------------------------------
 
 TEST_F(Dispatch, IgnoresEveryCommandButOneInPassThroughMode)
 {

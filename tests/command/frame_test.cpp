@@ -1,14 +1,9 @@
-// The record on the wire. Expected characters come from printf's "%02x" and from a plain search in
-// the digits, expected sums are written out.
+// The record on the wire. Expected digits come from printf() and a search, expected sums by hand.
 
 #include "command/frame.h"
 
-#include <array>
 #include <cctype>
 #include <cstring>
-#include <memory>
-#include <string>
-#include <string_view>
 
 #include <gtest/gtest.h>
 
@@ -30,10 +25,9 @@ Rs232Command recordOf(const Bytes &bytes)
 // From exactly the 18 characters before the end, so that a sanitizer sees a look at the end.
 Bytes decoded(const std::string &frame)
 {
-    const std::unique_ptr<char[]> text(new char[18]);
-    std::memcpy(text.get(), frame.data(), 18);
+    const std::vector<char> text(frame.begin(), frame.begin() + 18);
     Rs232Command record{};
-    StrToRs232Command(text.get(), &record);
+    StrToRs232Command(text.data(), &record);
     return bytesOf(record);
 }
 
@@ -50,9 +44,7 @@ TEST(Frame, HasTheDocumentedHeadersAndEnd)
     EXPECT_STREQ(CommandToLEDHeader, "<T");
     EXPECT_STREQ(CommandFromLEDHeader, "<F");
     EXPECT_STREQ(CommandEnd, ">");
-    EXPECT_EQ(kFrameHeaderLength, 2u);
-    EXPECT_EQ(kFrameEndOffset, 18u);
-    EXPECT_EQ(kFrameLength, 19u);
+    static_assert(kFrameHeaderLength == 2 && kFrameEndOffset == 18 && kFrameLength == 19);
 }
 
 TEST(Frame, ReadsDigitsInEitherCaseAndAnyOtherCharacterAsZero)
@@ -80,13 +72,10 @@ TEST(Frame, WritesEveryByteAsTwoLowercaseCharactersAndNothingElse)
 
 TEST(Frame, DecodesTheRows)
 {
-    struct Row {
-        const char *name;
-        const char *frame;
-        const char *bytes; // in hexadecimal
-    };
     // clang-format off
-    constexpr Row kRows[] = {
+    constexpr struct {
+        const char *name, *frame, *bytes; // in hexadecimal
+    } kRows[] = {
         {"the device type command",   "<T0000680100000069>", "0000680100000069"},
         {"each byte at its offset",   "<T0123456789abcdef>", "0123456789abcdef"},
         {"mixed case",                "<TaBcDEffAbCdE0Af0>", "abcdeffabcde0af0"},
@@ -95,7 +84,7 @@ TEST(Frame, DecodesTheRows)
         {"header is not looked at",   "??0102030405060708?", "0102030405060708"},
     };
     // clang-format on
-    for (const Row &row : kRows) {
+    for (const auto &row : kRows) {
         EXPECT_EQ(hex(decoded(row.frame).data(), 8), row.bytes) << row.name;
     }
 }
@@ -121,12 +110,8 @@ TEST(Frame, EncodesTheFourDataBytesAsALine)
 
 TEST(Frame, SumsTheFirstSevenBytesModulo256)
 {
-    struct Row {
-        Bytes bytes;
-        uint8_t sum;
-    };
     // clang-format off
-    constexpr Row kRows[] = {
+    constexpr std::pair<Bytes, uint8_t> kRows[] = {
         {{0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00}, 0x00},
         {{0x00, 0x00, 0x68, 0x01, 0x00, 0x00, 0x00, 0x00}, 0x69},
         {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, 0xF9}, // 6f9; the last byte is not in it
@@ -134,11 +119,11 @@ TEST(Frame, SumsTheFirstSevenBytesModulo256)
         {{0x01, 0x02, 0x04, 0x08, 0x10, 0x20, 0x40, 0x00}, 0x7F}, // each counts once
     };
     // clang-format on
-    for (const Row &row : kRows) {
-        Rs232Command record = recordOf(row.bytes);
+    for (const auto &[bytes, sum] : kRows) {
+        Rs232Command record = recordOf(bytes);
         SetCheckSum(&record);
-        Bytes after = row.bytes;
-        after[7] = row.sum;
+        Bytes after = bytes;
+        after[7] = sum;
         EXPECT_EQ(bytesOf(record), after);
     }
 }
@@ -147,12 +132,11 @@ TEST(Frame, AcceptsTheRightChecksumAndPrintsItForAnyOther)
 {
     Rs232Command record = recordOf({0, 0, 0x68, 1, 0, 0, 0, 0});
     for (unsigned checksum = 0; checksum < 256; ++checksum) {
+        SCOPED_TRACE(checksum);
+        const bool isRight = checksum == 0x69;
         record.checksum = static_cast<uint8_t>(checksum);
-        int32_t result = -1;
-        EXPECT_EQ(printedBy([&] { result = CheckSum(&record); }),
-                  checksum == 0x69 ? "" : "checksum=105\r\n")
-            << checksum;
-        EXPECT_EQ(result, checksum == 0x69) << checksum;
+        EXPECT_EQ(printedBy([&] { EXPECT_EQ(CheckSum(&record), isRight); }),
+                  isRight ? "" : "checksum=105\r\n");
     }
     const Rs232Command large = recordOf({0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF});
     EXPECT_EQ(printedBy([&] { CheckSum(&large); }), "checksum=249\r\n"); // 6f9, modulo 256
@@ -160,19 +144,18 @@ TEST(Frame, AcceptsTheRightChecksumAndPrintsItForAnyOther)
 
 TEST(Frame, ClosesABufferWithTheSumOfTheBytesBefore)
 {
-    struct Row {
+    const std::string longBuffer(69999, '\xFF');
+    const struct {
         std::string before;
         uint32_t length;
         std::string after;
-    };
-    const std::string longBuffer(69999, '\xFF');
-    const Row rows[] = {
+    } rows[] = {
         {"abc", 0, "abc"},
         {"abc", 1, "\0bc"s},
         {"\x80\x81\x10\xEE\x77", 4, "\x80\x81\x10\x11\x77"},   // 111
         {longBuffer + "##", 70000, longBuffer + "\x91" + "#"}, // -69999 is -274 * 256 + 145
     };
-    for (const Row &row : rows) {
+    for (const auto &row : rows) {
         std::string buffer = row.before;
         SetBufferCheckSum(reinterpret_cast<uint8_t *>(buffer.data()), row.length);
         EXPECT_EQ(buffer, row.after) << row.length;

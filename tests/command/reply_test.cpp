@@ -2,19 +2,12 @@
 
 #include "command/reply.h"
 
-#include <array>
 #include <bit>
-#include <cstring>
-#include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
-#include "command/channel.h"
-#include "command/reception.h"
+#include "tests/support/arrival.h"
 #include "tests/support/bytes.h"
-#include "tests/support/clock.h"
-#include "tests/support/exchange.h"
 
 namespace {
 
@@ -28,75 +21,47 @@ protected:
     Reply()
     {
         fakeClock.setMs(1000);
-        InitRs232CommandVariable();
-        getFreeChannel(2, 0);
-        commandFrom = 0;
+        openLine();
         request({});
-    }
-
-    // As a handler finds it, with nothing of an earlier exchange that could pass for a reply.
-    static void request(const Parameters &parameters)
-    {
-        commandToLED = {parameters[0], parameters[1], parameters[2], parameters[3],
-                        parameters[4], parameters[5], parameters[6], 0x77};
-        std::memset(&commandFromLED, 0xB2, sizeof commandFromLED);
     }
 };
 
 TEST_F(Reply, HasTheDocumentedCodesAndSize)
 {
-    EXPECT_EQ(kAck, 6);
-    EXPECT_EQ(kNak, 21);
-    EXPECT_EQ(sizeof strCommandFromLED, 20u);
+    static_assert(kAck == 6 && kNak == 21 && sizeof strCommandFromLED == 20);
 }
 
 TEST_F(Reply, GoesToTheSourceOfTheChannelServed)
 {
-    struct Row {
-        uint32_t type;
-        uint64_t address;
-        const char *to; // "" nowhere
-    };
-    // clang-format off
-    constexpr Row kRows[] = {
-        {2,          0,                   "uart 0"},
-        {2,          1,                   "uart 1"},
-        {2,          300,                 "uart 300"},
-        {2,          0xFFFFFFFF'FFFFFFFF, "uart -1"},
-        {0,          0x00001388'0900000A, "udp 10.0.0.9:5000"},
-        {0,          0x0000FFFE'FDFCFBFA, "udp 250.251.252.253:65534"},
-        {1,          0,                   ""},
-        {3,          0,                   ""},
-        {4,          0,                   ""},
-        {5,          0,                   ""},
-        {6,          0,                   ""},
-        {0x100,      0,                   ""},
-        {0x80000002, 0,                   ""},
-        {0xFFFFFFFF, 0,                   ""},
-    };
-    // clang-format on
     commandFrom = 7;
     current_channel = 0; // the channel executed last has no say
     const std::string bytes = countingBytes(5000);
-    for (const Row &row : kRows) {
-        channel[7]->type = row.type;
-        channel[7]->address = row.address;
+    const auto expectSent = [&](uint32_t type, uint64_t address, const Calls &calls) {
+        channel[7]->type = type;
+        channel[7]->address = address;
         EXPECT_EQ(printedBy([&] { SendBufferToPC(bytesOf(bytes), lengthOf(bytes)); }), "");
-        EXPECT_EQ(takeSent(), *row.to == '\0' ? Calls() : (Calls{{row.to, bytes}}))
-            << row.type << " " << row.address;
+        EXPECT_EQ(takeSent(), calls) << type << " " << address;
+    };
+    expectSent(2, 0, {{"uart 0", bytes}});
+    expectSent(2, 1, {{"uart 1", bytes}});
+    expectSent(2, 300, {{"uart 300", bytes}});
+    expectSent(2, 0xFFFFFFFF'FFFFFFFF, {{"uart -1", bytes}});
+    expectSent(0, 0x00001388'0900000A, {{"udp 10.0.0.9:5000", bytes}});
+    expectSent(0, 0x0000FFFE'FDFCFBFA, {{"udp 250.251.252.253:65534", bytes}});
+    for (const uint32_t type : {1u, 3u, 4u, 5u, 6u, 0x100u, 0x80000002u, 0xFFFFFFFFu}) {
+        expectSent(type, 0, {});
     }
 }
 
 TEST_F(Reply, CarriesTheAnswerOfEachHelperInOneFrame)
 {
-    struct Row {
+    // clang-format off
+    constexpr struct {
         const char *name;
         Parameters request;
         const char *reply;
         void (*action)();
-    };
-    // clang-format off
-    constexpr Row kRows[] = {
+    } kRows[] = {
         {"the handler's data, the rest of the request", {0x0A, 0x0B, 0x6A, 1, 2, 3, 4}, // 389
          "<F0a0b6ac1c2c3c489>", [] { commandFromLED.dat1 = 0xC1;
                                      commandFromLED.dat2 = 0xC2;
@@ -113,7 +78,7 @@ TEST_F(Reply, CarriesTheAnswerOfEachHelperInOneFrame)
          "<F010210ffffffff0f>", CommandErrorTask},
     };
     // clang-format on
-    for (const Row &row : kRows) {
+    for (const auto &row : kRows) {
         request(row.request);
         const auto before = bytesOf(commandToLED);
         EXPECT_EQ(printedBy(row.action), "") << row.name;

@@ -1,22 +1,13 @@
-// Loading and saving the user setting record: which files are good, what becomes of the others, and
-// every message in its order.
+// Loading and saving the user setting record: which files are good, and what becomes of the others.
 
 #include "storage/UserSettingFile.h"
 
-#include <cstdint>
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <map>
-#include <optional>
-#include <string>
-#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "storage/UserSetting.h"
-#include "tests/support/console.h"
 #include "tests/support/replace.h"
 #include "tests/support/setting_bytes.h"
 
@@ -79,8 +70,7 @@ Bytes goodFile(uint32_t seed)
 }
 const Bytes kGoodFile = goodFile(1);
 
-// What a good file becomes in memory, but for the user mode: the layer states of the program view
-// are cleared.
+// What a good file becomes in memory, but for the user mode: the program's layers are off.
 Bytes loaded(const Bytes &file)
 {
     Image record(file.substr(0, kUserSettingSize));
@@ -96,15 +86,16 @@ Bytes reset(const Bytes &file)
     return resetOver(with(kNone, 0, file.substr(0, kUserSettingSize)), FIRST_START);
 }
 
-Bytes recordBytes()
-{
-    return bytesOf(GetUserSetting());
-}
-
 // The copy as it stands: the getter would refill one without its identification.
 Bytes copyBytes()
 {
     return {blocks.at(1).first, kUserSettingSize};
+}
+
+void expectRecordAndCopy(const Bytes &record, const Bytes &copy)
+{
+    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), record));
+    EXPECT_TRUE(areBytes(copyBytes(), copy));
 }
 
 enum Verdict { kGood, kGoodAtTheSecondReading, kBad };
@@ -139,20 +130,17 @@ void expectLoad(const Row &row, bool saves)
 
     const bool good = row.verdict != kBad;
     const std::string reset = good ? "" : saves ? kReset + kSave : kResetNoSave;
-    EXPECT_EQ(outcomeOf([&] { return saves ? loadUserSetting(0) : loadUserSettingNoSave(0); }),
+    EXPECT_EQ(outcomeOf(saves ? loadUserSetting : loadUserSettingNoSave, 0),
               Outcome(good, row.prints + reset));
 
     const bool isOn = row.after.substr(1720, 4) == littleEndian(1, 4);
-    Image expected(row.after);
-    if (saves && isOn) {
-        expected.u8(3712, {1});
-    } else if (saves) {
-        expected.u32(1720, {0});
+    Bytes expected = row.after;
+    if (saves) {
+        expected = isOn ? with(expected, 3712, "\1") : with(expected, 1720, Bytes(4, '\0'));
     }
     EXPECT_EQ(_userMode, saves ? isOn : kAnyMode);
     EXPECT_EQ(_currentView, static_cast<uint8_t>(row.after[3715]));
-    EXPECT_TRUE(areBytes(recordBytes(), expected.bytes));
-    EXPECT_TRUE(areBytes(copyBytes(), recordBytes()));
+    expectRecordAndCopy(expected, expected);
 
     Journal steps(row.verdict == kGood ? 1 : 2, "read save0.sav");
     if (row.second) {
@@ -190,8 +178,6 @@ protected:
         }
     }
 };
-
-// Loading ----------------------------------------------------------------------------------------
 
 TEST_F(UserSettingFile, GoodFileIsReadOnceAndItsLayerStatesAreCleared)
 {
@@ -250,8 +236,7 @@ TEST_F(UserSettingFile, FileWithOneWrongBitInAnIdentificationIsReset)
     }
 }
 
-// What is in memory is judged, zero at the start. The last byte of the trailing word is zero
-// itself, so a file without it is as good as a whole one.
+// What is in memory is judged, zero at first. So is the last byte, and a file without it is good.
 TEST_F(UserSettingFile, ShortFileIsJudgedTogetherWithWhatIsInMemory)
 {
     for (const size_t length : {1u, 3u, 4u, 3812u, 11828u, 11830u}) {
@@ -259,40 +244,33 @@ TEST_F(UserSettingFile, ShortFileIsJudgedTogetherWithWhatIsInMemory)
         expectLoads({{std::to_string(length) + " bytes", file, "", kBad, reset(file)}});
     }
     const Bytes half = kGoodFile.substr(0, 5000);
+    const Bytes other = goodFile(2);
     expectLoads({
-        // clang-format off
         {"11831 bytes", kGoodFile.substr(0, 11831), "", kGood, loaded(kGoodFile)},
-        {"short over a good record", half, "", kGood, loaded(half + goodFile(2).substr(5000)),
-         goodFile(2)},
-        {"none over a good record", {}, kMissing, kGood, loaded(goodFile(2)), goodFile(2)},
-        // clang-format on
+        {"short over another", half, "", kGood, loaded(half + other.substr(5000)), other},
+        {"none over a good record", {}, kMissing, kGood, loaded(other), other},
     });
 }
 
 TEST_F(UserSettingFile, LongFileIsItsFirst11832BytesAndOverrunsNothing)
 {
     const Bytes late = kGoodFile.substr(0, 11828) + "...." + Bytes("\x56\x34\x12\0", 4);
-    const std::string said = tooLong("save0.sav", 11836, 11832);
+    const auto said = [](size_t size) { return tooLong("save0.sav", size, 11832); };
+    const Bytes after = loaded(kGoodFile);
     expectLoads({
-        // clang-format off
-        {"one byte more", kGoodFile + '\xFF', tooLong("save0.sav", 11833, 11832), kGood,
-         loaded(kGoodFile)},
-        {"8000 more", kGoodFile + Bytes(8000, '\xFF'), tooLong("save0.sav", 19832, 11832), kGood,
-         loaded(kGoodFile)},
-        {"identification after the record", late, said + said, kBad, reset(late)},
-        // clang-format on
+        {"one byte more", kGoodFile + '\xFF', said(11833), kGood, after},
+        {"8000 more", kGoodFile + Bytes(8000, '\xFF'), said(19832), kGood, after},
+        {"identification after the record", late, said(11836) + said(11836), kBad, reset(late)},
     });
 }
 
 TEST_F(UserSettingFile, FileThatIsGoodAtTheSecondReadingIsTaken)
 {
+    const Bytes bad = Image(kGoodFile).u32(11828, {0}).bytes;
+    const Bytes good = goodFile(3);
     expectLoads({
-        // clang-format off
-        {"missing at first", {}, kMissing, kGoodAtTheSecondReading, loaded(kGoodFile), kNone,
-         kGoodFile},
-        {"bad at first", Image(kGoodFile).u32(11828, {0}).bytes, "", kGoodAtTheSecondReading,
-         loaded(goodFile(3)), kNone, goodFile(3)},
-        // clang-format on
+        {"missing at first", {}, kMissing, kGoodAtTheSecondReading, loaded(good), kNone, good},
+        {"bad at first", bad, "", kGoodAtTheSecondReading, loaded(good), kNone, good},
     });
 }
 
@@ -302,25 +280,23 @@ TEST_F(UserSettingFile, DefaultsThatCannotBeSavedStandInAllTheSame)
     _userMode = 1;
     EXPECT_EQ(outcomeOf(loadUserSetting, 0),
               Outcome(0, kMissing + kMissing + kReset + kSave + notSaved("save0.sav")));
-    EXPECT_TRUE(areBytes(recordBytes(), kDefaults));
-    EXPECT_TRUE(areBytes(copyBytes(), kDefaults));
+    expectRecordAndCopy(kDefaults, kDefaults);
     EXPECT_EQ(_userMode, 0);
     EXPECT_FALSE(fs::exists(kDirectory));
 }
 
-// Reading and writing ----------------------------------------------------------------------------
-
 TEST_F(UserSettingFile, ReadingReturnsTheLengthOfTheFileAndJudgesNothing)
 {
-    fill(GetUserSetting(), goodFile(2));
+    const Bytes before = goodFile(2);
+    fill(GetUserSetting(), before);
     EXPECT_EQ(outcomeOf(ReadUserSetting, 0), Outcome(0, kMissing));
-    EXPECT_TRUE(areBytes(recordBytes(), goodFile(2)));
+    expectRecordAndCopy(before, kNone);
     put(kPath, "abcdefg");
     EXPECT_EQ(outcomeOf(ReadUserSetting, 0), Outcome(7, ""));
-    EXPECT_TRUE(areBytes(recordBytes(), with(goodFile(2), 0, "abcdefg")));
+    expectRecordAndCopy(with(before, 0, "abcdefg"), kNone);
     put(kPath, goodFile(3) + "!");
     EXPECT_EQ(outcomeOf(ReadUserSetting, 0), Outcome(11833, tooLong("save0.sav", 11833, 11832)));
-    EXPECT_TRUE(areBytes(recordBytes(), goodFile(3)));
+    expectRecordAndCopy(goodFile(3), kNone);
 }
 
 // The file may be there or not, and longer.
@@ -331,11 +307,10 @@ TEST_F(UserSettingFile, OnlySavingMakesTheCopyEqual)
     put(kPath, kGoodFile + "longer");
     EXPECT_EQ(outcomeOf(WriteUserSetting, 0), Outcome(1, kSave));
     EXPECT_TRUE(areBytes(contentOf(kPath), record));
-    EXPECT_TRUE(areBytes(recordBytes(), record));
-    EXPECT_TRUE(areBytes(copyBytes(), kNone));
+    expectRecordAndCopy(record, kNone);
     EXPECT_EQ(outcomeOf(UserSettingSaveTo, 3), Outcome(1, "save save3.sav\n"));
     EXPECT_TRUE(areBytes(contentOf("/userdata/save3.sav"), record));
-    EXPECT_TRUE(areBytes(copyBytes(), record));
+    expectRecordAndCopy(record, record);
     EXPECT_EQ(journal, (Journal{"write save0.sav 11832", "write save3.sav 11832"}));
 }
 
@@ -379,10 +354,10 @@ TEST_F(UserSettingFile, SlotsAreFilesOfTheirOwn)
         for (int32_t (*const load)(int32_t) : {loadUserSetting, loadUserSettingNoSave}) {
             fill(GetUserSetting(), kNone);
             EXPECT_EQ(outcomeOf(load, slot), Outcome(1, ""));
-            EXPECT_TRUE(areBytes(recordBytes(), loaded(content(slot)))) << file;
+            EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), loaded(content(slot)))) << file;
         }
         EXPECT_EQ(outcomeOf(ReadUserSetting, slot), Outcome(11832, ""));
-        EXPECT_TRUE(areBytes(recordBytes(), content(slot))) << file;
+        EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), content(slot))) << file;
     }
 }
 

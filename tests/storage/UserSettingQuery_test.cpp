@@ -2,22 +2,14 @@
 
 #include "storage/UserSettingQuery.h"
 
-#include <cstdint>
-#include <utility>
-#include <vector>
-
 #include <gtest/gtest.h>
 
-#include "storage/UserSetting.h"
 #include "tests/support/format_files.h"
-#include "tests/support/setting_bytes.h"
 #include "tests/support/setting_change.h"
 
 namespace {
 
 [[maybe_unused]] const auto *const blocks = testing::AddGlobalTestEnvironment(new Blocks);
-
-// Sizes ------------------------------------------------------------------------------------------
 
 TEST(UserSettingQuery, OutputActiveSizeIsThatOfOutput0)
 {
@@ -64,10 +56,9 @@ TEST(UserSettingQuery, LargestAreaIsFoundAtEveryPlaceWidthAndHeightApart)
     }
 }
 
-void expectPortSize(uint32_t port, uint32_t width, uint32_t height)
+std::pair<uint32_t, uint32_t> portSize(uint32_t port)
 {
-    EXPECT_EQ(getOutputPortWidth(port), width) << port;
-    EXPECT_EQ(getOutputPortHeight(port), height) << port;
+    return {getOutputPortWidth(port), getOutputPortHeight(port)};
 }
 
 // Port 152 is of format 38, 1920x1080x60i. Beyond the table is the external input.
@@ -76,18 +67,15 @@ TEST(UserSettingQuery, PortSizeIsThatOfTheFormatWithAQuarterOfItsNumber)
     readExchanged();
     GetUserSetting()->extInputFormat = 1;
     for (uint32_t port = 0; port < 4 * 124; ++port) {
-        expectPortSize(port, exchanged.at(port / 4).width, exchanged.at(port / 4).height);
+        const Row &format = exchanged.at(port / 4);
+        EXPECT_EQ(portSize(port), std::pair(format.width, format.height)) << port;
     }
-    expectPortSize(152, 1920, 1080); // of a frame
-    for (uint32_t port = 500; port < 504; ++port) {
-        expectPortSize(port, 720, 576);
-    }
-    for (uint32_t port = 504; port < 1024; ++port) {
-        expectPortSize(port, 1024, 768);
+    EXPECT_EQ(portSize(152), std::pair(1920u, 1080u)); // of a frame
+    for (uint32_t port = 500; port < 1024; ++port) {
+        EXPECT_EQ(portSize(port), port < 504 ? std::pair(720u, 576u) : std::pair(1024u, 768u))
+            << port;
     }
 }
-
-// Layers -----------------------------------------------------------------------------------------
 
 // The bytes of a layer, in its view; an alpha is changed there and nowhere else.
 TEST(UserSettingQuery, LayersAreThoseOfTheirView)
@@ -105,14 +93,12 @@ TEST(UserSettingQuery, LayersAreThoseOfTheirView)
         EXPECT_EQ(GetPreviewLayerAlpha(n), at(kPreviewAt + 2608 + n));
         EXPECT_EQ(reinterpret_cast<uint8_t *>(GetPreviewLayer(n)), memory + 3812 + 16 + 26 * n);
         for (const uint8_t alpha : {uint8_t{0}, uint8_t{255}}) {
-            fill(GetUserSetting(), record);
-            SetLayerAlpha(n, alpha);
-            EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()),
-                                 Image(record).u8(kProgramAt + 2608 + n, {alpha}).bytes));
-            fill(GetUserSetting(), record);
-            SetPreviewLayerAlpha(n, alpha);
-            EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()),
-                                 Image(record).u8(kPreviewAt + 2608 + n, {alpha}).bytes));
+            const auto expectAlphaAt = [&](size_t place, auto set) {
+                const auto edit = [&](Image &image) { image.u8(place + 2608 + n, {alpha}); };
+                expectEdit([&] { set(n, alpha); }, edit, Image(record));
+            };
+            expectAlphaAt(kProgramAt, SetLayerAlpha);
+            expectAlphaAt(kPreviewAt, SetPreviewLayerAlpha);
         }
     }
     EXPECT_EQ(GetPreviewOutLayerAlpha(), memory + 3812 + 2512);

@@ -3,19 +3,10 @@
 
 #include "storage/UserSettingReset.h"
 
-#include <algorithm>
-#include <cstdint>
-#include <filesystem>
-#include <iterator>
-#include <string>
-
 #include <gtest/gtest.h>
 
-#include "storage/UserSetting.h"
 #include "storage/UserSettingContainers.h"
-#include "tests/support/console.h"
 #include "tests/support/format_files.h"
-#include "tests/support/setting_bytes.h"
 #include "tests/support/setting_change.h"
 #include "video/CustomFormat.h"
 
@@ -25,84 +16,48 @@ namespace {
 
 [[maybe_unused]] const auto *const blocks = testing::AddGlobalTestEnvironment(new Blocks);
 
-constexpr uint32_t kInterlaced[] = {36, 37, 38, 39, 63, 71, 72};
-
-// The whole reset --------------------------------------------------------------------------------
+const std::set<uint32_t> kInterlaced = {36, 37, 38, 39, 63, 71, 72};
 
 TEST(UserSettingReset, RecordOfAnyBytesKeepsThoseThatHaveNoDefault)
 {
     const Bytes own = ownBytes(kUserSettingSize, 4);
-    const struct {
-        const char *name;
-        Bytes before, after;
-    } rows[] = {
-        {"zeros", Bytes(kUserSettingSize, '\0'), contentOf(FIRST_START "/save0.sav")},
-        {"0xA5", Bytes(kUserSettingSize, '\xA5'), contentOf(FIRST_START "/save0-over-a5.sav")},
-        {"any bytes", own, resetOver(own, FIRST_START)},
+    const std::pair<Bytes, Bytes> rows[] = {
+        {Bytes(kUserSettingSize, '\0'), contentOf(FIRST_START "/save0.sav")},
+        {Bytes(kUserSettingSize, '\xA5'), contentOf(FIRST_START "/save0-over-a5.sav")},
+        {own, resetOver(own, FIRST_START)},
     };
     for (const auto &row : rows) {
-        ASSERT_EQ(row.after.size(), kUserSettingSize);
-        fill(GetUserSetting(), row.before);
-        ResetUserSettingSave();
-        EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), row.after)) << row.name;
-        ResetUserSettingSave();
-        EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), row.after)) << row.name << ", again";
+        SCOPED_TRACE(&row - rows);
+        const auto &[from, after] = row;
+        fill(GetUserSetting(), from);
+        for (const char *const time : {"once", "again"}) {
+            ResetUserSettingSave();
+            EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), after)) << time;
+        }
     }
 }
 
-TEST(UserSettingReset, RecordGetsTheTimingsOfItsFormatsAndACentredWindow)
-{
-    fill(GetUserSetting(), ownBytes(kUserSettingSize, 5));
-    ResetUserSettingSave();
-    Image expected(bytesOf(GetUserSetting()));
-    // Format 76, "3840x2160x60", and format 10, "1920x1080x60".
-    expected.u8(30, {76, 0}).u16(32, {4400, 2250, 384, 82, 3840, 2160, 88, 10});
-    expected.u8(30 + 18, {0, 0, 60});
-    expected.u8(1724, {10, 0}).u16(1726, {2200, 1125, 192, 41, 1920, 1080, 44, 5});
-    expected.u8(1724 + 18, {0}).u32(1724 + 24, {1000});
-    expected.u16(3762, {(1920 - 360) / 2, (1080 - 80) / 2});
-    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), expected.bytes));
-}
-
-// The flag is set first; then the pre-input reset of input 25, which has no flag of its own, clears
-// it, and that of input 24 clears the user mode mirror.
-TEST(UserSettingReset, FactoryResetFlagAndUserModeMirrorEndAsZero)
-{
-    fill(GetUserSetting(), Bytes(kUserSettingSize, '\xFF'));
-    ResetUserSettingSave();
-    EXPECT_EQ(GetUserSetting()->factoryReset, 0);
-    EXPECT_EQ(GetUserSetting()->userModeMirror, 0);
-    EXPECT_EQ(bytesOf(GetUserSetting()).substr(3712, 2), Bytes(2, '\0'));
-}
-
-TEST(UserSettingReset, CurrentViewBecomesViewZeroLikeThePreview)
+TEST(UserSettingReset, CurrentViewBecomesViewZeroAndOtherBlocksAndFilesStay)
 {
     _currentView = 5;
     fill(GetUserSetting(), ownBytes(kUserSettingSize, 6));
     // With its identification: nothing but the reset rebuilds it.
     fill(GetViewSetting(), Image(ownBytes(kViewSize, 7)).u32(3992, {0x29215679}).bytes);
-    ResetUserSettingSave();
-    EXPECT_EQ(_currentView, 0);
-    EXPECT_EQ(GetUserSetting()->currentView, 0);
-    // The flags of containers, which the current view has clear, are clear in the preview too.
-    EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()),
-                         bytesOf(GetUserSetting()).substr(kPreviewAt, kViewSize)));
-}
-
-TEST(UserSettingReset, CopyAndSlotBufferStayAndNothingIsSavedOrPrinted)
-{
     const Bytes copy = Image(ownBytes(kUserSettingSize, 8)).u32(0, {0x2021365C}).bytes;
     const Bytes slotBuffer = ownBytes(kViewSize, 9);
     fill(GetUserSetting_old(), copy);
     fill(GetSaveViewSetting(), slotBuffer);
     fs::create_directory(kDirectory);
     EXPECT_EQ(printedBy(ResetUserSettingSave), "");
+    EXPECT_EQ(_currentView, 0);
+    EXPECT_EQ(GetUserSetting()->currentView, 0);
+    // The flags of containers, which the current view has clear, are clear in the preview too.
+    EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()),
+                         bytesOf(GetUserSetting()).substr(kPreviewAt, kViewSize)));
     EXPECT_TRUE(areBytes(bytesOf(GetUserSetting_old()), copy));
     EXPECT_TRUE(areBytes(bytesOf(GetSaveViewSetting()), slotBuffer));
     EXPECT_TRUE(fs::is_empty(kDirectory));
 }
-
-// Inputs -----------------------------------------------------------------------------------------
 
 // What the timings of inputs and outputs have in common.
 void setTiming(Image &image, size_t at, uint32_t id, const Row &format, uint32_t vActive)
@@ -117,12 +72,10 @@ void setTiming(Image &image, size_t at, uint32_t id, const Row &format, uint32_t
 void expectInput(uint32_t n, uint32_t id, uint32_t format, const Image &from = before())
 {
     SCOPED_TRACE(testing::Message() << "input " << n << ", format " << id);
-    const bool fields =
-        std::find(std::begin(kInterlaced), std::end(kInterlaced), format) != std::end(kInterlaced);
     const auto edit = [&](Image &image) {
         const Row &row = exchanged.at(format);
         image.u8(4 + n, {1});
-        setTiming(image, 30 + 22 * n, id, row, row.height / (fields ? 2 : 1));
+        setTiming(image, 30 + 22 * n, id, row, row.height / (kInterlaced.contains(format) ? 2 : 1));
         image.u8(30 + 22 * n + 19, {0, row.vFreq});
     };
     expectEdit([&] { ResetInputSetting(n, id); }, edit, from);
@@ -187,8 +140,7 @@ TEST(UserSettingReset, CustomFormatGivesInputsTheHeightAskedFor)
     expectEdit([] { ResetOutputSetting(1, 124); }, output, from);
 }
 
-// Where input 24's flag would be is the user mode mirror, after it the factory-reset flag: bytes
-// 3712 and 3713.
+// Where the flags of inputs 24 and 25 would be are the user mode mirror and the factory-reset flag.
 TEST(UserSettingReset, PreInputTakesTheWholeOfItsInputAndClearsItsFlag)
 {
     for (uint32_t input = 0; input < 26; ++input) {
@@ -223,8 +175,6 @@ TEST(UserSettingReset, NumbersFromTheCountOfASectionUpwardAreLeftAlone)
     expectNoneFrom(24, ResetContainerSetting);
 }
 
-// Outputs and containers -------------------------------------------------------------------------
-
 // The last byte of every entry stays.
 void setRs1Outputs(Image &image)
 {
@@ -234,13 +184,9 @@ void setRs1Outputs(Image &image)
     }
 }
 
-TEST(UserSettingReset, Rs1OutputsAreZeroButForTheLastByteOfEveryEntry)
-{
-    expectEdit(ResetRS1OutputSetting, setRs1Outputs);
-}
-
 TEST(UserSettingReset, GroupAreasGetOneByteAndTheRs1OutputsAreCleared)
 {
+    expectEdit(ResetRS1OutputSetting, setRs1Outputs);
     const auto edit = [](Image &image) {
         for (size_t n = 0; n < 24; ++n) {
             image.u8(3184 + 20 * n, {255});
@@ -270,26 +216,22 @@ TEST(UserSettingReset, ContainersAreResetEachInItsPlace)
 // The other reset of the containers. The areas' sizes of bytes 0xA5 are negative.
 TEST(UserSettingReset, ContainerMsgGivesTheFirstContainerTheLargestArea)
 {
-    const struct {
-        uint32_t width, height; // of the largest areas
-        Image from;
-    } rows[] = {
-        {0, 0, before()},
-        {7680, 4320, before().u32(3184 + 20 * 7 + 8, {7680}).u32(3184 + 20 * 11 + 16, {4320})},
-        {INT32_MAX, INT32_MAX,
-         before().u32(3184 + 8, {INT32_MAX}).u32(3184 + 20 * 23 + 16, {INT32_MAX})},
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.width);
+    // The sizes of the largest areas, and the record with them.
+    const auto expectContainers = [](uint32_t width, uint32_t height, const Image &from) {
+        SCOPED_TRACE(width);
         const auto edit = [&](Image &image) {
             for (size_t at = 2416; at < 2416 + 24 * 32; at += 32) {
                 image.u16(at + 2, {0, 0}).u32(at + 8, {0, 0}).u8(at + 16, {0, 0, 0, 0, 0});
                 image.u16(at + 22, {1000}).u8(at + 24, {0}).u8(at + 26, {0});
             }
-            image.u32(2424, {row.width, row.height}).u8(2432, {0, 5, 8, 0, 0}).u8(2440, {1});
+            image.u32(2424, {width, height}).u8(2432, {0, 5, 8, 0, 0}).u8(2440, {1});
         };
-        expectEdit(ResetContainerMsg, edit, row.from);
-    }
+        expectEdit(ResetContainerMsg, edit, from);
+    };
+    const uint32_t most = INT32_MAX;
+    expectContainers(0, 0, before());
+    expectContainers(7680, 4320, before().u32(3332, {7680}).u32(3420, {4320}));
+    expectContainers(most, most, before().u32(3192, {most}).u32(3660, {most}));
 }
 
 } // namespace

@@ -1,20 +1,13 @@
-// The four blocks: how they are taken from the heap, where their parts stand, and how the copy and
-// the current view are made again.
+// The four blocks: how they are taken from the heap, and how copy and current view are made again.
 
 #include "storage/UserSetting.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdlib>
-#include <cstring>
-#include <set>
-#include <string>
-#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "tests/support/console.h"
 #include "tests/support/replace.h"
 #include "tests/support/setting_bytes.h"
 
@@ -44,15 +37,17 @@ uint8_t *at(UserSetting *record, size_t offset)
     return reinterpret_cast<uint8_t *>(record) + offset;
 }
 
+template <typename Record> Block blockOf(Record *record)
+{
+    return {reinterpret_cast<uint8_t *>(record), sizeof *record};
+}
+
 Bytes bytesAt(const Block &block)
 {
     return {reinterpret_cast<const char *>(block.first), block.second};
 }
 
-// Taking the blocks ------------------------------------------------------------------------------
-
-// The device starts with whatever memory it gets: a block that the heap refuses is the program's
-// own.
+// A block that the heap refuses is the program's own.
 void expectBlocks(const std::set<size_t> &refusedOnes)
 {
     constexpr uint32_t kSizes[] = {3996, 11832, 3996, 11832};
@@ -77,12 +72,8 @@ void expectBlocks(const std::set<size_t> &refusedOnes)
     EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), content));
     EXPECT_TRUE(areBytes(bytesOf(GetSaveViewSetting()), content.substr(0, kViewSize)));
 
-    std::vector<Block> blocks = {
-        {reinterpret_cast<uint8_t *>(GetSaveViewSetting()), kViewSize},
-        {reinterpret_cast<uint8_t *>(GetUserSetting_old()), kUserSettingSize},
-        {reinterpret_cast<uint8_t *>(GetViewSetting()), kViewSize},
-        {reinterpret_cast<uint8_t *>(GetUserSetting()), kUserSettingSize},
-    };
+    std::vector<Block> blocks = {blockOf(GetSaveViewSetting()), blockOf(GetUserSetting_old()),
+                                 blockOf(GetViewSetting()), blockOf(GetUserSetting())};
     for (size_t i = 0; i < 4; ++i) {
         ASSERT_NE(blocks[i].first, nullptr) << i;
         if (refused.count(i) == 0) {
@@ -115,15 +106,13 @@ TEST(UserSetting, BlocksBeforeARefusedOneAreUsed)
     expectBlocks({3});
 }
 
-// Parts of the record ----------------------------------------------------------------------------
-
 TEST(UserSetting, ViewsAndSettingsStandInTheRecord)
 {
     malloc_saveView();
     UserSetting *const record = GetUserSetting();
-    EXPECT_EQ(reinterpret_cast<uint8_t *>(GetPreviewViewSetting()), at(record, 3812));
-    EXPECT_EQ(reinterpret_cast<uint8_t *>(GetProgramViewSetting()), at(record, 7808));
-    EXPECT_EQ(reinterpret_cast<uint8_t *>(GetCustomResolution()), at(record, 3736));
+    EXPECT_EQ(blockOf(GetPreviewViewSetting()).first, at(record, 3812));
+    EXPECT_EQ(blockOf(GetProgramViewSetting()).first, at(record, 7808));
+    EXPECT_EQ(blockOf(GetCustomResolution()).first, at(record, 3736));
     for (const uint8_t format : {uint8_t{125}, uint8_t{200}}) {
         *at(record, 2413) = format;
         EXPECT_EQ(GetExtInputFormat(), format);
@@ -141,8 +130,6 @@ TEST(UserSetting, CurrentViewIsKeptBesideTheRecord)
     EXPECT_EQ(GetCurrentView(), 7);
     EXPECT_EQ(*at(GetUserSetting(), 3715), 9);
 }
-
-// The copy ---------------------------------------------------------------------------------------
 
 // Only its first word is judged, not the identification at its end.
 TEST(UserSetting, CopyIsRefilledFromTheRecordWhereItLacksItsIdentification)
@@ -173,8 +160,6 @@ TEST(UserSetting, CopyIsMadeEqualWhateverItHeld)
     EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), record));
 }
 
-// The current view -------------------------------------------------------------------------------
-
 // What the current view becomes of the preview of `record`.
 Bytes withClearedFlags(const Bytes &record)
 {
@@ -185,31 +170,24 @@ Bytes withClearedFlags(const Bytes &record)
     return expected.u32(3992, {0x29215679}).bytes;
 }
 
-TEST(UserSetting, ResetCurrentViewIsThePreviewWithoutContainerFlags)
-{
-    malloc_saveView();
-    const Bytes record = ownBytes(kUserSettingSize, 9);
-    const Bytes slotBuffer = ownBytes(kViewSize, 10);
-    fill(GetUserSetting(), record);
-    fill(GetSaveViewSetting(), slotBuffer);
-    EXPECT_EQ(printedBy(ResetViewSetting), "");
-    EXPECT_TRUE(areBytes(bytesAt(allocations.at(2)), withClearedFlags(record)));
-    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), record));
-    EXPECT_TRUE(areBytes(bytesOf(GetSaveViewSetting()), slotBuffer));
-}
-
-TEST(UserSetting, CurrentViewWithoutItsIdentificationIsRebuiltFromThePreview)
+TEST(UserSetting, CurrentViewIsRebuiltFromThePreviewWithoutContainerFlags)
 {
     malloc_saveView();
     const Bytes record = ownBytes(kUserSettingSize, 13);
+    const Bytes slotBuffer = ownBytes(kViewSize, 10);
     const Bytes good = Image(ownBytes(kViewSize, 12)).u32(3992, {0x29215679}).bytes;
     fill(GetUserSetting(), record);
-    for (uint32_t bit = 0; bit < 32; ++bit) {
+    fill(GetSaveViewSetting(), slotBuffer);
+    for (uint32_t bit = 0; bit < 32; ++bit) { // where it lacks its identification
         std::memcpy(allocations.at(2).first, bitFlipped(good, 3992, bit).data(), kViewSize);
         EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()), withClearedFlags(record))) << bit;
     }
     std::memcpy(allocations.at(2).first, good.data(), kViewSize);
     EXPECT_TRUE(areBytes(bytesOf(GetViewSetting()), good));
+    EXPECT_EQ(printedBy(ResetViewSetting), ""); // whatever it holds
+    EXPECT_TRUE(areBytes(bytesAt(allocations.at(2)), withClearedFlags(record)));
+    EXPECT_TRUE(areBytes(bytesOf(GetUserSetting()), record));
+    EXPECT_TRUE(areBytes(bytesOf(GetSaveViewSetting()), slotBuffer));
 }
 
 } // namespace

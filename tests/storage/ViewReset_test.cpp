@@ -2,13 +2,8 @@
 
 #include "storage/ViewReset.h"
 
-#include <cstdint>
-#include <string>
-
 #include <gtest/gtest.h>
 
-#include "storage/UserSetting.h"
-#include "tests/support/setting_bytes.h"
 #include "tests/support/setting_change.h"
 
 namespace {
@@ -88,8 +83,8 @@ TEST(ViewReset, LayersFrom96AndContainersFrom24UpwardAreLeftAlone)
     expectNoneFrom(24, ResetContainerOtherSetting);
 }
 
-// The last byte of a first, of the first half of a second, and of a third entry stays, and so does
-// byte 5 of a half.
+// The last byte of a first, of a second's first half and of a third entry stays, and byte 5 of a
+// half.
 void setRs1(Image &image, size_t view)
 {
     const size_t rs1 = view + 2744;

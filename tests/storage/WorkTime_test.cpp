@@ -1,6 +1,5 @@
-// The work-time list against its file, with this model's base address and with others, and its
-// flag. The module's source is part of this file with its base address weak, so that
-// work_time_base.cpp can take its place.
+// The work-time list against its file, with this model's base address and with others. The module's
+// source is part of this file with its base address weak: work_time_base.cpp takes its place.
 
 #include "storage/WorkTime.h"
 
@@ -9,15 +8,8 @@
 
 #include "storage/WorkTime.cpp"
 
-#include <cstdint>
-#include <filesystem>
-#include <map>
-#include <string>
-#include <type_traits>
-
 #include <gtest/gtest.h>
 
-#include "tests/support/console.h"
 #include "tests/support/setting_bytes.h"
 
 namespace fs = std::filesystem;
@@ -25,11 +17,6 @@ namespace fs = std::filesystem;
 extern uint32_t workTimeBase;
 
 namespace {
-
-static_assert(std::is_same_v<decltype(getWorkTimeListAddress()), uint32_t>);
-static_assert(std::is_same_v<decltype(ReadWorkTime()), uint32_t>);
-static_assert(std::is_same_v<decltype(WriteWorkTime()), int32_t>);
-static_assert(std::is_same_v<decltype(saveWorkTimeList()), int32_t>);
 
 constexpr char kName[] = "workTime.sav";
 constexpr char kPath[] = "/userdata/workTime.sav";
@@ -55,45 +42,32 @@ Bytes record()
     return bytesOf(getWorkTimeList());
 }
 
-TEST(WorkTime, IsZeroBeforeItIsLoaded)
-{
-    EXPECT_EQ(record(), kNone);
-}
-
 // The tail that a short file does not have is the old record's, and so is its identification.
 TEST(WorkTime, ItsFileIsLoadedAndWrittenAtOnceWhereItMustChange)
 {
-    const struct {
-        uint32_t base;
-        Load load;
-    } rows[] = {
+    const Bytes good = words(0, 0x80000001, 0x21222324, 0x31323334, 0x41424344, kGood);
+    const Bytes other = words(0x80010, 0x80010, 0x80010, 0, 0, kGood);
+    const Bytes raised = words(0x80000000, 0x80000000, 0x80000001, 1, 2, kGood);
+    const Bytes atBase = words(100, 1, 2, 3, 4, kGood);
+    const std::pair<uint32_t, Load> rows[] = {
+        // by base
         // clang-format off
         {0, {"missing file", kNone, {}, notOpened(kName), kDefaults, kDefaults}},
         {0, {"foreign file", kNone, words(1, 2, 3, 4, 5, 6), "", kDefaults, kDefaults}},
-        {0, {"good file, longer", kNone, words(0, 0x80000001, 2, 3, 4, kGood) + "beyond",
-             tooLong(kName, 30, 24), words(0, 0x80000001, 2, 3, 4, kGood), {}}},
-        {0, {"current address of 5",
-             kNone, words(5, 0x11121314, 0x21222324, 0x31323334, 0x41424344, kGood), "",
-             words(0, 0x11121314, 0x21222324, 0x31323334, 0x41424344, kGood),
-             words(0, 0x11121314, 0x21222324, 0x31323334, 0x41424344, kGood)}},
-        {0, {"short file", kNone, words(0, 2, 3, 4, 5, kGood).substr(0, 20), "",
-             kDefaults, kDefaults}},
-        {0, {"short file over a good list", words(9, 9, 9, 9, 9, kGood),
-             words(0, 2, 3, 4, 5, kGood).substr(0, 8), "", words(0, 2, 9, 9, 9, kGood), {}}},
-        {0x80010, {"missing file, other base", kNone, {}, notOpened(kName),
-             words(0x80010, 0x80010, 0x80010, 0, 0, kGood),
-             words(0x80010, 0x80010, 0x80010, 0, 0, kGood)}},
+        {0, {"good file, longer", kNone, good + "beyond", tooLong(kName, 30, 24), good, {}}},
+        {0, {"current address of 5", kNone, with(good, 0, "\5"), "", good, good}},
+        {0, {"short file", kNone, good.substr(0, 20), "", kDefaults, kDefaults}},
+        {0, {"short file over a good list", words(9, 9, 9, 9, 9, kGood), good.substr(0, 8), "",
+             words(0, 0x80000001, 9, 9, 9, kGood), {}}},
+        {0x80010, {"missing file, other base", kNone, {}, notOpened(kName), other, other}},
         {0x80000000, {"current address above the base", kNone,
-             words(0x80000005, 0x7FFFFFFF, 0x80000001, 1, 2, kGood), "",
-             words(0x80000000, 0x80000000, 0x80000001, 1, 2, kGood),
-             words(0x80000000, 0x80000000, 0x80000001, 1, 2, kGood)}},
-        {100, {"current address at the base: no other is raised", kNone,
-             words(100, 1, 2, 3, 4, kGood), "", words(100, 1, 2, 3, 4, kGood), {}}},
+             words(0x80000005, 0x7FFFFFFF, 0x80000001, 1, 2, kGood), "", raised, raised}},
+        {100, {"current address at the base: no other is raised", kNone, atBase, "", atBase, {}}},
         // clang-format on
     };
-    for (const auto &row : rows) {
-        workTimeBase = row.base;
-        expectLoad(loadWorkTimeList, getWorkTimeList(), kName, row.load);
+    for (const auto &[base, load] : rows) {
+        workTimeBase = base;
+        expectLoad(loadWorkTimeList, getWorkTimeList(), kName, load);
     }
 }
 
@@ -114,10 +88,10 @@ TEST(WorkTime, AddressesBelowTheBaseAreRaisedToIt)
     workTimeBase = 100;
     for (const auto &[first, raisedFirst] : raised) {
         for (const auto &[second, raisedSecond] : raised) {
-            const Bytes expected = words(100, raisedFirst, raisedSecond, 1, 2, kGood);
-            expectLoad(
-                loadWorkTimeList, getWorkTimeList(), kName,
-                {"addresses", kNone, words(7, first, second, 1, 2, kGood), "", expected, expected});
+            const Bytes file = words(7, first, second, 1, 2, kGood);
+            const Bytes after = words(100, raisedFirst, raisedSecond, 1, 2, kGood);
+            expectLoad(loadWorkTimeList, getWorkTimeList(), kName,
+                       {"addresses", kNone, file, "", after, after});
         }
     }
 }
@@ -135,13 +109,14 @@ TEST(WorkTime, ResettingSetsEveryWordAndSavesNothing)
 
 TEST(WorkTime, ReadingReturnsTheLengthOfTheFileAndJudgesNothing)
 {
-    EXPECT_EQ(outcomeOf(ReadWorkTime), Outcome(0, notOpened(kName)));
-    EXPECT_EQ(record(), kNone);
+    uint32_t (*const read)() = ReadWorkTime;
+    EXPECT_EQ(outcomeOf(read), Outcome(0, notOpened(kName)));
+    EXPECT_EQ(record(), kNone); // before it is loaded, too
     put(kPath, words(1, 2, 3, 4, 5, 6));
-    EXPECT_EQ(outcomeOf(ReadWorkTime), Outcome(24, ""));
+    EXPECT_EQ(outcomeOf(read), Outcome(24, ""));
     EXPECT_EQ(record(), words(1, 2, 3, 4, 5, 6));
     put(kPath, "abcd");
-    EXPECT_EQ(outcomeOf(ReadWorkTime), Outcome(4, ""));
+    EXPECT_EQ(outcomeOf(read), Outcome(4, ""));
     EXPECT_EQ(record(), words(0x64636261, 2, 3, 4, 5, 6));
 }
 

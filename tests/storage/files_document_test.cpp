@@ -1,22 +1,11 @@
-// docs/files.md against the records: its tables against the lines of src/storage/*.def, which the
-// compiler holds against the structs; the defaults that it announces, and the bytes that it shows,
-// against what the resets and the first start make.
+// docs/files.md: its tables against src/storage/*.def, which the compiler holds against the
+// structs; its defaults and the bytes that it shows against what resets and a first start make.
 
 #include <algorithm>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <iterator>
-#include <map>
+#include <iomanip>
 #include <ostream>
 #include <regex>
-#include <set>
 #include <sstream>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -29,7 +18,6 @@
 #include "storage/WorkTime.h"
 #include "storage/load_all.h"
 #include "tests/support/clock.h"
-#include "tests/support/console.h"
 #include "tests/support/setting_bytes.h"
 
 namespace fs = std::filesystem;
@@ -38,8 +26,7 @@ namespace {
 
 struct Field {
     size_t offset;
-    std::string type; // "u8", "u16[4]", "Layer[96]"
-    std::string name;
+    std::string type, name; // types are "u8", "u16[4]", "Layer[96]"
     bool operator==(const Field &) const = default;
 };
 
@@ -48,110 +35,73 @@ std::ostream &operator<<(std::ostream &out, const Field &field)
     return out << field.offset << ' ' << field.type << ' ' << field.name;
 }
 
-// The records -------------------------------------------------------------------------------------
-
 struct Record {
     std::vector<Field> fields;
     size_t size = 0;
+    bool operator==(const Record &) const = default;
 };
 
 using Records = std::map<std::string, Record>;
 
-// The names that the document has for the types of the records, and their sizes.
-struct Type {
-    std::string source, name;
-    size_t size;
-};
-const Type kTypes[] = {{"uint8_t", "u8", 1},  {"uint16_t", "u16", 2}, {"uint32_t", "u32", 4},
-                       {"int16_t", "i16", 2}, {"int32_t", "i32", 4},  {"double", "f64", 8}};
-
+// The names that the document has for the types of the records.
 std::string documentsName(const std::string &type, size_t count)
 {
+    const std::map<std::string, std::string> names = {{"uint8_t", "u8"},   {"uint16_t", "u16"},
+                                                      {"uint32_t", "u32"}, {"int16_t", "i16"},
+                                                      {"int32_t", "i32"},  {"double", "f64"}};
     const size_t bracket = std::min(type.find('['), type.size());
-    std::string name = type.substr(0, bracket);
-    for (const Type &known : kTypes) {
-        name = name == known.source ? known.name : name;
-    }
-    return name + (count == 1 ? "" : '[' + std::to_string(count) + ']') + type.substr(bracket);
+    const std::string name = type.substr(0, bracket);
+    return (names.contains(name) ? names.at(name) : name) +
+           (count == 1 ? "" : '[' + std::to_string(count) + ']') + type.substr(bracket);
 }
 
-struct Line {
-    const char *record;
-    size_t number; // offset of a field, or the record's size
-    const char *type;
-    size_t count;
-    const char *field; // null: the record's size
-};
+std::ostream &operator<<(std::ostream &out, const Record &record)
+{
+    return out << record.size << " bytes: " << testing::PrintToString(record.fields);
+}
 
+Records readRecords()
+{
+    Records records;
 #define RECORD_FIELD(record, offset, type, count, field)                                           \
-    {#record, (offset), #type, (count), #field},
-#define RECORD_SIZE(record, bytes) {#record, (bytes), nullptr, 0, nullptr},
-const Line kLines[] = {
+    records[#record].fields.push_back({(offset), documentsName(#type, (count)), #field});
+#define RECORD_SIZE(record, bytes) records[#record].size = (bytes);
 #include "storage/DeviceInfo.def"
 #include "storage/TimeControl.def"
 #include "storage/UserPref.def"
 #include "storage/UserSetting.def"
 #include "storage/View.def"
 #include "storage/WorkTime.def"
-};
-#undef RECORD_FIELD
-#undef RECORD_SIZE
-
-Records readRecords()
-{
-    Records records;
-    for (const Line &line : kLines) {
-        Record &record = records[line.record];
-        if (line.field == nullptr) {
-            record.size = line.number;
-        } else {
-            record.fields.push_back(
-                {line.number, documentsName(line.type, line.count), line.field});
-        }
-    }
     return records;
 }
 
 // Bytes of a field, from the name of its type; 0 if that is unknown.
 size_t sizeOf(const std::string &type, const Records &records)
 {
+    const std::map<std::string, size_t> sizes = {{"u8", 1},  {"u16", 2}, {"u32", 4},
+                                                 {"i16", 2}, {"i32", 4}, {"f64", 8}};
     std::istringstream parts(type); // "u8[2][4]"
     std::string part;
     std::getline(parts, part, '[');
-    size_t size = records.count(part) != 0 ? records.at(part).size : 0;
-    for (const Type &known : kTypes) {
-        size = part == known.name ? known.size : size;
-    }
+    size_t size = records.contains(part) ? records.at(part).size : 0;
+    size = sizes.contains(part) ? sizes.at(part) : size;
     while (std::getline(parts, part, '[')) {
         size *= std::stoul(part);
     }
     return size;
 }
 
-// The document ------------------------------------------------------------------------------------
-
-struct Table {
-    std::vector<Field> fields;
-    std::vector<std::string> defaults; // the last column
-    size_t size = 0;                   // in the sentence that names the struct
-};
-
 struct Document {
-    std::map<std::string, Table> tables;                   // by struct
-    std::map<std::string, std::vector<std::string>> dumps; // by chapter: lines of hexdumps
-    std::map<std::string, std::string> files;              // by name: its content in words
+    Records records; // with the sizes of the sentences that name the structs
+    std::map<std::string, std::vector<std::string>> defaults; // by struct: the last column
+    std::map<std::string, std::vector<std::string>> dumps;    // by chapter: lines of hexdumps
+    std::map<std::string, std::string> files;                 // by name: its content in words
 };
 
 std::vector<std::string> cellsOf(const std::string &line)
 {
-    std::vector<std::string> cells;
-    std::istringstream row(line);
-    for (std::string cell; std::getline(row, cell, '|');) {
-        cell.erase(0, cell.find_first_not_of(' '));
-        cell.erase(cell.find_last_not_of(' ') + 1);
-        cells.push_back(cell);
-    }
-    return cells;
+    const std::regex edge(" *\\| *");
+    return {std::sregex_token_iterator(line.begin(), line.end(), edge, -1), {}};
 }
 
 bool isNumber(const std::string &text)
@@ -180,15 +130,15 @@ Document readDocument()
             chapter = line.substr(3);
         } else if (std::regex_search(line, match, structureName)) {
             structure = match[1];
-            document.tables[structure].size = bytesIn(line);
+            document.records[structure].size = bytesIn(line);
         } else if (std::regex_match(line, match, dumpLine)) {
             document.dumps[chapter].push_back(match[1]);
         }
         const std::vector<std::string> cells = cellsOf(line);
         if (cells.size() == 7 && isNumber(cells[1])) {
-            Table &table = document.tables[structure];
-            table.fields.push_back({std::stoul(cells[1]), cells[2], cells[3]});
-            table.defaults.push_back(cells[6]);
+            document.records[structure].fields.push_back(
+                {std::stoul(cells[1]), cells[2], cells[3]});
+            document.defaults[structure].push_back(cells[6]);
         } else if (chapter == "Files" && cells.size() == 4) {
             document.files[cells[1]] = cells[2];
         }
@@ -199,16 +149,9 @@ Document readDocument()
 // The compiler proves that the fields of a record fill it without a gap.
 TEST(FilesDocument, HasATableForEveryRecordWithItsFieldsAndSize)
 {
-    std::map<std::string, std::pair<size_t, std::vector<Field>>> inDocument;
-    for (const auto &[name, table] : readDocument().tables) {
-        inDocument[name] = {table.size, table.fields};
-    }
-    decltype(inDocument) inSource;
-    for (const auto &[name, record] : readRecords()) {
-        inSource[name] = {record.size, record.fields};
-    }
+    const Records inSource = readRecords();
     EXPECT_EQ(inSource.size(), 22u);
-    EXPECT_EQ(inDocument, inSource);
+    EXPECT_EQ(readDocument().records, inSource);
 }
 
 TEST(FilesDocument, ListsTheFilesWithTheirLengths)
@@ -228,8 +171,6 @@ TEST(FilesDocument, ListsTheFilesWithTheirLengths)
         EXPECT_EQ(bytesIn(document.files.at(name)), length) << name;
     }
 }
-
-// The defaults ------------------------------------------------------------------------------------
 
 constexpr char kOld = '\xA5'; // what every byte held before a reset
 
@@ -258,8 +199,7 @@ const Bytes kPositions = [] {
     return bytes;
 }();
 
-// The fields whose last column has words, and what they mean for the entry that the test looks at:
-// the bytes of the field or, of some records, of its beginning.
+// The fields whose last column has words, and what they mean: the bytes of its beginning.
 const struct {
     std::string field, text;
     Bytes bytes;
@@ -267,7 +207,6 @@ const struct {
     // clang-format off
     {"UserPref.language", "stays if 0 or 1, else 0", hex("00")},
     {"UserPref.loadFadeInOutOff", "stays if 0 or 1, else 1", hex("01")},
-
     {"UserSetting.inputEnable", "1 for inputs 0 to 23; 24 and 25 stay",
      Bytes(24, '\1') + hex("a5 a5")},
     {"UserSetting.inputTiming", "format 76 for inputs 0 to 23; 24 and 25 stay",
@@ -277,7 +216,6 @@ const struct {
     {"UserSetting.customResolution", "1920 × 1080 at 60 Hz", kResolution},
     {"UserSetting.preview", "a copy of `program`; see `ViewSetting`",
      '\0' + Bytes(15, kOld) + kLayer0},
-
     // Of input 3.
     {"PreInput.group", "input number modulo 4", hex("03")},
     {"PreInput.sourceWidth", "active width of the input; 3840 for inputs 24 and 25", hex("00 0f")},
@@ -286,25 +224,21 @@ const struct {
     {"PreInput.targetWidth", "1920; 3840 for inputs 24 and 25", hex("80 07")},
     {"PreInput.targetHeight", "1080; 2160 for inputs 24 and 25", hex("38 04")},
     {"PreInput.groupBit", "by the group", hex("08")},
-
     {"ViewSetting.viewByte0", "stays; 0 in `preview`", hex("a5")},
     {"ViewSetting.layerAlphaPos", "95 for layer 0, one less for each further layer", kPositions},
     {"ViewSetting.viewNumber", "1; 0 in `preview`", hex("01")},
     {"ViewSetting.rs1", "stays; in `preview` see `Rs1Setting`", Bytes(864, kOld)},
     {"ViewSetting.identification", "stays; 0x29215679 in `preview`", hex("a5 a5 a5 a5")},
-
     // Of layer 95.
     {"Layer.inputPort", "layer number modulo 24", hex("17")},
     {"Layer.sourceWidth", "active width of the input", hex("00 0f")},
     {"Layer.sourceHeight", "active height of the input", hex("70 08")},
     {"Layer.windowWidth", "active width of output 0", hex("80 07")},
     {"Layer.windowHeight", "active height of output 0", hex("38 04")},
-
     {"OtherSetting.settingWord4", "active width of output 0, less 256", hex("80 06")},
     {"OtherSetting.settingWord6", "active height of output 0, less 128", hex("b8 03")},
     {"ContainerOther.settingWord4", "active width of output 0, less 256", hex("80 06")},
     {"ContainerOther.settingWord6", "active height of output 0, less 128", hex("b8 03")},
-
     {"Rs1Half.byte11", "stays; 0 in the second half", hex("a5")},
     // clang-format on
 };
@@ -329,10 +263,7 @@ Bytes announced(const std::string &record, const Field &field, const std::string
     }
     // "1, 0x32, 0", or addresses
     const size_t width = sizeOf(element, records);
-    std::string numbers = text;
-    std::replace(numbers.begin(), numbers.end(), '.', ' ');
-    std::replace(numbers.begin(), numbers.end(), ',', ' ');
-    std::istringstream words(numbers);
+    std::istringstream words(std::regex_replace(text, std::regex("[.,]"), " "));
     Bytes bytes;
     for (std::string word; words >> word;) {
         char *end = nullptr;
@@ -347,18 +278,16 @@ Bytes announced(const std::string &record, const Field &field, const std::string
 
 TEST(FilesDocument, AnnouncesTheDefaults)
 {
-    const auto overwrite = [](auto *record) { fill(record, Bytes(sizeof *record, kOld)); };
+    const auto resetOverOld = [](auto *record, void (*reset)()) {
+        fill(record, Bytes(sizeof *record, kOld));
+        reset();
+    };
     malloc_saveView();
-    overwrite(GetUserSetting());
-    overwrite(getUserPref());
-    overwrite(getDeviceInfo());
-    overwrite(GetTimeControl());
-    overwrite(getWorkTimeList());
-    ResetUserSettingSave();
-    resetUserPref();
-    resetDeviceInfo();
-    resetTimeControl();
-    resetWorkTimeList();
+    resetOverOld(GetUserSetting(), ResetUserSettingSave);
+    resetOverOld(getUserPref(), resetUserPref);
+    resetOverOld(getDeviceInfo(), resetDeviceInfo);
+    resetOverOld(GetTimeControl(), resetTimeControl);
+    resetOverOld(getWorkTimeList(), resetWorkTimeList);
     const UserSetting &setting = *GetUserSetting();
     const std::map<std::string, Bytes> after = {
         {"UserPref", bytesOf(getUserPref())},
@@ -386,13 +315,13 @@ TEST(FilesDocument, AnnouncesTheDefaults)
     };
     const Records records = readRecords();
     const Document document = readDocument();
-    ASSERT_EQ(document.tables.size(), after.size());
+    ASSERT_EQ(document.records.size(), after.size());
     size_t worded = 0;
-    for (const auto &[name, table] : document.tables) {
+    for (const auto &[name, record] : document.records) {
         ASSERT_EQ(after.count(name), 1u) << name;
-        for (size_t i = 0; i < table.fields.size(); ++i) {
-            const Field &field = table.fields[i];
-            const std::string &text = table.defaults[i];
+        for (size_t i = 0; i < record.fields.size(); ++i) {
+            const Field &field = record.fields[i];
+            const std::string &text = document.defaults.at(name)[i];
             SCOPED_TRACE(testing::Message() << name << ": " << field << ": " << text);
             const auto words = std::find_if(
                 std::begin(kWorded), std::end(kWorded),
@@ -412,28 +341,22 @@ TEST(FilesDocument, AnnouncesTheDefaults)
     EXPECT_EQ(worded, std::size(kWorded)) << "of the document's fields";
 }
 
-// The bytes ---------------------------------------------------------------------------------------
-
-// A line as "hexdump -C" shows it, the last of them only the length. (It would show a "*" in the
-// place of lines that repeat.)
+// A line as "hexdump -C" shows it, the last of them only the length.
 std::string hexdumpLine(const Bytes &bytes, size_t at)
 {
-    char text[20];
-    std::snprintf(text, sizeof text, "%08zx", at);
-    std::string line = text;
-    if (at == bytes.size()) {
-        return line;
-    }
+    std::ostringstream line;
+    line << std::hex << std::setfill('0') << std::setw(8) << at;
     std::string characters;
-    for (size_t i = at; i < at + 16; ++i) {
-        std::snprintf(text, sizeof text, i < bytes.size() ? "%02x" : "  ",
-                      static_cast<uint8_t>(bytes[std::min(i, bytes.size() - 1)]));
-        line += (i % 8 == 0 ? "  " : " ") + std::string(text);
+    for (size_t i = at; i < at + 16 && at < bytes.size(); ++i) {
+        line << (i % 8 == 0 ? "  " : " ");
         if (i < bytes.size()) {
+            line << std::setw(2) << unsigned{static_cast<uint8_t>(bytes[i])};
             characters += bytes[i] >= 0x20 && bytes[i] < 0x7F ? bytes[i] : '.';
+        } else {
+            line << "  ";
         }
     }
-    return line + "  |" + characters + '|';
+    return line.str() + (characters.empty() ? "" : "  |" + characters + '|');
 }
 
 TEST(FilesDocument, ShowsTheBytesOfTheFiles)
@@ -447,22 +370,15 @@ TEST(FilesDocument, ShowsTheBytesOfTheFiles)
     loadTimeControl(0);
     console.end();
 
-    const struct {
-        const char *chapter, *file;
-        bool isWhole;
-    } rows[] = {
-        {"UserPref.sav", "UserPref.sav", true},
-        {"DevInfo.sav", "DevInfo.sav", true},
-        {"workTime.sav", "workTime.sav", true},
-        {"save0.sav", "save0.sav", false},
-        {"timeCon0.sav", "timeCon0.sav", false},
-        {"view0.sav to view15.sav", "save0.sav", false}, // the views in it
-    };
+    const std::map<std::string, bool> isShownWhole = {
+        {"UserPref.sav", true}, {"DevInfo.sav", true},   {"workTime.sav", true},
+        {"save0.sav", false},   {"timeCon0.sav", false}, {"view0.sav to view15.sav", false}};
     const Document document = readDocument();
-    EXPECT_EQ(document.dumps.size(), std::size(rows));
-    for (const auto &[chapter, file, isWhole] : rows) {
+    EXPECT_EQ(document.dumps.size(), isShownWhole.size());
+    for (const auto &[chapter, isWhole] : isShownWhole) {
         SCOPED_TRACE(chapter);
-        const Bytes bytes = contentOf(std::string("/userdata/") + file);
+        const bool isOfViews = chapter.front() == 'v'; // which the first file has, too
+        const Bytes bytes = contentOf("/userdata/" + (isOfViews ? "save0.sav" : chapter));
         std::set<size_t> addresses;
         for (const std::string &line : document.dumps.at(chapter)) {
             const size_t address = std::stoul(line, nullptr, 16);

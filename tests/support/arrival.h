@@ -5,11 +5,8 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
 #include <cstring>
 #include <map>
-#include <string>
-#include <string_view>
 #include <utility>
 
 #include "command/channel.h"

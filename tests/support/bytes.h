@@ -40,6 +40,12 @@ inline std::string withChecksum(std::string_view bytes)
     return std::string(bytes) + static_cast<char>(sumOf(bytes));
 }
 
+// The frame of these bytes, with the right checksum: "<T...>" a command, "<F...>" a reply.
+inline std::string frame(char kind, const std::string &bytes)
+{
+    return std::string("<") + kind + hex(withChecksum(bytes)) + '>';
+}
+
 // 0, 1, 2 and so on, modulo `period`. A prime one is no divisor of a buffer's size.
 inline std::string countingBytes(size_t count, size_t period = 256)
 {

@@ -1,18 +1,14 @@
 #include "tests/support/clock.h"
+#include "tests/support/replace.h"
 
 #include <sys/time.h>
 #include <unistd.h>
 
 FakeClock fakeClock;
 
-extern "C" {
-
-int __wrap_gettimeofday(timeval *now, void *zone);
-int __wrap___gettimeofday64(timeval *now, void *zone);
-int __wrap_usleep(useconds_t microseconds);
-
-int __wrap_gettimeofday(timeval *now, void *)
+REPLACE(int, gettimeofday, (timeval * now, void *zone))
 {
+    static_cast<void>(zone);
     if (fakeClock.fails) {
         return -1;
     }
@@ -24,13 +20,11 @@ int __wrap_gettimeofday(timeval *now, void *)
     return 0;
 }
 
-// The name behind gettimeofday() on 32-bit processors with 64-bit time.
-int __wrap___gettimeofday64(timeval *now, void *zone)
-{
-    return __wrap_gettimeofday(now, zone);
-}
+// Its name on 32-bit processors with 64-bit time.
+extern "C" int __wrap___gettimeofday64(timeval *now, void *zone)
+    __attribute__((alias("__wrap_gettimeofday")));
 
-int __wrap_usleep(useconds_t microseconds)
+REPLACE(int, usleep, (useconds_t microseconds))
 {
     fakeClock.sleepsUs.push_back(microseconds);
     fakeClock.nowUs += microseconds;
@@ -38,5 +32,4 @@ int __wrap_usleep(useconds_t microseconds)
         fakeClock.onSleep();
     }
     return 0;
-}
 }

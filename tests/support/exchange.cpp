@@ -1,6 +1,5 @@
 #include "tests/support/exchange.h"
 
-#include <cstdio>
 #include <cstring>
 #include <utility>
 
@@ -17,12 +16,6 @@ std::function<void()> onSend;
 bool printsSent;
 
 namespace {
-
-std::string frame(const char *header, const Parameters &parameters)
-{
-    const std::string bytes(parameters.begin(), parameters.end());
-    return header + hex(withChecksum(bytes)) + '>';
-}
 
 void note(std::string to, const uint8_t *bytes, size_t length)
 {
@@ -54,12 +47,12 @@ void to_pcudp(uint32_t ip, uint16_t port, const uint8_t *bytes, uint32_t length)
 
 std::string commandFrame(const Parameters &parameters)
 {
-    return frame("<T", parameters);
+    return frame('T', {parameters.begin(), parameters.end()});
 }
 
 std::string replyFrame(const Parameters &parameters)
 {
-    return frame("<F", parameters);
+    return frame('F', {parameters.begin(), parameters.end()});
 }
 
 std::string refusal(const Parameters &parameters)

@@ -9,17 +9,13 @@
 // BOARD_FOR_EACH_CASE, it starts each case on a board of its own.
 
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <iterator>
 #include <map>
 #include <sstream>
-#include <string>
 #include <system_error>
 #include <vector>
 
@@ -34,6 +30,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/files.h"
 #include "tests/support/soak.h"
 
 namespace fs = std::filesystem;
@@ -68,7 +65,7 @@ std::vector<std::string> selectedCases()
     for (int i = 0; i < all.total_test_suite_count(); ++i) {
         const testing::TestSuite &suite = *all.GetTestSuite(i);
         for (int j = 0; j < suite.total_test_count(); ++j) {
-            const std::string name = std::string(suite.name()) + '.' + suite.GetTestInfo(j)->name();
+            const std::string name = suite.name() + std::string(".") + suite.GetTestInfo(j)->name();
             if (matches(wanted, name) && !matches(unwanted, name)) {
                 names.push_back(name);
             }
@@ -150,11 +147,7 @@ private:
         if (S_ISLNK(mode)) {
             return fs::read_symlink(path);
         }
-        if (!S_ISREG(mode)) {
-            return "";
-        }
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
+        return S_ISREG(mode) ? ::contentOf(path) : "";
     }
 
     static void write(const fs::path &path, const File &file)
@@ -167,7 +160,7 @@ private:
         if (S_ISDIR(file.mode)) {
             fs::create_directory(path);
         } else if (S_ISREG(file.mode)) {
-            std::ofstream(path, std::ios::binary | std::ios::trunc) << file.content;
+            writeFile(path, file.content);
         }
         chmod(path.c_str(), file.mode & 07777);
     }
@@ -195,33 +188,29 @@ struct Outcome {
     bool isLate = false;
 };
 
+// The signal that a child has ended, which this process waits for instead of being interrupted.
+sigset_t childEnded()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGCHLD);
+    return signals;
+}
+
 Outcome waitFor(pid_t child)
 {
-    sigset_t childEnded;
-    sigemptyset(&childEnded);
-    sigaddset(&childEnded, SIGCHLD);
+    const sigset_t signals = childEnded();
     const auto end = std::chrono::steady_clock::now() + kCaseLimit;
     Outcome outcome;
     while (waitpid(child, &outcome.status, WNOHANG) == 0) {
         const timespec pause = {0, 100'000'000};
-        sigtimedwait(&childEnded, nullptr, &pause);
+        sigtimedwait(&signals, nullptr, &pause);
         if (!outcome.isLate && std::chrono::steady_clock::now() > end) {
             outcome.isLate = true;
             kill(child, SIGKILL);
         }
     }
     return outcome;
-}
-
-std::string readAll(int file)
-{
-    std::string all;
-    lseek(file, 0, SEEK_SET);
-    char part[4096];
-    for (ssize_t count = 0; (count = read(file, part, sizeof part)) > 0;) {
-        all.append(part, static_cast<size_t>(count));
-    }
-    return all;
 }
 
 // In the child: runs the one case and ends the process.
@@ -257,10 +246,8 @@ int runEachInAProcess(const std::vector<std::string> &names, char **argv)
     const BoardFiles board;
 #endif
     prctl(PR_SET_CHILD_SUBREAPER, 1);
-    sigset_t childEnded;
-    sigemptyset(&childEnded);
-    sigaddset(&childEnded, SIGCHLD);
-    sigprocmask(SIG_BLOCK, &childEnded, nullptr);
+    const sigset_t signals = childEnded();
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
     size_t passed = 0;
     size_t skipped = 0;
     std::vector<std::string> failed;
@@ -272,7 +259,7 @@ int runEachInAProcess(const std::vector<std::string> &names, char **argv)
             runCase(name, argv, output);
         }
         const Outcome outcome = waitFor(child);
-        const std::string text = readAll(output);
+        const std::string text = ::contentOf("/proc/self/fd/" + std::to_string(output));
         close(output);
         endOrphans();
 #ifndef BOARD_FOR_EACH_CASE

@@ -3,7 +3,6 @@
 // What an operation returns and prints on standard output.
 
 #include <cstdint>
-#include <string>
 #include <utility>
 
 #include "tests/support/console.h"

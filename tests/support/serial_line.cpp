@@ -1,17 +1,13 @@
 #include "tests/support/serial_line.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include "tests/support/console.h"
 #include "tests/support/replace.h"
@@ -238,26 +234,4 @@ std::string textOf(const termios &record)
 std::string errorLine(std::string_view message, int error)
 {
     return std::string(message) + ": " + std::strerror(error) + "\n";
-}
-
-Terminal::Terminal() : master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC))
-{
-    EXPECT_EQ(grantpt(master), 0) << std::strerror(errno);
-    EXPECT_EQ(unlockpt(master), 0) << std::strerror(errno);
-    char name[64] = "";
-    EXPECT_EQ(ptsname_r(master, name, sizeof name), 0) << std::strerror(errno);
-    path = name;
-}
-
-Terminal::~Terminal()
-{
-    ::close(slave);
-    ::close(master);
-}
-
-int Terminal::open()
-{
-    slave = ::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    EXPECT_GE(slave, 0) << std::strerror(errno);
-    return slave;
 }

@@ -1,7 +1,6 @@
 #pragma once
 
-// Serial lines for the tests: a scripted one, whose calls are noted, and a pseudo-terminal. Link
-// with `serial_line`.
+// A scripted serial line, whose calls are noted. Link with `serial_line`.
 
 #include <cerrno>
 #include <cstdint>
@@ -89,17 +88,3 @@ inline const uint8_t *bytesOf(std::string_view text)
 
 // "<message>: <text of the error>\n", as perror() writes it.
 std::string errorLine(std::string_view message, int error);
-
-// A pseudo-terminal: `path` names the daemon's end, `master` is the far one.
-struct Terminal {
-    Terminal();
-    ~Terminal();
-    Terminal(const Terminal &) = delete;
-    Terminal &operator=(const Terminal &) = delete;
-
-    int open(); // the daemon's end
-
-    int master;
-    int slave = -1;
-    std::string path;
-};

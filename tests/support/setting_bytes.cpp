@@ -1,7 +1,6 @@
 #include "tests/support/setting_bytes.h"
 
 #include <cstdio>
-#include <fstream>
 #include <sstream>
 
 void put(const std::string &path, const Bytes &content)

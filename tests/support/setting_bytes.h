@@ -4,16 +4,10 @@
 // record, changed at the offsets of its file format, so that a byte changed by mistake shows too.
 
 #include <cstddef>
-#include <cstdint>
 #include <cstring>
-#include <filesystem>
 #include <initializer_list>
 #include <map>
 #include <optional>
-#include <string>
-#include <utility>
-
-#include <gtest/gtest.h>
 
 #include "tests/support/console.h"
 #include "tests/support/files.h"

@@ -3,10 +3,7 @@
 // What an operation changes in the user setting record, and that it changes no other block; link
 // with `setting_bytes`.
 
-#include <cstdint>
 #include <functional>
-
-#include <gtest/gtest.h>
 
 #include "storage/UserSetting.h"
 #include "tests/support/console.h"

@@ -3,10 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
-#include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <iterator>
 #include <random>
 #include <sstream>
 #include <system_error>
@@ -110,14 +107,8 @@ REPLACE(int, ioctl, (int fd, unsigned long request, ...))
 }
 
 // The name of ioctl() on 32-bit processors with 64-bit time.
-REPLACE(int, __ioctl_time64, (int fd, unsigned long request, ...))
-{
-    va_list arguments;
-    va_start(arguments, request);
-    void *const argument = va_arg(arguments, void *);
-    va_end(arguments);
-    return __wrap_ioctl(fd, request, argument);
-}
+extern "C" int __wrap___ioctl_time64(int fd, unsigned long request, ...)
+    __attribute__((alias("__wrap_ioctl")));
 
 REPLACE(int, open64, (const char *path, int flags, ...))
 {

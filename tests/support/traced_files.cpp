@@ -1,7 +1,6 @@
 #include "tests/support/traced_files.h"
 
 #include <cstdarg>
-#include <cstdio>
 
 #include "storage/fatfs.h"
 #include "tests/support/replace.h"
@@ -61,6 +60,27 @@ REPLACE(uint32_t, _Z7f_writePP8_IO_FILEPKvjPj,
     }
     const uint32_t taken = isDue(tracedFiles.writesToShortOne) ? count - 1 : count;
     return REAL(_Z7f_writePP8_IO_FILEPKvjPj)(handle, buffer, taken, done);
+}
+
+REPLACE(uint32_t, _Z12sd_beginSavePiPKc, (SaveFile * file, const char *name))
+{
+    note("<open %s 10>", name);
+    if (tracedFiles.beforeOpen) {
+        tracedFiles.beforeOpen(name);
+    }
+    return REAL(_Z12sd_beginSavePiPKc)(file, name);
+}
+
+REPLACE(uint32_t, _Z10sd_endSavePiPKcPKvjPj,
+        (SaveFile * file, const char *name, const void *buffer, uint32_t length, uint32_t *done))
+{
+    note("<write %u><close>", length);
+    if (isDue(tracedFiles.writesToFailure)) {
+        REAL(_Z10sd_endSavePiPKcPKvjPj)(file, name, buffer, 0, done);
+        return kFileFailed;
+    }
+    const uint32_t taken = isDue(tracedFiles.writesToShortOne) ? length - 1 : length;
+    return REAL(_Z10sd_endSavePiPKcPKvjPj)(file, name, buffer, taken, done);
 }
 
 REPLACE(uint32_t, _Z7f_closePP8_IO_FILE, (FileHandle * handle))

@@ -1,7 +1,8 @@
 #pragma once
 
 // The file store as its callers see it: open, read, write, close and unlink are the real ones, but
-// they can be noted and made to fail. Link with `traced_files`. What the whole-file operations do
+// they can be noted and made to fail. The two halves of a save are noted as the opening, and as the
+// write and the closing. Link with `traced_files`. What the whole-file operations do
 // inside the file store is not noted.
 
 #include <cstdint>

@@ -3,13 +3,6 @@
 // Views as bytes and their files, for the tests that store and load them; link with
 // `setting_bytes`.
 
-#include <cstddef>
-#include <cstdint>
-#include <filesystem>
-#include <string>
-
-#include <gtest/gtest.h>
-
 #include "storage/UserSetting.h"
 #include "tests/support/setting_bytes.h"
 

@@ -4,12 +4,9 @@
 #include <arpa/inet.h>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
 #include <future>
-#include <iterator>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -22,8 +19,6 @@
 #include <sys/wait.h>
 #include <system_error>
 #include <thread>
-#include <unistd.h>
-#include <utility>
 
 #include "tests/support/bytes.h"
 #include "tests/support/files.h"
@@ -82,13 +77,7 @@ std::string readSome(int descriptor, size_t most)
     return bytes;
 }
 
-std::string frame(char kind, const Frame &bytes)
-{
-    const std::string all(bytes.begin(), bytes.end());
-    return std::string("<") + kind + hex(withChecksum(all)) + ">";
-}
-
-bool sleeps(const std::filesystem::path &task)
+bool isAsleep(const std::filesystem::path &task)
 {
     const std::string line = contentOf(task / "stat");
     const size_t name = line.rfind(')');
@@ -111,14 +100,20 @@ const sockaddr *generic(const sockaddr_in &address)
 
 } // namespace
 
+Lines operator+(Lines first, const Lines &second)
+{
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
 std::string command(const Frame &bytes)
 {
-    return frame('T', bytes);
+    return frame('T', {bytes.begin(), bytes.end()});
 }
 
 std::string reply(const Frame &bytes)
 {
-    return frame('F', bytes);
+    return frame('F', {bytes.begin(), bytes.end()});
 }
 
 bool Board::eventually(const std::function<bool()> &condition)
@@ -190,11 +185,9 @@ std::string FrontBoard::read(size_t count, milliseconds patience)
 std::string FrontBoard::readUntilQuiet()
 {
     std::string bytes;
-    std::string more;
-    do {
-        more = read(1, kQuiet);
-        bytes += more;
-    } while (!more.empty());
+    while (waitFor(master.get(), POLLIN, Deadline(kQuiet))) {
+        bytes += readSome(master.get(), kLargestRead);
+    }
     return bytes;
 }
 
@@ -293,13 +286,14 @@ Daemon::Daemon(std::vector<std::string> arguments, std::initializer_list<int> cl
                std::vector<std::string> environment)
 {
     requireBoard();
-    int ends[2];
-    check(pipe2(ends, O_CLOEXEC), "pipe2");
-    output = Descriptor(ends[0]);
-    const Descriptor outputEnd(ends[1]);
-    check(pipe2(ends, O_CLOEXEC), "pipe2");
-    error = Descriptor(ends[0]);
-    const Descriptor errorEnd(ends[1]);
+    const auto makePipe = [](Descriptor *readEnd) {
+        int ends[2];
+        check(pipe2(ends, O_CLOEXEC), "pipe2");
+        *readEnd = Descriptor(ends[0]);
+        return Descriptor(ends[1]);
+    };
+    const Descriptor outputEnd = makePipe(&output);
+    const Descriptor errorEnd = makePipe(&error);
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -321,22 +315,19 @@ Daemon::Daemon(std::vector<std::string> arguments, std::initializer_list<int> cl
                              POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSID);
 
     arguments.insert(arguments.begin(), VESK_DAEMON);
-    std::vector<char *> vector;
-    for (std::string &argument : arguments) {
-        vector.push_back(argument.data());
-    }
-    vector.push_back(nullptr);
-    // Of two with the same name, the first counts.
-    std::vector<char *> variables;
-    for (std::string &variable : environment) {
-        variables.push_back(variable.data());
-    }
     for (char **variable = environ; *variable != nullptr; ++variable) {
-        variables.push_back(*variable);
+        environment.emplace_back(*variable); // of two with the same name, the first counts
     }
-    variables.push_back(nullptr);
-    errno =
-        posix_spawn(&process, VESK_DAEMON, &actions, &attributes, vector.data(), variables.data());
+    const auto pointers = [](Lines *texts) {
+        std::vector<char *> all;
+        for (std::string &text : *texts) {
+            all.push_back(text.data());
+        }
+        all.push_back(nullptr);
+        return all;
+    };
+    errno = posix_spawn(&process, VESK_DAEMON, &actions, &attributes, pointers(&arguments).data(),
+                        pointers(&environment).data());
     posix_spawn_file_actions_destroy(&actions);
     posix_spawnattr_destroy(&attributes);
     check(errno == 0 ? 0 : -1, VESK_DAEMON);
@@ -365,6 +356,12 @@ Daemon::~Daemon()
 bool Daemon::isRunning()
 {
     return !waitForEnd(milliseconds::zero());
+}
+
+bool Daemon::sleeps() const
+{
+    const std::string number = std::to_string(process);
+    return isAsleep("/proc/" + number + "/task/" + number);
 }
 
 std::optional<int> Daemon::waitForEnd(milliseconds patience)
@@ -398,28 +395,22 @@ bool Daemon::starts()
     return prints("enter main") && prints("uart_receive_fun 0");
 }
 
-bool Daemon::receives(size_t lineBytes, size_t datagrams, const std::function<void()> &action)
+bool Daemon::receives(size_t bytes, const std::function<void()> &action)
 {
-    // How many bytes it has read from files and the line so far, and how many datagrams.
     const std::string directory = "/proc/" + std::to_string(process);
-    const auto numberAfter = [&](const char *file, std::string_view label) {
-        const std::string text = contentOf(directory + file);
-        const size_t at = text.rfind(label);
-        return at == text.npos ? 0 : std::stoul(text.substr(at + label.size()));
+    const auto received = [&] { // from files and the line so far
+        const std::string text = contentOf(directory + "/io");
+        return text.starts_with("rchar: ") ? std::stoul(text.substr(7)) : 0;
     };
-    const auto received = [&] {
-        return std::pair(numberAfter("/io", "rchar: "), numberAfter("/net/snmp", "Udp: "));
-    };
-    auto expected = received();
-    expected.first += lineBytes;
-    expected.second += datagrams;
+    const size_t expected = received() + bytes;
     action();
     // What has been read is also stored when the threads wait for more.
     return Board::eventually([&] {
         const std::filesystem::directory_iterator tasks(directory + "/task");
         return received() == expected &&
                std::all_of(begin(tasks), end(tasks), [&](const auto &task) {
-                   return task.path().filename() == std::to_string(process) || sleeps(task.path());
+                   return task.path().filename() == std::to_string(process) ||
+                          isAsleep(task.path());
                });
     });
 }
@@ -458,26 +449,21 @@ bool Daemon::collect(milliseconds patience)
     if (poll(entries, std::size(entries), static_cast<int>(patience.count())) <= 0) {
         return false;
     }
-    if (entries[0].revents != 0) {
-        const std::string text = readSome(output.get(), kLargestRead);
-        for (const char character : text) {
-            if (character == '\n') {
-                outputLines.push_back(std::exchange(partOfLine, {}));
-            } else {
-                partOfLine += character;
-            }
+    const auto take = [](const pollfd &entry, Descriptor *from) {
+        std::string text = entry.revents == 0 ? "" : readSome(entry.fd, kLargestRead);
+        if (entry.revents != 0 && text.empty()) {
+            from->close();
         }
-        if (text.empty()) {
-            output.close();
-        }
-    }
-    if (entries[1].revents != 0) {
-        const std::string text = readSome(error.get(), kLargestRead);
-        errorText += text;
-        if (text.empty()) {
-            error.close();
+        return text;
+    };
+    for (const char character : take(entries[0], &output)) {
+        if (character == '\n') {
+            outputLines.push_back(std::exchange(partOfLine, {}));
+        } else {
+            partOfLine += character;
         }
     }
+    errorText += take(entries[1], &error);
     return true;
 }
 

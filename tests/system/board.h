@@ -2,10 +2,8 @@
 
 // The daemon's three parties on the simulated board, as objects of a test: the front board at the
 // other end of the serial line, a control PC on the network, and the running program itself.
-//
-// Waiting ends as soon as what is waited for is there, and at the latest after kPatience: what has
-// come until then is returned, so that the comparison in the test shows it. Nothing here keeps a
-// thread running.
+// Waiting ends as soon as what is waited for is there, and at the latest after kPatience; then what
+// has come is returned, so that the comparison in the test shows it.
 
 #include <array>
 #include <chrono>
@@ -35,6 +33,7 @@ inline constexpr milliseconds kSyncPatience{60000};
 inline constexpr milliseconds kQuiet{150};
 
 using Lines = std::vector<std::string>;
+Lines operator+(Lines first, const Lines &second);
 
 // Address, tag, command and dat1 to dat4.
 using Frame = std::array<uint8_t, 7>;
@@ -100,13 +99,11 @@ public:
     termios settings() const;
     bool waitUntilRaw() const;
 
-    // Makes the line take nothing from the daemon, which then waits in the midst of its next write,
-    // until the line is released.
+    // Makes the line take nothing until it is released: the daemon waits in its next write.
     void hold() const;
     void release() const;
 
-    // Takes the line away: reads and writes on it fail from now on. For good: a new front board is
-    // another line, even where it gets the same name.
+    // Takes the line away for good: a new front board is another line.
     void hangUp();
 
 private:
@@ -161,6 +158,9 @@ public:
     }
     bool isRunning();
 
+    // Whether its main loop sleeps at this moment.
+    bool sleeps() const;
+
     // The status as waitpid() gives it; nothing if it does not end.
     std::optional<int> waitForEnd(milliseconds patience = kPatience);
     void signal(int number) const;
@@ -172,9 +172,9 @@ public:
     // Waits for "enter main", and for the reader thread's message, which may come later.
     bool starts();
 
-    // Waits until its receive threads have taken what `action` sends: so many bytes of the line,
-    // and so many datagrams. Returns whether they have. Requires: the main loop is held up.
-    bool receives(size_t lineBytes, size_t datagrams, const std::function<void()> &action);
+    // Waits until its reader thread has taken the bytes that `action` writes to the line, and
+    // returns whether it has. Requires: the main loop is held up.
+    bool receives(size_t bytes, const std::function<void()> &action);
 
     // All that it has printed on standard output so far, line by line without the newlines, and on
     // standard error.
@@ -211,6 +211,10 @@ protected:
     // Sends a command and compares the answer.
     void expectAnswer(const Frame &asked, const Frame &answered);
     void expectAnswer(std::string_view asked, std::string_view answered);
+    void expectAnswer(const Frame &both)
+    {
+        expectAnswer(both, both);
+    }
 
     // The daemon runs, whatever else became of it.
     void expectLife()

@@ -16,25 +16,19 @@ protected:
         ASSERT_EQ(front.read(5), "hello");
     }
 
-    // Makes the main loop find what `action` sends all at once: so many bytes of the line, and so
-    // many datagrams. Otherwise it takes what has come so far each time it looks. It is held up
-    // meanwhile, as the line does not take its answer. Returns when it can go on.
-    void atOnce(size_t lineBytes, size_t datagrams, const std::function<void()> &action)
+    // Makes the main loop find these bytes of the line all at once; otherwise it takes what has
+    // come so far each time it looks. It is held up meanwhile, as the line does not take its
+    // answer. Returns when it can go on.
+    void writeAtOnce(const std::string &bytes)
     {
         front.hold();
         daemon.forgetLines();
         front.write(kReadDeviceType);
         ASSERT_TRUE(daemon.prints("read device type"));
         pc.readUntilQuiet(); // a part of that frame may have come
-        ASSERT_TRUE(daemon.receives(lineBytes, datagrams, action));
-        start = std::chrono::steady_clock::now();
+        ASSERT_TRUE(daemon.receives(bytes.size(), [&] { front.write(bytes); }));
         front.release();
         EXPECT_EQ(front.read(19), kDeviceType);
-    }
-
-    void writeAtOnce(const std::string &bytes)
-    {
-        atOnce(bytes.size(), 0, [&] { front.write(bytes); });
     }
 
     void expectLifeAndNoPc()
@@ -53,7 +47,6 @@ protected:
     }
 
     ControlPc pc;
-    std::chrono::steady_clock::time_point start;
 };
 
 using Sizes = std::vector<size_t>;
@@ -137,27 +130,6 @@ TEST_F(SystemBridge, BringsDatagramsOfEverySizeToTheLine)
     EXPECT_EQ(front.readUntilQuiet(), "");
 }
 
-TEST_F(SystemBridge, GivesTheLineABreakAfterEvery256Bytes)
-{
-    const std::string datagram = patternedBytes(10 * 256 + 1);
-    atOnce(0, 1, [&] { pc.send(datagram); });
-    EXPECT_TRUE(front.read(datagram.size()) == datagram);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, 10 * milliseconds(80));
-}
-
-TEST_F(SystemBridge, KeepsTheOrderOfDatagrams)
-{
-    std::string expected;
-    for (size_t i = 0; i < 30; ++i) {
-        std::string datagram = std::to_string(i);
-        datagram += patternedBytes(i);
-        pc.send(datagram);
-        expected += datagram;
-    }
-    EXPECT_EQ(front.read(expected.size()), expected);
-    EXPECT_EQ(front.readUntilQuiet(), "");
-}
-
 TEST_F(SystemBridge, SendsThePcNoDatagramAbove1152Bytes)
 {
     introduce(pc);
@@ -210,19 +182,12 @@ TEST_F(SystemBridge, FollowsWhoeverSentTheLatestDatagram)
     introduce(pc);
     front.write("four");
     EXPECT_EQ(pc.read(4), "four");
-    EXPECT_EQ(second.readUntilQuiet(), "");
-    EXPECT_EQ(otherProgram.readUntilQuiet(), "");
-}
-
-TEST_F(SystemBridge, TakesNoNoticeOfEmptyDatagrams)
-{
-    ControlPc second("192.168.0.11");
-    introduce(pc);
-    second.send("");
+    second.send(""); // which is no datagram to follow
     EXPECT_EQ(second.readUntilQuiet(), "");
     front.write("still yours");
     EXPECT_EQ(pc.read(11), "still yours");
     EXPECT_EQ(second.readUntilQuiet(), "");
+    EXPECT_EQ(otherProgram.readUntilQuiet(), "");
 }
 
 TEST_F(SystemBridge, ExecutesACommandOfThePcThatTheFrontBoardEchoes)

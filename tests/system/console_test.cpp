@@ -1,7 +1,10 @@
-// The console is for messages only: without one, with a part of one or with one that goes away the
-// daemon works on, and its messages never go anywhere else.
+// The console is for messages only: without one, with a part of one, with one that goes away or
+// with one that nobody reads the daemon works on, and its messages never go anywhere else.
 
 #include "tests/system/board.h"
+
+#include <algorithm>
+#include <fcntl.h>
 
 namespace {
 
@@ -64,4 +67,36 @@ TEST_F(SystemConsole, MayHaveNoReaderFromTheStart)
     Daemon daemon;
     daemon.closeConsole();
     expectNothingButAnswers(daemon);
+}
+
+// It is full before the first command, on both streams.
+TEST_F(SystemConsole, MayBeReadByNobody)
+{
+    Daemon daemon;
+    ASSERT_TRUE(daemon.starts());
+    daemon.forgetLines();
+    const std::string line(63, '-');
+    std::string page;
+    while (page.size() < 4096) {
+        page += line + '\n';
+    }
+    for (const char *const stream : {"/fd/1", "/fd/2"}) {
+        const std::string path = "/proc/" + std::to_string(daemon.pid()) + stream;
+        const Descriptor pipe(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+        ASSERT_GE(pipe.get(), 0) << path;
+        while (write(pipe.get(), page.data(), page.size()) > 0) {
+        }
+    }
+    front.write(kReadDeviceType);
+    ASSERT_EQ(front.read(kDeviceType.size()), kDeviceType) << "it waits for the console";
+    expectNothingButAnswers(daemon);
+    // Every message was lost, and whole.
+    Lines lines = daemon.lines();
+    EXPECT_GT(std::erase(lines, line), 100u);
+    EXPECT_EQ(lines, Lines());
+    // What has room again is printed.
+    daemon.forgetLines();
+    expectLife();
+    EXPECT_TRUE(daemon.prints("read device type"));
+    EXPECT_EQ(daemon.lines(), Lines{"read device type"});
 }

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <iostream>
 #include <iterator>
 #include <random>
 
@@ -86,19 +85,15 @@ public:
         std::string text = frame();
         for (size_t changes = 1 + below(3); changes > 0 && !text.empty(); --changes) {
             const size_t at = below(text.size());
-            switch (below(4)) {
-            case 0:
+            const size_t kind = below(4);
+            if (kind == 0) {
                 text.erase(at, 1);
-                break;
-            case 1:
+            } else if (kind == 1) {
                 text.insert(at, 1, "<T>F0\r\n\0"[below(8)]);
-                break;
-            case 2:
+            } else if (kind == 2) {
                 text[at] = static_cast<char>(byte());
-                break;
-            default:
+            } else {
                 text.resize(at + 1);
-                break;
             }
         }
         return text;
@@ -106,20 +101,12 @@ public:
 
     std::string next()
     {
-        switch (below(9)) {
-        case 0:
-            return noise();
-        case 8:
-            return commandWithPayload();
-        case 1:
-        case 2:
-        case 3:
-            return mutatedFrame();
-        case 4:
-            return mutatedFrame() + frame() + mutatedFrame();
-        default:
-            return frame();
-        }
+        const size_t kind = below(9);
+        return kind == 0   ? noise()
+               : kind == 8 ? commandWithPayload()
+               : kind <= 3 ? mutatedFrame()
+               : kind == 4 ? mutatedFrame() + frame() + mutatedFrame()
+                           : frame();
     }
 
 private:

@@ -1,24 +1,18 @@
-// The network commands through the real daemon, with the board's own tools on its own interface, a
-// real DHCP client reading the file that the daemon writes, and tools that print nonsense.
+// The network commands through the real daemon, with the board's own tools on its own interface and
+// a real DHCP client reading the file that the daemon writes.
 
 #include "tests/support/bytes.h"
 #include "tests/support/files.h"
 #include "tests/system/board.h"
 
-#include <array>
 #include <cstdlib>
-#include <filesystem>
-#include <functional>
-#include <iterator>
 #include <memory>
-#include <string>
 #include <thread>
 
 namespace fs = std::filesystem;
 
 namespace {
 
-using Lines = std::vector<std::string>;
 using Four = std::array<uint8_t, 4>;
 
 constexpr char kConfiguration[] = "/etc/dhcpcd.conf";
@@ -27,18 +21,6 @@ constexpr char kScript[] = "/etc/init.d/S50_Network_Conf.sh";
 constexpr char kVendorDevice[] = "/dev/vendor_storage";
 constexpr char kVendorDriver[] = "/opt/scratch/vendor_storage.so";
 constexpr char kVendorLog[] = "/opt/scratch/vendor_storage.log";
-
-bool eventually(const std::function<bool()> &condition)
-{
-    const auto end = std::chrono::steady_clock::now() + kPatience;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) {
-            return false;
-        }
-        std::this_thread::sleep_for(milliseconds(5));
-    }
-    return true;
-}
 
 // A command with address and tag that show in the reply.
 std::string request(uint8_t code, const Four &data = {})
@@ -52,7 +34,7 @@ std::string answer(uint8_t code, const Four &data)
 }
 
 // The daemon, which can be started anew as on a board that is switched off and on.
-class Network : public testing::Test {
+class Network : public Board {
 protected:
     void SetUp() override
     {
@@ -70,8 +52,7 @@ protected:
 
     void expectAnswer(uint8_t code, const Four &data, const Four &expected)
     {
-        front.write(request(code, data));
-        EXPECT_EQ(front.read(19), answer(code, expected));
+        Board::expectAnswer(request(code, data), answer(code, expected));
     }
 
     // A setting, which is answered with itself.
@@ -95,8 +76,8 @@ protected:
 
     void expectConfiguration(const std::string &beginning)
     {
-        EXPECT_TRUE(eventually([&] { return contentOf(kConfiguration).starts_with(beginning); }))
-            << contentOf(kConfiguration);
+        const auto isThere = [&] { return contentOf(kConfiguration).starts_with(beginning); };
+        EXPECT_TRUE(eventually(isThere)) << contentOf(kConfiguration);
     }
 
     // Switches to a static address and awaits the file. The name server is that of a new device's
@@ -112,8 +93,8 @@ protected:
                                  "static routers=192.168.0.10\n"
                                  "static domain_name_servers=" +
                                  std::string(nameServer) + '\n';
-        EXPECT_TRUE(eventually([&] { return contentOf(kConfiguration) == file; }))
-            << contentOf(kConfiguration);
+        expectConfiguration(file);
+        EXPECT_EQ(contentOf(kConfiguration), file);
     }
 
     void setStaticAddressAfterReading()
@@ -150,15 +131,7 @@ protected:
         return lines;
     }
 
-    ptrdiff_t openDescriptors() const
-    {
-        const fs::directory_iterator all("/proc/" + std::to_string(daemon->pid()) + "/fd");
-        return std::distance(begin(all), end(all));
-    }
-
     const std::string delivered = contentOf(kConfiguration);
-
-    FrontBoard front;
     std::unique_ptr<Daemon> daemon;
 };
 
@@ -189,29 +162,12 @@ const Lines kConfigures = {"[Command_Config_Network] Will Config eth0",
                            "[Command_Config_Network] ip:10.1.2.3 netmask:255.255.0.0",
                            "[Command_Config_Network] route:10.1.0.1 mac:02.76.65.73.6b.01"};
 
-Lines operator+(Lines first, const Lines &second)
-{
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
-
 // Programs of the board and of the host ----------------------------------------------------------
 
-// Puts a shell script in the place of a tool. BusyBox's shell would not even look for it, as it has
-// the tools built in, so another one takes its place.
-void replaceTool(const std::string &name, const std::string &script)
-{
-    fs::remove("/bin/sh");
-    fs::create_symlink("/opt/host/bin/dash", "/bin/sh");
-    fs::remove("/bin/" + name);
-    writeFile("/bin/" + name, "#!/bin/sh\n" + script);
-    fs::permissions("/bin/" + name, fs::perms{0755});
-}
-
 // Runs a command to its end; true when it succeeded.
-bool run(const std::string &command_)
+bool run(const std::string &line)
 {
-    return std::system(command_.c_str()) == 0;
+    return std::system(line.c_str()) == 0;
 }
 
 // The network after a power cut, before anything has configured it, and then the DHCP client as the
@@ -233,7 +189,8 @@ bool startDhcpServer()
                " --dhcp-option=option:dns-server,192.168.0.10"
                " --dhcp-leasefile=/opt/scratch/leases --log-facility=" +
                std::string(log) + " &") &&
-           eventually([&] { return contentOf(log).find("sockets bound") != std::string::npos; });
+           Board::eventually(
+               [&] { return contentOf(log).find("sockets bound") != std::string::npos; });
 }
 
 // Why one of the host's programs cannot be run on the board; empty if all can. What needs them is
@@ -268,15 +225,6 @@ TEST_F(Network, ReadsTheAddressOfTheInterface)
     EXPECT_EQ(contentOf(kCopy), contentOf(kConfiguration));
 }
 
-TEST_F(Network, ReadsTheDefaultsBeforeTheInterfaceWasRead)
-{
-    expectAnswer(0x85, {}, {255, 255, 255, 0});
-    expectAnswer(0x8D, {}, {192, 168, 0, 1});
-    expectAnswer(0x8E, {3, 0, 0, 0}, {3, 1, 0, 0});
-    expectAnswer(0x8E, {5, 0, 0, 0}, {5, 0, 0, 0});
-    EXPECT_EQ(news(), Lines());
-}
-
 TEST_F(Network, FollowsTheInterfaceAndTakesTheLoopbacksValuesWhereItHasNone)
 {
     const struct {
@@ -305,13 +253,6 @@ TEST_F(Network, FollowsTheInterfaceAndTakesTheLoopbacksValuesWhereItHasNone)
             expectConfiguration(row.applied);
         }
     }
-}
-
-TEST_F(Network, ReadsTheSystemVersion)
-{
-    expectAnswer(0x6A, {4, 0, 0, 0}, {4, 2, 13, 0});
-    writeFile("/etc/issue", "nothing of the kind\n");
-    expectAnswer(0x6A, {4, 0, 0, 0}, {4, 0, 0, 0});
 }
 
 // Setting ----------------------------------------------------------------------------------------
@@ -353,18 +294,6 @@ TEST_F(Network, MakesTheDhcpClientTakeTheStaticAddressAndLaterALease)
     EXPECT_TRUE(daemon->prints("get dns = 192.168.0.10"));
 }
 
-TEST_F(Network, NamesTheInterfaceThoughNothingWasReadBefore)
-{
-    setStaticAddress("194.25.2.129");
-    EXPECT_EQ(news(), (Lines{"len = 4", "eth0 name:eth0"}));
-    const std::string written = contentOf(kConfiguration);
-    start();
-    expectAnswer(0x89, {}, {192, 168, 0, 100}); // until the DHCP client starts
-    expectAnswer(0x8E, {3, 0, 0, 0}, {3, 0, 0, 0});
-    EXPECT_EQ(contentOf(kConfiguration), written);
-    EXPECT_FALSE(fs::exists(kCopy)); // nobody has ever found DHCP on
-}
-
 TEST_F(Network, AppliesWhatWasSetBeforeReadingAndBringsTheDeliveredFileBack)
 {
     if (const auto why = reasonToSkip({"dhcpcd"}); !why.empty()) {
@@ -387,15 +316,6 @@ TEST_F(Network, AppliesWhatWasSetBeforeReadingAndBringsTheDeliveredFileBack)
     expectConfiguration(delivered);
 }
 
-TEST_F(Network, LeavesTheFileWhereThereIsNoNameToLearn)
-{
-    replaceTool("ifconfig", "exit 127\n");
-    set(0x8E, {2, 0, 0, 0});
-    EXPECT_TRUE(daemon->prints("no interface name: /etc/dhcpcd.conf is left as it is"));
-    EXPECT_EQ(contentOf(kConfiguration), delivered);
-    EXPECT_FALSE(fs::exists(kCopy));
-}
-
 // What the protocol document warns of.
 TEST_F(Network, TakesTheStaticFileForThatOfDhcpWithTheInterfaceDown)
 {
@@ -414,16 +334,6 @@ TEST_F(Network, KeepsTheMaskOfBeforeForAnAddressAlone)
     set(0x8E, {2, 0, 0, 0});
     set(0x88, {10, 1, 2, 3});
     expectConfiguration("interface eth0\nstatic ip_address=10.1.2.3/24\n");
-}
-
-TEST_F(Network, SavesAChangedDhcpValueAtOnceAndAnUnchangedOneNot)
-{
-    set(0x8E, {2, 1, 5, 6});
-    EXPECT_FALSE(fs::exists("/userdata/UserPref.sav"));
-    set(0x8E, {2, 0, 5, 6});
-    EXPECT_TRUE(fs::exists("/userdata/UserPref.sav"));
-    front.write(request(0x8E, {4, 0, 0, 0}));   // no subcommand
-    expectAnswer(0x85, {}, {255, 255, 255, 0}); // the first answer
 }
 
 // The network record -----------------------------------------------------------------------------
@@ -448,10 +358,8 @@ TEST_F(Network, TakesARecordReadsItBackAndTakesOthers)
     expectRecordRead(kNewRecord);
     expectAnswer(0x89, {}, {10, 1, 2, 3});
 
-    const ptrdiff_t after1 = openDescriptors();
     for (const char *const mac : {"\x02\x11\x22\x33\x44\x55", "\x02\xAA\xBB\xCC\xDD\xEE"}) {
         expectRecordTaken(kOwnRecord.substr(0, 12) + mac);
-        EXPECT_EQ(openDescriptors(), after1);
     }
     expectRecordRead(kOwnRecord); // the interface keeps its MAC address
     EXPECT_EQ(contentOf(kVendorLog), "write id=3 length=6 data=027665736b01\n"
@@ -472,85 +380,4 @@ TEST_F(Network, TakesARecordWithoutVendorStorageAndRunsItsScriptAgainAtStartUp)
     ASSERT_TRUE(run("ifconfig eth0 192.168.0.100 netmask 255.255.255.0"));
     ASSERT_TRUE(run(kScript));
     expectRecordRead(kNewRecord);
-}
-
-// A file without a driver behind it takes no requests.
-TEST_F(Network, TakesARecordThoughTheVendorStorageRefuses)
-{
-    writeFile(kVendorDevice, "");
-    expectRecordTaken(kNewRecord);
-    const Lines lines = news();
-    ASSERT_GE(lines.size(), 3u);
-    EXPECT_EQ(lines[1], "vendor write error");
-    EXPECT_EQ(lines[2], "vendor read error -1");
-    const ptrdiff_t after1 = openDescriptors();
-    expectRecordTaken(kOwnRecord);
-    EXPECT_EQ(openDescriptors(), after1);
-    expectRecordRead(kOwnRecord);
-}
-
-TEST_F(Network, AnswersARecordThatIsReadInPartWithZerosInTheRest)
-{
-    replaceTool("ip", "echo default via 192.168.0.1.9 dev eth0\n"); // no address
-    // The sum: c0 + a8 + 00 + 64 + ff + ff + ff + 00 = 4c9
-    front.write(request(0xF1, {0x20, 0x55, 0, 0}));
-    EXPECT_EQ(front.read(38), answer(0xF1, {0x20, 0x55, 19, 0}) +
-                                  std::string("\xC0\xA8\x00\x64\xFF\xFF\xFF\x00", 8) +
-                                  std::string(10, '\0') + "\xC9");
-    EXPECT_TRUE(daemon->prints("Command_Read_Network fail"));
-    EXPECT_EQ(news(),
-              (Lines{"[Command_Read_Network] Will Config eth0", "Command_Read_Network fail"}));
-}
-
-TEST_F(Network, AnswersARecordOfWhichNothingCanBeReadWithZeros)
-{
-    ASSERT_TRUE(run("ip address flush dev eth0"));
-    expectRecordRead(std::string(18, '\0'));
-    EXPECT_TRUE(daemon->prints("Command_Read_Network fail"));
-    const Lines lines = news();
-    EXPECT_EQ(lines.front(), "[Command_Read_Network] Will Config eth0");
-    EXPECT_EQ(lines.back(), "Command_Read_Network fail");
-    ASSERT_TRUE(run("ip link set eth0 down && ip link set eth0 name end0"));
-    expectRecordRead(std::string(18, '\0'));
-}
-
-// Tools that print something else ----------------------------------------------------------------
-
-TEST_F(Network, KeepsItsValuesWhenTheToolsPrintNonsense)
-{
-    expectAnswer(0x89, {}, {192, 168, 0, 100});
-    std::string manyNumbers;
-    while (manyNumbers.size() < 5000) {
-        manyNumbers += "255.";
-    }
-    const std::string outputs[] = {
-        "",
-        "\n",
-        patternedBytes(100000),
-        "eth0  " + patternedBytes(20000),
-        std::string(5000, 'x'),
-        std::string(5000, ' '),
-        std::string(5000, '\0'),
-        std::string(5000, '\n'),
-        "eth0  Link encap:Ethernet  HWaddr " + std::string(5000, 'f') +
-            "\n  inet addr:" + std::string(5000, '9') + "  Mask:" + std::string(5000, '9') + "\n",
-        std::string(5000, 'n') + "  HWaddr 1:2:3:4:5\n  inet addr:1.2.3\n",
-        "default via " + manyNumbers + "\nnameserver 1.2.3",
-        "nameserver " + std::string(5000, '8') + "\ndefault via " + std::string(5000, '8'),
-    };
-    replaceTool("ifconfig", "exec cat /opt/scratch/output\n");
-    replaceTool("ip", "exec cat /opt/scratch/output\n");
-    for (const std::string &output : outputs) {
-        writeFile("/opt/scratch/output", output);
-        for (const char *const file : {"/etc/resolv.conf", kConfiguration, "/etc/issue"}) {
-            writeFile(file, output);
-        }
-        SCOPED_TRACE(output.substr(0, 40));
-        expectNetwork({192, 168, 0, 100}, {255, 255, 255, 0}, {192, 168, 0, 1});
-        expectMac();
-        expectAnswer(0x6A, {4, 0, 0, 0}, {4, 0, 0, 0});
-        front.write(request(0xF1, {0x20, 0, 0, 0}));
-        EXPECT_EQ(front.read(38).substr(0, 19), answer(0xF1, {0x20, 0, 19, 0}));
-        EXPECT_EQ(front.readUntilQuiet(), "");
-    }
 }

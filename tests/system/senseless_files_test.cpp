@@ -4,11 +4,6 @@
 #include "tests/system/stored_state.h"
 
 #include <algorithm>
-#include <cstdint>
-#include <cstring>
-#include <filesystem>
-#include <functional>
-#include <iterator>
 #include <random>
 #include <sstream>
 
@@ -166,13 +161,11 @@ public:
     {
         const Bytes preferences = read(kUserPref, kUserPrefSize);
         if (wordAt(preferences, 0) != 0x06247638) {
-            sayId("UserPref", preferences);
-            says.emplace_back("reset userPref\r");
+            sayReset("userPref", "UserPref", preferences);
         }
         const Bytes device = read(kDeviceInfo, kDeviceInfoSize);
         if (wordAt(device, 0) != 0x4BCD365C || wordAt(device, 12) != 0x3200) {
-            sayId("Device", device);
-            says.emplace_back("reset Device info\r");
+            sayReset("Device info", "Device", device);
         }
         const Bytes workTime = read(kWorkTime, kWorkTimeSize);
         if (wordAt(workTime, 20) != 0x20150321) {
@@ -183,7 +176,7 @@ public:
         const Bytes setting = read(kUserSetting, kUserSettingSize);
         if (wordAt(setting, 0) != 0x2021365C || wordAt(setting, 11828) != 0x00123456) {
             read(kUserSetting, kUserSettingSize); // the second attempt
-            says.insert(says.end(), kUserSettingReset.begin(), kUserSettingReset.end());
+            says = says + kUserSettingReset;
             left[kUserSetting] = userSettingResetFrom(setting);
         }
     }
@@ -207,11 +200,11 @@ private:
         return taken(file->second, size);
     }
 
-    void sayId(const char *record, const Bytes &bytes)
+    void sayReset(const char *what, const char *record, const Bytes &bytes)
     {
         std::ostringstream line;
         line << record << " ID = 0x" << std::hex << wordAt(bytes, 0) << '\r';
-        says.push_back(line.str());
+        says = says + Lines{line.str(), std::string("reset ") + what + '\r'};
     }
 };
 
@@ -221,8 +214,7 @@ TEST_F(SystemState, OfSenselessFilesIsWhatTheirIdentificationsSay)
 {
     SoakRun run(40);
     Senseless senseless(run.seed);
-    uint32_t resets[3] = {}; // rounds with these messages
-    const char *const messages[] = {"reset userPref\r", "reset Device info\r", "reset user save\r"};
+    std::map<std::string, uint32_t> rounds; // with this message
     while (run.goesOn()) {
         SCOPED_TRACE("round " + std::to_string(run.rounds));
         const Files files = senseless.next();
@@ -231,14 +223,14 @@ TEST_F(SystemState, OfSenselessFilesIsWhatTheirIdentificationsSay)
         startAndEnd(start.says);
         expectFiles(start.left);
         ASSERT_FALSE(HasFailure());
-        for (size_t i = 0; i < std::size(messages); ++i) {
-            resets[i] +=
-                std::count(start.says.begin(), start.says.end(), messages[i]) != 0 ? 1U : 0U;
+        for (const std::string &line : std::set(start.says.begin(), start.says.end())) {
+            ++rounds[line];
         }
     }
-    for (size_t i = 0; i < std::size(messages); ++i) { // of each kind there were both
-        EXPECT_GT(resets[i], 0u) << messages[i];
-        EXPECT_LT(resets[i], run.rounds) << messages[i];
+    for (const char *const line :
+         {"reset userPref\r", "reset Device info\r", "reset user save\r"}) {
+        EXPECT_GT(rounds[line], 0u) << line; // of each kind there were both
+        EXPECT_LT(rounds[line], run.rounds) << line;
     }
 }
 

@@ -5,23 +5,14 @@
 #include "tests/system/stored_state.h"
 
 #include <cerrno>
-#include <chrono>
 #include <csignal>
-#include <cstring>
-#include <filesystem>
-#include <optional>
-#include <poll.h>
 #include <random>
-#include <sys/inotify.h>
 #include <sys/mount.h>
 #include <thread>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
 namespace {
-
-using Frame = std::array<uint8_t, 7>; // address, tag, command, dat1 to dat4
 
 constexpr char kDhcpConfiguration[] = "/etc/dhcpcd.conf";
 
@@ -30,7 +21,7 @@ constexpr char kDhcpConfiguration[] = "/etc/dhcpcd.conf";
 const Lines kOthersMissing = kWorkTimeMissing + kUserSettingMissing;
 
 // Each case starts the daemon when the files are as it wants them.
-class SystemSettings : public testing::Test {
+class SystemSettings : public Board {
 protected:
     // In the place of one that is killed.
     void start(const Lines &says)
@@ -38,17 +29,6 @@ protected:
         daemon.emplace();
         ASSERT_TRUE(daemon->starts());
         EXPECT_EQ(linesOfLoading(*daemon), says);
-    }
-
-    void expectAnswer(const Frame &asked, const Frame &answered)
-    {
-        front.write(command(asked));
-        EXPECT_EQ(front.read(19), reply(answered)) << command(asked);
-    }
-
-    void expectAnswer(const Frame &both)
-    {
-        expectAnswer(both, both);
     }
 
     void expectSerialNumber(uint8_t high, uint8_t low)
@@ -63,15 +43,14 @@ protected:
         expectAnswer({0, 0, 0x8E, 3, 0, 0, 0}, {0, 0, 0x8E, 3, 1, 0, 0});
     }
 
-    // It runs, whatever became of the settings.
+    // It runs, whatever became of the settings, and has nothing more to say.
     void expectLife()
     {
-        expectAnswer({0, 0, 0x68, 1, 0, 0, 0}, {0, 0, 0x68, 1, 0x26, 0x33, 0});
+        Board::expectLife();
         EXPECT_TRUE(daemon->prints("read device type"));
         daemon->forgetLines();
     }
 
-    FrontBoard front;
     std::optional<Daemon> daemon;
 };
 
@@ -98,43 +77,6 @@ TEST_F(SystemSettings, KeepTheSerialNumberAndThenTheDhcpFlagOverRestarts)
 
 namespace {
 
-// Tells which files in /userdata and /etc are written and closed. It also asks for their opening,
-// as the kernel makes one of events that are alike and follow each other.
-class Watch {
-public:
-    Watch() : queue(inotify_init1(IN_CLOEXEC | IN_NONBLOCK))
-    {
-        for (const char *const directory : {"/userdata", "/etc"}) {
-            EXPECT_GE(inotify_add_watch(queue.get(), directory, IN_OPEN | IN_CLOSE_WRITE), 0)
-                << directory;
-        }
-    }
-
-    // The next `count` names, and what else comes within kQuiet.
-    Lines files(size_t count)
-    {
-        Lines names;
-        pollfd entry{queue.get(), POLLIN, 0};
-        while (poll(&entry, 1,
-                    static_cast<int>((names.size() < count ? kPatience : kQuiet).count())) > 0) {
-            alignas(inotify_event) char events[4096];
-            const ssize_t length = read(queue.get(), events, sizeof events);
-            inotify_event event;
-            for (ssize_t at = 0; at < length; at += event.len) {
-                std::memcpy(&event, events + at, sizeof event);
-                at += static_cast<ssize_t>(sizeof event);
-                if ((event.mask & IN_CLOSE_WRITE) != 0) {
-                    names.emplace_back(events + at); // ends in a zero
-                }
-            }
-        }
-        return names;
-    }
-
-private:
-    Descriptor queue;
-};
-
 class SystemSettingsWrites : public SystemSettings {
 protected:
     // Starts the daemon and has it read the interface.
@@ -148,18 +90,13 @@ protected:
     // Three settings of the front board in a row are saved and then applied, once.
     void changeNetwork()
     {
-        Watch watch;
-        std::string commands;
-        std::string replies;
-        for (const Frame &change :
-             {Frame{0, 1, 0x84, 255, 255, 0, 0}, Frame{0, 2, 0x8C, 10, 1, 0, 1},
-              Frame{0, 3, 0x88, 10, 1, 2, 3}}) {
-            commands += command(change);
-            replies += reply(change);
-        }
-        front.write(commands);
-        EXPECT_EQ(front.read(replies.size()), replies);
-        EXPECT_EQ(watch.files(2), (Lines{"UserPref.sav", "dhcpcd.conf"}));
+        Watch watch({kDirectory, "/etc"});
+        const Frame mask = {0, 1, 0x84, 255, 255, 0, 0};
+        const Frame gateway = {0, 2, 0x8C, 10, 1, 0, 1};
+        const Frame address = {0, 3, 0x88, 10, 1, 2, 3};
+        expectAnswer(command(mask) + command(gateway) + command(address),
+                     reply(mask) + reply(gateway) + reply(address));
+        EXPECT_EQ(watch.filesWritten(2), (Lines{"UserPref.sav", "dhcpcd.conf"}));
     }
 
     const std::string delivered = contentOf(kDhcpConfiguration);
@@ -194,11 +131,11 @@ TEST_F(SystemSettingsWrites, PutTheDhcpConfigurationBackOnceWhileDhcpIsOn)
 
 TEST_F(SystemSettingsWrites, FollowAChangeOfTheDhcpFlagAtOnceAndOnceMore)
 {
-    Watch watch;
+    Watch watch({kDirectory, "/etc"});
     expectAnswer({0, 0, 0x8E, 2, 0, 0, 0});
     EXPECT_EQ(contentOf(pathOf(kUserPref)).substr(8, 2), hex("01 00"));
     expectAnswer({0, 0, 0x8E, 2, 0, 0, 0}); // no change
-    EXPECT_EQ(watch.files(3), (Lines{"UserPref.sav", "UserPref.sav", "dhcpcd.conf"}));
+    EXPECT_EQ(watch.filesWritten(3), (Lines{"UserPref.sav", "UserPref.sav", "dhcpcd.conf"}));
     EXPECT_EQ(contentOf(kDhcpConfiguration).substr(0, 15), "interface eth0\n");
 }
 
@@ -233,13 +170,14 @@ public:
 
     std::string commands() const
     {
-        std::string text = command({0, 0, 0x84, 255, 255, static_cast<uint8_t>(mask), 0});
+        const auto low = [](int number) { return static_cast<uint8_t>(number); };
+        std::string text = command({0, 0, 0x84, 255, 255, low(mask), 0});
         for (int i = 1; i < kCommands; ++i) {
             const Settings now = after(i + 1);
+            const uint8_t high = low(now.serialNumber >> 8);
             text += changesSerialNumber(i)
-                        ? command({0, 0, 0x6A, 0x10, static_cast<uint8_t>(now.serialNumber >> 8),
-                                   static_cast<uint8_t>(now.serialNumber), 0})
-                        : command({0, 0, 0x8E, 2, static_cast<uint8_t>(now.dhcp), 0, 0});
+                        ? command({0, 0, 0x6A, 0x10, high, low(now.serialNumber), 0})
+                        : command({0, 0, 0x8E, 2, low(now.dhcp), 0, 0});
         }
         return text;
     }
@@ -347,50 +285,26 @@ TEST(SystemSettingsFiles, AreOldOrNewOrLostAfterASuddenEnd)
 TEST_F(SystemSettings, OfABadRecordAreTheDefaultsOrItsBeginning)
 {
     const Bytes foreignUserPref = hex("ef be ad de 05 07") + Bytes(50, '\x5A');
-    const Bytes foreignDevice = hex("5c 36 cd 4b 34 12 00 00 01 02 03 04 00 32 00 01 05 06 07 08");
     const Bytes goodUserPref =
         hex("38 76 24 06 00 00 d0 07 01 00 0a 01 02 03 0a 01 00 01 ff ff 7f 00") +
         Bytes(34, '\x5A');
-    {
-        SCOPED_TRACE("a foreign UserPref.sav, which stays as it is");
-        putAll({{kUserPref, foreignUserPref}});
-        start(Lines{"UserPref ID = 0xdeadbeef\r", "reset userPref\r"} + kDeviceInfoMissing +
-              kOthersMissing);
-        expectLife();
-        expectDefaultNetwork();
-        expectAnswer({0, 0, 0x8E, 5, 0, 0, 0}, {0, 0, 0x8E, 5, 0x5A, 0x5A, 0x5A});
-        EXPECT_EQ(contentOf(pathOf(kUserPref)), foreignUserPref);
-    }
-    {
-        SCOPED_TRACE(
-            "a DevInfo.sav with a wrong second identification, whose serial number counts");
-        putAll({{kDeviceInfo, foreignDevice}});
-        start(kUserPrefMissing + Lines{"Device ID = 0x4bcd365c\r", "reset Device info\r"} +
-              kOthersMissing);
-        expectLife();
-        expectSerialNumber(0x12, 0x34);
-        EXPECT_EQ(contentOf(pathOf(kDeviceInfo)), foreignDevice);
-    }
-    {
-        SCOPED_TRACE("a DevInfo.sav with a wrong first identification alone");
-        putAll({{kDeviceInfo, with(kUsedDeviceInfo, 0, hex("5d"))}});
-        start(kUserPrefMissing + Lines{"Device ID = 0x4bcd365d\r", "reset Device info\r"} +
-              kOthersMissing);
-        expectSerialNumber(0x12, 0x34);
-    }
-    {
-        SCOPED_TRACE("an overlong UserPref.sav, which the next save cuts to its length");
-        putAll({{kUserPref, goodUserPref + Bytes(100'000, '\xFF')}});
-        start(Lines{"read file UserPref.sav size error: fileSize=100056, readSize=56\r"} +
-              kDeviceInfoMissing + kOthersMissing);
-        expectLife();
-        expectAnswer({0, 0, 0x85, 0, 0, 0, 0}, {0, 0, 0x85, 255, 255, 127, 0});
-        expectAnswer({0, 0, 0x8D, 0, 0, 0, 0}, {0, 0, 0x8D, 10, 1, 0, 1});
-        expectSerialNumber(0, 0);
-        expectAnswer({0, 0, 0x8E, 2, 1, 0, 0});
-        EXPECT_EQ(contentOf(pathOf(kUserPref)),
-                  goodUserPref.substr(0, 9) + '\1' + goodUserPref.substr(10));
-    }
+    putAll({{kUserPref, foreignUserPref}}); // which stays as it is
+    start(Lines{"UserPref ID = 0xdeadbeef\r", "reset userPref\r"} + kDeviceInfoMissing +
+          kOthersMissing);
+    expectLife();
+    expectDefaultNetwork();
+    expectAnswer({0, 0, 0x8E, 5, 0, 0, 0}, {0, 0, 0x8E, 5, 0x5A, 0x5A, 0x5A});
+    EXPECT_EQ(contentOf(pathOf(kUserPref)), foreignUserPref);
+
+    putAll({{kUserPref, goodUserPref + Bytes(100'000, '\xFF')}}); // which the next save cuts
+    start(Lines{"read file UserPref.sav size error: fileSize=100056, readSize=56\r"} +
+          kDeviceInfoMissing + kOthersMissing);
+    expectAnswer({0, 0, 0x85, 0, 0, 0, 0}, {0, 0, 0x85, 255, 255, 127, 0});
+    expectAnswer({0, 0, 0x8D, 0, 0, 0, 0}, {0, 0, 0x8D, 10, 1, 0, 1});
+    expectSerialNumber(0, 0);
+    expectAnswer({0, 0, 0x8E, 2, 1, 0, 0});
+    EXPECT_EQ(contentOf(pathOf(kUserPref)),
+              goodUserPref.substr(0, 9) + '\1' + goodUserPref.substr(10));
 }
 
 TEST_F(SystemSettings, AreInMemoryOnlyWhereUserdataIsAFile)
@@ -410,7 +324,7 @@ TEST_F(SystemSettings, AreInMemoryOnlyWhereUserdataIsAFile)
     EXPECT_EQ(contentOf("/userdata"), "no directory");
 }
 
-// The loss shows at the next start only.
+// The loss shows at the next start only: a file that was not completed is not there.
 TEST_F(SystemSettings, AreLostSilentlyOnAFullDisk)
 {
     fs::create_directory("/userdata");
@@ -422,10 +336,24 @@ TEST_F(SystemSettings, AreLostSilentlyOnAFullDisk)
     expectSerialNumber(0x12, 0x34);
     EXPECT_EQ(daemon->lines(), Lines{});
     daemon.reset();
-    for (const char *const name : {kDeviceInfo, kWorkTime, kUserSetting}) {
-        EXPECT_EQ(fs::file_size(pathOf(name)), 0u) << name;
-    }
-    start(kUserPrefMissing +
-          Lines{"Device ID = 0x0\r", "reset Device info\r", "reset user save\r", "save save0.sav"});
+    EXPECT_EQ(filesIn().size(), 1u);
+    start(kUserPrefMissing + kDeviceInfoMissing + kOthersMissing);
     expectSerialNumber(0, 0);
+}
+
+// What is there needs no more room.
+TEST_F(SystemSettings, AreReplacedOnAFullDisk)
+{
+    fs::create_directory("/userdata");
+    ASSERT_EQ(mount("tmpfs", "/userdata", "tmpfs", 0, "size=32768"), 0) << std::strerror(errno);
+    for (const auto &[name, content] : kUsed) {
+        put(pathOf(name), content);
+    }
+    put("/userdata/full", std::string(8192, 'x'));
+    ASSERT_EQ(fs::space("/userdata").available, 0u);
+    start({});
+    expectAnswer({0, 0, 0x6A, 0x10, 0xAB, 0xCD, 0});
+    daemon.reset();
+    start({});
+    expectSerialNumber(0xAB, 0xCD);
 }

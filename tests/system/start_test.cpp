@@ -1,13 +1,12 @@
 // The start of the daemon, what it says and sets up; its end; and boards on which something that it
 // needs is missing, taken or goes away.
 
-#include "tests/system/board.h"
+#include "tests/system/stored_state.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
 #include <csignal>
-#include <filesystem>
 #include <netinet/in.h>
 #include <sched.h>
 #include <sys/prctl.h>
@@ -17,20 +16,8 @@
 namespace {
 
 // What a device without settings says when it loads them, and then.
-const Lines kNoSettings = {
-    "open file /userdata/UserPref.sav error",
-    "UserPref ID = 0x0\r",
-    "reset userPref\r",
-    "open file /userdata/DevInfo.sav error",
-    "Device ID = 0x0\r",
-    "reset Device info\r",
-    "open file /userdata/workTime.sav error",
-    "open file /userdata/save0.sav error",
-    "open file /userdata/save0.sav error",
-    "reset user save\r",
-    "save save0.sav",
-    "enter main",
-};
+const Lines kNoSettings = kUserPrefMissing + kDeviceInfoMissing + kWorkTimeMissing +
+                          kUserSettingMissing + Lines{"enter main"};
 
 using SystemStart = Board;
 using SystemLine = testing::Test;
@@ -48,20 +35,15 @@ TEST_F(SystemStart, SaysWhatItDoesInOrderAndNothingTwice)
     EXPECT_GE(reader - lines.begin(), 4);
     lines.erase(reader);
 
-    ASSERT_EQ(lines.size(), 5u + kNoSettings.size());
-    EXPECT_EQ(lines[0], "Open /dev/ttyS0 ......");
-    EXPECT_EQ(lines[1], "fcntl = 0 !");
     const std::string label = "serial_open file ID= ";
-    ASSERT_TRUE(lines[2].starts_with(label)) << lines[2];
+    ASSERT_TRUE(lines.at(2).starts_with(label)) << lines[2];
     const std::string descriptor = std::to_string(std::stoi(lines[2].substr(label.size())));
-    EXPECT_EQ(lines[2], label + descriptor + " !");
+    EXPECT_EQ(lines, (Lines{"Open /dev/ttyS0 ......", "fcntl = 0 !", label + descriptor + " !",
+                            "serial_set success !", "==kel UARTInit DEV_NAME[0]:/dev/ttyS0"}) +
+                         kNoSettings);
     const std::string process = "/proc/" + std::to_string(daemon.pid());
     EXPECT_EQ(std::filesystem::read_symlink(process + "/fd/" + descriptor),
               std::filesystem::read_symlink("/dev/ttyS0"));
-    EXPECT_EQ(lines[3], "serial_set success !");
-    EXPECT_EQ(lines[4], "==kel UARTInit DEV_NAME[0]:/dev/ttyS0");
-    EXPECT_EQ(Lines(lines.begin() + 5, lines.end()), kNoSettings);
-
     daemon.forgetLines();
     for (int i = 0; i < 3; ++i) {
         expectLife();
@@ -97,10 +79,7 @@ TEST_F(SystemStart, EndsWithStatus2WhenThePortIsTaken)
     ASSERT_EQ(bind(taker.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
 
     Daemon daemon;
-    const std::optional<int> status = daemon.waitForEnd();
-    ASSERT_TRUE(status);
-    EXPECT_TRUE(WIFEXITED(*status));
-    EXPECT_EQ(WEXITSTATUS(*status), 2);
+    EXPECT_EQ(daemon.waitForEnd(), 2 << 8); // as wait() gives it
     EXPECT_EQ(daemon.errors(), "bind: Address already in use\n");
     EXPECT_TRUE(daemon.lines().empty());
     EXPECT_NE(front.settings().c_lflag, 0u) << "the port comes before the line";
@@ -115,10 +94,7 @@ TEST_F(SystemStart, FindsPortAndLineFreeAfterASignalThatLeavesNoProcess)
         ASSERT_TRUE(daemon.starts());
         expectLife();
         daemon.signal(number);
-        const std::optional<int> status = daemon.waitForEnd();
-        ASSERT_TRUE(status);
-        EXPECT_TRUE(WIFSIGNALED(*status));
-        EXPECT_EQ(WTERMSIG(*status), number);
+        EXPECT_EQ(daemon.waitForEnd(), number); // as wait() gives a signal
         EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
         EXPECT_EQ(errno, ECHILD);
     }
@@ -137,15 +113,10 @@ TEST_F(SystemStart, SetsTheLineUpRawAndLosesWhatCameBefore)
     Daemon daemon;
     ASSERT_TRUE(daemon.starts());
     const termios after = front.settings();
-    EXPECT_EQ(after.c_iflag, 0u);
-    EXPECT_EQ(after.c_oflag, 0u);
-    EXPECT_EQ(after.c_lflag, 0u);
-    EXPECT_EQ(cfgetispeed(&after), static_cast<speed_t>(B115200));
-    EXPECT_EQ(cfgetospeed(&after), static_cast<speed_t>(B115200));
-    EXPECT_EQ(after.c_cflag & static_cast<tcflag_t>(~CBAUD),
-              static_cast<tcflag_t>(CS8 | CREAD | CLOCAL));
-    EXPECT_EQ(after.c_cc[VMIN], 0);
-    EXPECT_EQ(after.c_cc[VTIME], 0);
+    EXPECT_EQ((std::vector<tcflag_t>{after.c_iflag, after.c_oflag, after.c_lflag,
+                                     after.c_cflag & ~tcflag_t{CBAUD}, after.c_cc[VMIN],
+                                     after.c_cc[VTIME], cfgetispeed(&after), cfgetospeed(&after)}),
+              (std::vector<tcflag_t>{0, 0, 0, CS8 | CREAD | CLOCAL, 0, 0, B115200, B115200}));
     EXPECT_EQ(front.readUntilQuiet(), "");
     expectAnswer("<T01026a0300000070>", "<F01026a03010a007b>");
 }
@@ -155,9 +126,7 @@ TEST_F(SystemLine, MayBeMissing)
     ControlPc pc;
     Daemon daemon;
     ASSERT_TRUE(daemon.prints("enter main"));
-    Lines expected = kNoSettings;
-    expected.insert(expected.begin(), "Can't Open Serial Port /dev/ttyS0 !");
-    EXPECT_EQ(daemon.lines(), expected);
+    EXPECT_EQ(daemon.lines(), Lines{"Can't Open Serial Port /dev/ttyS0 !"} + kNoSettings);
     EXPECT_EQ(daemon.errors(), "Can't get old terminal description !: Bad file descriptor\n");
     pc.send("hello");
     EXPECT_TRUE(daemon.prints("uart0 write data error len=0, size=5"));

@@ -2,12 +2,55 @@
 
 #include <algorithm>
 #include <csignal>
-#include <filesystem>
+#include <poll.h>
+#include <sys/inotify.h>
 
-Lines operator+(Lines first, const Lines &second)
+Watch::Watch(std::initializer_list<const char *> directories)
+    : queue(inotify_init1(IN_CLOEXEC | IN_NONBLOCK))
 {
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
+    constexpr uint32_t kEvents =
+        IN_OPEN | IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB | IN_CREATE | IN_DELETE | IN_MOVE;
+    for (const char *const directory : directories) {
+        EXPECT_GE(inotify_add_watch(queue.get(), directory, kEvents), 0) << directory;
+    }
+}
+
+Lines Watch::events()
+{
+    Lines all;
+    alignas(inotify_event) char events[4096];
+    ssize_t length = 0;
+    while ((length = read(queue.get(), events, sizeof events)) > 0) {
+        inotify_event event;
+        for (ssize_t at = 0; at < length; at += static_cast<ssize_t>(sizeof event + event.len)) {
+            std::memcpy(&event, events + at, sizeof event);
+            const std::string name = event.len > 0 ? events + at + sizeof event : kDirectory;
+            if (name.starts_with('#')) { // has no name yet
+                continue;
+            }
+            const bool isMade = (event.mask & IN_CREATE) != 0 && name.ends_with(".sav");
+            all.emplace_back((event.mask & IN_OPEN) != 0                    ? "open "
+                             : isMade || (event.mask & IN_CLOSE_WRITE) != 0 ? "write "
+                                                                            : "other ");
+            all.back() += name;
+        }
+    }
+    return all;
+}
+
+Lines Watch::filesWritten(size_t count)
+{
+    Lines names;
+    pollfd entry{queue.get(), POLLIN, 0};
+    const auto patience = [&] { return (names.size() < count ? kPatience : kQuiet).count(); };
+    while (poll(&entry, 1, static_cast<int>(patience())) > 0) {
+        for (const std::string &event : events()) {
+            if (event.starts_with("write ")) {
+                names.push_back(event.substr(6));
+            }
+        }
+    }
+    return names;
 }
 
 Bytes taken(const Bytes &content, size_t size)
@@ -46,18 +89,13 @@ void putAll(const Files &files)
 
 void expectFiles(const Files &expected)
 {
-    const auto namesOf = [](const Files &files) {
-        Lines names;
-        for (const auto &[name, content] : files) {
-            names.push_back(name);
-        }
-        return names;
-    };
     Files found = filesIn();
-    EXPECT_EQ(namesOf(found), namesOf(expected));
     for (const auto &[name, content] : expected) {
+        EXPECT_EQ(found.count(name), 1u) << name;
         EXPECT_TRUE(areBytes(found[name], content)) << name;
+        found.erase(name);
     }
+    EXPECT_EQ(found, Files());
 }
 
 Lines linesOfLoading(Daemon &daemon)

@@ -6,11 +6,6 @@
 #include "tests/support/setting_bytes.h"
 #include "tests/system/board.h"
 
-#include <cstddef>
-#include <functional>
-#include <map>
-#include <string>
-
 using Files = std::map<std::string, Bytes>; // by name in the settings directory
 
 inline constexpr char kUserPref[] = "UserPref.sav";
@@ -33,8 +28,6 @@ inline const Lines kUserSettingReset = {"reset user save\r", "save save0.sav"};
 inline const Lines kUserSettingMissing = {"open file /userdata/save0.sav error",
                                           "open file /userdata/save0.sav error",
                                           "reset user save\r", "save save0.sav"};
-
-Lines operator+(Lines first, const Lines &second);
 
 // The first `size` bytes of a record in memory that was zero, once this content has been read.
 Bytes taken(const Bytes &content, size_t size);
@@ -65,6 +58,23 @@ inline const Files kUsed = {{kUserPref, kUsedUserPref},
                             {kDeviceInfo, kUsedDeviceInfo},
                             {kWorkTime, kUsedWorkTime},
                             {kUserSetting, kUsedUserSetting}};
+
+// What happens in directories that are there, in order: "open NAME", "write NAME" (closed by one
+// who could write), or "other NAME" for anything but reading and writing. Of events that are alike
+// and follow each other the kernel makes one.
+class Watch {
+public:
+    explicit Watch(std::initializer_list<const char *> directories = {kDirectory});
+
+    // Since the last call; the kernel notes an event before the call returns that causes it.
+    Lines events();
+
+    // The next `count` names of written files, and what else is written within kQuiet.
+    Lines filesWritten(size_t count);
+
+private:
+    Descriptor queue;
+};
 
 // Makes the settings directory anew with these files.
 void putAll(const Files &files);

@@ -41,9 +41,7 @@ END
 # Waits up to a minute for a condition: the machine may be busy.
 eventually() {
     for _ in $(seq 1200); do
-        if "$@"; then
-            return 0
-        fi
+        "$@" && return
         sleep 0.05
     done
     return 1
@@ -67,8 +65,7 @@ is_gone() {
 }
 
 @test "a command runs as root of the board and its status comes back" {
-    run "$board" sh -c 'id -u; exit 7'
-    [ "$status" -eq 7 ]
+    run -7 "$board" sh -c 'id -u; exit 7'
     [ "$output" = 0 ]
 }
 
@@ -80,10 +77,8 @@ is_gone() {
 @test "standard input, output and error are the caller's" {
     [ "$(echo hello | "$board" cat)" = hello ]
     [ "$("$board" sh -c 'echo talk >&2' 2>&1 >/dev/null)" = talk ]
-    run "$board" cat </dev/null
-    [ "$status" -eq 0 ]
-    run "$board" true <&-
-    [ "$status" -eq 0 ]
+    run -0 "$board" cat </dev/null
+    run -0 "$board" true <&-
 }
 
 @test "a command that does not exist gives 127, one that cannot be run 126" {
@@ -96,8 +91,7 @@ is_gone() {
 }
 
 @test "a shell on a terminal has the terminal, with job control" {
-    run script -qec "exec '$board' sh" /dev/null <<<'sleep 0.01 & wait; tput -T xterm cols; tty; exit 5'
-    [ "$status" -eq 5 ]
+    run -5 script -qec "exec '$board' sh" /dev/null <<<'sleep 0.01 & wait; tput -T xterm cols; tty; exit 5'
     [[ $output == *80* && $output == */dev/* ]]
     [[ $output != *"job control"* && $output != *"not a tty"* ]]
 }
@@ -111,8 +105,7 @@ END
         eventually grep -q ready "$log"
         printf '\003'
     } | {
-        run script -qfec "exec sh '$BATS_TEST_TMPDIR/patient'" "$log"
-        [ "$status" -eq 3 ]
+        run -3 script -qfec "exec sh '$BATS_TEST_TMPDIR/patient'" "$log"
         [[ $output == *tidied* ]]
     }
 }
@@ -128,8 +121,7 @@ END
 }
 
 @test "the host's programs and libraries are there, read-only" {
-    run "$board" socat -V
-    [ "$status" -eq 0 ]
+    run -0 "$board" socat -V
     for file in /opt/host/bin/probe /opt/host/sbin/probe /lib/probe /usr/lib/probe; do
         run "$board" touch "$file"
         [ "$status" -ne 0 ]
@@ -140,10 +132,9 @@ END
     run "$board" ls /userdata
     [ "$status" -ne 0 ]
     local probe=probe-$RANDOM$RANDOM # no part of the checkout's path
-    run "$board" sh -ec '
+    run -0 "$board" sh -ec '
         mkdir /userdata
         for d in /userdata /etc /etc/init.d /opt/scratch /usr/bin /dev /tmp; do echo x >$d/$0; done' $probe
-    [ "$status" -eq 0 ]
     [ ! -e /userdata/$probe ] && [ ! -e /etc/$probe ] && [ ! -e /usr/bin/$probe ] && [ ! -e /tmp/$probe ]
     run "$board" sh -c 'ls -A /opt/scratch; ls -d /userdata /etc/$0 /usr/bin/$0 /tmp/$0 2>/dev/null' $probe
     [ -z "$output" ]
@@ -177,8 +168,7 @@ END
 }
 
 @test "nothing of the network is still being settled when the command starts" {
-    run "$board" sh -c 'ip -6 address show dev eth0; nsenter --net=/run/netns/pc ip -6 address show dev eth0'
-    [ "$status" -eq 0 ]
+    run -0 "$board" sh -c 'ip -6 address show dev eth0; nsenter --net=/run/netns/pc ip -6 address show dev eth0'
     [[ $output != *inet6* ]]
 }
 
@@ -194,19 +184,18 @@ END
 
 @test "the host's DHCP client configures the interface from its file" {
     hash dhcpcd || skip "dhcpcd is not installed"
-    run "$board" sh -ec '
+    run -0 "$board" sh -ec '
         printf "interface eth0\nstatic ip_address=192.168.7.77/16\nstatic routers=192.168.0.10\n" >/etc/dhcpcd.conf
         ip address flush dev eth0
         dhcpcd -4 -1 -A eth0 >/dev/null 2>&1
         ifconfig eth0 | grep -o "inet addr:[0-9.]*"
         ip route show | grep -o "default via [0-9.]*"'
-    [ "$status" -eq 0 ]
     [ "$output" = "inet addr:192.168.7.77"$'\n'"default via 192.168.0.10" ]
 }
 
 @test "the host's DHCP client gets a lease from the PC" {
     hash dhcpcd dnsmasq || skip "dhcpcd or dnsmasq is not installed"
-    run "$board" sh -ec '
+    run -0 "$board" sh -ec '
         nsenter --net=/run/netns/pc dnsmasq --no-daemon --user=root --group=root --conf-file=/dev/null \
             --port=0 --interface=eth0 --bind-interfaces --no-ping --dhcp-leasefile=/opt/scratch/leases \
             --dhcp-range=192.168.0.150,192.168.0.150,255.255.255.0,1h --log-facility=/opt/scratch/log 2>/dev/null &
@@ -214,7 +203,6 @@ END
         ip address flush dev eth0
         dhcpcd -4 -1 -A eth0 >/dev/null 2>&1
         ifconfig eth0 | grep -o "inet addr:[0-9.]*"'
-    [ "$status" -eq 0 ]
     [ "$output" = "inet addr:192.168.0.150" ]
 }
 
@@ -224,7 +212,7 @@ END
 }
 
 @test "datagrams cross the wire between the PC and the board" {
-    run "$board" sh -c '
+    run -0 "$board" sh -c '
         socat -u UDP-RECV:1000 OPEN:/opt/scratch/board,creat &
         nsenter --net=/run/netns/pc socat -u UDP-RECV:2000 OPEN:/opt/scratch/pc,creat &
         while [ ! -s /opt/scratch/board ] || [ ! -s /opt/scratch/pc ]; do
@@ -232,15 +220,13 @@ END
             echo to-pc | socat - UDP-SENDTO:192.168.0.10:2000
         done
         head -n 1 /opt/scratch/board /opt/scratch/pc'
-    [ "$status" -eq 0 ]
     [[ $output == *to-board*to-pc* ]]
 }
 
 @test "each board has a port 1000 of its own" {
     # Both hold the port for a second at the same time; socat would end at once on a taken port.
     "$board" timeout 1 socat -u UDP-RECV:1000 - 3>&- &
-    run "$board" timeout 1 socat -u UDP-RECV:1000 -
-    [ "$status" -eq 143 ]
+    run -143 "$board" timeout 1 socat -u UDP-RECV:1000 -
     wait $! || [ $? -eq 143 ]
 }
 
@@ -249,8 +235,7 @@ END
         while [ ! -c /dev/ttyS0 ] || [ ! -c /dev/far ]; do sleep 0.01; done
         echo ping >/dev/far; head -n 1 /dev/ttyS0'
     [ "$output" = ping ]
-    run "$board" sh -ec 'touch /dev/ttyS0; mount --bind /dev/null /dev/ttyS0; test -c /dev/ttyS0'
-    [ "$status" -eq 0 ]
+    run -0 "$board" sh -ec 'touch /dev/ttyS0; mount --bind /dev/null /dev/ttyS0; test -c /dev/ttyS0'
 }
 
 @test "the checkout is at its own path and the current directory is kept" {
@@ -307,6 +292,18 @@ END
     [ "$(testbench/board qemu-arm -L /usr/arm-linux-gnueabihf ./threaded)" = 42 ]
 }
 
+# ended SIGNAL COMMAND...: COMMAND, which starts the endless $mark on a board, gets the signal, and
+# nothing is left running.
+ended() {
+    local signal=$1
+    shift
+    "$@" 3>&- &
+    local id=$!
+    eventually runs "$mark"
+    kill "-$signal" $id
+    eventually is_gone "$mark"
+}
+
 @test "what is left running when the command ends is ended too" {
     local mark=left-$RANDOM$RANDOM
     "$board" sh -c "sh -c '$(endless $mark)' & until pgrep -f 'sleep 1'; do sleep 0.01; done"
@@ -316,11 +313,7 @@ END
 @test "a killed board leaves no process and no file behind" {
     local mark=killed-$RANDOM$RANDOM
     mkdir "$BATS_TEST_TMPDIR/tmp"
-    TMPDIR=$BATS_TEST_TMPDIR/tmp "$board" sh -c "$(endless $mark)" 3>&- &
-    local id=$!
-    eventually runs $mark
-    kill -9 $id
-    eventually is_gone $mark
+    TMPDIR=$BATS_TEST_TMPDIR/tmp ended KILL "$board" sh -c "$(endless $mark)"
     [ -z "$(ls -A "$BATS_TEST_TMPDIR/tmp")" ]
     [ ! -e /run/netns/pc ]
 }
@@ -342,20 +335,24 @@ END
 
 @test "a board ends when it is told to by SIGTERM" {
     local mark=told-$RANDOM$RANDOM
-    "$board" sh -c "$(endless $mark)" 3>&- &
-    local id=$!
-    eventually runs $mark
-    kill -TERM $id
-    eventually is_gone $mark
+    ended TERM "$board" sh -c "$(endless $mark)"
 }
 
 @test "a board dies with the one who started it" {
     local mark=orphan-$RANDOM$RANDOM
-    bash -c "'$board' sh -c '$(endless $mark)'; :" 3>&- &
-    local id=$!
-    eventually runs $mark
-    kill -9 $id
-    eventually is_gone $mark
+    ended KILL bash -c "'$board' sh -c '$(endless $mark)'; :"
+}
+
+# refused PATTERN COMMAND...: COMMAND says in one line, with status 125, why there is no board.
+refused() {
+    run -125 "${@:2}"
+    [ "${#lines[@]}" -eq 1 ]
+    [[ $output == "board: "$1* ]]
+}
+
+# refused_after COMMAND PATTERN: the same where COMMAND went before.
+refused_after() {
+    refused "$2" unshare --user --map-root-user --mount sh -c "$1"'; exec "$0" true' "$board"
 }
 
 @test "a missing tool is named in one line, with status 125" {
@@ -363,34 +360,18 @@ END
     for tool in bash env unshare setpriv busybox ip readlink; do
         ln -s "$(command -v $tool)" "$BATS_TEST_TMPDIR/bin/"
     done
-    PATH=$BATS_TEST_TMPDIR/bin run "$board" true
-    [ "$status" -eq 125 ]
-    [ "${#lines[@]}" -eq 1 ]
-    [[ $output == "board: bwrap is missing; "* ]]
+    PATH=$BATS_TEST_TMPDIR/bin refused "bwrap is missing; " "$board" true
 }
 
-# refused COMMAND: the board cannot be set up where COMMAND went before.
-refused() {
-    run unshare --user --map-root-user --mount sh -c "$1"'; exec "$0" true' "$board"
-    [ "$status" -eq 125 ]
-    [ "${#lines[@]}" -eq 1 ]
-    [[ $output == "board: "*"$2"* ]]
-}
-
-@test "refused namespaces are said in one line, with status 125" {
+@test "what keeps a board from being set up is said in one line, with status 125" {
     for kind in user net pid mnt ipc uts; do
-        refused "echo 0 >/proc/sys/user/max_${kind}_namespaces" "refuses namespaces"
+        refused_after "echo 0 >/proc/sys/user/max_${kind}_namespaces" '*refuses namespaces'
     done
-}
-
-@test "a container that hides parts of /proc is said in one line, with status 125" {
-    refused 'mount -t tmpfs tmpfs /proc/tty' "/proc"
-}
-
-@test "a checkout where the board has files of its own is said in one line, with status 125" {
+    refused_after 'mount -t tmpfs tmpfs /proc/tty' '*/proc'
     make_clone "$BATS_TEST_TMPDIR"
-    board=/run/clone/testbench/board
-    refused "mount -t tmpfs tmpfs /run && cp -r '$clone' /run" "a checkout in /run/clone cannot be used"
+    board=/run/clone/testbench/board # where the board has files of its own
+    refused_after "mount -t tmpfs tmpfs /run && cp -r '$clone' /run" \
+        '*a checkout in /run/clone cannot be used'
 }
 
 @test "a failure of the network's set-up is said in one line, with status 125" {
@@ -398,18 +379,12 @@ refused() {
     printf '#!/bin/sh\necho "RTNETLINK answers: Operation not supported" >&2\necho "Command failed -:2" >&2\nexit 1\n' \
         >"$BATS_TEST_TMPDIR/bin/ip"
     chmod +x "$BATS_TEST_TMPDIR/bin/ip"
-    PATH=$BATS_TEST_TMPDIR/bin:$PATH run "$board" true
-    [ "$status" -eq 125 ]
-    [ "${#lines[@]}" -eq 1 ]
-    [[ $output == "board: cannot set up the network: "*"not supported"* ]]
+    PATH=$BATS_TEST_TMPDIR/bin:$PATH refused 'cannot set up the network: *not supported' "$board" true
 }
 
 @test "an unknown option is refused and help is given" {
-    run "$board" --nonsense
-    [ "$status" -eq 125 ]
-    run "$board" --
-    [ "$status" -eq 125 ]
-    run "$board" --help
-    [ "$status" -eq 0 ]
+    run -125 "$board" --nonsense
+    run -125 "$board" --
+    run -0 "$board" --help
     [[ $output == usage:* ]]
 }

@@ -2,8 +2,6 @@
 
 #include "tools/address.h"
 
-#include <string>
-
 #include <gtest/gtest.h>
 
 #include "tools/errors.h"

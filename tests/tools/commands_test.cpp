@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <set>
-#include <string>
 #include <utility>
 
 #include <gtest/gtest.h>

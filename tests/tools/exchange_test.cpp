@@ -2,10 +2,6 @@
 
 #include "tools/exchange.h"
 
-#include <string>
-
-#include <gtest/gtest.h>
-
 #include "tests/tools/far_end.h"
 
 namespace {
@@ -37,7 +33,6 @@ TEST(Exchange, WaitsForSoManyBytesAfterTheReply)
     far.arrive("cd");
     far.arrive("ef");
     EXPECT_TRUE(awaitBytes(far.line, answer, 5, kLong));
-    EXPECT_EQ(answer.rest, "abcde");
     EXPECT_TRUE(awaitBytes(far.line, answer, 5, kShort)); // they are there
     EXPECT_FALSE(awaitBytes(far.line, answer, 6, kShort));
     EXPECT_EQ(answer.rest, "abcde");

@@ -6,8 +6,6 @@
 #include "tools/line.h"
 
 #include <array>
-#include <string>
-#include <string_view>
 
 #include <sys/socket.h>
 #include <unistd.h>

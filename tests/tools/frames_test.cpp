@@ -2,10 +2,6 @@
 
 #include "tools/frames.h"
 
-#include <string>
-#include <string_view>
-#include <vector>
-
 #include <gtest/gtest.h>
 
 namespace {

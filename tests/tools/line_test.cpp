@@ -4,46 +4,20 @@
 
 #include <array>
 #include <cstdlib>
-#include <string>
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <termios.h>
-#include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include "tests/support/bytes.h"
+#include "tests/support/terminal.h"
 #include "tools/errors.h"
 
 namespace {
 
 constexpr Milliseconds kLong{1000};
 constexpr Milliseconds kShort{20};
-
-// A serial device with its far end in our hands.
-struct Terminal {
-    int far = posix_openpt(O_RDWR | O_NOCTTY);
-
-    Terminal()
-    {
-        EXPECT_EQ(grantpt(far), 0);
-        EXPECT_EQ(unlockpt(far), 0);
-    }
-    ~Terminal()
-    {
-        close(far);
-    }
-    Terminal(const Terminal &) = delete;
-    Terminal &operator=(const Terminal &) = delete;
-
-    std::string device() const
-    {
-        return ptsname(far);
-    }
-};
 
 // A UDP socket on a port of its own.
 struct Peer {
@@ -91,14 +65,13 @@ struct Peer {
 TEST(Line, SerialCarriesEveryByteUnchanged)
 {
     const Terminal terminal;
-    Line line = Line::serial(terminal.device());
+    Line line = Line::serial(terminal.path);
     const std::string all = countingBytes(256);
     line.send(all);
-    std::array<char, 1000> buffer;
-    EXPECT_EQ(std::string(buffer.data(),
-                          static_cast<size_t>(read(terminal.far, buffer.data(), buffer.size()))),
-              all);
-    ASSERT_EQ(write(terminal.far, all.data(), 256), 256);
+    std::string sent(1000, '\0');
+    sent.resize(static_cast<size_t>(read(terminal.master, sent.data(), sent.size())));
+    EXPECT_EQ(sent, all);
+    ASSERT_EQ(write(terminal.master, all.data(), 256), 256);
     std::string arrived;
     for (std::string more; arrived.size() < 256 && !(more = line.receive(kLong)).empty();) {
         arrived += more;
@@ -109,23 +82,22 @@ TEST(Line, SerialCarriesEveryByteUnchanged)
 TEST(Line, SerialRunsAt115200Raw)
 {
     const Terminal terminal;
-    const Line line = Line::serial(terminal.device());
+    const Line line = Line::serial(terminal.path);
     termios settings;
     ASSERT_EQ(tcgetattr(line.descriptor(), &settings), 0);
-    EXPECT_EQ(cfgetispeed(&settings), static_cast<speed_t>(B115200));
-    EXPECT_EQ(cfgetospeed(&settings), static_cast<speed_t>(B115200));
-    EXPECT_EQ(settings.c_lflag & (ICANON | ECHO | ISIG), 0U);
-    EXPECT_EQ(settings.c_iflag & (IXON | ICRNL), 0U);
-    EXPECT_EQ(settings.c_oflag & OPOST, 0U);
-    EXPECT_EQ(settings.c_cflag & CSIZE, static_cast<tcflag_t>(CS8));
+    EXPECT_EQ((std::array<tcflag_t, 6>{cfgetispeed(&settings), cfgetospeed(&settings),
+                                       settings.c_lflag & (ICANON | ECHO | ISIG),
+                                       settings.c_iflag & (IXON | ICRNL), settings.c_oflag & OPOST,
+                                       settings.c_cflag & CSIZE}),
+              (std::array<tcflag_t, 6>{B115200, B115200, 0, 0, 0, CS8}));
 }
 
 TEST(Line, SaysThatNothingCameAndDiscardsOldBytes)
 {
     const Terminal terminal;
-    Line line = Line::serial(terminal.device());
+    Line line = Line::serial(terminal.path);
     EXPECT_EQ(line.receive(kShort), "");
-    ASSERT_EQ(write(terminal.far, "old", 3), 3);
+    ASSERT_EQ(write(terminal.master, "old", 3), 3);
     line.discardInput();
     EXPECT_EQ(line.receive(kShort), "");
 }
@@ -133,9 +105,9 @@ TEST(Line, SaysThatNothingCameAndDiscardsOldBytes)
 TEST(Line, ACableThatIsPulledIsAnErrorAndNoSilence)
 {
     Terminal terminal;
-    Line line = Line::serial(terminal.device());
-    close(terminal.far);
-    terminal.far = -1;
+    Line line = Line::serial(terminal.path);
+    close(terminal.master);
+    terminal.master = -1;
     EXPECT_THROW(line.receive(kLong), LocalError);
 }
 

@@ -3,8 +3,6 @@
 
 #include "tools/package.h"
 
-#include <string>
-
 #include <gtest/gtest.h>
 
 #include "tools/errors.h"

@@ -3,13 +3,8 @@
 
 #include "tools/player.h"
 
-#include <fstream>
 #include <optional>
 #include <sstream>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "tests/support/console.h"
 #include "tests/tools/complaint.h"
@@ -20,6 +15,12 @@ namespace {
 constexpr Milliseconds kTimeout{30};
 
 constexpr char kLogPath[] = "/opt/scratch/vesk_h264.log";
+
+std::vector<Step> stepsOf(const std::string &text)
+{
+    std::istringstream stream(text);
+    return parseTranscript(stream, "file");
+}
 
 class PlayerTest : public testing::Test {
 protected:
@@ -38,8 +39,7 @@ protected:
     // Performs the one step in `text`.
     std::string perform(const std::string &text)
     {
-        std::istringstream stream(text);
-        return player->perform(parseTranscript(stream, "test").at(0));
+        return player->perform(stepsOf(text).at(0));
     }
 
     FarEnd front{SOCK_STREAM};
@@ -124,10 +124,8 @@ TEST_F(PlayerTest, SaysWhatWasPrintedInstead)
 // Plays `text` on the given desk and returns the exit status and what was said.
 std::string play(const std::string &text, const Desk &desk)
 {
-    std::istringstream stream(text);
-    const std::vector<Step> steps = parseTranscript(stream, "file");
     Console console;
-    const int status = playTranscript(steps, "file", desk, kTimeout);
+    const int status = playTranscript(stepsOf(text), "file", desk, kTimeout);
     console.end();
     return std::to_string(status) + "\n" + console.out + console.err;
 }
@@ -158,9 +156,7 @@ TEST_F(PlayerTest, FailsAtTheEndForBytesThatWereNotRead)
 TEST_F(PlayerTest, RefusesToPlayWithoutWhatTheTranscriptNeeds)
 {
     const auto complaint = [](const std::string &text) {
-        std::istringstream stream(text);
-        const std::vector<Step> steps = parseTranscript(stream, "file");
-        return complaintOf([&] { playTranscript(steps, "file", Desk{}, kTimeout); });
+        return complaintOf([&] { playTranscript(stepsOf(text), "file", Desk{}, kTimeout); });
     };
     EXPECT_EQ(complaint("front> a"), "line 1 needs --serial: front> a");
     EXPECT_EQ(complaint("pc="), "line 1 needs --udp: pc=");

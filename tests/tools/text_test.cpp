@@ -2,8 +2,6 @@
 
 #include "tools/text.h"
 
-#include <string>
-
 #include <gtest/gtest.h>
 
 #include "tests/support/bytes.h"

@@ -3,8 +3,6 @@
 #include "tools/transcript.h"
 
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 

@@ -2,13 +2,8 @@
 
 #include "transport/bridge_pipes.h"
 
-#include <cstdint>
-#include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "tests/support/bytes.h"
 #include "tests/support/console.h"

@@ -2,16 +2,10 @@
 
 #include "transport/bridge.h"
 
-#include <atomic>
-#include <cstdint>
 #include <random>
-#include <string>
-#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "command/channel.h"
 #include "command/reception.h"

@@ -7,25 +7,14 @@
 #include "transport/bench_routines.cpp"
 #include "transport/serial_retired.cpp"
 
-#include <cerrno>
-#include <cstdint>
-#include <deque>
 #include <limits>
-#include <optional>
-#include <string>
 #include <type_traits>
-#include <utility>
-#include <vector>
 
-#include <fcntl.h>
 #include <poll.h>
-#include <termios.h>
-#include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include "tests/support/bytes.h"
 #include "tests/support/serial_line.h"
+#include "tests/support/terminal.h"
 
 namespace {
 
@@ -93,7 +82,7 @@ TEST(Serial, DescriptorZeroIsALineLikeAnyOther)
 {
     const int saved = dup(STDIN_FILENO);
     Terminal terminal;
-    line.descriptor = dup2(terminal.open(), STDIN_FILENO);
+    line.descriptor = dup2(terminal.openSlave(), STDIN_FILENO);
     EXPECT_EQ(outcomeOf([] { return serial_open("/dev/ttyS0"); }).out,
               "Open /dev/ttyS0 ......\nfcntl = 0 !\nserial_open file ID= 0 !\n");
     dup2(saved, STDIN_FILENO);
@@ -204,7 +193,7 @@ TEST(Serial, SettingUpFailsWhenTheAttributesCannotBeReadOrApplied)
 TEST(Serial, ConfiguredTerminalReturns0AtOnceAndCarriesEveryByteUnchangedBothWays)
 {
     Terminal terminal;
-    const int fd = terminal.open();
+    const int fd = terminal.openSlave();
     EXPECT_EQ(outcomeOf([=] { return serial_set(fd, 115200, 8, 'N', 1); }).result, 0);
     char byte = 'x';
     EXPECT_EQ(serial_read(fd, &byte, 1), 0);
@@ -472,12 +461,6 @@ TEST(Serial, CompleteSetUpTakesEveryParityLetterInEitherCase)
             EXPECT_EQ(textOf(line.attributes), textOf(expected));
         }
     }
-}
-
-TEST(Serial, LowerCaseParityIsForTheCompleteSetUpOnly)
-{
-    expectRefused(115200, 8, 'n', 1, "parity n");
-    EXPECT_EQ(set_Parity(kLine, 8, 'n', 1), 0);
 }
 
 void expectCompleteSetUpRefused(int32_t bits, char parity, int32_t stop, const std::string &message)

@@ -5,29 +5,19 @@
 #include "transport/bench_routines.cpp"
 #include "transport/uart.cpp"
 
-#include <cerrno>
 #include <condition_variable>
-#include <cstdint>
-#include <deque>
 #include <iterator>
 #include <limits>
 #include <mutex>
-#include <optional>
-#include <string>
 #include <type_traits>
-#include <utility>
-#include <vector>
 
 #include <pthread.h>
-#include <termios.h>
-#include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include "tests/support/bytes.h"
 #include "tests/support/console.h"
 #include "tests/support/replace.h"
 #include "tests/support/serial_line.h"
+#include "tests/support/terminal.h"
 
 namespace {
 
@@ -141,16 +131,29 @@ TEST(Uart, ThreadThatCouldNotBeMadeIsNotDetached)
     EXPECT_EQ(outcomeOf([] { return UARTInit(0); }).journal.back(), "pthread_create");
 }
 
+// One line on standard error, and no line of success.
+TEST(Uart, ThreadThatCouldNotBeMadeIsSaid)
+{
+    createError = EAGAIN;
+    const std::string message =
+        "UARTInit: no reader thread for /dev/ttyS0: Resource temporarily unavailable\n";
+    const Outcome outcome = outcomeOf([] { return UARTInit(0); });
+    EXPECT_EQ(outcome.out, "Open /dev/ttyS0 ......\nfcntl = 0 !\nserial_open file ID= 777 !\n"
+                           "serial_set success !\n");
+    EXPECT_EQ(outcome.err, message);
+    EXPECT_EQ(outcome.result, static_cast<int64_t>(message.size()));
+}
+
 TEST(Uart, UnusableDeviceGetsNoThread)
 {
     const std::string message = "Can't get old terminal description !";
     line.device = "/dev/null"; // which cannot be set up
     const Outcome unset = outcomeOf([] { return UARTInit(0); });
     EXPECT_GT(fd[0], 2);
-    EXPECT_EQ(unset, Outcome(-1,
-                             "Open /dev/ttyS0 ......\nfcntl = 0 !\nserial_open file ID= " +
-                                 std::to_string(fd[0]) + " !\n",
-                             errorLine(message, ENOTTY), {"open /dev/ttyS0"}));
+    const std::string opened =
+        "Open /dev/ttyS0 ......\nfcntl = 0 !\nserial_open file ID= " + std::to_string(fd[0]) +
+        " !\n";
+    EXPECT_EQ(unset, Outcome(-1, opened, errorLine(message, ENOTTY), {"open /dev/ttyS0"}));
     line.device = "/dev/there-is-no-such-line";
     EXPECT_EQ(outcomeOf([] { return UARTInit(0); }),
               Outcome(-1, "Can't Open Serial Port /dev/ttyS0 !\n", errorLine(message, EBADF),
@@ -292,9 +295,8 @@ TEST(Uart, SendingOnPort1BeforeItIsOpenedWritesToDescriptor0)
 TEST(Uart, TransmitTestSendsHelloEverySecond)
 {
     fd[0] = kLine;
-    EXPECT_EQ(
-        outcomeOfLoop(UART_test_tx, 3),
-        Outcome(0, "", "", {"write 6", "sleep 1", "write 6", "sleep 1", "write 6", "sleep 1"}));
+    const Journal calls = {"write 6", "sleep 1", "write 6", "sleep 1", "write 6", "sleep 1"};
+    EXPECT_EQ(outcomeOfLoop(UART_test_tx, 3), Outcome(0, "", "", calls));
     EXPECT_EQ(line.sent, "hello hello hello ");
 }
 
@@ -302,14 +304,8 @@ TEST(Uart, ReceiveTestPrintsWhatCameAndLooksEverySecond)
 {
     fd[0] = kLine;
     const std::string full(20479, 'y'); // closed by a zero inside the buffer
-    line.arrivals = {"a longer first text",
-                     "short",
-                     "",
-                     std::nullopt,
-                     full,
-                     "z",
-                     "%n%s%d%%",
-                     "\n"}; // data is no format
+    // Data is no format.
+    line.arrivals = {"a longer first text", "short", "", std::nullopt, full, "z", "%n%s%d%%", "\n"};
     Journal journal;
     for (int i = 0; i < 8; ++i) {
         journal.insert(journal.end(), {"read 20479", "sleep 1"});
