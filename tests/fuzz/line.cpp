@@ -272,6 +272,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t count)
     script = {};
     script.input = Input(bytes, count);
     World run;
+    MUST_HOLD(channel[0] == nullptr); // the state has been put back
     for (size_t i = 0; i < std::size(Files::kNames); ++i) {
         run.put(Files::kNames[i], files.contents[i]);
     }
