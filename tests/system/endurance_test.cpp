@@ -220,7 +220,7 @@ TEST_F(SystemEndurance, UsesNoMoreMemoryAfterManyCommands)
     const long late = ownMemory(daemon.pid());
     std::cout << "KiB after 2,000 commands: " << early << ", after 20,000: " << late << std::endl;
     ASSERT_GT(early, 0);
-#ifdef __SANITIZE_THREAD__
+#ifdef UNDER_THREAD_SANITIZER
     constexpr long kGrowth = 512; // its history of accesses grows; 30 bytes a command would show
 #else
     constexpr long kGrowth = 16; // one byte lost for each command would show
