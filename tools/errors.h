@@ -14,6 +14,11 @@ struct LocalError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// A line that was open is gone: a cable that has been pulled, a network that has gone down.
+struct LineLost : LocalError {
+    using LocalError::LocalError;
+};
+
 enum ExitStatus : int {
     kDone = 0,
     kRefused = 1, // by the device; also a transcript step that did not hold
