@@ -97,8 +97,9 @@ template <bool is64> std::string faultOfParts(std::string_view file)
         return "it has no segments to load, so it is no executable";
     }
     if (!has(file, head.e_phoff, uint64_t{head.e_phnum} * sizeof(Segment)) ||
-        (head.e_shnum != 0 && (head.e_shentsize != sizeof(Section) ||
-                               !has(file, head.e_shoff, uint64_t{head.e_shnum} * sizeof(Section))))) {
+        (head.e_shnum != 0 &&
+         (head.e_shentsize != sizeof(Section) ||
+          !has(file, head.e_shoff, uint64_t{head.e_shnum} * sizeof(Section))))) {
         return cut;
     }
     bool canBegin = false;
