@@ -357,19 +357,6 @@ def cpp_field(table, field):
             f"{', '.join(flags)}, {least}u, {most}u, {field.get('usual', least)}u, {quoted(field.get('unit', ''))}}}")
 
 
-def usage_of(table, field):
-    """The names of its bytes, for those who type them."""
-    if field["type"] == "u8" and ("value" in field or "usual" in field):
-        return f"{field.get('value', field.get('usual')):02X}"
-    if field["type"] in ADDRESSES:
-        return "A.B.C.D"
-    if field["type"] == "on/off":
-        return "ON"
-    if length_of(table, field) > 1:
-        return " ".join(byte_names(table, field)).upper()
-    return field["at"].upper()
-
-
 def veskctl_table(table):
     arrays = {}  # of fields, by name: some commands share one
     rows = []
@@ -388,7 +375,6 @@ def veskctl_table(table):
             f"AnswerKind::k{kind.capitalize()}",
             *["true" if flag else "false" for flag in flags],
             quoted(command["name"]),
-            quoted(" ".join(usage_of(table, field) for field in command.get("parameters", []))),
             *spans,
             f"{payload.get('wait', 0)}u",
             f"{command.get('time', table['default_time'])['timeout']}u",

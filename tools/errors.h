@@ -1,8 +1,10 @@
 #pragma once
 
-// The errors on our own side, one type for each exit status.
+// What ends a subcommand early.
 
 #include <stdexcept>
+
+#include "tools/status.h"
 
 // The user asked for something that is not possible.
 struct UsageError : std::runtime_error {
@@ -19,10 +21,7 @@ struct LineLost : LocalError {
     using LocalError::LocalError;
 };
 
-enum ExitStatus : int {
-    kDone = 0,
-    kRefused = 1, // by the device; also a transcript step that did not hold
-    kUsage = 2,
-    kNoAnswer = 3,
-    kLocalFailure = 4,
+// SIGINT or SIGTERM came while a line was waited for (see Line::stopAt()).
+struct Interrupted : std::runtime_error {
+    Interrupted() : std::runtime_error("interrupted") {}
 };

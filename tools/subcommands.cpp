@@ -20,7 +20,7 @@
 namespace {
 
 // The network record: `write data` with its length, and `read data`.
-constexpr char kWriteNetwork[] = "write data 20 00 13 00";
+constexpr char kWriteNetwork[] = "f0 20 00 13 00";
 constexpr char kReadNetwork[] = "read data 20";
 constexpr size_t kNetworkRecord = 18;
 constexpr size_t kNetworkBlock = kNetworkRecord + 1;
