@@ -93,6 +93,11 @@ void Recorder::take(std::string_view side, Passing passing, std::string_view byt
         write(stepOf(side, '>', bytes) + "\n");
         break;
     case Passing::kReceived:
+        // A payload that comes together with its frame is easier to read by itself.
+        if (isFrame(bytes.substr(0, kFrameLength)) && !isText(bytes)) {
+            write(stepOf(side, '<', bytes.substr(0, kFrameLength)) + "\n");
+            bytes.remove_prefix(kFrameLength);
+        }
         write(stepOf(side, '<', bytes) + "\n");
         break;
     case Passing::kDropped:

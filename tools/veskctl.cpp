@@ -493,8 +493,9 @@ int run(int argc, char **argv)
     app.fallthrough(); // the options may also follow the subcommand
     app.set_version_flag("--version", kVersion, "Print the version and exit");
     addOptions(app, options, kLines | kTalking | kData);
-    for (int i = 0; i < argc; ++i) {
-        options.about += fmt::format("{}{}", i == 0 ? "" : " ", escape(argv[i]));
+    options.about = "veskctl";
+    for (int i = 1; i < argc; ++i) {
+        options.about += fmt::format(" {}", escape(argv[i]));
     }
 
     CLI::App *const sendCommand = app.add_subcommand("send", kSendAbout);
