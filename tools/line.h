@@ -9,8 +9,9 @@
 
 class Line {
 public:
-    // Opens a serial device: 115200 8N1, raw. Throws LocalError.
-    static Line serial(const std::string &device);
+    // Opens a serial device: 115200 8N1, raw. Nobody else can open it then. While another process
+    // has it, waits for it as long as `wait` says. Throws LocalError.
+    static Line serial(const std::string &device, Milliseconds wait = Milliseconds{0});
 
     // `peer` is HOST or HOST:PORT; the port is 1000 if not given. Sends nothing yet. Throws
     // UsageError for an impossible port, LocalError for a host that cannot be found.
@@ -25,6 +26,15 @@ public:
 
     int descriptor() const;
 
+    // The device or the peer, as it was given.
+    const std::string &name() const;
+
+    // Whether the far end is a UDP peer, which hears the device only through its front board.
+    bool carriesDatagrams() const;
+
+    // From now on receive() throws Interrupted when `interruption` has come. Null: no longer.
+    void stopAt(const Interruption *interruption);
+
     // Sends all bytes, over UDP as one datagram. Throws LocalError.
     void send(std::string_view bytes);
 
@@ -38,5 +48,7 @@ public:
 private:
     int descriptor_;
     bool carriesDatagrams_;
+    bool isExclusive_ = false; // no other process can open it
+    const Interruption *interruption_ = nullptr;
     std::string name_;
 };
