@@ -9,9 +9,9 @@
 #include <span>
 #include <utility>
 
-#include <fcntl.h>
 #include <netdb.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <termios.h>
 #include <unistd.h>
@@ -19,6 +19,7 @@
 #include <fmt/format.h>
 
 #include "tools/errors.h"
+#include "tools/exclusive.h"
 
 namespace {
 
@@ -73,7 +74,9 @@ void makeRaw(const Line &line, const std::string &device, speed_t speed)
 {
     termios settings;
     if (tcgetattr(line.descriptor(), &settings) < 0) {
-        fail(fmt::format("{} is not a serial device", device));
+        throw LocalError(fmt::format(
+            "{} is not a serial device ({}); serial devices are named like /dev/ttyUSB0", device,
+            std::strerror(errno)));
     }
     cfmakeraw(&settings);
     settings.c_cflag |= CLOCAL | CREAD;
@@ -87,15 +90,13 @@ void makeRaw(const Line &line, const std::string &device, speed_t speed)
 
 } // namespace
 
-Line Line::serial(const std::string &device, unsigned baud)
+Line Line::serial(const std::string &device, Milliseconds wait, unsigned baud)
 {
     const speed_t speed = speedOf(baud);
-    const int descriptor = open(device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    if (descriptor < 0) {
-        fail(fmt::format("cannot open {}", device));
-    }
-    Line line(descriptor, device);
+    Line line(openAlone(device, wait), device);
     makeRaw(line, device, speed);
+    ioctl(line.descriptor_, TIOCEXCL); // for those that do not ask for a lock
+    line.isExclusive_ = true;
     return line;
 }
 
@@ -135,6 +136,7 @@ Line::Line(int descriptor, std::string name)
 
 Line::Line(Line &&other) noexcept
     : descriptor_(std::exchange(other.descriptor_, -1)), carriesDatagrams_(other.carriesDatagrams_),
+      isExclusive_(other.isExclusive_), interruption_(other.interruption_),
       name_(std::move(other.name_)), tap_(std::move(other.tap_))
 {
 }
@@ -142,6 +144,9 @@ Line::Line(Line &&other) noexcept
 Line::~Line()
 {
     if (descriptor_ >= 0) {
+        if (isExclusive_) {
+            ioctl(descriptor_, TIOCNXCL); // a terminal that others have open keeps it otherwise
+        }
         close(descriptor_);
     }
 }
@@ -149,6 +154,21 @@ Line::~Line()
 int Line::descriptor() const
 {
     return descriptor_;
+}
+
+const std::string &Line::name() const
+{
+    return name_;
+}
+
+bool Line::carriesDatagrams() const
+{
+    return carriesDatagrams_;
+}
+
+void Line::stopAt(const Interruption *interruption)
+{
+    interruption_ = interruption;
 }
 
 void Line::send(std::string_view bytes)
@@ -164,7 +184,8 @@ void Line::send(std::string_view bytes)
             poll(&entry, 1, static_cast<int>(deadline.left().count()));
         } else if (errno != EINTR && errno != ECONNREFUSED) {
             // ECONNREFUSED is about an earlier datagram. The socket is good for another try.
-            throw LineLost(fmt::format("cannot send to {}: {}", name_, std::strerror(errno)));
+            throw LineLost(fmt::format("cannot send to {}: {}; is it still plugged in?", name_,
+                                       std::strerror(errno)));
         }
     } while (!bytes.empty());
     if (tap_) {
@@ -181,7 +202,16 @@ std::string Line::receive(Milliseconds timeout, Passing passing)
 {
     const Deadline deadline(timeout);
     std::array<char, 65536> buffer;
-    while (!waitReadable(std::span(&descriptor_, 1), deadline.left()).empty()) {
+    const int watched[] = {descriptor_,
+                           interruption_ == nullptr ? -1 : interruption_->descriptor()};
+    for (;;) {
+        const std::vector<int> ready = waitReadable(watched, deadline.left());
+        if (ready.empty()) {
+            return {};
+        }
+        if (ready.back() != descriptor_) {
+            throw Interrupted();
+        }
         const ssize_t count = read(descriptor_, buffer.data(), buffer.size());
         if (count > 0) {
             const std::string_view bytes(buffer.data(), static_cast<size_t>(count));
@@ -195,10 +225,12 @@ std::string Line::receive(Milliseconds timeout, Passing passing)
         const bool isEnd = count == 0 ? !carriesDatagrams_
                                       : errno != EAGAIN && errno != EINTR && errno != ECONNREFUSED;
         if (isEnd) {
-            throw LineLost(fmt::format("{} was closed", name_));
+            throw LineLost(
+                fmt::format("{} was closed: the cable or its adapter was unplugged, or the "
+                            "far end has ended; plug it in and begin again",
+                            name_));
         }
     }
-    return {};
 }
 
 void Line::discardInput()
@@ -210,9 +242,4 @@ void Line::discardInput()
 void Line::setTap(Tap tap)
 {
     tap_ = std::move(tap);
-}
-
-const std::string &Line::name() const
-{
-    return name_;
 }

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <chrono>
-#include <fstream>
 #include <iterator>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -14,7 +14,9 @@
 
 #include "tools/commands.h"
 #include "tools/console.h"
+#include "tools/elf.h"
 #include "tools/errors.h"
+#include "tools/file.h"
 #include "tools/info.h"
 #include "tools/line.h"
 #include "tools/logfile.h"
@@ -37,10 +39,11 @@ constexpr char kAbout[] =
 
 constexpr char kFooter[] =
     "Exit status:\n"
-    "  0  done                        3  no answer in time\n"
-    "  1  refused by the device, or   4  something failed on this computer, such as\n"
-    "     a step that did not hold       a device that cannot be opened\n"
-    "  2  wrong usage\n"
+    "    0  done                        4  something failed on this computer, such as a\n"
+    "    1  refused by the device, or      device that cannot be opened or a full disk\n"
+    "       not as it should be         5  an update was not finished\n"
+    "    2  wrong usage               130  interrupted\n"
+    "    3  no answer in time\n"
     "\n"
     "Data goes to standard output, messages to standard error. `veskctl SUBCOMMAND --help` says\n"
     "more.\n"
@@ -55,9 +58,11 @@ constexpr char kFooter[] =
 constexpr char kSendAbout[] = "Send one command, print the reply";
 constexpr char kSendFooter[] =
     "The command is written in one of these ways; blanks between bytes do not count:\n"
-    "  words              a name of the table below, then its parameters as hexadecimal bytes; an\n"
-    "                     address may also be written as 192.168.0.100\n"
-    "  2 to 10 digits     command and dat1 to dat4; address, tag and omitted bytes are 00\n"
+    "  words              a name of the table below, then its parameters: A.B.C.D is an address such\n"
+    "                     as 192.168.0.100, NUMBER decimal or with 0x in front, DAT2 and the like two\n"
+    "                     hexadecimal digits. Those in brackets may be left out.\n"
+    "  2 to 10 digits     command and dat1 to dat4; address, tag and omitted bytes are 00. A command\n"
+    "                     that changes something needs all ten.\n"
     "  14 digits          address, tag, command and dat1 to dat4; the checksum is added\n"
     "  16 digits          the same and the checksum, right or wrong\n"
     "  <...>              a whole frame of 19 characters, sent as it is, right or wrong\n"
@@ -98,19 +103,24 @@ constexpr char kTextFooter[] =
 
 constexpr char kUpdateAbout[] = "Send a new executable to the device";
 constexpr char kUpdateFooter[] =
-    "The file is sent in blocks of 1024 bytes, each after the device has accepted the one before it. A\n"
-    "block that is refused or not answered is sent again, 5 times in all. After the last block the\n"
-    "device adds up the stored file. If the sum is right it keeps the old executable as\n"
-    "/usr/bin/vesk_h264_backup, replaces it and restarts. If not, it goes on as before. It reports\n"
-    "neither on the line: send it a command to see that it is back.\n"
+    "The file must be a whole executable (ELF) for the device's processor, of 1 KiB to 16 MiB. The\n"
+    "device is asked first: if nobody answers, nothing is sent. Then the file is sent in blocks of 1024\n"
+    "bytes, each after the device has accepted the one before it. A block that is refused or not\n"
+    "answered is sent again, 5 times in all. After the last block the device adds up the stored file.\n"
+    "If the sum is right it keeps the old executable as /usr/bin/vesk_h264_backup, replaces it and\n"
+    "restarts. If not, it goes on as before. It is asked until it answers, and the result is one of:\n"
+    "restarted (with its version), still the old program, absent, unknown. All but the first have exit\n"
+    "status 5. An update that is interrupted changes nothing, unless it was at its end.\n"
+    "\n"
+    "With --progress json standard output gets one JSON object a line, the last with the result.\n"
     "\n"
     "Over --udp the update works only where the front board echoes every byte, at about 3 blocks a\n"
     "second: the device passes the blocks on to its serial line and executes only what comes back. The\n"
-    "answer to the last block does not come, as the device restarts before it can pass it on. That\n"
-    "block is sent again, and the restarted device accepts it and does nothing.\n"
+    "answer to the last block does not come, as the device restarts before it can pass it on.\n"
     "\n"
-    "Example:\n"
-    "  veskctl --serial /dev/ttyUSB0 update --query build/arm/vesk_h264";
+    "Examples:\n"
+    "  veskctl --serial /dev/ttyUSB0 update build/arm/vesk_h264\n"
+    "  veskctl --serial /dev/ttyUSB0 update --query --dry-run build/arm/vesk_h264";
 
 constexpr char kInfoAbout[] = "Print everything that the device tells about itself";
 constexpr char kInfoFooter[] =
@@ -199,6 +209,7 @@ constexpr char kPlayFooter[] =
     "      play tests/replay/first-session.txt";
 
 constexpr unsigned kDefaultTimeout = 1000;
+constexpr unsigned kDefaultRestartTimeout = 30000;
 constexpr unsigned kLongestTimeout = 600000;
 constexpr unsigned kMostRetries = 100;
 constexpr double kLongestInterval = 3600;
@@ -212,20 +223,26 @@ struct Options {
     unsigned baud = kUsualBaud;
     std::string record;
     std::string color = "auto";
-    std::string about;               // the command line
-    bool stored = false;             // of info
-    unsigned count = 0;              // of ping
-    double interval = 1;             // of ping, in seconds
-    MonitorOptions monitor;          // of monitor
-    std::vector<std::string> words;  // of send
-    std::vector<std::string> frames; // of decode
-    std::string transcript;          // of play
-    NetworkSettings network;         // of network write
-    std::string dat1;                // of text
-    std::string dat2 = "00";         // of text
-    std::string text;                // of text write
-    std::string file;                // of update
-    bool query = false;              // of update
+    std::string about;                                // the command line
+    bool stored = false;                              // of info
+    unsigned count = 0;                               // of ping
+    double interval = 1;                              // of ping, in seconds
+    MonitorOptions monitor;                           // of monitor
+    std::vector<std::string> words;                   // of send
+    std::vector<std::string> frames;                  // of decode
+    std::string transcript;                           // of play
+    NetworkSettings network;                          // of network write
+    std::string dat1;                                 // of text
+    std::string dat2 = "00";                          // of text
+    std::string text;                                 // of text write
+    std::string file;                                 // of update
+    bool query = false;                               // of update
+    std::string machine = "arm";                      // of update
+    std::string progress = "bar";                     // of update
+    bool isDry = false;                               // of update
+    unsigned restartTimeout = kDefaultRestartTimeout; // of update
+    bool isForced = false;                            // of update and network write
+    unsigned wait = 0; // for a serial device that another process has
 };
 
 constexpr Milliseconds kLongestFinish{1000};
@@ -267,7 +284,7 @@ struct Opened {
             listen(*pc, "pc", recorder);
         }
         if (!options.serial.empty()) {
-            front.emplace(Line::serial(options.serial, options.baud));
+            front.emplace(Line::serial(options.serial, Milliseconds{options.wait}, options.baud));
             listen(*front, "front", recorder);
         }
         if (!options.log.empty()) {
@@ -323,16 +340,6 @@ template <typename Use> int onOneLine(const Options &options, Use use)
     return status;
 }
 
-std::string contentOf(const std::string &file)
-{
-    std::ifstream stream(file, std::ios::binary);
-    std::string content(std::istreambuf_iterator<char>(stream), {});
-    if (!stream) {
-        throw LocalError(fmt::format("cannot read {}", file));
-    }
-    return content;
-}
-
 // Wrong arguments are reported before any device is opened ---------------------------------------
 
 int send(const Options &options)
@@ -375,12 +382,43 @@ int textWrite(const Options &options)
     });
 }
 
+// Requires: the option's check.
+Machine machineOf(const std::string &name)
+{
+    return name == "arm" ? Machine::kArm : name == "x86_64" ? Machine::kX86 : Machine::kAny;
+}
+
+ProgressKind progressOf(const std::string &name)
+{
+    return name == "bar"    ? ProgressKind::kBar
+           : name == "json" ? ProgressKind::kJson
+                            : ProgressKind::kNone;
+}
+
 int update(const Options &options)
 {
     requireOneLine(options);
-    const std::string stream = updateStream(contentOf(options.file));
+    const std::string file = contentOf(options.file);
+    const std::string fault = faultOfProgram(file, machineOf(options.machine));
+    if (!fault.empty() && (!options.isForced || file.empty())) {
+        throw UsageError(fmt::format("{} is no program for the device: {}; nothing was sent{}",
+                                     options.file, fault,
+                                     file.empty() ? "" : ", and --force sends it all the same"));
+    }
+    const std::string stream = updateStream(file);
+    if (!fault.empty()) {
+        fmt::print(stderr,
+                   "veskctl: {} is no program for the device: {}; sent because of --force\n",
+                   options.file, fault);
+    }
     return onOneLine(options, [&](Line &line, Milliseconds timeout) {
-        return runUpdate(line, stream, {options.query, timeout, timeout + kDeviceWaitsBlock});
+        return runUpdate(line, stream,
+                         {.query = options.query,
+                          .isDry = options.isDry,
+                          .progress = progressOf(options.progress),
+                          .timeout = timeout,
+                          .blockTimeout = timeout + kDeviceWaitsBlock,
+                          .restartTimeout = Milliseconds{options.restartTimeout}});
     });
 }
 
@@ -405,7 +443,9 @@ int monitor(const Options &options)
     const bool isSerial = !options.serial.empty();
     const auto recorder = recorderOf(options, true);
     const auto open = [&options, &recorder, isSerial] {
-        Line line = isSerial ? Line::serial(options.serial, options.baud) : Line::udp(options.udp);
+        Line line = isSerial
+                        ? Line::serial(options.serial, Milliseconds{options.wait}, options.baud)
+                        : Line::udp(options.udp);
         listen(line, isSerial ? "front" : "pc", recorder);
         return line;
     };
@@ -434,10 +474,7 @@ int ports(const Options &)
 int play(const Options &options)
 {
     requireLine(options);
-    std::ifstream file(options.transcript);
-    if (!file) {
-        throw LocalError(fmt::format("cannot read {}", options.transcript));
-    }
+    std::istringstream file(contentOf(options.transcript));
     const std::vector<Step> steps = parseTranscript(file, options.transcript);
     Opened opened(options);
     return playTranscript(steps, options.transcript, opened.desk(), Milliseconds{options.timeout});
@@ -528,6 +565,22 @@ int run(int argc, char **argv)
     updateCommand->footer(kUpdateFooter);
     updateCommand->add_option("FILE", options.file, "The new executable")->required();
     updateCommand->add_flag("--query", options.query, "Ask for block size and version first");
+    updateCommand->add_option("--machine", options.machine, "What the device needs")
+        ->capture_default_str()
+        ->type_name("arm|x86_64|any")
+        ->check(CLI::IsMember({"arm", "x86_64", "any"}).description(""));
+    updateCommand->add_flag("--force", options.isForced, "Send a file that is no such program");
+    updateCommand->add_flag("--dry-run", options.isDry, "Check the file and ask; send no block");
+    updateCommand->add_option("--progress", options.progress, "How far it is: a bar on a terminal")
+        ->capture_default_str()
+        ->type_name("bar|json|none")
+        ->check(CLI::IsMember({"bar", "json", "none"}).description(""));
+    updateCommand
+        ->add_option("--restart-timeout", options.restartTimeout,
+                     "How long to wait for the new program")
+        ->capture_default_str()
+        ->type_name("MS")
+        ->check(CLI::Range(1U, kLongestTimeout).description(""));
 
     CLI::App *const infoCommand = app.add_subcommand("info", kInfoAbout);
     infoCommand->footer(kInfoFooter);
