@@ -412,13 +412,14 @@ int update(const Options &options)
                    options.file, fault);
     }
     return onOneLine(options, [&](Line &line, Milliseconds timeout) {
-        return runUpdate(line, stream,
-                         {.query = options.query,
-                          .isDry = options.isDry,
-                          .progress = progressOf(options.progress),
-                          .timeout = timeout,
-                          .blockTimeout = timeout + kDeviceWaitsBlock,
-                          .restartTimeout = Milliseconds{options.restartTimeout}});
+        return runUpdate(
+            line, stream,
+            {.query = options.query,
+             .isDry = options.isDry,
+             .progress = manner().json ? ProgressKind::kJson : progressOf(options.progress),
+             .timeout = timeout,
+             .blockTimeout = timeout + kDeviceWaitsBlock,
+             .restartTimeout = Milliseconds{options.restartTimeout}});
     });
 }
 
@@ -482,7 +483,7 @@ int play(const Options &options)
 
 // Groups of options. Each subcommand takes those of the groups that hold for it after its name; all
 // of them may also stand before it.
-enum Groups : unsigned { kLines = 1, kTalking = 2, kData = 4 };
+enum Groups : unsigned { kLines = 1, kTalking = 2, kOutput = 4, kData = 8 };
 
 void addOptions(CLI::App &app, Options &options, unsigned groups)
 {
@@ -492,6 +493,10 @@ void addOptions(CLI::App &app, Options &options, unsigned groups)
         app.add_option("--baud", options.baud, "Bits per second of the serial device")
             ->capture_default_str()
             ->type_name("RATE");
+        app.add_option("--wait", options.wait, "How long to wait for a device that is in use")
+            ->capture_default_str()
+            ->type_name("MS")
+            ->check(CLI::Range(0U, kLongestTimeout).description(""));
         app.add_option("--udp", options.udp, "The daemon's address (default port 1000): be the PC")
             ->type_name("HOST[:PORT]");
         app.add_option("--record", options.record, "Write what the lines carry, for `play`")
@@ -513,6 +518,8 @@ void addOptions(CLI::App &app, Options &options, unsigned groups)
     }
     if ((groups & kData) != 0) {
         app.add_flag("--json", manner().json, "Print data as JSON, an object a line");
+    }
+    if ((groups & kOutput) != 0) {
         app.add_flag("-q,--quiet", manner().quiet, "No messages but errors, no summaries");
         app.add_option("--color", options.color, "Colour: auto, always or never")
             ->capture_default_str()
@@ -529,7 +536,7 @@ int run(int argc, char **argv)
     app.require_subcommand(1);
     app.fallthrough(); // the options may also follow the subcommand
     app.set_version_flag("--version", kVersion, "Print the version and exit");
-    addOptions(app, options, kLines | kTalking | kData);
+    addOptions(app, options, kLines | kTalking | kOutput | kData);
     options.about = "veskctl";
     for (int i = 1; i < argc; ++i) {
         options.about += fmt::format(" {}", escape(argv[i]));
@@ -628,13 +635,13 @@ int run(int argc, char **argv)
     for (CLI::App *const each :
          {sendCommand, networkReadCommand, networkWriteCommand, textReadCommand, textWriteCommand,
           updateCommand, infoCommand, pingCommand}) {
-        addOptions(*each, options, kLines | kTalking | kData);
+        addOptions(*each, options, kLines | kTalking | kOutput | kData);
     }
-    addOptions(*monitorCommand, options, kLines | kData);
-    addOptions(*consoleCommand, options, kLines | kTalking | kData);
-    addOptions(*playCommand, options, kLines | kTalking | kData);
-    addOptions(*decodeCommand, options, kData);
-    addOptions(*portsCommand, options, kData);
+    addOptions(*monitorCommand, options, kLines | kOutput | kData);
+    addOptions(*consoleCommand, options, kLines | kTalking | kOutput);
+    addOptions(*playCommand, options, kLines | kTalking | kOutput | kData);
+    addOptions(*decodeCommand, options, kOutput | kData);
+    addOptions(*portsCommand, options, kOutput | kData);
 
     try {
         app.parse(argc, argv);
