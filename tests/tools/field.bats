@@ -77,8 +77,6 @@ at_desk() {
     echo "$stderr"
 }
 
-version='<F00006a03010a0078>'
-
 @test "info: a table of everything that the device tells" {
     at_desk 'ctl info'
     [ "$output" = 'device type       2633
@@ -116,11 +114,11 @@ MAC               02:76:65:73:6b:01' ]
     [ "$stderr" = 'veskctl: device type: no answer' ]
 }
 
-@test "ping: times and loss; status 3 when nothing came" {
-    answers "$version"
-    # Only the first question has tag 01.
-    run -0 --separate-stderr "$VESKCTL" --serial "$device" --timeout 300 ping -c 1 -i 0
-    [ "${lines[0]}" = "no answer from $device: seq=1" ] || false
+@test "ping: status 3 when nothing came" {
+    connect 'cat >/dev/null'
+    run -3 --separate-stderr "$VESKCTL" --serial "$device" --timeout 200 ping -c 2 -i 0
+    [ "${lines[0]}" = "no answer from $device: seq=1" ]
+    [[ ${lines[2]} =~ ^'2 sent, 0 answered, 100% lost, '[0-9]+' ms'$ ]]
 }
 
 @test "ping: counts what came and what did not" {
@@ -137,7 +135,7 @@ MAC               02:76:65:73:6b:01' ]
 
 @test "ping: Ctrl-C ends it with a summary, status 0; --quiet prints nothing else" {
     connect 'IFS= read -r -N 19; printf "<F00016a03010a0079>"; cat >/dev/null'
-    ctl ping -i 60 >"$BATS_TEST_TMPDIR/out" 3>&- &
+    "$VESKCTL" --serial "$device" ping -i 60 >"$BATS_TEST_TMPDIR/out" 3>&- &
     watcher=$!
     wait_until grep -q seq=1 "$BATS_TEST_TMPDIR/out"
     kill -INT "$watcher"
@@ -207,12 +205,6 @@ MAC               02:76:65:73:6b:01' ]
     [[ $output == *'/opt/scratch/console.txt: all '*' steps held'* ]]
 }
 
-@test "record: an update of two blocks, one of them refused at first" {
-    connect 'for frame in "<F00009affffffff96>" "<F00019aa007000042>" "<F00029aa007010044>"; do
-            head -c 1044 >/dev/null; printf %s "$frame"; done; cat >/dev/null'
-    skip "the update asks the device first: see update.bats"
-}
-
 @test "record: a file that cannot be written, status 4, before anything is sent" {
     connect 'cat >"$OLDPWD/heard"'
     run -4 --separate-stderr "$VESKCTL" --serial "$device" send 68 01 --record /nowhere/file
@@ -226,7 +218,7 @@ MAC               02:76:65:73:6b:01' ]
 
 @test "monitor: rows of bytes with their text, frames decoded, counters at the end" {
     connect 'printf "a\001b\n<T0000680100000069>0123456789abcdefX"; cat >/dev/null'
-    ctl monitor --time none --record "$BATS_TEST_TMPDIR/heard" >"$BATS_TEST_TMPDIR/out" \
+    "$VESKCTL" --serial "$device" monitor --time none --record "$BATS_TEST_TMPDIR/heard" >"$BATS_TEST_TMPDIR/out" \
         2>"$BATS_TEST_TMPDIR/err" 3>&- &
     watcher=$!
     wait_until grep -q '|X|' "$BATS_TEST_TMPDIR/out"
@@ -245,7 +237,7 @@ MAC               02:76:65:73:6b:01' ]
 @test "monitor: the time of each packet, absolute or since the last" {
     for kind in absolute delta; do
         connect 'printf "<T0000680100000069>"; sleep 0.3; printf "<F00006801263300c2>"; cat >/dev/null'
-        ctl monitor --time "$kind" >"$BATS_TEST_TMPDIR/$kind" 3>&- &
+        "$VESKCTL" --serial "$device" monitor --time "$kind" >"$BATS_TEST_TMPDIR/$kind" 3>&- &
         watcher=$!
         wait_until grep -q reply "$BATS_TEST_TMPDIR/$kind"
         kill "$watcher"
@@ -259,7 +251,7 @@ MAC               02:76:65:73:6b:01' ]
 @test "monitor: --filter by name and by code; --json" {
     frames='abc<T0000680100000069><T00006a030000006d><T0000850000000085><F00006affffffff66>'
     connect "printf '$frames'; cat >/dev/null"
-    ctl monitor --json --filter 'net mask' --filter '6A 03' >"$BATS_TEST_TMPDIR/out" 3>&- &
+    "$VESKCTL" --serial "$device" monitor --json --filter 'net mask' --filter '6A 03' >"$BATS_TEST_TMPDIR/out" 3>&- &
     watcher=$!
     wait_until grep -q F00006a "$BATS_TEST_TMPDIR/out"
     kill "$watcher"
@@ -272,7 +264,7 @@ MAC               02:76:65:73:6b:01' ]
 
 @test "monitor: waits for a device that is not there, and opens it again when it comes back" {
     rm -f "$device"
-    ctl monitor --time none >"$BATS_TEST_TMPDIR/out" 2>"$BATS_TEST_TMPDIR/err" 3>&- &
+    "$VESKCTL" --serial "$device" monitor --time none >"$BATS_TEST_TMPDIR/out" 2>"$BATS_TEST_TMPDIR/err" 3>&- &
     watcher=$!
     wait_until grep -q 'is not there; waiting for it' "$BATS_TEST_TMPDIR/err"
     connect 'printf "<T0000680100000069>"; cat >/dev/null'

@@ -230,7 +230,6 @@ MAC      02:76:65:73:6b:01' '' network read
     run -4 --separate-stderr "$VESKCTL" --serial /nowhere/at/all send 68 01
     said '' 'veskctl: cannot open /nowhere/at/all: No such file or directory'
     run -4 "$VESKCTL" --serial /dev/null send 68 01
-    run -4 "$VESKCTL" --serial /nowhere monitor
     run -4 "$VESKCTL" --serial /nowhere console
     run -4 "$VESKCTL" --serial /nowhere play nothing.txt
 }
@@ -256,18 +255,6 @@ MAC      02:76:65:73:6b:01' '' network read
 veskctl: not a frame: <T0000680100000069}'
     run -2 "$VESKCTL" decode <<<'<T000068'
     run -0 "$VESKCTL" decode '<T0000680100000068>'
-}
-
-@test "monitor: frames decoded, the rest escaped, until Ctrl-C, status 0" {
-    connect 'printf "a\001b\n<T0000680100000069>end"; cat >/dev/null'
-    "$VESKCTL" --serial "$device" monitor >seen 3>&- &
-    monitor=$!
-    wait_until grep -qx end seen
-    kill -INT "$monitor"
-    wait "$monitor"
-    [ "$(cat seen)" = 'a\x01b\n
-<T0000680100000069>  command, address 00, tag 00: read device type
-end' ]
 }
 
 @test "monitor: over UDP the daemon is told where we are" {
