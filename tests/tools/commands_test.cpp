@@ -281,7 +281,8 @@ TEST(Commands, KnowsWhatIsNeverAnswered)
     for (const char *text : {"8e", "8e 01", "8e 04", "8e 06", "8e 08", "8e ff"}) {
         EXPECT_TRUE(isSilent(text)) << text;
     }
-    for (const char *text : {"8e 02 00 00 00", "8e 03", "8e 05", "8e 07", "8d 04", "8f 04", "6a 01"}) {
+    for (const char *text :
+         {"8e 02 00 00 00", "8e 03", "8e 05", "8e 07", "8d 04", "8f 04", "6a 01"}) {
         EXPECT_FALSE(isSilent(text)) << text;
     }
 }
