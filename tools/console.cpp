@@ -48,7 +48,7 @@ public:
     {
     }
 
-    void run();
+    int run(); // returns the exit status
 
 private:
     static std::vector<std::string> completions();
@@ -70,6 +70,7 @@ private:
     Prompt prompt_;
     Interruption interruption_;
     bool quit_ = false;
+    int worst_ = kDone;                  // the highest exit status of the lines
     std::optional<Rs232Command> asked_;  // a command whose reply has not come yet ...
     Deadline answerBy_{Milliseconds{0}}; // ... and until when it should
     Deadline quietAt_{Milliseconds{0}};  // when the lines and the log count as quiet
@@ -87,7 +88,7 @@ std::vector<std::string> Console::completions()
     return words;
 }
 
-void Console::run()
+int Console::run()
 {
     if (prompt_.isTerminal()) {
         prompt_.print("`help` lists the commands, `quit` ends.");
@@ -108,7 +109,7 @@ void Console::run()
             return std::find(ready.begin(), ready.end(), descriptor) != ready.end();
         };
         if (isReady(interruption_.descriptor())) {
-            return;
+            return kDone;
         }
         bool active = showLog(std::string::npos);
         for (Side *side : {&front_, &pc_}) {
@@ -131,6 +132,7 @@ void Console::run()
         }
         quit_ |= prompt_.hasEnded() && mayRead();
     }
+    return prompt_.isTerminal() ? kDone : worst_; // a person has seen what went wrong
 }
 
 // A line from a pipe waits until the line before it has had its effect, as a person would.
@@ -161,6 +163,7 @@ void Console::execute(const std::string &line)
             sendCommand(text);
         }
     } catch (const UsageError &error) {
+        worst_ = std::max<int>(worst_, kUsage);
         prompt_.print(fmt::format("{}; `help` lists the commands", error.what()));
     }
 }
@@ -209,6 +212,9 @@ void Console::show(Side &side, const std::vector<Piece> &pieces)
             fmt::format("{}< {}", side.name,
                         piece.isFrame ? frameWithDescription(piece.text) : escape(piece.text)));
         if (asked_.has_value() && piece.isFrame && isReplyTo(*asked_, piece.text)) {
+            if (isRefusalOf(*asked_, recordOf(piece.text))) {
+                worst_ = std::max<int>(worst_, kRefused);
+            }
             asked_.reset();
         }
     }
@@ -232,6 +238,7 @@ void Console::checkAnswer()
     if (asked_.has_value() && answerBy_.passed()) {
         prompt_.print(fmt::format("no answer within {} ms{}", timeout_.count(),
                                   isNeverAnswered(*asked_) ? "; this command never gets one" : ""));
+        worst_ = std::max<int>(worst_, kNoAnswer);
         asked_.reset();
     }
 }
@@ -240,6 +247,5 @@ void Console::checkAnswer()
 
 int runConsole(const Desk &desk, Milliseconds timeout)
 {
-    Console(desk, timeout).run();
-    return kDone;
+    return Console(desk, timeout).run();
 }

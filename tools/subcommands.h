@@ -22,7 +22,11 @@ struct NetworkSettings {
 // The record of 18 bytes that carries them. Throws UsageError for a text that is not an address.
 std::string networkRecord(const NetworkSettings &settings);
 
-// Read and write the network record. Print the reply, then the record that was read.
+// What is wrong with them together, though each is an address; "" if nothing is.
+std::string faultOfNetwork(const NetworkSettings &settings);
+
+// Read and write the network record. Print the reply, then the record that was read. After writing
+// it is read back and compared: kRefused if address, mask or gateway differ.
 int runNetworkRead(Line &line, Milliseconds timeout);
 int runNetworkWrite(Line &line, const NetworkSettings &settings, Milliseconds timeout);
 

@@ -113,11 +113,11 @@ TEST(Commands, SaysWhatIsNoCommand)
     constexpr Row kRows[] = {
         {"make coffee",                 "\"make coffee\" is not a known command"},
         {"read device types",
-         "\"read device types\" is not a known command; did you mean \"read device type\"?"},
+         "\"read device types\" is not a known command (did you mean \"read device type\"?)"},
         {"raed ip adress",
-         "\"raed ip adress\" is not a known command; did you mean \"read ip address\"?"},
+         "\"raed ip adress\" is not a known command (did you mean \"read ip address\"?)"},
         {"wirte DHCP on",
-         "\"wirte DHCP on\" is not a known command; did you mean \"write dhcp\"?"},
+         "\"wirte DHCP on\" is not a known command (did you mean \"write dhcp\"?)"},
         {"update", "\"update\" is not a known command; possible are: update query, update wait, "
                    "update acknowledge, update block, update block size, update version"},
         {" ",                           "no command given"},

@@ -22,7 +22,7 @@ TEST(Nearest, IsTheNameThatDiffersLeast)
     for (const auto &row : kRows) {
         EXPECT_EQ(nearest(row.typed, names), row.meant) << row.typed;
     }
-    EXPECT_EQ(didYouMean("sned", names), "; did you mean \"send\"?");
+    EXPECT_EQ(didYouMean("sned", names), " (did you mean \"send\"?)");
     EXPECT_EQ(didYouMean("dance", names), "");
 }
 
