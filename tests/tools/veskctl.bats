@@ -191,7 +191,7 @@ MAC      02:76:65:73:6b:01' '' network read
 address, mask and gateway are set
 the MAC 02:76:65:73:6b:02 is kept for the next start; now it is 02:76:65:73:6b:01' '' \
         network write "${settings[@]}"
-    has '\xc0\xa8\x00\x65\xff\xff\x00\x00\x00\x00\x00\x00\x02vesk\x01\x27'
+    has '\xc0\xa8\x00\x65\xff\xff\x00\x00\x00\x00\x00\x00\x02vesk\x01\x87'
     on_line 1 network write "${settings[@]}"
     [[ $stderr == *'the address is 192.168.0.101 and not 192.168.0.100'* ]]
     [[ $stderr == *'the mask is 255.255.0.0 and not 255.255.255.0'* ]]
@@ -264,10 +264,10 @@ assert lines[-2]["done"] == lines[-2]["blocks"] == 1 and lines[-2]["sent_again"]
     connect 'cat >got'
     start=$SECONDS
     gives 3 '' "veskctl: nobody answers at $device, asked twice within 5000 ms; is the device on, and is this its line?" \
-        update --machine any "$(command -v true)"
+        update --machine any "$(type -P true)"
     ((SECONDS - start <= 6))
     [ "$(cat got)" = '<T000168010000006a><T000268010000006b>' ]
-    run -3 "$VESKCTL" --udp "$peer" --timeout 100 update --machine any "$(command -v true)"
+    run -3 "$VESKCTL" --udp "$peer" --timeout 100 update --machine any "$(type -P true)"
     [[ $output == *'only where the front board sends back what it gets'* ]]
     run -3 "$VESKCTL" --udp "$peer" --timeout 100 send read device type
     [[ $output == *'only where the front board sends back what it gets'* ]]
