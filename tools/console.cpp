@@ -54,7 +54,7 @@ public:
     {
     }
 
-    void run();
+    int run(); // returns the exit status
 
 private:
     static std::vector<std::string> completions();
@@ -80,6 +80,7 @@ private:
     Prompt prompt_;
     Interruption interruption_;
     bool quit_ = false;
+    int worst_ = kDone;                  // the highest exit status of the lines
     std::optional<Rs232Command> asked_;  // a command whose reply has not come yet ...
     Deadline answerBy_{Milliseconds{0}}; // ... and until when it should
     Deadline quietAt_{Milliseconds{0}};  // when the lines and the log count as quiet
@@ -98,7 +99,7 @@ std::vector<std::string> Console::completions()
     return words;
 }
 
-void Console::run()
+int Console::run()
 {
     if (prompt_.isTerminal()) {
         prompt_.print("`help` lists the commands, `quit` ends.");
@@ -143,6 +144,7 @@ void Console::run()
         quit_ |= prompt_.hasEnded() && mayRead();
     }
     summary();
+    return prompt_.isTerminal() ? kDone : worst_; // a person has seen what went wrong
 }
 
 // For a person; a script has what it has printed.
@@ -184,6 +186,7 @@ void Console::execute(const std::string &line)
             sendCommand(text);
         }
     } catch (const UsageError &error) {
+        worst_ = std::max<int>(worst_, kUsage);
         prompt_.print(fmt::format("{}; `help` lists the commands", error.what()));
     }
 }
@@ -249,7 +252,7 @@ void Console::runSubcommand(std::string_view text)
         throw UsageError("possible are: info; network read; network write ADDRESS MASK GATEWAY "
                          "MAC; text read DAT1 [DAT2]; text write DAT1 DAT2 TEXT");
     };
-    prompt_.around([&] { run(); });
+    prompt_.around([&] { worst_ = std::max<int>(worst_, run()); });
 }
 
 void Console::sendCommand(std::string_view text)
@@ -290,6 +293,9 @@ void Console::show(Side &side, const std::vector<Piece> &pieces)
             fmt::format("{}< {}", side.name,
                         piece.isFrame ? frameWithDescription(piece.text) : escape(piece.text)));
         if (asked_.has_value() && piece.isFrame && isReplyTo(*asked_, piece.text)) {
+            if (isRefusalOf(*asked_, recordOf(piece.text))) {
+                worst_ = std::max<int>(worst_, kRefused);
+            }
             asked_.reset();
             ++answered_;
         }
@@ -314,6 +320,7 @@ void Console::checkAnswer()
     if (asked_.has_value() && answerBy_.passed()) {
         prompt_.print(fmt::format("no answer within {} ms{}", timeout_.count(),
                                   isNeverAnswered(*asked_) ? "; this command never gets one" : ""));
+        worst_ = std::max<int>(worst_, kNoAnswer);
         asked_.reset();
     }
 }
@@ -322,6 +329,5 @@ void Console::checkAnswer()
 
 int runConsole(const Desk &desk, Milliseconds timeout)
 {
-    Console(desk, timeout).run();
-    return kDone;
+    return Console(desk, timeout).run();
 }

@@ -7,6 +7,7 @@
 
 #include "tools/frames.h"
 #include "tools/manner.h"
+#include "tools/output.h"
 #include "tools/text.h"
 
 namespace {

@@ -9,10 +9,13 @@
 #include <span>
 #include <utility>
 
+#include <linux/major.h>
 #include <netdb.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -44,6 +47,15 @@ bool isDatagramSocket(int descriptor)
     int type = 0;
     socklen_t length = sizeof type;
     return getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &type, &length) == 0 && type == SOCK_DGRAM;
+}
+
+// A serial device forgets TIOCEXCL when it is closed. A pseudo-terminal keeps it as long as its
+// other end is open: after a process that was killed nobody could open it any more.
+bool isPseudoTerminal(int descriptor)
+{
+    struct stat status;
+    return fstat(descriptor, &status) == 0 && major(status.st_rdev) >= UNIX98_PTY_SLAVE_MAJOR &&
+           major(status.st_rdev) < UNIX98_PTY_SLAVE_MAJOR + UNIX98_PTY_MAJOR_COUNT;
 }
 
 // clang-format off
@@ -95,8 +107,10 @@ Line Line::serial(const std::string &device, Milliseconds wait, unsigned baud)
     const speed_t speed = speedOf(baud);
     Line line(openAlone(device, wait), device);
     makeRaw(line, device, speed);
-    ioctl(line.descriptor_, TIOCEXCL); // for those that do not ask for a lock
-    line.isExclusive_ = true;
+    if (!isPseudoTerminal(line.descriptor_)) {
+        ioctl(line.descriptor_, TIOCEXCL); // for those that do not ask for a lock
+        line.isExclusive_ = true;
+    }
     return line;
 }
 

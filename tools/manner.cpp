@@ -1,16 +1,12 @@
 #include "tools/manner.h"
 
-#include <cerrno>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include <unistd.h>
 
 #include <fmt/format.h>
 
 #include "tools/commands.h"
-#include "tools/errors.h"
 
 Manner &manner()
 {
@@ -54,11 +50,4 @@ std::string coloredFrame(std::string_view frame)
 {
     const std::string meaning = describe(frame);
     return fmt::format("{}  {}", frame, colored(colorOf(meaning), meaning));
-}
-
-void flushOutput()
-{
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        throw LocalError(fmt::format("cannot write the output: {}", std::strerror(errno)));
-    }
 }

@@ -30,6 +30,3 @@ Color colorOf(std::string_view meaning);
 
 // The frame, followed by its sentence, in its colour.
 std::string coloredFrame(std::string_view frame);
-
-// Writes the output that is still in the buffer. Throws LocalError if it cannot be written.
-void flushOutput();

@@ -18,6 +18,7 @@
 #include "tools/frames.h"
 #include "tools/json.h"
 #include "tools/manner.h"
+#include "tools/output.h"
 #include "tools/text.h"
 
 namespace {

@@ -56,5 +56,5 @@ std::string nearest(std::string_view typed, std::span<const std::string> candida
 std::string didYouMean(std::string_view typed, std::span<const std::string> candidates)
 {
     const std::string name = nearest(typed, candidates);
-    return name.empty() ? std::string() : fmt::format("; did you mean \"{}\"?", name);
+    return name.empty() ? std::string() : fmt::format(" (did you mean \"{}\"?)", name);
 }

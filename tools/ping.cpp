@@ -14,6 +14,7 @@
 #include "tools/frames.h"
 #include "tools/json.h"
 #include "tools/manner.h"
+#include "tools/output.h"
 
 namespace {
 

@@ -10,6 +10,7 @@
 #include "tools/errors.h"
 #include "tools/json.h"
 #include "tools/manner.h"
+#include "tools/output.h"
 
 namespace fs = std::filesystem;
 

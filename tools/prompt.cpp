@@ -16,6 +16,8 @@
 #include <editline/readline.h>
 #include <fmt/format.h>
 
+#include "tools/output.h"
+
 namespace {
 
 constexpr char kPrompt[] = "> ";
@@ -185,11 +187,11 @@ void Prompt::print(const std::string &line)
 {
     if (!terminal_) {
         fmt::print("{}\n", line);
-        std::fflush(stdout);
+        flushOutput();
         return;
     }
     fmt::print("{}{}\n", kEraseLine, line);
-    std::fflush(stdout);
+    flushOutput();
     rl_forced_update_display();
 }
 

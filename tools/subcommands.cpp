@@ -15,6 +15,7 @@
 #include "tools/frames.h"
 #include "tools/json.h"
 #include "tools/manner.h"
+#include "tools/output.h"
 #include "tools/text.h"
 
 namespace {
@@ -37,12 +38,23 @@ std::string withChecksum(std::string record)
     return record += static_cast<char>(sum & 0xFF);
 }
 
-int noAnswer(const std::string &frame, Milliseconds timeout, const char *more = "")
+void tellNoAnswer(const Line &line, Milliseconds timeout, const char *more = "")
+{
+    fmt::print(stderr, "veskctl: no answer within {} ms{}{}\n", timeout.count(), more,
+               line.carriesDatagrams()
+                   ? "; over UDP commands reach the device only where the front "
+                     "board sends back what it gets: use --serial"
+                   : "");
+}
+
+// `frame` is the command.
+int noAnswer(const Line &line, const std::string &frame, Milliseconds timeout,
+             const char *more = "")
 {
     if (manner().json) {
         printJson({{"command", jsonOf(frame)}, {"reply", nullptr}});
     }
-    fmt::print(stderr, "veskctl: no answer within {} ms{}\n", timeout.count(), more);
+    tellNoAnswer(line, timeout, more);
     return kNoAnswer;
 }
 
@@ -76,20 +88,68 @@ std::string withNextTag(const std::string &frame)
     return next;
 }
 
-// Reads the record that follows the reply. Says what is wrong with it.
-int takeRecord(Line &line, Answer &answer, Milliseconds timeout)
+// The answer to the question for the network record.
+struct NetworkAnswer {
+    std::string frame; // of the question
+    std::optional<Answer> answer;
+    std::string record; // if the status is kDone
+    int status;
+};
+
+// Asks. Says on standard error what is missing or wrong, and with `tellsReply` prints the reply.
+NetworkAnswer readNetwork(Line &line, Milliseconds timeout, bool tellsReply)
 {
-    if (!awaitBytes(line, answer, kNetworkBlock, timeout)) {
+    const std::string frame = frameFromText(kReadNetwork);
+    NetworkAnswer read{frame, askAgain(line, frame, {}, timeout), {}, kNoAnswer};
+    if (!read.answer) {
+        tellNoAnswer(line, timeout);
+        return read;
+    }
+    if (tellsReply) {
+        printReply(frame, *read.answer);
+    }
+    if (statusOf(frame, *read.answer) != kDone) {
+        read.status = kRefused;
+        return read;
+    }
+    std::string &rest = read.answer->rest;
+    if (!awaitBytes(line, *read.answer, kNetworkBlock, timeout)) {
         fmt::print(stderr, "veskctl: {} of {} bytes came after the reply within {} ms\n",
-                   answer.rest.size(), kNetworkBlock, timeout.count());
-        return kNoAnswer;
+                   rest.size(), kNetworkBlock, timeout.count());
+        return read;
     }
-    if (withChecksum(answer.rest.substr(0, kNetworkRecord)) != answer.rest) {
-        fmt::print(stderr, "veskctl: the network record has a wrong checksum: {}\n",
-                   escape(answer.rest));
-        return kNoAnswer;
+    if (withChecksum(rest.substr(0, kNetworkRecord)) != rest) {
+        fmt::print(stderr, "veskctl: the network record has a wrong checksum: {}\n", escape(rest));
+        return read;
     }
-    return kDone;
+    read.record = rest.substr(0, kNetworkRecord);
+    read.status = kDone;
+    return read;
+}
+
+// The command in `frame`, its reply, and what the interface has.
+void printNetworkJson(const std::string &frame, const std::optional<Answer> &answer,
+                      const NetworkAnswer &read)
+{
+    Json json{{"command", jsonOf(frame)}, {"reply", nullptr}};
+    if (answer) {
+        json["reply"] = jsonOfReply(recordOf(frame), answer->frame);
+    }
+    if (read.status == kDone) {
+        json["network"] = jsonOfNetwork(read.record);
+    }
+    printJson(json);
+}
+
+// Whether the address and the gateway differ in a bit of the mask.
+bool isOutside(const std::string &record)
+{
+    for (size_t i = 0; i < 4; ++i) {
+        if (((record[i] ^ record[8 + i]) & record[4 + i]) != 0) {
+            return true;
+        }
+    }
+    return false;
 }
 
 } // namespace
@@ -98,6 +158,26 @@ std::string networkRecord(const NetworkSettings &settings)
 {
     return bytesOfAddress(settings.address) + bytesOfAddress(settings.mask) +
            bytesOfAddress(settings.gateway) + bytesOfMac(settings.mac);
+}
+
+std::string faultOfNetwork(const NetworkSettings &settings)
+{
+    const std::string record = networkRecord(settings);
+    if (!isContiguous(std::string_view(record).substr(4, 4))) {
+        return fmt::format("{} is not a mask: its ones must come before its zeros, as in "
+                           "255.255.255.0",
+                           settings.mask);
+    }
+    if (isOutside(record)) {
+        return fmt::format("the gateway {} is not in the net of {} with mask {}, so nothing can be "
+                           "sent to it",
+                           settings.gateway, settings.address, settings.mask);
+    }
+    if ((record[12] & 1) != 0) {
+        return fmt::format("{} is the MAC address of a group; the first byte of a device's is even",
+                           settings.mac);
+    }
+    return {};
 }
 
 int runSend(Line &line, const std::string &text, Milliseconds timeout)
@@ -113,7 +193,7 @@ int runSend(Line &line, const std::string &text, Milliseconds timeout)
         }
     }
     if (!answer) {
-        return noAnswer(frame, timeout,
+        return noAnswer(line, frame, timeout,
                         isNeverAnswered(command) ? "; this command never gets one" : "");
     }
     return printReply(frame, *answer);
@@ -129,57 +209,72 @@ Json jsonOfNetwork(const std::string &record)
 
 int readNetworkRecord(Line &line, Milliseconds timeout, std::string &record)
 {
-    const std::string frame = frameFromText(kReadNetwork);
-    const Milliseconds limit = std::max(timeout, Milliseconds{rowOf(recordOf(frame))->timeoutMs});
-    auto answer = askAgain(line, frame, {}, limit);
-    if (!answer) {
-        fmt::print(stderr, "veskctl: network: no answer\n");
-        return kNoAnswer;
-    }
-    const int status = statusOf(frame, *answer);
-    if (status != kDone) {
-        fmt::print(stderr, "veskctl: network: refused\n");
-        return status;
-    }
-    const int taken = takeRecord(line, *answer, limit);
-    record = answer->rest.substr(0, std::min(answer->rest.size(), kNetworkRecord));
-    return taken;
+    const NetworkAnswer read = readNetwork(line, timeout, false);
+    record = read.record;
+    return read.status;
 }
 
 int runNetworkRead(Line &line, Milliseconds timeout)
 {
-    const std::string frame = frameFromText(kReadNetwork);
-    auto answer = askAgain(line, frame, {}, timeout);
-    if (!answer) {
-        return noAnswer(frame, timeout);
-    }
-    const int status = statusOf(frame, *answer);
-    if (status != kDone) {
-        return printReply(frame, *answer);
-    }
-    if (!manner().json) {
-        printReply(frame, *answer);
-    }
-    const int taken = takeRecord(line, *answer, timeout);
-    if (taken != kDone) {
-        return taken;
-    }
-    const std::string record = answer->rest.substr(0, kNetworkRecord);
+    const NetworkAnswer read = readNetwork(line, timeout, !manner().json);
     if (manner().json) {
-        return printReply(frame, *answer, {{"network", jsonOfNetwork(record)}});
+        printNetworkJson(read.frame, read.answer, read);
+    } else if (read.status == kDone) {
+        fmt::print("address  {}\nmask     {}\ngateway  {}\nMAC      {}\n", addressText(read.record),
+                   addressText(read.record.substr(4)), addressText(read.record.substr(8)),
+                   macText(read.record.substr(12)));
     }
-    fmt::print("address  {}\nmask     {}\ngateway  {}\nMAC      {}\n", addressText(record),
-               addressText(record.substr(4)), addressText(record.substr(8)),
-               macText(record.substr(12)));
-    return kDone;
+    return read.status;
 }
 
 int runNetworkWrite(Line &line, const NetworkSettings &settings, Milliseconds timeout)
 {
     const std::string frame = frameFromText(kWriteNetwork);
     const Milliseconds limit = withPayload(frame, timeout);
-    const auto answer = askAgain(line, frame, withChecksum(networkRecord(settings)), limit);
-    return answer ? printReply(frame, *answer) : noAnswer(frame, limit);
+    const std::string written = networkRecord(settings);
+    const auto answer = askAgain(line, frame, withChecksum(written), limit);
+    if (!answer) {
+        return noAnswer(line, frame, limit);
+    }
+    int status = statusOf(frame, *answer);
+    if (status != kDone || !manner().json) {
+        printReply(frame, *answer);
+    }
+    if (status != kDone) {
+        return status;
+    }
+    const NetworkAnswer read = readNetwork(line, timeout, !manner().json);
+    status = read.status;
+    if (manner().json) {
+        printNetworkJson(frame, answer, read);
+    }
+    if (status != kDone) {
+        fmt::print(stderr,
+                   "veskctl: the device took the settings, and they could not be read back; try "
+                   "`network read`\n");
+        return status;
+    }
+    constexpr const char *kNames[] = {"address", "mask", "gateway"};
+    for (size_t i = 0; i < std::size(kNames); ++i) {
+        const std::string wanted = addressText(written.substr(4 * i));
+        const std::string got = addressText(read.record.substr(4 * i));
+        if (wanted != got) {
+            fmt::print(stderr, "veskctl: the {} is {} and not {}\n", kNames[i], got, wanted);
+            status = kRefused;
+        }
+    }
+    if (status == kDone && !manner().json) {
+        fmt::print("address, mask and gateway are set\n");
+    } else if (status != kDone) {
+        fmt::print(stderr, "veskctl: the interface did not take the settings; is it up, and is the "
+                           "gateway in its net?\n");
+    }
+    if (manner().json) {
+        return status;
+    }
+    fmt::print("the MAC {} is kept for the next start; now it is {}\n", macText(written.substr(12)),
+               macText(read.record.substr(12)));
+    return status;
 }
 
 int runTextRead(Line &line, const std::string &which, Milliseconds timeout)
@@ -187,7 +282,7 @@ int runTextRead(Line &line, const std::string &which, Milliseconds timeout)
     const std::string frame = frameFromText("read text " + which);
     auto answer = askAgain(line, frame, {}, timeout);
     if (!answer) {
-        return noAnswer(frame, timeout);
+        return noAnswer(line, frame, timeout);
     }
     const int status = statusOf(frame, *answer);
     if (status != kDone) {
@@ -214,5 +309,5 @@ int runTextWrite(Line &line, const std::string &which, const std::string &text,
     const std::string frame = frameFromText("write text " + which);
     const Milliseconds limit = withPayload(frame, timeout);
     const auto answer = askAgain(line, frame, unescape(text), limit);
-    return answer ? printReply(frame, *answer) : noAnswer(frame, limit);
+    return answer ? printReply(frame, *answer) : noAnswer(line, frame, limit);
 }

@@ -23,13 +23,17 @@ struct NetworkSettings {
 // The record of 18 bytes that carries them. Throws UsageError for a text that is not an address.
 std::string networkRecord(const NetworkSettings &settings);
 
+// What is wrong with them together, though each is an address; "" if nothing is.
+std::string faultOfNetwork(const NetworkSettings &settings);
+
 // Reads the network record. Says on standard error why it could not.
 int readNetworkRecord(Line &line, Milliseconds timeout, std::string &record);
 
 // The record of 18 bytes as JSON: address, mask, gateway, mac.
 Json jsonOfNetwork(const std::string &record);
 
-// Read and write the network record. Print the reply, then the record that was read.
+// Read and write the network record. Print the reply, then the record that was read. After writing
+// it is read back and compared: kRefused if address, mask or gateway differ.
 int runNetworkRead(Line &line, Milliseconds timeout);
 int runNetworkWrite(Line &line, const NetworkSettings &settings, Milliseconds timeout);
 

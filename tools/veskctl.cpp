@@ -22,6 +22,8 @@
 #include "tools/logfile.h"
 #include "tools/manner.h"
 #include "tools/monitor.h"
+#include "tools/nearest.h"
+#include "tools/output.h"
 #include "tools/package.h"
 #include "tools/ping.h"
 #include "tools/player.h"
@@ -357,7 +359,10 @@ int networkRead(const Options &options)
 
 int networkWrite(const Options &options)
 {
-    networkRecord(options.network);
+    const std::string fault = faultOfNetwork(options.network);
+    if (!fault.empty() && !options.isForced) {
+        throw UsageError(fault + "; nothing was sent, and --force sends it all the same");
+    }
     return onOneLine(options, [&](Line &line, Milliseconds timeout) {
         return runNetworkWrite(line, options.network, timeout);
     });
@@ -528,6 +533,52 @@ void addOptions(CLI::App &app, Options &options, unsigned groups)
     }
 }
 
+// What was wrong with the arguments, what is possible, and what may have been meant.
+std::string complaint(const CLI::App &app, const CLI::ParseError &error)
+{
+    const CLI::App *command = &app; // the innermost subcommand that was named
+    std::string path = "veskctl";
+    while (!command->get_subcommands().empty()) {
+        command = command->get_subcommands().back();
+        path += " " + command->get_name();
+    }
+    const bool isWordMissing =
+        error.get_name() == "RequiredError" &&
+        !command->get_subcommands([](const CLI::App *) { return true; }).empty();
+    std::vector<std::string> strangers = command->remaining();
+    if (strangers.empty()) {
+        strangers = app.remaining();
+    }
+    const std::string help = fmt::format("; see `{} --help`", path);
+    if (strangers.empty() && !isWordMissing) {
+        return error.what() + help;
+    }
+    std::vector<std::string> options;
+    for (const CLI::App *each : {&app, command}) {
+        for (const CLI::Option *option : each->get_options()) {
+            options.push_back(option->get_name());
+        }
+    }
+    for (const std::string &stranger : strangers) {
+        if (stranger.starts_with('-')) {
+            return fmt::format("{} is not an option here{}{}", escape(stranger),
+                               didYouMean(stranger, options), help);
+        }
+    }
+    std::vector<std::string> names;
+    for (const CLI::App *each : command->get_subcommands([](const CLI::App *) { return true; })) {
+        names.push_back(each->get_name());
+    }
+    if (names.empty()) {
+        return fmt::format("\"{}\" is too much{}", escape(strangers[0]), help);
+    }
+    return fmt::format(
+        "{}{}; possible are: {}{}",
+        strangers.empty() ? std::string("a subcommand is missing")
+                          : fmt::format("\"{}\" is not a subcommand", escape(strangers[0])),
+        strangers.empty() ? "" : didYouMean(strangers[0], names), fmt::join(names, ", "), help);
+}
+
 int run(int argc, char **argv)
 {
     Options options;
@@ -556,6 +607,8 @@ int run(int argc, char **argv)
     networkWriteCommand->add_option("GATEWAY", options.network.gateway, "Default gateway")
         ->required();
     networkWriteCommand->add_option("MAC", options.network.mac, "MAC address")->required();
+    networkWriteCommand->add_flag("--force", options.isForced,
+                                  "Send settings that cannot work together");
 
     CLI::App *const textCommand = app.add_subcommand("text", kTextAbout);
     textCommand->footer(kTextFooter);
@@ -646,7 +699,10 @@ int run(int argc, char **argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? kDone : kUsage;
+        if (error.get_exit_code() == 0) {
+            return app.exit(error); // help
+        }
+        throw UsageError(complaint(app, error));
     }
     manner().isColored = wantsColor(options.color);
     const struct {
@@ -677,7 +733,9 @@ int run(int argc, char **argv)
 int main(int argc, char **argv)
 {
     try {
-        return run(argc, argv);
+        const int status = run(argc, argv);
+        flushOutput();
+        return status;
     } catch (const UsageError &error) {
         fmt::print(stderr, "veskctl: {}\n", error.what());
         return kUsage;

@@ -113,11 +113,11 @@ TEST(Commands, SaysWhatIsNoCommand)
     constexpr Row kRows[] = {
         {"make coffee",                 "\"make coffee\" is not a known command"},
         {"read device types",
-         "\"read device types\" is not a known command; did you mean \"read device type\"?"},
+         "\"read device types\" is not a known command (did you mean \"read device type\"?)"},
         {"raed ip adress",
-         "\"raed ip adress\" is not a known command; did you mean \"read ip address\"?"},
+         "\"raed ip adress\" is not a known command (did you mean \"read ip address\"?)"},
         {"wirte DHCP on",
-         "\"wirte DHCP on\" is not a known command; did you mean \"write dhcp\"?"},
+         "\"wirte DHCP on\" is not a known command (did you mean \"write dhcp\"?)"},
         {"update", "\"update\" is not a known command; possible are: update query, update wait, "
                    "update acknowledge, update block, update block size, update version"},
         {" ",                           "no command given"},
@@ -281,7 +281,8 @@ TEST(Commands, KnowsWhatIsNeverAnswered)
     for (const char *text : {"8e", "8e 01", "8e 04", "8e 06", "8e 08", "8e ff"}) {
         EXPECT_TRUE(isSilent(text)) << text;
     }
-    for (const char *text : {"8e 02 00 00 00", "8e 03", "8e 05", "8e 07", "8d 04", "8f 04", "6a 01"}) {
+    for (const char *text :
+         {"8e 02 00 00 00", "8e 03", "8e 05", "8e 07", "8d 04", "8f 04", "6a 01"}) {
         EXPECT_FALSE(isSilent(text)) << text;
     }
 }
