@@ -4,6 +4,7 @@
   generate.py veskctl [FILE]      veskctl's table, C++ to include
   generate.py rows [FILE]         the rows of the command table, C++ to include in a test
   generate.py completion [FILE]   completion of veskctl for bash
+  generate.py manual [FILE]       man page of veskctl for scdoc
   generate.py docs                docs/protocol.md anew, between its markers
   generate.py docs --check        nothing; fails if that would change it, or its time-outs differ
 
@@ -402,8 +403,26 @@ def completion(table):
     return template.replace("@NAMES@", names)
 
 
+# Man page ---------------------------------------------------------------------------------------------
+
+
+def manual(table):
+    """The page in scdoc's language."""
+    with open(os.path.join(HERE, "veskctl.1.scd.in"), encoding="utf-8") as file:
+        template = file.read()
+    rows = []
+    for command in table["commands"]:
+        answer = answer_of(command)
+        kind = command["answer"] if isinstance(command["answer"], str) else ""
+        says = {"ack": "acknowledged", "nak": "not supported"}.get(
+            kind, ", ".join(field["name"] for field in answer if not field.get("echo")) or "answered")
+        rows.append(f"|[ {code_of(command)}\n:[ {command['name']}\n:[ {says}\n")
+    version = ".".join(str(part) for part in table["protocol_version"])
+    return template.replace("@VERSION@", version).replace("@COMMANDS@\n", "".join(rows))
+
+
 def main(arguments):
-    kinds = {"veskctl": veskctl_table, "rows": test_rows, "completion": completion}
+    kinds = {"manual": manual, "veskctl": veskctl_table, "rows": test_rows, "completion": completion}
     if arguments[:1] == ["docs"] and arguments[1:] in ([], ["--check"]):
         write_document(load(), arguments[1:] == ["--check"])
     elif len(arguments) in (1, 2) and arguments[0] in kinds:

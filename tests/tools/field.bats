@@ -153,6 +153,7 @@ MAC               02:76:65:73:6b:01' ]
         ! ctl send input source --json >/opt/scratch/refused
         valid send /opt/scratch/refused
         ctl network read --json | valid network-read
+        ctl network write 192.168.0.100 255.255.255.0 192.168.0.1 02:76:65:73:6b:01 --json | valid network-write
         ctl text write 09 00 "[a=1]" --json | valid send
         ctl text read 09 --json | valid text-read
         ctl ping -c 2 -i 0 --json | valid ping
@@ -327,5 +328,41 @@ front< <F00006801263300c2>  reply, address 00, tag 00: read device type: 2633' ]
         [[ $output == *--quiet* ]]
         [[ $subcommand == decode || $subcommand == 'serial ports' || $output == *--serial*--record* ]]
         [[ $subcommand == console || $output == *--json* ]]
+    done
+}
+
+@test "man page: every option of every subcommand, every command, every status" {
+    page=$BATS_TEST_TMPDIR/page
+    "$here/../../protocol/generate.py" manual "$page"
+    scdoc <"$page" >"$page.1"
+    grep -q '^.TH "VESKCTL" "1"' "$page.1"
+    for subcommand in '' send 'network read' 'network write' 'text read' 'text write' update monitor decode \
+        console play info ping 'serial ports'; do
+        # shellcheck disable=SC2086 # words
+        for option in $("$VESKCTL" $subcommand --help | grep -oE '^  (-[a-z],)?--[a-z-]+' | grep -oE -- '--[a-z-]+'); do
+            grep -q -- "\*$option\*" "$page" || { echo "the page lacks $option"; false; }
+        done
+        grep -q "^\*$subcommand\*\|, \*$subcommand\*" "$page" || [ -z "$subcommand" ] ||
+            { echo "the page lacks $subcommand"; false; }
+    done
+    while read -r name; do
+        grep -q ":\[ $name\$" "$page" || { echo "the page lacks $name"; false; }
+    done < <(sed -nE 's/^(- name:|- \{name:) ([^,#]*[^,# ]).*/\2/p' "$here/../../protocol/vesk.yaml" | grep -v MAC)
+    for status in 0 1 2 3 4 5 130; do
+        grep -q "^|\[ \*$status\*\$" "$page"
+    done
+}
+
+@test "on a terminal: console, monitor and ping, as a person sees them" {
+    "$here/terminal_test.py"
+}
+
+@test "scripts/run: help, and what cannot be meant" {
+    run -0 scripts/run --help
+    [[ $output == *'scripts/run [DAEMON]'* ]]
+    for arguments in --frobnicate /nowhere/at/all README.md '/bin/true /bin/true'; do
+        # shellcheck disable=SC2086 # words
+        run -2 scripts/run $arguments
+        [[ $output == *'scripts/run --help says what is possible' ]]
     done
 }
