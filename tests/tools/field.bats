@@ -199,7 +199,7 @@ MAC               02:76:65:73:6b:01' ]
         ctl text write 09 00 "[a=1,b=2]" --record /opt/scratch/text.txt >/opt/scratch/out
         ctl play /opt/scratch/text.txt
         printf "68 01\nread IP address\n8e 04\nnetwork read\nfront hello\n" |
-            "$VESKCTL" $options --timeout 200 console --record /opt/scratch/console.txt >/opt/scratch/out
+            "$VESKCTL" $options --timeout 200 console --record /opt/scratch/console.txt >/opt/scratch/out || [ $? = 3 ]
         ctl play /opt/scratch/console.txt'
     [[ $output == *'/opt/scratch/info.txt: all 17 steps held'* ]]
     [[ $output == *'/opt/scratch/text.txt: all 2 steps held'* ]]
@@ -335,7 +335,7 @@ front< <F00006801263300c2>  reply, address 00, tag 00: read device type: 2633' ]
     page=$BATS_TEST_TMPDIR/page
     "$here/../../protocol/generate.py" manual "$page"
     scdoc <"$page" >"$page.1"
-    grep -q '^.TH "VESKCTL" "1"' "$page.1"
+    grep -qi '^.TH "veskctl" "1"' "$page.1"
     for subcommand in '' send 'network read' 'network write' 'text read' 'text write' update monitor decode \
         console play info ping 'serial ports'; do
         # shellcheck disable=SC2086 # words

@@ -6,8 +6,11 @@ Without an argument: every schema of the folder is one, and refuses an empty obj
 import json
 import os
 import sys
+import warnings
 
 import jsonschema
+
+warnings.simplefilter("ignore", DeprecationWarning) # of resolvers; Debian 12 has nothing else
 
 FOLDER = os.path.realpath(os.path.join(os.path.dirname(__file__), "..", "..", "docs", "schema"))
 
