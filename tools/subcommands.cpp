@@ -13,7 +13,8 @@
 #include "tools/errors.h"
 #include "tools/exchange.h"
 #include "tools/frames.h"
-#include "tools/output.h"
+#include "tools/json.h"
+#include "tools/manner.h"
 #include "tools/text.h"
 
 namespace {
@@ -36,8 +37,12 @@ std::string withChecksum(std::string record)
     return record += static_cast<char>(sum & 0xFF);
 }
 
-int noAnswer(const Line &line, Milliseconds timeout, const char *more = "")
+int noAnswer(const Line &line, const std::string &frame, Milliseconds timeout,
+             const char *more = "")
 {
+    if (manner().json) {
+        printJson({{"command", jsonOf(frame)}, {"reply", nullptr}});
+    }
     fmt::print(stderr, "veskctl: no answer within {} ms{}{}\n", timeout.count(), more,
                line.carriesDatagrams()
                    ? "; over UDP commands reach the device only where the front "
@@ -47,11 +52,24 @@ int noAnswer(const Line &line, Milliseconds timeout, const char *more = "")
 }
 
 // Returns the exit status for the reply to the command in `frame`.
-int printReply(const std::string &frame, const Answer &answer)
+int statusOf(const std::string &frame, const Answer &answer)
+{
+    return isRefusalOf(recordOf(frame), recordOf(answer.frame)) ? kRefused : kDone;
+}
+
+// Prints the reply, and what came after it: as JSON, members of the same object.
+int printReply(const std::string &frame, const Answer &answer, const Json &more = Json::object())
 {
     const Rs232Command command = recordOf(frame);
-    fmt::print("{}  {}\n", answer.frame, describeReply(command, answer.frame));
-    return isRefusalOf(command, recordOf(answer.frame)) ? kRefused : kDone;
+    if (manner().json) {
+        Json json{{"command", jsonOf(frame)}, {"reply", jsonOfReply(command, answer.frame)}};
+        json.update(more);
+        printJson(json);
+    } else {
+        const std::string meaning = describeReply(command, answer.frame);
+        fmt::print("{}  {}\n", answer.frame, colored(colorOf(meaning), meaning));
+    }
+    return statusOf(frame, answer);
 }
 
 std::string withNextTag(const std::string &frame)
@@ -63,57 +81,17 @@ std::string withNextTag(const std::string &frame)
     return next;
 }
 
-void printPieces(const std::vector<Piece> &pieces)
+// Reads the record that follows the reply. Says what is wrong with it.
+int takeRecord(Line &line, Answer &answer, Milliseconds timeout)
 {
-    for (const Piece &piece : pieces) {
-        fmt::print("{}\n", piece.isFrame ? frameWithDescription(piece.text) : escape(piece.text));
-    }
-    flushOutput();
-}
-
-// Prints the frames in `text`. Reports anything else on standard error and returns false.
-bool decode(std::string_view text)
-{
-    FrameFinder finder;
-    std::vector<Piece> pieces = finder.feed(text);
-    const std::vector<Piece> rest = finder.flush();
-    pieces.insert(pieces.end(), rest.begin(), rest.end());
-    bool onlyFrames = true;
-    for (const Piece &piece : pieces) {
-        const std::string_view other =
-            trim(std::string_view(piece.text)
-                     .substr(0, piece.text.size() - (piece.text.ends_with('\n') ? 1 : 0)));
-        if (piece.isFrame) {
-            printPieces({piece});
-        } else if (!other.empty()) {
-            fmt::print(stderr, "veskctl: not a frame: {}\n", escape(other));
-            onlyFrames = false;
-        }
-    }
-    return onlyFrames;
-}
-
-// Prints the reply, and puts the record after it into `record`. Returns the exit status.
-int readNetwork(Line &line, Milliseconds timeout, std::string &record)
-{
-    const std::string frame = frameFromText(kReadNetwork);
-    auto answer = ask(line, frame, {}, timeout);
-    if (!answer) {
-        return noAnswer(line, timeout);
-    }
-    const int status = printReply(frame, *answer);
-    if (status != kDone) {
-        return status;
-    }
-    if (!awaitBytes(line, *answer, kNetworkBlock, timeout)) {
+    if (!awaitBytes(line, answer, kNetworkBlock, timeout)) {
         fmt::print(stderr, "veskctl: {} of {} bytes came after the reply within {} ms\n",
-                   answer->rest.size(), kNetworkBlock, timeout.count());
+                   answer.rest.size(), kNetworkBlock, timeout.count());
         return kNoAnswer;
     }
-    record = answer->rest.substr(0, kNetworkRecord);
-    if (withChecksum(record) != answer->rest) {
+    if (withChecksum(answer.rest.substr(0, kNetworkRecord)) != answer.rest) {
         fmt::print(stderr, "veskctl: the network record has a wrong checksum: {}\n",
-                   escape(answer->rest));
+                   escape(answer.rest));
         return kNoAnswer;
     }
     return kDone;
@@ -162,31 +140,74 @@ int runSend(Line &line, const std::string &text, Milliseconds timeout)
 {
     const std::string frame = frameFromText(text);
     const Rs232Command command = recordOf(frame);
-    auto answer = ask(line, frame, {}, timeout);
+    auto answer = askAgain(line, frame, {}, timeout);
     if (answer && isUnclear(command, recordOf(answer->frame))) {
         // Data, or the frame was damaged on its way. That does not happen twice in a row.
-        const auto second = ask(line, withNextTag(frame), {}, timeout);
+        const auto second = askAgain(line, withNextTag(frame), {}, timeout);
         if (!second || !isUnclear(command, recordOf(second->frame))) {
             answer = second;
         }
     }
     if (!answer) {
-        return noAnswer(line, timeout,
+        return noAnswer(line, frame, timeout,
                         isNeverAnswered(command) ? "; this command never gets one" : "");
     }
     return printReply(frame, *answer);
 }
 
+Json jsonOfNetwork(const std::string &record)
+{
+    return {{"address", addressText(record)},
+            {"mask", addressText(record.substr(4))},
+            {"gateway", addressText(record.substr(8))},
+            {"mac", macText(record.substr(12))}};
+}
+
+int readNetworkRecord(Line &line, Milliseconds timeout, std::string &record)
+{
+    const std::string frame = frameFromText(kReadNetwork);
+    const Milliseconds limit = std::max(timeout, Milliseconds{rowOf(recordOf(frame))->timeoutMs});
+    auto answer = askAgain(line, frame, {}, limit);
+    if (!answer) {
+        fmt::print(stderr, "veskctl: network: no answer\n");
+        return kNoAnswer;
+    }
+    const int status = statusOf(frame, *answer);
+    if (status != kDone) {
+        fmt::print(stderr, "veskctl: network: refused\n");
+        return status;
+    }
+    const int taken = takeRecord(line, *answer, limit);
+    record = answer->rest.substr(0, std::min(answer->rest.size(), kNetworkRecord));
+    return taken;
+}
+
 int runNetworkRead(Line &line, Milliseconds timeout)
 {
-    std::string record;
-    const int status = readNetwork(line, timeout, record);
-    if (status == kDone) {
-        fmt::print("address  {}\nmask     {}\ngateway  {}\nMAC      {}\n", addressText(record),
-                   addressText(record.substr(4)), addressText(record.substr(8)),
-                   macText(record.substr(12)));
+    const std::string frame = frameFromText(kReadNetwork);
+    auto answer = askAgain(line, frame, {}, timeout);
+    if (!answer) {
+        return noAnswer(line, frame, timeout);
     }
-    return status;
+    const int status = statusOf(frame, *answer);
+    if (status != kDone) {
+        return printReply(frame, *answer);
+    }
+    if (!manner().json) {
+        printReply(frame, *answer);
+    }
+    const int taken = takeRecord(line, *answer, timeout);
+    if (taken != kDone) {
+        return taken;
+    }
+    const std::string record = answer->rest.substr(0, kNetworkRecord);
+    if (manner().json) {
+        return printReply(frame, *answer, {{"network", jsonOfNetwork(record)}});
+    }
+    fmt::print("address  {}\nmask     {}\ngateway  {}\nMAC      {}\n", addressText(record),
+               addressText(record.substr(4)), addressText(record.substr(8)),
+               macText(record.substr(12)));
+    return kDone;
 }
 
 int runNetworkWrite(Line &line, const NetworkSettings &settings, Milliseconds timeout)
@@ -194,16 +215,18 @@ int runNetworkWrite(Line &line, const NetworkSettings &settings, Milliseconds ti
     const std::string frame = frameFromText(kWriteNetwork);
     const Milliseconds limit = withPayload(frame, timeout);
     const std::string written = networkRecord(settings);
-    const auto answer = ask(line, frame, withChecksum(written), limit);
+    const auto answer = askAgain(line, frame, withChecksum(written), limit);
     if (!answer) {
-        return noAnswer(line, limit);
+        return noAnswer(line, frame, limit);
     }
-    int status = printReply(frame, *answer);
-    if (status != kDone) {
-        return status;
+    if (statusOf(frame, *answer) != kDone) {
+        return printReply(frame, *answer);
+    }
+    if (!manner().json) {
+        printReply(frame, *answer);
     }
     std::string record;
-    status = readNetwork(line, timeout, record);
+    int status = readNetworkRecord(line, timeout, record);
     if (status != kDone) {
         fmt::print(stderr,
                    "veskctl: the device took the settings, and they could not be read back; try "
@@ -219,11 +242,16 @@ int runNetworkWrite(Line &line, const NetworkSettings &settings, Milliseconds ti
             status = kRefused;
         }
     }
-    if (status == kDone) {
-        fmt::print("address, mask and gateway are set\n");
-    } else {
+    if (status != kDone) {
         fmt::print(stderr, "veskctl: the interface did not take the settings; is it up, and is the "
                            "gateway in its net?\n");
+    }
+    if (manner().json) {
+        printReply(frame, *answer, {{"network", jsonOfNetwork(record)}});
+        return status;
+    }
+    if (status == kDone) {
+        fmt::print("address, mask and gateway are set\n");
     }
     fmt::print("the MAC {} is kept for the next start; now it is {}\n", macText(written.substr(12)),
                macText(record.substr(12)));
@@ -233,18 +261,24 @@ int runNetworkWrite(Line &line, const NetworkSettings &settings, Milliseconds ti
 int runTextRead(Line &line, const std::string &which, Milliseconds timeout)
 {
     const std::string frame = frameFromText("read text " + which);
-    auto answer = ask(line, frame, {}, timeout);
+    auto answer = askAgain(line, frame, {}, timeout);
     if (!answer) {
-        return noAnswer(line, timeout);
+        return noAnswer(line, frame, timeout);
     }
-    const int status = printReply(frame, *answer);
+    const int status = statusOf(frame, *answer);
     if (status != kDone) {
-        return status;
+        return printReply(frame, *answer);
+    }
+    if (!manner().json) {
+        printReply(frame, *answer);
     }
     if (!awaitEnd(line, *answer, ']', timeout)) {
         fmt::print(stderr, "veskctl: no whole text within {} ms: {}\n", timeout.count(),
                    escape(answer->rest));
         return kNoAnswer;
+    }
+    if (manner().json) {
+        return printReply(frame, *answer, {{"text", escape(answer->rest)}});
     }
     fmt::print("{}\n", escape(answer->rest));
     return kDone;
@@ -255,39 +289,6 @@ int runTextWrite(Line &line, const std::string &which, const std::string &text,
 {
     const std::string frame = frameFromText("write text " + which);
     const Milliseconds limit = withPayload(frame, timeout);
-    const auto answer = ask(line, frame, unescape(text), limit);
-    return answer ? printReply(frame, *answer) : noAnswer(line, limit);
-}
-
-int runMonitor(Line &line)
-{
-    const Interruption interruption;
-    const int descriptors[] = {interruption.descriptor(), line.descriptor()};
-    FrameFinder finder;
-    for (;;) {
-        const std::vector<int> ready =
-            waitReadable(descriptors, finder.holdsBack() ? kQuiet : Milliseconds{60000});
-        const bool interrupted =
-            std::find(ready.begin(), ready.end(), interruption.descriptor()) != ready.end();
-        if (interrupted || ready.empty()) {
-            printPieces(finder.flush());
-        } else {
-            printPieces(finder.feed(line.receive(Milliseconds{0})));
-        }
-        if (interrupted) {
-            return kDone;
-        }
-    }
-}
-
-int runDecode(const std::vector<std::string> &texts)
-{
-    bool onlyFrames = true;
-    for (const std::string &text : texts) {
-        onlyFrames &= decode(text);
-    }
-    if (texts.empty()) {
-        onlyFrames = decode(std::string(std::istreambuf_iterator<char>(std::cin), {}));
-    }
-    return onlyFrames ? kDone : kUsage;
+    const auto answer = askAgain(line, frame, unescape(text), limit);
+    return answer ? printReply(frame, *answer) : noAnswer(line, frame, limit);
 }
