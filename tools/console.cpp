@@ -105,6 +105,7 @@ int Console::run()
         prompt_.print("`help` lists the commands, `quit` ends.");
     }
     showLog(kOldLinesShown);
+    bool isInterrupted = false;
     while (!quit_) {
         std::vector<int> descriptors = {interruption_.descriptor()};
         for (const Side *side : {&front_, &pc_}) {
@@ -120,6 +121,7 @@ int Console::run()
             return std::find(ready.begin(), ready.end(), descriptor) != ready.end();
         };
         if (isReady(interruption_.descriptor())) {
+            isInterrupted = true;
             break;
         }
         bool active = showLog(std::string::npos);
@@ -144,7 +146,8 @@ int Console::run()
         quit_ |= prompt_.hasEnded() && mayRead();
     }
     summary();
-    return prompt_.isTerminal() ? kDone : worst_; // a person has seen what went wrong
+    return prompt_.isTerminal() || isInterrupted ? kDone
+                                                 : worst_; // a person has seen what went wrong
 }
 
 // For a person; a script has what it has printed.
