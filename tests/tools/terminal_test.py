@@ -67,7 +67,7 @@ class Terminal(unittest.TestCase):
         child = self.start("console")
         child.expect("`help` lists the commands")
         child.send("READ dev\t")
-        child.expect("device")
+        child.expect("ice ") # the rest of the word
         child.send("\x15read device type\r")
         child.expect(re.escape("<F00006801263300c2>  "))
         child.send("help gateway\r")
