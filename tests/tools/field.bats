@@ -206,6 +206,16 @@ MAC               02:76:65:73:6b:01' ]
     [[ $output == *'/opt/scratch/console.txt: all '*' steps held'* ]]
 }
 
+@test "record: an update is played again, and installs the program again; its JSON is as the schema says" {
+    at_desk '
+        { cat "$DAEMON"; echo rebuilt; } >/opt/scratch/new
+        ctl update --machine any --record /opt/scratch/update.txt --json /opt/scratch/new >/opt/scratch/result
+        valid update /opt/scratch/result
+        tail -n 1 /opt/scratch/result | grep -o "\"outcome\":\"[a-z]*\""
+        ctl play -q /opt/scratch/update.txt'
+    [ "$output" = '"outcome":"restarted"' ]
+}
+
 @test "record: a file that cannot be written, status 4, before anything is sent" {
     connect 'cat >"$OLDPWD/heard"'
     run -4 --separate-stderr "$VESKCTL" --serial "$device" send 68 01 --record /nowhere/file
