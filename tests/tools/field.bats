@@ -108,10 +108,11 @@ MAC               02:76:65:73:6b:01' ]
 }
 
 @test "info: a silent line, status 3, after one question" {
-    connect 'cat >"$OLDPWD/heard"'
+    connect 'cat >"$BATS_TEST_TMPDIR/heard"'
     run -3 --separate-stderr "$VESKCTL" --serial "$device" --timeout 200 info
     [ "$output" = '' ]
     [ "$stderr" = 'veskctl: device type: no answer' ]
+    [ "$(cat "$BATS_TEST_TMPDIR/heard")" = '<T0000680100000069>' ]
 }
 
 @test "ping: status 3 when nothing came" {
@@ -211,15 +212,16 @@ MAC               02:76:65:73:6b:01' ]
         { cat "$DAEMON"; echo rebuilt; } >/opt/scratch/new
         ctl update --machine any --record /opt/scratch/update.txt --json /opt/scratch/new >/opt/scratch/result
         valid update /opt/scratch/result
-        tail -n 1 /opt/scratch/result | grep -o "\"outcome\":\"[a-z]*\""
+        tail -n 1 /opt/scratch/result | grep -o "\"outcome\":\"[a-z ]*\""
         ctl play -q /opt/scratch/update.txt'
     [ "$output" = '"outcome":"restarted"' ]
 }
 
 @test "record: a file that cannot be written, status 4, before anything is sent" {
-    connect 'cat >"$OLDPWD/heard"'
+    connect 'cat >"$BATS_TEST_TMPDIR/heard"'
     run -4 --separate-stderr "$VESKCTL" --serial "$device" send 68 01 --record /nowhere/file
     [[ $stderr == 'veskctl: cannot write /nowhere/file: No such file or directory'* ]]
+    [ ! -s "$BATS_TEST_TMPDIR/heard" ]
 }
 
 @test "record: a full disk, status 4" {
