@@ -243,7 +243,7 @@ int runNetworkWrite(Line &line, const NetworkSettings &settings, Milliseconds ti
     if (status != kDone) {
         return status;
     }
-    const NetworkAnswer read = readNetwork(line, timeout, !manner().json);
+    const NetworkAnswer read = readNetwork(line, timeout, false);
     status = read.status;
     if (manner().json) {
         printNetworkJson(frame, answer, read);
