@@ -5,5 +5,6 @@ function(vesk_generate kind file)
   add_custom_command(OUTPUT ${file}
     COMMAND ${PYTHON3} ${folder}/generate.py ${kind} ${file}
     DEPENDS ${folder}/generate.py ${folder}/vesk.yaml ${folder}/veskctl.bash.in
+            ${folder}/veskctl.1.scd.in
     VERBATIM)
 endfunction()

@@ -4,6 +4,7 @@
   generate.py veskctl [FILE]      veskctl's table, C++ to include
   generate.py rows [FILE]         the rows of the command table, C++ to include in a test
   generate.py completion [FILE]   completion of veskctl for bash
+  generate.py manual [FILE]       man page of veskctl for scdoc
   generate.py docs                docs/protocol.md anew, between its markers
   generate.py docs --check        nothing; fails if that would change it, or its time-outs differ
 
@@ -357,19 +358,6 @@ def cpp_field(table, field):
             f"{', '.join(flags)}, {least}u, {most}u, {field.get('usual', least)}u, {quoted(field.get('unit', ''))}}}")
 
 
-def usage_of(table, field):
-    """The names of its bytes, for those who type them."""
-    if field["type"] == "u8" and ("value" in field or "usual" in field):
-        return f"{field.get('value', field.get('usual')):02X}"
-    if field["type"] in ADDRESSES:
-        return "A.B.C.D"
-    if field["type"] == "on/off":
-        return "ON"
-    if length_of(table, field) > 1:
-        return " ".join(byte_names(table, field)).upper()
-    return field["at"].upper()
-
-
 def veskctl_table(table):
     arrays = {}  # of fields, by name: some commands share one
     rows = []
@@ -388,7 +376,6 @@ def veskctl_table(table):
             f"AnswerKind::k{kind.capitalize()}",
             *["true" if flag else "false" for flag in flags],
             quoted(command["name"]),
-            quoted(" ".join(usage_of(table, field) for field in command.get("parameters", []))),
             *spans,
             f"{payload.get('wait', 0)}u",
             f"{command.get('time', table['default_time'])['timeout']}u",
@@ -416,8 +403,26 @@ def completion(table):
     return template.replace("@NAMES@", names)
 
 
+# Man page ---------------------------------------------------------------------------------------------
+
+
+def manual(table):
+    """The page in scdoc's language."""
+    with open(os.path.join(HERE, "veskctl.1.scd.in"), encoding="utf-8") as file:
+        template = file.read()
+    rows = []
+    for command in table["commands"]:
+        answer = answer_of(command)
+        kind = command["answer"] if isinstance(command["answer"], str) else ""
+        says = {"ack": "acknowledged", "nak": "not supported"}.get(
+            kind, ", ".join(field["name"] for field in answer if not field.get("echo")) or "answered")
+        rows.append(f"|[ {code_of(command)}\n:[ {command['name']}\n:[ {says}\n")
+    version = ".".join(str(part) for part in table["protocol_version"])
+    return template.replace("@VERSION@", version).replace("@COMMANDS@\n", "".join(rows))
+
+
 def main(arguments):
-    kinds = {"veskctl": veskctl_table, "rows": test_rows, "completion": completion}
+    kinds = {"manual": manual, "veskctl": veskctl_table, "rows": test_rows, "completion": completion}
     if arguments[:1] == ["docs"] and arguments[1:] in ([], ["--check"]):
         write_document(load(), arguments[1:] == ["--check"])
     elif len(arguments) in (1, 2) and arguments[0] in kinds:

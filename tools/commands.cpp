@@ -13,6 +13,8 @@
 #include "tools/address.h"
 #include "tools/errors.h"
 #include "tools/frames.h"
+#include "tools/nearest.h"
+#include "tools/parameters.h"
 #include "tools/text.h"
 
 namespace {
@@ -20,7 +22,6 @@ namespace {
 #include "commands.inc" // kTable and kSilentCommands, made from protocol/vesk.yaml
 
 constexpr size_t kCommandAt = 2; // of the record's bytes
-constexpr size_t kDat1At = 3;
 constexpr size_t kChecksumAt = 7;
 
 // The words of `text` in lower case, without blanks and commas.
@@ -56,7 +57,8 @@ bool isAllHex(std::string_view text)
 
 bool isAddress(const CommandRow &row)
 {
-    return row.usage == kAddress;
+    return row.parameters.size() == 1 && (row.parameters[0].type == FieldType::kIpv4 ||
+                                          row.parameters[0].type == FieldType::kMask);
 }
 
 // The frame for the digits of a record up to dat4.
@@ -80,7 +82,15 @@ std::string frameFromHex(const std::string &digits)
     if (count % 2 == 0 && count <= 2 * (kChecksumAt - kCommandAt)) {
         std::string record(2 * kChecksumAt, '0');
         record.replace(2 * kCommandAt, count, digits);
-        return frameFromDigits(record);
+        const std::string frame = frameFromDigits(record);
+        const CommandRow *const row = rowOf(recordOf(frame));
+        if (row != nullptr && row->writes && count < 2 * (kChecksumAt - kCommandAt)) {
+            throw UsageError(
+                fmt::format("\"{}\" changes the device, so it needs all its ten digits: "
+                            "command and dat1 to dat4",
+                            row->name));
+        }
+        return frame;
     }
     throw UsageError(fmt::format("{} hexadecimal digits: 2 to 10 in pairs are the command and its "
                                  "data, 14 a record, 16 a record with its checksum",
@@ -102,28 +112,30 @@ const CommandRow *rowNamed(const std::vector<std::string> &words, size_t &length
     return found;
 }
 
-// The parameters that were typed after the words of a row, as digits.
-std::string digitsOf(const CommandRow &row, const std::vector<std::string> &given)
+// What a person may have meant with words that are no command.
+std::string hintFor(const std::vector<std::string> &words)
 {
-    std::string digits;
-    if (isAddress(row) && given.size() == 1 && given[0].find('.') != std::string::npos) {
-        for (const char byte : bytesOfAddress(given[0])) {
-            digits += fmt::format("{:02x}", static_cast<unsigned char>(byte));
+    std::vector<std::string> names;
+    std::string begunSo;
+    for (const CommandRow &row : kTable) {
+        const std::vector<std::string> name = wordsOf(row.name);
+        names.push_back(fmt::format("{}", fmt::join(name, " ")));
+        if (words.size() < name.size() && std::equal(words.begin(), words.end(), name.begin())) {
+            begunSo += fmt::format("{}{}", begunSo.empty() ? "" : ", ", names.back());
         }
-        return digits;
     }
-    const size_t allowed = isAddress(row) ? 4 : wordsOf(row.usage).size();
-    if (given.size() > allowed) {
-        throw UsageError(fmt::format("\"{}\" takes {} parameters", row.name,
-                                     allowed == 0 ? "no" : fmt::format("at most {}", allowed)));
+    if (!begunSo.empty()) {
+        return "; possible are: " + begunSo;
     }
-    for (const std::string &byte : given) {
-        if (byte.size() > 2 || !isAllHex(byte)) {
-            throw UsageError(fmt::format("\"{}\" is not a hexadecimal byte", escape(byte)));
+    for (size_t count = words.size(); count > 0; --count) { // the last ones may be parameters
+        const auto end = words.begin() + static_cast<ptrdiff_t>(count);
+        const std::string typed = fmt::format("{}", fmt::join(words.begin(), end, " "));
+        const std::string hint = didYouMean(typed, names);
+        if (!hint.empty()) {
+            return hint;
         }
-        digits += fmt::format("{:0>2}", byte);
     }
-    return digits;
+    return {};
 }
 
 std::string frameFromWords(std::string_view text)
@@ -132,19 +144,13 @@ std::string frameFromWords(std::string_view text)
     size_t nameLength;
     const CommandRow *const row = rowNamed(words, nameLength);
     if (row == nullptr) {
-        throw UsageError(fmt::format("\"{}\" is not a known command", escape(trim(text))));
+        throw UsageError(
+            fmt::format("\"{}\" is not a known command{}", escape(trim(text)), hintFor(words)));
     }
     const std::vector<std::string> given(words.begin() + static_cast<ptrdiff_t>(nameLength),
                                          words.end());
-    const bool hasSubCommand = row->dat1 != kAnyDat1;
-    std::string record(2 * kChecksumAt, '0');
-    record.replace(2 * kCommandAt, 2, fmt::format("{:02x}", row->command));
-    if (hasSubCommand) {
-        record.replace(2 * kDat1At, 2, fmt::format("{:02x}", row->dat1));
-    }
-    const std::string digits = digitsOf(*row, given);
-    record.replace(2 * (kDat1At + (hasSubCommand ? 1U : 0U)), digits.size(), digits);
-    return frameFromDigits(record);
+    return frameFromDigits(fmt::format("0000{:02x}{:02x}", row->command,
+                                       fmt::join(dataOfParameters(*row, given), "")));
 }
 
 // A refusal does not carry dat1. The name can be told only if the code has a single row.
@@ -179,8 +185,9 @@ std::string textOf(const Field &field, const Data &data)
     const std::span<const uint8_t> bytes = std::span(data).subspan(field.at, field.length);
     switch (field.type) {
     case FieldType::kU8:
-    case FieldType::kOnOff:
         return fmt::format("{}", bytes[0]);
+    case FieldType::kOnOff:
+        return bytes[0] == 0 ? "off" : "on";
     case FieldType::kU16:
         return fmt::format("0x{:02x}{:02x}", bytes[field.isLowFirst ? 1 : 0],
                            bytes[field.isLowFirst ? 0 : 1]);
@@ -191,7 +198,10 @@ std::string textOf(const Field &field, const Data &data)
     case FieldType::kFirstHalfOfMac:
     case FieldType::kLastHalfOfMac:
         return fmt::format("{:02x}", fmt::join(bytes, ":"));
-    case FieldType::kSerialNumber:
+    case FieldType::kSerialNumber: {
+        const unsigned number = bytes[0] * 256U + bytes[1];
+        return fmt::format("{} (0x{:04x})", number, number);
+    }
     case FieldType::kBytes:
         break;
     }
@@ -272,12 +282,7 @@ std::string commandList()
     for (const CommandRow &row : kTable) {
         const std::string dat1 =
             row.dat1 == kAnyDat1 ? std::string("..") : fmt::format("{:02x}", row.dat1);
-        std::string words = row.name;
-        for (std::string parameter : wordsOf(row.usage)) {
-            std::transform(parameter.begin(), parameter.end(), parameter.begin(),
-                           [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-            words += fmt::format(" [{}]", parameter);
-        }
+        const std::string words = row.name + usageOf(row);
         const std::string line =
             fmt::format("  {:02x} {}  {:<46}  {}", row.command, dat1, words, row.note);
         list += std::string(line, 0, line.find_last_not_of(' ') + 1) + "\n";

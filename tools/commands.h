@@ -11,7 +11,6 @@
 #include <string_view>
 
 inline constexpr uint16_t kAnyDat1 = 0x100;
-inline constexpr std::string_view kAddress = "A.B.C.D";
 
 // The types of protocol/vesk.yaml that parameters and answers have.
 enum class FieldType : uint8_t {
@@ -52,12 +51,10 @@ struct CommandRow {
     uint8_t command;
     uint16_t dat1; // the sub-command, or kAnyDat1 where dat1 is a parameter like the others
     AnswerKind answerKind;
-    bool ffIsData;     // four data bytes ff are an answer like any other
-    bool writes;       // changes something that the device keeps or does
-    bool hasPayload;   // after the command or after its reply
-    const char *name;  // the words to type, in either case
-    const char *usage; // names of the bytes that may follow the words, separated by blanks; or
-                       // kAddress, one IPv4 address
+    bool ffIsData;                     // four data bytes ff are an answer like any other
+    bool writes;                       // changes something that the device keeps or does
+    bool hasPayload;                   // after the command or after its reply
+    const char *name;                  // the words to type, in either case
     std::span<const Field> parameters; // in the order of their bytes
     std::span<const Field> answer;     // of kData
     uint32_t payloadWaitMs;            // how long the device waits for missing bytes of the payload
@@ -76,9 +73,9 @@ std::string commandList();
 
 // The frame to send for the text that a user typed, one of:
 //
-//   words            a name of the table, then its parameters as hexadecimal bytes (00 if left
-//                    out); an address may also be written as 192.168.0.100
-//   2 to 10 digits   command, dat1 to dat4; address, tag and omitted bytes are 00
+//   words            a name of the table, then its parameters (see dataOfParameters())
+//   2 to 10 digits   command, dat1 to dat4; address, tag and omitted bytes are 00. A command that
+//                    writes needs all ten.
 //   14 digits        the record without its checksum, which is added
 //   16 digits        the record with its checksum, right or wrong, in the case they were typed
 //   <...>            a whole frame of 19 characters, sent as it is, right or wrong

@@ -3,13 +3,17 @@
 #include <algorithm>
 #include <cctype>
 #include <optional>
+#include <sstream>
 
 #include <fmt/format.h>
 
 #include "tools/commands.h"
 #include "tools/errors.h"
 #include "tools/frames.h"
+#include "tools/info.h"
+#include "tools/manner.h"
 #include "tools/prompt.h"
+#include "tools/subcommands.h"
 #include "tools/text.h"
 
 namespace {
@@ -25,8 +29,10 @@ constexpr char kHelp[] =
     "or one of these:\n"
     "  front TEXT          TEXT on the serial line, as if the front board had sent it\n"
     "  pc TEXT             TEXT as a datagram of the control PC; escapes: \\xNN \\r \\n \\\\\n"
-    "  help                show this text\n"
-    "  quit                end; so do Ctrl-D and Ctrl-C\n"
+    "  info                everything that the device tells\n"
+    "  network read        and network write, text read, text write: as the subcommands of that name\n"
+    "  help [WORD], ?      show this text, or what it says about a word\n"
+    "  quit, exit          end; so do Ctrl-D and Ctrl-C\n"
     "\n"
     "The output:\n"
     "  front> front<       to and from the daemon's serial line\n"
@@ -44,17 +50,19 @@ class Console {
 public:
     Console(const Desk &desk, Milliseconds timeout)
         : front_{desk.front, "front", {}}, pc_{desk.pc, "pc", {}}, log_(desk.log),
-          timeout_(timeout), prompt_(completions())
+          timeout_(timeout), prompt_(completions(), historyFile())
     {
     }
 
-    void run();
+    int run(); // returns the exit status
 
 private:
     static std::vector<std::string> completions();
 
     void execute(const std::string &line);
-    void help();
+    void help(std::string_view about);
+    void runSubcommand(std::string_view text);
+    void summary();
     void sendCommand(std::string_view text);
     void sendText(Side &side, std::string_view text);
     bool receive(Side &side);
@@ -66,10 +74,13 @@ private:
     Side front_;
     Side pc_;
     LogFile *log_;
+    size_t sent_ = 0;
+    size_t answered_ = 0;
     Milliseconds timeout_;
     Prompt prompt_;
     Interruption interruption_;
     bool quit_ = false;
+    int worst_ = kDone;                  // the highest exit status of the lines
     std::optional<Rs232Command> asked_;  // a command whose reply has not come yet ...
     Deadline answerBy_{Milliseconds{0}}; // ... and until when it should
     Deadline quietAt_{Milliseconds{0}};  // when the lines and the log count as quiet
@@ -77,7 +88,8 @@ private:
 
 std::vector<std::string> Console::completions()
 {
-    std::vector<std::string> words = {"front", "help", "pc", "quit"};
+    std::vector<std::string> words = {"exit",          "front", "help", "info",      "network read",
+                                      "network write", "pc",    "quit", "text read", "text write"};
     for (const CommandRow &row : commandTable()) {
         std::string &name = words.emplace_back(row.name);
         std::transform(name.begin(), name.end(), name.begin(),
@@ -87,12 +99,13 @@ std::vector<std::string> Console::completions()
     return words;
 }
 
-void Console::run()
+int Console::run()
 {
     if (prompt_.isTerminal()) {
         prompt_.print("`help` lists the commands, `quit` ends.");
     }
     showLog(kOldLinesShown);
+    bool isInterrupted = false;
     while (!quit_) {
         std::vector<int> descriptors = {interruption_.descriptor()};
         for (const Side *side : {&front_, &pc_}) {
@@ -108,7 +121,8 @@ void Console::run()
             return std::find(ready.begin(), ready.end(), descriptor) != ready.end();
         };
         if (isReady(interruption_.descriptor())) {
-            return;
+            isInterrupted = true;
+            break;
         }
         bool active = showLog(std::string::npos);
         for (Side *side : {&front_, &pc_}) {
@@ -131,6 +145,18 @@ void Console::run()
         }
         quit_ |= prompt_.hasEnded() && mayRead();
     }
+    summary();
+    return prompt_.isTerminal() || isInterrupted ? kDone
+                                                 : worst_; // a person has seen what went wrong
+}
+
+// For a person; a script has what it has printed.
+void Console::summary()
+{
+    if (prompt_.isTerminal() && !manner().quiet) {
+        prompt_.around(
+            [this] { fmt::print(stderr, "{} commands sent, {} answered\n", sent_, answered_); });
+    }
 }
 
 // A line from a pipe waits until the line before it has had its effect, as a person would.
@@ -149,10 +175,12 @@ void Console::execute(const std::string &line)
         if (text.empty() || text[0] == '#') {
             return;
         }
-        if (text == "quit") {
+        if (text == "quit" || text == "exit") {
             quit_ = true;
-        } else if (text == "help") {
-            help();
+        } else if (word == "help" || word == "?") {
+            help(trim(rest));
+        } else if (word == "info" || word == "network" || word == "text") {
+            runSubcommand(text);
         } else if (word == "front") {
             sendText(front_, rest);
         } else if (word == "pc") {
@@ -161,15 +189,73 @@ void Console::execute(const std::string &line)
             sendCommand(text);
         }
     } catch (const UsageError &error) {
+        worst_ = std::max<int>(worst_, kUsage);
         prompt_.print(fmt::format("{}; `help` lists the commands", error.what()));
     }
 }
 
-void Console::help()
+// The lines of `text` that contain the word, in either case.
+std::string linesAbout(const std::string &text, std::string_view word)
 {
-    const std::string text =
-        fmt::format("{}\nCommands: code, dat1, words\n{}", kHelp, commandList());
+    const auto lower = [](std::string_view mixed) {
+        std::string result(mixed);
+        std::transform(result.begin(), result.end(), result.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        return result;
+    };
+    std::istringstream stream(text);
+    std::string found;
+    for (std::string line; std::getline(stream, line);) {
+        if (lower(line).find(lower(word)) != std::string::npos) {
+            found += line + "\n";
+        }
+    }
+    return found;
+}
+
+void Console::help(std::string_view about)
+{
+    std::string text = fmt::format("{}\nCommands: code, dat1, words\n{}", kHelp, commandList());
+    if (!about.empty()) {
+        text = linesAbout(text, about);
+    }
+    if (text.empty()) {
+        throw UsageError(fmt::format("no command has \"{}\" in it", escape(about)));
+    }
     prompt_.print(text.substr(0, text.size() - 1));
+}
+
+// A subcommand of veskctl on the line on which commands are sent.
+void Console::runSubcommand(std::string_view text)
+{
+    std::istringstream stream{std::string(text)};
+    std::vector<std::string> words;
+    for (std::string word; stream >> word;) {
+        words.push_back(word);
+    }
+    const std::string kind = words[0] + (words.size() > 1 ? " " + words[1] : "");
+    Line &line = front_.line != nullptr ? *front_.line : *pc_.line;
+    const auto run = [&]() -> int {
+        if (kind == "info" && words.size() == 1) {
+            return runInfo(line, false, timeout_);
+        }
+        if (kind == "network read" && words.size() == 2) {
+            return runNetworkRead(line, timeout_);
+        }
+        if (kind == "network write" && words.size() == 6) {
+            return runNetworkWrite(line, {words[2], words[3], words[4], words[5]}, timeout_);
+        }
+        if (kind == "text read" && (words.size() == 3 || words.size() == 4)) {
+            return runTextRead(line, words[2] + " " + (words.size() == 4 ? words[3] : "00"),
+                               timeout_);
+        }
+        if (kind == "text write" && words.size() == 5) {
+            return runTextWrite(line, words[2] + " " + words[3], words[4], timeout_);
+        }
+        throw UsageError("possible are: info; network read; network write ADDRESS MASK GATEWAY "
+                         "MAC; text read DAT1 [DAT2]; text write DAT1 DAT2 TEXT");
+    };
+    prompt_.around([&] { worst_ = std::max<int>(worst_, run()); });
 }
 
 void Console::sendCommand(std::string_view text)
@@ -179,6 +265,7 @@ void Console::sendCommand(std::string_view text)
     prompt_.print(fmt::format("{}> {}", side.name,
                               isFrame(frame) ? frameWithDescription(frame) : escape(frame)));
     side.line->send(frame);
+    ++sent_;
     asked_ = recordOf(frame);
     answerBy_ = Deadline(timeout_);
 }
@@ -209,7 +296,11 @@ void Console::show(Side &side, const std::vector<Piece> &pieces)
             fmt::format("{}< {}", side.name,
                         piece.isFrame ? frameWithDescription(piece.text) : escape(piece.text)));
         if (asked_.has_value() && piece.isFrame && isReplyTo(*asked_, piece.text)) {
+            if (isRefusalOf(*asked_, recordOf(piece.text))) {
+                worst_ = std::max<int>(worst_, kRefused);
+            }
             asked_.reset();
+            ++answered_;
         }
     }
 }
@@ -232,6 +323,7 @@ void Console::checkAnswer()
     if (asked_.has_value() && answerBy_.passed()) {
         prompt_.print(fmt::format("no answer within {} ms{}", timeout_.count(),
                                   isNeverAnswered(*asked_) ? "; this command never gets one" : ""));
+        worst_ = std::max<int>(worst_, kNoAnswer);
         asked_.reset();
     }
 }
@@ -240,6 +332,5 @@ void Console::checkAnswer()
 
 int runConsole(const Desk &desk, Milliseconds timeout)
 {
-    Console(desk, timeout).run();
-    return kDone;
+    return Console(desk, timeout).run();
 }

@@ -1,8 +1,10 @@
 #pragma once
 
-// The errors on our own side, one type for each exit status.
+// What ends a subcommand early.
 
 #include <stdexcept>
+
+#include "tools/status.h"
 
 // The user asked for something that is not possible.
 struct UsageError : std::runtime_error {
@@ -14,10 +16,12 @@ struct LocalError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-enum ExitStatus : int {
-    kDone = 0,
-    kRefused = 1, // by the device; also a transcript step that did not hold
-    kUsage = 2,
-    kNoAnswer = 3,
-    kLocalFailure = 4,
+// A line that was open is gone: a cable that has been pulled, a network that has gone down.
+struct LineLost : LocalError {
+    using LocalError::LocalError;
+};
+
+// SIGINT or SIGTERM came while a line was waited for (see Line::stopAt()).
+struct Interrupted : std::runtime_error {
+    Interrupted() : std::runtime_error("interrupted") {}
 };

@@ -6,12 +6,16 @@
 
 #include "tools/commands.h"
 #include "tools/frames.h"
+#include "tools/manner.h"
 #include "tools/text.h"
 
 namespace {
 
 void tell(const Piece &piece)
 {
+    if (manner().quiet) {
+        return;
+    }
     fmt::print(stderr, "veskctl: skipped: {}\n",
                piece.isFrame ? frameWithDescription(piece.text) : escape(piece.text));
 }
@@ -79,4 +83,18 @@ bool awaitEnd(Line &line, Answer &answer, char end, Milliseconds timeout)
         const size_t at = bytes.find(end);
         return at == std::string::npos ? at : at + 1;
     });
+}
+
+std::optional<Answer> askAgain(Line &line, std::string_view frame, std::string_view payload,
+                               Milliseconds timeout)
+{
+    // The frame keeps its tag: a late answer to an earlier try answers the same question.
+    auto answer = ask(line, frame, payload, timeout);
+    for (unsigned tried = 0; !answer && tried < manner().retries; ++tried) {
+        if (!manner().quiet) {
+            fmt::print(stderr, "veskctl: no answer within {} ms, sent again\n", timeout.count());
+        }
+        answer = ask(line, frame, payload, timeout);
+    }
+    return answer;
 }

@@ -27,3 +27,7 @@ std::optional<Answer> ask(Line &line, std::string_view frame, std::string_view p
 // off. False if they did not come in time.
 bool awaitBytes(Line &line, Answer &answer, size_t count, Milliseconds timeout);
 bool awaitEnd(Line &line, Answer &answer, char end, Milliseconds timeout);
+
+// The same as ask(), and again as often as manner() says if no answer comes.
+std::optional<Answer> askAgain(Line &line, std::string_view frame, std::string_view payload,
+                               Milliseconds timeout);

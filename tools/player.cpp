@@ -8,6 +8,8 @@
 
 #include "tools/commands.h"
 #include "tools/errors.h"
+#include "tools/json.h"
+#include "tools/manner.h"
 #include "tools/text.h"
 
 namespace {
@@ -15,14 +17,36 @@ namespace {
 constexpr Milliseconds kLogInterval{10}; // between two looks at the daemon's output
 constexpr size_t kLinesShown = 3;        // of the daemon's output when a line is missing
 
-std::string quoted(const std::string &bytes)
+std::string inQuotes(const std::string &bytes)
 {
     return fmt::format("\"{}\"", escape(bytes));
 }
 
 std::string came(const std::string &bytes)
 {
-    return fmt::format("{} came", quoted(bytes));
+    return fmt::format("{} came", inQuotes(bytes));
+}
+
+void tellStep(const Step &step, const std::string &instead)
+{
+    if (manner().json) {
+        Json json{{"line", step.line}, {"step", step.text}, {"held", instead.empty()}};
+        if (!instead.empty()) {
+            json["instead"] = instead;
+        }
+        printJson(json);
+        return;
+    }
+    if (manner().quiet && instead.empty()) {
+        return;
+    }
+    const std::string meaning = describeAll(step.bytes);
+    fmt::print("  {}  {}{}{}\n",
+               instead.empty() ? colored(Color::kGood, "ok  ") : colored(Color::kBad, "FAIL"),
+               step.text, meaning.empty() ? "" : "   ", meaning);
+    if (!instead.empty()) {
+        fmt::print("        {}\n", instead);
+    }
 }
 
 void requireDesk(const std::vector<Step> &steps, const Desk &desk)
@@ -145,7 +169,7 @@ std::string Player::expectLine(const std::string &line)
     std::string last;
     const size_t shown = std::min(lines_.size(), kLinesShown);
     for (size_t i = lines_.size() - shown; i < lines_.size(); ++i) {
-        last += fmt::format("{}{}", last.empty() ? "" : ", ", quoted(lines_[i]));
+        last += fmt::format("{}{}", last.empty() ? "" : ", ", inQuotes(lines_[i]));
     }
     return fmt::format("{} was printed", last);
 }
@@ -177,26 +201,33 @@ int playTranscript(const std::vector<Step> &steps, const std::string &name, cons
     for (const Step &step : steps) {
         const std::string instead = player.perform(step);
         if (step.kind == Step::kTitle) {
-            fmt::print("\n{}\n", step.text);
+            if (!manner().json && !manner().quiet) {
+                fmt::print("\n{}\n", step.text);
+            }
             continue;
         }
-        const std::string meaning = describeAll(step.bytes);
-        fmt::print("  {}  {}{}{}\n", instead.empty() ? "ok  " : "FAIL", step.text,
-                   meaning.empty() ? "" : "   ", meaning);
+        tellStep(step, instead);
         if (!instead.empty()) {
-            fmt::print("        {}\n", instead);
             fmt::print(stderr, "veskctl: {}:{}: {}: {}\n", name, step.line, step.text, instead);
             return kRefused;
         }
     }
+    const auto held = std::count_if(steps.begin(), steps.end(),
+                                    [](const Step &step) { return step.kind != Step::kTitle; });
     const std::string left = player.leftovers();
     if (!left.empty()) {
-        fmt::print("  FAIL  the end\n        {}\n", left);
+        if (manner().json) {
+            printJson({{"held", false}, {"steps", held}, {"unread", left}});
+        } else {
+            fmt::print("  {}  the end\n        {}\n", colored(Color::kBad, "FAIL"), left);
+        }
         fmt::print(stderr, "veskctl: {}: at its end: {}\n", name, left);
         return kRefused;
     }
-    const auto held = std::count_if(steps.begin(), steps.end(),
-                                    [](const Step &step) { return step.kind != Step::kTitle; });
-    fmt::print("\n{}: all {} steps held\n", name, held);
+    if (manner().json) {
+        printJson({{"held", true}, {"steps", held}});
+    } else if (!manner().quiet) {
+        fmt::print("\n{}: all {} steps held\n", name, held);
+    }
     return kDone;
 }

@@ -1,10 +1,14 @@
 #include "tools/prompt.h"
 
+#include <algorithm>
 #include <array>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include <unistd.h>
@@ -12,10 +16,13 @@
 #include <editline/readline.h>
 #include <fmt/format.h>
 
+#include "tools/output.h"
+
 namespace {
 
 constexpr char kPrompt[] = "> ";
 constexpr int kControlC = 3;
+constexpr int kMostHistory = 1000;
 constexpr char kEraseLine[] = "\r\033[K";
 
 // The editing library calls plain functions, so their state is here.
@@ -42,15 +49,24 @@ int endPressed(int, int)
     return 0;
 }
 
+std::string lower(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text;
+}
+
 // The completion number `state` of the word, given the words before it.
 char *completion(const char *word, int state)
 {
     static std::vector<std::string> matches;
     if (state == 0) {
         matches.clear();
-        const std::string before(rl_line_buffer, static_cast<size_t>(rl_point) - std::strlen(word));
+        const std::string before =
+            lower({rl_line_buffer, static_cast<size_t>(rl_point) - std::strlen(word)});
+        const std::string begun = lower(word);
         for (const std::string &whole : allCompletions) {
-            if (whole.starts_with(before + word)) {
+            if (whole.starts_with(before + begun)) {
                 const size_t end = whole.find(' ', before.size());
                 const std::string match = whole.substr(
                     before.size(), end == std::string::npos ? end : end - before.size());
@@ -72,13 +88,37 @@ char **complete(const char *word, int, int)
 
 } // namespace
 
-Prompt::Prompt(std::vector<std::string> completions)
-    : terminal_(isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1)
+std::string historyFile()
+{
+    const char *const state = std::getenv("XDG_STATE_HOME");
+    const char *const home = std::getenv("HOME");
+    std::filesystem::path folder;
+    if (state != nullptr && state[0] == '/') {
+        folder = state;
+    } else if (home != nullptr && home[0] == '/') {
+        folder = std::filesystem::path(home) / ".local" / "state";
+    } else {
+        return {};
+    }
+    folder /= "veskctl";
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    return error ? std::string() : (folder / "history").string();
+}
+
+Prompt::Prompt(std::vector<std::string> completions, std::string history)
+    : terminal_(isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1),
+      history_(std::move(history))
 {
     if (!terminal_) {
         return;
     }
     allCompletions = std::move(completions);
+    using_history();
+    stifle_history(kMostHistory);
+    if (!history_.empty()) {
+        read_history(history_.c_str()); // if there is one
+    }
     rl_catch_signals = 0; // the console handles Ctrl-C
     rl_attempted_completion_function = complete;
     rl_callback_handler_install(kPrompt, lineTyped);
@@ -94,6 +134,9 @@ Prompt::~Prompt()
         fmt::print("{}", kEraseLine);
         rl_callback_handler_remove();
         rl_deprep_terminal();
+        if (!history_.empty()) {
+            write_history(history_.c_str());
+        }
     }
 }
 
@@ -144,12 +187,33 @@ void Prompt::print(const std::string &line)
 {
     if (!terminal_) {
         fmt::print("{}\n", line);
-        std::fflush(stdout);
+        flushOutput();
         return;
     }
     fmt::print("{}{}\n", kEraseLine, line);
-    std::fflush(stdout);
+    flushOutput();
     rl_forced_update_display();
+}
+
+void Prompt::around(const std::function<void()> &write)
+{
+    if (terminal_) {
+        fmt::print("{}", kEraseLine);
+    }
+    std::fflush(stdout);
+    const auto redraw = [this] {
+        std::fflush(stdout);
+        if (terminal_) {
+            rl_forced_update_display();
+        }
+    };
+    try {
+        write();
+    } catch (...) {
+        redraw();
+        throw;
+    }
+    redraw();
 }
 
 void Prompt::readPlain()

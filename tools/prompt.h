@@ -4,13 +4,20 @@
 // other output appears above the line being typed. A pipe is read line by line.
 
 #include <deque>
+#include <functional>
 #include <string>
 #include <vector>
+
+// The file of the console's history: under the folder for such state that the environment names
+// (XDG_STATE_HOME, or .local/state in the home folder), which is made if it is missing. "" if there
+// is none.
+std::string historyFile();
 
 class Prompt {
 public:
     // A line may begin with any of `completions`. Requires: no other Prompt exists.
-    explicit Prompt(std::vector<std::string> completions);
+    // `history`, a file that need not exist, keeps the lines typed on a terminal; "" keeps none.
+    explicit Prompt(std::vector<std::string> completions, std::string history = "");
     ~Prompt();
     Prompt(const Prompt &) = delete;
     Prompt &operator=(const Prompt &) = delete;
@@ -30,10 +37,14 @@ public:
     // Writes one line of output.
     void print(const std::string &line);
 
+    // Calls `write`, which prints on standard output itself.
+    void around(const std::function<void()> &write);
+
 private:
     void readPlain();
 
     bool terminal_;
+    std::string history_;
     bool ended_ = false;
     std::string begun_; // a line from a pipe whose end has not come yet
     std::deque<std::string> lines_;

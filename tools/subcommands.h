@@ -2,6 +2,7 @@
 
 // The subcommands of veskctl that are neither console nor transcript. Each returns the exit status.
 
+#include "tools/json.h"
 #include "tools/line.h"
 
 #include <string>
@@ -22,7 +23,17 @@ struct NetworkSettings {
 // The record of 18 bytes that carries them. Throws UsageError for a text that is not an address.
 std::string networkRecord(const NetworkSettings &settings);
 
-// Read and write the network record. Print the reply, then the record that was read.
+// What is wrong with them together, though each is an address; "" if nothing is.
+std::string faultOfNetwork(const NetworkSettings &settings);
+
+// Reads the network record. Says on standard error why it could not.
+int readNetworkRecord(Line &line, Milliseconds timeout, std::string &record);
+
+// The record of 18 bytes as JSON: address, mask, gateway, mac.
+Json jsonOfNetwork(const std::string &record);
+
+// Read and write the network record. Print the reply, then the record that was read. After writing
+// it is read back and compared: kRefused if address, mask or gateway differ.
 int runNetworkRead(Line &line, Milliseconds timeout);
 int runNetworkWrite(Line &line, const NetworkSettings &settings, Milliseconds timeout);
 
@@ -31,9 +42,3 @@ int runNetworkWrite(Line &line, const NetworkSettings &settings, Milliseconds ti
 int runTextRead(Line &line, const std::string &which, Milliseconds timeout);
 int runTextWrite(Line &line, const std::string &which, const std::string &text,
                  Milliseconds timeout);
-
-// Prints the arriving bytes, with frames decoded, until SIGINT or SIGTERM.
-int runMonitor(Line &line);
-
-// Prints the meaning of the frames in `texts`, or of those on standard input if `texts` is empty.
-int runDecode(const std::vector<std::string> &texts);

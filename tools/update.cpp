@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
+#include <optional>
 #include <string>
-
-#include <unistd.h>
+#include <vector>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "tools/commands.h"
 #include "tools/errors.h"
@@ -24,50 +24,142 @@ constexpr int kTries = 5; // for each block
 // first passes the rest of the block on, with four pauses of 80 ms, before it mirrors anything.
 constexpr Milliseconds kSettled{400};
 
+// What has become of the device after the last block.
+enum class Outcome {
+    kRestarted,
+    kOldProgram, // it goes on
+    kAbsent,
+    kUnknown,
+    kBlockRefused, // over UDP: the last block is to be sent again
+    kBlockLost,
+};
+
+using Clock = std::chrono::steady_clock;
+
 class Update {
 public:
     Update(Line &line, std::string_view stream, const UpdateOptions &options)
-        : line_(line), stream_(stream), options_(options), count_(stream.size() / kBlockSize)
+        : line_(line), stream_(stream), options_(options), count_(stream.size() / kBlockSize),
+          progress_(options.progress, count_)
     {
+        line_.stopAt(&interruption_);
     }
+    ~Update()
+    {
+        line_.stopAt(nullptr);
+    }
+    Update(const Update &) = delete;
+    Update &operator=(const Update &) = delete;
 
     int run();
 
 private:
+    enum Phase { kAsking, kSending, kFollowing };
+
+    int steps();
+    int find();
     int query() const;
     int sendBlock(size_t number);
+    int finish();
     int tryBlock(size_t number);
-    void tellProgress(size_t done) const;
-    void tell(const std::string &what) const;
+    std::string frameOfBlock(size_t number);
+    void sendAgain(size_t number, const char *why);
+    int giveUp(size_t number, const char *why, int tried);
+    Outcome follow(const Rs232Command &lastBlock, bool isAcknowledged);
+    std::string nextQuestion();
+    void printFigures() const;
+    int report(Outcome outcome, const std::string &why);
+    int result(int status, const char *outcome, const std::string &text,
+               const std::string &next = {});
+    std::string command(const char *words) const;
+    size_t sentAgain() const;
 
+    Interruption interruption_; // while this exists
     Line &line_;
     std::string_view stream_;
     UpdateOptions options_;
     size_t count_;
-    unsigned sent_ = 0; // frames, repeated ones included
-    bool isTerminal_ = isatty(STDERR_FILENO) != 0;
+    Progress progress_;
+    Phase phase_ = kAsking;
+    size_t done_ = 0;                         // blocks that have been accepted
+    unsigned sent_ = 0;                       // frames with blocks, repeated ones included
+    size_t started_ = 0;                      // blocks, without repetitions
+    uint8_t tag_ = 0;                         // of the latest question
+    Clock::time_point start_;                 // of the first block
+    std::chrono::duration<double> seconds_{}; // until the last block was accepted, or sent over UDP
+    std::string version_;
 };
 
 int Update::run()
 {
-    if (options_.query) {
-        const int status = query();
+    const std::string begin = "; begin again with the same command";
+    try {
+        return steps();
+    } catch (const Interrupted &) {
+        if (phase_ == kFollowing) {
+            report(Outcome::kUnknown, "interrupted after the last block");
+            return kInterrupted;
+        }
+        const std::string how =
+            phase_ == kAsking ? std::string("interrupted before the first block")
+                              : fmt::format("interrupted after {} of {} blocks", done_, count_);
+        return result(kInterrupted, "interrupted",
+                      how + "; the device goes on with its old program" + begin);
+    } catch (const LocalError &error) {
+        if (phase_ == kFollowing) {
+            return report(Outcome::kUnknown, error.what());
+        }
+        return result(
+            kLocalFailure, "failed",
+            fmt::format("{}; {} of {} blocks were accepted, and the device goes on with its "
+                        "old program",
+                        error.what(), done_, count_));
+    }
+}
+
+int Update::steps()
+{
+    int status = find();
+    if (status == kDone && options_.query) {
+        status = query();
+    }
+    if (status != kDone) {
+        return status;
+    }
+    if (options_.isDry) {
+        return result(kDone, "dry run",
+                      fmt::format("the device answers; {} blocks of {} bytes would be sent", count_,
+                                  kBlockSize));
+    }
+    phase_ = kSending;
+    start_ = Clock::now();
+    progress_.begin();
+    for (size_t number = 0; number + 1 < count_; ++number) {
+        status = sendBlock(number);
         if (status != kDone) {
             return status;
         }
+        done_ = number + 1;
+        progress_.show(done_, sentAgain());
     }
-    const auto start = std::chrono::steady_clock::now();
-    for (size_t number = 0; number < count_; ++number) {
-        const int status = sendBlock(number);
-        if (status != kDone) {
-            return status;
+    return finish();
+}
+
+int Update::find()
+{
+    for (const Milliseconds wait : {options_.firstWait, options_.timeout}) {
+        if (ask(line_, nextQuestion(), {}, wait, Others::kSkipped)) {
+            return kDone;
         }
-        tellProgress(number + 1);
     }
-    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
-    fmt::print("{} blocks in {:.2f} s, {:.1f} blocks/s, {} sent again\n", count_, time.count(),
-               static_cast<double>(count_) / time.count(), sent_ - count_);
-    return kDone;
+    return result(
+        kNoAnswer, "no answer",
+        fmt::format("nobody answers at {}, asked twice within {} ms; {}", line_.name(),
+                    (options_.firstWait + options_.timeout).count(),
+                    line_.carriesDatagrams()
+                        ? "commands reach the device only where the front board sends back what it "
+                          "gets: use --serial"
+                        : "is the device on, and is this its line?"));
 }
 
 int Update::query() const
@@ -78,7 +170,9 @@ int Update::query() const
             fmt::print(stderr, "veskctl: no answer within {} ms\n", options_.timeout.count());
             return kNoAnswer;
         }
-        fmt::print("{}\n", frameWithDescription(answer->frame));
+        if (!progress_.isJson()) {
+            fmt::print("{}\n", frameWithDescription(answer->frame));
+        }
         const Rs232Command reply = recordOf(answer->frame);
         if (isRefusal(reply)) {
             return kRefused;
@@ -93,57 +187,226 @@ int Update::query() const
 
 int Update::sendBlock(size_t number)
 {
+    ++started_;
     for (int tried = 1;; ++tried) {
         const int status = tryBlock(number);
         if (status == kDone) {
             return kDone;
         }
-        const std::string what = fmt::format("block {} of {}: {}", number, count_,
-                                             status == kRefused ? "refused" : "no answer");
-        if (count_ == 1 && status == kNoAnswer) {
-            // Sent again, it would be installed a second time, over the backup. The last of several
-            // blocks can be sent again: a device that has restarted accepts and drops it.
-            tell(what + "; it may have been installed all the same");
-            return status;
-        }
+        const char *const why = status == kRefused ? "refused" : "no answer";
         if (tried == kTries) {
-            tell(fmt::format("{}, {} times in all", what, tried));
-            return status;
+            return giveUp(number, why, tried);
         }
-        tell(what + ", sent again");
-        // Bytes that are still on their way must not get mixed up with the next try.
-        const Deadline deadline(options_.blockTimeout);
-        while (!line_.receive(std::min(kSettled, deadline.left())).empty()) {
+        sendAgain(number, why);
+    }
+}
+
+// The last block. On a serial line its acknowledgement comes before the device restarts. Over UDP
+// it cannot come, so nobody waits for it.
+int Update::finish()
+{
+    const size_t number = count_ - 1;
+    ++started_;
+    for (int tried = 1;; ++tried) {
+        Outcome outcome = Outcome::kBlockRefused;
+        const std::string frame = frameOfBlock(number);
+        if (line_.carriesDatagrams()) {
+            line_.discardInput();
+            phase_ = kFollowing;
+            line_.send(frame + blockWithChecksum(stream_, number));
+            seconds_ = Clock::now() - start_;
+            outcome = follow(recordOf(frame), true);
+        } else {
+            phase_ = kFollowing;
+            const auto answer = ask(line_, frame, blockWithChecksum(stream_, number),
+                                    options_.blockTimeout, Others::kSkipped);
+            seconds_ = Clock::now() - start_;
+            if (!answer || !isRefusal(recordOf(answer->frame))) {
+                outcome = follow(recordOf(frame), answer.has_value());
+            }
         }
+        if (outcome != Outcome::kBlockRefused && outcome != Outcome::kBlockLost) {
+            done_ = count_;
+            progress_.show(done_, sentAgain());
+            printFigures();
+            return report(outcome, "the last block was not answered");
+        }
+        phase_ = kSending;
+        const char *const why = outcome == Outcome::kBlockRefused ? "refused" : "lost";
+        if (tried == kTries) {
+            return giveUp(number, why, tried);
+        }
+        sendAgain(number, why);
     }
 }
 
 int Update::tryBlock(size_t number)
 {
-    // Every try has its own tag, so that a late answer to an earlier try is not taken for this
-    // one's.
-    const std::string frame = frameFromText(
-        fmt::format("00 {:02x} 9a a0 07 {:02x} {:02x}", sent_ & 0xFF, number & 0xFF, number >> 8));
-    ++sent_;
-    const auto answer = ask(line_, frame, blockWithChecksum(stream_, number), options_.blockTimeout,
-                            Others::kSkipped);
+    const auto answer = ask(line_, frameOfBlock(number), blockWithChecksum(stream_, number),
+                            options_.blockTimeout, Others::kSkipped);
     if (!answer) {
         return kNoAnswer;
     }
     return isRefusal(recordOf(answer->frame)) ? kRefused : kDone;
 }
 
-void Update::tellProgress(size_t done) const
+// Every try has its own tag, so that a late answer to an earlier try is not taken for this one's.
+std::string Update::frameOfBlock(size_t number)
 {
-    if (isTerminal_) {
-        fmt::print(stderr, "\r{} of {} blocks{}", done, count_, done == count_ ? "\n" : "");
-        std::fflush(stderr);
+    const unsigned tag = sent_++ & 0xFF;
+    return frameFromText(
+        fmt::format("00 {:02x} 9a a0 07 {:02x} {:02x}", tag, number & 0xFF, number >> 8));
+}
+
+void Update::sendAgain(size_t number, const char *why)
+{
+    progress_.tell(fmt::format("block {} of {}: {}, sent again", number, count_, why));
+    // Bytes that are still on their way must not get mixed up with the next try.
+    const Deadline deadline(options_.blockTimeout);
+    while (!line_.receive(std::min(kSettled, deadline.left())).empty()) {
     }
 }
 
-void Update::tell(const std::string &what) const
+int Update::giveUp(size_t number, const char *why, int tried)
 {
-    fmt::print(stderr, "{}veskctl: {}\n", isTerminal_ ? "\n" : "", what);
+    return result(
+        kNotFinished, "given up",
+        fmt::format("block {} of {}: {}, {} times in all; the device goes on with its old "
+                    "program",
+                    number, count_, why, tried),
+        "Look at the cable and the device's disk, then begin again with the same command.");
+}
+
+// Asks for the device type until the answer tells what has become of the device. The first question
+// comes right after the last block: a program that goes on answers it, and one that ends loses it
+// with its line's buffer. Later ones are answered by the program that runs then.
+Outcome Update::follow(const Rs232Command &lastBlock, bool isAcknowledged)
+{
+    const bool hearsLate =
+        line_.carriesDatagrams(); // the answer to the block comes here, if at all
+    const std::string first = nextQuestion();
+    const uint8_t firstTag = tag_;
+    bool isStored = !hearsLate;
+    FrameFinder finder;
+    line_.send(first);
+    Deadline askAgain(options_.askInterval);
+    for (const Deadline deadline(options_.restartTimeout); !deadline.passed();) {
+        const std::string bytes = line_.receive(std::min(askAgain.left(), deadline.left()));
+        for (const Piece &piece : finder.feed(bytes)) {
+            if (!piece.isFrame || !isReply(piece.text)) {
+                continue;
+            }
+            Rs232Command question = recordOf(first);
+            if (isReplyTo(question, piece.text)) {
+                return !isAcknowledged ? Outcome::kUnknown
+                       : isStored      ? Outcome::kOldProgram
+                                       : Outcome::kBlockLost;
+            }
+            if (hearsLate && isReplyTo(lastBlock, piece.text)) {
+                if (isRefusal(recordOf(piece.text))) {
+                    return Outcome::kBlockRefused;
+                }
+                isStored = true;
+            }
+            question.tag = recordOf(piece.text).tag;
+            if (isReplyTo(question, piece.text)) {
+                const auto version = ask(line_, frameFromText("update version 07"), {},
+                                         options_.timeout, Others::kSkipped);
+                if (version && !isRefusal(recordOf(version->frame))) {
+                    const Rs232Command reply = recordOf(version->frame);
+                    version_ = fmt::format("{}.{}", reply.dat3, reply.dat4);
+                }
+                return isAcknowledged ? Outcome::kRestarted : Outcome::kUnknown;
+            }
+        }
+        if (askAgain.passed()) {
+            std::string question = nextQuestion();
+            if (tag_ == firstTag) { // after 256 of them
+                question = nextQuestion();
+            }
+            line_.send(question);
+            askAgain = Deadline(options_.askInterval);
+        }
+    }
+    return Outcome::kAbsent;
+}
+
+// Asks for the device type, each time with another tag.
+std::string Update::nextQuestion()
+{
+    return frameFromText(fmt::format("00 {:02x} 68 01 00 00 00", ++tag_));
+}
+
+int Update::report(Outcome outcome, const std::string &why)
+{
+    switch (outcome) {
+    case Outcome::kRestarted:
+        return result(kDone, "restarted",
+                      version_.empty() ? "the device has restarted; it does not tell its version"
+                                       : "the device has restarted, with version " + version_);
+    case Outcome::kOldProgram:
+        return result(kNotFinished, "old program",
+                      "the device goes on with its old program: what it stored has a wrong sum or "
+                      "length, as after a full disk",
+                      "Make room in /userdata on the device; its output says more.\n"
+                      "Then begin again with the same command.");
+    case Outcome::kAbsent:
+        return result(kNotFinished, "absent",
+                      fmt::format("the device has not answered for {} ms after the last block",
+                                  options_.restartTimeout.count()),
+                      fmt::format("Ask again in a minute: {}\n"
+                                  "If it stays silent, put /usr/bin/vesk_h264_backup back on the "
+                                  "device as /usr/bin/vesk_h264.",
+                                  command("send read device type")));
+    default:
+        return result(kNotFinished, "unknown",
+                      fmt::format("whether the device has restarted is unknown: {}", why),
+                      fmt::format("Ask which version it has: {}\n"
+                                  "If that is not the new one, begin again with the same command.",
+                                  command("send update version")));
+    }
+}
+
+void Update::printFigures() const
+{
+    if (!progress_.isJson()) {
+        fmt::print("{} blocks in {:.2f} s, {:.1f} blocks/s, {} sent again\n", count_,
+                   seconds_.count(), static_cast<double>(count_) / seconds_.count(), sentAgain());
+    }
+}
+
+// Prints the result, which is good if `status` is kDone, and what to do next. Returns `status`.
+int Update::result(int status, const char *outcome, const std::string &text,
+                   const std::string &next)
+{
+    if (progress_.isJson()) {
+        nlohmann::ordered_json object = {
+            {"event", "result"},         {"outcome", outcome}, {"status", status},
+            {"blocks", count_},          {"done", done_},      {"seconds", seconds_.count()},
+            {"sent_again", sentAgain()}, {"message", text},
+        };
+        if (!version_.empty()) {
+            object["version"] = version_;
+        }
+        fmt::print("{}\n", object.dump());
+    } else if (status == kDone) {
+        fmt::print("{}\n", text);
+    } else {
+        progress_.tell(next.empty() ? text : text + "\n" + next);
+    }
+    return status;
+}
+
+// What to type for another subcommand on the same line.
+std::string Update::command(const char *words) const
+{
+    return fmt::format("veskctl {} {} {}", line_.carriesDatagrams() ? "--udp" : "--serial",
+                       line_.name(), words);
+}
+
+size_t Update::sentAgain() const
+{
+    return sent_ - started_;
 }
 
 } // namespace

@@ -1,9 +1,11 @@
 // veskctl: talks to the daemon as its front board and as its control PC.
 
 #include <algorithm>
-#include <fstream>
+#include <chrono>
 #include <iterator>
+#include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -12,11 +14,21 @@
 
 #include "tools/commands.h"
 #include "tools/console.h"
+#include "tools/elf.h"
 #include "tools/errors.h"
+#include "tools/file.h"
+#include "tools/info.h"
 #include "tools/line.h"
 #include "tools/logfile.h"
+#include "tools/manner.h"
+#include "tools/monitor.h"
+#include "tools/nearest.h"
+#include "tools/output.h"
 #include "tools/package.h"
+#include "tools/ping.h"
 #include "tools/player.h"
+#include "tools/ports.h"
+#include "tools/record.h"
 #include "tools/subcommands.h"
 #include "tools/text.h"
 #include "tools/transcript.h"
@@ -29,10 +41,11 @@ constexpr char kAbout[] =
 
 constexpr char kFooter[] =
     "Exit status:\n"
-    "  0  done                        3  no answer in time\n"
-    "  1  refused by the device, or   4  something failed on this computer, such as\n"
-    "     a step that did not hold       a device that cannot be opened\n"
-    "  2  wrong usage\n"
+    "    0  done                        4  something failed on this computer, such as a\n"
+    "    1  refused by the device, or      device that cannot be opened or a full disk\n"
+    "       not as it should be         5  an update was not finished\n"
+    "    2  wrong usage               130  interrupted\n"
+    "    3  no answer in time\n"
     "\n"
     "Data goes to standard output, messages to standard error. `veskctl SUBCOMMAND --help` says\n"
     "more.\n"
@@ -47,9 +60,11 @@ constexpr char kFooter[] =
 constexpr char kSendAbout[] = "Send one command, print the reply";
 constexpr char kSendFooter[] =
     "The command is written in one of these ways; blanks between bytes do not count:\n"
-    "  words              a name of the table below, then its parameters as hexadecimal bytes; an\n"
-    "                     address may also be written as 192.168.0.100\n"
-    "  2 to 10 digits     command and dat1 to dat4; address, tag and omitted bytes are 00\n"
+    "  words              a name of the table below, then its parameters: A.B.C.D is an address such\n"
+    "                     as 192.168.0.100, NUMBER decimal or with 0x in front, DAT2 and the like two\n"
+    "                     hexadecimal digits. Those in brackets may be left out.\n"
+    "  2 to 10 digits     command and dat1 to dat4; address, tag and omitted bytes are 00. A command\n"
+    "                     that changes something needs all ten.\n"
     "  14 digits          address, tag, command and dat1 to dat4; the checksum is added\n"
     "  16 digits          the same and the checksum, right or wrong\n"
     "  <...>              a whole frame of 19 characters, sent as it is, right or wrong\n"
@@ -90,41 +105,85 @@ constexpr char kTextFooter[] =
 
 constexpr char kUpdateAbout[] = "Send a new executable to the device";
 constexpr char kUpdateFooter[] =
-    "The file is sent in blocks of 1024 bytes, each after the device has accepted the one before it. A\n"
-    "block that is refused or not answered is sent again, 5 times in all. After the last block the\n"
-    "device adds up the stored file. If the sum is right it keeps the old executable as\n"
-    "/usr/bin/vesk_h264_backup, replaces it and restarts. If not, it goes on as before. It reports\n"
-    "neither on the line: send it a command to see that it is back.\n"
+    "The file must be a whole executable (ELF) for the device's processor, of 1 KiB to 16 MiB. The\n"
+    "device is asked first: if nobody answers, nothing is sent. Then the file is sent in blocks of 1024\n"
+    "bytes, each after the device has accepted the one before it. A block that is refused or not\n"
+    "answered is sent again, 5 times in all. After the last block the device adds up the stored file.\n"
+    "If the sum is right it keeps the old executable as /usr/bin/vesk_h264_backup, replaces it and\n"
+    "restarts. If not, it goes on as before. It is asked until it answers, and the result is one of:\n"
+    "restarted (with its version), still the old program, absent, unknown. All but the first have exit\n"
+    "status 5. An update that is interrupted changes nothing, unless it was at its end.\n"
+    "\n"
+    "With --progress json standard output gets one JSON object a line, the last with the result.\n"
     "\n"
     "Over --udp the update works only where the front board echoes every byte, at about 3 blocks a\n"
     "second: the device passes the blocks on to its serial line and executes only what comes back. The\n"
-    "answer to the last block does not come, as the device restarts before it can pass it on. That\n"
-    "block is sent again, and the restarted device accepts it and does nothing.\n"
+    "answer to the last block does not come, as the device restarts before it can pass it on.\n"
     "\n"
-    "Example:\n"
-    "  veskctl --serial /dev/ttyUSB0 update --query build/arm/vesk_h264";
+    "Examples:\n"
+    "  veskctl --serial /dev/ttyUSB0 update build/arm/vesk_h264\n"
+    "  veskctl --serial /dev/ttyUSB0 update --query --dry-run build/arm/vesk_h264";
+
+constexpr char kInfoAbout[] = "Print everything that the device tells about itself";
+constexpr char kInfoFooter[] =
+    "It asks for type, versions, serial number, update block, DHCP and the network record: what the\n"
+    "interface has now. With --stored it also reads the settings that commands such as `send write IP\n"
+    "address` change. For that the device first takes over what its system has (see docs/protocol.md),\n"
+    "so do it only while the interface is up and has its address. A dash is what was not told.\n"
+    "\n"
+    "Examples:\n"
+    "  veskctl --serial /dev/ttyUSB0 info\n"
+    "  veskctl --serial /dev/ttyUSB0 info --json | jq -r .network.address";
+
+constexpr char kPingAbout[] = "Ask again and again whether the device answers, and how fast";
+constexpr char kPingFooter[] =
+    "It asks for the protocol version and prints how long each answer took, and a summary at the end.\n"
+    "Ctrl-C ends it. Status 3: nothing came.\n"
+    "\n"
+    "Examples:\n"
+    "  veskctl --serial /dev/ttyUSB0 ping\n"
+    "  veskctl --serial /dev/ttyUSB0 ping -c 10 -i 0.2";
+
+constexpr char kSerialAbout[] = "What this computer has for the line";
+constexpr char kPortsAbout[] = "List the serial devices, with what the system knows of them";
+constexpr char kPortsFooter[] =
+    "Device, driver, USB vendor and product, name; below it a name that stays the same whatever is\n"
+    "plugged in first.\n"
+    "\n"
+    "Examples:\n"
+    "  veskctl serial ports\n"
+    "  veskctl serial ports --json";
 
 constexpr char kMonitorAbout[] =
-    "Print arriving bytes until Ctrl-C: frames decoded, the rest escaped";
+    "Print what arrives until Ctrl-C: frames decoded, the rest in rows";
 constexpr char kMonitorFooter[] =
-    "The daemon sends to the PC that sent the latest datagram. So over --udp monitor first sends a\n"
-    "line feed. The daemon passes it on to its serial line, where it does no harm.\n"
+    "A serial device that is not there yet is waited for, and opened again when it comes back. Ctrl-C\n"
+    "ends it, with a summary on standard error. --filter takes a part of a command's name, or its code\n"
+    "and dat1 in hexadecimal digits; it may be given several times. --record writes a transcript with\n"
+    "the time of each packet.\n"
     "\n"
-    "Example:\n"
-    "  veskctl --udp 192.168.0.100 monitor";
+    "The daemon sends to the PC that sent the latest datagram. So over --udp monitor first sends a\n"
+    "line feed, and again after 10 s of silence, as the device may have restarted. The daemon passes it\n"
+    "on to its serial line, where it does no harm.\n"
+    "\n"
+    "Examples:\n"
+    "  veskctl --udp 192.168.0.100 monitor --time delta\n"
+    "  veskctl --serial /dev/ttyUSB0 monitor --filter 68 --filter 'net mask' --record heard.txt";
 
 constexpr char kDecodeAbout[] = "Print what frames mean, without a device";
 constexpr char kDecodeFooter[] =
     "A wrong checksum is reported. Text that is not a frame is reported on standard error, and the exit\n"
     "status is then 2.\n"
     "\n"
+    "Standard input is decoded as it comes.\n"
+    "\n"
     "Examples:\n"
     "  veskctl decode '<F00006801263300c2>'\n"
-    "  grep -o '<T[^>]*>' capture.txt | veskctl decode";
+    "  tail -f capture.txt | veskctl decode --json";
 
 constexpr char kConsoleAbout[] = "Type commands; see both lines and the daemon's output";
 constexpr char kConsoleFooter[] =
-    "Type commands as in `send`, or front TEXT, pc TEXT, help, quit. With --log the daemon's output is\n"
+    "Type commands as in `send`, or info, network, text, front TEXT, pc TEXT, help [WORD], quit. With --log the daemon's output is\n"
     "shown too. Input from a pipe is taken line by line, each after the one before it has been\n"
     "answered.\n"
     "\n"
@@ -147,45 +206,103 @@ constexpr char kPlayFooter[] =
     "Escapes in TEXT: \\xNN \\r \\n \\\\. An expectation waits as long as --timeout says. If bytes are\n"
     "unread at the end, the transcript fails.\n"
     "\n"
-    "Example:\n"
+    "Examples:\n"
+    "  veskctl --serial /dev/ttyUSB0 play session.txt\n"
     "  veskctl --serial /dev/frontboard --udp 192.168.0.100 --log /tmp/vesk_h264.log \\\n"
     "      play tests/replay/first-session.txt";
 
 constexpr unsigned kDefaultTimeout = 1000;
+constexpr unsigned kDefaultRestartTimeout = 30000;
 constexpr unsigned kLongestTimeout = 600000;
+constexpr unsigned kMostRetries = 100;
+constexpr double kLongestInterval = 3600;
+constexpr char kVersion[] = "veskctl " VESK_VERSION;
 
 struct Options {
     std::string serial;
     std::string udp;
     std::string log;
     unsigned timeout = kDefaultTimeout;
-    std::vector<std::string> words;  // of send
-    std::vector<std::string> frames; // of decode
-    std::string transcript;          // of play
-    NetworkSettings network;         // of network write
-    std::string dat1;                // of text
-    std::string dat2 = "00";         // of text
-    std::string text;                // of text write
-    std::string file;                // of update
-    bool query = false;              // of update
+    unsigned baud = kUsualBaud;
+    std::string record;
+    std::string color = "auto";
+    std::string about;                                // the command line
+    bool stored = false;                              // of info
+    unsigned count = 0;                               // of ping
+    double interval = 1;                              // of ping, in seconds
+    MonitorOptions monitor;                           // of monitor
+    std::vector<std::string> words;                   // of send
+    std::vector<std::string> frames;                  // of decode
+    std::string transcript;                           // of play
+    NetworkSettings network;                          // of network write
+    std::string dat1;                                 // of text
+    std::string dat2 = "00";                          // of text
+    std::string text;                                 // of text write
+    std::string file;                                 // of update
+    bool query = false;                               // of update
+    std::string machine = "arm";                      // of update
+    std::string progress = "bar";                     // of update
+    bool isDry = false;                               // of update
+    unsigned restartTimeout = kDefaultRestartTimeout; // of update
+    bool isForced = false;                            // of update and network write
+    unsigned wait = 0; // for a serial device that another process has
 };
+
+constexpr Milliseconds kLongestFinish{1000};
+
+std::shared_ptr<Recorder> recorderOf(const Options &options, bool times)
+{
+    return options.record.empty()
+               ? nullptr
+               : std::make_shared<Recorder>(options.record, options.about, times);
+}
+
+// Records and tells what the line carries, if the user wants that.
+void listen(Line &line, const char *side, const std::shared_ptr<Recorder> &recorder)
+{
+    const auto trace = manner().verbose ? std::make_shared<Trace>(side) : nullptr;
+    if (recorder || trace) {
+        line.setTap([side, recorder, trace](Passing passing, std::string_view bytes) {
+            if (recorder) {
+                recorder->take(side, passing, bytes);
+            }
+            if (trace) {
+                trace->take(passing, bytes);
+            }
+        });
+    }
+}
 
 // The lines and the log that the options name.
 struct Opened {
     std::optional<Line> front;
     std::optional<Line> pc;
     std::optional<LogFile> log;
+    std::shared_ptr<Recorder> recorder;
 
-    explicit Opened(const Options &options)
+    explicit Opened(const Options &options) : recorder(recorderOf(options, false))
     {
         if (!options.udp.empty()) {
             pc.emplace(Line::udp(options.udp));
+            listen(*pc, "pc", recorder);
         }
         if (!options.serial.empty()) {
-            front.emplace(Line::serial(options.serial));
+            front.emplace(Line::serial(options.serial, Milliseconds{options.wait}, options.baud));
+            listen(*front, "front", recorder);
         }
         if (!options.log.empty()) {
             log.emplace(options.log);
+        }
+    }
+
+    // Records what is still on its way, as a transcript must read everything that comes.
+    void finish()
+    {
+        const Deadline deadline(kLongestFinish);
+        for (Line *const line : {front ? &*front : nullptr, pc ? &*pc : nullptr}) {
+            while (line != nullptr && recorder && !line->receive(kQuiet).empty() &&
+                   !deadline.passed()) {
+            }
         }
     }
 
@@ -220,17 +337,10 @@ template <typename Use> int onOneLine(const Options &options, Use use)
 {
     requireOneLine(options);
     Opened opened(options);
-    return use(opened.front ? *opened.front : *opened.pc, Milliseconds{options.timeout});
-}
-
-std::string contentOf(const std::string &file)
-{
-    std::ifstream stream(file, std::ios::binary);
-    std::string content(std::istreambuf_iterator<char>(stream), {});
-    if (!stream) {
-        throw LocalError(fmt::format("cannot read {}", file));
-    }
-    return content;
+    const int status =
+        use(opened.front ? *opened.front : *opened.pc, Milliseconds{options.timeout});
+    opened.finish();
+    return status;
 }
 
 // Wrong arguments are reported before any device is opened ---------------------------------------
@@ -250,7 +360,10 @@ int networkRead(const Options &options)
 
 int networkWrite(const Options &options)
 {
-    networkRecord(options.network);
+    const std::string fault = faultOfNetwork(options.network);
+    if (!fault.empty() && !options.isForced) {
+        throw UsageError(fault + "; nothing was sent, and --force sends it all the same");
+    }
     return onOneLine(options, [&](Line &line, Milliseconds timeout) {
         return runNetworkWrite(line, options.network, timeout);
     });
@@ -275,42 +388,196 @@ int textWrite(const Options &options)
     });
 }
 
+// Requires: the option's check.
+Machine machineOf(const std::string &name)
+{
+    return name == "arm" ? Machine::kArm : name == "x86_64" ? Machine::kX86 : Machine::kAny;
+}
+
+ProgressKind progressOf(const std::string &name)
+{
+    return name == "bar"    ? ProgressKind::kBar
+           : name == "json" ? ProgressKind::kJson
+                            : ProgressKind::kNone;
+}
+
 int update(const Options &options)
 {
     requireOneLine(options);
-    const std::string stream = updateStream(contentOf(options.file));
+    const std::string file = contentOf(options.file);
+    const std::string fault = faultOfProgram(file, machineOf(options.machine));
+    if (!fault.empty() && (!options.isForced || file.empty())) {
+        throw UsageError(fmt::format("{} is no program for the device: {}; nothing was sent{}",
+                                     options.file, fault,
+                                     file.empty() ? "" : ", and --force sends it all the same"));
+    }
+    const std::string stream = updateStream(file);
+    if (!fault.empty()) {
+        fmt::print(stderr,
+                   "veskctl: {} is no program for the device: {}; sent because of --force\n",
+                   options.file, fault);
+    }
     return onOneLine(options, [&](Line &line, Milliseconds timeout) {
-        return runUpdate(line, stream, {options.query, timeout, timeout + kDeviceWaitsBlock});
+        return runUpdate(
+            line, stream,
+            {.query = options.query,
+             .isDry = options.isDry,
+             .progress = manner().json ? ProgressKind::kJson : progressOf(options.progress),
+             .timeout = timeout,
+             .blockTimeout = timeout + kDeviceWaitsBlock,
+             .restartTimeout = Milliseconds{options.restartTimeout}});
+    });
+}
+
+int info(const Options &options)
+{
+    return onOneLine(options, [&](Line &line, Milliseconds timeout) {
+        return runInfo(line, options.stored, timeout);
+    });
+}
+
+int ping(const Options &options)
+{
+    const std::chrono::duration<double> interval(options.interval);
+    return onOneLine(options, [&](Line &line, Milliseconds timeout) {
+        return runPing(line, {options.count, std::chrono::round<Milliseconds>(interval), timeout});
     });
 }
 
 int monitor(const Options &options)
 {
     requireOneLine(options);
-    Opened opened(options);
-    if (opened.pc) {
-        opened.pc->send("\n"); // the daemon ignores an empty datagram
-    }
-    return runMonitor(opened.front ? *opened.front : *opened.pc);
+    const bool isSerial = !options.serial.empty();
+    const auto recorder = recorderOf(options, true);
+    const auto open = [&options, &recorder, isSerial] {
+        Line line = isSerial
+                        ? Line::serial(options.serial, Milliseconds{options.wait}, options.baud)
+                        : Line::udp(options.udp);
+        listen(line, isSerial ? "front" : "pc", recorder);
+        return line;
+    };
+    return runMonitor({isSerial ? options.serial : options.udp, isSerial, open}, options.monitor);
 }
 
 int console(const Options &options)
 {
     requireLine(options);
     Opened opened(options);
-    return runConsole(opened.desk(), Milliseconds{options.timeout});
+    const int status = runConsole(opened.desk(), Milliseconds{options.timeout});
+    opened.finish();
+    return status;
+}
+
+int decode(const Options &options)
+{
+    return runDecode(options.frames);
+}
+
+int ports(const Options &)
+{
+    return runPorts("");
 }
 
 int play(const Options &options)
 {
     requireLine(options);
-    std::ifstream file(options.transcript);
-    if (!file) {
-        throw LocalError(fmt::format("cannot read {}", options.transcript));
-    }
+    std::istringstream file(contentOf(options.transcript));
     const std::vector<Step> steps = parseTranscript(file, options.transcript);
     Opened opened(options);
     return playTranscript(steps, options.transcript, opened.desk(), Milliseconds{options.timeout});
+}
+
+// Groups of options. Each subcommand takes those of the groups that hold for it after its name; all
+// of them may also stand before it.
+enum Groups : unsigned { kLines = 1, kTalking = 2, kOutput = 4, kData = 8 };
+
+void addOptions(CLI::App &app, Options &options, unsigned groups)
+{
+    if ((groups & kLines) != 0) {
+        app.add_option("--serial", options.serial, "Serial device: be the front board")
+            ->type_name("DEVICE");
+        app.add_option("--baud", options.baud, "Bits per second of the serial device")
+            ->capture_default_str()
+            ->type_name("RATE");
+        app.add_option("--wait", options.wait, "How long to wait for a device that is in use")
+            ->capture_default_str()
+            ->type_name("MS")
+            ->check(CLI::Range(0U, kLongestTimeout).description(""));
+        app.add_option("--udp", options.udp, "The daemon's address (default port 1000): be the PC")
+            ->type_name("HOST[:PORT]");
+        app.add_option("--record", options.record, "Write what the lines carry, for `play`")
+            ->type_name("FILE");
+        app.add_flag("-v,--verbose", manner().verbose,
+                     "Print what the lines carry on standard error");
+    }
+    if ((groups & kTalking) != 0) {
+        app.add_option("--timeout", options.timeout, "How long to wait for an answer")
+            ->capture_default_str()
+            ->type_name("MS")
+            ->check(CLI::Range(1U, kLongestTimeout).description(""));
+        app.add_option("--retries", manner().retries,
+                       "How often a command is sent again that is not answered")
+            ->capture_default_str()
+            ->type_name("N")
+            ->check(CLI::Range(0U, kMostRetries).description(""));
+        app.add_option("--log", options.log, "File with the daemon's output")->type_name("FILE");
+    }
+    if ((groups & kData) != 0) {
+        app.add_flag("--json", manner().json, "Print data as JSON, an object a line");
+    }
+    if ((groups & kOutput) != 0) {
+        app.add_flag("-q,--quiet", manner().quiet, "No messages but errors, no summaries");
+        app.add_option("--color", options.color, "Colour: auto, always or never")
+            ->capture_default_str()
+            ->type_name("WHEN")
+            ->check(CLI::IsMember({"auto", "always", "never"}).description(""));
+    }
+}
+
+// What was wrong with the arguments, what is possible, and what may have been meant.
+std::string complaint(const CLI::App &app, const CLI::ParseError &error)
+{
+    const CLI::App *command = &app; // the innermost subcommand that was named
+    std::string path = "veskctl";
+    while (!command->get_subcommands().empty()) {
+        command = command->get_subcommands().back();
+        path += " " + command->get_name();
+    }
+    const bool isWordMissing =
+        error.get_name() == "RequiredError" &&
+        !command->get_subcommands([](const CLI::App *) { return true; }).empty();
+    std::vector<std::string> strangers = command->remaining();
+    if (strangers.empty()) {
+        strangers = app.remaining();
+    }
+    const std::string help = fmt::format("; see `{} --help`", path);
+    if (strangers.empty() && !isWordMissing) {
+        return error.what() + help;
+    }
+    std::vector<std::string> options;
+    for (const CLI::App *each : {&app, command}) {
+        for (const CLI::Option *option : each->get_options()) {
+            options.push_back(option->get_name());
+        }
+    }
+    for (const std::string &stranger : strangers) {
+        if (stranger.starts_with('-')) {
+            return fmt::format("{} is not an option here{}{}", escape(stranger),
+                               didYouMean(stranger, options), help);
+        }
+    }
+    std::vector<std::string> names;
+    for (const CLI::App *each : command->get_subcommands([](const CLI::App *) { return true; })) {
+        names.push_back(each->get_name());
+    }
+    if (names.empty()) {
+        return fmt::format("\"{}\" is too much{}", escape(strangers[0]), help);
+    }
+    return fmt::format(
+        "{}{}; possible are: {}{}",
+        strangers.empty() ? std::string("a subcommand is missing")
+                          : fmt::format("\"{}\" is not a subcommand", escape(strangers[0])),
+        strangers.empty() ? "" : didYouMean(strangers[0], names), fmt::join(names, ", "), help);
 }
 
 int run(int argc, char **argv)
@@ -320,15 +587,12 @@ int run(int argc, char **argv)
     app.footer(kFooter);
     app.require_subcommand(1);
     app.fallthrough(); // the options may also follow the subcommand
-    app.add_option("--serial", options.serial, "Serial device: be the front board")
-        ->type_name("DEVICE");
-    app.add_option("--udp", options.udp, "The daemon's address (default port 1000): be the PC")
-        ->type_name("HOST[:PORT]");
-    app.add_option("--timeout", options.timeout, "How long to wait for an answer")
-        ->capture_default_str()
-        ->type_name("MS")
-        ->check(CLI::Range(1U, kLongestTimeout).description(""));
-    app.add_option("--log", options.log, "File with the daemon's output")->type_name("FILE");
+    app.set_version_flag("--version", kVersion, "Print the version and exit");
+    addOptions(app, options, kLines | kTalking | kOutput | kData);
+    options.about = "veskctl";
+    for (int i = 1; i < argc; ++i) {
+        options.about += fmt::format(" {}", escape(argv[i]));
+    }
 
     CLI::App *const sendCommand = app.add_subcommand("send", kSendAbout);
     sendCommand->footer(kSendFooter + commandList() + kSendExamples);
@@ -344,6 +608,8 @@ int run(int argc, char **argv)
     networkWriteCommand->add_option("GATEWAY", options.network.gateway, "Default gateway")
         ->required();
     networkWriteCommand->add_option("MAC", options.network.mac, "MAC address")->required();
+    networkWriteCommand->add_flag("--force", options.isForced,
+                                  "Send settings that cannot work together");
 
     CLI::App *const textCommand = app.add_subcommand("text", kTextAbout);
     textCommand->footer(kTextFooter);
@@ -360,9 +626,54 @@ int run(int argc, char **argv)
     updateCommand->footer(kUpdateFooter);
     updateCommand->add_option("FILE", options.file, "The new executable")->required();
     updateCommand->add_flag("--query", options.query, "Ask for block size and version first");
+    updateCommand->add_option("--machine", options.machine, "What the device needs")
+        ->capture_default_str()
+        ->type_name("arm|x86_64|any")
+        ->check(CLI::IsMember({"arm", "x86_64", "any"}).description(""));
+    updateCommand->add_flag("--force", options.isForced, "Send a file that is no such program");
+    updateCommand->add_flag("--dry-run", options.isDry, "Check the file and ask; send no block");
+    updateCommand->add_option("--progress", options.progress, "How far it is: a bar on a terminal")
+        ->capture_default_str()
+        ->type_name("bar|json|none")
+        ->check(CLI::IsMember({"bar", "json", "none"}).description(""));
+    updateCommand
+        ->add_option("--restart-timeout", options.restartTimeout,
+                     "How long to wait for the new program")
+        ->capture_default_str()
+        ->type_name("MS")
+        ->check(CLI::Range(1U, kLongestTimeout).description(""));
+
+    CLI::App *const infoCommand = app.add_subcommand("info", kInfoAbout);
+    infoCommand->footer(kInfoFooter);
+    infoCommand->add_flag("--stored", options.stored, "Read the stored network settings as well");
+
+    CLI::App *const pingCommand = app.add_subcommand("ping", kPingAbout);
+    pingCommand->footer(kPingFooter);
+    pingCommand->add_option("-c,--count", options.count, "Questions; without it, until Ctrl-C")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber.description(""));
+    pingCommand->add_option("-i,--interval", options.interval, "Time between two questions")
+        ->capture_default_str()
+        ->type_name("S")
+        ->check(CLI::Range(0.0, kLongestInterval).description(""));
+
+    CLI::App *const serialCommand = app.add_subcommand("serial", kSerialAbout);
+    serialCommand->footer(kPortsFooter);
+    serialCommand->require_subcommand(1);
+    CLI::App *const portsCommand = serialCommand->add_subcommand("ports", kPortsAbout);
+    portsCommand->footer(kPortsFooter);
 
     CLI::App *const monitorCommand = app.add_subcommand("monitor", kMonitorAbout);
     monitorCommand->footer(kMonitorFooter);
+    monitorCommand
+        ->add_option("--time", options.monitor.time, "Of each packet: absolute, delta or none")
+        ->capture_default_str()
+        ->type_name("KIND")
+        ->check(CLI::IsMember({"absolute", "delta", "none"}).description(""));
+    monitorCommand->add_option("--filter", options.monitor.filters, "Show such commands only")
+        ->type_name("NAME|CODE")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 
     CLI::App *const decodeCommand = app.add_subcommand("decode", kDecodeAbout);
     decodeCommand->footer(kDecodeFooter);
@@ -375,14 +686,26 @@ int run(int argc, char **argv)
     playCommand->footer(kPlayFooter);
     playCommand->add_option("FILE", options.transcript, "The transcript")->required();
 
+    for (CLI::App *const each :
+         {sendCommand, networkReadCommand, networkWriteCommand, textReadCommand, textWriteCommand,
+          updateCommand, infoCommand, pingCommand}) {
+        addOptions(*each, options, kLines | kTalking | kOutput | kData);
+    }
+    addOptions(*monitorCommand, options, kLines | kOutput | kData);
+    addOptions(*consoleCommand, options, kLines | kTalking | kOutput);
+    addOptions(*playCommand, options, kLines | kTalking | kOutput | kData);
+    addOptions(*decodeCommand, options, kOutput | kData);
+    addOptions(*portsCommand, options, kOutput | kData);
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? kDone : kUsage;
+        if (error.get_exit_code() == 0) {
+            return app.exit(error); // help
+        }
+        throw UsageError(complaint(app, error));
     }
-    if (*decodeCommand) {
-        return runDecode(options.frames);
-    }
+    manner().isColored = wantsColor(options.color);
     const struct {
         CLI::App *command;
         int (*run)(const Options &options);
@@ -393,6 +716,10 @@ int run(int argc, char **argv)
         {textReadCommand, textRead},
         {textWriteCommand, textWrite},
         {updateCommand, update},
+        {infoCommand, info},
+        {pingCommand, ping},
+        {portsCommand, ports},
+        {decodeCommand, decode},
         {monitorCommand, monitor},
         {consoleCommand, console},
         {playCommand, play},
@@ -407,7 +734,9 @@ int run(int argc, char **argv)
 int main(int argc, char **argv)
 {
     try {
-        return run(argc, argv);
+        const int status = run(argc, argv);
+        flushOutput();
+        return status;
     } catch (const UsageError &error) {
         fmt::print(stderr, "veskctl: {}\n", error.what());
         return kUsage;

@@ -13,7 +13,6 @@ TEST(Address, IsFourNumbersWithDots)
     EXPECT_EQ(bytesOfAddress("192.168.0.100"), std::string("\xC0\xA8\x00\x64", 4));
     EXPECT_EQ(bytesOfAddress("0.0.0.0"), std::string(4, '\0'));
     EXPECT_EQ(bytesOfAddress("255.255.255.255"), std::string(4, '\xFF'));
-    EXPECT_EQ(bytesOfAddress("010.1.2.3"), "\x0A\x01\x02\x03"); // decimal all the same
 }
 
 TEST(Address, IsNothingElse)
@@ -21,8 +20,18 @@ TEST(Address, IsNothingElse)
     for (const char *text :
          {"", "1", "1.2.3", "1.2.3.", ".1.2.3", "1..2.3", "1.2.3.4.", "1.2.3.4.5", "1.2.3.256",
           "256.2.3.4", "1.2.3.x", "1.2.3.0x4", "1.2.3.-4", "1.2.3.+4", " 1.2.3.4", "1.2.3.4 ",
-          "1.2.3.0004", "a.b.c.d"}) {
+          "1.2.3.0004", "a.b.c.d", "010.1.2.3"}) {
         EXPECT_THROW(bytesOfAddress(text), UsageError) << text;
+    }
+}
+
+TEST(Address, OfAMaskIsContiguous)
+{
+    for (const char *text : {"0.0.0.0", "128.0.0.0", "255.255.254.0", "255.255.255.255"}) {
+        EXPECT_EQ(bytesOfMask(text), bytesOfAddress(text)) << text;
+    }
+    for (const char *text : {"255.0.255.0", "0.0.0.255", "255.255.255.1", "127.0.0.0", "24"}) {
+        EXPECT_THROW(bytesOfMask(text), UsageError) << text;
     }
 }
 

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/tools/complaint.h"
+#include "tools/errors.h"
 #include "tools/frames.h"
 #include "tools/text.h"
 
@@ -27,7 +28,7 @@ TEST(Commands, MakesFramesOfWordsAndDigits)
         {"read device type",             "<T0000680100000069>"},
         {"read protocol version",        "<T00006a030000006d>"},
         {"read system version",          "<T00006a040000006e>"},
-        {"write serial number",          "<T00006a100000007a>"},
+        {"write serial number 0",        "<T00006a100000007a>"},
         {"read serial number",           "<T00006a110000007b>"},
         {"input source",                 "<T0000730000000073>"},
         {"output format",                "<T0000740000000074>"},
@@ -36,15 +37,19 @@ TEST(Commands, MakesFramesOfWordsAndDigits)
         {"input setting",                "<T0000770000000077>"},
         {"switch setting",               "<T0000780000000078>"},
         {"test pattern",                 "<T00007d000000007d>"},
-        {"write net mask",               "<T0000840000000084>"},
+        {"write net mask 0.0.0.0",       "<T0000840000000084>"},
         {"read net mask",                "<T0000850000000085>"},
         {"HDMI output DE",               "<T0000860000000086>"},
-        {"write IP address",             "<T0000880000000088>"},
+        {"write IP address 0.0.0.0",     "<T0000880000000088>"},
         {"read IP address",              "<T0000890000000089>"},
         {"time control",                 "<T00008b000000008b>"},
-        {"write gateway",                "<T00008c000000008c>"},
+        {"write gateway 0.0.0.0",        "<T00008c000000008c>"},
         {"read gateway",                 "<T00008d000000008d>"},
-        {"write DHCP",                   "<T00008e0200000090>"},
+        {"write DHCP 0",                 "<T00008e0200000090>"},
+        {"write DHCP off",               "<T00008e0200000090>"},
+        {"write DHCP on",                "<T00008e0201000091>"},
+        {"write DHCP ON",                "<T00008e0201000091>"},
+        {"write DHCP 01",                "<T00008e0201000091>"},
         {"read DHCP",                    "<T00008e0300000091>"},
         {"read MAC address, first half", "<T00008e0500000093>"},
         {"read MAC address, last half",  "<T00008e0700000095>"},
@@ -52,12 +57,12 @@ TEST(Commands, MakesFramesOfWordsAndDigits)
         {"update query",                 "<T00009a10000000aa>"},
         {"update wait",                  "<T00009a16000000b0>"},
         {"update acknowledge",           "<T00009a20000000ba>"},
-        {"update block",                 "<T00009aa00000003a>"},
-        {"update block size",            "<T00009aa10000003b>"},
-        {"update version",               "<T00009ab10000004b>"},
-        {"write data",                   "<T0000f000000000f0>"},
+        {"update block 07 0",            "<T00009aa007000041>"},
+        {"update block size",            "<T00009aa107000042>"}, // the usual program
+        {"update version",               "<T00009ab107000052>"},
+        {"write data 20 00 0x1001",      "<T0000f02000011021>"},
         {"read data",                    "<T0000f100000000f1>"},
-        {"write text",                   "<T0000f200000000f2>"},
+        {"write text 00 00",             "<T0000f200000000f2>"},
         {"read text",                    "<T0000f300000000f3>"},
         // Words count in either case and with any blanks.
         {"  Read\tDEVICE   type ",       "<T0000680100000069>"},
@@ -66,24 +71,25 @@ TEST(Commands, MakesFramesOfWordsAndDigits)
         // Parameters follow the words; those of a sub-command stand after it.
         {"input source 1",               "<T0000730100000074>"},
         {"input source 01 ff 3 0A",      "<T00007301ff030a80>"},
-        {"write serial number 12 34",    "<T00006a10123400c0>"},
+        {"write serial number 0x1234",   "<T00006a10123400c0>"},
+        {"write serial number 4660",     "<T00006a10123400c0>"},
+        {"write serial number 65535",    "<T00006a10ffff0078>"},
         {"write DHCP 1",                 "<T00008e0201000091>"},
-        {"update block 7 34 12",         "<T00009aa007341287>"},
+        {"update block 7 0x1234",        "<T00009aa007341287>"}, // the low byte first
         {"update block size 7",          "<T00009aa107000042>"},
-        {"write data 20 0 13",           "<T0000f02000130023>"},
+        {"write data 20 0 19",           "<T0000f02000130023>"},
         {"write text 9 0",               "<T0000f209000000fb>"},
-        // Addresses are written with dots or as hexadecimal bytes.
+        // Addresses have dots.
         {"write IP address 192.168.0.55", "<T000088c0a8003727>"},
-        {"write IP address c0 a8 00 37", "<T000088c0a8003727>"},
         {"write net mask 255.255.254.0", "<T000084fffffe0080>"},
         {"write gateway 192.168.0.1",    "<T00008cc0a80001f5>"},
-        {"write gateway 10 0 0 1",       "<T00008c100000019d>"}, // 16.0.0.1
         // 2 to 10 digits are the command and its data,
         {"68",                           "<T0000680000000068>"},
         {"6801",                         "<T0000680100000069>"},
         {"680102",                       "<T000068010200006b>"},
         {"68010203",                     "<T000068010203006e>"},
         {"6801020304",                   "<T0000680102030472>"},
+        {"84fffffe00",                   "<T000084fffffe0080>"}, // all of them if it writes
         // 14 a record, 16 a record with the checksum as given. Blanks between bytes do not count.
         {"12346A03000000",               "<T12346a03000000b3>"},
         {"0000680100000069",             "<T0000680100000069>"},
@@ -105,21 +111,48 @@ TEST(Commands, MakesFramesOfWordsAndDigits)
 TEST(Commands, SaysWhatIsNoCommand)
 {
     constexpr Row kRows[] = {
-        {"read",                        "\"read\" is not a known command"},
         {"make coffee",                 "\"make coffee\" is not a known command"},
-        {"read device types",           "\"read device types\" is not a known command"},
+        {"read device types",
+         "\"read device types\" is not a known command (did you mean \"read device type\"?)"},
+        {"raed ip adress",
+         "\"raed ip adress\" is not a known command (did you mean \"read ip address\"?)"},
+        {"wirte DHCP on",
+         "\"wirte DHCP on\" is not a known command (did you mean \"write dhcp\"?)"},
+        {"update", "\"update\" is not a known command; possible are: update query, update wait, "
+                   "update acknowledge, update block, update block size, update version"},
         {" ",                           "no command given"},
-        {"read device type 01",         "\"read device type\" takes no parameters"},
-        {"work time 1 2 3 4 5",         "\"work time\" takes at most 4 parameters"},
-        {"work time 100",               "\"100\" is not a hexadecimal byte"},
-        {"work time xy",                "\"xy\" is not a hexadecimal byte"},
+        {"read device type 01",
+         "\"read device type\" takes no parameters, and 1 were given"},
+        {"work time 1 2 3 4 5",
+         "\"work time\" takes 4 parameters, [DAT1] [DAT2] [DAT3] [DAT4], and 5 were given"},
+        {"work time 100",               "\"100\" is not a hexadecimal byte such as 0a"},
+        {"work time xy",                "\"xy\" is not a hexadecimal byte such as 0a"},
         {"write IP address 192.168.0",  "\"192.168.0\" is not an address such as 192.168.0.100"},
         {"write IP address 192.168.0.256",
          "\"192.168.0.256\" is not an address such as 192.168.0.100"},
-        {"write IP address 192.168.0.1 1", "\"192.168.0.1\" is not a hexadecimal byte"},
-        {"write IP address 1 2 3 4 5",  "\"write IP address\" takes at most 4 parameters"},
-        {"input source 1.2.3.4",        "\"1.2.3.4\" is not a hexadecimal byte"},
-        {"read IP address 1.2.3.4",     "\"read IP address\" takes no parameters"},
+        {"write IP address",
+         "\"write IP address\" changes the device, so it needs all its parameters: "
+         "write IP address A.B.C.D"},
+        {"write IP address 192.168.0.1 1",
+         "\"write IP address\" takes one parameter, A.B.C.D, and 2 were given"},
+        {"write IP address c0",         "\"c0\" is not an address such as 192.168.0.100"},
+        {"write net mask 255.0.255.0",
+         "\"255.0.255.0\" is not a mask: its ones must come before its zeros, as in "
+         "255.255.255.0"},
+        {"write DHCP 2",                "\"2\" is none of on, off, 1 and 0"},
+        {"write DHCP maybe",            "\"maybe\" is none of on, off, 1 and 0"},
+        {"write serial number 65536",
+         "\"65536\" is not a serial number from 0 to 65535, decimal or with 0x in front"},
+        {"write serial number 12ab",
+         "\"12ab\" is not a serial number from 0 to 65535, decimal or with 0x in front"},
+        {"write serial number -1",
+         "\"-1\" is not a serial number from 0 to 65535, decimal or with 0x in front"},
+        {"write serial number 0x",
+         "\"0x\" is not a serial number from 0 to 65535, decimal or with 0x in front"},
+        {"update block 08 0",           "the program is always 07"},
+        {"input source 1.2.3.4",        "\"1.2.3.4\" is not a hexadecimal byte such as 0a"},
+        {"84",  "\"write net mask\" changes the device, so it needs all its ten digits: "
+                "command and dat1 to dat4"},
         {"<T000068010000069>",          "a frame has 19 characters, \"<T000068010000069>\" has 18"},
         {"<T00006801000000690>",      "a frame has 19 characters, \"<T00006801000000690>\" has 20"},
     };
@@ -166,9 +199,9 @@ TEST(Commands, DescribesFrames)
         {"<F00006A03010A0078>", "read protocol version: 1.10"},
         {"<F0000101100000021>", "print memory use"},
         {"<F00006a04020d007d>", "read system version: 2.13"},
-        {"<F00006a10123400c0>", "write serial number: 1234"},
-        {"<F00006a11123400c1>", "read serial number: 1234"},
-        {"<F00008e0301000092>", "read DHCP: 1"},
+        {"<F00006a10123400c0>", "write serial number: 4660 (0x1234)"},
+        {"<F00006a11123400c1>", "read serial number: 4660 (0x1234)"},
+        {"<F00008e0301000092>", "read DHCP: on"},
         {"<F00008e0502766570>", "read MAC address, first half: 02:76:65"},
         {"<F00008e07736b0174>", "read MAC address, last half: 73:6b:01"},
         {"<F00009aa107040046>", "update block size: 0x0400"},
@@ -248,9 +281,49 @@ TEST(Commands, KnowsWhatIsNeverAnswered)
     for (const char *text : {"8e", "8e 01", "8e 04", "8e 06", "8e 08", "8e ff"}) {
         EXPECT_TRUE(isSilent(text)) << text;
     }
-    for (const char *text : {"8e 02", "8e 03", "8e 05", "8e 07", "8d 04", "8f 04", "6a 01"}) {
+    for (const char *text :
+         {"8e 02 00 00 00", "8e 03", "8e 05", "8e 07", "8d 04", "8f 04", "6a 01"}) {
         EXPECT_FALSE(isSilent(text)) << text;
     }
+}
+
+// A value that each parameter of the row may have.
+std::string valuesFor(const CommandRow &row, size_t count = 4)
+{
+    std::string text;
+    for (size_t i = 0; i < std::min(count, row.parameters.size()); ++i) {
+        const Field &field = row.parameters[i];
+        const bool isAddress = field.type == FieldType::kIpv4 || field.type == FieldType::kMask;
+        text += isAddress                         ? " 255.0.0.0"
+                : field.type == FieldType::kOnOff ? " on"
+                : field.least == 7                ? " 07"
+                : field.length == 1               ? " 20"
+                                                  : " 19";
+    }
+    return text;
+}
+
+TEST(Commands, WhatWritesNeedsAllItsParametersAndNoMore)
+{
+    size_t writing = 0;
+    for (const CommandRow &row : commandTable()) {
+        const std::string name = row.name;
+        const size_t most = row.parameters.size();
+        EXPECT_THROW(frameFromText(name + valuesFor(row) + " 1"), UsageError) << name;
+        if (row.writes) {
+            ++writing;
+            for (size_t count = 0; count < most; ++count) {
+                EXPECT_THROW(frameFromText(name + valuesFor(row, count)), UsageError) << name;
+            }
+            // The same in digits: command, sub-command and data.
+            const std::string digits = frameFromText(name + valuesFor(row)).substr(6, 10);
+            EXPECT_EQ(frameFromText(digits).substr(6, 10), digits);
+            for (size_t count = row.dat1 == kAnyDat1 ? 2 : 4; count < 10; count += 2) {
+                EXPECT_THROW(frameFromText(digits.substr(0, count)), UsageError) << name;
+            }
+        }
+    }
+    EXPECT_EQ(writing, 8U); // 6A 10, 84, 88, 8C, 8E 02, 9A A0, F0, F2
 }
 
 TEST(Commands, EveryRowIsListedAndReachedByItsOwnWordsWhichAreNoDigits)
@@ -260,9 +333,11 @@ TEST(Commands, EveryRowIsListedAndReachedByItsOwnWordsWhichAreNoDigits)
     std::set<std::string> names;
     for (const CommandRow &row : commandTable()) {
         const std::string name = row.name;
-        const Rs232Command record = recordOf(frameFromText(name));
+        const Rs232Command record = recordOf(frameFromText(name + valuesFor(row)));
         EXPECT_EQ(record.command, row.command) << name;
-        EXPECT_EQ(record.dat1, row.dat1 == kAnyDat1 ? 0 : row.dat1) << name;
+        if (row.dat1 != kAnyDat1) {
+            EXPECT_EQ(record.dat1, row.dat1) << name;
+        }
         EXPECT_TRUE(codes.emplace(row.command, row.dat1).second) << name;
         EXPECT_TRUE(names.emplace(name).second) << name;
         EXPECT_FALSE(std::all_of(name.begin(), name.end(), [](char c) {

@@ -92,6 +92,17 @@ TEST(Line, SerialRunsAt115200Raw)
               (std::array<tcflag_t, 6>{B115200, B115200, 0, 0, 0, CS8}));
 }
 
+TEST(Line, SerialRunsAtAnotherRateIfTheUserSaysSo)
+{
+    const Terminal terminal;
+    const Line line = Line::serial(terminal.path, Milliseconds{0}, 9600);
+    termios settings;
+    ASSERT_EQ(tcgetattr(line.descriptor(), &settings), 0);
+    EXPECT_EQ(cfgetispeed(&settings), static_cast<speed_t>(B9600));
+    EXPECT_EQ(cfgetospeed(&settings), static_cast<speed_t>(B9600));
+    EXPECT_THROW(Line::serial(terminal.path, Milliseconds{0}, 12345), UsageError);
+}
+
 TEST(Line, SaysThatNothingCameAndDiscardsOldBytes)
 {
     const Terminal terminal;

@@ -26,6 +26,12 @@ constexpr Milliseconds kSilence{50};
 // The same for a device that answers some arrivals and others not.
 constexpr Milliseconds kEither{2000};
 
+constexpr char kRestartedText[] = "the device has restarted, with version 1.10\n";
+constexpr char kUnknownText[] =
+    "veskctl: whether the device has restarted is unknown: the last block was not answered\n"
+    "Ask which version it has: veskctl --serial test line send update version\n"
+    "If that is not the new one, begin again with the same command.\n";
+
 // What arrived at the device in one piece: a frame with a block, or without.
 struct Arrival {
     std::string frame;
@@ -45,23 +51,39 @@ struct Arrival {
     }
 };
 
-// A device that answers each arrival, the n-th from 0, as it is told: with no bytes not at all.
+// A device that answers each block and each question about the update, the n-th from 0, as it is
+// told: with no bytes not at all. Of the questions for its type the script says which it answers
+// ("a"; not with "-"); its last character counts for all further ones. The first comes before the
+// update, the second right after the last block.
 class Device {
 public:
     using Answer = std::function<std::string(size_t, const Arrival &)>;
 
-    explicit Device(Answer answer) : answer_(std::move(answer)) {}
+    explicit Device(Answer answer, std::string types = "a-a", int socketType = SOCK_SEQPACKET)
+        : answer_(std::move(answer)), types_(std::move(types)), socketType_(socketType)
+    {
+    }
 
     // Sends the package and returns the exit status; keeps what it printed.
-    int update(const std::string &package, Milliseconds timeout = kPatience, bool query = false)
+    int update(const std::string &package, Milliseconds timeout = kPatience, bool query = false,
+               Milliseconds restartTimeout = kPatience)
     {
-        FarEnd far;
+        FarEnd far(socketType_);
         std::thread thread([&] { run(far); });
         Console console;
         int status;
         {
             Line line(std::move(far.line)); // which closes it
-            status = runUpdate(line, updateStream(package), {query, timeout, timeout});
+            UpdateOptions options{.query = query,
+                                  .isDry = isDry,
+                                  .progress = progress,
+                                  .timeout = timeout,
+                                  .blockTimeout = timeout,
+                                  .restartTimeout = restartTimeout};
+            options.firstWait = timeout;
+            options.askInterval = kSilence;
+            status = runUpdate(line, updateStream(package), options);
+            line.send("end"); // datagrams have no end of their own
         }
         console.end();
         thread.join();
@@ -70,7 +92,11 @@ public:
         return status;
     }
 
+    bool isDry = false;
+    ProgressKind progress = ProgressKind::kNone;
     std::vector<Arrival> arrivals;
+    std::vector<Arrival> questions; // for the type
+    std::vector<std::string> order; // "block" or "type"
     std::string output;
     std::string errors;
 
@@ -81,23 +107,43 @@ private:
             pollfd entry{far.descriptor, POLLIN, 0};
             poll(&entry, 1, -1);
             const std::string bytes = far.sent();
-            if (bytes.empty()) {
-                return; // the line is closed
+            if (bytes.empty() || bytes == "end") {
+                return;
             }
             const std::string frame = bytes.substr(0, 19);
             if (!isFrame(frame)) {
                 ADD_FAILURE() << "no frame: " << bytes;
                 continue;
             }
-            arrivals.push_back({frame, bytes.substr(19), recordOf(frame)});
-            const std::string text = answer_(arrivals.size() - 1, arrivals.back());
+            const std::string text = answerTo({frame, bytes.substr(19), recordOf(frame)});
             if (!text.empty()) {
                 far.arrive(text);
             }
         }
     }
 
+    std::string answerTo(const Arrival &arrival)
+    {
+        if (arrival.command.command == 0x68) {
+            const char type = types_[std::min(questions.size(), types_.size() - 1)];
+            questions.push_back(arrival);
+            order.emplace_back("type");
+            std::string reply = "<F" + arrival.frame.substr(2, 6) + "01263300";
+            const int sum = arrival.command.tag + 0x68 + 0x01 + 0x26 + 0x33;
+            reply += hex(std::string(1, static_cast<char>(sum))) + ">";
+            return type == 'a' ? reply : "";
+        }
+        if (!arrivals.empty() && arrival.command.dat1 == 0xB1 && questions.size() > 1) {
+            return "<F00009ab107010a5d>"; // the new program's version
+        }
+        arrivals.push_back(arrival);
+        order.emplace_back("block");
+        return answer_(arrivals.size() - 1, arrival);
+    }
+
     Answer answer_;
+    std::string types_;
+    int socketType_;
 };
 
 // "a" for each arrival that is accepted, "r" for one that is refused, "-" for one without an
@@ -125,7 +171,8 @@ TEST(SendUpdate, SendsEveryBlockAfterItsFrame)
         EXPECT_EQ(block, withChecksum(stream.substr(number * 1024, 1024))) << number;
     }
     EXPECT_EQ(device.output.substr(0, 14), "294 blocks in ");
-    EXPECT_NE(device.output.find(" blocks/s, 0 sent again\n"), std::string::npos);
+    EXPECT_TRUE(device.output.ends_with(std::string(" blocks/s, 0 sent again\n") + kRestartedText))
+        << device.output;
     EXPECT_EQ(device.errors, "");
 }
 
@@ -148,17 +195,19 @@ TEST(SendUpdate, SendsABlockAgainAtMostFourTimes)
         Milliseconds timeout = kPatience;
     } rows[] = {
         {2000, "ara", kDone, {0, 1, 1, 2}, again("1 of 3", "refused")},
-        {1000, "a-a", kDone, {0, 1, 1}, again("1 of 2", "no answer"), kEither},
+        {2000, "a-a", kDone, {0, 1, 1, 2}, again("1 of 3", "no answer"), kEither},
         {1, "ra", kDone, {0, 0}, again("0 of 1", "refused")},
-        {2000, "r", kRefused, {0, 0, 0, 0, 0},
-         fourTimes("0 of 3") + "veskctl: block 0 of 3: refused, 5 times in all\n"},
+        {2000, "r", kNotFinished, {0, 0, 0, 0, 0},
+         fourTimes("0 of 3") + "veskctl: block 0 of 3: refused, 5 times in all; the device goes on with "
+         "its old program\nLook at the cable and the device's disk, then begin again with the same "
+         "command.\n"},
         // The tries of each block count anew.
         {1000, "rrrrarrrra", kDone, {0, 0, 0, 0, 0, 1, 1, 1, 1, 1},
          fourTimes("0 of 2") + fourTimes("1 of 2")},
-        // The device may have installed an only block that has no answer, and would do so again
-        // over the backup of the old executable.
-        {1, "-", kNoAnswer, {0},
-         "veskctl: block 0 of 1: no answer; it may have been installed all the same\n", kSilence},
+        // The device may have installed the last block though its answer did not come, and would do
+        // so again over the backup of the old executable.
+        {1, "-", kNotFinished, {0}, kUnknownText, kEither},
+        {1000, "a-", kNotFinished, {0, 1}, kUnknownText, kEither},
     };
     // clang-format on
     for (const auto &row : rows) {
@@ -175,9 +224,9 @@ TEST(SendUpdate, SendsABlockAgainAtMostFourTimes)
         }
         EXPECT_EQ(numbers, row.numbers) << row.answers;
         const size_t repeated = numbers.size() - 1 - numbers.back();
-        const std::string figures = ", " + std::to_string(repeated) + " sent again\n";
+        const std::string figures =
+            ", " + std::to_string(repeated) + " sent again\n" + kRestartedText;
         EXPECT_EQ(device.output.ends_with(figures), row.status == kDone) << device.output;
-        EXPECT_EQ(device.output.empty(), row.status != kDone) << device.output;
     }
 }
 
@@ -193,7 +242,7 @@ TEST(SendUpdate, TakesNoLateAnswerForTheOneToTheNextTry)
         return count == 1 ? late + arrival.refused() : arrival.accepted();
     });
     EXPECT_EQ(device.update(std::string(1000, 'p')), kDone);
-    EXPECT_EQ(device.arrivals.size(), 4U);
+    ASSERT_EQ(device.arrivals.size(), 4U);
     EXPECT_EQ(device.arrivals[2].command.dat3, 0);
 }
 
@@ -234,6 +283,92 @@ TEST(SendUpdate, SendsNothingToADeviceThatDoesNotAnswerTheQuestionAsItShould)
         EXPECT_EQ(device.arrivals.size(), 1U) << row.errors;
         EXPECT_EQ(device.errors, row.errors);
     }
+}
+
+TEST(SendUpdate, SendsNothingWhereNobodyAnswers)
+{
+    for (const int type : {SOCK_SEQPACKET, SOCK_DGRAM}) {
+        Device device(scripted("a"), "-", type);
+        EXPECT_EQ(device.update("p", kSilence), kNoAnswer);
+        EXPECT_EQ(device.questions.size(), 2U);
+        EXPECT_EQ(device.arrivals.size(), 0U);
+        EXPECT_EQ(device.output, "");
+        EXPECT_TRUE(device.errors.starts_with(
+            "veskctl: nobody answers at test line, asked twice within 100 ms; "))
+            << device.errors;
+        EXPECT_EQ(device.errors.find("only where the front board sends back what it gets") !=
+                      std::string::npos,
+                  type == SOCK_DGRAM);
+    }
+}
+
+TEST(SendUpdate, GoesOnIfOnlyTheSecondQuestionIsAnswered)
+{
+    Device device(scripted("a"), "-a-a");
+    EXPECT_EQ(device.update("p", kEither), kDone);
+    EXPECT_EQ(device.arrivals.size(), 1U);
+}
+
+TEST(SendUpdate, SaysWhatBecameOfTheDevice)
+{
+    const struct {
+        const char *types; // "a" is the question before the update
+        int status;
+        const char *said;
+    } rows[] = {
+        {"a-a", kDone, kRestartedText},
+        {"a----a", kDone, kRestartedText},
+        // The program that answers the first question has not ended.
+        {"aa", kNotFinished, "veskctl: the device goes on with its old program: "},
+        {"a-", kNotFinished,
+         "veskctl: the device has not answered for 500 ms after the last block\n"},
+    };
+    for (const auto &row : rows) {
+        Device device(scripted("a"), row.types);
+        EXPECT_EQ(device.update(std::string(1000, 'p'), kPatience, false, Milliseconds{500}),
+                  row.status);
+        EXPECT_NE((device.output + device.errors).find(row.said), std::string::npos)
+            << device.output << device.errors;
+        EXPECT_EQ(device.arrivals.size(), 2U);
+        const auto lines = std::count(device.errors.begin(), device.errors.end(), '\n');
+        EXPECT_EQ(lines, row.status == kDone ? 0 : 3)
+            << device.errors; // two of them what to do next
+    }
+}
+
+// Over UDP the answer to the last block comes only if the program goes on.
+TEST(SendUpdate, OverUdpAsksRightAfterTheLastBlock)
+{
+    const struct {
+        const char *blocks;
+        const char *types;
+        int status;
+        std::vector<std::string> order;
+    } rows[] = {
+        {"a-", "a-a", kDone, {"type", "block", "block", "type", "type"}},
+        {"aa", "aa", kNotFinished, {"type", "block", "block", "type"}},
+        // Refused, and lost on the way.
+        {"ara", "a-", kNotFinished, {"type", "block", "block", "type", "block", "type"}},
+        {"a--", "aa-a", kDone, {"type", "block", "block", "type", "block", "type", "type"}},
+    };
+    for (const auto &row : rows) {
+        Device device(scripted(row.blocks), row.types, SOCK_DGRAM);
+        EXPECT_EQ(device.update(std::string(1000, 'p'), kEither, false, Milliseconds{1000}),
+                  row.status)
+            << device.errors;
+        device.order.resize(std::min(device.order.size(), row.order.size()));
+        EXPECT_EQ(device.order, row.order) << row.blocks << ' ' << row.types;
+    }
+}
+
+TEST(SendUpdate, ADryRunSendsNoBlock)
+{
+    Device device(scripted("a"));
+    device.isDry = true;
+    EXPECT_EQ(device.update(std::string(1000, 'p')), kDone);
+    EXPECT_EQ(device.questions.size(), 1U);
+    EXPECT_EQ(device.arrivals.size(), 0U);
+    EXPECT_EQ(device.output, "the device answers; 2 blocks of 1024 bytes would be sent\n");
 }
 
 } // namespace

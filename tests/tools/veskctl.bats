@@ -152,7 +152,8 @@ MAC      02:76:65:73:6b:01' '' network read
 
 @test "network write: the record after the command" {
     connect 'head -c 38 >got; printf "<F0000f02000130023>"; cat >/dev/null'
-    gives 0 '<F0000f02000130023>  reply, address 00, tag 00: write data, data 20 00 13 00' '' \
+    # It cannot be read back.
+    run -3 --separate-stderr "$VESKCTL" --serial "$device" \
         network write 192.168.0.100 255.255.255.0 192.168.0.1 02:76:65:73:6b:01
     [ "$(head -c 19 got)" = '<T0000f02000130023>' ]
     [ "$(tail -c +20 got | od -An -tx1 -w19)" = \
@@ -177,32 +178,203 @@ MAC      02:76:65:73:6b:01' '' network read
     [ "${stderr?}" = 'veskctl: no whole text within 5000 ms: [a=1' ]
 }
 
-@test "update: block by block, numbers at the end, status 0" {
-    connect 'head -c 1044 >got; printf "<F00009aa007000041>"; head -c 1044 >>got; printf "<F00019aa007010043>"; cat >/dev/null'
+@test "network write: what was written is read back and compared" {
+    # The device has this afterwards: $1, the record and its checksum.
+    has() {
+        connect "head -c 38 >/dev/null; printf '<F0000f02000130023>'
+            head -c 19 >/dev/null; printf '<F0000f12000130024>'; printf '$1'; cat >/dev/null"
+    }
+    settings=(192.168.0.100 255.255.255.0 192.168.0.1 02:76:65:73:6b:02)
+    has '\xc0\xa8\x00\x64\xff\xff\xff\x00\xc0\xa8\x00\x01\x02vesk\x01\xee'
+    gives 0 '<F0000f02000130023>  reply, address 00, tag 00: write data, data 20 00 13 00
+address, mask and gateway are set
+the MAC 02:76:65:73:6b:02 is kept for the next start; now it is 02:76:65:73:6b:01' '' \
+        network write "${settings[@]}"
+    has '\xc0\xa8\x00\x65\xff\xff\x00\x00\x00\x00\x00\x00\x02vesk\x01\x87'
+    on_line 1 network write "${settings[@]}"
+    [[ $stderr == *'the address is 192.168.0.101 and not 192.168.0.100'* ]]
+    [[ $stderr == *'the mask is 255.255.0.0 and not 255.255.255.0'* ]]
+    [[ $stderr == *'the gateway is 0.0.0.0 and not 192.168.0.1'* ]]
+}
+
+@test "network write: settings that cannot work together need --force" {
+    connect 'cat >got'
+    for settings in '192.168.0.100 255.0.255.0 192.168.0.1 02:76:65:73:6b:01' \
+        '192.168.0.100 255.255.255.0 192.168.1.1 02:76:65:73:6b:01' \
+        '192.168.0.100 255.255.255.0 192.168.0.1 01:00:5e:00:00:01'; do
+        read -ra words <<<"$settings"
+        run -2 "$VESKCTL" --serial "$device" network write "${words[@]}"
+        [[ $output == *--force* ]]
+    done
+    [ ! -s got ]
+    connect 'head -c 38 >got; printf "<F0000f0ffffffffec>"; cat >/dev/null'
+    on_line 1 network write --force "${words[@]}"
+    [ "$(stat -c %s got)" = 38 ]
+}
+
+@test "send: what writes needs all its parameters, of their types; else nothing is sent" {
+    connect 'cat >got'
+    for command in 'write serial number' 'write serial number 12 34' 'write serial number 65536' \
+        'write IP address' 'write IP address 192.168.0.1 1' 'write IP address c0 a8 00 01' \
+        'write net mask' 'write net mask 255.0.255.0' 'write gateway' 'write DHCP' 'write DHCP 2' \
+        'write DHCP on off' 'update block' 'update block 07' 'write data' 'write data 20 00' \
+        'write text' 'write text 09' 'read device type 1' 6A10 6A101234 84 84ffffff 88 8C 8E02 9AA0 F0 F2; do
+        read -ra words <<<"$command"
+        run -2 "$VESKCTL" --serial "$device" send "${words[@]}"
+        [ "$output" != '' ]
+    done
+    [ ! -s got ]
+    connect 'head -c 19 >got; printf "<F00008e0201000091>"; cat >/dev/null'
+    gives 0 '<F00008e0201000091>  reply, address 00, tag 00: write DHCP: on' '' send write DHCP on
+    [ "$(cat got)" = '<T00008e0201000091>' ]
+}
+
+# What a device says before an update, and, when it has restarted, after it: it loses the question that
+# comes right after the last block.
+ANSWERS='head -c 19 >asked; printf "<F00016801263300c3>"'
+RESTARTS='head -c 38 >asked; printf "<F00036801263300c5>"; head -c 19 >>asked; printf "<F00009ab107010a5d>"; cat >/dev/null'
+
+@test "update: block by block, numbers at the end, then the result, status 0" {
+    connect "$ANSWERS"'; head -c 1044 >got; printf "<F00009aa007000041>"; head -c 1044 >>got; printf "<F00019aa007010043>"
+        '"$RESTARTS"
     head -c 1000 /dev/zero | tr '\0' 'p' >new
-    on_line 0 update new
-    [[ $output =~ ^'2 blocks in '[0-9.]+' s, '[0-9.]+' blocks/s, 0 sent again'$ ]]
-    [ "$stderr" = '' ]
+    on_line 0 update --force new
+    [[ ${lines[0]} =~ ^'2 blocks in '[0-9.]+' s, '[0-9.]+' blocks/s, 0 sent again'$ ]]
+    [ "${lines[1]}" = 'the device has restarted, with version 1.10' ]
+    [ "$stderr" = 'veskctl: new is no program for the device: it is no executable (ELF) file; sent because of --force' ]
     [ "$(stat -c %s got)" = 2088 ]
     [ "$(head -c 19 got)" = '<T00009aa007000041>' ]
     [ "$(tail -c +1045 got | head -c 19)" = '<T00019aa007010043>' ]
 }
 
-@test "update: over UDP a block and its command are one datagram" {
-    # It gets one datagram and no more.
-    listen 'head -c 1044 >got; printf "<F00009aa007000041>"'
+@test "update: with --progress json every line is an object, the last the result" {
+    connect "$ANSWERS"'; head -c 1044 >got; printf "<F00009aa007000041>"; '"$RESTARTS"
     echo new >new
-    run -0 "$VESKCTL" --udp "$peer" --timeout 60000 update new
-    [ "$(stat -c %s got)" = 1044 ]
+    on_line 0 update --force --progress json new
+    python3 -c 'import json, sys
+lines = [json.loads(line) for line in sys.stdin]
+assert [line["event"] for line in lines] == ["progress"] * (len(lines) - 1) + ["result"], lines
+assert lines[-1]["outcome"] == "restarted" and lines[-1]["version"] == "1.10" and lines[-1]["status"] == 0, lines
+assert lines[-2]["done"] == lines[-2]["blocks"] == 1 and lines[-2]["sent_again"] == 0, lines
+' <<<"$output"
+    "$BATS_TEST_DIRNAME/validate.py" update <<<"$output"
+    "$BATS_TEST_DIRNAME/validate.py" update <<<"$output"
+}
+
+@test "update: a silent line costs 6 s, status 3" {
+    connect 'cat >got'
+    start=$SECONDS
+    gives 3 '' "veskctl: nobody answers at $device, asked twice within 5000 ms; is the device on, and is this its line?" \
+        update --machine any "$(type -P true)"
+    ((SECONDS - start <= 6))
+    [ "$(cat got)" = '<T000168010000006a><T000268010000006b>' ]
+    run -3 "$VESKCTL" --udp "$peer" --timeout 100 update --machine any "$(type -P true)"
+    [[ $output == *'only where the front board sends back what it gets'* ]]
+    run -3 "$VESKCTL" --udp "$peer" --timeout 100 send read device type
+    [[ $output == *'only where the front board sends back what it gets'* ]]
+}
+
+@test "update: interrupted, it says how far it was, status 130" {
+    connect "$ANSWERS"'; head -c 1044 >got; printf "<F00009aa007000041>"; head -c 1044 >>got; cat >/dev/null'
+    head -c 1000 /dev/zero >new
+    "$VESKCTL" --serial "$device" --timeout 60000 update --force new >out 2>err 3>&- &
+    monitor=$!
+    is_sent() { [ "$(stat -c %s got 2>/dev/null)" = 2088 ]; }
+    wait_until is_sent
+    kill -INT "$monitor"
+    status=0
+    wait "$monitor" || status=$?
+    [ "$status" = 130 ]
+    # The last block was sent, so nobody knows.
+    grep -q 'whether the device has restarted is unknown: interrupted' err
+    grep -q "Ask which version it has: veskctl --serial $device send update version" err
+    connect "$ANSWERS"'; head -c 1044 >got; printf "<F00009aa007000041>"; head -c 1044 >>got; cat >/dev/null'
+    head -c 2000 /dev/zero >new
+    : >got
+    "$VESKCTL" --serial "$device" --timeout 60000 update --force new >out 2>err 3>&- &
+    monitor=$!
+    wait_until is_sent
+    kill -TERM "$monitor"
+    status=0
+    wait "$monitor" || status=$?
+    [ "$status" = 130 ]
+    [ "$(tail -n 1 err)" = 'veskctl: interrupted after 1 of 3 blocks; the device goes on with its old program; begin again with the same command' ]
+}
+
+@test "update: the cable is pulled in the middle, status 4 with how far it was" {
+    connect "$ANSWERS"'; head -c 1044 >got; printf "<F00009aa007000041>"; head -c 500 >>got'
+    head -c 2000 /dev/zero >new
+    on_line 4 update --force new
+    [[ $stderr == *'was closed'*'1 of 3 blocks were accepted'* ]]
 }
 
 @test "update: a file that cannot be sent" {
     connect 'cat >got'
     : >empty
-    gives 2 '' 'veskctl: an empty file is not an executable' update empty
-    gives 4 '' 'veskctl: cannot read nothing' update nothing
-    run -4 "$VESKCTL" --serial "$device" update .
+    gives 2 '' 'veskctl: empty is no program for the device: the file is empty; nothing was sent' update --force empty
+    gives 4 '' 'veskctl: cannot read nothing: No such file or directory' update nothing
+    gives 4 '' 'veskctl: cannot read .: Is a directory' update .
+    gives 2 '' 'veskctl: /etc/hosts is no program for the device: it is no executable (ELF) file; nothing was sent, and --force sends it all the same' \
+        update /etc/hosts
+    # This machine's own program, for the device's processor, and cut.
+    on_line 2 update --machine arm "$VESKCTL"
+    head -c 100000 "$VESKCTL" >cut
+    on_line 2 update --machine any cut
+    [[ $stderr == *'not whole'* ]]
     [ ! -s got ]
+}
+
+@test "a device has one user: the second says who has it, status 4, or waits" {
+    connect 'while IFS= read -r -N 19; do printf "<F00006801263300c2>"; done'
+    mkfifo input
+    "$VESKCTL" --serial "$device" console <input >seen 3>&- &
+    monitor=$!
+    exec 7>input
+    echo 'read device type' >&7
+    wait_until grep -q 'front< <F' seen
+    stty -F "$device" -a >before 2>&1 || true
+    start=$SECONDS
+    gives 4 '' "veskctl: $device is in use by process $monitor ($(cat "/proc/$monitor/comm")); end that, or wait for it with --wait MS" \
+        send read device type
+    ((SECONDS - start <= 1))
+    (sleep 1; exec 7>&-) 7>&7 &
+    exec 7>&-
+    gives 0 "$type" '' --wait 60000 send read device type
+    wait "$monitor"
+}
+
+@test "six at once, each gets its answer" {
+    connect 'while IFS= read -r -N 19; do printf "<F00006801263300c2>"; done'
+    for i in 1 2 3 4 5 6; do
+        "$VESKCTL" --serial "$device" --timeout 60000 --wait 60000 send read device type >"out$i" 3>&- &
+    done
+    wait -n; wait -n; wait -n; wait -n; wait -n; wait -n
+    for i in 1 2 3 4 5 6; do
+        [ "$(cat "out$i")" = "$type" ]
+    done
+}
+
+@test "output that cannot be written, status 4" {
+    run -4 bash -c '"$0" decode "<T0000680100000069>" >/dev/full' "$VESKCTL"
+    [ "$output" = 'veskctl: cannot write the output: No space left on device' ]
+    run -4 bash -c '"$0" --help >/dev/full' "$VESKCTL"
+    answers '<F00006801263300c2>'
+    run -4 bash -c '"$0" --serial "$1" --timeout 60000 send read device type >/dev/full' "$VESKCTL" "$device"
+    connect 'cat'
+    run -4 bash -c 'echo 68 01 | "$0" --serial "$1" console >/dev/full' "$VESKCTL" "$device"
+    connect 'printf "<T0000680100000069>"; cat >/dev/null'
+    run -4 bash -c '"$0" --serial "$1" monitor >/dev/full' "$VESKCTL" "$device"
+}
+
+@test "wrong words: what is possible, and what may be meant, status 2" {
+    run -2 "$VESKCTL" frobnicate
+    [[ $output == *'"frobnicate" is not a subcommand; possible are: send, '* ]]
+    run -2 "$VESKCTL" monitr
+    [[ $output == *'did you mean "monitor"?'* ]]
+    run -2 "$VESKCTL" --serail x monitor
+    [[ $output == *'did you mean "--serial"?'* ]]
+    run -2 "$VESKCTL" --serial /nowhere send raed device type
+    [[ $output == *'did you mean "read device type"?'* ]]
 }
 
 @test "wrong use, status 2, before any device is touched" {
@@ -228,9 +400,8 @@ MAC      02:76:65:73:6b:01' '' network read
 
 @test "what fails on this computer, status 4" {
     run -4 --separate-stderr "$VESKCTL" --serial /nowhere/at/all send 68 01
-    said '' 'veskctl: cannot open /nowhere/at/all: No such file or directory'
+    said '' 'veskctl: cannot open /nowhere/at/all: No such file or directory; is the adapter plugged in, and is that its name?'
     run -4 "$VESKCTL" --serial /dev/null send 68 01
-    run -4 "$VESKCTL" --serial /nowhere monitor
     run -4 "$VESKCTL" --serial /nowhere console
     run -4 "$VESKCTL" --serial /nowhere play nothing.txt
 }
@@ -238,7 +409,7 @@ MAC      02:76:65:73:6b:01' '' network read
 @test "a cable that is pulled, status 4" {
     connect 'IFS= read -r -N 19'
     run -4 "$VESKCTL" --serial "$device" --timeout 5000 send 68 01
-    [[ $output == *"$device was closed" ]]
+    [[ $output == *"$device was closed: "* ]]
 }
 
 @test "decode: frames from arguments or standard input" {
@@ -258,18 +429,6 @@ veskctl: not a frame: <T0000680100000069}'
     run -0 "$VESKCTL" decode '<T0000680100000068>'
 }
 
-@test "monitor: frames decoded, the rest escaped, until Ctrl-C, status 0" {
-    connect 'printf "a\001b\n<T0000680100000069>end"; cat >/dev/null'
-    "$VESKCTL" --serial "$device" monitor >seen 3>&- &
-    monitor=$!
-    wait_until grep -qx end seen
-    kill -INT "$monitor"
-    wait "$monitor"
-    [ "$(cat seen)" = 'a\x01b\n
-<T0000680100000069>  command, address 00, tag 00: read device type
-end' ]
-}
-
 @test "monitor: over UDP the daemon is told where we are" {
     socat -u "UDP4-RECV:${peer#*:},bind=${peer%:*}" OPEN:told,creat 3>&- &
     cable=$!
@@ -287,7 +446,7 @@ end' ]
 @test "console: a session from a pipe" {
     connect 'IFS= read -r -N 19; printf "<F00006801263300c2>bye\r\n"; cat >/dev/null'
     printf 'first\nsecond\r\n' >log
-    run -0 --separate-stderr "$VESKCTL" --serial "$device" --timeout 60000 --log log console <<'IN'
+    run -2 --separate-stderr "$VESKCTL" --serial "$device" --timeout 60000 --log log console <<'IN'
 read device type
 # a comment
 front hello
@@ -316,8 +475,13 @@ there is no such line: it needs --udp; `help` lists the commands' ''
 
 @test "console: says when there is no answer" {
     connect 'cat >/dev/null'
-    run -0 "$VESKCTL" --serial "$device" --timeout 200 console <<<'68 01'
+    run -3 "$VESKCTL" --serial "$device" --timeout 200 console <<<'68 01'
     [ "${lines[1]}" = 'no answer within 200 ms' ]
+}
+
+@test "console: from a pipe the status is the highest of its lines" {
+    connect 'IFS= read -r -N 19; printf "<F000073ffffffff6f>"; IFS= read -r -N 19; printf "<F00006801263300c2>"; cat >/dev/null'
+    run -1 "$VESKCTL" --serial "$device" --timeout 60000 console <<<$'input source\nread device type'
 }
 
 @test "play: every step is printed, status 0" {
@@ -348,7 +512,7 @@ file: all 2 steps held' '' play file
     run -2 "$VESKCTL" --serial "$device" play file
     [ "$output" = 'veskctl: line 1 needs --udp: pc> hello' ]
     run -4 "$VESKCTL" --serial "$device" play nothing
-    [ "$output" = 'veskctl: cannot read nothing' ]
+    [ "$output" = 'veskctl: cannot read nothing: No such file or directory' ]
 }
 
 @test "help is a manual, status 0" {

@@ -1,0 +1,13 @@
+#pragma once
+
+// Whether a file is a program that the device can run.
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+enum class Machine { kArm, kX86, kAny };
+
+// What is wrong with `file` as a program for the device; "" if nothing is. It must be an executable
+// ELF file for `machine`, whole, and of 1 KiB to 16 MiB.
+std::string faultOfProgram(std::string_view file, Machine machine);

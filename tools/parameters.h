@@ -1,0 +1,20 @@
+#pragma once
+
+// The parameters of commands, as people write them.
+
+#include "tools/commands.h"
+
+#include <array>
+#include <string>
+#include <vector>
+
+// dat1 to dat4 of the row's command with the parameters `given`, in lower case. They have the types
+// of the table: an address has dots, `on`, `off`, 1 and 0 switch, a number of several bytes is one
+// value, decimal or with 0x, and other bytes are two hexadecimal digits. A command that writes
+// needs all of its parameters; any other one gets the usual values for those that are missing.
+// Throws UsageError.
+std::array<uint8_t, 4> dataOfParameters(const CommandRow &row,
+                                        const std::vector<std::string> &given);
+
+// The row's parameters for a manual, such as " A.B.C.D"; those that may be missing in brackets.
+std::string usageOf(const CommandRow &row);
