@@ -394,6 +394,13 @@ void endCalls()
     heap.clear();
 }
 
+bool isOpen(const std::string &name)
+{
+    return std::any_of(table.begin(), table.end(), [&](const Descriptor &d) {
+        return d.kind != Descriptor::kClosed && d.name == name;
+    });
+}
+
 // What the daemon calls ---------------------------------------------------------------------------
 
 // clang-format off
