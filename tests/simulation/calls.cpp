@@ -82,7 +82,8 @@ int newDescriptor(Descriptor descriptor)
 // What a start gets once, for good.
 bool isForTheWholeRun(Call call, const std::string &object)
 {
-    return object == "/dev/ttyS0" || call == Call::thread || call == Call::memory;
+    return call == Call::thread || call == Call::memory ||
+           (object == "/dev/ttyS0" && (call == Call::open || call == Call::control));
 }
 
 // The daemon makes a call for `object`. False, with errno set, when it must fail.
