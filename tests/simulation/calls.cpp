@@ -21,6 +21,7 @@
 
 #include "tests/simulation/calls.h"
 #include "tests/simulation/daemon.h"
+#include "tests/simulation/loop.h"
 #include "tests/simulation/model.h"
 #include "tests/simulation/world.h"
 
@@ -78,6 +79,13 @@ int newDescriptor(Descriptor descriptor)
     return static_cast<int>(free - table.begin());
 }
 
+// What a start gets once, for good.
+bool isForTheWholeRun(Call call, const std::string &object)
+{
+    return call == Call::thread || call == Call::memory ||
+           (object == "/dev/ttyS0" && (call == Call::open || call == Call::control));
+}
+
 // The daemon makes a call for `object`. False, with errno set, when it must fail.
 bool may(Call call, const std::string &object)
 {
@@ -92,6 +100,8 @@ bool may(Call call, const std::string &object)
         const int number = errno;
         world->note("%s of %s fails: %s", nameOf(call), object.c_str(), std::strerror(number));
         world->model->callFailed(call, object);
+        world->startIsBad = world->startIsBad ||
+                            (world->model->loop->passes() == 0 && isForTheWholeRun(call, object));
         errno = number;
         return false;
     }
@@ -383,6 +393,13 @@ void endCalls()
         std::free(block);
     }
     heap.clear();
+}
+
+bool isOpen(const std::string &name)
+{
+    return std::any_of(table.begin(), table.end(), [&](const Descriptor &d) {
+        return d.kind != Descriptor::kClosed && d.name == name;
+    });
 }
 
 // What the daemon calls ---------------------------------------------------------------------------

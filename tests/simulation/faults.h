@@ -36,7 +36,7 @@ public:
     }
     bool areAny() const
     {
-        return !faults_.empty() || failAt != 0;
+        return !faults_.empty();
     }
     // True when this call must fail; sets errno.
     bool hit(Call call, const std::string &object);

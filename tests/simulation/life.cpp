@@ -1,10 +1,10 @@
 #include "tests/simulation/life.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <sys/stat.h>
 
 #include "tests/simulation/daemon.h"
+#include "tests/simulation/frames.h"
 #include "tests/simulation/model.h"
 #include "tests/simulation/protocol.h"
 #include "tests/simulation/records.h"
@@ -38,6 +38,7 @@ constexpr KindRow kKinds[] = {
     {Action::kPowerCut,         "the power fails",              20},
     {Action::kKill,             "the daemon is killed",          4},
     {Action::kBadStart,         "a start on a bad day",          3},
+    {Action::kSay,              "what a scenario says",          0},
 };
 static_assert(std::size(kKinds) == Action::kCount);
 
@@ -90,29 +91,6 @@ template <typename Row, size_t count> const Row &draw(const Row (&rows)[count], 
     return *row;
 }
 
-std::string frame(const uint8_t (&seven)[7], bool isUpperCase = false)
-{
-    uint8_t sum = 0;
-    std::string text = "<T";
-    char hex[3];
-    for (const uint8_t byte : seven) {
-        sum = static_cast<uint8_t>(sum + byte);
-        std::snprintf(hex, sizeof hex, isUpperCase ? "%02X" : "%02x", byte);
-        text += hex;
-    }
-    std::snprintf(hex, sizeof hex, isUpperCase ? "%02X" : "%02x", sum);
-    return text + hex + ">";
-}
-
-std::string withSum(const std::string &bytes)
-{
-    uint8_t sum = 0;
-    for (const char byte : bytes) {
-        sum = static_cast<uint8_t>(sum + static_cast<uint8_t>(byte));
-    }
-    return bytes + static_cast<char>(sum);
-}
-
 std::string drawCommand(Random &random)
 {
     const CommandRow &row = draw(kCommands, random);
@@ -128,18 +106,29 @@ std::string drawCommand(Random &random)
 
 class Life {
 public:
-    Life(World &w, LifeCounts &c) : world_(w), counts_(c) {}
+    Life(World &w, LifeCounts &c, const LifeOptions &options)
+        : world_(w), counts_(c), day_(options.firstDay), failsAtACall_(options.failAt != 0)
+    {
+    }
 
     void run(const std::vector<Action> &plan)
     {
         firstDay();
-        orPowerCut([&] { start(); });
+        orPowerCut([&] {
+            start();
+            endBadStart();
+        });
         for (const Action &action : plan) {
             orPowerCut([&] {
                 Random random(action.seed);
                 world_.note("-- %s", nameOf(action.kind));
-                act(action.kind, random);
+                if (action.kind == Action::kSay) {
+                    say(action);
+                } else {
+                    act(action.kind, random);
+                }
                 restartIfEnded();
+                endBadStart();
             });
         }
         orPowerCut([&] { service(); });
@@ -157,6 +146,7 @@ private:
     void firstDay();
     void start();
     void act(Action::Kind kind, Random &random);
+    void say(const Action &action);
     void settle(Random &random);
     void waitUntilDone();
     void sendInPieces(const std::string &bytes, Random &random);
@@ -165,12 +155,15 @@ private:
     void powerCut(Random &random);
     void powerOffAndOn();
     void restartIfEnded();
+    void endBadStart();
     void heal();
     void service();
     std::string drawWords(Random &random) const;
 
     World &world_;
     LifeCounts &counts_;
+    const FirstDay day_;
+    const bool failsAtACall_;
 };
 
 void Life::firstDay()
@@ -193,7 +186,8 @@ void Life::firstDay()
     world_.disk.put("/etc/dhcpcd.conf",
                     {random.onceIn(4) ? "interface eth0\n" : "# nothing\n", 0644});
     for (const char *path : {kUserPrefFile, kDevInfoFile, kSave0File, kWorkTimeFile}) {
-        const uint64_t kind = random.below(4);
+        const uint64_t drawn = random.below(4);
+        const uint64_t kind = day_ == FirstDay::drawn ? drawn : static_cast<uint64_t>(day_);
         std::string content = loaded(path, "");
         if (kind == 0) { // a new device
             continue;
@@ -213,6 +207,7 @@ void Life::start()
 {
     ++counts_.boots;
     world_.model->boot();
+    world_.startIsBad = false;
     startDaemon();
     world_.let(world_.random.between(1, 40) * kMillisecond);
 }
@@ -250,6 +245,15 @@ void Life::sendInPieces(const std::string &bytes, Random &random)
             world_.let(random.between(0, 8) * kMillisecond);
         }
     }
+}
+
+void Life::say(const Action &action)
+{
+    world_.note("the board sends: %s", inWords(action.bytes).c_str());
+    world_.line.sendFromBoard(action.bytes);
+    world_.let(world_.line.boardIsDoneAt() - world_.threads.now() + 2 * kMillisecond);
+    waitUntilDone();
+    world_.let(static_cast<Time>(action.seed) * kMillisecond);
 }
 
 // A command and its payload in one piece, or cut, or wrong. The next bytes come after a quiet line.
@@ -382,6 +386,26 @@ void Life::restartIfEnded()
     start();
 }
 
+// In a run that goes through all calls: what a start on a bad day does is not promised, but that it
+// does no harm until the next one.
+void Life::endBadStart()
+{
+    if (!failsAtACall_) {
+        return;
+    }
+    restartIfEnded();
+    if (world_.startIsBad) {
+        world_.let(2 * kSecond);
+        killDaemon();
+        world_.tools.endRun();
+        world_.line.restart();
+        world_.network.restart();
+        world_.faults.heal();
+        world_.let(kSecond);
+        start();
+    }
+}
+
 void Life::heal()
 {
     world_.faults.heal();
@@ -396,6 +420,7 @@ void Life::heal()
 void Life::service()
 {
     heal();
+    world_.cutAfter = 0;
     restartIfEnded();
     world_.let(20 * kSecond); // what is under way ends
     restartIfEnded();
@@ -569,6 +594,7 @@ void Life::act(Action::Kind kind, Random &random)
         world_.let(kSecond);
         return start();
     }
+    case Action::kSay:
     case Action::kCount:
         return;
     }
@@ -600,7 +626,7 @@ std::vector<Action> planLife(uint64_t seed)
     Random random(seed ^ 0xACE1);
     std::vector<Action> plan(static_cast<size_t>(random.between(5, random.onceIn(10) ? 150 : 50)));
     for (Action &action : plan) {
-        action = {draw(kKinds, random).kind, random.next()};
+        action = {draw(kKinds, random).kind, random.next(), {}};
     }
     return plan;
 }
@@ -621,7 +647,7 @@ bool live(uint64_t seed, const std::vector<Action> &plan, const LifeOptions &opt
     }
     bool isGood = true;
     try {
-        Life(w, counts).run(plan);
+        Life(w, counts, options).run(plan);
     } catch (const InvariantFailed &) {
         isGood = false;
         killDaemon();

@@ -36,13 +36,18 @@ struct Action {
         kPowerCut,
         kKill,
         kBadStart,
+        kSay, // only in scenarios
         kCount
     } kind;
-    uint64_t seed;
+    uint64_t seed;     // of kSay: how many milliseconds to wait when it is answered
+    std::string bytes; // of kSay
 };
 const char *nameOf(Action::Kind kind);
 
 std::vector<Action> planLife(uint64_t seed);
+
+// The records that a life begins with.
+enum class FirstDay : uint8_t { none, bad, stored, drawn };
 
 struct LifeCounts {
     uint64_t lives, cuts, looks, boots, installs, faults, calls, commands;
@@ -54,6 +59,7 @@ struct LifeOptions {
     uint64_t stopAtStep = 0; // for a debugger
     bool canary = false;     // one seed in a hundred has an invariant that is wrong
     bool isFast = true;      // idle time may be left out
+    FirstDay firstDay = FirstDay::drawn;
     // For runs that go through all calls of a life: see Faults::failAt and World::cutAfter.
     uint64_t failAt = 0;
     bool failLasts = false;

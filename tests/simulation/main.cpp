@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "tests/simulation/life.h"
+#include "tests/simulation/scenarios.h"
 
 #ifdef SIMULATION_ASAN
 // A thread that the power took leaves what it held; the daemon's own memory is counted by the
@@ -34,6 +35,9 @@ constexpr unsigned kHangSeconds = 60;
 struct Shared {
     Journal journal;
     LifeCounts counts;
+    // Of --every-call: where it is, and the points so far.
+    uint64_t seed, way, call;
+    uint64_t points[3];
 };
 
 struct Options {
@@ -44,6 +48,8 @@ struct Options {
     std::vector<size_t> only; // of the plan
     bool shrinks = false;
     bool isVerbose = false;
+    bool everyCall = false;
+    std::string scenario; // instead of what the seed plans; with everyCall: how their names begin
     LifeOptions life;
 };
 
@@ -52,6 +58,7 @@ struct Options {
     std::fputs(
         "usage: simulation [--seed N] [--lives N] [--seconds N] [--only I,J,...] [--stop-at STEP]\n"
         "                  [--fail-at CALL [--fail-lasts]] [--cut-at CALL]\n"
+        "                  [--every-call] [--scenario NAME]\n"
         "                  [--shrink] [--verbose] [--canary] [--every-pass]\n",
         stderr);
     std::exit(2);
@@ -81,6 +88,10 @@ Options readOptions(int argc, char **argv)
             options.life.failLasts = true;
         } else if (name == "--cut-at") {
             options.life.cutAfter = number();
+        } else if (name == "--every-call") {
+            options.everyCall = true;
+        } else if (name == "--scenario" && i + 1 < argc) {
+            options.scenario = argv[++i];
         } else if (name == "--only" && i + 1 < argc) {
             for (const char *at = argv[++i]; *at != '\0'; at += *at == ',' ? 1 : 0) {
                 char *end;
@@ -103,6 +114,17 @@ Options readOptions(int argc, char **argv)
         }
     }
     options.isOneSeed = options.isOneSeed && options.lives <= 1 && options.seconds == 0;
+    bool isKnown = options.scenario.empty();
+    for (const Scenario &scenario : scenarios()) {
+        if (scenario.name == options.scenario) {
+            options.life.firstDay = scenario.firstDay;
+        }
+        isKnown = isKnown || scenario.name == options.scenario ||
+                  (options.everyCall && scenario.name.rfind(options.scenario, 0) == 0);
+    }
+    if (!isKnown) {
+        usage();
+    }
     return options;
 }
 
@@ -126,9 +148,32 @@ std::vector<size_t> allOf(const std::vector<Action> &plan)
     return indexes;
 }
 
-// Lives some of the actions of a seed in a child. Returns the invariant that failed, or how the
-// child died, or nothing.
-std::string liveApart(Shared &shared, uint64_t seed, const std::vector<size_t> &indexes,
+// Returns the invariant that failed in a child, or how the child died, or nothing.
+std::string waitFor(pid_t child, const Shared &shared)
+{
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 0) {
+        return {};
+    }
+    if (WIFEXITED(status) && shared.journal.invariant[0] != '\0') {
+        return shared.journal.invariant;
+    }
+    return WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM ? "hang" : "crash";
+}
+
+std::vector<Action> planOf(const Options &options)
+{
+    for (const Scenario &scenario : scenarios()) {
+        if (scenario.name == options.scenario) {
+            return scenario.plan;
+        }
+    }
+    return planLife(options.seed);
+}
+
+// Lives a plan in a child. Returns as waitFor().
+std::string liveApart(Shared &shared, uint64_t seed, const std::vector<Action> &plan,
                       const LifeOptions &options, bool isQuiet)
 {
     std::fflush(nullptr);
@@ -139,19 +184,9 @@ std::string liveApart(Shared &shared, uint64_t seed, const std::vector<size_t> &
         }
         alarm(kHangSeconds);
         shared.counts = {};
-        _exit(live(seed, choose(planLife(seed), indexes), options, shared.journal, shared.counts)
-                  ? 0
-                  : 1);
+        _exit(live(seed, plan, options, shared.journal, shared.counts) ? 0 : 1);
     }
-    int status = 0;
-    waitpid(child, &status, 0);
-    if (WIFEXITED(status) && WEXITSTATUS(status) == 0) {
-        return {};
-    }
-    if (WIFEXITED(status) && shared.journal.invariant[0] != '\0') {
-        return shared.journal.invariant;
-    }
-    return WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM ? "hang" : "crash";
+    return waitFor(child, shared);
 }
 
 void report(const Shared &shared, const std::string &kind, const std::string &again)
@@ -186,7 +221,7 @@ void shrink(Shared &shared, uint64_t seed, std::vector<size_t> indexes, const st
             const size_t end = std::min(at + part, fewer.size());
             fewer.erase(fewer.begin() + static_cast<ptrdiff_t>(at),
                         fewer.begin() + static_cast<ptrdiff_t>(end));
-            if (liveApart(shared, seed, fewer, options, true) == kind) {
+            if (liveApart(shared, seed, choose(planLife(seed), fewer), options, true) == kind) {
                 indexes = fewer;
             } else {
                 at += part;
@@ -196,13 +231,104 @@ void shrink(Shared &shared, uint64_t seed, std::vector<size_t> indexes, const st
             break;
         }
     }
-    liveApart(shared, seed, indexes, options, false);
     const auto plan = choose(planLife(seed), indexes);
+    liveApart(shared, seed, plan, options, false);
     std::printf("\n== %zu actions are enough:\n", plan.size());
     for (size_t i = 0; i < plan.size(); ++i) {
         std::printf("  %3zu  %s\n", indexes[i], nameOf(plan[i].kind));
     }
     report(shared, kind, "--seed " + std::to_string(seed) + " --only " + listOf(indexes));
+}
+
+std::string pointOf(const LifeOptions &life)
+{
+    return (life.failAt != 0 ? " --fail-at " + std::to_string(life.failAt) : std::string()) +
+           (life.failLasts ? " --fail-lasts" : "") +
+           (life.cutAfter != 0 ? " --cut-at " + std::to_string(life.cutAfter) : std::string());
+}
+
+// Every call --------------------------------------------------------------------------------------
+
+// What happens at a call: it fails, it fails from then on, or the power fails after it.
+constexpr uint64_t kWays = 3;
+
+LifeOptions lifeAtPoint(const Shared &shared, const Options &options, const Scenario &scenario)
+{
+    LifeOptions life = options.life;
+    life.firstDay = scenario.firstDay;
+    life.failAt = shared.way < 2 ? shared.call : 0;
+    life.failLasts = shared.way == 1;
+    life.cutAfter = shared.way == 2 ? shared.call : 0;
+    return life;
+}
+
+// Goes on from where `shared` is, until the calls are at an end. Returns false at a point that
+// fails.
+bool goOn(Shared &shared, const Options &options, const Scenario &scenario, uint64_t lastSeed)
+{
+    for (; shared.seed <= lastSeed; ++shared.seed, shared.way = 0) {
+        for (; shared.way < kWays; ++shared.way, shared.call = 1) {
+            for (bool isReached = true; isReached; ++shared.call) {
+                alarm(kHangSeconds);
+                LifeCounts counts{};
+                const LifeOptions life = lifeAtPoint(shared, options, scenario);
+                if (!live(shared.seed, scenario.plan, life, shared.journal, counts)) {
+                    return false;
+                }
+                isReached = (shared.way == 2 ? counts.cuts : counts.faults) != 0;
+                shared.points[shared.way] += isReached ? 1 : 0;
+            }
+        }
+    }
+    return true;
+}
+
+bool goThroughCalls(Shared &shared, const Options &options)
+{
+    constexpr uint64_t kSeeds = 3; // of each scenario: disks and consoles differ
+    constexpr int kMostFailures = 10;
+    const uint64_t first = options.isOneSeed ? options.seed : 1;
+    const uint64_t last = first + kSeeds - 1;
+    uint64_t all[kWays] = {};
+    int failed = 0;
+    for (const Scenario &scenario : scenarios()) {
+        if (scenario.name.rfind(options.scenario, 0) != 0) {
+            continue;
+        }
+        shared.seed = first;
+        shared.way = 0;
+        shared.call = 1;
+        std::fill(std::begin(shared.points), std::end(shared.points), 0);
+        for (bool isOver = false; !isOver && failed < kMostFailures;) {
+            std::fflush(nullptr);
+            const pid_t child = fork();
+            if (child == 0) {
+                _exit(goOn(shared, options, scenario, last) ? 0 : 1);
+            }
+            const std::string kind = waitFor(child, shared);
+            isOver = kind.empty();
+            if (!isOver) {
+                ++failed;
+                report(shared, kind,
+                       "--scenario " + scenario.name + " --seed " + std::to_string(shared.seed) +
+                           pointOf(lifeAtPoint(shared, options, scenario)));
+                ++shared.call;
+            }
+        }
+        std::printf("%-28s %-26s", scenario.kind.c_str(), scenario.name.c_str());
+        for (uint64_t way = 0; way < kWays; ++way) {
+            std::printf("%7llu", static_cast<unsigned long long>(shared.points[way]));
+            all[way] += shared.points[way];
+        }
+        std::printf("\n");
+        std::fflush(stdout);
+    }
+    std::printf("%llu calls failed once, %llu from then on, %llu power cuts: %llu points, %d "
+                "failed\n",
+                static_cast<unsigned long long>(all[0]), static_cast<unsigned long long>(all[1]),
+                static_cast<unsigned long long>(all[2]),
+                static_cast<unsigned long long>(all[0] + all[1] + all[2]), failed);
+    return failed == 0;
 }
 
 void print(const LifeCounts &counts, double processor)
@@ -235,17 +361,21 @@ int main(int argc, char **argv)
     }
     Shared &shared = *static_cast<Shared *>(memory);
 
+    if (options.everyCall) {
+        return goThroughCalls(shared, options) ? 0 : 1;
+    }
     if (options.isOneSeed) {
         shared.journal.prints = options.isVerbose;
-        const auto indexes = options.only.empty() ? allOf(planLife(options.seed)) : options.only;
+        const std::vector<Action> all = planOf(options);
+        const auto indexes = options.only.empty() ? allOf(all) : options.only;
         if (options.life.stopAtStep != 0) { // a debugger watches this very process
             LifeCounts counts{};
-            return live(options.seed, choose(planLife(options.seed), indexes), options.life,
-                        shared.journal, counts)
+            return live(options.seed, choose(all, indexes), options.life, shared.journal, counts)
                        ? 0
                        : 1;
         }
-        const std::string kind = liveApart(shared, options.seed, indexes, options.life, false);
+        const std::string kind =
+            liveApart(shared, options.seed, choose(all, indexes), options.life, false);
         if (kind.empty()) {
             std::printf("seed %llu: every invariant held; %llu calls could have failed\n",
                         static_cast<unsigned long long>(options.seed),
@@ -253,9 +383,11 @@ int main(int argc, char **argv)
             return 0;
         }
         std::string again = "--seed " + std::to_string(options.seed);
+        again += options.scenario.empty() ? "" : " --scenario " + options.scenario;
+        again += pointOf(options.life);
         again += options.only.empty() ? "" : " --only " + listOf(indexes);
         report(shared, kind, again);
-        if (options.shrinks) {
+        if (options.shrinks && options.scenario.empty()) {
             shared.journal.prints = false;
             shrink(shared, options.seed, indexes, kind, options.life);
         }

@@ -179,7 +179,7 @@ void Protocol::boot()
 void Protocol::callFailed(Call call, const std::string &object)
 {
     hasFailures_ = true;
-    updateIsInDoubt_ = updateIsInDoubt_ || object == kPackageFile;
+    updateIsInDoubt_ = updateIsInDoubt_ || object == kPackageFile || call == Call::memory;
     const bool isReading = call == Call::open || call == Call::read || call == Call::stat;
     if (isReading &&
         world->model->loop->passes() == 0) { // a record that cannot be read is as a missing one

@@ -70,6 +70,7 @@ struct World {
     uint32_t console = 0;          // its kind: S_IFCHR, S_IFIFO or S_IFSOCK
     bool consoleIsStopped = false; // nobody reads it, and it is full
     bool isRunning = false;        // the daemon
+    bool startIsBad = false;       // it got no line, no thread or no memory, and does not try again
     int exitStatus = -1;           // of the last daemon, -1 while it runs or after a kill
     size_t memoryBlocks = 0;       // that the daemon holds
     size_t descriptors = 0;        // that the daemon holds
