@@ -82,7 +82,7 @@ std::string frameFromHex(const std::string &digits)
     if (count % 2 == 0 && count <= 2 * (kChecksumAt - kCommandAt)) {
         std::string record(2 * kChecksumAt, '0');
         record.replace(2 * kCommandAt, count, digits);
-        const std::string frame = frameFromDigits(record);
+        std::string frame = frameFromDigits(record);
         const CommandRow *const row = rowOf(recordOf(frame));
         if (row != nullptr && row->writes && count < 2 * (kChecksumAt - kCommandAt)) {
             throw UsageError(
@@ -130,7 +130,7 @@ std::string hintFor(const std::vector<std::string> &words)
     for (size_t count = words.size(); count > 0; --count) { // the last ones may be parameters
         const auto end = words.begin() + static_cast<ptrdiff_t>(count);
         const std::string typed = fmt::format("{}", fmt::join(words.begin(), end, " "));
-        const std::string hint = didYouMean(typed, names);
+        std::string hint = didYouMean(typed, names);
         if (!hint.empty()) {
             return hint;
         }

@@ -83,7 +83,7 @@ template <bool is64> std::string faultOfParts(std::string_view file)
 {
     using Segment = typename Types<is64>::Segment;
     using Section = typename Types<is64>::Section;
-    const std::string cut = fmt::format(
+    std::string cut = fmt::format(
         "the file is not whole: it ends after {} bytes, in the middle of the program", file.size());
     if (!has(file, 0, sizeof(typename Types<is64>::Head))) {
         return cut;

@@ -1,5 +1,6 @@
 #include "tools/progress.h"
 
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 
@@ -62,7 +63,7 @@ void Progress::show(size_t done, size_t again)
         return;
     }
     const size_t full = done * kWidth / blocks_;
-    const auto whole = static_cast<unsigned>(left + 0.5);
+    const long whole = std::lround(left);
     fmt::print(stderr,
                "\r[{:#>{}}{:.>{}}] {:3}%  {} KiB  {:.1f} KiB/s  {}:{:02} left, {} again\x1b[K", "",
                full, "", kWidth - full, done * 100 / blocks_, bytes / 1024, rate / 1024, whole / 60,

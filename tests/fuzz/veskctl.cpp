@@ -74,7 +74,9 @@ int tool_poll(pollfd *entries, nfds_t count, int timeout)
 {
     int ready = 0;
     for (nfds_t i = 0; i < count; ++i) {
-        const bool has = !waitingAt(entries[i].fd).empty();
+        // The other one is where signals arrive, and there are none.
+        const bool isLine = entries[i].fd == kFront || entries[i].fd == kPC;
+        const bool has = isLine && !waitingAt(entries[i].fd).empty();
         entries[i].revents = has ? POLLIN : int16_t{0};
         ready += has ? 1 : 0;
     }
@@ -267,9 +269,15 @@ void update(Input &input)
         }
     }
     Line line(kFront, "front");
-    const UpdateOptions options{input.left() % 2 == 0, Milliseconds(1000), Milliseconds(5000)};
+    UpdateOptions options{};
+    options.query = input.left() % 2 == 0;
+    options.progress = ProgressKind::kNone;
+    options.timeout = Milliseconds(1000);
+    options.blockTimeout = Milliseconds(5000);
+    options.restartTimeout = Milliseconds(30000);
     const int status = runUpdate(line, updateStream(package), options);
-    MUST_HOLD(status == kDone || status == kRefused || status == kNoAnswer);
+    MUST_HOLD(status == kDone || status == kRefused || status == kNoAnswer ||
+              status == kNotFinished || status == kLocalFailure);
 }
 
 } // namespace

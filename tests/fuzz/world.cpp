@@ -397,6 +397,8 @@ uint32_t sd_endSave(int32_t *file, const char *name, const void *buffer, uint32_
     return kFileOk;
 }
 
+void sd_syncNames() {}
+
 int32_t CreateDir(const char *)
 {
     return 0;
