@@ -406,7 +406,7 @@ TEST(Pipe, CarriesASequenceBetweenTwoThreads)
     struct {
         uint32_t size;
         uint32_t bytes;
-    } const rows[] = {{2, 20000}, {7, 100000}, {4096, 100000}};
+    } const rows[] = {{2, 1000}, {7, 10000}, {4096, 100000}};
     for (const auto &row : rows) {
         SCOPED_TRACE(row.size);
         Ring ring(row.size);
@@ -432,7 +432,7 @@ TEST(Pipe, CarriesASequenceBetweenTwoThreads)
 TEST(Pipe, CarriesBlocksOfAnySizeBetweenTwoThreads)
 {
     Ring ring(4096);
-    const std::string all = countingBytes(1'000'000, 251);
+    const std::string all = countingBytes(200'000, 251);
     std::minstd_rand writes(1);
     std::minstd_rand reads(2);
     const auto write = [&](size_t done) {
@@ -457,7 +457,7 @@ TEST(Pipe, LosesOnlyTheBytesThatItRefused)
     std::string arrived;
     std::atomic<bool> done = false;
     std::thread writer([&ring, &stored, &done] {
-        for (uint32_t i = 0; i < 200000; ++i) {
+        for (uint32_t i = 0; i < 50000; ++i) {
             const auto byte = static_cast<uint8_t>(i % 251);
             if (pipe_write(&ring.pipe, byte) != 0) {
                 stored += static_cast<char>(byte);
