@@ -1,7 +1,7 @@
 # Draws what scripts/bench has measured: gnuplot -c benchmarks/pictures.gp DATA COUNTS PICTURES
 #
 #   latency.svg    how many of the messages arrived within a time, for each program
-#   cost.svg       processor time a megabyte above idle, by the rate of the line, for each program
+#   cost.svg       processor time a megabyte, by the rate of the line, for each program
 #   steps.svg      where the instructions of a command go
 data = ARG1
 counts = ARG2
@@ -39,15 +39,16 @@ unset logscale
 
 set terminal svg size 700,420 font "sans-serif,13" background "white"
 set output pictures."/cost.svg"
-set title "Processor time above idle, line to PC"
+set title "Processor time, line to PC"
 set xlabel "rate, times that of a line with 115200 bits/s"
 set ylabel "ms a megabyte"
 set logscale x 2
 set xrange [0.9:72]
 set logscale y
+set yrange [50:*]
 set key top right
 set style data linespoints
-plot for [i = 1:words(programs)] data."/cost-above-idle.dat" using 1:(column(i + 1)) title word(programs, i)
+plot for [i = 1:words(programs)] data."/cost.dat" using 1:(column(i + 1)) title word(programs, i)
 unset logscale
 
 set output pictures."/steps.svg"

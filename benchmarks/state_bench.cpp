@@ -53,12 +53,12 @@ double secondsOf(void (*action)(uint32_t turn), uint32_t turn)
 
 void compare(benchmark::State &state, const StoredStateOperation &operation)
 {
-    operation.prepare();
     double daemon = 0;
     double plain = 0;
     uint32_t turn = 0;
     {
         const QuietConsole quiet;
+        operation.prepare();
         for (auto _ : state) {
             const double first =
                 secondsOf(turn % 2 == 0 ? operation.daemon : operation.plain, turn);
