@@ -249,9 +249,14 @@ MAC               02:76:65:73:6b:01' ]
 
 @test "monitor: the time of each packet, absolute or since the last" {
     for kind in absolute delta; do
-        connect 'printf "<T0000680100000069>"; sleep 0.3; printf "<F00006801263300c2>"; cat >/dev/null'
+        go=$BATS_TEST_TMPDIR/go-$kind
+        connect "printf '<T0000680100000069>'; until [ -e '$go' ]; do sleep 0.02; done
+            printf '<F00006801263300c2>'; cat >/dev/null"
         "$VESKCTL" --serial "$device" monitor --time "$kind" >"$BATS_TEST_TMPDIR/$kind" 3>&- &
         watcher=$!
+        wait_until grep -q command "$BATS_TEST_TMPDIR/$kind"
+        sleep 0.3 # between the two packets, however busy the machine is
+        touch "$go"
         wait_until grep -q reply "$BATS_TEST_TMPDIR/$kind"
         kill "$watcher"
         wait "$watcher"
