@@ -8,6 +8,7 @@
 # shellcheck disable=SC2154 # `run` sets stderr
 
 bats_require_minimum_version 1.5.0
+load far_end
 
 setup() {
     here=$BATS_TEST_DIRNAME
@@ -22,33 +23,6 @@ setup() {
 teardown() {
     # shellcheck disable=SC2086 # either may be nobody
     kill $cable $watcher 2>/dev/null || true
-}
-
-# wait_until COMMAND...: until COMMAND succeeds, for a minute at most.
-wait_until() {
-    for _ in $(seq 1200); do
-        "$@" && return
-        sleep 0.05
-    done
-    echo "in vain: $*"
-    return 1
-}
-
-# connect SCRIPT: $device becomes a serial line whose far end SCRIPT reads and writes.
-connect() {
-    disconnect
-    printf '%s\n' "$1" >"$BATS_TEST_TMPDIR/script"
-    socat "PTY,link=$device,raw,echo=0" EXEC:"bash $BATS_TEST_TMPDIR/script" 3>&- &
-    cable=$!
-    wait_until [ -c "$device" ]
-}
-
-disconnect() {
-    if [ -n "$cable" ]; then
-        kill "$cable"
-        wait "$cable" || true
-        cable=
-    fi
 }
 
 # Answers every frame with $1.

@@ -4,6 +4,8 @@
 #
 # shellcheck disable=SC2016 # the device's scripts expand what is in single quotes
 
+load far_end
+
 VESKCTL=${VESKCTL:-$BATS_TEST_DIRNAME/../../build/release/tools/veskctl}
 
 setup() {
@@ -18,28 +20,6 @@ setup() {
 teardown() {
     # shellcheck disable=SC2086 # either may be nobody
     kill $cable $monitor 2>/dev/null || true
-}
-
-# wait_until COMMAND...: until COMMAND succeeds, for a minute at most.
-wait_until() {
-    for _ in $(seq 1200); do
-        "$@" && return
-        sleep 0.05
-    done
-    echo "in vain: $*"
-    return 1
-}
-
-# connect SCRIPT: $device becomes a serial line whose far end SCRIPT reads and writes.
-connect() {
-    if [ -n "$cable" ]; then
-        kill "$cable"
-        wait "$cable" || true
-    fi
-    printf '%s\n' "$1" >script
-    socat "PTY,link=$device,raw,echo=0" EXEC:"bash $PWD/script" 3>&- &
-    cable=$!
-    wait_until [ -c "$device" ]
 }
 
 peer_is_bound() {
