@@ -12,6 +12,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "tools/choice.h"
 #include "tools/commands.h"
 #include "tools/console.h"
 #include "tools/elf.h"
@@ -697,6 +698,22 @@ int run(int argc, char **argv)
     addOptions(*decodeCommand, options, kOutput | kData);
     addOptions(*portsCommand, options, kOutput | kData);
 
+    std::vector<Choice> choices = {
+        {sendCommand, [&options] { return send(options); }},
+        {networkReadCommand, [&options] { return networkRead(options); }},
+        {networkWriteCommand, [&options] { return networkWrite(options); }},
+        {textReadCommand, [&options] { return textRead(options); }},
+        {textWriteCommand, [&options] { return textWrite(options); }},
+        {updateCommand, [&options] { return update(options); }},
+        {infoCommand, [&options] { return info(options); }},
+        {pingCommand, [&options] { return ping(options); }},
+        {portsCommand, [&options] { return ports(options); }},
+        {decodeCommand, [&options] { return decode(options); }},
+        {monitorCommand, [&options] { return monitor(options); }},
+        {consoleCommand, [&options] { return console(options); }},
+        {playCommand, [&options] { return play(options); }},
+    };
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
@@ -706,27 +723,9 @@ int run(int argc, char **argv)
         throw UsageError(complaint(app, error));
     }
     manner().isColored = wantsColor(options.color);
-    const struct {
-        CLI::App *command;
-        int (*run)(const Options &options);
-    } runs[] = {
-        {sendCommand, send},
-        {networkReadCommand, networkRead},
-        {networkWriteCommand, networkWrite},
-        {textReadCommand, textRead},
-        {textWriteCommand, textWrite},
-        {updateCommand, update},
-        {infoCommand, info},
-        {pingCommand, ping},
-        {portsCommand, ports},
-        {decodeCommand, decode},
-        {monitorCommand, monitor},
-        {consoleCommand, console},
-        {playCommand, play},
-    };
-    const auto *const chosen = std::find_if(std::begin(runs), std::end(runs),
-                                            [](const auto &entry) { return bool(*entry.command); });
-    return chosen->run(options);
+    const auto chosen = std::find_if(choices.begin(), choices.end(),
+                                     [](const Choice &choice) { return bool(*choice.command); });
+    return chosen->run();
 }
 
 } // namespace
