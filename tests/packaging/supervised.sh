@@ -31,9 +31,14 @@ supervise() {
     supervisor=$!
 }
 
+uptime_seconds() {
+    cut -d. -f1 /proc/uptime
+}
+
 # Waits up to a minute for a condition: the machine may be busy.
 eventually() {
-    for _ in $(seq 600); do
+    end=$(($(uptime_seconds) + 60))
+    while [ "$(uptime_seconds)" -lt $end ]; do
         "$@" && return
         sleep 0.1
     done
