@@ -95,7 +95,7 @@ on_board() {
             check test -x $program
             eventually said "replaced by the backup"
             case $fault in
-            missing) check said "there is no program" ;;
+            missing) check said "there is no program; replaced by the backup"; check not said kept ;;
             mode) check said "the program has no execute bit" ;;
             *) check said "the program is cut short or not for this processor" ;;
             esac
