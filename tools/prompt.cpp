@@ -113,6 +113,7 @@ Prompt::Prompt(std::vector<std::string> completions, std::string history)
     if (!terminal_) {
         return;
     }
+    kept_.emplace(STDIN_FILENO);
     allCompletions = std::move(completions);
     using_history();
     stifle_history(kMostHistory);
