@@ -184,9 +184,10 @@ constexpr char kDecodeFooter[] =
 
 constexpr char kConsoleAbout[] = "Type commands; see both lines and the daemon's output";
 constexpr char kConsoleFooter[] =
-    "Type commands as in `send`, or info, network, text, front TEXT, pc TEXT, help [WORD], quit. With --log the daemon's output is\n"
-    "shown too. Input from a pipe is taken line by line, each after the one before it has been\n"
-    "answered.\n"
+    "Type commands as in `send`, or info, network, text, front TEXT, pc TEXT, help [WORD], quit. With\n"
+    "--log the daemon's output is shown too. Input from a pipe is taken line by line, each after the\n"
+    "one before it has been answered. With --json every command gives the object that its subcommand\n"
+    "prints, and whatever else arrives one of its own.\n"
     "\n"
     "Examples:\n"
     "  veskctl --serial /dev/frontboard --udp 192.168.0.100 --log /tmp/vesk_h264.log console\n"
@@ -693,7 +694,7 @@ int run(int argc, char **argv)
         addOptions(*each, options, kLines | kTalking | kOutput | kData);
     }
     addOptions(*monitorCommand, options, kLines | kOutput | kData);
-    addOptions(*consoleCommand, options, kLines | kTalking | kOutput);
+    addOptions(*consoleCommand, options, kLines | kTalking | kOutput | kData);
     addOptions(*playCommand, options, kLines | kTalking | kOutput | kData);
     addOptions(*decodeCommand, options, kOutput | kData);
     addOptions(*portsCommand, options, kOutput | kData);
