@@ -288,8 +288,8 @@ void Console::sendCommand(std::string_view text)
     Side &side = front_.line != nullptr ? front_ : pc_;
     const std::string frame = frameFromText(text);
     if (!manner().json) { // else with the answer
-        prompt_.print(fmt::format("{}> {}", side.name,
-                                  isFrame(frame) ? frameWithDescription(frame) : escape(frame)));
+        prompt_.print(
+            fmt::format("{}> {}", side.name, isFrame(frame) ? coloredFrame(frame) : escape(frame)));
     }
     side.line->send(frame);
     ++sent_;
@@ -338,7 +338,7 @@ void Console::show(Side &side, const std::vector<Piece> &pieces)
         } else {
             prompt_.print(
                 fmt::format("{}< {}", side.name,
-                            piece.isFrame ? frameWithDescription(piece.text) : escape(piece.text)));
+                            piece.isFrame ? coloredFrame(piece.text) : escape(piece.text)));
         }
         if (isAnswer) {
             if (isRefusalOf(*asked_, recordOf(piece.text))) {

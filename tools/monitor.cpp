@@ -241,10 +241,12 @@ void Monitor::summary() const
                      {"other_bytes", bytes_},
                      {"connections", connections_}}}});
     } else if (!manner().quiet) {
+        // On a terminal the cursor stands behind a ^C.
         fmt::print(
             stderr,
-            "{:.1f} s: {} commands, {} replies, {} refusals, {} other bytes; {} connections\n",
-            seconds, count("command"), count("reply"), count("refusal"), bytes_, connections_);
+            "{}{:.1f} s: {} commands, {} replies, {} refusals, {} other bytes; {} connections\n",
+            isatty(STDERR_FILENO) == 1 ? "\n" : "", seconds, count("command"), count("reply"),
+            count("refusal"), bytes_, connections_);
     }
 }
 

@@ -419,15 +419,18 @@ int update(const Options &options)
                    "veskctl: {} is no program for the device: {}; sent because of --force\n",
                    options.file, fault);
     }
+    ProgressKind progress = manner().json ? ProgressKind::kJson : progressOf(options.progress);
+    if (manner().quiet && progress == ProgressKind::kBar) {
+        progress = ProgressKind::kNone;
+    }
     return onOneLine(options, [&](Line &line, Milliseconds timeout) {
-        return runUpdate(
-            line, stream,
-            {.query = options.query,
-             .isDry = options.isDry,
-             .progress = manner().json ? ProgressKind::kJson : progressOf(options.progress),
-             .timeout = timeout,
-             .blockTimeout = timeout + kDeviceWaitsBlock,
-             .restartTimeout = Milliseconds{options.restartTimeout}});
+        return runUpdate(line, stream,
+                         {.query = options.query,
+                          .isDry = options.isDry,
+                          .progress = progress,
+                          .timeout = timeout,
+                          .blockTimeout = timeout + kDeviceWaitsBlock,
+                          .restartTimeout = Milliseconds{options.restartTimeout}});
     });
 }
 
@@ -491,7 +494,16 @@ int play(const Options &options)
 
 // Groups of options. Each subcommand takes those of the groups that hold for it after its name; all
 // of them may also stand before it.
-enum Groups : unsigned { kLines = 1, kTalking = 2, kOutput = 4, kData = 8 };
+enum Groups : unsigned {
+    kLines = 1,
+    kTimeout = 2,
+    kRetries = 4,
+    kLog = 8,
+    kMessages = 16,
+    kColor = 32,
+    kOutput = kMessages | kColor,
+    kData = 64,
+};
 
 void addOptions(CLI::App &app, Options &options, unsigned groups)
 {
@@ -512,23 +524,29 @@ void addOptions(CLI::App &app, Options &options, unsigned groups)
         app.add_flag("-v,--verbose", manner().verbose,
                      "Print what the lines carry on standard error");
     }
-    if ((groups & kTalking) != 0) {
+    if ((groups & kTimeout) != 0) {
         app.add_option("--timeout", options.timeout, "How long to wait for an answer")
             ->capture_default_str()
             ->type_name("MS")
             ->check(CLI::Range(1U, kLongestTimeout).description(""));
+    }
+    if ((groups & kRetries) != 0) {
         app.add_option("--retries", manner().retries,
                        "How often a command is sent again that is not answered")
             ->capture_default_str()
             ->type_name("N")
             ->check(CLI::Range(0U, kMostRetries).description(""));
+    }
+    if ((groups & kLog) != 0) {
         app.add_option("--log", options.log, "File with the daemon's output")->type_name("FILE");
     }
     if ((groups & kData) != 0) {
         app.add_flag("--json", manner().json, "Print data as JSON, an object a line");
     }
-    if ((groups & kOutput) != 0) {
+    if ((groups & kMessages) != 0) {
         app.add_flag("-q,--quiet", manner().quiet, "No messages but errors, no summaries");
+    }
+    if ((groups & kColor) != 0) {
         app.add_option("--color", options.color, "Colour: auto, always or never")
             ->capture_default_str()
             ->type_name("WHEN")
@@ -590,7 +608,7 @@ int run(int argc, char **argv)
     app.require_subcommand(1);
     app.fallthrough(); // the options may also follow the subcommand
     app.set_version_flag("--version", kVersion, "Print the version and exit");
-    addOptions(app, options, kLines | kTalking | kOutput | kData);
+    addOptions(app, options, kLines | kTimeout | kRetries | kLog | kOutput | kData);
     options.about = "veskctl";
     for (int i = 1; i < argc; ++i) {
         options.about += fmt::format(" {}", escape(argv[i]));
@@ -688,16 +706,20 @@ int run(int argc, char **argv)
     playCommand->footer(kPlayFooter);
     playCommand->add_option("FILE", options.transcript, "The transcript")->required();
 
-    for (CLI::App *const each :
-         {sendCommand, networkReadCommand, networkWriteCommand, textReadCommand, textWriteCommand,
-          updateCommand, infoCommand, pingCommand}) {
-        addOptions(*each, options, kLines | kTalking | kOutput | kData);
+    for (CLI::App *const each : {sendCommand, networkReadCommand, networkWriteCommand,
+                                 textReadCommand, textWriteCommand}) {
+        addOptions(*each, options, kLines | kTimeout | kRetries | kOutput | kData);
+    }
+    addOptions(*infoCommand, options, kLines | kTimeout | kRetries | kMessages | kData);
+    for (CLI::App *const each : {updateCommand, pingCommand}) {
+        addOptions(*each, options, kLines | kTimeout | kOutput | kData);
     }
     addOptions(*monitorCommand, options, kLines | kOutput | kData);
-    addOptions(*consoleCommand, options, kLines | kTalking | kOutput | kData);
-    addOptions(*playCommand, options, kLines | kTalking | kOutput | kData);
+    // Those that are not answered are sent again by info, network and text.
+    addOptions(*consoleCommand, options, kLines | kTimeout | kRetries | kLog | kOutput | kData);
+    addOptions(*playCommand, options, kLines | kTimeout | kLog | kOutput | kData);
     addOptions(*decodeCommand, options, kOutput | kData);
-    addOptions(*portsCommand, options, kOutput | kData);
+    addOptions(*portsCommand, options, kMessages | kData);
 
     std::vector<Choice> choices = {
         {sendCommand, [&options] { return send(options); }},

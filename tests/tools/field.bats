@@ -356,6 +356,8 @@ front< <F00006801263300c2>  reply, address 00, tag 00: read device type: 2633' ]
         [[ $output == *--quiet* ]]
         [[ $subcommand == decode || $subcommand == 'serial ports' || $output == *--serial*--record* ]]
         [[ $output == *--json* ]]
+        [[ $subcommand == console || $subcommand == play || $output != *--log* ]]
+        [[ ! $subcommand =~ ^(update|ping|play|monitor|decode|serial ports)$ || $output != *--retries* ]]
         [ "$(awk 'length > 100' <<<"$output")" = '' ] || { echo "wide lines: $subcommand"; false; }
     done
 }

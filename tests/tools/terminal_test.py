@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """veskctl on a terminal: what a person sees and types. VESKCTL names the program. Debian: python3-pexpect."""
 import fcntl
+import io
 import os
 import pty
 import re
@@ -13,8 +14,12 @@ import threading
 import time
 import tty
 import unittest
+import warnings
 
 import pexpect
+
+warnings.simplefilter("ignore", UserWarning) # of the next; Debian 12 has nothing else
+import pexpect.ANSI  # noqa: E402  pylint: disable=wrong-import-position
 
 VESKCTL = os.environ["VESKCTL"]
 ANY_TAG = {b"6a03": b"010a00", b"6801": b"263300"} # to commands with any tag
@@ -70,10 +75,10 @@ class Terminal(unittest.TestCase):
         self.state = tempfile.TemporaryDirectory()
         self.addCleanup(self.state.cleanup)
 
-    def start(self, *arguments):
+    def start(self, *arguments, columns=160):
         environment = {**os.environ, "XDG_STATE_HOME": self.state.name, "TERM": "xterm", "NO_COLOR": ""}
         child = pexpect.spawn(VESKCTL, ["--serial", self.device.name, *arguments], env=environment, timeout=60,
-                              encoding="utf-8", dimensions=(40, 160))
+                              encoding="utf-8", dimensions=(40, columns))
         self.addCleanup(child.close, force=True)
         return child
 
@@ -88,7 +93,7 @@ class Terminal(unittest.TestCase):
         child.send("READ dev\t")
         child.expect("ice ") # the rest of the word
         child.send("\x15read device type\r")
-        child.expect(re.escape("<F00006801263300c2>  "))
+        child.expect(re.escape("<F00006801263300c2>  \x1b[32mreply"))
         child.send("help gateway\r")
         child.expect("write gateway")
         child.expect("read gateway")
@@ -119,8 +124,38 @@ class Terminal(unittest.TestCase):
         os.write(self.device.end, b"<F000068ffffffff64>")
         child.expect(re.escape("<F000068ffffffff64>  \x1b[31mrefusal"))
         child.sendintr()
-        child.expect("0 commands, 0 replies, 1 refusals, 0 other bytes; 1 connections")
+        child.expect(r"\^C\r\n[\d.]+ s: 0 commands, 0 replies, 1 refusals, 0 other bytes; 1 connections")
         self.end(child)
+
+    def test_console_leaves_nothing_of_a_line_of_several_rows(self):
+        child = self.start("--color", "never", "console", columns=40)
+        child.logfile_read = io.StringIO()
+        child.expect("`quit` ends.")
+
+        def arrives(frame, name):
+            os.write(self.device.end, frame)
+            child.expect(name)
+            child.expect("> ") # the line being typed is there again
+            with self.assertRaises(pexpect.TIMEOUT):
+                child.expect("nothing more", timeout=0.5)
+
+        def rows():
+            screen = pexpect.ANSI.ANSI(40, 40)
+            screen.write(child.logfile_read.getvalue())
+            return [row.rstrip() for row in str(screen).splitlines() if row.strip()]
+
+        child.send("write IP address 192.168.0.100 and whatever else there may be")
+        child.expect("may be")
+        arrives(b"<T0000850000000085>", "read net mask")
+        arrives(b"<T00008d000000008d>", "read gateway")
+        before = ["`help` lists the commands, `quit` ends.",
+                  "front< <T0000850000000085>  command, add", "ress 00, tag 00: read net mask",
+                  "front< <T00008d000000008d>  command, add", "ress 00, tag 00: read gateway"]
+        self.assertEqual(rows(), before + ["> write IP address 192.168.0.100 and wha", "tever else there may be"])
+        child.send("\x15") # all of the line is deleted
+        arrives(b"<T00006a030000006d>", "read protocol version")
+        after = ["front< <T00006a030000006d>  command, add", "ress 00, tag 00: read protocol version"]
+        self.assertEqual(rows(), before + after + [">"])
 
     def test_ping_ends_with_a_summary(self):
         child = self.start("ping", "-i", "0.05")

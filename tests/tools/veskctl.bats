@@ -227,6 +227,15 @@ RESTARTS='head -c 38 >asked; printf "<F00036801263300c5>"; head -c 19 >>asked; p
     [ "$(tail -c +1045 got | head -c 19)" = '<T00019aa007010043>' ]
 }
 
+@test "update: with --quiet only the result" {
+    connect "$ANSWERS"'; head -c 1044 >got; printf "<F00009affffffff96>"; head -c 1044 >>got; printf "<F00019aa007000042>"
+        '"$RESTARTS"
+    echo new >new
+    on_line 0 update -q --force new
+    said 'the device has restarted, with version 1.10' \
+        'veskctl: new is no program for the device: it is no executable (ELF) file; sent because of --force'
+}
+
 @test "update: with --progress json every line is an object, the last the result" {
     connect "$ANSWERS"'; head -c 1044 >got; printf "<F00009aa007000041>"; '"$RESTARTS"
     echo new >new
