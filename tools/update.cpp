@@ -153,14 +153,10 @@ int Update::find()
             return kDone;
         }
     }
-    return result(
-        kNoAnswer, "no answer",
-        fmt::format("nobody answers at {}, asked twice within {} ms; {}", line_.name(),
-                    (options_.firstWait + options_.timeout).count(),
-                    line_.carriesDatagrams()
-                        ? "commands reach the device only where the front board sends back what it "
-                          "gets: use --serial"
-                        : "is the device on, and is this its line?"));
+    return result(kNoAnswer, "no answer",
+                  fmt::format("nobody answers at {}, asked twice within {} ms{}", line_.name(),
+                              (options_.firstWait + options_.timeout).count(),
+                              adviceOnSilence(line_)));
 }
 
 int Update::query() const

@@ -217,6 +217,7 @@ constexpr unsigned kDefaultTimeout = 1000;
 constexpr unsigned kDefaultRestartTimeout = 30000;
 constexpr unsigned kLongestTimeout = 600000;
 constexpr unsigned kMostRetries = 100;
+constexpr unsigned kMostQuestions = 1000000000;
 constexpr double kLongestInterval = 3600;
 constexpr char kVersion[] = "veskctl " VESK_VERSION;
 
@@ -317,7 +318,8 @@ struct Opened {
 void requireLine(const Options &options)
 {
     if (options.serial.empty() && options.udp.empty()) {
-        throw UsageError("--serial or --udp is needed");
+        throw UsageError("--serial or --udp is needed, such as --serial /dev/ttyUSB0; `veskctl "
+                         "serial ports` lists what there is");
     }
 }
 
@@ -671,7 +673,7 @@ int run(int argc, char **argv)
     pingCommand->footer(kPingFooter);
     pingCommand->add_option("-c,--count", options.count, "Questions; without it, until Ctrl-C")
         ->type_name("N")
-        ->check(CLI::PositiveNumber.description(""));
+        ->check(CLI::Range(1U, kMostQuestions).description(""));
     pingCommand->add_option("-i,--interval", options.interval, "Time between two questions")
         ->capture_default_str()
         ->type_name("S")

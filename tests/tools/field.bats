@@ -85,12 +85,14 @@ MAC               02:76:65:73:6b:01' ]
     connect 'cat >"$BATS_TEST_TMPDIR/heard"'
     run -3 --separate-stderr "$VESKCTL" --serial "$device" --timeout 200 info
     [ "$output" = '' ]
-    [ "$stderr" = 'veskctl: device type: no answer' ]
+    [ "$stderr" = 'veskctl: device type: no answer; is the device on, and is this its line?' ]
     [ "$(cat "$BATS_TEST_TMPDIR/heard")" = '<T0000680100000069>' ]
 }
 
 @test "ping: status 3 when nothing came" {
     connect 'cat >/dev/null'
+    run -2 "$VESKCTL" --serial "$device" ping -c none
+    [ "$output" = 'veskctl: --count: Value none not in range 1 to 1000000000; see `veskctl ping --help`' ]
     run -3 --separate-stderr "$VESKCTL" --serial "$device" --timeout 200 ping -c 2 -i 0
     [ "${lines[0]}" = "no answer from $device: seq=1" ]
     [[ ${lines[2]} =~ ^'2 sent, 0 answered, 100% lost, '[0-9]+' ms'$ ]]

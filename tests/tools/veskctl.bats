@@ -84,7 +84,7 @@ veskctl: skipped: <F00006801263300c3>  reply, address 00, tag 00: read device ty
 
 @test "send: no answer in time, status 3; what is never answered is said so" {
     connect 'cat >/dev/null'
-    gives 3 '' 'veskctl: no answer within 200 ms' --timeout 200 send 68 01
+    gives 3 '' 'veskctl: no answer within 200 ms; is the device on, and is this its line?' --timeout 200 send 68 01
     gives 3 '' 'veskctl: no answer within 200 ms; this command never gets one' --timeout 200 send 8e 04
 }
 
