@@ -156,7 +156,8 @@ void Monitor::run()
             show(finder_.flush());
             line_.reset();
             if (!manner().quiet) {
-                fmt::print(stderr, "veskctl: {}\n", error.what());
+                fmt::print(stderr, "veskctl: {}\n",
+                           watched_.isSerial ? watched_.name + " was closed" : error.what());
             }
             goesOn = pause(kLook);
         }

@@ -96,6 +96,7 @@ MAC               02:76:65:73:6b:01' ]
     run -3 --separate-stderr "$VESKCTL" --serial "$device" --timeout 200 ping -c 2 -i 0
     [ "${lines[0]}" = "no answer from $device: seq=1" ]
     [[ ${lines[2]} =~ ^'2 sent, 0 answered, 100% lost, '[0-9]+' ms'$ ]]
+    [ "$stderr" = "veskctl: nobody answered at $device; is the device on, and is this its line?" ]
 }
 
 @test "ping: counts what came and what did not" {
