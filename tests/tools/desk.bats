@@ -257,3 +257,22 @@ MAC      02:76:65:73:6b:01
 <F0000f309010000fd>  reply, address 00, tag 00: read text, data 09 01 00 00
 []' ]
 }
+
+@test "the example of a driver runs every command that reads" {
+    at_desk --serial '/opt/host/bin/python3 protocol/read_all.py /dev/frontboard'
+    [ "$output" = 'read device type: <F00006801263300c2>
+read protocol version: <F00006a03010a0078>
+read system version: <F00006a04020d007d>
+read serial number: <F00006a110000007b>
+read net mask: <F000085ffffff0082>
+read IP address: <F000089c0a8006455>
+read gateway: <F00008dc0a80001f6>
+read DHCP: <F00008e0301000092>
+read MAC address, first half: <F00008e0502766570>
+read MAC address, last half: <F00008e07736b0174>
+update query: <F00009a10000000aa>
+update block size: <F00009aa107040046>
+update version: <F00009ab107010a5d>
+read data: <F0000f12000130024> c0a80064ffffff00c0a80001027665736b01ee
+read text: <F0000f300000000f3> 5b5d' ]
+}
