@@ -151,6 +151,29 @@ class Completion(unittest.TestCase):
             with self.subTest(" ".join(words)):
                 self.assertEqual(self.complete("veskctl", *words), offered)
 
+    def test_offers_the_values_of_options(self):
+        rows = [
+            (["monitor", "--color", ""], ["auto", "always", "never"]),
+            (["monitor", "--color", "a"], ["auto", "always"]),
+            (["monitor", "--time", ""], ["absolute", "delta", "none"]),
+            (["update", "--machine", ""], ["arm", "x86_64", "any"]),
+            (["update", "--progress", ""], ["bar", "json", "none"]),
+            (["update", "--restart-timeout", ""], []),
+            (["ping", "--count", ""], []),
+        ]
+        for words, offered in rows:
+            with self.subTest(" ".join(words)):
+                self.assertEqual(self.complete("veskctl", *words), offered)
+
+    def test_offers_no_value_that_veskctl_refuses(self):
+        for words, option in (["monitor"], "--color"), (["monitor"], "--time"), (["update"], "--machine"), (
+                ["update"], "--progress"):
+            for value in self.complete("veskctl", *words, option, ""):
+                with self.subTest(f"{option} {value}"):
+                    run = subprocess.run([os.environ["VESKCTL"], *words, option, value, "--help"], check=False,
+                                         capture_output=True, text=True)
+                    self.assertEqual((run.returncode, run.stderr), (0, ""))
+
     def test_offers_what_the_help_lists(self):
         veskctl = os.environ["VESKCTL"]
         self.assertEqual(self.complete(veskctl, "mon"), ["monitor"])
