@@ -80,7 +80,8 @@ constexpr char kEditFooter[] =
     "Examples:\n"
     "  EDITOR=nano veskctl sav edit view3.sav";
 
-constexpr char kCheckAbout[] = "Say what the device will do with files, and what is wrong with them";
+constexpr char kCheckAbout[] =
+    "Say what the device will do with files, and what is wrong with them";
 constexpr char kCheckFooter[] =
     "The device's own loaders are run on each file, as if it had just been started: the file is taken,\n"
     "or the defaults replace it and some of its fields are kept. Of a directory, the files are checked\n"
@@ -327,7 +328,9 @@ std::vector<Choice> addSavCommands(CLI::App &app)
 
     CLI::App *const draw = add("draw", kDrawAbout, kDrawFooter);
     draw->add_option("FILE", options->file, "A view, a page or a user setting")->required();
-    draw->add_option("-o,--output", options->other, "The picture")->required()->type_name("PICTURE");
+    draw->add_option("-o,--output", options->other, "The picture")
+        ->required()
+        ->type_name("PICTURE");
 
     CLI::App *const schema = add("schema", kSchemaAbout, kSchemaFooter);
     schema->add_option("KIND", options->kind, "What the file is")
