@@ -11,6 +11,8 @@
 #include "tools/file.h"
 #include "tools/manner.h"
 #include "tools/output.h"
+#include "tools/sav_check.h"
+#include "tools/sav_draw.h"
 #include "tools/sav_json.h"
 #include "tools/sav_table.h"
 #include "tools/text.h"
@@ -77,6 +79,29 @@ constexpr char kEditFooter[] =
     "\n"
     "Examples:\n"
     "  EDITOR=nano veskctl sav edit view3.sav";
+
+constexpr char kCheckAbout[] =
+    "Say what the device will do with files, and what is wrong with them";
+constexpr char kCheckFooter[] =
+    "The device's own loaders are run on each file, as if it had just been started: the file is taken,\n"
+    "or the defaults replace it and some of its fields are kept. Of a directory, the files are checked\n"
+    "that have a name that the device reads.\n"
+    "Exit status: 1 if anything is wrong, as a length, an identification or a value out of range.\n"
+    "\n"
+    "Examples:\n"
+    "  veskctl sav check /mnt/userdata\n"
+    "  veskctl sav check --json save0.sav | jq .faults";
+
+constexpr char kDrawAbout[] = "Draw what a device would show, as SVG";
+constexpr char kDrawFooter[] =
+    "A view, the 16 views of a page, or the program and the preview of a user setting: the visible\n"
+    "layers where they lie on the outputs, with their inputs, sizes, crops, order and transparency.\n"
+    "For views and pages, the sizes of outputs and inputs are those of a save0.sav in the same\n"
+    "directory. PICTURE may be - for standard output.\n"
+    "\n"
+    "Examples:\n"
+    "  veskctl sav draw view3.sav -o view3.svg\n"
+    "  veskctl sav draw save0.sav -o - | rsvg-convert -o save0.png";
 
 constexpr char kSchemaAbout[] = "Print the JSON Schema of what `dump --json` prints";
 constexpr char kSchemaFooter[] = "Examples:\n"
@@ -298,6 +323,15 @@ std::vector<Choice> addSavCommands(CLI::App &app)
     edit->add_option("FILE", options->file, "The file")->required();
     addKind(edit);
 
+    CLI::App *const check = add("check", kCheckAbout, kCheckFooter);
+    check->add_option("FILE", options->files, "The files, and directories with files")->required();
+
+    CLI::App *const draw = add("draw", kDrawAbout, kDrawFooter);
+    draw->add_option("FILE", options->file, "A view, a page or a user setting")->required();
+    draw->add_option("-o,--output", options->other, "The picture")
+        ->required()
+        ->type_name("PICTURE");
+
     CLI::App *const schema = add("schema", kSchemaAbout, kSchemaFooter);
     schema->add_option("KIND", options->kind, "What the file is")
         ->required()
@@ -310,6 +344,8 @@ std::vector<Choice> addSavCommands(CLI::App &app)
         {diff, [=] { return runSavDiff(options->file, options->other, kind()); }},
         {set, [=] { return runSavSet(options->file, options->assignments, kind()); }},
         {edit, [=] { return runSavEdit(options->file, kind()); }},
+        {check, [=] { return runSavCheck(options->files); }},
+        {draw, [=] { return runSavDraw(options->file, options->other); }},
         {schema, [=] { return runSavSchema(kind()); }},
     };
 }
