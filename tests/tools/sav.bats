@@ -1,6 +1,9 @@
 #!/usr/bin/env bats
 # veskctl sav at its command line: what it prints where, its exit status, and that a file is written whole
 # or not at all. VESKCTL names the program (build/release/tools/veskctl if not set).
+#
+# shellcheck disable=SC2016 # the editors' shells expand what is in single quotes
+# shellcheck disable=SC2030,SC2031 # each case has variables of its own
 
 VESKCTL=${VESKCTL:-$BATS_TEST_DIRNAME/../../build/release/tools/veskctl}
 
@@ -376,4 +379,27 @@ edits() {
     cmp save0.sav before
     editor 'sed -i "s/\"pageNumber\": 0/\"pageNumber\": 7/" "$1"; echo more >>save0.sav'
     edits 4 'veskctl: save0.sav has changed meanwhile; nothing was written, and the text is kept in NAME' save0.sav
+}
+
+@test "docs/files.md: its examples do what they say" {
+    "$VESKCTL" sav set -q view3.sav viewNumber=3
+    cp save0.sav save0.sav.old
+    "$VESKCTL" sav dump --json view3.sav >view3.json
+    mkdir userdata
+    cp ./*.sav userdata
+    editor :
+    veskctl() { "$VESKCTL" "$@"; }
+    local line count=0
+    while IFS= read -r line; do
+        [[ $line =~ ^'    '(veskctl sav .*[^ ])('   '.*)?$ ]] || continue
+        line=${BASH_REMATCH[1]%%   *}
+        echo "$line"
+        eval "${line//'/tmp/userdata'/userdata}"
+        count=$((count + 1))
+    done <"$BATS_TEST_DIRNAME/../../docs/files.md"
+    [ "$count" -eq 10 ]
+    gives 1 'viewNumber: 3 -> 4' '' diff view3.sav view4.sav
+    gives 1 'outputTiming[3].hStart: 192 -> 128
+program.layerAlpha[0]: 0 -> 255' '' diff save0.sav.old save0.sav
+    grep -q '<svg' view3.svg
 }
