@@ -1,5 +1,5 @@
 // Pictures of views: where the layers lie, and what is written about them. The coordinates are
-// worked out by hand. sav_draw_test.py reads pictures as XML.
+// worked out by hand. sav_output_test.py reads pictures as XML.
 
 #include "tools/sav_draw.h"
 

@@ -1,19 +1,25 @@
 #!/usr/bin/env python3
-"""Pictures of settings files, read as XML: VESKCTL draws files that are packed here by the offsets of docs/files.md.
+"""What `sav check` and `sav draw` of VESKCTL print of files that are packed here by the offsets of docs/files.md.
 
-Each layer has to be a rectangle in pixels of the output, under an <svg> whose viewBox is the area that is drawn.
+JSON has to be as its schema says. In a picture, read as XML, each layer has to be a rectangle in pixels of the
+output, under an <svg> whose viewBox is the area that is drawn.
 """
+import json
 import os
 import random
 import struct
 import subprocess
 import sys
 import tempfile
+import textwrap
 import unittest
 import xml.etree.ElementTree as ET
 
 VESKCTL = os.environ["VESKCTL"]
-FIRST_START = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "data", "first-start", "save0.sav")
+HERE = os.path.dirname(os.path.abspath(__file__))
+DOCUMENT = os.path.join(HERE, "..", "..", "docs", "files.md")
+FIRST_START = os.path.join(HERE, "..", "data", "first-start", "save0.sav")
+VALIDATE = os.path.join(HERE, "validate.py")
 SVG = "{http://www.w3.org/2000/svg}"
 VIEW_SIZE = 3996
 PREVIEW, PROGRAM = 3812, 7808
@@ -43,7 +49,7 @@ def layers_of(area):
             for each in area.findall(f"{SVG}rect[@class='layer']")]
 
 
-class Draw(unittest.TestCase):
+class Files(unittest.TestCase):
     def setUp(self):
         self.folder = tempfile.TemporaryDirectory()
         self.addCleanup(self.folder.cleanup)
@@ -54,6 +60,56 @@ class Draw(unittest.TestCase):
             file.write(content)
         return path
 
+
+class Check(Files):
+    def check(self, status, *arguments):
+        done = subprocess.run([VESKCTL, "sav", "check", *arguments], capture_output=True, text=True, check=False)
+        self.assertEqual((done.returncode, done.stderr), (status, ""), done.stdout)
+        return done.stdout
+
+    def test_document(self):
+        """The example in docs/files.md."""
+        self.file("DevInfo.sav", struct.pack("<5I", 0x4BCD365C, 70000, 0, 1, 0))
+        with open(DOCUMENT, encoding="utf-8") as file:
+            example = file.read().split("the exit status is 1:\n\n")[1].split("\n\n")[0]
+        output = self.check(1, os.path.join(self.folder.name, "DevInfo.sav"))
+        self.assertEqual(textwrap.dedent(example), output.replace(self.folder.name, "userdata").rstrip("\n"))
+
+    def test_json(self):
+        with open(FIRST_START, "rb") as file:
+            setting = file.read()
+        self.file("save0.sav", setting)
+        self.file("save1.sav", b"\0" + setting)
+        self.file("view0.sav", view({}))
+        self.file("view1.sav", view({})[:3000])
+        self.file("page2_0.sav", b"x" * 40000)
+        self.file("DevInfo.sav", b"")
+        os.mkfifo(os.path.join(self.folder.name, "timeCon0.sav"))
+        output = self.check(1, "--json", self.folder.name)
+        subprocess.run([sys.executable, VALIDATE, "sav-check"], input=output, text=True, check=True)
+        findings = [json.loads(line) for line in output.splitlines()]
+        self.assertEqual([(each["read_as"], each["verdict"], len(each["faults"]) > 0) for each in findings], [
+            ("UserPref.sav", "missing", False),
+            ("DevInfo.sav", "reset", True),
+            ("save0.sav", "taken", False),
+            ("save1.sav", "reset", True),
+            ("view0.sav", "taken", False),
+            ("view1.sav", "refused", True),
+            ("page2_0.sav", "refused", True),
+            ("timeCon0.sav", "missing", True),
+            ("workTime.sav", "missing", False)])
+
+    def test_bad_input(self):
+        fifo = os.path.join(self.folder.name, "view4.sav")
+        os.mkfifo(fifo)
+        for path, status in ((fifo, 2), (self.file("other", b"x"), 2), (self.file("save0.sav", b"x" * 3000000), 2),
+                             (os.path.join(self.folder.name, "none"), 4)):
+            with self.subTest(path=path):
+                done = subprocess.run([VESKCTL, "sav", "check", path], capture_output=True, text=True, check=False)
+                self.assertEqual((done.returncode, done.stdout, done.stderr.count("\n")), (status, "", 1), done.stderr)
+
+
+class Draw(Files):
     def test_view(self):
         path = self.file("view3.sav", view({
             0: (0, (0, 0, 3840, 2160), (0, 0, 1920, 1080), 10, 255),
