@@ -179,6 +179,16 @@ class Completion(unittest.TestCase):
         self.assertEqual(self.complete(veskctl, "mon"), ["monitor"])
         self.assertEqual(self.complete(veskctl, "network", ""), ["read", "write"])
         self.assertIn("--query", self.complete(veskctl, "update", "--"))
+        self.assertEqual(self.complete(veskctl, "sav", "d"), ["dump", "diff", "draw"])
+
+    def test_offers_files_and_kinds_of_settings(self):
+        veskctl = os.environ["VESKCTL"]
+        here = os.path.dirname(__file__)
+        self.assertEqual(self.complete(veskctl, "sav", "dump", f"{here}/gen"), [f"{here}/generate_test.py"])
+        self.assertEqual(self.complete(veskctl, "sav", "make", "x.json", "-o", f"{here}/gen"),
+                         [f"{here}/generate_test.py"])
+        self.assertEqual(self.complete(veskctl, "sav", "diff", "--kind", "v"), ["view"])
+        self.assertEqual(self.complete(veskctl, "sav", "schema", "U"), ["UserPref"])
 
 
 if __name__ == "__main__":
