@@ -403,3 +403,32 @@ edits() {
 program.layerAlpha[0]: 0 -> 255' '' diff save0.sav.old save0.sav
     grep -q '<svg' view3.svg
 }
+
+@test "every subcommand's help lists two examples, and the man page its options" {
+    local subcommand option page=$BATS_TEST_TMPDIR/page
+    "$BATS_TEST_DIRNAME/../../protocol/generate.py" manual "$page"
+    for subcommand in dump make diff set edit check draw schema; do
+        run -0 "$VESKCTL" sav "$subcommand" --help
+        [ "$(grep -c '^  *\(veskctl\|.*| veskctl\) ' <<<"$output")" -ge 2 ] || { echo "examples: $subcommand"; false; }
+        grep -q "^\*sav $subcommand\*" "$page"
+        while read -r option; do
+            grep -q -- "\*$option\*" "$page" || { echo "the page lacks $option"; false; }
+        done < <(grep -oE '^  (-[a-z],)?--[a-z-]+' <<<"$output" | grep -oE -- '--[a-z-]+')
+    done
+    run -2 "$VESKCTL" sav
+    [ "$output" = 'veskctl: a subcommand is missing; possible are: dump, make, diff, set, edit, check, draw, schema; see `veskctl sav --help`' ]
+    run -2 "$VESKCTL" sav dmp
+    [ "$output" = 'veskctl: "dmp" is not a subcommand (did you mean "dump"?); possible are: dump, make, diff, set, edit, check, draw, schema; see `veskctl sav --help`' ]
+}
+
+@test "output that cannot be written, status 4, of diff 2" {
+    local said='veskctl: cannot write the output: No space left on device' arguments
+    for arguments in 'dump save0.sav' 'dump --json save0.sav' 'schema view'; do
+        run -4 bash -c '"$0" sav $1 >/dev/full' "$VESKCTL" "$arguments"
+        [ "$output" = "$said" ]
+    done
+    cp workTime.sav other
+    "$VESKCTL" sav set -q other 'counters[0]=1'
+    run -2 bash -c '"$0" sav diff workTime.sav other >/dev/full' "$VESKCTL"
+    [ "$output" = "$said" ]
+}
