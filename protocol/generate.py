@@ -5,8 +5,8 @@
   generate.py rows [FILE]         the rows of the command table, C++ to include in a test
   generate.py completion [FILE]   completion of veskctl for bash
   generate.py manual [FILE]       man page of veskctl for scdoc
-  generate.py docs                docs/protocol.md anew, between its markers
-  generate.py docs --check        nothing; fails if that would change it, or its time-outs differ
+  generate.py docs                docs/protocol.md and mkdocs.yml anew, between their markers, and docs/commands/
+  generate.py docs --check        nothing; fails if that would change one, or the time-outs differ
 
 Refuses a vesk.yaml that contradicts itself, and says where. Its keys are vesk.schema.json's business.
 """
@@ -19,7 +19,8 @@ import sys
 import yaml
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-DOCUMENT = os.path.join(os.path.dirname(HERE), "docs", "protocol.md")
+ROOT = os.path.dirname(HERE)
+DOCUMENT = os.path.join(ROOT, "docs", "protocol.md")
 PLACES = ["dat1", "dat2", "dat3", "dat4"]
 ADDRESSES = ["ipv4", "mask"]
 
@@ -60,11 +61,11 @@ def check_field(table, where, field):
     for number in [*field.get("range", []), field.get("usual", 0), *values]:
         if not 0 <= number <= most:
             refuse(where, f"{number} does not fit into {field['type']}")
-    value = field.get("value", 0)
-    if isinstance(value, list) and len(value) != length_of(table, field):
-        refuse(where, f"{len(value)} bytes in a field of {length_of(table, field)}")
-    if not isinstance(value, list) and not 0 <= value <= most:
-        refuse(where, f"{value} does not fit into {field['type']}")
+    for value in field.get("value", 0), field.get("example", 0):
+        if isinstance(value, list) and len(value) != length_of(table, field):
+            refuse(where, f"{len(value)} bytes in a field of {length_of(table, field)}")
+        if not isinstance(value, list) and not 0 <= value <= most:
+            refuse(where, f"{value} does not fit into {field['type']}")
 
 
 def check_places(table, command, fields, what):
@@ -116,6 +117,8 @@ def check_commands(table):
         for key in "payload", "answer_payload":
             if key in command and command[key] not in table["payloads"]:
                 refuse(code, f"there is no payload \"{command[key]}\"")
+        if command.get("example_after", command["name"]) not in [each["name"] for each in table["commands"]]:
+            refuse(code, f"example_after: there is no command \"{command['example_after']}\"")
         free = [field for field in answer_of(command) if "value" not in field]
         is_free = "dat1" not in command and sum(length_of(table, field) for field in free) == len(PLACES)
         if is_free != command.get("ff_is_data", False):
@@ -139,8 +142,7 @@ def load(path=os.path.join(HERE, "vesk.yaml")):
 # Rows of the command table, as the document and the tests have them -----------------------------------
 
 
-def bytes_of_value(table, field):
-    value = field["value"]
+def bytes_of(table, field, value):
     if isinstance(value, list):
         return value
     order = "little" if field.get("order") == "low first" else "big"
@@ -150,7 +152,7 @@ def bytes_of_value(table, field):
 def byte_names(table, field):
     """What the document calls the bytes of a field."""
     if "value" in field:
-        return [f"{byte:02X}" for byte in bytes_of_value(table, field)]
+        return [f"{byte:02X}" for byte in bytes_of(table, field, field["value"])]
     length = length_of(table, field)
     if field["type"] == "version":
         return ["major", "minor"]
@@ -239,7 +241,7 @@ def command_rows(table):
 
 def markdown(heads, rows):
     lines = ["| " + " | ".join(heads) + " |", "|" + "---|" * len(heads)]
-    return lines + ["| " + " | ".join(cells).replace("|  |", "| |") + " |" for cells in rows]
+    return lines + [re.sub(r"\|  (?=\|)", "| ", "| " + " | ".join(cells) + " |") for cells in rows]
 
 
 def commands_table(rows):
@@ -323,18 +325,43 @@ def check_times(table, document):
             refuse(code, f"docs/protocol.md (Payloads) says that the device waits {waits[code]:.0f} ms")
 
 
-def write_document(table, check):
+def documents(table):
+    """The files that are made of the table, or hold something that is: their text, by path below the root."""
+    import pages  # it uses what stands above
+
+    texts = dict(pages.command_pages(table))
     with open(DOCUMENT, encoding="utf-8") as file:
-        old = file.read()
-    new = document_from(table, old)
-    check_times(table, new)
-    if check and new != old:
-        sys.stdout.writelines(list(difflib.unified_diff(old.splitlines(True), new.splitlines(True),
-                                                   "docs/protocol.md", "made from protocol/vesk.yaml", n=0)))
-        raise Refused("docs/protocol.md is not what protocol/vesk.yaml makes of it; run protocol/generate.py docs")
-    if not check:
-        with open(DOCUMENT, "w", encoding="utf-8") as file:
-            file.write(new)
+        texts["docs/protocol.md"] = document_from(table, file.read())
+    with open(os.path.join(ROOT, "mkdocs.yml"), encoding="utf-8") as file:
+        texts["mkdocs.yml"] = pages.navigation_in(table, file.read())
+    return texts
+
+
+def read_if_there(path):
+    if not os.path.exists(path):
+        return ""
+    with open(path, encoding="utf-8") as file:
+        return file.read()
+
+
+def write_documents(table, check):
+    texts = documents(table)
+    check_times(table, texts["docs/protocol.md"])
+    folder = os.path.join(ROOT, "docs", "commands")
+    strangers = [name for name in sorted(os.listdir(folder)) if f"docs/commands/{name}" not in texts]
+    if check and strangers:
+        raise Refused(f"docs/commands/{strangers[0]}: protocol/vesk.yaml has no such command")
+    for name in strangers:
+        os.remove(os.path.join(folder, name))
+    for path, new in texts.items():
+        old = read_if_there(os.path.join(ROOT, path))
+        if check and new != old:
+            sys.stdout.writelines(list(difflib.unified_diff(old.splitlines(True), new.splitlines(True), path,
+                                                            "made from protocol/vesk.yaml", n=0)))
+            raise Refused(f"{path} is not what protocol/vesk.yaml makes of it; run protocol/generate.py docs")
+        if new != old:
+            with open(os.path.join(ROOT, path), "w", encoding="utf-8") as file:
+                file.write(new)
 
 
 # C++ --------------------------------------------------------------------------------------------------
@@ -424,7 +451,7 @@ def manual(table):
 def main(arguments):
     kinds = {"manual": manual, "veskctl": veskctl_table, "rows": test_rows, "completion": completion}
     if arguments[:1] == ["docs"] and arguments[1:] in ([], ["--check"]):
-        write_document(load(), arguments[1:] == ["--check"])
+        write_documents(load(), arguments[1:] == ["--check"])
     elif len(arguments) in (1, 2) and arguments[0] in kinds:
         text = kinds[arguments[0]](load())
         if len(arguments) == 1:
