@@ -18,6 +18,7 @@ import sys
 
 import yaml
 
+sys.dont_write_bytecode = True
 HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(HERE)
 DOCUMENT = os.path.join(ROOT, "docs", "protocol.md")
@@ -327,7 +328,8 @@ def check_times(table, document):
 
 def documents(table):
     """The files that are made of the table, or hold something that is: their text, by path below the root."""
-    import pages  # it uses what stands above
+    sys.modules.setdefault("generate", sys.modules[__name__])  # the pages are made with what stands above
+    import pages
 
     texts = dict(pages.command_pages(table))
     with open(DOCUMENT, encoding="utf-8") as file:
