@@ -279,10 +279,15 @@ def chapter_of(table, command):
 
 def capture_of(command):
     """The capture of the command's family, if there is one."""
-    paths = sorted(glob.glob(os.path.join(generate.ROOT, "docs", "captures", "*.pcap*")))
-    names = [os.path.basename(path) for path in paths]
-    code = f"{command['code']:02x}"
-    return next((name for name in names if code in re.split(r"[-_.]", name.lower())), None)
+    code = command["code"]
+    families = {0xF0: "network-record", 0xF1: "network-record", 0xF2: "text", 0xF3: "text", 0x9A: "update-commands"}
+    family = families.get(code, "network-settings" if code in CHAPTERS else "device")
+    if command["answer"] == "nak":
+        family = "not-supported"
+    elif command.get("payload") == "block":
+        family = "update"
+    paths = sorted(glob.glob(os.path.join(generate.ROOT, "docs", "captures", f"{family}.pcap*")))
+    return os.path.basename(paths[0]) if paths else None
 
 
 def page(table, command):
@@ -299,13 +304,14 @@ def page(table, command):
             lines += ["", f"## {title}", "", *payload_table(table, command[key])]
     lines += ["", "## Example", "", *[f"    {line}" for line in frames(table, command)]]
     lines += ["", "With `veskctl`:", "", "```console", *session(table, command), "```"]
-    lines += ["", "## Times and refusals", "", *textwrap.wrap(times(table, command), 118), "", *refusals(table, command)]
+    lines += ["", "## Times and refusals", "", *textwrap.wrap(times(table, command), 118), ""]
+    lines += refusals(table, command)
     chapter = chapter_of(table, command)
     anchor = chapter.lower().replace(" ", "-")
     lines += ["", "## More", "", f"- [{chapter}](../protocol.md#{anchor}) in the protocol"]
     capture = capture_of(command)
     if capture:
-        lines += [f"- [A capture](../captures/{capture}) for Wireshark"]
+        lines += [f"- [{capture}](../captures/{capture}), a capture of this command and those like it, for Wireshark"]
     lines += ["- [All commands](README.md)"]
     return "\n".join(lines) + "\n"
 

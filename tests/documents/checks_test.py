@@ -67,6 +67,10 @@ class Site(unittest.TestCase):
                          ["a.css: loads https://example.org/f.woff"])
         self.assertEqual(self.faults("", known=("",)), ["b.html: search does not know it"])
 
+    def test_finds_a_file_without_a_link(self):
+        files = {"docs/a.json": "{}", "docs/b.json": "{}"}
+        self.assertEqual(self.faults('<a href="docs/a.json">a</a>', files), ["docs/b.json: no page has a link to it"])
+
 
 class Messages(unittest.TestCase):
     def run_with(self, headings, files):
@@ -111,7 +115,8 @@ class Messages(unittest.TestCase):
         self.assertTrue(self.run_with(["tank N is empty again"], {"src/a/a.cpp": source}))
 
     def test_help_is_no_message(self):
-        source = 'const char *const kFooter = "What the tank is for";\nvoid f() { a.add_flag("-t", t, "Fill the tank"); }'
+        source = ('const char *const kFooter = "What the tank is for";\n'
+                  'void f() { a.add_flag("-t", t, "Fill the tank"); }')
         self.assertEqual(self.run_with([], {"tools/a.cpp": source}), [])
 
     def test_finds_a_heading_without_a_message(self):
