@@ -30,6 +30,7 @@
 #include "tools/player.h"
 #include "tools/ports.h"
 #include "tools/record.h"
+#include "tools/sav.h"
 #include "tools/subcommands.h"
 #include "tools/text.h"
 #include "tools/transcript.h"
@@ -713,6 +714,10 @@ int run(int argc, char **argv)
         {consoleCommand, [&options] { return console(options); }},
         {playCommand, [&options] { return play(options); }},
     };
+    for (const Choice &choice : addSavCommands(app)) {
+        addOptions(*choice.command, options, kOutput | kData);
+        choices.push_back(choice);
+    }
 
     try {
         app.parse(argc, argv);

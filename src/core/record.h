@@ -6,8 +6,11 @@
 //
 // The lines are at the top of the record's source file. A record that is stored as a file has them
 // in a ".def" file beside its header instead. The lines there have no semicolon, so that a program
-// can walk them: it undefines the macros below if it includes this header, defines both in its own
-// way, includes the .def file, and undefines both again.
+// can walk them: it undefines RECORD_FIELD and RECORD_SIZE, defines both in its own way, includes
+// the .def file, and undefines both again. The .def files also say what people want to know of a
+// field, in the words of docs/files.md: a RECORD_FIELD_IN line has the unit or the range of its
+// values, and a RECORD_CHAPTER line begins the chapter that the records after it belong to. A
+// program that wants to know either defines these two in its own way as well.
 
 #include <bit>
 #include <cstddef>
@@ -34,6 +37,11 @@ using RecordMember = std::conditional_t<count == 1, Type, Type[count]>;
 
 #define RECORD_SIZE(record, bytes)                                                                 \
     static_assert(sizeof(record) == (bytes), #record " is not of " #bytes " bytes");
+
+#define RECORD_FIELD_IN(record, offset, type, count, field, unit)                                  \
+    RECORD_FIELD(record, offset, type, count, field)
+
+#define RECORD_CHAPTER(title)
 // NOLINTEND(bugprone-macro-parentheses)
 
 // A RECORD_FIELD or RECORD_SIZE line as data.

@@ -27,17 +27,19 @@ namespace {
 struct Field {
     size_t offset;
     std::string type, name; // types are "u8", "u16[4]", "Layer[96]"
+    std::string unit;       // or range
     bool operator==(const Field &) const = default;
 };
 
 std::ostream &operator<<(std::ostream &out, const Field &field)
 {
-    return out << field.offset << ' ' << field.type << ' ' << field.name;
+    return out << field.offset << ' ' << field.type << ' ' << field.name << ' ' << field.unit;
 }
 
 struct Record {
     std::vector<Field> fields;
     size_t size = 0;
+    std::string chapter;
     bool operator==(const Record &) const = default;
 };
 
@@ -57,15 +59,22 @@ std::string documentsName(const std::string &type, size_t count)
 
 std::ostream &operator<<(std::ostream &out, const Record &record)
 {
-    return out << record.size << " bytes: " << testing::PrintToString(record.fields);
+    return out << record.chapter << ", " << record.size
+               << " bytes: " << testing::PrintToString(record.fields);
 }
 
 Records readRecords()
 {
     Records records;
+    std::string chapter;
+#define RECORD_FIELD_IN(record, offset, type, count, field, unit)                                  \
+    records[#record].fields.push_back({(offset), documentsName(#type, (count)), #field, unit});
 #define RECORD_FIELD(record, offset, type, count, field)                                           \
-    records[#record].fields.push_back({(offset), documentsName(#type, (count)), #field});
-#define RECORD_SIZE(record, bytes) records[#record].size = (bytes);
+    RECORD_FIELD_IN(record, offset, type, count, field, "")
+#define RECORD_SIZE(record, bytes)                                                                 \
+    records[#record].size = (bytes);                                                               \
+    records[#record].chapter = chapter;
+#define RECORD_CHAPTER(title) chapter = title;
 #include "storage/DeviceInfo.def"
 #include "storage/TimeControl.def"
 #include "storage/UserPref.def"
@@ -123,21 +132,25 @@ Document readDocument()
     Document document;
     std::istringstream lines(contentOf(FILES_DOCUMENT));
     std::string chapter;
+    std::string section;   // of the chapter; the chapter itself before its first one
     std::string structure; // the one that was named last
     std::smatch match;
     for (std::string line; std::getline(lines, line);) {
         if (line.rfind("## ", 0) == 0) {
-            chapter = line.substr(3);
+            chapter = section = line.substr(3);
+        } else if (line.rfind("### ", 0) == 0) {
+            section = line.substr(4);
         } else if (std::regex_search(line, match, structureName)) {
             structure = match[1];
             document.records[structure].size = bytesIn(line);
+            document.records[structure].chapter = section;
         } else if (std::regex_match(line, match, dumpLine)) {
             document.dumps[chapter].push_back(match[1]);
         }
         const std::vector<std::string> cells = cellsOf(line);
         if (cells.size() == 7 && isNumber(cells[1])) {
             document.records[structure].fields.push_back(
-                {std::stoul(cells[1]), cells[2], cells[3]});
+                {std::stoul(cells[1]), cells[2], cells[3], cells[4]});
             document.defaults[structure].push_back(cells[6]);
         } else if (chapter == "Files" && cells.size() == 4) {
             document.files[cells[1]] = cells[2];
@@ -147,7 +160,7 @@ Document readDocument()
 }
 
 // The compiler proves that the fields of a record fill it without a gap.
-TEST(FilesDocument, HasATableForEveryRecordWithItsFieldsAndSize)
+TEST(FilesDocument, HasATableForEveryRecordWithItsFieldsUnitsAndSize)
 {
     const Records inSource = readRecords();
     EXPECT_EQ(inSource.size(), 22u);

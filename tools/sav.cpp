@@ -1,0 +1,351 @@
+#include "tools/sav.h"
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include "tools/errors.h"
+#include "tools/file.h"
+#include "tools/manner.h"
+#include "tools/output.h"
+#include "tools/sav_check.h"
+#include "tools/sav_draw.h"
+#include "tools/sav_json.h"
+#include "tools/sav_table.h"
+#include "tools/text.h"
+
+namespace {
+
+// A text of a page is 30 times as long as its file.
+constexpr size_t kLongestText = 64 * kLongestSav;
+
+constexpr char kAbout[] = "Look at settings files and change them, on this computer";
+constexpr char kFooter[] =
+    "The files are those of /userdata/ on the device (docs/files.md): UserPref.sav, DevInfo.sav,\n"
+    "save0.sav, view0.sav, page0_0.sav, timeCon0.sav and workTime.sav. Under another name a file is\n"
+    "known by its identification; --kind says it where that is damaged. A file is written whole or\n"
+    "not at all.\n"
+    "\n"
+    "Examples:\n"
+    "  veskctl sav dump UserPref.sav\n"
+    "  veskctl sav dump --json view3.sav | jq '.fields.layers[0]'\n"
+    "  veskctl sav diff save0.sav save0.sav.old\n"
+    "  veskctl sav set view3.sav 'layers[0].windowX=960' 'layerAlpha[0]=255'\n"
+    "  veskctl sav edit save0.sav";
+
+constexpr char kDumpAbout[] = "Print files by chapter and field";
+constexpr char kDumpFooter[] =
+    "Chapters, fields and units are those of docs/files.md. Bytes of unknown meaning are hexadecimal.\n"
+    "With --json each file is one object on a line, of which `make` makes the file again, byte for\n"
+    "byte, also if it is too short or too long; docs/schema/ has a schema for each kind.\n"
+    "\n"
+    "Examples:\n"
+    "  veskctl sav dump UserPref.sav DevInfo.sav\n"
+    "  veskctl sav dump --json save0.sav | jq .fields.customResolution";
+
+constexpr char kMakeAbout[] = "Make a file of what `dump --json` has printed";
+constexpr char kMakeFooter[] =
+    "\"length\", \"rest\" and \"file\" may be missing: then the file is "
+    "whole. FILE may be - for standard input.\n"
+    "\n"
+    "Examples:\n"
+    "  veskctl sav make view3.json -o view3.sav\n"
+    "  veskctl sav dump --json view3.sav | jq '.fields.viewNumber = 4' |\n"
+    "      veskctl sav make - -o view4.sav";
+
+constexpr char kDiffAbout[] = "Print the fields that differ between two files of one kind";
+constexpr char kDiffFooter[] = "Exit status: 0 the same, 1 different, 2 something went wrong.\n"
+                               "\n"
+                               "Examples:\n"
+                               "  veskctl sav diff save0.sav /tmp/save0.sav";
+
+constexpr char kSetAbout[] = "Set fields of a file";
+constexpr char kSetFooter[] =
+    "FIELD is a name as `dump` prints it. A number is decimal, or hexadecimal with 0x; bytes of unknown\n"
+    "meaning are two digits each. An array takes all its values with commas between them, or one with\n"
+    "its number in brackets. What has changed is printed.\n"
+    "\n"
+    "Examples:\n"
+    "  veskctl sav set UserPref.sav dhcpEnable=0 ipAddress=192.168.0.55\n"
+    "  veskctl sav set save0.sav 'outputTiming[3].hStart=128' 'program.layerAlpha[0]=255'";
+
+constexpr char kEditAbout[] = "Change a file as JSON in an editor";
+constexpr char kEditFooter[] =
+    "The editor is $VISUAL or $EDITOR, or vi. If the text is no such file afterwards, the message says\n"
+    "where, the text is kept, and the file stays as it was.\n"
+    "\n"
+    "Examples:\n"
+    "  EDITOR=nano veskctl sav edit view3.sav";
+
+constexpr char kCheckAbout[] =
+    "Say what the device will do with files, and what is wrong with them";
+constexpr char kCheckFooter[] =
+    "The device's own loaders are run on each file, as if it had just been started: the file is taken,\n"
+    "or the defaults replace it and some of its fields are kept. Of a directory, the files are checked\n"
+    "that have a name that the device reads.\n"
+    "Exit status: 1 if anything is wrong, as a length, an identification or a value out of range.\n"
+    "\n"
+    "Examples:\n"
+    "  veskctl sav check /mnt/userdata\n"
+    "  veskctl sav check --json save0.sav | jq .faults";
+
+constexpr char kDrawAbout[] = "Draw what a device would show, as SVG";
+constexpr char kDrawFooter[] =
+    "A view, the 16 views of a page, or the program and the preview of a user setting: the visible\n"
+    "layers where they lie on the outputs, with their inputs, sizes, crops, order and transparency.\n"
+    "For views and pages, the sizes of outputs and inputs are those of a save0.sav in the same\n"
+    "directory. PICTURE may be - for standard output.\n"
+    "\n"
+    "Examples:\n"
+    "  veskctl sav draw view3.sav -o view3.svg\n"
+    "  veskctl sav draw save0.sav -o - | rsvg-convert -o save0.png";
+
+constexpr char kSchemaAbout[] = "Print the JSON Schema of what `dump --json` prints";
+constexpr char kSchemaFooter[] = "Examples:\n"
+                                 "  veskctl sav schema view";
+
+// A value before and after, as a line or as JSON.
+void printChange(std::string_view name, const std::pair<std::string, std::string> &texts)
+{
+    const auto orDash = [](const std::string &text) { return text.empty() ? "-" : text; };
+    if (manner().json) {
+        fmt::print("{{\"field\":\"{}\",\"before\":{},\"after\":{}}}\n", name, texts.first,
+                   texts.second);
+    } else {
+        fmt::print("{}: {} -> {}\n", name, orDash(texts.first), orDash(texts.second));
+    }
+}
+
+// What differs between two files of one kind. Returns how many values do.
+size_t printChanges(const SavFile &before, const SavFile &after)
+{
+    const auto append = manner().json ? appendJson : appendText;
+    size_t changes = 0;
+    for (const SavValue &value : savValues(before.kind)) {
+        std::pair<std::string, std::string> texts;
+        append(*value.field, before.bytes, value.at, texts.first);
+        append(*value.field, after.bytes, value.at, texts.second);
+        if (texts.first != texts.second) {
+            printChange(value.name, texts);
+            changes += 1;
+        }
+    }
+    if (before.bytes.size() != after.bytes.size()) {
+        printChange("length",
+                    {std::to_string(before.bytes.size()), std::to_string(after.bytes.size())});
+        changes += 1;
+    }
+    const auto restOf = [](const SavFile &file) {
+        const std::string digits = hexOf(std::string_view(file.bytes).substr(endOfSavValues(file)));
+        return manner().json ? '"' + digits + '"' : digits;
+    };
+    if (restOf(before) != restOf(after)) {
+        printChange("rest", {restOf(before), restOf(after)});
+        changes += 1;
+    }
+    return changes;
+}
+
+// "outputTiming[3].hStart=128"
+void assign(SavFile &file, const std::string &assignment)
+{
+    const size_t equals = assignment.find('=');
+    if (equals == std::string::npos) {
+        throw UsageError(fmt::format("\"{}\" is not FIELD=VALUE", escape(assignment)));
+    }
+    const std::string name = assignment.substr(0, equals);
+    const std::string text = assignment.substr(equals + 1);
+    const std::vector<SavValue> values = findValues(file.kind, name);
+    std::vector<std::string> parts;
+    if (values.size() == 1) {
+        parts.push_back(text);
+    } else {
+        for (size_t at = 0; at <= text.size();) {
+            const size_t end = std::min(text.find_first_of(", ", at), text.size());
+            if (end > at) {
+                parts.push_back(text.substr(at, end - at));
+            }
+            at = end + 1;
+        }
+    }
+    if (parts.size() != values.size()) {
+        throw UsageError(fmt::format("{} has {} values, and there are {} in \"{}\"", name,
+                                     values.size(), parts.size(), escape(text)));
+    }
+    for (size_t i = 0; i < values.size(); ++i) {
+        const SavValue &value = values[i];
+        const size_t count = bytesThere(*value.field, file.bytes, value.at);
+        if (count == 0 || (count < value.field->bytes && value.field->form != SavForm::kBytes)) {
+            throw UsageError(fmt::format("{} ends before {}: it has {} bytes", file.path,
+                                         value.name, file.bytes.size()));
+        }
+        try {
+            storeText(*value.field, parts[i], file.bytes, value.at);
+        } catch (const UsageError &error) {
+            throw UsageError(fmt::format("{}: {}", value.name, error.what()));
+        }
+    }
+}
+
+// What the user has chosen.
+struct SavOptions {
+    std::vector<std::string> files;
+    std::string file;
+    std::string other;
+    std::vector<std::string> assignments;
+    std::string kind;
+};
+
+} // namespace
+
+int runSavDump(const std::vector<std::string> &files, SavKind kind)
+{
+    int status = kDone;
+    const auto report = [&status](const std::exception &error, int which) {
+        flushOutput();
+        fmt::print(stderr, "veskctl: {}\n", error.what());
+        status = std::max(status, which);
+    };
+    bool isFirst = true;
+    for (const std::string &path : files) {
+        SavFile file;
+        try {
+            file = readSav(path, kind);
+        } catch (const UsageError &error) {
+            report(error, kUsage);
+            continue;
+        } catch (const LocalError &error) {
+            report(error, kLocalFailure);
+            continue;
+        }
+        const std::string text = manner().json ? jsonOfSav(file, SavLayout::kOneLine) + '\n'
+                                               : (isFirst ? "" : "\n") + tableOfSav(file);
+        std::fwrite(text.data(), 1, text.size(), stdout);
+        isFirst = false;
+    }
+    return status;
+}
+
+int runSavMake(const std::string &source, const std::string &file)
+{
+    const std::string text =
+        source == "-" ? contentOf("/dev/stdin") : readRegular(source, "a JSON text", kLongestText);
+    const SavFile made = savOfJson(text, source == "-" ? "standard input" : source);
+    const SavKind kind = kindOf(file, "");
+    if (kind != SavKind::kUnknown && kind != made.kind) {
+        throw UsageError(fmt::format("{} is the name of a {} file, and {} has a {}", file,
+                                     nameOf(kind), source, nameOf(made.kind)));
+    }
+    replaceFile(file, made.bytes);
+    return kDone;
+}
+
+int runSavDiff(const std::string &before, const std::string &after, SavKind kind)
+{
+    try {
+        const SavFile a = readSav(before, kind);
+        const SavFile b = readSav(after, kind);
+        if (a.kind != b.kind) {
+            throw UsageError(fmt::format("{} is a {} file and {} a {} file", before, nameOf(a.kind),
+                                         after, nameOf(b.kind)));
+        }
+        const size_t changes = a.bytes == b.bytes ? 0 : printChanges(a, b);
+        flushOutput();
+        return changes == 0 ? kDone : kRefused;
+    } catch (const LocalError &error) {
+        throw UsageError(error.what());
+    }
+}
+
+int runSavSet(const std::string &path, const std::vector<std::string> &assignments, SavKind kind)
+{
+    const SavFile before = readSav(path, kind);
+    SavFile after = before;
+    for (const std::string &assignment : assignments) {
+        assign(after, assignment);
+    }
+    if (after.bytes != before.bytes) {
+        replaceFile(path, after.bytes);
+        printChanges(before, after);
+    } else if (!manner().quiet) {
+        fmt::print(stderr, "veskctl: nothing was changed\n");
+    }
+    return kDone;
+}
+
+int runSavSchema(SavKind kind)
+{
+    fmt::print("{}\n", schemaOfSav(kind));
+    return kDone;
+}
+
+std::vector<Choice> addSavCommands(CLI::App &app)
+{
+    const auto options = std::make_shared<SavOptions>();
+    CLI::App *const sav = app.add_subcommand("sav", kAbout);
+    sav->footer(kFooter);
+    sav->require_subcommand(1);
+    const auto add = [sav](const char *name, const char *about, const char *footer) {
+        CLI::App *const command = sav->add_subcommand(name, about);
+        command->footer(footer);
+        return command;
+    };
+    const auto addKind = [&options](CLI::App *command) {
+        command->add_option("--kind", options->kind, "What the file is, whatever its name")
+            ->type_name("KIND")
+            ->check(CLI::IsMember(savKindNames()).description(""));
+    };
+
+    CLI::App *const dump = add("dump", kDumpAbout, kDumpFooter);
+    dump->add_option("FILE", options->files, "The files")->required();
+    addKind(dump);
+
+    CLI::App *const make = add("make", kMakeAbout, kMakeFooter);
+    make->add_option("FILE", options->file, "The JSON text")->required();
+    make->add_option("-o,--output", options->other, "The settings file")
+        ->required()
+        ->type_name("FILE");
+
+    CLI::App *const diff = add("diff", kDiffAbout, kDiffFooter);
+    diff->add_option("A", options->file, "One file")->required();
+    diff->add_option("B", options->other, "The other one")->required();
+    addKind(diff);
+
+    CLI::App *const set = add("set", kSetAbout, kSetFooter);
+    set->add_option("FILE", options->file, "The file")->required();
+    set->add_option("FIELD=VALUE", options->assignments, "What to set")->required();
+    addKind(set);
+
+    CLI::App *const edit = add("edit", kEditAbout, kEditFooter);
+    edit->add_option("FILE", options->file, "The file")->required();
+    addKind(edit);
+
+    CLI::App *const check = add("check", kCheckAbout, kCheckFooter);
+    check->add_option("FILE", options->files, "The files, and directories with files")->required();
+
+    CLI::App *const draw = add("draw", kDrawAbout, kDrawFooter);
+    draw->add_option("FILE", options->file, "A view, a page or a user setting")->required();
+    draw->add_option("-o,--output", options->other, "The picture")
+        ->required()
+        ->type_name("PICTURE");
+
+    CLI::App *const schema = add("schema", kSchemaAbout, kSchemaFooter);
+    schema->add_option("KIND", options->kind, "What the file is")
+        ->required()
+        ->check(CLI::IsMember(savKindNames()).description(""));
+
+    const auto kind = [options] { return kindOfName(options->kind); };
+    return {
+        {dump, [=] { return runSavDump(options->files, kind()); }},
+        {make, [=] { return runSavMake(options->file, options->other); }},
+        {diff, [=] { return runSavDiff(options->file, options->other, kind()); }},
+        {set, [=] { return runSavSet(options->file, options->assignments, kind()); }},
+        {edit, [=] { return runSavEdit(options->file, kind()); }},
+        {check, [=] { return runSavCheck(options->files); }},
+        {draw, [=] { return runSavDraw(options->file, options->other); }},
+        {schema, [=] { return runSavSchema(kind()); }},
+    };
+}
