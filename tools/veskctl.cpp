@@ -33,6 +33,7 @@
 #include "tools/sav.h"
 #include "tools/subcommands.h"
 #include "tools/text.h"
+#include "tools/timing.h"
 #include "tools/transcript.h"
 #include "tools/update.h"
 
@@ -714,9 +715,11 @@ int run(int argc, char **argv)
         {consoleCommand, [&options] { return console(options); }},
         {playCommand, [&options] { return play(options); }},
     };
-    for (const Choice &choice : addSavCommands(app)) {
-        addOptions(*choice.command, options, kOutput | kData);
-        choices.push_back(choice);
+    for (const std::vector<Choice> &added : {addSavCommands(app), addTimingCommands(app)}) {
+        for (const Choice &choice : added) {
+            addOptions(*choice.command, options, kOutput | kData);
+            choices.push_back(choice);
+        }
     }
 
     try {

@@ -12,14 +12,13 @@ static_assert(std::numeric_limits<float>::is_iec559 && std::numeric_limits<doubl
 
 namespace {
 
-constexpr int32_t kCellWidth = 8;        // pixels
-constexpr int32_t kHBlank = 160;         // pixels
-constexpr int32_t kHSync = 32;           // pixels
-constexpr int32_t kMinVBlank = 460;      // microseconds
-constexpr int32_t kVFrontPorch = 3;      // lines
-constexpr int32_t kVSync = 4;            // lines
-constexpr double kClockStep = 0.125;     // MHz
-constexpr double kMaxPixelClock = 600.0; // MHz
+constexpr int32_t kCellWidth = 8;    // pixels
+constexpr int32_t kHBlank = 160;     // pixels
+constexpr int32_t kHSync = 32;       // pixels
+constexpr int32_t kMinVBlank = 460;  // microseconds
+constexpr int32_t kVFrontPorch = 3;  // lines
+constexpr int32_t kVSync = 4;        // lines
+constexpr double kClockStep = 0.125; // MHz
 
 struct Timing {
     int64_t hTotal;    // pixels
@@ -104,6 +103,11 @@ int32_t getCustomTimming(int32_t width, int32_t height, int32_t rate)
 int32_t CheckCustomTimming(int32_t width, int32_t height, int32_t rate)
 {
     return isPositive(width, height, rate) && isWithinLimit(timingOf(width, height, rate)) ? 1 : 0;
+}
+
+double customPixelClock(int32_t width, int32_t height, int32_t rate)
+{
+    return timingOf(width, height, rate).pixelClock;
 }
 
 uint32_t convertCustomF(uint32_t rate)

@@ -8,6 +8,8 @@
 
 #include <cstdint>
 
+inline constexpr double kMaxPixelClock = 600.0; // MHz
+
 // Computes the timing of `width` pixels by `height` lines at `rate` Hz, stores it in both records
 // of the custom format (video/CustomFormat.h) and returns 1. Nothing is saved. Colour space and
 // size class stay as they are. Returns 0 and changes nothing when a number is below 1, or, with a
@@ -21,6 +23,10 @@ int32_t getCustomTimming(int32_t width, int32_t height, int32_t rate);
 
 // Returns what getCustomTimming() would return. Stores and prints nothing.
 int32_t CheckCustomTimming(int32_t width, int32_t height, int32_t rate);
+
+// The pixel clock that is held against the limit, in whole MHz, for numbers of 1 or more. Above
+// about 2147 it stays there.
+double customPixelClock(int32_t width, int32_t height, int32_t rate);
 
 // The frame rate that the timing for a requested `rate` is made for: the same. This is the place
 // for a conversion.
