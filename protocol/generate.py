@@ -7,6 +7,8 @@
   generate.py manual [FILE]       man page of veskctl for scdoc
   generate.py docs                docs/protocol.md and mkdocs.yml anew, between their markers, and docs/commands/
   generate.py docs --check        nothing; fails if that would change one, or the time-outs differ
+  generate.py wireshark           tools/wireshark/vesk.lua anew, between its markers
+  generate.py wireshark --check   nothing; fails if that would change it
 
 Refuses a vesk.yaml that contradicts itself, and says where. Its keys are vesk.schema.json's business.
 """
@@ -22,6 +24,7 @@ sys.dont_write_bytecode = True
 HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(HERE)
 DOCUMENT = os.path.join(ROOT, "docs", "protocol.md")
+DISSECTOR = os.path.join(ROOT, "tools", "wireshark", "vesk.lua")
 PLACES = ["dat1", "dat2", "dat3", "dat4"]
 ADDRESSES = ["ipv4", "mask"]
 
@@ -326,6 +329,17 @@ def check_times(table, document):
             refuse(code, f"docs/protocol.md (Payloads) says that the device waits {waits[code]:.0f} ms")
 
 
+def write_or_check(path, name, old, new, check):
+    """`name` is what the file and the argument for it are called in a complaint."""
+    if check and new != old:
+        sys.stdout.writelines(list(difflib.unified_diff(old.splitlines(True), new.splitlines(True),
+                                                   name[0], "made from protocol/vesk.yaml", n=0)))
+        raise Refused(f"{name[0]} is not what protocol/vesk.yaml makes of it; run protocol/generate.py {name[1]}")
+    if new != old:
+        with open(path, "w", encoding="utf-8") as file:
+            file.write(new)
+
+
 def documents(table):
     """The files that are made of the table, or hold something that is: their text, by path below the root."""
     sys.modules.setdefault("generate", sys.modules[__name__])  # the pages are made with what stands above
@@ -356,14 +370,112 @@ def write_documents(table, check):
     for name in strangers:
         os.remove(os.path.join(folder, name))
     for path, new in texts.items():
-        old = read_if_there(os.path.join(ROOT, path))
-        if check and new != old:
-            sys.stdout.writelines(list(difflib.unified_diff(old.splitlines(True), new.splitlines(True), path,
-                                                            "made from protocol/vesk.yaml", n=0)))
-            raise Refused(f"{path} is not what protocol/vesk.yaml makes of it; run protocol/generate.py docs")
-        if new != old:
-            with open(os.path.join(ROOT, path), "w", encoding="utf-8") as file:
-                file.write(new)
+        write_or_check(os.path.join(ROOT, path), (path, "docs"), read_if_there(os.path.join(ROOT, path)), new, check)
+
+
+# tools/wireshark/vesk.lua -----------------------------------------------------------------------------
+
+
+def lua_field(table, field, at):
+    parts = [quoted(field["name"]), quoted(field["type"]), str(at), str(length_of(table, field))]
+    if field.get("order") == "low first":
+        parts.append("low_first = true")
+    if isinstance(field.get("value"), int):
+        parts.append(f"value = {field['value']}")
+    if "range" in field:
+        parts.append(f"most = {field['range'][1]}")
+    if "unit" in field:
+        parts.append(f"unit = {quoted(field['unit'])}")
+    if "values" in field:
+        values = ", ".join(f"[0x{each['value']:02X}] = {quoted(each['means'])}" for each in field["values"])
+        parts.append(f"values = {{{values}}}")
+    return "{" + ", ".join(parts) + "}"
+
+
+def lua_list(name, items, indent):
+    """`name = {items},`, on one line if it is short."""
+    line = f"{indent}{name} = {{{', '.join(items)}}},"
+    if len(line) <= 117:
+        return [line]
+    return [f"{indent}{name} = {{", *[f"{indent}    {item}," for item in items], f"{indent}}},"]
+
+
+def check_wireshark_names(fields):
+    """Wireshark has one type for all fields of a name."""
+    types = {}
+    for where, field in fields:
+        kind = {"mask": "ipv4", "serial number": "u16", "first half of mac": "bytes", "last half of mac": "bytes"}.get(
+            field["type"], field["type"])
+        name = re.sub("[^a-z0-9]+", "_", field["name"].lower())
+        if types.setdefault(name, kind) != kind:
+            refuse(where, f"another field \"{field['name']}\" is of type {types[name]}, and this one of {kind}")
+
+
+def lua_command(table, command):
+    row = [f"code = 0x{command['code']:02X}",
+           f"dat1 = 0x{command['dat1']:02X}" if "dat1" in command else "dat1 = ANY",
+           f"name = {quoted(command['name'])}",
+           f"answer = {quoted(command['answer'] if isinstance(command['answer'], str) else 'data')}"]
+    row += [f"{flag} = true" for flag in ("ff_is_data", "writes") if command.get(flag)]
+    row += [f"{key} = {quoted(command[key])}" for key in ("payload", "answer_payload") if key in command]
+    row += [f"timeout = {command['time']['timeout']}"] if "time" in command else []
+    lines = [f"    {{{', '.join(row)},"]
+    if len(lines[0]) > 117:
+        lines = [f"    {{{', '.join(row[:-1])},", f"     {row[-1]},"]
+    for key, fields in ("parameters", command.get("parameters", [])), ("fields", answer_of(command)):
+        if fields:
+            lines += lua_list(key, [lua_field(table, field, PLACES.index(field["at"])) for field in fields], " " * 5)
+    return [*lines[:-1], lines[-1].removesuffix(",") + "},"]
+
+
+def lua_payload(table, name, payload):
+    lines = [f"    [{quoted(name)}] = {{"]
+    for key in "length", "wait", "begins", "ends":
+        if key in payload:
+            lines.append(f"        {key} = {quoted(payload[key])},")
+    if "fields" in payload:
+        lines += lua_list("fields", [lua_field(table, field, field["at"]) for field in payload["fields"]], " " * 8)
+    return lines + ["    },"]
+
+
+def lua_tables(table):
+    check_wireshark_names([(code_of(command), field) for command in table["commands"]
+                           for field in command.get("parameters", []) + answer_of(command)])
+    frame = table["frame"]
+    update = table["update"]
+    lines = [
+        f"local FRAME_LENGTH = {frame['length']}",
+        f"local COMMAND_BEGINS = {quoted(frame['command_begins'])}",
+        f"local REPLY_BEGINS = {quoted(frame['reply_begins'])}",
+        f"local REFUSAL = {{{', '.join(f'0x{byte:02X}' for byte in table['refusal'])}}}",
+        f"local DEFAULT_TIMEOUT = {table['default_time']['timeout']}",
+        "local SILENT_COMMANDS = {" + ", ".join(
+            f"[0x{each['code']:02X}] = true" for each in table["others"] if each["answer"] == "none") + "}",
+        "",
+        "local COMMANDS = {",
+        *[line for command in table["commands"] for line in lua_command(table, command)],
+        "}",
+        "",
+        "local PAYLOADS = {",
+        *[line for name, payload in table["payloads"].items() for line in lua_payload(table, name, payload)],
+        "}",
+        "",
+        "local UPDATE = {",
+        *[f"    {key} = {update[key]}," for key in ("block_size", "first_block", "head_length")],
+        *lua_list("head", [lua_field(table, field, field["at"]) for field in update["head"]], " " * 4),
+        "}",
+    ]
+    return "\n".join(lines) + "\n"
+
+
+def write_dissector(table, check):
+    with open(DISSECTOR, encoding="utf-8") as file:
+        old = file.read()
+    tables = lua_tables(table)
+    new, count = re.subn(r"(-- vesk\.yaml: tables\n).*?(-- end\n)", lambda m: m[1] + tables + m[2], old, flags=re.DOTALL)
+    if count != 1:
+        raise Refused(f"tools/wireshark/vesk.lua: {count} places for the tables instead of one")
+    write_or_check(DISSECTOR, ("tools/wireshark/vesk.lua", "wireshark"), old, new, check)
 
 
 # C++ --------------------------------------------------------------------------------------------------
@@ -452,8 +564,9 @@ def manual(table):
 
 def main(arguments):
     kinds = {"manual": manual, "veskctl": veskctl_table, "rows": test_rows, "completion": completion}
-    if arguments[:1] == ["docs"] and arguments[1:] in ([], ["--check"]):
-        write_documents(load(), arguments[1:] == ["--check"])
+    kept = {"docs": write_documents, "wireshark": write_dissector}
+    if arguments and arguments[0] in kept and arguments[1:] in ([], ["--check"]):
+        kept[arguments[0]](load(), arguments[1:] == ["--check"])
     elif len(arguments) in (1, 2) and arguments[0] in kinds:
         text = kinds[arguments[0]](load())
         if len(arguments) == 1:

@@ -311,7 +311,8 @@ def page(table, command):
     lines += ["", "## More", "", f"- [{chapter}](../protocol.md#{anchor}) in the protocol"]
     capture = capture_of(command)
     if capture:
-        lines += [f"- [{capture}](../captures/{capture}), a capture of this command and those like it, for Wireshark"]
+        lines += [f"- [{capture}](../captures/{capture}), a capture of this command and those like it: "
+                  f"`vesk.command == 0x{command['code']:02x}` shows it in [Wireshark](../../tools/wireshark/README.md)"]
     lines += ["- [All commands](README.md)"]
     return "\n".join(lines) + "\n"
 

@@ -12,6 +12,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "tools/capture.h"
 #include "tools/choice.h"
 #include "tools/commands.h"
 #include "tools/console.h"
@@ -228,6 +229,8 @@ struct Options {
     unsigned timeout = kDefaultTimeout;
     unsigned baud = kUsualBaud;
     std::string record;
+    std::string pcap;
+    std::string relay; // of monitor
     std::string color = "auto";
     std::string about;                                // the command line
     bool stored = false;                              // of info
@@ -253,21 +256,38 @@ struct Options {
 
 constexpr Milliseconds kLongestFinish{1000};
 
-std::shared_ptr<Recorder> recorderOf(const Options &options, bool times)
-{
-    return options.record.empty()
-               ? nullptr
-               : std::make_shared<Recorder>(options.record, options.about, times);
-}
+// The files into which the user wants what the lines carry, if any. All lines share them.
+struct Records {
+    std::shared_ptr<Recorder> transcript;
+    std::shared_ptr<Capture> capture;
+
+    // With `times` the transcript has them.
+    Records(const Options &options, bool times)
+        : transcript(options.record.empty()
+                         ? nullptr
+                         : std::make_shared<Recorder>(options.record, options.about, times)),
+          capture(options.pcap.empty() ? nullptr
+                                       : std::make_shared<Capture>(options.pcap, options.about))
+    {
+    }
+
+    bool isWanted() const
+    {
+        return transcript || capture;
+    }
+};
 
 // Records and tells what the line carries, if the user wants that.
-void listen(Line &line, const char *side, const std::shared_ptr<Recorder> &recorder)
+void listen(Line &line, const char *side, const Records &records)
 {
     const auto trace = manner().verbose ? std::make_shared<Trace>(side) : nullptr;
-    if (recorder || trace) {
-        line.setTap([side, recorder, trace](Passing passing, std::string_view bytes) {
-            if (recorder) {
-                recorder->take(side, passing, bytes);
+    if (records.isWanted() || trace) {
+        line.setTap([side, records, trace](Passing passing, std::string_view bytes) {
+            if (records.capture) {
+                records.capture->take(side, passing, bytes);
+            }
+            if (records.transcript) {
+                records.transcript->take(side, passing, bytes);
             }
             if (trace) {
                 trace->take(passing, bytes);
@@ -281,17 +301,17 @@ struct Opened {
     std::optional<Line> front;
     std::optional<Line> pc;
     std::optional<LogFile> log;
-    std::shared_ptr<Recorder> recorder;
+    Records records;
 
-    explicit Opened(const Options &options) : recorder(recorderOf(options, false))
+    explicit Opened(const Options &options) : records(options, false)
     {
         if (!options.udp.empty()) {
             pc.emplace(Line::udp(options.udp));
-            listen(*pc, "pc", recorder);
+            listen(*pc, "pc", records);
         }
         if (!options.serial.empty()) {
             front.emplace(Line::serial(options.serial, Milliseconds{options.wait}, options.baud));
-            listen(*front, "front", recorder);
+            listen(*front, "front", records);
         }
         if (!options.log.empty()) {
             log.emplace(options.log);
@@ -303,7 +323,7 @@ struct Opened {
     {
         const Deadline deadline(kLongestFinish);
         for (Line *const line : {front ? &*front : nullptr, pc ? &*pc : nullptr}) {
-            while (line != nullptr && recorder && !line->receive(kQuiet).empty() &&
+            while (line != nullptr && records.isWanted() && !line->receive(kQuiet).empty() &&
                    !deadline.passed()) {
             }
         }
@@ -451,12 +471,12 @@ int monitor(const Options &options)
 {
     requireOneLine(options);
     const bool isSerial = !options.serial.empty();
-    const auto recorder = recorderOf(options, true);
-    const auto open = [&options, &recorder, isSerial] {
+    const Records records(options, true);
+    const auto open = [&options, &records, isSerial] {
         Line line = isSerial
                         ? Line::serial(options.serial, Milliseconds{options.wait}, options.baud)
                         : Line::udp(options.udp);
-        listen(line, isSerial ? "front" : "pc", recorder);
+        listen(line, isSerial ? "front" : "pc", records);
         return line;
     };
     return runMonitor({isSerial ? options.serial : options.udp, isSerial, open}, options.monitor);
@@ -509,6 +529,8 @@ void addOptions(CLI::App &app, Options &options, unsigned groups)
         app.add_option("--udp", options.udp, "The daemon's address (default port 1000): be the PC")
             ->type_name("HOST[:PORT]");
         app.add_option("--record", options.record, "Write what the lines carry, for `play`")
+            ->type_name("FILE");
+        app.add_option("--pcap", options.pcap, "Write what the lines carry, for Wireshark")
             ->type_name("FILE");
         app.add_flag("-v,--verbose", manner().verbose,
                      "Print what the lines carry on standard error");

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """protocol/vesk.yaml against its schema, what the generator refuses, and bash's completion of veskctl."""
 import copy
+import io
 import json
 import os
 import re
@@ -8,6 +9,7 @@ import subprocess
 import sys
 import tempfile
 import unittest
+from contextlib import redirect_stdout
 
 import jsonschema
 import yaml
@@ -162,6 +164,22 @@ class Pages(unittest.TestCase):
         self.assertEqual(lines[-2:], ["  # end", "b:"])
         with self.assertRaisesRegex(generate.Refused, "no place for the commands"):
             pages.navigation_in(TABLE, "a:\n")
+
+
+class Dissector(unittest.TestCase):
+    def test_is_what_the_table_makes(self):
+        generate.write_dissector(generate.load(), True)
+        table = generate.load()
+        entry(table, "read device type")["name"] = "read kind of device"
+        with redirect_stdout(io.StringIO()) as said, self.assertRaisesRegex(generate.Refused, "run .* wireshark"):
+            generate.write_dissector(table, True)
+        self.assertIn('+    {code = 0x68, dat1 = 0x01, name = "read kind of device"', said.getvalue())
+
+    def test_has_one_type_for_all_fields_of_a_name(self):
+        table = generate.load()
+        entry(table, "read IP address")["answer"] = [{"name": "version", "at": "dat1", "type": "ipv4"}]
+        with self.assertRaisesRegex(generate.Refused, "89: another field \"version\" is of type version"):
+            generate.lua_tables(table)
 
 
 class Completion(unittest.TestCase):
