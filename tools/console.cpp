@@ -11,6 +11,7 @@
 #include "tools/errors.h"
 #include "tools/frames.h"
 #include "tools/info.h"
+#include "tools/json.h"
 #include "tools/manner.h"
 #include "tools/prompt.h"
 #include "tools/subcommands.h"
@@ -70,6 +71,7 @@ private:
     bool showLog(size_t most);
     void checkAnswer();
     bool mayRead() const;
+    void printObject(const Json &object);
 
     Side front_;
     Side pc_;
@@ -80,7 +82,9 @@ private:
     Prompt prompt_;
     Interruption interruption_;
     bool quit_ = false;
-    int worst_ = kDone;                  // the highest exit status of the lines
+    int worst_ = kDone; // the highest exit status of the lines
+    bool isInterrupted_ = false;
+    std::string askedFrame_;
     std::optional<Rs232Command> asked_;  // a command whose reply has not come yet ...
     Deadline answerBy_{Milliseconds{0}}; // ... and until when it should
     Deadline quietAt_{Milliseconds{0}};  // when the lines and the log count as quiet
@@ -105,7 +109,6 @@ int Console::run()
         prompt_.print("`help` lists the commands, `quit` ends.");
     }
     showLog(kOldLinesShown);
-    bool isInterrupted = false;
     while (!quit_) {
         std::vector<int> descriptors = {interruption_.descriptor()};
         for (const Side *side : {&front_, &pc_}) {
@@ -121,7 +124,7 @@ int Console::run()
             return std::find(ready.begin(), ready.end(), descriptor) != ready.end();
         };
         if (isReady(interruption_.descriptor())) {
-            isInterrupted = true;
+            isInterrupted_ = true;
             break;
         }
         bool active = showLog(std::string::npos);
@@ -146,14 +149,16 @@ int Console::run()
         quit_ |= prompt_.hasEnded() && mayRead();
     }
     summary();
-    return prompt_.isTerminal() || isInterrupted ? kDone
-                                                 : worst_; // a person has seen what went wrong
+    return prompt_.isTerminal() || isInterrupted_ ? kDone
+                                                  : worst_; // a person has seen what went wrong
 }
 
 // For a person; a script has what it has printed.
 void Console::summary()
 {
-    if (prompt_.isTerminal() && !manner().quiet) {
+    if (manner().json) {
+        printObject({{"summary", {{"sent", sent_}, {"answered", answered_}}}});
+    } else if (prompt_.isTerminal() && !manner().quiet) {
         prompt_.around(
             [this] { fmt::print(stderr, "{} commands sent, {} answered\n", sent_, answered_); });
     }
@@ -190,8 +195,17 @@ void Console::execute(const std::string &line)
         }
     } catch (const UsageError &error) {
         worst_ = std::max<int>(worst_, kUsage);
-        prompt_.print(fmt::format("{}; `help` lists the commands", error.what()));
+        if (manner().json) {
+            printObject({{"typed", escape(text)}, {"error", error.what()}});
+        } else {
+            prompt_.print(fmt::format("{}; `help` lists the commands", error.what()));
+        }
     }
+}
+
+void Console::printObject(const Json &object)
+{
+    prompt_.around([&object] { printJson(object); });
 }
 
 // The lines of `text` that contain the word, in either case.
@@ -222,7 +236,11 @@ void Console::help(std::string_view about)
     if (text.empty()) {
         throw UsageError(fmt::format("no command has \"{}\" in it", escape(about)));
     }
-    prompt_.print(text.substr(0, text.size() - 1));
+    if (manner().json) { // it is no data
+        prompt_.around([&text] { fmt::print(stderr, "{}", text); });
+    } else {
+        prompt_.print(text.substr(0, text.size() - 1));
+    }
 }
 
 // A subcommand of veskctl on the line on which commands are sent.
@@ -255,17 +273,27 @@ void Console::runSubcommand(std::string_view text)
         throw UsageError("possible are: info; network read; network write ADDRESS MASK GATEWAY "
                          "MAC; text read DAT1 [DAT2]; text write DAT1 DAT2 TEXT");
     };
-    prompt_.around([&] { worst_ = std::max<int>(worst_, run()); });
+    line.stopAt(&interruption_);
+    try {
+        prompt_.around([&] { worst_ = std::max<int>(worst_, run()); });
+    } catch (const Interrupted &) {
+        isInterrupted_ = true;
+        quit_ = true;
+    }
+    line.stopAt(nullptr);
 }
 
 void Console::sendCommand(std::string_view text)
 {
     Side &side = front_.line != nullptr ? front_ : pc_;
     const std::string frame = frameFromText(text);
-    prompt_.print(fmt::format("{}> {}", side.name,
-                              isFrame(frame) ? frameWithDescription(frame) : escape(frame)));
+    if (!manner().json) { // else with the answer
+        prompt_.print(
+            fmt::format("{}> {}", side.name, isFrame(frame) ? coloredFrame(frame) : escape(frame)));
+    }
     side.line->send(frame);
     ++sent_;
+    askedFrame_ = frame;
     asked_ = recordOf(frame);
     answerBy_ = Deadline(timeout_);
 }
@@ -277,7 +305,13 @@ void Console::sendText(Side &side, std::string_view text)
                                      &side == &front_ ? "--serial" : "--udp"));
     }
     const std::string bytes = unescape(text);
-    prompt_.print(fmt::format("{}> {}", side.name, escape(bytes)));
+    if (manner().json) {
+        Json object{{"line", side.name}, {"direction", "sent"}};
+        object.update(jsonOfBytes(bytes));
+        printObject(object);
+    } else {
+        prompt_.print(fmt::format("{}> {}", side.name, escape(bytes)));
+    }
     side.line->send(bytes);
     quietAt_ = Deadline(kQuiet);
 }
@@ -292,10 +326,21 @@ bool Console::receive(Side &side)
 void Console::show(Side &side, const std::vector<Piece> &pieces)
 {
     for (const Piece &piece : pieces) {
-        prompt_.print(
-            fmt::format("{}< {}", side.name,
-                        piece.isFrame ? frameWithDescription(piece.text) : escape(piece.text)));
-        if (asked_.has_value() && piece.isFrame && isReplyTo(*asked_, piece.text)) {
+        const bool isAnswer = asked_.has_value() && piece.isFrame && isReplyTo(*asked_, piece.text);
+        if (manner().json && isAnswer) {
+            printObject(
+                {{"command", jsonOf(askedFrame_)}, {"reply", jsonOfReply(*asked_, piece.text)}});
+        } else if (manner().json) {
+            Json object{{"line", side.name}, {"direction", "received"}};
+            object.update(piece.isFrame ? Json{{"frame", jsonOf(piece.text)}}
+                                        : jsonOfBytes(piece.text));
+            printObject(object);
+        } else {
+            prompt_.print(
+                fmt::format("{}< {}", side.name,
+                            piece.isFrame ? coloredFrame(piece.text) : escape(piece.text)));
+        }
+        if (isAnswer) {
             if (isRefusalOf(*asked_, recordOf(piece.text))) {
                 worst_ = std::max<int>(worst_, kRefused);
             }
@@ -313,7 +358,11 @@ bool Console::showLog(size_t most)
     }
     const std::vector<std::string> lines = log_->newLines();
     for (size_t i = lines.size() - std::min(lines.size(), most); i < lines.size(); ++i) {
-        prompt_.print(fmt::format("vesk_h264 | {}", escape(lines[i])));
+        if (manner().json) {
+            printObject({{"log", escape(lines[i])}});
+        } else {
+            prompt_.print(fmt::format("vesk_h264 | {}", escape(lines[i])));
+        }
     }
     return !lines.empty();
 }
@@ -321,8 +370,13 @@ bool Console::showLog(size_t most)
 void Console::checkAnswer()
 {
     if (asked_.has_value() && answerBy_.passed()) {
-        prompt_.print(fmt::format("no answer within {} ms{}", timeout_.count(),
-                                  isNeverAnswered(*asked_) ? "; this command never gets one" : ""));
+        if (manner().json) {
+            printObject({{"command", jsonOf(askedFrame_)}, {"reply", nullptr}});
+        } else {
+            prompt_.print(
+                fmt::format("no answer within {} ms{}", timeout_.count(),
+                            isNeverAnswered(*asked_) ? "; this command never gets one" : ""));
+        }
         worst_ = std::max<int>(worst_, kNoAnswer);
         asked_.reset();
     }

@@ -70,6 +70,14 @@ std::optional<Answer> ask(Line &line, std::string_view frame, std::string_view p
     }
 }
 
+const char *adviceOnSilence(const Line &line)
+{
+    return line.carriesDatagrams()
+               ? "; over UDP commands reach the device only where the front board sends back what "
+                 "it gets: use --serial"
+               : "; is the device on, and is this its line?";
+}
+
 bool awaitBytes(Line &line, Answer &answer, size_t count, Milliseconds timeout)
 {
     return await(line, answer, timeout, [count](const std::string &bytes) {

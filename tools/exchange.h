@@ -23,6 +23,9 @@ enum class Others { kTold, kSkipped };
 std::optional<Answer> ask(Line &line, std::string_view frame, std::string_view payload,
                           Milliseconds timeout, Others others = Others::kTold);
 
+// What to do if nobody answers on a line, for the end of a message.
+const char *adviceOnSilence(const Line &line);
+
 // Wait until `count` bytes, or the character `end`, have come after the reply. Later bytes are cut
 // off. False if they did not come in time.
 bool awaitBytes(Line &line, Answer &answer, size_t count, Milliseconds timeout);

@@ -64,14 +64,14 @@ private:
     Json ask(const Question &question);
     Json network();
     void print(std::span<const Question> questions, const Json &values) const;
-    void lacks(const char *what, const char *why, int status);
+    void lacks(const char *what, const std::string &why, int status);
 
     Line &line_;
     Milliseconds timeout_;
     int status_ = kDone;
 };
 
-void Info::lacks(const char *what, const char *why, int status)
+void Info::lacks(const char *what, const std::string &why, int status)
 {
     fmt::print(stderr, "veskctl: {}: {}\n", what, why);
     status_ = std::max(status_, status);
@@ -85,7 +85,9 @@ Json Info::ask(const Question &question)
     const auto answer =
         askAgain(line_, frame, {}, std::max(timeout_, Milliseconds{rowOf(command)->timeoutMs}));
     if (!answer) {
-        lacks(question.label, "no answer", kNoAnswer);
+        const bool isFirst = question.key == kDevice[0].key;
+        lacks(question.label, fmt::format("no answer{}", isFirst ? adviceOnSilence(line_) : ""),
+              kNoAnswer);
         return nullptr;
     }
     const Rs232Command reply = recordOf(answer->frame);

@@ -106,6 +106,7 @@ Line Line::serial(const std::string &device, Milliseconds wait, unsigned baud)
 {
     const speed_t speed = speedOf(baud);
     Line line(openAlone(device, wait), device);
+    line.kept_ = std::make_unique<KeptSettings>(line.descriptor_);
     makeRaw(line, device, speed);
     if (!isPseudoTerminal(line.descriptor_)) {
         ioctl(line.descriptor_, TIOCEXCL); // for those that do not ask for a lock
@@ -150,14 +151,15 @@ Line::Line(int descriptor, std::string name)
 
 Line::Line(Line &&other) noexcept
     : descriptor_(std::exchange(other.descriptor_, -1)), carriesDatagrams_(other.carriesDatagrams_),
-      isExclusive_(other.isExclusive_), interruption_(other.interruption_),
-      name_(std::move(other.name_)), tap_(std::move(other.tap_))
+      kept_(std::move(other.kept_)), isExclusive_(other.isExclusive_),
+      interruption_(other.interruption_), name_(std::move(other.name_)), tap_(std::move(other.tap_))
 {
 }
 
 Line::~Line()
 {
     if (descriptor_ >= 0) {
+        kept_.reset();
         if (isExclusive_) {
             ioctl(descriptor_, TIOCNXCL); // a terminal that others have open keeps it otherwise
         }

@@ -2,9 +2,11 @@
 
 // A line that carries bytes both ways: a serial device or a UDP peer.
 
+#include "tools/kept_settings.h"
 #include "tools/wait.h"
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -16,9 +18,9 @@ using Tap = std::function<void(Passing passing, std::string_view bytes)>;
 
 class Line {
 public:
-    // Opens a serial device: 8N1, raw, at so many bits per second. Nobody else can open it then.
-    // While another process has it, waits for it as long as `wait` says. Throws LocalError, and
-    // UsageError for a rate that serial lines do not have.
+    // Opens a serial device: 8N1, raw, at so many bits per second, until the Line's end. Nobody
+    // else can open it then. While another process has it, waits for it as long as `wait` says.
+    // Throws LocalError, and UsageError for a rate that serial lines do not have.
     static Line serial(const std::string &device, Milliseconds wait = Milliseconds{0},
                        unsigned baud = kUsualBaud);
 
@@ -62,7 +64,8 @@ private:
 
     int descriptor_;
     bool carriesDatagrams_;
-    bool isExclusive_ = false; // no other process can open it
+    std::unique_ptr<KeptSettings> kept_; // of a serial device
+    bool isExclusive_ = false;           // no other process can open it
     const Interruption *interruption_ = nullptr;
     std::string name_;
     Tap tap_;

@@ -156,7 +156,8 @@ void Monitor::run()
             show(finder_.flush());
             line_.reset();
             if (!manner().quiet) {
-                fmt::print(stderr, "veskctl: {}\n", error.what());
+                fmt::print(stderr, "veskctl: {}\n",
+                           watched_.isSerial ? watched_.name + " was closed" : error.what());
             }
             goesOn = pause(kLook);
         }
@@ -241,10 +242,12 @@ void Monitor::summary() const
                      {"other_bytes", bytes_},
                      {"connections", connections_}}}});
     } else if (!manner().quiet) {
+        // On a terminal the cursor stands behind a ^C.
         fmt::print(
             stderr,
-            "{:.1f} s: {} commands, {} replies, {} refusals, {} other bytes; {} connections\n",
-            seconds, count("command"), count("reply"), count("refusal"), bytes_, connections_);
+            "{}{:.1f} s: {} commands, {} replies, {} refusals, {} other bytes; {} connections\n",
+            isatty(STDERR_FILENO) == 1 ? "\n" : "", seconds, count("command"), count("reply"),
+            count("refusal"), bytes_, connections_);
     }
 }
 

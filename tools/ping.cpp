@@ -11,6 +11,7 @@
 
 #include "tools/commands.h"
 #include "tools/errors.h"
+#include "tools/exchange.h"
 #include "tools/frames.h"
 #include "tools/json.h"
 #include "tools/manner.h"
@@ -155,7 +156,11 @@ int Ping::run()
         }
     }
     summary();
-    return times_.empty() && isMissed ? kNoAnswer : kDone;
+    if (!times_.empty() || !isMissed) {
+        return kDone;
+    }
+    fmt::print(stderr, "veskctl: nobody answered at {}{}\n", line_.name(), adviceOnSilence(line_));
+    return kNoAnswer;
 }
 
 } // namespace

@@ -8,9 +8,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <system_error>
 #include <utility>
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <editline/readline.h>
@@ -23,7 +25,7 @@ namespace {
 constexpr char kPrompt[] = "> ";
 constexpr int kControlC = 3;
 constexpr int kMostHistory = 1000;
-constexpr char kEraseLine[] = "\r\033[K";
+constexpr size_t kUsualColumns = 80;
 
 // The editing library calls plain functions, so their state is here.
 std::vector<std::string> allCompletions;
@@ -41,6 +43,18 @@ void lineTyped(char *line)
     }
     typedLines.emplace_back(line);
     std::free(line); // the library allocated it with malloc()
+}
+
+// What makes the line that is being typed invisible, on all of its rows, and leaves the cursor
+// there.
+std::string erasure()
+{
+    winsize size{};
+    const size_t columns = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0
+                               ? size.ws_col
+                               : kUsualColumns;
+    const size_t above = (std::size(kPrompt) - 1 + static_cast<size_t>(rl_point)) / columns;
+    return fmt::format("\r{}\033[J", above == 0 ? "" : fmt::format("\033[{}A", above));
 }
 
 int endPressed(int, int)
@@ -113,6 +127,7 @@ Prompt::Prompt(std::vector<std::string> completions, std::string history)
     if (!terminal_) {
         return;
     }
+    kept_.emplace(STDIN_FILENO);
     allCompletions = std::move(completions);
     using_history();
     stifle_history(kMostHistory);
@@ -131,7 +146,7 @@ Prompt::Prompt(std::vector<std::string> completions, std::string history)
 Prompt::~Prompt()
 {
     if (terminal_) {
-        fmt::print("{}", kEraseLine);
+        fmt::print("{}", erasure());
         rl_callback_handler_remove();
         rl_deprep_terminal();
         if (!history_.empty()) {
@@ -156,7 +171,9 @@ void Prompt::read()
         readPlain();
         return;
     }
+    rl_point = -1; // the library does not set it when the line has become empty
     rl_callback_read_char();
+    rl_point = typedLines.empty() ? std::max(rl_point, 0) : 0;
     if (!typedLines.empty()) {
         // The library leaves the terminal in line mode; this begins the next line.
         rl_callback_handler_install(kPrompt, lineTyped);
@@ -190,7 +207,7 @@ void Prompt::print(const std::string &line)
         flushOutput();
         return;
     }
-    fmt::print("{}{}\n", kEraseLine, line);
+    fmt::print("{}{}\n", erasure(), line);
     flushOutput();
     rl_forced_update_display();
 }
@@ -198,7 +215,7 @@ void Prompt::print(const std::string &line)
 void Prompt::around(const std::function<void()> &write)
 {
     if (terminal_) {
-        fmt::print("{}", kEraseLine);
+        fmt::print("{}", erasure());
     }
     std::fflush(stdout);
     const auto redraw = [this] {

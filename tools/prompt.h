@@ -3,8 +3,11 @@
 // Where the user of the console types. A terminal has line editing, history and completion, and
 // other output appears above the line being typed. A pipe is read line by line.
 
+#include "tools/kept_settings.h"
+
 #include <deque>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -44,6 +47,7 @@ private:
     void readPlain();
 
     bool terminal_;
+    std::optional<KeptSettings> kept_; // of the terminal
     std::string history_;
     bool ended_ = false;
     std::string begun_; // a line from a pipe whose end has not come yet

@@ -60,7 +60,8 @@ constexpr char kDiffAbout[] = "Print the fields that differ between two files of
 constexpr char kDiffFooter[] = "Exit status: 0 the same, 1 different, 2 something went wrong.\n"
                                "\n"
                                "Examples:\n"
-                               "  veskctl sav diff save0.sav /tmp/save0.sav";
+                               "  veskctl sav diff save0.sav /tmp/save0.sav\n"
+                               "  veskctl sav diff --kind view view3.sav backup/view3";
 
 constexpr char kSetAbout[] = "Set fields of a file";
 constexpr char kSetFooter[] =
@@ -78,7 +79,8 @@ constexpr char kEditFooter[] =
     "where, the text is kept, and the file stays as it was.\n"
     "\n"
     "Examples:\n"
-    "  EDITOR=nano veskctl sav edit view3.sav";
+    "  veskctl sav edit view3.sav\n"
+    "  veskctl sav edit --kind save /tmp/save0";
 
 constexpr char kCheckAbout[] =
     "Say what the device will do with files, and what is wrong with them";
@@ -105,48 +107,44 @@ constexpr char kDrawFooter[] =
 
 constexpr char kSchemaAbout[] = "Print the JSON Schema of what `dump --json` prints";
 constexpr char kSchemaFooter[] = "Examples:\n"
-                                 "  veskctl sav schema view";
+                                 "  veskctl sav schema view >view.schema.json\n"
+                                 "  veskctl sav schema save | jq -r '.definitions | keys[]'";
 
 // A value before and after, as a line or as JSON.
-void printChange(std::string_view name, const std::pair<std::string, std::string> &texts)
+std::string lineOfChange(std::string_view name, const std::string &before, const std::string &after)
 {
     const auto orDash = [](const std::string &text) { return text.empty() ? "-" : text; };
-    if (manner().json) {
-        fmt::print("{{\"field\":\"{}\",\"before\":{},\"after\":{}}}\n", name, texts.first,
-                   texts.second);
-    } else {
-        fmt::print("{}: {} -> {}\n", name, orDash(texts.first), orDash(texts.second));
-    }
+    return manner().json ? fmt::format("{{\"field\":\"{}\",\"before\":{},\"after\":{}}}\n", name,
+                                       before, after)
+                         : fmt::format("{}: {} -> {}\n", name, orDash(before), orDash(after));
 }
 
-// What differs between two files of one kind. Returns how many values do.
-size_t printChanges(const SavFile &before, const SavFile &after)
+// Prints what differs between two files of one kind.
+void printChanges(const SavFile &before, const SavFile &after)
 {
     const auto append = manner().json ? appendJson : appendText;
-    size_t changes = 0;
+    std::string lines;
     for (const SavValue &value : savValues(before.kind)) {
-        std::pair<std::string, std::string> texts;
-        append(*value.field, before.bytes, value.at, texts.first);
-        append(*value.field, after.bytes, value.at, texts.second);
-        if (texts.first != texts.second) {
-            printChange(value.name, texts);
-            changes += 1;
+        std::string a;
+        std::string b;
+        append(*value.field, before.bytes, value.at, a);
+        append(*value.field, after.bytes, value.at, b);
+        if (a != b) {
+            lines += lineOfChange(value.name, a, b);
         }
     }
-    if (before.bytes.size() != after.bytes.size()) {
-        printChange("length",
-                    {std::to_string(before.bytes.size()), std::to_string(after.bytes.size())});
-        changes += 1;
+    const auto lengthOf = [](const SavFile &file) { return std::to_string(file.bytes.size()); };
+    if (lengthOf(before) != lengthOf(after)) {
+        lines += lineOfChange("length", lengthOf(before), lengthOf(after));
     }
     const auto restOf = [](const SavFile &file) {
         const std::string digits = hexOf(std::string_view(file.bytes).substr(endOfSavValues(file)));
         return manner().json ? '"' + digits + '"' : digits;
     };
     if (restOf(before) != restOf(after)) {
-        printChange("rest", {restOf(before), restOf(after)});
-        changes += 1;
+        lines += lineOfChange("rest", restOf(before), restOf(after));
     }
-    return changes;
+    printText(lines);
 }
 
 // "outputTiming[3].hStart=128"
@@ -223,7 +221,7 @@ int runSavDump(const std::vector<std::string> &files, SavKind kind)
         }
         const std::string text = manner().json ? jsonOfSav(file, SavLayout::kOneLine) + '\n'
                                                : (isFirst ? "" : "\n") + tableOfSav(file);
-        std::fwrite(text.data(), 1, text.size(), stdout);
+        printText(text);
         isFirst = false;
     }
     return status;
@@ -252,9 +250,12 @@ int runSavDiff(const std::string &before, const std::string &after, SavKind kind
             throw UsageError(fmt::format("{} is a {} file and {} a {} file", before, nameOf(a.kind),
                                          after, nameOf(b.kind)));
         }
-        const size_t changes = a.bytes == b.bytes ? 0 : printChanges(a, b);
+        if (a.bytes == b.bytes) {
+            return kDone;
+        }
+        printChanges(a, b);
         flushOutput();
-        return changes == 0 ? kDone : kRefused;
+        return kRefused;
     } catch (const LocalError &error) {
         throw UsageError(error.what());
     }
@@ -278,7 +279,7 @@ int runSavSet(const std::string &path, const std::vector<std::string> &assignmen
 
 int runSavSchema(SavKind kind)
 {
-    fmt::print("{}\n", schemaOfSav(kind));
+    printText(schemaOfSav(kind) + '\n');
     return kDone;
 }
 

@@ -611,7 +611,8 @@ int checkDirectory(const std::string &directory)
     names.erase(std::unique(names.begin(), names.end()), names.end());
     int status = kDone;
     for (const std::string &name : names) {
-        const std::string path = directory + (directory.ends_with('/') ? "" : "/") + name;
+        const std::string path =
+            fmt::format("{}{}{}", directory, directory.ends_with('/') ? "" : "/", name);
         status = std::max(status, statusOf([&] { return checkEntry(path, name); }));
     }
     if (!others.empty() && !manner().quiet && !manner().json) {

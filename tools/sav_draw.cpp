@@ -336,27 +336,33 @@ bool Panel::placeLabel(const Shown &shown, const Label &label, const Box &place,
         width = std::max(width, widthOf(line, look_.font) + 6);
     }
     const double height = lineHeight * static_cast<double>(label.size()) + 4;
-    for (double y = top + 3; y + height + 3 <= bottom; y += lineHeight) {
-        for (double x = left + 3; x + width + 3 <= right; x += width / 2) {
-            const Box box = {x, y, width, height};
-            comparisons_ += labels_.size();
-            if (comparisons_ > kMostComparisons) {
-                return false;
-            }
-            if (std::any_of(labels_.begin(), labels_.end(),
-                            [&](const Box &other) { return other.meets(box); })) {
-                continue;
-            }
-            labels_.push_back(box);
-            svg += rectangle(box, fmt::format("rx=\"2\" fill=\"#ffffff\" fill-opacity=\"0.85\" "
-                                              "stroke=\"{}\" stroke-width=\"0.7\"",
-                                              colorOf(shown.layer->inputPort, 0.35)));
-            for (size_t i = 0; i < label.size(); ++i) {
-                svg += textAt(x + 3, y + lineHeight * static_cast<double>(i + 1) - 1, look_.font,
-                              label[i], i == 0 ? "font-weight=\"bold\"" : "");
-            }
-            return true;
+    const auto placesIn = [](double room, double size, double step) {
+        return room < size ? 0 : 1 + static_cast<size_t>((room - size) / step);
+    };
+    const size_t rows = placesIn(bottom - top - 6, height, lineHeight);
+    const size_t columns = placesIn(right - left - 6, width, width / 2);
+    for (size_t i = 0; i < rows * columns; ++i) {
+        const Box box = {left + 3 + static_cast<double>(i % columns) * width / 2,
+                         top + 3 + static_cast<double>(i / columns) * lineHeight, width, height};
+        comparisons_ += labels_.size();
+        if (comparisons_ > kMostComparisons) {
+            return false;
         }
+        if (std::any_of(labels_.begin(), labels_.end(),
+                        [&](const Box &other) { return other.meets(box); })) {
+            continue;
+        }
+        labels_.push_back(box);
+        svg += rectangle(box, fmt::format("rx=\"2\" fill=\"#ffffff\" fill-opacity=\"0.85\" "
+                                          "stroke=\"{}\" stroke-width=\"0.7\"",
+                                          colorOf(shown.layer->inputPort, 0.35)));
+        double y = box.y - 1;
+        for (const std::string &line : label) {
+            y += lineHeight;
+            svg += textAt(box.x + 3, y, look_.font, line,
+                          line == label[0] ? "font-weight=\"bold\"" : "");
+        }
+        return true;
     }
     return false;
 }

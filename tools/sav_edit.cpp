@@ -134,7 +134,9 @@ int runSavEdit(const std::string &path, SavKind kind)
     const std::string text = jsonOfSav(file, SavLayout::kIndented) + '\n';
     const std::string name = writeText(text);
     const auto kept = [&](const std::string &what) {
-        return fmt::format("{}; {} is as it was, and the text is kept in {}", what, path, name);
+        return access(name.c_str(), F_OK) == 0
+                   ? fmt::format("{}; nothing was written, and the text is kept in {}", what, name)
+                   : fmt::format("{}; nothing was written", what);
     };
     bool isChanged = false;
     try {

@@ -17,12 +17,12 @@ namespace {
 
 struct Range {
     // A value is one of these, or none of them counts and it lies between `low` and `high`.
-    std::vector<int64_t> choices;
+    std::vector<int64_t> choices = {};
     int64_t low = 0;
     int64_t high = 0;
     int64_t butNot = -1; // though it is between them
     enum class Kind : uint8_t { kUnknown, kNone, kNumber, kIndex, kMask } kind = Kind::kUnknown;
-    std::string words;
+    std::string words = {};
 };
 
 // Units, and texts that leave every value possible. An identification is its loader's business.

@@ -40,11 +40,8 @@ std::string withChecksum(std::string record)
 
 void tellNoAnswer(const Line &line, Milliseconds timeout, const char *more = "")
 {
-    fmt::print(stderr, "veskctl: no answer within {} ms{}{}\n", timeout.count(), more,
-               line.carriesDatagrams()
-                   ? "; over UDP commands reach the device only where the front "
-                     "board sends back what it gets: use --serial"
-                   : "");
+    fmt::print(stderr, "veskctl: no answer within {} ms{}\n", timeout.count(),
+               more[0] == '\0' ? adviceOnSilence(line) : more);
 }
 
 // `frame` is the command.

@@ -13,6 +13,7 @@
 #include "tools/errors.h"
 #include "tools/exchange.h"
 #include "tools/frames.h"
+#include "tools/manner.h"
 #include "tools/package.h"
 
 namespace {
@@ -152,14 +153,10 @@ int Update::find()
             return kDone;
         }
     }
-    return result(
-        kNoAnswer, "no answer",
-        fmt::format("nobody answers at {}, asked twice within {} ms; {}", line_.name(),
-                    (options_.firstWait + options_.timeout).count(),
-                    line_.carriesDatagrams()
-                        ? "commands reach the device only where the front board sends back what it "
-                          "gets: use --serial"
-                        : "is the device on, and is this its line?"));
+    return result(kNoAnswer, "no answer",
+                  fmt::format("nobody answers at {}, asked twice within {} ms{}", line_.name(),
+                              (options_.firstWait + options_.timeout).count(),
+                              adviceOnSilence(line_)));
 }
 
 int Update::query() const
@@ -171,7 +168,7 @@ int Update::query() const
             return kNoAnswer;
         }
         if (!progress_.isJson()) {
-            fmt::print("{}\n", frameWithDescription(answer->frame));
+            fmt::print("{}\n", coloredFrame(answer->frame));
         }
         const Rs232Command reply = recordOf(answer->frame);
         if (isRefusal(reply)) {
@@ -215,12 +212,14 @@ int Update::finish()
             phase_ = kFollowing;
             line_.send(frame + blockWithChecksum(stream_, number));
             seconds_ = Clock::now() - start_;
+            progress_.stop();
             outcome = follow(recordOf(frame), true);
         } else {
             phase_ = kFollowing;
             const auto answer = ask(line_, frame, blockWithChecksum(stream_, number),
                                     options_.blockTimeout, Others::kSkipped);
             seconds_ = Clock::now() - start_;
+            progress_.stop();
             if (!answer || !isRefusal(recordOf(answer->frame))) {
                 outcome = follow(recordOf(frame), answer.has_value());
             }
@@ -260,7 +259,9 @@ std::string Update::frameOfBlock(size_t number)
 
 void Update::sendAgain(size_t number, const char *why)
 {
-    progress_.tell(fmt::format("block {} of {}: {}, sent again", number, count_, why));
+    if (!manner().quiet) {
+        progress_.tell(fmt::format("block {} of {}: {}, sent again", number, count_, why));
+    }
     // Bytes that are still on their way must not get mixed up with the next try.
     const Deadline deadline(options_.blockTimeout);
     while (!line_.receive(std::min(kSettled, deadline.left())).empty()) {
@@ -369,7 +370,7 @@ int Update::report(Outcome outcome, const std::string &why)
 
 void Update::printFigures() const
 {
-    if (!progress_.isJson()) {
+    if (!progress_.isJson() && !manner().quiet) {
         fmt::print("{} blocks in {:.2f} s, {:.1f} blocks/s, {} sent again\n", count_,
                    seconds_.count(), static_cast<double>(count_) / seconds_.count(), sentAgain());
     }

@@ -187,9 +187,10 @@ constexpr char kDecodeFooter[] =
 
 constexpr char kConsoleAbout[] = "Type commands; see both lines and the daemon's output";
 constexpr char kConsoleFooter[] =
-    "Type commands as in `send`, or info, network, text, front TEXT, pc TEXT, help [WORD], quit. With --log the daemon's output is\n"
-    "shown too. Input from a pipe is taken line by line, each after the one before it has been\n"
-    "answered.\n"
+    "Type commands as in `send`, or info, network, text, front TEXT, pc TEXT, help [WORD], quit. With\n"
+    "--log the daemon's output is shown too. Input from a pipe is taken line by line, each after the\n"
+    "one before it has been answered. With --json every command gives the object that its subcommand\n"
+    "prints, and whatever else arrives one of its own.\n"
     "\n"
     "Examples:\n"
     "  veskctl --serial /dev/frontboard --udp 192.168.0.100 --log /tmp/vesk_h264.log console\n"
@@ -219,6 +220,7 @@ constexpr unsigned kDefaultTimeout = 1000;
 constexpr unsigned kDefaultRestartTimeout = 30000;
 constexpr unsigned kLongestTimeout = 600000;
 constexpr unsigned kMostRetries = 100;
+constexpr unsigned kMostQuestions = 1000000000;
 constexpr double kLongestInterval = 3600;
 constexpr char kVersion[] = "veskctl " VESK_VERSION;
 
@@ -338,7 +340,8 @@ struct Opened {
 void requireLine(const Options &options)
 {
     if (options.serial.empty() && options.udp.empty()) {
-        throw UsageError("--serial or --udp is needed");
+        throw UsageError("--serial or --udp is needed, such as --serial /dev/ttyUSB0; `veskctl "
+                         "serial ports` lists what there is");
     }
 }
 
@@ -440,15 +443,18 @@ int update(const Options &options)
                    "veskctl: {} is no program for the device: {}; sent because of --force\n",
                    options.file, fault);
     }
+    ProgressKind progress = manner().json ? ProgressKind::kJson : progressOf(options.progress);
+    if (manner().quiet && progress == ProgressKind::kBar) {
+        progress = ProgressKind::kNone;
+    }
     return onOneLine(options, [&](Line &line, Milliseconds timeout) {
-        return runUpdate(
-            line, stream,
-            {.query = options.query,
-             .isDry = options.isDry,
-             .progress = manner().json ? ProgressKind::kJson : progressOf(options.progress),
-             .timeout = timeout,
-             .blockTimeout = timeout + kDeviceWaitsBlock,
-             .restartTimeout = Milliseconds{options.restartTimeout}});
+        return runUpdate(line, stream,
+                         {.query = options.query,
+                          .isDry = options.isDry,
+                          .progress = progress,
+                          .timeout = timeout,
+                          .blockTimeout = timeout + kDeviceWaitsBlock,
+                          .restartTimeout = Milliseconds{options.restartTimeout}});
     });
 }
 
@@ -512,7 +518,16 @@ int play(const Options &options)
 
 // Groups of options. Each subcommand takes those of the groups that hold for it after its name; all
 // of them may also stand before it.
-enum Groups : unsigned { kLines = 1, kTalking = 2, kOutput = 4, kData = 8 };
+enum Groups : unsigned {
+    kLines = 1,
+    kTimeout = 2,
+    kRetries = 4,
+    kLog = 8,
+    kMessages = 16,
+    kColor = 32,
+    kOutput = kMessages | kColor,
+    kData = 64,
+};
 
 void addOptions(CLI::App &app, Options &options, unsigned groups)
 {
@@ -535,23 +550,29 @@ void addOptions(CLI::App &app, Options &options, unsigned groups)
         app.add_flag("-v,--verbose", manner().verbose,
                      "Print what the lines carry on standard error");
     }
-    if ((groups & kTalking) != 0) {
+    if ((groups & kTimeout) != 0) {
         app.add_option("--timeout", options.timeout, "How long to wait for an answer")
             ->capture_default_str()
             ->type_name("MS")
             ->check(CLI::Range(1U, kLongestTimeout).description(""));
+    }
+    if ((groups & kRetries) != 0) {
         app.add_option("--retries", manner().retries,
                        "How often a command is sent again that is not answered")
             ->capture_default_str()
             ->type_name("N")
             ->check(CLI::Range(0U, kMostRetries).description(""));
+    }
+    if ((groups & kLog) != 0) {
         app.add_option("--log", options.log, "File with the daemon's output")->type_name("FILE");
     }
     if ((groups & kData) != 0) {
         app.add_flag("--json", manner().json, "Print data as JSON, an object a line");
     }
-    if ((groups & kOutput) != 0) {
+    if ((groups & kMessages) != 0) {
         app.add_flag("-q,--quiet", manner().quiet, "No messages but errors, no summaries");
+    }
+    if ((groups & kColor) != 0) {
         app.add_option("--color", options.color, "Colour: auto, always or never")
             ->capture_default_str()
             ->type_name("WHEN")
@@ -613,7 +634,7 @@ int run(int argc, char **argv)
     app.require_subcommand(1);
     app.fallthrough(); // the options may also follow the subcommand
     app.set_version_flag("--version", kVersion, "Print the version and exit");
-    addOptions(app, options, kLines | kTalking | kOutput | kData);
+    addOptions(app, options, kLines | kTimeout | kRetries | kLog | kOutput | kData);
     options.about = "veskctl";
     for (int i = 1; i < argc; ++i) {
         options.about += fmt::format(" {}", escape(argv[i]));
@@ -676,7 +697,7 @@ int run(int argc, char **argv)
     pingCommand->footer(kPingFooter);
     pingCommand->add_option("-c,--count", options.count, "Questions; without it, until Ctrl-C")
         ->type_name("N")
-        ->check(CLI::PositiveNumber.description(""));
+        ->check(CLI::Range(1U, kMostQuestions).description(""));
     pingCommand->add_option("-i,--interval", options.interval, "Time between two questions")
         ->capture_default_str()
         ->type_name("S")
@@ -711,16 +732,20 @@ int run(int argc, char **argv)
     playCommand->footer(kPlayFooter);
     playCommand->add_option("FILE", options.transcript, "The transcript")->required();
 
-    for (CLI::App *const each :
-         {sendCommand, networkReadCommand, networkWriteCommand, textReadCommand, textWriteCommand,
-          updateCommand, infoCommand, pingCommand}) {
-        addOptions(*each, options, kLines | kTalking | kOutput | kData);
+    for (CLI::App *const each : {sendCommand, networkReadCommand, networkWriteCommand,
+                                 textReadCommand, textWriteCommand}) {
+        addOptions(*each, options, kLines | kTimeout | kRetries | kOutput | kData);
+    }
+    addOptions(*infoCommand, options, kLines | kTimeout | kRetries | kMessages | kData);
+    for (CLI::App *const each : {updateCommand, pingCommand}) {
+        addOptions(*each, options, kLines | kTimeout | kOutput | kData);
     }
     addOptions(*monitorCommand, options, kLines | kOutput | kData);
-    addOptions(*consoleCommand, options, kLines | kTalking | kOutput);
-    addOptions(*playCommand, options, kLines | kTalking | kOutput | kData);
+    // Those that are not answered are sent again by info, network and text.
+    addOptions(*consoleCommand, options, kLines | kTimeout | kRetries | kLog | kOutput | kData);
+    addOptions(*playCommand, options, kLines | kTimeout | kLog | kOutput | kData);
     addOptions(*decodeCommand, options, kOutput | kData);
-    addOptions(*portsCommand, options, kOutput | kData);
+    addOptions(*portsCommand, options, kMessages | kData);
 
     std::vector<Choice> choices = {
         {sendCommand, [&options] { return send(options); }},

@@ -48,7 +48,14 @@ void neverWaitFor(int descriptor)
     // that share it, as the program that started the daemon may.
     char path[32];
     std::snprintf(path, sizeof path, "/proc/self/fd/%d", descriptor);
-    const int own = open(path, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    int own = open(path, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (own < 0 && S_ISFIFO(status.st_mode)) { // nobody reads it yet, so be its reader meanwhile
+        const int reader = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        if (reader >= 0) {
+            own = open(path, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+            close(reader);
+        }
+    }
     if (own >= 0) {
         dup2(own, descriptor);
         close(own);

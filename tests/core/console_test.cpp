@@ -163,6 +163,33 @@ TEST(MainConsole, APipeWithoutRoomLosesWholeLinesAndStaysAsItIsForOthers)
     }
 }
 
+// As when the daemon starts before the program that reads its log.
+TEST(MainConsole, AFifoThatNobodyReadsYetStaysAsItIsForOthers)
+{
+    const char *const path = "/opt/scratch/log";
+    ASSERT_EQ(mkfifo(path, 0600), 0);
+    const int first = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    const int writer = open(path, O_WRONLY | O_CLOEXEC);
+    close(first);
+    int reader = -1;
+    std::string full;
+    {
+        const Prepared console(writer);
+        std::puts("to nobody");
+        reader = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        alarm(20);
+        printLines(5000);
+        alarm(0);
+        full = take(reader);
+    }
+    EXPECT_EQ(fcntl(writer, F_GETFL) & O_NONBLOCK, 0);
+    const std::vector<int> numbers = numbersOf(full);
+    EXPECT_GT(numbers.size(), 5u);
+    EXPECT_LT(numbers.size(), 5000u);
+    close(reader);
+    close(writer);
+}
+
 TEST(MainConsole, ASocketWithoutRoomLosesWholeLines)
 {
     for (const int type : {SOCK_STREAM, SOCK_DGRAM, SOCK_SEQPACKET}) {

@@ -206,11 +206,44 @@ class Completion(unittest.TestCase):
             with self.subTest(" ".join(words)):
                 self.assertEqual(self.complete("veskctl", *words), offered)
 
+    def test_offers_the_values_of_options(self):
+        rows = [
+            (["monitor", "--color", ""], ["auto", "always", "never"]),
+            (["monitor", "--color", "a"], ["auto", "always"]),
+            (["monitor", "--time", ""], ["absolute", "delta", "none"]),
+            (["update", "--machine", ""], ["arm", "x86_64", "any"]),
+            (["update", "--progress", ""], ["bar", "json", "none"]),
+            (["update", "--restart-timeout", ""], []),
+            (["ping", "--count", ""], []),
+        ]
+        for words, offered in rows:
+            with self.subTest(" ".join(words)):
+                self.assertEqual(self.complete("veskctl", *words), offered)
+
+    def test_offers_no_value_that_veskctl_refuses(self):
+        for words, option in (["monitor"], "--color"), (["monitor"], "--time"), (["update"], "--machine"), (
+                ["update"], "--progress"):
+            for value in self.complete("veskctl", *words, option, ""):
+                with self.subTest(f"{option} {value}"):
+                    run = subprocess.run([os.environ["VESKCTL"], *words, option, value, "--help"], check=False,
+                                         capture_output=True, text=True)
+                    self.assertEqual((run.returncode, run.stderr), (0, ""))
+
     def test_offers_what_the_help_lists(self):
         veskctl = os.environ["VESKCTL"]
         self.assertEqual(self.complete(veskctl, "mon"), ["monitor"])
         self.assertEqual(self.complete(veskctl, "network", ""), ["read", "write"])
         self.assertIn("--query", self.complete(veskctl, "update", "--"))
+        self.assertEqual(self.complete(veskctl, "sav", "d"), ["dump", "diff", "draw"])
+
+    def test_offers_files_and_kinds_of_settings(self):
+        veskctl = os.environ["VESKCTL"]
+        here = os.path.dirname(__file__)
+        self.assertEqual(self.complete(veskctl, "sav", "dump", f"{here}/gen"), [f"{here}/generate_test.py"])
+        self.assertEqual(self.complete(veskctl, "sav", "make", "x.json", "-o", f"{here}/gen"),
+                         [f"{here}/generate_test.py"])
+        self.assertEqual(self.complete(veskctl, "sav", "diff", "--kind", "v"), ["view"])
+        self.assertEqual(self.complete(veskctl, "sav", "schema", "U"), ["UserPref"])
 
 
 if __name__ == "__main__":

@@ -291,6 +291,9 @@ void Protocol::change(size_t at, const std::string &bytes)
     pref_.replace(at, bytes.size(), bytes);
     world->model->records->changed(Records::kUserPref, pref_);
     toBeSaved_ = pref_;
+    if (apply_.isDue && world->wall() >= apply_.since + kApplyDelay - kMillisecond) {
+        takenIsKnown_ = false; // what was due may be applied before this command or never
+    }
     save_ = apply_ = {true, world->wall(), 0};
 }
 
@@ -546,7 +549,9 @@ void Protocol::takeSystemNetwork()
     };
     // Tools that fail leave what was applied last, which happens at a time that is not known
     // exactly.
-    const bool isKnown = !apply_.isDue || world->wall() < apply_.since + kApplyDelay - kMillisecond;
+    const bool isKnown =
+        takenIsKnown_ &&
+        (!apply_.isDue || world->wall() < apply_.since + kApplyDelay - kMillisecond);
     --at;
     const auto takeAll = [&] {
         const Tools::Run *run = next("ifconfig");
@@ -803,6 +808,7 @@ void Protocol::passBegins()
         }
     }
     if (apply_.hasHappened(kApplyDelay)) {
+        takenIsKnown_ = true;
         taken_.dhcp = pref_[kDhcp] != 0;
         taken_.ip = pref_.substr(kIp, 4);
         taken_.gateway = pref_.substr(kGateway, 4);

@@ -116,6 +116,7 @@ private:
         std::string mac = std::string(6, '\0');
         bool dhcp = true;
     } taken_;
+    bool takenIsKnown_ = true;
     std::deque<Tools::Run> runs_; // since the last answer
     bool hasFailures_ = false;    // of calls, since the last answer
     bool updateIsInDoubt_ = false;

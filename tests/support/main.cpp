@@ -8,6 +8,7 @@
 // Started anywhere but on a board, the program starts itself on one. Built with
 // BOARD_FOR_EACH_CASE, it starts each case on a board of its own.
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -240,6 +241,15 @@ Outcome waitFor(pid_t child)
 #endif
 }
 
+// What a random run that has passed says of itself.
+void printReport(const std::string &name, const std::string &text)
+{
+    std::istringstream lines(text.substr(std::min(text.size(), text.find(kSoakSeed))));
+    for (std::string line; std::getline(lines, line) && !line.starts_with('[');) {
+        std::cout << name << ": " << line << std::endl;
+    }
+}
+
 int runEachInAProcess(const std::vector<std::string> &names, char **argv)
 {
 #ifndef BOARD_FOR_EACH_CASE
@@ -279,6 +289,9 @@ int runEachInAProcess(const std::vector<std::string> &names, char **argv)
             std::cout << text << "SKIPPED " << name << '\n';
         } else {
             ++passed;
+            if (soakSeconds() > 0) {
+                printReport(name, text);
+            }
         }
     }
     for (const std::string &name : failed) {

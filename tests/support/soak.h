@@ -9,6 +9,10 @@
 #include <iostream>
 #include <string>
 
+// The first word of what such a run prints. Under scripts/soak it is shown where the case passes,
+// too.
+inline constexpr char kSoakSeed[] = "VESK_SOAK_SEED=";
+
 inline uint32_t soakNumber(const char *name, uint32_t otherwise)
 {
     const char *const text = std::getenv(name);
@@ -25,7 +29,7 @@ class SoakRun {
 public:
     explicit SoakRun(uint32_t fewRounds) : atLeast(fewRounds)
     {
-        std::cout << "VESK_SOAK_SEED=" << seed << std::endl; // shown where the case fails
+        std::cout << kSoakSeed << seed << std::endl; // shown where the case fails
     }
 
     // Whether there is another round, which is then counted.

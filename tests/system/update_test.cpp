@@ -1,7 +1,7 @@
 // Firmware update: the installed program replaces itself by another one, over the line and over
 // UDP, and stays what it is when something is wrong. The daemon is /usr/bin/vesk_h264 of the board,
 // a copy of the one that was built. Under scripts/soak the package over UDP is as long as a random
-// run.
+// run, and as many updates are cut short as fit into one.
 
 #include "tests/support/bytes.h"
 #include "tests/support/files.h"
@@ -9,7 +9,13 @@
 #include "tests/system/board.h"
 
 #include <algorithm>
+#include <cmath>
+#include <csignal>
+#include <map>
 #include <numeric>
+#include <random>
+#include <sys/stat.h>
+#include <thread>
 
 namespace fs = std::filesystem;
 using std::chrono::steady_clock;
@@ -26,6 +32,13 @@ const std::string kScript = "#!/bin/sh\nexec /usr/bin/vesk_h264_backup\n";
 constexpr size_t kBlock = 1024;
 constexpr size_t kHeader = 128;
 constexpr auto kUpdateMode = std::chrono::seconds(5); // after the last command of an update
+
+// 0 while there is no such file.
+ino_t inodeOf(const char *path)
+{
+    struct stat status {};
+    return stat(path, &status) == 0 ? status.st_ino : 0;
+}
 
 uint32_t wideSumOf(std::string_view bytes)
 {
@@ -118,6 +131,15 @@ protected:
         EXPECT_EQ(fs::status(kExecutable).permissions() & kExecute, kExecute);
         startAnew();
         expectLife();
+    }
+
+    // Ends the daemon and what it has started, as a kill of the whole device would.
+    void killAll()
+    {
+        const pid_t group = daemon->pid(); // it has a session of its own
+        kill(-group, SIGKILL);
+        ASSERT_TRUE(daemon->waitForEnd());
+        ASSERT_TRUE(eventually([group] { return kill(-group, 0) != 0; }));
     }
 
     // Sends back what comes from the daemon until that ends so, and returns it.
@@ -270,4 +292,44 @@ TEST_F(SystemUpdate, ReplacesItselfOverUdpWhenTheFrontBoardEchoes)
         EXPECT_LE(heard.size(), 18u + 19u);
     }
     expectInstalled(transfer);
+}
+
+// Only the copy over the executable leaves one that cannot be started; then the backup is whole.
+TEST_F(SystemUpdate, LeavesTheOldOrTheNewProgramWhenItIsCutShort)
+{
+    const Transfer transfer(kScript + std::string(20 * kBlock, '#'));
+    SoakRun run(3);
+    std::mt19937 random(run.seed);
+    std::uniform_real_distribution<double> fraction;
+    std::map<std::string, int> outcomes;
+    while (run.goesOn()) {
+        SetUp();
+        const ino_t inode = inodeOf(kExecutable);
+        fs::remove(kBackup);
+        sendAll(transfer);
+        // In every other round soon after the copy has begun, as the rest takes little time.
+        const bool isInCopy = run.rounds % 2 == 0;
+        const auto end = steady_clock::now() + milliseconds(200);
+        while (isInCopy && inodeOf(kExecutable) == inode && steady_clock::now() < end) {
+        }
+        const double longest = isInCopy ? 3 : 30;
+        const std::chrono::duration<double, std::milli> pause(longest *
+                                                              std::pow(fraction(random), 3));
+        std::this_thread::sleep_for(pause);
+        ASSERT_NO_FATAL_FAILURE(killAll());
+        const std::string program = contentOf(kExecutable);
+        if (program != old && program != transfer.stored) {
+            ++outcomes["damaged"];
+            ASSERT_TRUE(contentOf(kBackup) == old) << "round " << run.rounds;
+            continue;
+        }
+        ++outcomes[program == old ? "old" : "new"];
+        ASSERT_EQ(access(kExecutable, X_OK), 0) << "round " << run.rounds;
+        startAnew();
+        expectLife();
+    }
+    std::cout << run.rounds << " kills: the old program " << outcomes["old"]
+              << " times, the new one " << outcomes["new"]
+              << " times, a damaged one with its backup " << outcomes["damaged"] << " times"
+              << std::endl;
 }

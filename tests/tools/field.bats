@@ -85,15 +85,18 @@ MAC               02:76:65:73:6b:01' ]
     connect 'cat >"$BATS_TEST_TMPDIR/heard"'
     run -3 --separate-stderr "$VESKCTL" --serial "$device" --timeout 200 info
     [ "$output" = '' ]
-    [ "$stderr" = 'veskctl: device type: no answer' ]
+    [ "$stderr" = 'veskctl: device type: no answer; is the device on, and is this its line?' ]
     [ "$(cat "$BATS_TEST_TMPDIR/heard")" = '<T0000680100000069>' ]
 }
 
 @test "ping: status 3 when nothing came" {
     connect 'cat >/dev/null'
+    run -2 "$VESKCTL" --serial "$device" ping -c none
+    [ "$output" = 'veskctl: --count: Value none not in range 1 to 1000000000; see `veskctl ping --help`' ]
     run -3 --separate-stderr "$VESKCTL" --serial "$device" --timeout 200 ping -c 2 -i 0
     [ "${lines[0]}" = "no answer from $device: seq=1" ]
     [[ ${lines[2]} =~ ^'2 sent, 0 answered, 100% lost, '[0-9]+' ms'$ ]]
+    [ "$stderr" = "veskctl: nobody answered at $device; is the device on, and is this its line?" ]
 }
 
 @test "ping: counts what came and what did not" {
@@ -148,6 +151,43 @@ MAC               02:76:65:73:6b:01' ]
     run -3 --separate-stderr "$VESKCTL" --serial "$device" --timeout 100 send 68 01 --json
     "$here/validate.py" send <<<"$output"
     [[ $output == *'"reply":null}' ]]
+}
+
+@test "JSON: the console, a line for each command and for what else is said" {
+    at_desk '
+        printf "%s\n" "read device type" "input source" info "network read" "text write 09 00 [a=1]" "text read 09" \
+            "front hello" dance "help gateway" |
+            ctl console --json >/opt/scratch/out 2>/opt/scratch/help || [ $? = 2 ]
+        valid console /opt/scratch/out
+        grep -v "\"log\"" /opt/scratch/out
+        grep -c "write gateway" /opt/scratch/help >&2'
+    [[ ${lines[0]} == '{"command":{"frame":"<T0000680100000069>",'*'"reply":{"frame":"<F00006801263300c2>",'* ]]
+    [[ ${lines[1]} == *'"reply":{"frame":"<F000073ffffffff6f>","kind":"refusal",'* ]]
+    [[ ${lines[2]} == '{"device_type":"2633",'* ]]
+    [[ ${lines[3]} == *'"network":{"address":"192.168.0.100",'* ]]
+    [[ ${lines[4]} == '{"command":{"frame":"<T0000f20900'*'"reply":{"frame":"<F0000f20900'* ]]
+    [[ ${lines[5]} == *'"text":"[]"}' ]]
+    [ "${lines[6]}" = '{"line":"front","direction":"sent","bytes":"68656c6c6f","text":"hello"}' ]
+    [[ ${lines[7]} == '{"typed":"dance","error":"'* ]]
+    [ "${lines[8]}" = '{"summary":{"sent":2,"answered":2}}' ]
+    [ "$stderr" = 1 ]
+    # What is no answer to the command, and no answer at all.
+    connect 'IFS= read -r -N 19; printf "noise<F00006a03010a0078>"; cat >/dev/null'
+    run -3 --separate-stderr "$VESKCTL" --serial "$device" --timeout 500 console --json <<<'68 01'
+    "$here/validate.py" console <<<"$output"
+    [ "${lines[0]}" = '{"line":"front","direction":"received","bytes":"6e6f697365","text":"noise"}' ]
+    [[ ${lines[1]} == '{"line":"front","direction":"received","frame":{"frame":"<F00006a03010a0078>",'* ]]
+    [[ ${lines[2]} == '{"command":{"frame":"<T0000680100000069>",'*'"reply":null}' ]]
+}
+
+@test "console: info, network and text, as the subcommands print them" {
+    at_desk '
+        printf "%s\n" info "network read" "text write 09 01 [a=1,b=2]" "text read 09 01" |
+            "$VESKCTL" ${options%--log*} --timeout 60000 console >/opt/scratch/out
+        { ctl info; ctl network read; ctl text write 09 01 "[a=1,b=2]"; ctl text read 09 01; } >/opt/scratch/expected
+        cat /opt/scratch/out
+        cmp /opt/scratch/out /opt/scratch/expected'
+    [[ $output == 'device type       2633'* ]]
 }
 
 @test "JSON: decode and serial ports" {
@@ -318,7 +358,10 @@ front< <F00006801263300c2>  reply, address 00, tag 00: read device type: 2633' ]
         [ "$(grep -c '^  \(veskctl\|.*| veskctl\) ' <<<"$output")" -ge 2 ] || { echo "examples: $subcommand"; false; }
         [[ $output == *--quiet* ]]
         [[ $subcommand == decode || $subcommand == 'serial ports' || $output == *--serial*--record* ]]
-        [[ $subcommand == console || $output == *--json* ]]
+        [[ $output == *--json* ]]
+        [[ $subcommand == console || $subcommand == play || $output != *--log* ]]
+        [[ ! $subcommand =~ ^(update|ping|play|monitor|decode|serial ports)$ || $output != *--retries* ]]
+        [ "$(awk 'length > 100' <<<"$output")" = '' ] || { echo "wide lines: $subcommand"; false; }
     done
 }
 

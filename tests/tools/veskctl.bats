@@ -84,7 +84,7 @@ veskctl: skipped: <F00006801263300c3>  reply, address 00, tag 00: read device ty
 
 @test "send: no answer in time, status 3; what is never answered is said so" {
     connect 'cat >/dev/null'
-    gives 3 '' 'veskctl: no answer within 200 ms' --timeout 200 send 68 01
+    gives 3 '' 'veskctl: no answer within 200 ms; is the device on, and is this its line?' --timeout 200 send 68 01
     gives 3 '' 'veskctl: no answer within 200 ms; this command never gets one' --timeout 200 send 8e 04
 }
 
@@ -225,6 +225,15 @@ RESTARTS='head -c 38 >asked; printf "<F00036801263300c5>"; head -c 19 >>asked; p
     [ "$(stat -c %s got)" = 2088 ]
     [ "$(head -c 19 got)" = '<T00009aa007000041>' ]
     [ "$(tail -c +1045 got | head -c 19)" = '<T00019aa007010043>' ]
+}
+
+@test "update: with --quiet only the result" {
+    connect "$ANSWERS"'; head -c 1044 >got; printf "<F00009affffffff96>"; head -c 1044 >>got; printf "<F00019aa007000042>"
+        '"$RESTARTS"
+    echo new >new
+    on_line 0 update -q --force new
+    said 'the device has restarted, with version 1.10' \
+        'veskctl: new is no program for the device: it is no executable (ELF) file; sent because of --force'
 }
 
 @test "update: with --progress json every line is an object, the last the result" {

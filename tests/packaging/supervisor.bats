@@ -1,0 +1,262 @@
+#!/usr/bin/env bats
+# What the supervisor and vesk_h264_program do with programs that start and with programs that do not.
+
+bats_require_minimum_version 1.5.0
+
+setup() {
+    cd "$BATS_TEST_DIRNAME/../.." || return
+}
+
+# Runs a script on a board of its own, with the functions of supervised.sh.
+on_board() {
+    testbench/board sh -c ". tests/packaging/supervised.sh; $1"
+}
+
+@test "two failures: the program is started again, and stays" {
+    on_board '
+        plan $program young fail fail up
+        plan ${program}_backup old up
+        supervise
+        eventually test -s ${program}_good
+        check is $program young
+        check not started old 1
+        check grep -qx "$(sha256sum <$program | cut -d" " -f1)" ${program}_good'
+}
+
+@test "three failures: the backup takes its place, the program is kept, one line says so" {
+    on_board '
+        plan $program young fail
+        plan ${program}_backup old up
+        supervise
+        eventually started old 1
+        check is $program old
+        check is ${program}_failed young
+        check test "$(grep -cx young $scratch/starts)" -eq 3
+        check said "vesk_h264: the program did not come up 3 times; replaced by the backup, and kept as /usr/bin/vesk_h264_failed"
+        check logged "the program did not come up 3 times; replaced by the backup"
+        check test "$(wc -l <$scratch/console)" -eq 1'
+}
+
+@test "it is the same with status 0, with a program that hangs, and with one that ends soon after" {
+    for word in zero hang brief; do
+        on_board '
+            plan $program young '$word'
+            plan ${program}_backup old up
+            supervise
+            eventually started old 1
+            check is ${program}_failed young
+            check test "$(grep -cx young $scratch/starts)" -eq 3' &
+        pids+=($!)
+    done
+    for pid in "${pids[@]}"; do
+        wait "$pid"
+    done
+}
+
+@test "a program that was good is never replaced, though it fails four times and more" {
+    on_board '
+        plan $program young up
+        plan ${program}_backup old up
+        supervise
+        eventually test -s ${program}_good
+        # As if the same program failed from now on: a wrong state of the device, not of the program.
+        plan $scratch/new young fail
+        sha256sum <$scratch/new | cut -d" " -f1 >>${program}_good
+        mv $scratch/new $program
+        kill "$(cat /run/vesk_h264.running)"
+        eventually started young 6
+        check is $program young
+        check not started old 1
+        check not said replaced'
+}
+
+@test "a program that cannot be executed is replaced before it is tried" {
+    on_board '
+        plan $program young up
+        plan ${program}_backup old up
+        plan $scratch/whole young up
+        for fault in missing empty text mode short segments machine; do
+            case $fault in
+            missing) rm $program ;;
+            empty) : >$program ;;
+            text) echo "#!/bin/sh" >$program ;;
+            mode) cp $scratch/whole $program; chmod 644 $program ;;
+            short) head -c 9000 $scratch/whole >$program ;;
+            segments) head -c 9000 $scratch/whole >$program # and no section table
+                printf "\0\0\0" | dd of=$program bs=1 seek=40 conv=notrunc 2>/dev/null
+                printf "\0\0" | dd of=$program bs=1 seek=60 conv=notrunc 2>/dev/null ;;
+            machine) cp $scratch/whole $program
+                printf "\050" | dd of=$program bs=1 seek=18 conv=notrunc 2>/dev/null ;;
+            esac
+            [ "$fault" = mode ] || chmod 755 $program
+            : >$scratch/console
+            check vesk_h264_program before-start
+            check is $program old
+            check test -x $program
+            eventually said "replaced by the backup"
+            case $fault in
+            missing) check said "there is no program; replaced by the backup"; check not said kept ;;
+            mode) check said "the program has no execute bit" ;;
+            *) check said "the program is cut short or not for this processor" ;;
+            esac
+        done'
+}
+
+@test "a good program that has lost its execute bit gets it back" {
+    on_board '
+        plan $program young up
+        plan ${program}_backup old up
+        sha256sum <$program | cut -d" " -f1 >${program}_good
+        chmod 644 $program
+        supervise
+        eventually started young 1
+        eventually said "the program has no execute bit; it was given back"
+        check is $program young'
+}
+
+@test "both bad: it says why, goes on trying with pauses, and never gives up" {
+    for backup in same short machine none; do
+        on_board '
+            plan $program young fail
+            plan ${program}_backup old up
+            case '$backup' in
+            same) cp $program ${program}_backup; reason="the backup is the same program" ;;
+            short) head -c 9000 $program >${program}_backup; reason="the backup is cut short" ;;
+            machine) printf "\050" | dd of=${program}_backup bs=1 seek=18 conv=notrunc 2>/dev/null
+                reason="not for this processor, so it stays" ;;
+            none) rm ${program}_backup; reason="there is no backup" ;;
+            esac
+            supervise
+            eventually said "$reason"
+            eventually started young 8
+            check is $program young
+            # With pauses of 1, 2, 2 ... s that takes thirteen seconds: neither a tight loop nor ever longer.
+            check test "$(grep -cx young $scratch/starts)" -le 8' &
+        pids+=($!)
+    done
+    for pid in "${pids[@]}"; do
+        wait "$pid"
+    done
+}
+
+@test "an update's own restart is no failure, however often and soon it comes" {
+    on_board '
+        plan $program one brief
+        plan ${program}_backup old up
+        supervise
+        for next in two three four five; do
+            eventually started "$(tail -n 1 $program | cut -d" " -f2)" 1
+            plan $scratch/new $next brief
+            mv $scratch/new $program
+        done
+        eventually started five 3
+        eventually said "did not come up 3 times"
+        check test "$(wc -l <$scratch/console)" -eq 1'
+}
+
+@test "an update after two failures is no third one" {
+    on_board '
+        plan $program one fail fail update
+        plan $scratch/new two up
+        plan ${program}_backup old up
+        supervise
+        eventually test -s ${program}_good
+        check is $program two
+        check not started old 1'
+}
+
+@test "failures count in a row only: a program that was up in between is not replaced" {
+    on_board '
+        echo GOOD_SECONDS=60 >>/etc/default/vesk_h264
+        plan $program young fail fail late fail fail late up
+        plan ${program}_backup old up
+        supervise
+        eventually started young 7
+        check is $program young'
+}
+
+@test "a note survives a power cut and holds for its program only" {
+    on_board '
+        plan $program young up
+        plan ${program}_backup old up
+        supervise
+        eventually test -s ${program}_good
+        kill -KILL $supervisor "$(cat /run/vesk_h264.running)"
+        rm -f /run/vesk_h264.*
+        echo half >${program}_good.new
+        chmod 644 $program
+        supervise
+        eventually said "it was given back"
+        kill $supervisor
+        wait $supervisor
+        plan $program other fail
+        supervise
+        eventually started old 1'
+}
+
+@test "a directory that is read-only: it says so and goes on without" {
+    on_board '
+        plan $program young up
+        mount -o bind /usr/bin /usr/bin && mount -o remount,bind,ro /usr/bin
+        supervise
+        eventually said "which cannot be noted in /usr/bin/vesk_h264_good"
+        check kill -0 "$(cat /run/vesk_h264.running)"'
+    on_board '
+        plan $program young fail
+        plan ${program}_backup old up
+        mount -o bind /usr/bin /usr/bin && mount -o remount,bind,ro /usr/bin
+        supervise
+        eventually said "cannot be copied to /usr/bin/vesk_h264_new, so it stays"
+        eventually started young 5'
+}
+
+@test "the log gets a hundred lines a second, whole ones, and how many were left out" {
+    on_board '
+        plan $program young chatty
+        supervise
+        eventually logged "xxx whole"
+        eventually logged "lines were left out"
+        kill $supervisor
+        kept=$(grep -c ": line [0-9]*$" $scratch/log)
+        lost=$(sed -n "s/.*: \([0-9]*\) lines were left out$/\1/p" $scratch/log | awk "{ sum += \$1 } END { print sum }")
+        # With "enter main" there are 1001 lines, in one second of the clock or in two.
+        check test $((kept + lost)) -ge 1000
+        check test $((kept + lost)) -le 1001
+        check test "$kept" -le 200
+        check test "$kept" -ge 99'
+}
+
+@test "a stop ends the program too; what a killed supervisor left is ended by the next" {
+    on_board '
+        plan $program young up
+        supervise
+        eventually started young 1
+        eventually test -s /run/vesk_h264.running
+        left=$(cat /run/vesk_h264.running)
+        kill -KILL $supervisor
+        supervise
+        eventually started young 2
+        check not test -e "/proc/$left/exe"
+        eventually not grep -qx "$left" /run/vesk_h264.running
+        left=$(cat /run/vesk_h264.running)
+        kill $supervisor
+        wait $supervisor
+        check not kill -0 "$left"'
+}
+
+@test "the init script starts, restarts and stops it" {
+    on_board '
+        ln -s ../run /var/run 2>/dev/null
+        plan $program young up
+        check packaging/board/S60vesk_h264 start
+        eventually started young 1
+        check packaging/board/S60vesk_h264 restart
+        eventually started young 2
+        eventually test -s /run/vesk_h264.running
+        left=$(cat /run/vesk_h264.running)
+        check packaging/board/S60vesk_h264 stop
+        check not kill -0 "$left"
+        check not test -e /var/run/vesk_h264.pid
+        packaging/board/S60vesk_h264 status && exit 1
+        true'
+}
