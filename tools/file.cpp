@@ -64,7 +64,7 @@ int writeAll(int descriptor, std::string_view content)
 std::string withoutLinks(const std::string &file)
 {
     char *const path = realpath(file.c_str(), nullptr);
-    const std::string result = path == nullptr ? file : path;
+    std::string result = path == nullptr ? file : path;
     std::free(path); // NOLINT(cppcoreguidelines-no-malloc): realpath() allocates it
     return result;
 }

@@ -54,8 +54,9 @@ struct Loader {
     SavKind kind;
     std::string (*nameOfFile)(const Numbers &numbers);
     std::string (*operation)(const Numbers &numbers);
-    bool (*load)(const Numbers &numbers); // false if it says that it has not loaded the file
-    std::string (*content)();             // of the record in memory
+    // Whether the file was taken; none where the loader does not say.
+    std::optional<bool> (*load)(const Numbers &numbers);
+    std::string (*content)(); // of the record in memory
 };
 
 std::string numbered(const char *kind, const Numbers &numbers)
@@ -63,42 +64,44 @@ std::string numbered(const char *kind, const Numbers &numbers)
     return numberedFile(kind, numbers.first).text;
 }
 
+constexpr std::optional<bool> kUnsaid;
+
 // clang-format off
 const Loader kLoaders[] = {
     {SavKind::kUserPref,
      [](const Numbers &) { return std::string("UserPref.sav"); },
      [](const Numbers &) { return std::string("loadUserPrefNoSave()"); },
-     [](const Numbers &) { loadUserPrefNoSave(); return true; },
+     [](const Numbers &) { loadUserPrefNoSave(); return kUnsaid; },
      [] { return contentOf(getUserPref()); }},
     {SavKind::kDevInfo,
      [](const Numbers &) { return std::string("DevInfo.sav"); },
      [](const Numbers &) { return std::string("loadDeviceInfo()"); },
-     [](const Numbers &) { loadDeviceInfo(); return true; },
+     [](const Numbers &) { loadDeviceInfo(); return kUnsaid; },
      [] { return contentOf(getDeviceInfo()); }},
     {SavKind::kSave,
      [](const Numbers &numbers) { return numbered("save", numbers); },
      [](const Numbers &numbers) { return fmt::format("loadUserSetting({})", numbers.first); },
-     [](const Numbers &numbers) { return loadUserSetting(numbers.first) != 0; },
+     [](const Numbers &numbers) { return std::optional(loadUserSetting(numbers.first) != 0); },
      [] { return contentOf(GetUserSetting()); }},
     {SavKind::kView,
      [](const Numbers &numbers) { return numbered("view", numbers); },
      [](const Numbers &numbers) { return fmt::format("LoadViewSetting({})", numbers.first); },
-     [](const Numbers &numbers) { return LoadViewSetting(numbers.first) != 0; },
+     [](const Numbers &numbers) { return std::optional(LoadViewSetting(numbers.first) != 0); },
      [] { return contentOf(GetSaveViewSetting()); }},
     {SavKind::kPage,
      [](const Numbers &numbers) { return fmt::format("page{}_{}.sav", numbers.first, numbers.second); },
      [](const Numbers &numbers) { return fmt::format("LoadFromPage({})", numbers.first); },
-     [](const Numbers &numbers) { return LoadFromPage(static_cast<uint8_t>(numbers.first)) != 0; },
+     [](const Numbers &numbers) { return std::optional(LoadFromPage(static_cast<uint8_t>(numbers.first)) != 0); },
      [] { return contentOf(GetSaveViewSetting()); }},
     {SavKind::kTimeCon,
      [](const Numbers &) { return std::string("timeCon0.sav"); }, // whatever the number is
      [](const Numbers &) { return std::string("loadTimeControl(0)"); },
-     [](const Numbers &) { loadTimeControl(0); return true; },
+     [](const Numbers &) { loadTimeControl(0); return kUnsaid; },
      [] { return contentOf(GetTimeControl()); }},
     {SavKind::kWorkTime,
      [](const Numbers &) { return std::string("workTime.sav"); },
      [](const Numbers &) { return std::string("loadWorkTimeList()"); },
-     [](const Numbers &) { loadWorkTimeList(); return true; },
+     [](const Numbers &) { loadWorkTimeList(); return kUnsaid; },
      [] { return contentOf(getWorkTimeList()); }},
 };
 // clang-format on
@@ -134,7 +137,7 @@ struct Before {
 };
 
 struct Loaded {
-    bool isTaken = false;
+    std::optional<bool> isTaken;
     std::string content;
     SavRun run;
 };
@@ -351,7 +354,7 @@ void checkRecord(SavFinding &finding, const Loader &loader, const Numbers &numbe
     const Loaded loaded = load(loader, numbers, {{finding.name, bytes}});
     noteRun(finding, loaded.run);
     Comparison comparison{bytes, fitted(bytes, loaded.content.size()), loaded.content, {}};
-    if (!loaded.isTaken || isReset(finding.kind, comparison)) {
+    if (!loaded.isTaken.value_or(!isReset(finding.kind, comparison))) {
         const bool isView = finding.kind == SavKind::kView;
         finding.verdict = isView ? SavVerdict::kRefused : SavVerdict::kReset;
         comparison.fresh = load(loader, numbers, {}).content;
@@ -366,11 +369,11 @@ void noteView(SavFinding &finding, const Loader &loader, const Numbers &numbers,
     const SavFiles files = {{finding.name, bytes}};
     if (finding.verdict == SavVerdict::kTaken) {
         const auto current = static_cast<uint8_t>(numbers.first);
-        if (!load(loader, numbers, files, {.currentView = current}).isTaken) {
+        if (load(loader, numbers, files, {.currentView = current}).isTaken == false) {
             finding.notes.emplace_back(
                 "no layer is visible: as the current view, it counts as not stored");
         }
-    } else if (load(loader, numbers, files, {.hasReadView = true}).isTaken) {
+    } else if (load(loader, numbers, files, {.hasReadView = true}).isTaken == true) {
         finding.notes.push_back(fmt::format("taken if the view that was read before it is a good "
                                             "one, which then gives it its last {} bytes",
                                             sizeof(ViewSetting) - bytes.size()));
@@ -382,7 +385,8 @@ void checkPage(SavFinding &finding, const Loader &loader, const Numbers &numbers
 {
     const Loaded loaded = load(loader, numbers, {{finding.name, bytes}});
     noteRun(finding, loaded.run);
-    finding.verdict = loaded.isTaken ? SavVerdict::kTaken : SavVerdict::kRefused;
+    const bool isTaken = loaded.isTaken == true;
+    finding.verdict = isTaken ? SavVerdict::kTaken : SavVerdict::kRefused;
     // The views as they are stored.
     Comparison comparison{bytes, fitted(bytes, lengthOf(SavKind::kPage)), {}, {}};
     comparison.after = comparison.before;
@@ -394,7 +398,7 @@ void checkPage(SavFinding &finding, const Loader &loader, const Numbers &numbers
         }
     }
     judge(finding, comparison);
-    if (!loaded.isTaken && !finding.written.empty()) {
+    if (!isTaken && !finding.written.empty()) {
         finding.notes.push_back(fmt::format("by then, the {} whole views before its end are stored",
                                             finding.written.size()));
     }

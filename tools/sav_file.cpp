@@ -23,24 +23,25 @@ namespace {
 
 // A kind of file. Its names are `name`, `numbers` numbers with "_" between them, and ".sav".
 struct KindRow {
-    SavKind kind;
     std::string_view name;
     size_t length;
-    size_t numbers;
     size_t identificationAt;
     uint32_t identification;
+    uint8_t numbers;
+    SavKind kind;
 };
+
+constexpr size_t kPageLength = kViewCount * sizeof(ViewSetting);
 
 // clang-format off
 constexpr KindRow kKinds[] = {
-    {SavKind::kUserPref, "UserPref", sizeof(UserPref),     0, offsetof(UserPref, identification),     kUserPrefId},
-    {SavKind::kDevInfo,  "DevInfo",  sizeof(DeviceInfo),   0, offsetof(DeviceInfo, identification),   kDeviceInfoId},
-    {SavKind::kSave,     "save",     sizeof(UserSetting),  1, offsetof(UserSetting, identification),  kUserSettingId},
-    {SavKind::kView,     "view",     sizeof(ViewSetting),  1, offsetof(ViewSetting, identification),  kViewId},
-    {SavKind::kPage,     "page",     kViewCount * sizeof(ViewSetting),
-                                                           2, offsetof(ViewSetting, identification),  kViewId},
-    {SavKind::kTimeCon,  "timeCon",  sizeof(TimeControl),  1, offsetof(TimeControl, identification),  kTimeControlId},
-    {SavKind::kWorkTime, "workTime", sizeof(WorkTimeList), 0, offsetof(WorkTimeList, identification), kWorkTimeListId},
+    {"UserPref", sizeof(UserPref),     offsetof(UserPref, identification),     kUserPrefId,     0, SavKind::kUserPref},
+    {"DevInfo",  sizeof(DeviceInfo),   offsetof(DeviceInfo, identification),   kDeviceInfoId,   0, SavKind::kDevInfo},
+    {"save",     sizeof(UserSetting),  offsetof(UserSetting, identification),  kUserSettingId,  1, SavKind::kSave},
+    {"view",     sizeof(ViewSetting),  offsetof(ViewSetting, identification),  kViewId,         1, SavKind::kView},
+    {"page",     kPageLength,          offsetof(ViewSetting, identification),  kViewId,         2, SavKind::kPage},
+    {"timeCon",  sizeof(TimeControl),  offsetof(TimeControl, identification),  kTimeControlId,  1, SavKind::kTimeCon},
+    {"workTime", sizeof(WorkTimeList), offsetof(WorkTimeList, identification), kWorkTimeListId, 0, SavKind::kWorkTime},
 };
 // clang-format on
 static_assert(std::size(kKinds) == static_cast<size_t>(SavKind::kUnknown));

@@ -255,6 +255,8 @@ private:
             // What is greater than any int64_t is greater than any field.
             const bool isHuge = json.is_number_unsigned() && json.get<uint64_t>() > INT64_MAX;
             storeNumber(field, isHuge ? INT64_MAX : json.get<int64_t>(), bytes_, at);
+        } else if (json.is_structured()) {
+            throw UsageError(fmt::format("there is an {}, and not a value", json.type_name()));
         } else {
             storeText(field, json.dump(), bytes_, at); // which says what is possible
         }

@@ -152,15 +152,16 @@ void Chapter::addTable(const SavField &field, size_t at, const std::string &pref
     std::vector<std::vector<std::string>> columns; // of cells
     std::vector<size_t> widths;
     for (const Cell &cell : cells) {
-        std::vector<std::string> &column =
-            columns.emplace_back(std::vector{cell.name, std::string(cell.field->unit)});
+        std::vector<std::string> column{cell.name, std::string(cell.field->unit)};
         for (size_t i = 0; i < field.count; ++i) {
             column.push_back(valueOf(*cell.field, bytes_, at + cell.at + i * field.bytes));
         }
-        widths.push_back(
-            std::max_element(column.begin(), column.end(), [](const auto &a, const auto &b) {
-                return a.size() < b.size();
-            })->size());
+        size_t width = 0;
+        for (const std::string &text : column) {
+            width = std::max(width, text.size());
+        }
+        widths.push_back(width);
+        columns.push_back(std::move(column));
     }
     // As many columns as fit, then the next ones below.
     const size_t label = fmt::format("[{0}] to [{0}]", field.count - 1).size();

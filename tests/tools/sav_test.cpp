@@ -547,7 +547,7 @@ TEST(SavJson, WhatIsWrongIsToldWithItsPlace)
         {"[1, 2]",            "[1, -1]",       "F: counters[1]: \"-1\" is not a number from 0 to 4294967295"},
         {"[1, 2]",            "[1, null]",     "F: counters[1]: \"null\" is not a number from 0 to 4294967295"},
         {"[1, 2]",            "[1, true]",     "F: counters[1]: \"true\" is not a number from 0 to 4294967295"},
-        {"[1, 2]",            "[1, [2]]",      "F: counters[1]: \"[2]\" is not a number from 0 to 4294967295"},
+        {"[1, 2]",            "[1, [2]]",      "F: counters[1]: there is an array, and not a value"},
         {"\"0x20150321\"",    "\"0x120150321\"", "F: identification: \"4833215265\" is not a number from 0x00 to 0xffffffff"},
         {"\"fields\"",        "\"length\": 16, \"fields\"", "F: counters[1] must be null: a file of 16 bytes ends before it"},
         {"\"fields\"",        "\"length\": 25, \"fields\"", "F: \"rest\" must be 2 hexadecimal digits, for the bytes from 24 to the end of a file of 25 bytes"},
@@ -568,6 +568,44 @@ TEST(SavJson, WhatIsWrongIsToldWithItsPlace)
     EXPECT_EQ(complaintOf([] { savOfJson("{\n\n  \"a\" 1", "F"); }).find("F: line 3, column 7: "), 0u);
 }
 // clang-format on
+
+// Whatever the text, it is a file or the user is told.
+TEST(SavJson, SenselessTextsAreRefused)
+{
+    std::mt19937 random(3);
+    const std::string texts[] = {
+        kWorkTime,
+        jsonOfSav({"x", SavKind::kUserPref, std::string(50, '\1')}, SavLayout::kOneLine),
+        jsonOfSav({"x", SavKind::kDevInfo, std::string(30, '\1')}, SavLayout::kIndented),
+    };
+    const std::string parts[] = {"null",
+                                 "[",
+                                 "]",
+                                 "{",
+                                 "}",
+                                 ",",
+                                 "\"",
+                                 ":",
+                                 "-",
+                                 "1e999",
+                                 "1e-99",
+                                 "true",
+                                 "\"kind\"",
+                                 "9999999999999999999999",
+                                 "\\u0000",
+                                 "\xFF",
+                                 "\"length\":5,",
+                                 "\"\""};
+    size_t accepted = 0;
+    for (int i = 0; i < 3000; ++i) {
+        std::string text = texts[random() % std::size(texts)];
+        for (unsigned changes = 1 + random() % 3; changes > 0; --changes) {
+            text.replace(random() % text.size(), random() % 4, parts[random() % std::size(parts)]);
+        }
+        accepted += complaintOf([&text] { savOfJson(text, "F"); }) == "accepted" ? 1 : 0;
+    }
+    EXPECT_LT(accepted, 1000u);
+}
 
 // A view is made of records within records: the place is a name that findValues() takes.
 TEST(SavJson, APlaceIsANameOfTheDump)
