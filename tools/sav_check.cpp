@@ -470,7 +470,7 @@ void printLine(Color color, std::string_view label, const std::string &text)
     fmt::print("    {} {}\n", colored(color, fmt::format("{}:", label)), text);
 }
 
-void printText(const SavFinding &finding)
+void printFinding(const SavFinding &finding)
 {
     const bool isWrong = !finding.faults.empty();
     if (manner().quiet && !isWrong) {
@@ -552,17 +552,19 @@ int report(const SavFinding &finding)
     if (manner().json) {
         printJson(jsonOf(finding));
     } else {
-        printText(finding);
+        printFinding(finding);
     }
     return finding.faults.empty() ? kDone : kRefused;
 }
 
 // Directories -------------------------------------------------------------------------------------
 
-int statusOf(const std::function<int()> &action)
+// Reports what `find` finds, or why it cannot. Returns the status for it.
+int reportOf(const std::function<SavFinding()> &find)
 {
+    SavFinding finding;
     try {
-        return action();
+        finding = find();
     } catch (const UsageError &error) {
         fmt::print(stderr, "veskctl: {}\n", error.what());
         return kUsage;
@@ -570,21 +572,22 @@ int statusOf(const std::function<int()> &action)
         fmt::print(stderr, "veskctl: {}\n", error.what());
         return kLocalFailure;
     }
+    return report(finding);
 }
 
-int checkEntry(const std::string &path, const std::string &name)
+SavFinding checkEntry(const std::string &path, const std::string &name)
 {
     std::error_code error;
     const fs::file_status status = fs::status(path, error);
     if (status.type() == fs::file_type::not_found && !fs::is_symlink(path, error)) {
-        return report(checkMissing(path, name));
+        return checkMissing(path, name);
     }
     if (fs::exists(status) && !fs::is_regular_file(status)) {
         SavFinding finding = checkMissing(path, name);
         finding.faults.push_back({"", "no regular file, which the daemon does not open"});
-        return report(finding);
+        return finding;
     }
-    return report(checkSav(readSav(path)));
+    return checkSav(readSav(path));
 }
 
 // Files of a kind come by their numbers.
@@ -609,7 +612,8 @@ int checkDirectory(const std::string &directory)
         (kindOf(name, "") == SavKind::kUnknown ? others : names).push_back(name);
     }
     if (error) {
-        throw LocalError(fmt::format("cannot read {}: {}", directory, error.message()));
+        fmt::print(stderr, "veskctl: cannot read {}: {}\n", directory, error.message());
+        return kLocalFailure;
     }
     std::sort(names.begin(), names.end(), comesBefore);
     names.erase(std::unique(names.begin(), names.end()), names.end());
@@ -617,7 +621,7 @@ int checkDirectory(const std::string &directory)
     for (const std::string &name : names) {
         const std::string path =
             fmt::format("{}{}{}", directory, directory.ends_with('/') ? "" : "/", name);
-        status = std::max(status, statusOf([&] { return checkEntry(path, name); }));
+        status = std::max(status, reportOf([&] { return checkEntry(path, name); }));
     }
     if (!others.empty() && !manner().quiet && !manner().json) {
         std::sort(others.begin(), others.end());
@@ -675,12 +679,10 @@ int runSavCheck(const std::vector<std::string> &paths)
 {
     int status = kDone;
     for (const std::string &path : paths) {
-        status = std::max(status, statusOf([&] {
-                              std::error_code error;
-                              return fs::is_directory(path, error)
-                                         ? checkDirectory(path)
-                                         : report(checkSav(readSav(path)));
-                          }));
+        std::error_code error;
+        status = std::max(status, fs::is_directory(path, error)
+                                      ? checkDirectory(path)
+                                      : reportOf([&] { return checkSav(readSav(path)); }));
     }
     flushOutput();
     return status;

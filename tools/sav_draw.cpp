@@ -654,8 +654,7 @@ int runSavDraw(const std::string &file, const std::string &output)
     }
     const std::string drawing = drawingOf(sav, sizes, from);
     if (output == "-") {
-        fmt::print("{}", drawing);
-        flushOutput();
+        printText(drawing);
     } else {
         replaceFile(output, drawing);
     }

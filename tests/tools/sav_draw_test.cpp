@@ -27,20 +27,30 @@ UserSetting sizes()
     return setting;
 }
 
+void setSource(Layer &layer, uint16_t x, uint16_t y, uint16_t width, uint16_t height)
+{
+    layer.sourceX = x;
+    layer.sourceY = y;
+    layer.sourceWidth = width;
+    layer.sourceHeight = height;
+}
+
+void setWindow(Layer &layer, uint16_t x, uint16_t y, uint16_t width, uint16_t height)
+{
+    layer.windowX = x;
+    layer.windowY = y;
+    layer.windowWidth = width;
+    layer.windowHeight = height;
+}
+
 ViewSetting view()
 {
     ViewSetting view{};
     view.identification = kViewId;
     view.viewNumber = 3;
-    view.layers[7] = {.inputPort = 5,
-                      .sourceX = 960,
-                      .sourceY = 540,
-                      .sourceWidth = 1920,
-                      .sourceHeight = 1080,
-                      .windowX = 480,
-                      .windowY = 270,
-                      .windowWidth = 960,
-                      .windowHeight = 540};
+    view.layers[7].inputPort = 5;
+    setSource(view.layers[7], 960, 540, 1920, 1080);
+    setWindow(view.layers[7], 480, 270, 960, 540);
     view.layerAlpha[7] = 51; // a fifth of 255
     view.layerAlphaPos[7] = 90;
     return view;
@@ -152,9 +162,8 @@ TEST(SavDraw, AUserSettingHasItsProgramAndItsPreview)
 TEST(SavDraw, ThePictureIsBoundedWhateverTheNumbersAre)
 {
     ViewSetting wild = view();
-    wild.layers[0] = {
-        .windowX = 65535, .windowY = 65535, .windowWidth = 65535, .windowHeight = 65535};
-    wild.layers[1] = {.windowX = 1900, .windowWidth = 65535, .windowHeight = 65535};
+    setWindow(wild.layers[0], 65535, 65535, 65535, 65535);
+    setWindow(wild.layers[1], 1900, 0, 65535, 65535);
     wild.layerAlpha[0] = wild.layerAlpha[1] = 255;
     const std::string svg = drawingOf(fileOf(wild), sizes(), SizesFrom::kBeside);
     EXPECT_NE(svg.find("viewBox=\"0 0 7680 4320\""), std::string::npos); // four times the output

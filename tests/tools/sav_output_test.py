@@ -109,6 +109,17 @@ class Check(Files):
                 self.assertEqual((done.returncode, done.stdout, done.stderr.count("\n")), (status, "", 1), done.stderr)
 
 
+    def test_full_disk(self):
+        self.file("view0.sav", view({}))
+        for arguments in (["check", self.folder.name], ["check", "--json", self.folder.name],
+                          ["draw", os.path.join(self.folder.name, "view0.sav"), "-o", "-"]):
+            with self.subTest(arguments=arguments), open("/dev/full", "w", encoding="utf-8") as full:
+                done = subprocess.run([VESKCTL, "sav", *arguments], stdout=full, stderr=subprocess.PIPE, text=True,
+                                      check=False)
+                self.assertEqual(done.returncode, 4)
+                self.assertRegex(done.stderr, r"^veskctl: cannot write the output.*\n\Z")
+
+
 class Draw(Files):
     def test_view(self):
         path = self.file("view3.sav", view({
