@@ -164,7 +164,11 @@ constexpr char kMonitorFooter[] =
     "A serial device that is not there yet is waited for, and opened again when it comes back. Ctrl-C\n"
     "ends it, with a summary on standard error. --filter takes a part of a command's name, or its code\n"
     "and dat1 in hexadecimal digits; it may be given several times. --record writes a transcript with\n"
-    "the time of each packet.\n"
+    "the time of each packet, --pcap a capture for Wireshark: see tools/wireshark/README.md.\n"
+    "\n"
+    "With --relay veskctl stands between the device (--serial) and its front board: each is plugged\n"
+    "into a serial device of this computer, and what one says goes on to the other. Then both are\n"
+    "shown, the front board with front> and the device with front<.\n"
     "\n"
     "The daemon sends to the PC that sent the latest datagram. So over --udp monitor first sends a\n"
     "line feed, and again after 10 s of silence, as the device may have restarted. The daemon passes it\n"
@@ -172,7 +176,8 @@ constexpr char kMonitorFooter[] =
     "\n"
     "Examples:\n"
     "  veskctl --udp 192.168.0.100 monitor --time delta\n"
-    "  veskctl --serial /dev/ttyUSB0 monitor --filter 68 --filter 'net mask' --record heard.txt";
+    "  veskctl --serial /dev/ttyUSB0 monitor --filter 68 --filter 'net mask' --record heard.txt\n"
+    "  veskctl --serial /dev/ttyUSB0 monitor --relay /dev/ttyUSB1 --pcap line.pcapng";
 
 constexpr char kDecodeAbout[] = "Print what frames mean, without a device";
 constexpr char kDecodeFooter[] =
@@ -477,6 +482,9 @@ int monitor(const Options &options)
 {
     requireOneLine(options);
     const bool isSerial = !options.serial.empty();
+    if (!options.relay.empty() && !isSerial) {
+        throw UsageError("--relay needs --serial, the device's line");
+    }
     const Records records(options, true);
     const auto open = [&options, &records, isSerial] {
         Line line = isSerial
@@ -485,7 +493,14 @@ int monitor(const Options &options)
         listen(line, isSerial ? "front" : "pc", records);
         return line;
     };
-    return runMonitor({isSerial ? options.serial : options.udp, isSerial, open}, options.monitor);
+    Watched watched{{isSerial ? options.serial : options.udp, open}, isSerial};
+    if (!options.relay.empty()) {
+        watched.frontBoard =
+            Way{options.relay, [&options] {
+                    return Line::serial(options.relay, Milliseconds{options.wait}, options.baud);
+                }};
+    }
+    return runMonitor(watched, options.monitor);
 }
 
 int console(const Options &options)
@@ -720,6 +735,10 @@ int run(int argc, char **argv)
         ->type_name("NAME|CODE")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+
+    monitorCommand
+        ->add_option("--relay", options.relay, "The front board's serial device: stand between")
+        ->type_name("DEVICE");
 
     CLI::App *const decodeCommand = app.add_subcommand("decode", kDecodeAbout);
     decodeCommand->footer(kDecodeFooter);
