@@ -235,6 +235,8 @@ class Completion(unittest.TestCase):
         self.assertEqual(self.complete(veskctl, "network", ""), ["read", "write"])
         self.assertIn("--query", self.complete(veskctl, "update", "--"))
         self.assertEqual(self.complete(veskctl, "sav", "d"), ["dump", "diff", "draw"])
+        self.assertEqual(self.complete(veskctl, "timing", "d"), ["detect", "draw"])
+        self.assertIn("--modeline", self.complete(veskctl, "timing", "calc", "--"))
 
     def test_offers_files_and_kinds_of_settings(self):
         veskctl = os.environ["VESKCTL"]
@@ -244,6 +246,12 @@ class Completion(unittest.TestCase):
                          [f"{here}/generate_test.py"])
         self.assertEqual(self.complete(veskctl, "sav", "diff", "--kind", "v"), ["view"])
         self.assertEqual(self.complete(veskctl, "sav", "schema", "U"), ["UserPref"])
+
+    def test_offers_the_names_of_formats(self):
+        veskctl = os.environ["VESKCTL"]
+        names = self.complete(veskctl, "timing", "show", "1920x1080x6")
+        self.assertEqual(sorted(names), ["1920x1080x60", "1920x1080x60_r", "1920x1080x60i"])
+        self.assertEqual(self.complete(veskctl, "timing", "draw", "--standard", "v"), ["v1", "v2"])
 
 
 if __name__ == "__main__":

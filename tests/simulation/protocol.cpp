@@ -789,8 +789,12 @@ void Protocol::forgetWords()
 bool Protocol::Delayed::hasHappened(Time delay)
 {
     constexpr Time kSlack = 5 * kMillisecond;
+    // Half the tick's range from now is the past: a clock that is set forward by more delays what
+    // is due.
+    constexpr Time kTicks = (Time{1} << 32) * kMillisecond;
+    const Time waited = (world->wall() - since) % kTicks;
     // In one pass it happens at the latest, so it has happened when the next one begins.
-    if (isDue && world->wall() >= since + delay + kSlack && ++passes >= 2) {
+    if (isDue && waited >= delay + kSlack && waited < kTicks / 2 && ++passes >= 2) {
         isDue = false;
         return true;
     }
