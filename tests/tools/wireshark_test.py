@@ -413,6 +413,17 @@ class Captures(unittest.TestCase):
         self.assertGreater(len(listed), 30)
         self.assertEqual(set(listed) - names, set())
 
+    def test_every_filter_of_the_document_finds_something(self):
+        with open(os.path.join(ROOT, "tools", "wireshark", "README.md"), encoding="utf-8") as file:
+            rows = [line.split("|")[1] for line in file if line.startswith("| `")]
+        filters = [each for row in rows for each in re.findall("`(.*?)`", row)]
+        self.assertGreater(len(filters), 8)
+        merged = os.path.join(self.tshark.folder.name, "all.pcapng")
+        subprocess.run(["mergecap", "-a", "-w", merged, *sorted(glob.glob(os.path.join(KEPT, "*.pcap*")))], check=True)
+        for each in filters:
+            with self.subTest(each):
+                self.assertNotEqual(self.tshark.run(merged, "-2", "-Y", each), "")
+
     def test_a_fault_in_the_dissector_is_found(self):
         faults = { # by the capture that shows it
             "network-settings": ("[3] + i]", "[3] + i % 4 + 1]"),
