@@ -5,8 +5,10 @@
   generate.py rows [FILE]         the rows of the command table, C++ to include in a test
   generate.py completion [FILE]   completion of veskctl for bash
   generate.py manual [FILE]       man page of veskctl for scdoc
-  generate.py docs                docs/protocol.md anew, between its markers
-  generate.py docs --check        nothing; fails if that would change it, or its time-outs differ
+  generate.py docs                docs/protocol.md and mkdocs.yml anew, between their markers, and docs/commands/
+  generate.py docs --check        nothing; fails if that would change one, or the time-outs differ
+  generate.py wireshark           tools/wireshark/vesk.lua anew, between its markers
+  generate.py wireshark --check   nothing; fails if that would change it
 
 Refuses a vesk.yaml that contradicts itself, and says where. Its keys are vesk.schema.json's business.
 """
@@ -18,8 +20,11 @@ import sys
 
 import yaml
 
+sys.dont_write_bytecode = True
 HERE = os.path.dirname(os.path.abspath(__file__))
-DOCUMENT = os.path.join(os.path.dirname(HERE), "docs", "protocol.md")
+ROOT = os.path.dirname(HERE)
+DOCUMENT = os.path.join(ROOT, "docs", "protocol.md")
+DISSECTOR = os.path.join(ROOT, "tools", "wireshark", "vesk.lua")
 PLACES = ["dat1", "dat2", "dat3", "dat4"]
 ADDRESSES = ["ipv4", "mask"]
 
@@ -60,11 +65,11 @@ def check_field(table, where, field):
     for number in [*field.get("range", []), field.get("usual", 0), *values]:
         if not 0 <= number <= most:
             refuse(where, f"{number} does not fit into {field['type']}")
-    value = field.get("value", 0)
-    if isinstance(value, list) and len(value) != length_of(table, field):
-        refuse(where, f"{len(value)} bytes in a field of {length_of(table, field)}")
-    if not isinstance(value, list) and not 0 <= value <= most:
-        refuse(where, f"{value} does not fit into {field['type']}")
+    for value in field.get("value", 0), field.get("example", 0):
+        if isinstance(value, list) and len(value) != length_of(table, field):
+            refuse(where, f"{len(value)} bytes in a field of {length_of(table, field)}")
+        if not isinstance(value, list) and not 0 <= value <= most:
+            refuse(where, f"{value} does not fit into {field['type']}")
 
 
 def check_places(table, command, fields, what):
@@ -116,6 +121,8 @@ def check_commands(table):
         for key in "payload", "answer_payload":
             if key in command and command[key] not in table["payloads"]:
                 refuse(code, f"there is no payload \"{command[key]}\"")
+        if command.get("example_after", command["name"]) not in [each["name"] for each in table["commands"]]:
+            refuse(code, f"example_after: there is no command \"{command['example_after']}\"")
         free = [field for field in answer_of(command) if "value" not in field]
         is_free = "dat1" not in command and sum(length_of(table, field) for field in free) == len(PLACES)
         if is_free != command.get("ff_is_data", False):
@@ -139,8 +146,7 @@ def load(path=os.path.join(HERE, "vesk.yaml")):
 # Rows of the command table, as the document and the tests have them -----------------------------------
 
 
-def bytes_of_value(table, field):
-    value = field["value"]
+def bytes_of(table, field, value):
     if isinstance(value, list):
         return value
     order = "little" if field.get("order") == "low first" else "big"
@@ -150,7 +156,7 @@ def bytes_of_value(table, field):
 def byte_names(table, field):
     """What the document calls the bytes of a field."""
     if "value" in field:
-        return [f"{byte:02X}" for byte in bytes_of_value(table, field)]
+        return [f"{byte:02X}" for byte in bytes_of(table, field, field["value"])]
     length = length_of(table, field)
     if field["type"] == "version":
         return ["major", "minor"]
@@ -239,7 +245,7 @@ def command_rows(table):
 
 def markdown(heads, rows):
     lines = ["| " + " | ".join(heads) + " |", "|" + "---|" * len(heads)]
-    return lines + ["| " + " | ".join(cells).replace("|  |", "| |") + " |" for cells in rows]
+    return lines + [re.sub(r"\|  (?=\|)", "| ", "| " + " | ".join(cells) + " |") for cells in rows]
 
 
 def commands_table(rows):
@@ -323,18 +329,153 @@ def check_times(table, document):
             refuse(code, f"docs/protocol.md (Payloads) says that the device waits {waits[code]:.0f} ms")
 
 
-def write_document(table, check):
-    with open(DOCUMENT, encoding="utf-8") as file:
-        old = file.read()
-    new = document_from(table, old)
-    check_times(table, new)
+def write_or_check(path, name, old, new, check):
+    """`name` is what the file and the argument for it are called in a complaint."""
     if check and new != old:
         sys.stdout.writelines(list(difflib.unified_diff(old.splitlines(True), new.splitlines(True),
-                                                   "docs/protocol.md", "made from protocol/vesk.yaml", n=0)))
-        raise Refused("docs/protocol.md is not what protocol/vesk.yaml makes of it; run protocol/generate.py docs")
-    if not check:
-        with open(DOCUMENT, "w", encoding="utf-8") as file:
+                                                   name[0], "made from protocol/vesk.yaml", n=0)))
+        raise Refused(f"{name[0]} is not what protocol/vesk.yaml makes of it; run protocol/generate.py {name[1]}")
+    if new != old:
+        with open(path, "w", encoding="utf-8") as file:
             file.write(new)
+
+
+def documents(table):
+    """The files that are made of the table, or hold something that is: their text, by path below the root."""
+    sys.modules.setdefault("generate", sys.modules[__name__])  # the pages are made with what stands above
+    import pages
+
+    texts = dict(pages.command_pages(table))
+    with open(DOCUMENT, encoding="utf-8") as file:
+        texts["docs/protocol.md"] = document_from(table, file.read())
+    with open(os.path.join(ROOT, "mkdocs.yml"), encoding="utf-8") as file:
+        texts["mkdocs.yml"] = pages.navigation_in(table, file.read())
+    return texts
+
+
+def read_if_there(path):
+    if not os.path.exists(path):
+        return ""
+    with open(path, encoding="utf-8") as file:
+        return file.read()
+
+
+def write_documents(table, check):
+    texts = documents(table)
+    check_times(table, texts["docs/protocol.md"])
+    folder = os.path.join(ROOT, "docs", "commands")
+    strangers = [name for name in sorted(os.listdir(folder)) if f"docs/commands/{name}" not in texts]
+    if check and strangers:
+        raise Refused(f"docs/commands/{strangers[0]}: protocol/vesk.yaml has no such command")
+    for name in strangers:
+        os.remove(os.path.join(folder, name))
+    for path, new in texts.items():
+        write_or_check(os.path.join(ROOT, path), (path, "docs"), read_if_there(os.path.join(ROOT, path)), new, check)
+
+
+# tools/wireshark/vesk.lua -----------------------------------------------------------------------------
+
+
+def lua_field(table, field, at):
+    parts = [quoted(field["name"]), quoted(field["type"]), str(at), str(length_of(table, field))]
+    if field.get("order") == "low first":
+        parts.append("low_first = true")
+    if isinstance(field.get("value"), int):
+        parts.append(f"value = {field['value']}")
+    if "range" in field:
+        parts.append(f"most = {field['range'][1]}")
+    if "unit" in field:
+        parts.append(f"unit = {quoted(field['unit'])}")
+    if "values" in field:
+        values = ", ".join(f"[0x{each['value']:02X}] = {quoted(each['means'])}" for each in field["values"])
+        parts.append(f"values = {{{values}}}")
+    return "{" + ", ".join(parts) + "}"
+
+
+def lua_list(name, items, indent):
+    """`name = {items},`, on one line if it is short."""
+    line = f"{indent}{name} = {{{', '.join(items)}}},"
+    if len(line) <= 117:
+        return [line]
+    return [f"{indent}{name} = {{", *[f"{indent}    {item}," for item in items], f"{indent}}},"]
+
+
+def check_wireshark_names(fields):
+    """Wireshark has one type for all fields of a name."""
+    types = {}
+    for where, field in fields:
+        kind = {"mask": "ipv4", "serial number": "u16", "first half of mac": "bytes", "last half of mac": "bytes"}.get(
+            field["type"], field["type"])
+        name = re.sub("[^a-z0-9]+", "_", field["name"].lower())
+        if types.setdefault(name, kind) != kind:
+            refuse(where, f"another field \"{field['name']}\" is of type {types[name]}, and this one of {kind}")
+
+
+def lua_command(table, command):
+    row = [f"code = 0x{command['code']:02X}",
+           f"dat1 = 0x{command['dat1']:02X}" if "dat1" in command else "dat1 = ANY",
+           f"name = {quoted(command['name'])}",
+           f"answer = {quoted(command['answer'] if isinstance(command['answer'], str) else 'data')}"]
+    row += [f"{flag} = true" for flag in ("ff_is_data", "writes") if command.get(flag)]
+    row += [f"{key} = {quoted(command[key])}" for key in ("payload", "answer_payload") if key in command]
+    row += [f"timeout = {command['time']['timeout']}"] if "time" in command else []
+    lines = [f"    {{{', '.join(row)},"]
+    if len(lines[0]) > 117:
+        lines = [f"    {{{', '.join(row[:-1])},", f"     {row[-1]},"]
+    for key, fields in ("parameters", command.get("parameters", [])), ("fields", answer_of(command)):
+        if fields:
+            lines += lua_list(key, [lua_field(table, field, PLACES.index(field["at"])) for field in fields], " " * 5)
+    return [*lines[:-1], lines[-1].removesuffix(",") + "},"]
+
+
+def lua_payload(table, name, payload):
+    lines = [f"    [{quoted(name)}] = {{"]
+    for key in "length", "wait", "begins", "ends":
+        if key in payload:
+            lines.append(f"        {key} = {quoted(payload[key])},")
+    if "fields" in payload:
+        lines += lua_list("fields", [lua_field(table, field, field["at"]) for field in payload["fields"]], " " * 8)
+    return lines + ["    },"]
+
+
+def lua_tables(table):
+    check_wireshark_names([(code_of(command), field) for command in table["commands"]
+                           for field in command.get("parameters", []) + answer_of(command)])
+    frame = table["frame"]
+    update = table["update"]
+    lines = [
+        f"local FRAME_LENGTH = {frame['length']}",
+        f"local COMMAND_BEGINS = {quoted(frame['command_begins'])}",
+        f"local REPLY_BEGINS = {quoted(frame['reply_begins'])}",
+        f"local REFUSAL = {{{', '.join(f'0x{byte:02X}' for byte in table['refusal'])}}}",
+        f"local DEFAULT_TIMEOUT = {table['default_time']['timeout']}",
+        "local SILENT_COMMANDS = {" + ", ".join(
+            f"[0x{each['code']:02X}] = true" for each in table["others"] if each["answer"] == "none") + "}",
+        "",
+        "local COMMANDS = {",
+        *[line for command in table["commands"] for line in lua_command(table, command)],
+        "}",
+        "",
+        "local PAYLOADS = {",
+        *[line for name, payload in table["payloads"].items() for line in lua_payload(table, name, payload)],
+        "}",
+        "",
+        "local UPDATE = {",
+        *[f"    {key} = {update[key]}," for key in ("block_size", "first_block", "head_length")],
+        *lua_list("head", [lua_field(table, field, field["at"]) for field in update["head"]], " " * 4),
+        "}",
+    ]
+    return "\n".join(lines) + "\n"
+
+
+def write_dissector(table, check):
+    with open(DISSECTOR, encoding="utf-8") as file:
+        old = file.read()
+    tables = lua_tables(table)
+    new, count = re.subn(r"(-- vesk\.yaml: tables\n).*?(-- end\n)", lambda m: m[1] + tables + m[2], old, flags=re.DOTALL)
+    if count != 1:
+        raise Refused(f"tools/wireshark/vesk.lua: {count} places for the tables instead of one")
+    write_or_check(DISSECTOR, ("tools/wireshark/vesk.lua", "wireshark"), old, new, check)
 
 
 # C++ --------------------------------------------------------------------------------------------------
@@ -423,8 +564,9 @@ def manual(table):
 
 def main(arguments):
     kinds = {"manual": manual, "veskctl": veskctl_table, "rows": test_rows, "completion": completion}
-    if arguments[:1] == ["docs"] and arguments[1:] in ([], ["--check"]):
-        write_document(load(), arguments[1:] == ["--check"])
+    kept = {"docs": write_documents, "wireshark": write_dissector}
+    if arguments and arguments[0] in kept and arguments[1:] in ([], ["--check"]):
+        kept[arguments[0]](load(), arguments[1:] == ["--check"])
     elif len(arguments) in (1, 2) and arguments[0] in kinds:
         text = kinds[arguments[0]](load())
         if len(arguments) == 1:

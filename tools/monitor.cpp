@@ -46,6 +46,13 @@ std::string timeText(Clock::time_point time, const char *form)
                        std::chrono::floor<Milliseconds>(time - second).count());
 }
 
+// Who says something: one of the two ends of a line that is watched from between them.
+struct Speaker {
+    FrameFinder finder;
+    const char *name; // with --json
+    const char *mark; // as a transcript has it
+};
+
 class Monitor {
 public:
     Monitor(const Watched &watched, const MonitorOptions &options)
@@ -60,7 +67,11 @@ private:
     bool lookAtLine();
     void announce();
     bool pause(Milliseconds time) const;
-    void show(const std::vector<Piece> &pieces);
+    std::string missing() const;
+    bool holdsBack() const;
+    void disconnect();
+    void show(const Speaker &speaker, const std::vector<Piece> &pieces);
+    void showRest();
     void showOther(const std::string &bytes, const std::string &time);
     std::string timeOf(Clock::time_point now);
     void summary() const;
@@ -69,9 +80,11 @@ private:
     const MonitorOptions &options_;
     Interruption interruption_;
     std::optional<Line> line_;
-    FrameFinder finder_;
+    std::optional<Line> relay_;
+    Speaker device_{{}, "device", "front< "};
+    Speaker frontBoard_{{}, "front board", "front> "};
     bool hasBeenThere_ = false;
-    bool isMissed_ = false;
+    std::string missed_; // the line that is waited for
     Clock::time_point begin_ = Clock::now();
     Clock::time_point last_ = begin_; // of what was shown
     size_t bytes_ = 0;                // that are no frames
@@ -86,32 +99,53 @@ bool Monitor::pause(Milliseconds time) const
     return waitReadable(std::span(&descriptor, 1), time).empty();
 }
 
-// Tries once to open the line.
+// The first serial device that does not exist, or "".
+std::string Monitor::missing() const
+{
+    const auto isMissing = [](const Way &way) { return access(way.name.c_str(), F_OK) != 0; };
+    return !watched_.isSerial                                       ? ""
+           : isMissing(watched_.device)                             ? watched_.device.name
+           : watched_.frontBoard && isMissing(*watched_.frontBoard) ? watched_.frontBoard->name
+                                                                    : "";
+}
+
+void Monitor::disconnect()
+{
+    line_.reset();
+    relay_.reset();
+}
+
+// Tries once to open the lines.
 bool Monitor::connect()
 {
-    const bool isMissing = watched_.isSerial && access(watched_.name.c_str(), F_OK) != 0;
+    std::string name = missing();
     try {
-        if (!isMissing) {
-            line_.emplace(watched_.open());
+        if (name.empty()) {
+            name = watched_.device.name;
+            line_.emplace(watched_.device.open());
+            if (watched_.frontBoard) {
+                name = watched_.frontBoard->name;
+                relay_.emplace(watched_.frontBoard->open());
+            }
             announce();
             ++connections_;
-            if (isMissed_ && !manner().quiet) {
-                fmt::print(stderr, "veskctl: {} is there\n", watched_.name);
+            if (!missed_.empty() && !manner().quiet) {
+                fmt::print(stderr, "veskctl: {} is there\n", missed_);
             }
             hasBeenThere_ = true;
-            isMissed_ = false;
+            missed_.clear();
             return true;
         }
     } catch (const LocalError &) {
-        line_.reset();
+        disconnect();
         if (!hasBeenThere_) {
             throw;
         }
     }
-    if (!isMissed_ && !manner().quiet) {
-        fmt::print(stderr, "veskctl: {} is not there; waiting for it\n", watched_.name);
+    if (missed_ != name && !manner().quiet) {
+        fmt::print(stderr, "veskctl: {} is not there; waiting for it\n", name);
     }
-    isMissed_ = true;
+    missed_ = name;
     return false;
 }
 
@@ -126,21 +160,50 @@ void Monitor::announce()
 // Waits for bytes and shows them. False if the user ends it.
 bool Monitor::lookAtLine()
 {
-    const int descriptors[] = {interruption_.descriptor(), line_->descriptor()};
+    std::vector<int> descriptors{interruption_.descriptor(), line_->descriptor()};
+    if (relay_) {
+        descriptors.push_back(relay_->descriptor());
+    }
     const Milliseconds longest = watched_.isSerial ? kForever : kAnnounce;
-    const std::vector<int> ready =
-        waitReadable(descriptors, finder_.holdsBack() ? kQuiet : longest);
-    if (std::find(ready.begin(), ready.end(), interruption_.descriptor()) != ready.end()) {
+    const std::vector<int> ready = waitReadable(descriptors, holdsBack() ? kQuiet : longest);
+    const auto isReady = [&ready](int descriptor) {
+        return std::find(ready.begin(), ready.end(), descriptor) != ready.end();
+    };
+    if (isReady(interruption_.descriptor())) {
         return false;
     }
-    if (!ready.empty()) {
-        show(finder_.feed(line_->receive(Milliseconds{0})));
-    } else if (finder_.holdsBack()) {
-        show(finder_.flush());
-    } else {
+    if (isReady(line_->descriptor())) {
+        const std::string bytes = line_->receive(Milliseconds{0});
+        if (relay_ && !bytes.empty()) {
+            relay_->send(bytes);
+        }
+        show(device_, device_.finder.feed(bytes));
+    }
+    if (relay_ && isReady(relay_->descriptor())) {
+        const std::string bytes = relay_->receive(Milliseconds{0});
+        if (!bytes.empty()) {
+            line_->send(bytes);
+        }
+        show(frontBoard_, frontBoard_.finder.feed(bytes));
+    }
+    if (ready.empty() && holdsBack()) {
+        showRest();
+    } else if (ready.empty()) {
         announce();
     }
     return true;
+}
+
+bool Monitor::holdsBack() const
+{
+    return device_.finder.holdsBack() || frontBoard_.finder.holdsBack();
+}
+
+void Monitor::showRest()
+{
+    for (Speaker *const each : {&device_, &frontBoard_}) {
+        show(*each, each->finder.flush());
+    }
 }
 
 void Monitor::run()
@@ -153,16 +216,18 @@ void Monitor::run()
         try {
             goesOn = lookAtLine();
         } catch (const LineLost &error) {
-            show(finder_.flush());
-            line_.reset();
+            showRest();
+            disconnect();
             if (!manner().quiet) {
                 fmt::print(stderr, "veskctl: {}\n",
-                           watched_.isSerial ? watched_.name + " was closed" : error.what());
+                           watched_.isSerial && !watched_.frontBoard
+                               ? watched_.device.name + " was closed"
+                               : error.what());
             }
             goesOn = pause(kLook);
         }
     }
-    show(finder_.flush());
+    showRest();
     summary();
 }
 
@@ -192,8 +257,9 @@ void Monitor::showOther(const std::string &bytes, const std::string &time)
     }
 }
 
-void Monitor::show(const std::vector<Piece> &pieces)
+void Monitor::show(const Speaker &speaker, const std::vector<Piece> &pieces)
 {
+    const std::string mark = watched_.frontBoard ? speaker.mark : "";
     for (const Piece &piece : pieces) {
         const auto now = Clock::now();
         const std::string meaning = piece.isFrame ? describe(piece.text) : std::string();
@@ -214,12 +280,15 @@ void Monitor::show(const std::vector<Piece> &pieces)
         if (manner().json) {
             Json json{{"time", timeText(now, "%FT%T")},
                       {"since_last", std::chrono::duration<double>(now - last_).count()}};
+            if (watched_.frontBoard) {
+                json["from"] = speaker.name;
+            }
             json.update(piece.isFrame ? jsonOf(piece.text) : jsonOfBytes(piece.text));
             printJson(json);
         } else if (piece.isFrame) {
-            fmt::print("{}{}\n", timeOf(now), coloredFrame(piece.text));
+            fmt::print("{}{}{}\n", timeOf(now), mark, coloredFrame(piece.text));
         } else {
-            showOther(piece.text, timeOf(now));
+            showOther(piece.text, timeOf(now) + mark);
         }
         last_ = now;
     }

@@ -5,6 +5,7 @@
 #include "tools/line.h"
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,11 +16,16 @@ struct MonitorOptions {
     std::vector<std::string> filters;
 };
 
-// A way to the device: throws LocalError while it is not there.
-struct Watched {
+// A way to a line: `open` throws LocalError while it is not there.
+struct Way {
     std::string name;
-    bool isSerial;
     std::function<Line()> open;
+};
+
+struct Watched {
+    Way device;
+    bool isSerial;
+    std::optional<Way> frontBoard = {}; // what either of them says goes on to the other
 };
 
 // Prints what arrives, until SIGINT or SIGTERM, and then a summary on standard error (with --json,

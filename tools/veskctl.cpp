@@ -12,6 +12,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "tools/capture.h"
 #include "tools/choice.h"
 #include "tools/commands.h"
 #include "tools/console.h"
@@ -163,7 +164,11 @@ constexpr char kMonitorFooter[] =
     "A serial device that is not there yet is waited for, and opened again when it comes back. Ctrl-C\n"
     "ends it, with a summary on standard error. --filter takes a part of a command's name, or its code\n"
     "and dat1 in hexadecimal digits; it may be given several times. --record writes a transcript with\n"
-    "the time of each packet.\n"
+    "the time of each packet, --pcap a capture for Wireshark: see tools/wireshark/README.md.\n"
+    "\n"
+    "With --relay veskctl stands between the device (--serial) and its front board: each is plugged\n"
+    "into a serial device of this computer, and what one says goes on to the other. Then both are\n"
+    "shown, the front board with front> and the device with front<.\n"
     "\n"
     "The daemon sends to the PC that sent the latest datagram. So over --udp monitor first sends a\n"
     "line feed, and again after 10 s of silence, as the device may have restarted. The daemon passes it\n"
@@ -171,7 +176,8 @@ constexpr char kMonitorFooter[] =
     "\n"
     "Examples:\n"
     "  veskctl --udp 192.168.0.100 monitor --time delta\n"
-    "  veskctl --serial /dev/ttyUSB0 monitor --filter 68 --filter 'net mask' --record heard.txt";
+    "  veskctl --serial /dev/ttyUSB0 monitor --filter 68 --filter 'net mask' --record heard.txt\n"
+    "  veskctl --serial /dev/ttyUSB0 monitor --relay /dev/ttyUSB1 --pcap line.pcapng";
 
 constexpr char kDecodeAbout[] = "Print what frames mean, without a device";
 constexpr char kDecodeFooter[] =
@@ -230,6 +236,8 @@ struct Options {
     unsigned timeout = kDefaultTimeout;
     unsigned baud = kUsualBaud;
     std::string record;
+    std::string pcap;
+    std::string relay; // of monitor
     std::string color = "auto";
     std::string about;                                // the command line
     bool stored = false;                              // of info
@@ -255,21 +263,38 @@ struct Options {
 
 constexpr Milliseconds kLongestFinish{1000};
 
-std::shared_ptr<Recorder> recorderOf(const Options &options, bool times)
-{
-    return options.record.empty()
-               ? nullptr
-               : std::make_shared<Recorder>(options.record, options.about, times);
-}
+// The files into which the user wants what the lines carry, if any. All lines share them.
+struct Records {
+    std::shared_ptr<Recorder> transcript;
+    std::shared_ptr<Capture> capture;
+
+    // With `times` the transcript has them.
+    Records(const Options &options, bool times)
+        : transcript(options.record.empty()
+                         ? nullptr
+                         : std::make_shared<Recorder>(options.record, options.about, times)),
+          capture(options.pcap.empty() ? nullptr
+                                       : std::make_shared<Capture>(options.pcap, options.about))
+    {
+    }
+
+    bool isWanted() const
+    {
+        return transcript || capture;
+    }
+};
 
 // Records and tells what the line carries, if the user wants that.
-void listen(Line &line, const char *side, const std::shared_ptr<Recorder> &recorder)
+void listen(Line &line, const char *side, const Records &records)
 {
     const auto trace = manner().verbose ? std::make_shared<Trace>(side) : nullptr;
-    if (recorder || trace) {
-        line.setTap([side, recorder, trace](Passing passing, std::string_view bytes) {
-            if (recorder) {
-                recorder->take(side, passing, bytes);
+    if (records.isWanted() || trace) {
+        line.setTap([side, records, trace](Passing passing, std::string_view bytes) {
+            if (records.capture) {
+                records.capture->take(side, passing, bytes);
+            }
+            if (records.transcript) {
+                records.transcript->take(side, passing, bytes);
             }
             if (trace) {
                 trace->take(passing, bytes);
@@ -283,17 +308,17 @@ struct Opened {
     std::optional<Line> front;
     std::optional<Line> pc;
     std::optional<LogFile> log;
-    std::shared_ptr<Recorder> recorder;
+    Records records;
 
-    explicit Opened(const Options &options) : recorder(recorderOf(options, false))
+    explicit Opened(const Options &options) : records(options, false)
     {
         if (!options.udp.empty()) {
             pc.emplace(Line::udp(options.udp));
-            listen(*pc, "pc", recorder);
+            listen(*pc, "pc", records);
         }
         if (!options.serial.empty()) {
             front.emplace(Line::serial(options.serial, Milliseconds{options.wait}, options.baud));
-            listen(*front, "front", recorder);
+            listen(*front, "front", records);
         }
         if (!options.log.empty()) {
             log.emplace(options.log);
@@ -305,7 +330,7 @@ struct Opened {
     {
         const Deadline deadline(kLongestFinish);
         for (Line *const line : {front ? &*front : nullptr, pc ? &*pc : nullptr}) {
-            while (line != nullptr && recorder && !line->receive(kQuiet).empty() &&
+            while (line != nullptr && records.isWanted() && !line->receive(kQuiet).empty() &&
                    !deadline.passed()) {
             }
         }
@@ -457,15 +482,25 @@ int monitor(const Options &options)
 {
     requireOneLine(options);
     const bool isSerial = !options.serial.empty();
-    const auto recorder = recorderOf(options, true);
-    const auto open = [&options, &recorder, isSerial] {
+    if (!options.relay.empty() && !isSerial) {
+        throw UsageError("--relay needs --serial, the device's line");
+    }
+    const Records records(options, true);
+    const auto open = [&options, &records, isSerial] {
         Line line = isSerial
                         ? Line::serial(options.serial, Milliseconds{options.wait}, options.baud)
                         : Line::udp(options.udp);
-        listen(line, isSerial ? "front" : "pc", recorder);
+        listen(line, isSerial ? "front" : "pc", records);
         return line;
     };
-    return runMonitor({isSerial ? options.serial : options.udp, isSerial, open}, options.monitor);
+    Watched watched{{isSerial ? options.serial : options.udp, open}, isSerial};
+    if (!options.relay.empty()) {
+        watched.frontBoard =
+            Way{options.relay, [&options] {
+                    return Line::serial(options.relay, Milliseconds{options.wait}, options.baud);
+                }};
+    }
+    return runMonitor(watched, options.monitor);
 }
 
 int console(const Options &options)
@@ -524,6 +559,8 @@ void addOptions(CLI::App &app, Options &options, unsigned groups)
         app.add_option("--udp", options.udp, "The daemon's address (default port 1000): be the PC")
             ->type_name("HOST[:PORT]");
         app.add_option("--record", options.record, "Write what the lines carry, for `play`")
+            ->type_name("FILE");
+        app.add_option("--pcap", options.pcap, "Write what the lines carry, for Wireshark")
             ->type_name("FILE");
         app.add_flag("-v,--verbose", manner().verbose,
                      "Print what the lines carry on standard error");
@@ -698,6 +735,10 @@ int run(int argc, char **argv)
         ->type_name("NAME|CODE")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+
+    monitorCommand
+        ->add_option("--relay", options.relay, "The front board's serial device: stand between")
+        ->type_name("DEVICE");
 
     CLI::App *const decodeCommand = app.add_subcommand("decode", kDecodeAbout);
     decodeCommand->footer(kDecodeFooter);

@@ -1,12 +1,15 @@
 #!/usr/bin/env python3
 """protocol/vesk.yaml against its schema, what the generator refuses, and bash's completion of veskctl."""
 import copy
+import io
 import json
 import os
+import re
 import subprocess
 import sys
 import tempfile
 import unittest
+from contextlib import redirect_stdout
 
 import jsonschema
 import yaml
@@ -15,6 +18,7 @@ PROTOCOL = os.path.join(os.path.dirname(__file__), "..", "..", "protocol")
 sys.path.insert(0, PROTOCOL)
 sys.dont_write_bytecode = True
 import generate  # noqa: E402  pylint: disable=wrong-import-position
+import pages  # noqa: E402  pylint: disable=wrong-import-position
 
 with open(os.path.join(PROTOCOL, "vesk.yaml"), encoding="utf-8") as yaml_file:
     TABLE = yaml.safe_load(yaml_file)
@@ -94,6 +98,9 @@ class Generator(unittest.TestCase):
             ("read device type", {"parameters": [{**u8, "range": [0, 256]}]}, "256 does not fit into u8"),
             ("read device type", {"parameters": [{**u8, "value": 256}]}, "256 does not fit into u8"),
             ("read device type", {"answer": [{**u8, "value": [1, 2]}]}, "2 bytes in a field of 1"),
+            ("read device type", {"answer": [{**u8, "example": 256}]}, "256 does not fit into u8"),
+            ("read device type", {"answer": [{**u8, "example": [1, 2]}]}, "2 bytes in a field of 1"),
+            ("read device type", {"example_after": "song"}, "68 01: example_after: there is no command \"song\""),
             ("read device type", {"payload": "song"}, "there is no payload \"song\""),
             ("read net mask", {"ff_is_data": False}, "85: ff_is_data must be true"),
             ("read device type", {"ff_is_data": True}, "68 01: ff_is_data must be false"),
@@ -125,6 +132,54 @@ class Generator(unittest.TestCase):
         table["payloads"]["text"]["wait"] = 500
         with self.assertRaisesRegex(generate.Refused, "F2: .* waits 1000 ms"):
             generate.check_times(table, document)
+
+
+class Pages(unittest.TestCase):
+    """What is printed at a desk is compared by scripts/check-examples."""
+
+    def test_each_command_has_one(self):
+        texts = pages.command_pages(TABLE)
+        self.assertEqual(len(texts), len(TABLE["commands"]) + 1)
+        for command in TABLE["commands"]:
+            code = generate.code_of(command)
+            page = texts[f"docs/commands/{pages.file_of(command)}"]
+            with self.subTest(code):
+                self.assertTrue(page.startswith(f"# {code}: {command['name']}\n"))
+                self.assertIn(f"[{command['name']}]({pages.file_of(command)})", texts["docs/commands/README.md"])
+
+    def test_examples_are_those_of_the_document(self):
+        with open(generate.DOCUMENT, encoding="utf-8") as file:
+            document = file.read()
+        for name in ["read device type", "write serial number", "read serial number", "write data", "read data",
+                     "update block size", "update version"]:
+            for line in pages.frames(TABLE, entry(TABLE, name)):
+                with self.subTest(name):
+                    self.assertRegex(document, f"\n    {re.escape(line)}(\n| )")
+
+    def test_the_navigation_has_them_in_its_place(self):
+        text = "a:\n  # vesk.yaml: commands\n  - old: old.md\n  # end\nb:\n"
+        lines = pages.navigation_in(TABLE, text).splitlines()
+        self.assertEqual(lines[:3], ["a:", "  # vesk.yaml: commands",
+                                     "  - \"10 11 print memory use\": docs/commands/print-memory-use.md"])
+        self.assertEqual(lines[-2:], ["  # end", "b:"])
+        with self.assertRaisesRegex(generate.Refused, "no place for the commands"):
+            pages.navigation_in(TABLE, "a:\n")
+
+
+class Dissector(unittest.TestCase):
+    def test_is_what_the_table_makes(self):
+        generate.write_dissector(generate.load(), True)
+        table = generate.load()
+        entry(table, "read device type")["name"] = "read kind of device"
+        with redirect_stdout(io.StringIO()) as said, self.assertRaisesRegex(generate.Refused, "run .* wireshark"):
+            generate.write_dissector(table, True)
+        self.assertIn('+    {code = 0x68, dat1 = 0x01, name = "read kind of device"', said.getvalue())
+
+    def test_has_one_type_for_all_fields_of_a_name(self):
+        table = generate.load()
+        entry(table, "read IP address")["answer"] = [{"name": "version", "at": "dat1", "type": "ipv4"}]
+        with self.assertRaisesRegex(generate.Refused, "89: another field \"version\" is of type version"):
+            generate.lua_tables(table)
 
 
 class Completion(unittest.TestCase):

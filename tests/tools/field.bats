@@ -18,11 +18,12 @@ setup() {
     device=$BATS_TEST_TMPDIR/device
     cable=
     watcher=
+    plugged=
 }
 
 teardown() {
-    # shellcheck disable=SC2086 # either may be nobody
-    kill $cable $watcher 2>/dev/null || true
+    # shellcheck disable=SC2086 # any of them may be nobody
+    kill $cable $watcher $plugged 2>/dev/null || true
 }
 
 # Answers every frame with $1.
@@ -241,6 +242,10 @@ MAC               02:76:65:73:6b:01' ]
 @test "record: a full disk, status 4" {
     answers '<F00006801263300c2>'
     run -4 ctl send 68 01 --record /dev/full
+    run -4 --separate-stderr ctl send 68 01 --pcap /dev/full
+    [ "$stderr" = 'veskctl: cannot write /dev/full: No space left on device' ]
+    run -4 --separate-stderr ctl send 68 01 --pcap /nowhere/line.pcapng
+    [ "$stderr" = 'veskctl: cannot write /nowhere/line.pcapng: No such file or directory' ]
 }
 
 @test "monitor: rows of bytes with their text, frames decoded, counters at the end" {
@@ -308,6 +313,73 @@ MAC               02:76:65:73:6b:01' ]
     kill -INT "$watcher"
     wait "$watcher"
     grep -q '2 connections$' "$BATS_TEST_TMPDIR/err"
+}
+
+# plug: a cable from $front to $relay, which its process is.
+plug() {
+    socat "PTY,link=$front,raw,echo=0" "PTY,link=$relay,raw,echo=0" 3>&- &
+    plugged=$!
+    wait_until [ -c "$front" ]
+    wait_until [ -c "$relay" ]
+}
+
+unplug() {
+    kill "$plugged"
+    wait "$plugged" || true
+    plugged=
+}
+
+has_answers() {
+    [ "$(grep -c '^front<' "$BATS_TEST_TMPDIR/out")" -eq "$1" ]
+}
+
+@test "monitor: --relay hands on what device and front board say, and shows and captures both" {
+    front=$BATS_TEST_TMPDIR/front relay=$BATS_TEST_TMPDIR/relay
+    answers '<F00006801263300c2>'
+    plug
+    "$VESKCTL" --serial "$device" monitor --relay "$relay" --time none --pcap "$BATS_TEST_TMPDIR/line.pcapng" \
+        >"$BATS_TEST_TMPDIR/out" 2>"$BATS_TEST_TMPDIR/err" 3>&- &
+    watcher=$!
+    run -0 "$VESKCTL" --serial "$front" --timeout 60000 send read device type
+    wait_until has_answers 1
+    unplug
+    wait_until grep -q "$relay is not there; waiting for it" "$BATS_TEST_TMPDIR/err"
+    plug
+    wait_until grep -q "$relay is there" "$BATS_TEST_TMPDIR/err"
+    run -0 "$VESKCTL" --serial "$front" --timeout 60000 send read device type
+    wait_until has_answers 2
+    kill -INT "$watcher"
+    wait "$watcher"
+    unplug
+    exchange='front> <T0000680100000069>  command, address 00, tag 00: read device type
+front< <F00006801263300c2>  reply, address 00, tag 00: read device type: 2633'
+    [ "$(cat "$BATS_TEST_TMPDIR/out")" = "$exchange
+$exchange" ]
+    grep -q ' 2 commands, 2 replies, 0 refusals, 0 other bytes; 2 connections$' "$BATS_TEST_TMPDIR/err"
+    run -0 python3 -c 'import sys; sys.path.insert(0, sys.argv[1]); sys.dont_write_bytecode = True
+import wireshark_test as w
+for way in w.TO, w.FROM:
+    print(way, b"".join(each.data for each in w.read_capture(sys.argv[2]) if each.direction == way).decode())' \
+        "$here" "$BATS_TEST_TMPDIR/line.pcapng"
+    [ "$output" = 'to the device <T0000680100000069><T0000680100000069>
+from the device <F00006801263300c2><F00006801263300c2>' ]
+}
+
+@test "monitor: --relay with --json says who it was; it needs the device's line" {
+    front=$BATS_TEST_TMPDIR/front relay=$BATS_TEST_TMPDIR/relay
+    answers 'noise'
+    plug
+    "$VESKCTL" --serial "$device" monitor --relay "$relay" --json >"$BATS_TEST_TMPDIR/out" 3>&- &
+    watcher=$!
+    run -3 "$VESKCTL" --serial "$front" --timeout 1500 send read device type
+    wait_until grep -q '"from":"device","bytes":"6e6f697365"' "$BATS_TEST_TMPDIR/out"
+    kill "$watcher"
+    wait "$watcher"
+    unplug
+    grep -q '"from":"front board","frame":"<T0000680100000069>"' "$BATS_TEST_TMPDIR/out"
+    "$here/validate.py" monitor "$BATS_TEST_TMPDIR/out"
+    run -2 --separate-stderr "$VESKCTL" --udp localhost monitor --relay "$relay"
+    [ "$stderr" = "veskctl: --relay needs --serial, the device's line" ]
 }
 
 @test "retries: a command that is not answered is sent again" {

@@ -11,13 +11,11 @@ import struct
 import subprocess
 import sys
 import tempfile
-import textwrap
 import unittest
 import xml.etree.ElementTree as ET
 
 VESKCTL = os.environ["VESKCTL"]
 HERE = os.path.dirname(os.path.abspath(__file__))
-DOCUMENT = os.path.join(HERE, "..", "..", "docs", "files.md")
 FIRST_START = os.path.join(HERE, "..", "data", "first-start", "save0.sav")
 VALIDATE = os.path.join(HERE, "validate.py")
 SVG = "{http://www.w3.org/2000/svg}"
@@ -66,14 +64,6 @@ class Check(Files):
         done = subprocess.run([VESKCTL, "sav", "check", *arguments], capture_output=True, text=True, check=False)
         self.assertEqual((done.returncode, done.stderr), (status, ""), done.stdout)
         return done.stdout
-
-    def test_document(self):
-        """The example in docs/files.md."""
-        self.file("DevInfo.sav", struct.pack("<5I", 0x4BCD365C, 70000, 0, 1, 0))
-        with open(DOCUMENT, encoding="utf-8") as file:
-            example = file.read().split("the exit status is 1:\n\n")[1].split("\n\n")[0]
-        output = self.check(1, os.path.join(self.folder.name, "DevInfo.sav"))
-        self.assertEqual(textwrap.dedent(example), output.replace(self.folder.name, "userdata").rstrip("\n"))
 
     def test_json(self):
         with open(FIRST_START, "rb") as file:

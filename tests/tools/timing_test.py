@@ -261,7 +261,7 @@ class Document(unittest.TestCase):
 
     def test_command_lines(self):
         with open(os.path.join(self.DOCS, "video-formats.md"), encoding="utf-8") as file:
-            blocks = re.findall(r"```\n\$ veskctl timing (.*)\n((?:.*\n)*?)```\n", file.read())
+            blocks = re.findall(r"```console\n\$ veskctl timing (.*)\n((?:.*\n)*?)```\n", file.read())
         self.assertEqual(len(blocks), 4)
         for arguments, printed in blocks:
             self.assertEqual(run(*arguments.split()), printed)
