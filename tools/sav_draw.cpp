@@ -201,9 +201,10 @@ constexpr const char *kOutside = "#e8e8e8";
 class Panel {
 public:
     Panel(const ViewSetting &view, const UserSetting &sizes, bool knowsSizes, const Look &look)
-        : shown_(visibleLayers(view)), sizes_(sizes), knowsSizes_(knowsSizes), look_(look)
+        : shown_(visibleLayers(view)), sizes_(sizes), knowsSizes_(knowsSizes),
+          look_(look), canvas_{double(sizes.outputTiming[0].hActive),
+                               double(sizes.outputTiming[0].vActive)}
     {
-        canvas_ = {double(sizes.outputTiming[0].hActive), double(sizes.outputTiming[0].vActive)};
         measure();
     }
 
@@ -342,8 +343,10 @@ bool Panel::placeLabel(const Shown &shown, const Label &label, const Box &place,
     const size_t rows = placesIn(bottom - top - 6, height, lineHeight);
     const size_t columns = placesIn(right - left - 6, width, width / 2);
     for (size_t i = 0; i < rows * columns; ++i) {
-        const Box box = {left + 3 + static_cast<double>(i % columns) * width / 2,
-                         top + 3 + static_cast<double>(i / columns) * lineHeight, width, height};
+        const size_t row = i / columns;
+        const size_t column = i % columns;
+        const Box box = {left + 3 + static_cast<double>(column) * width / 2,
+                         top + 3 + static_cast<double>(row) * lineHeight, width, height};
         comparisons_ += labels_.size();
         if (comparisons_ > kMostComparisons) {
             return false;
