@@ -303,7 +303,10 @@ def page(table, command):
         if key in command:
             lines += ["", f"## {title}", "", *payload_table(table, command[key])]
     lines += ["", "## Example", "", *[f"    {line}" for line in frames(table, command)]]
-    lines += ["", "With `veskctl`:", "", "```console", *session(table, command), "```"]
+    tool = "With `veskctl`"
+    if command["name"] == "update block":
+        tool += ", here to the simulated board; for a device leave out `--machine x86_64`"
+    lines += ["", f"{tool}:", "", "```console", *session(table, command), "```"]
     lines += ["", "## Times and refusals", "", *textwrap.wrap(times(table, command), 118), ""]
     lines += refusals(table, command)
     chapter = chapter_of(table, command)

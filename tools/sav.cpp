@@ -295,7 +295,10 @@ std::vector<Choice> addSavCommands(CLI::App &app)
         return command;
     };
     const auto addKind = [&options](CLI::App *command) {
-        command->add_option("--kind", options->kind, "What the file is, whatever its name")
+        command
+            ->add_option("--kind", options->kind,
+                         fmt::format("What the file is, whatever its name: {}",
+                                     fmt::join(savKindNames(), ", ")))
             ->type_name("KIND")
             ->check(CLI::IsMember(savKindNames()).description(""));
     };
@@ -334,7 +337,9 @@ std::vector<Choice> addSavCommands(CLI::App &app)
         ->type_name("PICTURE");
 
     CLI::App *const schema = add("schema", kSchemaAbout, kSchemaFooter);
-    schema->add_option("KIND", options->kind, "What the file is")
+    schema
+        ->add_option("KIND", options->kind,
+                     fmt::format("What the file is: {}", fmt::join(savKindNames(), ", ")))
         ->required()
         ->check(CLI::IsMember(savKindNames()).description(""));
 

@@ -139,12 +139,15 @@ DevInfo.sav' ]
 
 @test "dump and make: every byte of whole and damaged files comes back" {
     local file length
+    umask 027
     for file in "${whole[@]}"; do
         for length in 0 1 7 23 1000 3995 $(($(stat -c %s "$file") - 1)) "$(stat -c %s "$file")" 999999; do
             { cat "$file"; head -c 3 /dev/zero; } | head -c "$length" >"cut"
             "$VESKCTL" sav dump --json --kind "$("$VESKCTL" sav dump --json "$file" |
                 sed 's/.*"kind":"\([A-Za-z]*\)".*/\1/')" cut | "$VESKCTL" sav make - -o made
             cmp cut made
+            [ "$(stat -c %a made)" = 640 ]
+            rm made
         done
     done
 }
@@ -394,7 +397,7 @@ edits() {
         [[ $line =~ ^'    '(veskctl sav .*[^ ])('   '.*)?$ ]] || continue
         line=${BASH_REMATCH[1]%%   *}
         echo "$line"
-        eval "${line//'/tmp/userdata'/userdata}"
+        eval "${line//'/tmp/userdata'/userdata}" >printed
         count=$((count + 1))
     done <"$BATS_TEST_DIRNAME/../../docs/files.md"
     [ "$count" -eq 10 ]

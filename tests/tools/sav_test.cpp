@@ -599,10 +599,10 @@ TEST(SavJson, SenselessTextsAreRefused)
     size_t accepted = 0;
     for (int i = 0; i < 3000; ++i) {
         std::string text = texts[random() % std::size(texts)];
-        for (unsigned changes = 1 + random() % 3; changes > 0; --changes) {
+        for (size_t changes = 1 + random() % 3; changes > 0; --changes) {
             text.replace(random() % text.size(), random() % 4, parts[random() % std::size(parts)]);
         }
-        accepted += complaintOf([&text] { savOfJson(text, "F"); }) == "accepted" ? 1 : 0;
+        accepted += complaintOf([&text] { savOfJson(text, "F"); }) == "accepted" ? 1U : 0U;
     }
     EXPECT_LT(accepted, 1000u);
 }
