@@ -36,31 +36,6 @@ std::string num(double value)
     return text;
 }
 
-// Text of another origin as it may stand in XML: printable ASCII, without what means something.
-std::string xml(std::string_view text)
-{
-    std::string result;
-    for (const char character : escape(text)) {
-        switch (character) {
-        case '&':
-            result += "&amp;";
-            break;
-        case '<':
-            result += "&lt;";
-            break;
-        case '>':
-            result += "&gt;";
-            break;
-        case '"':
-            result += "&quot;";
-            break;
-        default:
-            result += character;
-        }
-    }
-    return result;
-}
-
 struct Box {
     double x, y, width, height;
 
@@ -613,7 +588,7 @@ std::string drawingOf(const SavFile &file, const UserSetting &sizes, SizesFrom f
             y += 18;
         }
     }
-    const std::string name = xml(fs::path(file.path).filename().string());
+    const std::string name = escapeXml(escape(fs::path(file.path).filename().string()));
     return fmt::format("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
                        "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"{0}\" height=\"{1}\" "
                        "viewBox=\"0 0 {0} {1}\" font-family=\"DejaVu Sans, Arial, sans-serif\" "

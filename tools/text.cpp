@@ -51,6 +51,30 @@ std::string unescape(std::string_view text)
     return bytes;
 }
 
+std::string escapeXml(std::string_view text)
+{
+    std::string result;
+    for (const char character : text) {
+        switch (character) {
+        case '&':
+            result += "&amp;";
+            break;
+        case '<':
+            result += "&lt;";
+            break;
+        case '>':
+            result += "&gt;";
+            break;
+        case '"':
+            result += "&quot;";
+            break;
+        default:
+            result += character;
+        }
+    }
+    return result;
+}
+
 std::string_view trim(std::string_view text)
 {
     constexpr std::string_view kBlanks = " \t\r";

@@ -12,6 +12,9 @@ std::string escape(std::string_view bytes);
 // The bytes that `text` means. Throws UsageError for a backslash that does not begin an escape.
 std::string unescape(std::string_view text);
 
+// `text` as it may stand in XML, in an element or an attribute.
+std::string escapeXml(std::string_view text);
+
 // `text` without blanks around it.
 std::string_view trim(std::string_view text);
 

@@ -6,6 +6,8 @@
 
 #include <fmt/format.h>
 
+#include "tools/text.h"
+
 namespace {
 
 // All in units of the picture.
@@ -60,27 +62,6 @@ std::vector<double> spread(const std::array<Part, 4> &parts, double scale, doubl
     return middles;
 }
 
-std::string escaped(const std::string &text)
-{
-    std::string result;
-    for (const char character : text) {
-        switch (character) {
-        case '&':
-            result += "&amp;";
-            break;
-        case '<':
-            result += "&lt;";
-            break;
-        case '>':
-            result += "&gt;";
-            break;
-        default:
-            result += character;
-        }
-    }
-    return result;
-}
-
 // Microseconds or milliseconds.
 std::string timeOf(double seconds)
 {
@@ -133,7 +114,7 @@ private:
 
     void write(double x, double y, const char *more, const std::string &words)
     {
-        add(R"(<text x="{:.1f}" y="{:.1f}"{}>{}</text>)", x, y, more, escaped(words));
+        add(R"(<text x="{:.1f}" y="{:.1f}"{}>{}</text>)", x, y, more, escapeXml(words));
     }
 
     void rectangle(const char *name, double x, double y, double width, double height,
@@ -156,7 +137,7 @@ private:
         const double pictureHeight = kTop + below + kBottom;
         add(R"(<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {0:.0f} {1:.0f}" width="{0:.0f}" height="{1:.0f}" font-family="DejaVu Sans, Verdana, sans-serif" font-size="12" fill="#111">)",
             pictureWidth, pictureHeight);
-        add("<title>{}</title>", escaped(title));
+        add("<title>{}</title>", escapeXml(title));
         add(R"(<rect width="100%" height="100%" fill="#fff"/>)");
         write(20, 32, R"( font-size="20" font-weight="bold")", title);
         write(20, 54, "", facts());
