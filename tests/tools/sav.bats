@@ -384,29 +384,6 @@ edits() {
     edits 4 'veskctl: save0.sav has changed meanwhile; nothing was written, and the text is kept in NAME' save0.sav
 }
 
-@test "docs/files.md: its examples do what they say" {
-    "$VESKCTL" sav set -q view3.sav viewNumber=3
-    cp save0.sav save0.sav.old
-    "$VESKCTL" sav dump --json view3.sav >view3.json
-    mkdir userdata
-    cp ./*.sav userdata
-    editor :
-    veskctl() { "$VESKCTL" "$@"; }
-    local line count=0
-    while IFS= read -r line; do
-        [[ $line =~ ^'    '(veskctl sav .*[^ ])('   '.*)?$ ]] || continue
-        line=${BASH_REMATCH[1]%%   *}
-        echo "$line"
-        eval "${line//'/tmp/userdata'/userdata}" >printed
-        count=$((count + 1))
-    done <"$BATS_TEST_DIRNAME/../../docs/files.md"
-    [ "$count" -eq 10 ]
-    gives 1 'viewNumber: 3 -> 4' '' diff view3.sav view4.sav
-    gives 1 'outputTiming[3].hStart: 192 -> 128
-program.layerAlpha[0]: 0 -> 255' '' diff save0.sav.old save0.sav
-    grep -q '<svg' view3.svg
-}
-
 @test "every subcommand's help lists two examples, and the man page its options" {
     local subcommand option page=$BATS_TEST_TMPDIR/page
     "$BATS_TEST_DIRNAME/../../protocol/generate.py" manual "$page"
