@@ -291,7 +291,7 @@ void Protocol::change(size_t at, const std::string &bytes)
     pref_.replace(at, bytes.size(), bytes);
     world->model->records->changed(Records::kUserPref, pref_);
     toBeSaved_ = pref_;
-    if (apply_.isDue && world->wall() >= apply_.since + kApplyDelay - kMillisecond) {
+    if (apply_.isOverdue(kApplyDelay)) {
         takenIsKnown_ = false; // what was due may be applied before this command or never
     }
     save_ = apply_ = {true, world->wall(), 0};
@@ -549,9 +549,7 @@ void Protocol::takeSystemNetwork()
     };
     // Tools that fail leave what was applied last, which happens at a time that is not known
     // exactly.
-    const bool isKnown =
-        takenIsKnown_ &&
-        (!apply_.isDue || world->wall() < apply_.since + kApplyDelay - kMillisecond);
+    const bool isKnown = takenIsKnown_ && !apply_.isOverdue(kApplyDelay);
     --at;
     const auto takeAll = [&] {
         const Tools::Run *run = next("ifconfig");
@@ -786,15 +784,27 @@ void Protocol::forgetWords()
 
 // Time --------------------------------------------------------------------------------------------
 
+// By the device's tick: the low 32 bits of the wall clock's milliseconds. From the upper half to
+// the lower one the tick has wrapped, and any other step back is no time at all.
+Time Protocol::Delayed::waited() const
+{
+    const auto tick = [](Time time) { return static_cast<uint32_t>(time / kMillisecond); };
+    const uint32_t start = tick(since);
+    const uint32_t now = tick(world->wall());
+    const bool hasWrapped = start >= 0x80000000 && now < 0x7FFFFFFF;
+    return now >= start || hasWrapped ? static_cast<uint32_t>(now - start) * kMillisecond : 0;
+}
+
+bool Protocol::Delayed::isOverdue(Time delay) const
+{
+    return isDue && waited() >= delay - kMillisecond;
+}
+
 bool Protocol::Delayed::hasHappened(Time delay)
 {
     constexpr Time kSlack = 5 * kMillisecond;
-    // Half the tick's range from now is the past: a clock that is set forward by more delays what
-    // is due.
-    constexpr Time kTicks = (Time{1} << 32) * kMillisecond;
-    const Time waited = (world->wall() - since) % kTicks;
     // In one pass it happens at the latest, so it has happened when the next one begins.
-    if (isDue && waited >= delay + kSlack && waited < kTicks / 2 && ++passes >= 2) {
+    if (isDue && waited() >= delay + kSlack && ++passes >= 2) {
         isDue = false;
         return true;
     }

@@ -64,6 +64,8 @@ private:
         bool isDue = false;
         Time since = 0;
         int passes = 0; // that have begun since
+        [[nodiscard]] Time waited() const;
+        [[nodiscard]] bool isOverdue(Time delay) const; // it has happened, or will in this pass
         bool hasHappened(Time delay);
     };
 
