@@ -169,7 +169,7 @@ seq:
 - id: window_y
   -orig-id: windowY
   type: u2
-  doc: pixels
+  doc: lines
 - id: setting_bytes3766
   -orig-id: settingBytes3766
   size: 2

@@ -451,6 +451,12 @@ front< <F00006801263300c2>  reply, address 00, tag 00: read device type: 2633' ]
         grep -q "^\*$subcommand\*\|, \*$subcommand\*" "$page" || [ -z "$subcommand" ] ||
             { echo "the page lacks $subcommand"; false; }
     done
+    # An entry begins with the name of its subcommand.
+    twice=$(sed '/^# OPTIONS/,$d' "$page" | grep '^\*[a-z]' | sort | uniq -d)
+    [ -z "$twice" ] || { echo "the page has twice: $twice"; false; }
+    # Without a blank line above it, it would be part of the one before.
+    sed '/^# OPTIONS/,$d' "$page" | awk '/^\*[a-z]/ && above != "" { print "no blank line above: " $0; bad = 1 }
+        { above = $0 } END { exit bad }'
     while read -r name; do
         grep -q ":\[ $name\$" "$page" || { echo "the page lacks $name"; false; }
     done < <(sed -nE 's/^(- name:|- \{name:) ([^,#]*[^,# ]).*/\2/p' "$here/../../protocol/vesk.yaml" | grep -v MAC)
