@@ -114,6 +114,30 @@ class Messages(unittest.TestCase):
         source = 'void f() { std::printf("tank %d is empty\\n", 1); }'
         self.assertTrue(self.run_with(["tank N is empty again"], {"src/a/a.cpp": source}))
 
+    def test_a_part_of_another_message_is_no_heading_of_it(self):
+        rows = [
+            ('std::string f(int i) { return i ? fmt::format("{}; it stays empty, as it is", i) : '
+             'fmt::format("{}; it stays empty", i); }', ["N; it stays empty, as it is"], "{}; it stays empty"),
+            ('void f(const std::string &text) { refuse(text, fmt::format("{} litres", 1)); }\n'
+             'const char *g() { return "tank: 3 litres in all"; }', ["tank: N litres in all"], "{} litres"),
+        ]
+        for source, headings, message in rows:
+            with self.subTest(message):
+                self.assertEqual([line.split(" for: ")[1] for line in self.run_with(headings, {"tools/a.cpp": source})],
+                                 [message])
+
+    def test_a_heading_is_put_together_of_parts(self):
+        source = ('std::string f(int i) { return fmt::format("the tank {}", i ? "is empty" : "has a leak"); }\n'
+                  'void g() { throw UsageError(fmt::format("{}: {}; call for help", 1, f(1))); }')
+        self.assertEqual(self.run_with(["FILE: the tank is empty; call for help", "REASON: the tank has a leak; call for help",
+                                        "FILE: REASON; call for help"], {"tools/a.cpp": source}), [])
+
+    def test_each_word_of_a_heading_is_one_of_a_message(self):
+        source = 'void f() { throw UsageError(fmt::format("cannot fill {}: {}", 1, 2)); }'
+        heading = "cannot fill TANK: REASON; nothing has changed"
+        self.assertEqual(self.run_with(["cannot fill TANK: REASON", heading], {"tools/a.cpp": source}),
+                         [f'docs/troubleshooting.md: no message of the code is "{heading}"'])
+
     def test_help_is_no_message(self):
         source = ('const char *const kFooter = "What the tank is for";\n'
                   'void f() { a.add_flag("-t", t, "Fill the tank"); }')
