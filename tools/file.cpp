@@ -12,6 +12,7 @@
 #include <fmt/format.h>
 
 #include "tools/errors.h"
+#include "tools/text.h"
 
 std::string contentOf(const std::string &file)
 {
@@ -27,7 +28,7 @@ std::string contentOf(const std::string &file)
         close(descriptor);
     }
     if (count < 0) {
-        throw LocalError(fmt::format("cannot read {}: {}", file, std::strerror(error)));
+        throw LocalError(fmt::format("cannot read {}: {}", escape(file), std::strerror(error)));
     }
     return content;
 }
@@ -36,7 +37,7 @@ namespace {
 
 [[noreturn]] void failToWrite(const std::string &file, const std::string &why)
 {
-    throw LocalError(fmt::format("cannot write {}: {}", file, why));
+    throw LocalError(fmt::format("cannot write {}: {}", escape(file), why));
 }
 
 // Writes everything and closes the descriptor. Returns the error, or 0.
@@ -93,7 +94,7 @@ void replaceFile(const std::string &file, std::string_view content)
         failToWrite(file, std::strerror(EISDIR));
     }
     if (isThere && !S_ISREG(before.st_mode)) {
-        failToWrite(file, "it is no regular file");
+        failToWrite(file, "it is not a regular file");
     }
     // A new name would take the place of a file that must not be written.
     if (isThere && access(target.c_str(), W_OK) != 0) {
@@ -103,6 +104,11 @@ void replaceFile(const std::string &file, std::string_view content)
     const int descriptor = mkostemp(temporary.data(), O_CLOEXEC);
     if (descriptor < 0) {
         failToWrite(file, std::strerror(errno));
+    }
+    if (isThere) {
+        // Dropped: only root can give a file to somebody else. It comes first, as it may change the
+        // mode.
+        [[maybe_unused]] const int result = fchown(descriptor, before.st_uid, before.st_gid);
     }
     const mode_t mask = umask(0);
     umask(mask);

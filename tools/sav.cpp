@@ -26,8 +26,8 @@ constexpr char kAbout[] = "Look at settings files and change them, on this compu
 constexpr char kFooter[] =
     "The files are those of /userdata/ on the device (docs/files.md): UserPref.sav, DevInfo.sav,\n"
     "save0.sav, view0.sav, page0_0.sav, timeCon0.sav and workTime.sav. Under another name a file is\n"
-    "known by its identification; --kind says it where that is damaged. A file is written whole or\n"
-    "not at all.\n"
+    "known by its identification; --kind names the kind if that is damaged. A file is written whole\n"
+    "or not at all.\n"
     "\n"
     "Examples:\n"
     "  veskctl sav dump UserPref.sav\n"
@@ -49,7 +49,7 @@ constexpr char kDumpFooter[] =
 constexpr char kMakeAbout[] = "Make a file of what `dump --json` has printed";
 constexpr char kMakeFooter[] =
     "\"length\", \"rest\" and \"file\" may be missing: then the file is "
-    "whole. FILE may be - for standard input.\n"
+    "whole. FILE may be - for standard input, and SAVFILE - for standard output.\n"
     "\n"
     "Examples:\n"
     "  veskctl sav make view3.json -o view3.sav\n"
@@ -86,9 +86,9 @@ constexpr char kCheckAbout[] =
     "Say what the device will do with files, and what is wrong with them";
 constexpr char kCheckFooter[] =
     "The device's own loaders are run on each file, as if it had just been started: the file is taken,\n"
-    "or the defaults replace it and some of its fields are kept. Of a directory, the files are checked\n"
-    "that have a name that the device reads.\n"
-    "Exit status: 1 if anything is wrong, as a length, an identification or a value out of range.\n"
+    "or the defaults replace it and some of its fields are kept. In a directory, it checks the files\n"
+    "whose names the device uses.\n"
+    "Exit status: 1 if anything is wrong, such as a length, an identification or a value out of range.\n"
     "\n"
     "Examples:\n"
     "  veskctl sav check /mnt/userdata\n"
@@ -170,14 +170,15 @@ void assign(SavFile &file, const std::string &assignment)
         }
     }
     if (parts.size() != values.size()) {
-        throw UsageError(fmt::format("{} has {} values, and there are {} in \"{}\"", name,
-                                     values.size(), parts.size(), escape(text)));
+        throw UsageError(fmt::format("\"{}\" has {} value{}; {} needs {}", escape(text),
+                                     parts.size(), parts.size() == 1 ? "" : "s", name,
+                                     values.size()));
     }
     for (size_t i = 0; i < values.size(); ++i) {
         const SavValue &value = values[i];
         const size_t count = bytesThere(*value.field, file.bytes, value.at);
         if (count == 0 || (count < value.field->bytes && value.field->form != SavForm::kBytes)) {
-            throw UsageError(fmt::format("{} ends before {}: it has {} bytes", file.path,
+            throw UsageError(fmt::format("{} ends before {}: it has {} bytes", escape(file.path),
                                          value.name, file.bytes.size()));
         }
         try {
@@ -231,13 +232,17 @@ int runSavMake(const std::string &source, const std::string &file)
 {
     const std::string text =
         source == "-" ? contentOf("/dev/stdin") : readRegular(source, "a JSON text", kLongestText);
-    const SavFile made = savOfJson(text, source == "-" ? "standard input" : source);
+    const SavFile made = savOfJson(text, source == "-" ? "standard input" : escape(source));
     const SavKind kind = kindOf(file, "");
     if (kind != SavKind::kUnknown && kind != made.kind) {
-        throw UsageError(fmt::format("{} is the name of a {} file, and {} has a {}", file,
-                                     nameOf(kind), source, nameOf(made.kind)));
+        throw UsageError(fmt::format("{} is the name of a {} file, and {} has a {}", escape(file),
+                                     nameOf(kind), escape(source), nameOf(made.kind)));
     }
-    replaceFile(file, made.bytes);
+    if (file == "-") {
+        printText(made.bytes);
+    } else {
+        replaceFile(file, made.bytes);
+    }
     return kDone;
 }
 
@@ -247,8 +252,8 @@ int runSavDiff(const std::string &before, const std::string &after, SavKind kind
         const SavFile a = readSav(before, kind);
         const SavFile b = readSav(after, kind);
         if (a.kind != b.kind) {
-            throw UsageError(fmt::format("{} is a {} file and {} a {} file", before, nameOf(a.kind),
-                                         after, nameOf(b.kind)));
+            throw UsageError(fmt::format("{} is a {} file and {} a {} file", escape(before),
+                                         nameOf(a.kind), escape(after), nameOf(b.kind)));
         }
         if (a.bytes == b.bytes) {
             return kDone;
@@ -311,7 +316,7 @@ std::vector<Choice> addSavCommands(CLI::App &app)
     make->add_option("FILE", options->file, "The JSON text")->required();
     make->add_option("-o,--output", options->other, "The settings file")
         ->required()
-        ->type_name("FILE");
+        ->type_name("SAVFILE");
 
     CLI::App *const diff = add("diff", kDiffAbout, kDiffFooter);
     diff->add_option("A", options->file, "One file")->required();
@@ -329,12 +334,14 @@ std::vector<Choice> addSavCommands(CLI::App &app)
 
     CLI::App *const check = add("check", kCheckAbout, kCheckFooter);
     check->add_option("FILE", options->files, "The files, and directories with files")->required();
+    addKind(check);
 
     CLI::App *const draw = add("draw", kDrawAbout, kDrawFooter);
     draw->add_option("FILE", options->file, "A view, a page or a user setting")->required();
     draw->add_option("-o,--output", options->other, "The picture")
         ->required()
         ->type_name("PICTURE");
+    addKind(draw);
 
     CLI::App *const schema = add("schema", kSchemaAbout, kSchemaFooter);
     schema
@@ -350,8 +357,8 @@ std::vector<Choice> addSavCommands(CLI::App &app)
         {diff, [=] { return runSavDiff(options->file, options->other, kind()); }},
         {set, [=] { return runSavSet(options->file, options->assignments, kind()); }},
         {edit, [=] { return runSavEdit(options->file, kind()); }},
-        {check, [=] { return runSavCheck(options->files); }},
-        {draw, [=] { return runSavDraw(options->file, options->other); }},
+        {check, [=] { return runSavCheck(options->files, kind()); }},
+        {draw, [=] { return runSavDraw(options->file, options->other, kind()); }},
         {schema, [=] { return runSavSchema(kind()); }},
     };
 }

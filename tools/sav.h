@@ -18,7 +18,7 @@ std::vector<Choice> addSavCommands(CLI::App &app);
 // on standard error, and the next one follows.
 int runSavDump(const std::vector<std::string> &files, SavKind kind);
 
-// Writes the file that a JSON text means ("-": standard input).
+// Writes the file that a JSON text means ("-": standard input, and standard output).
 int runSavMake(const std::string &source, const std::string &file);
 
 // Prints the values that differ. Returns 0 if none does, else 1; whatever goes wrong is a

@@ -143,7 +143,7 @@ struct Loaded {
 };
 
 Loaded load(const Loader &loader, const Numbers &numbers, const SavFiles &files,
-            const Before &before = {})
+            const Before &before = {}, const std::string &blocked = "")
 {
     forgetRecords();
     if (loader.kind == SavKind::kView || loader.kind == SavKind::kPage) {
@@ -152,7 +152,8 @@ Loaded load(const Loader &loader, const Numbers &numbers, const SavFiles &files,
         GetSaveViewSetting()->identification = before.hasReadView ? kViewId : 0;
     }
     Loaded loaded;
-    loaded.run = runOnFiles(files, [&] { loaded.isTaken = loader.load(numbers); });
+    loaded.run = runOnFiles(
+        files, [&] { loaded.isTaken = loader.load(numbers); }, blocked);
     loaded.content = loader.content();
     return loaded;
 }
@@ -441,8 +442,9 @@ constexpr size_t kMostFaults = 20; // of values out of range
 std::string sentenceOf(const SavFinding &finding)
 {
     const std::string as = finding.isItsName ? "" : fmt::format("as {}: ", finding.name);
-    if (finding.verdict == SavVerdict::kMissing && finding.isAtStart) {
-        return fmt::format("{}missing; reset at the next start", as);
+    if (finding.verdict == SavVerdict::kMissing) {
+        return fmt::format("{}; {}", finding.faults.empty() ? "missing" : "counts as missing",
+                           finding.isAtStart ? "reset at the next start" : "no start reads it");
     }
     return finding.isAtStart ? fmt::format("{}{} at the next start", as, nameOf(finding.verdict))
                              : fmt::format("{}{} by {}, which no start calls", as,
@@ -559,6 +561,12 @@ int report(const SavFinding &finding)
 
 // Directories -------------------------------------------------------------------------------------
 
+void complain(const std::string &message)
+{
+    flushOutput(); // so that the messages come where they belong
+    fmt::print(stderr, "veskctl: {}\n", message);
+}
+
 // Reports what `find` finds, or why it cannot. Returns the status for it.
 int reportOf(const std::function<SavFinding()> &find)
 {
@@ -566,10 +574,10 @@ int reportOf(const std::function<SavFinding()> &find)
     try {
         finding = find();
     } catch (const UsageError &error) {
-        fmt::print(stderr, "veskctl: {}\n", error.what());
+        complain(error.what());
         return kUsage;
     } catch (const LocalError &error) {
-        fmt::print(stderr, "veskctl: {}\n", error.what());
+        complain(error.what());
         return kLocalFailure;
     }
     return report(finding);
@@ -579,13 +587,13 @@ SavFinding checkEntry(const std::string &path, const std::string &name)
 {
     std::error_code error;
     const fs::file_status status = fs::status(path, error);
-    if (status.type() == fs::file_type::not_found && !fs::is_symlink(path, error)) {
-        return checkMissing(path, name);
+    if (status.type() == fs::file_type::not_found) {
+        return checkMissing(path, name,
+                            fs::is_symlink(path, error) ? SavAbsence::kDanglingLink
+                                                        : SavAbsence::kNothing);
     }
     if (fs::exists(status) && !fs::is_regular_file(status)) {
-        SavFinding finding = checkMissing(path, name);
-        finding.faults.push_back({"", "no regular file, which the daemon does not open"});
-        return finding;
+        return checkMissing(path, name, SavAbsence::kNotRegular);
     }
     return checkSav(readSav(path));
 }
@@ -612,7 +620,7 @@ int checkDirectory(const std::string &directory)
         (kindOf(name, "") == SavKind::kUnknown ? others : names).push_back(name);
     }
     if (error) {
-        fmt::print(stderr, "veskctl: cannot read {}: {}\n", directory, error.message());
+        complain(fmt::format("cannot read {}: {}", escape(directory), error.message()));
         return kLocalFailure;
     }
     std::sort(names.begin(), names.end(), comesBefore);
@@ -665,24 +673,41 @@ SavFinding checkSav(const SavFile &file)
     return finding;
 }
 
-SavFinding checkMissing(const std::string &path, const std::string &name)
+SavFinding checkMissing(const std::string &path, const std::string &name, SavAbsence absence)
 {
     const SavKind kind = kindOf(name, "");
     const Target target = targetOf(kind, name);
     SavFinding finding = findingFor(target, kind, path);
     finding.verdict = SavVerdict::kMissing;
-    noteRun(finding, load(target.loader, target.numbers, {}).run);
+    if (absence == SavAbsence::kDanglingLink) {
+        finding.faults.push_back({"", "a link to a file that does not exist"});
+    } else if (absence == SavAbsence::kNotRegular) {
+        finding.faults.push_back({"", "not a regular file, which the daemon does not open"});
+    }
+    const std::string blocked = absence == SavAbsence::kNotRegular ? finding.name : "";
+    noteRun(finding, load(target.loader, target.numbers, {}, {}, blocked).run);
     return finding;
 }
 
-int runSavCheck(const std::vector<std::string> &paths)
+int runSavCheck(const std::vector<std::string> &paths, SavKind kind)
 {
+    const auto check = [kind](const std::string &path) {
+        std::error_code error;
+        const bool isDirectory = fs::is_directory(path, error);
+        if (isDirectory && kind == SavKind::kUnknown) {
+            return checkDirectory(path);
+        }
+        return reportOf([&] {
+            if (isDirectory) {
+                throw UsageError(
+                    fmt::format("{} is a directory; --kind is for files", escape(path)));
+            }
+            return checkSav(readSav(path, kind));
+        });
+    };
     int status = kDone;
     for (const std::string &path : paths) {
-        std::error_code error;
-        status = std::max(status, fs::is_directory(path, error)
-                                      ? checkDirectory(path)
-                                      : reportOf([&] { return checkSav(readSav(path)); }));
+        status = std::max(status, check(path));
     }
     flushOutput();
     return status;

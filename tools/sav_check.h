@@ -13,7 +13,8 @@ enum class SavVerdict : uint8_t {
     kTaken,
     kReset,   // the defaults replace the record
     kRefused, // a view or a page is not loaded
-    kMissing, // there is no such file that could be opened; the rest says what that leads to
+    kMissing, // there is no such file that could be opened; the rest says what that leads to, and
+              // a fault what is there under the name instead
 };
 
 // "taken", "reset", "refused", "missing".
@@ -50,14 +51,23 @@ struct SavFinding {
 
 SavFinding checkSav(const SavFile &file);
 
-// The same for a file that is not there. `name` is one that the device uses.
-SavFinding checkMissing(const std::string &path, const std::string &name);
+// What is there under the name of a file that the daemon cannot open.
+enum class SavAbsence : uint8_t {
+    kNothing,
+    kDanglingLink,
+    kNotRegular, // a directory, a FIFO, a device
+};
+
+// The same for a file that counts as missing. `name` is one that the device uses.
+SavFinding checkMissing(const std::string &path, const std::string &name,
+                        SavAbsence absence = SavAbsence::kNothing);
 
 // The names of the files that a start reads, in its order.
 std::vector<std::string> savNamesAtStart();
 
-// Checks the files, and those in directories that have a name that the device uses. Prints what the
-// daemon does with each. Of a directory, prints also which files of a start are missing. Returns
+// Checks the files, and in directories those whose names the device uses. `kind` is the kind of the
+// files, or kUnknown to find out; it is not for directories. Prints what the daemon does with each.
+// Of a directory, prints also which files of a start are missing. Returns
 // kRefused if anything is wrong with a file. What cannot be read is reported on standard error, and
 // the others are checked all the same.
-int runSavCheck(const std::vector<std::string> &paths);
+int runSavCheck(const std::vector<std::string> &paths, SavKind kind = SavKind::kUnknown);

@@ -604,12 +604,12 @@ std::string drawingOf(const SavFile &file, const UserSetting &sizes, SizesFrom f
            body + "</svg>\n";
 }
 
-int runSavDraw(const std::string &file, const std::string &output)
+int runSavDraw(const std::string &file, const std::string &output, SavKind kind)
 {
-    const SavFile sav = readSav(file);
+    const SavFile sav = readSav(file, kind);
     if (sav.kind != SavKind::kView && sav.kind != SavKind::kPage && sav.kind != SavKind::kSave) {
         throw UsageError(
-            fmt::format("{} has no picture: it is no view, page or user setting", escape(file)));
+            fmt::format("{} has no picture: it is not a view, page or user setting", escape(file)));
     }
     if (sav.bytes.size() != lengthOf(sav.kind)) {
         throw UsageError(fmt::format("{} has {} bytes, and a {} file has {}", escape(file),

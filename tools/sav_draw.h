@@ -21,5 +21,7 @@ enum class SizesFrom : uint8_t {
 std::string drawingOf(const SavFile &file, const UserSetting &sizes, SizesFrom from);
 
 // Draws the file. `output` is a file, which is replaced whole or not at all, or "-" for standard
-// output. Throws UsageError for what has no picture.
-int runSavDraw(const std::string &file, const std::string &output);
+// output. `kind` is the file's kind, or kUnknown to find out. Throws UsageError for what has no
+// picture.
+int runSavDraw(const std::string &file, const std::string &output,
+               SavKind kind = SavKind::kUnknown);

@@ -17,6 +17,7 @@
 #include "tools/manner.h"
 #include "tools/sav.h"
 #include "tools/sav_json.h"
+#include "tools/text.h"
 
 namespace {
 
@@ -111,13 +112,13 @@ bool takeText(const SavFile &file, const std::string &name, const std::string &b
     if (text == before) {
         return false;
     }
-    const SavFile edited = savOfJson(text, name);
+    const SavFile edited = savOfJson(text, escape(name));
     if (edited.kind != file.kind) {
-        throw UsageError(fmt::format("{}: \"kind\" is {}, and was {}", name, nameOf(edited.kind),
-                                     nameOf(file.kind)));
+        throw UsageError(fmt::format("{}: \"kind\" is {}, and was {}", escape(name),
+                                     nameOf(edited.kind), nameOf(file.kind)));
     }
     if (readRegular(file.path, "a settings file", kLongestSav) != file.bytes) {
-        throw LocalError(fmt::format("{} has changed meanwhile", file.path));
+        throw LocalError(fmt::format("{} has changed meanwhile", escape(file.path)));
     }
     if (edited.bytes == file.bytes) {
         return false;
@@ -135,7 +136,8 @@ int runSavEdit(const std::string &path, SavKind kind)
     const std::string name = writeText(text);
     const auto kept = [&](const std::string &what) {
         return access(name.c_str(), F_OK) == 0
-                   ? fmt::format("{}; nothing was written, and the text is kept in {}", what, name)
+                   ? fmt::format("{}; nothing was written, and the text is kept in {}", what,
+                                 escape(name))
                    : fmt::format("{}; nothing was written", what);
     };
     bool isChanged = false;

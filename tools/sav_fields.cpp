@@ -322,7 +322,8 @@ void storeReal(std::string_view text, std::string &bytes, size_t at)
     // Also refuses the words that from_chars() takes for infinity and no number.
     if (error != std::errc() || last != end || (isHex && text.size() != 2 + 2 * sizeof(bits)) ||
         (!isHex && !std::isfinite(value))) {
-        refuse(text, "a number, nor 0x and the 16 hexadecimal digits of one");
+        throw UsageError(fmt::format("\"{}\" is neither a number nor 0x with 16 hexadecimal digits",
+                                     escape(text)));
     }
     bits = isHex ? bits : std::bit_cast<uint64_t>(value);
     std::memcpy(bytes.data() + at, &bits, sizeof(bits));

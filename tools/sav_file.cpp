@@ -18,6 +18,7 @@
 #include "storage/UserSettingRecord.h"
 #include "storage/WorkTime.h"
 #include "tools/errors.h"
+#include "tools/text.h"
 
 namespace {
 
@@ -179,11 +180,12 @@ std::string readRegular(const std::string &path, std::string_view what, size_t l
         if (descriptor >= 0) {
             close(descriptor);
         }
-        throw LocalError(fmt::format("cannot read {}: {}", path, std::strerror(error)));
+        throw LocalError(fmt::format("cannot read {}: {}", escape(path), std::strerror(error)));
     }
     if (!S_ISREG(state.st_mode)) {
         close(descriptor);
-        throw UsageError(fmt::format("{} is {}, not {}", path, typeOf(state.st_mode), what));
+        throw UsageError(
+            fmt::format("{} is {}, not {}", escape(path), typeOf(state.st_mode), what));
     }
     std::string content;
     std::array<char, 65536> buffer;
@@ -195,11 +197,11 @@ std::string readRegular(const std::string &path, std::string_view what, size_t l
     const int error = errno;
     close(descriptor);
     if (count < 0) {
-        throw LocalError(fmt::format("cannot read {}: {}", path, std::strerror(error)));
+        throw LocalError(fmt::format("cannot read {}: {}", escape(path), std::strerror(error)));
     }
     if (content.size() > limit) {
         throw UsageError(
-            fmt::format("{} is longer than {} bytes, so it is not {}", path, limit, what));
+            fmt::format("{} is longer than {} bytes, so it is not {}", escape(path), limit, what));
     }
     return content;
 }
@@ -211,9 +213,9 @@ SavFile readSav(const std::string &path, SavKind asked)
         file.kind = kindOf(path, file.bytes);
     }
     if (file.kind == SavKind::kUnknown) {
-        throw UsageError(fmt::format(
-            "{} is not known as a settings file: neither its name nor its {} bytes are those of one",
-            path, file.bytes.size()));
+        throw UsageError(fmt::format("{} is not known as a settings file: neither its name nor its "
+                                     "identification is that of one; --kind says what it is",
+                                     escape(path)));
     }
     return file;
 }

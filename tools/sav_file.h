@@ -48,8 +48,8 @@ struct SavFile {
 inline constexpr size_t kLongestSav = size_t{1} << 20;
 
 // Reads a file that may be a settings file, or a JSON text of one; never waits for a FIFO or a
-// device. `what` is what the file should be, for the message. Throws UsageError for what is no
-// regular file or longer than `limit`, and LocalError for what cannot be read.
+// device. `what` is what the file should be, for the message. Throws UsageError for what is not
+// a regular file or longer than `limit`, and LocalError for what cannot be read.
 std::string readRegular(const std::string &path, std::string_view what, size_t limit);
 
 // Reads a settings file. `asked` is its kind, or kUnknown to find out. Throws as readRegular(), and

@@ -160,7 +160,7 @@ public:
     void record(const SavRecord &record, size_t at, const Json &json, const Place *place) const
     {
         if (!json.is_object()) {
-            fail(fmt::format("{} is no object", nameOf(place)));
+            fail(fmt::format("{} is not an object", nameOf(place)));
         }
         auto next = json.begin(); // mostly the keys are in order, and none is searched for
         for (const SavField &field : record.fields) {
@@ -213,7 +213,7 @@ private:
             return;
         }
         if (!json.is_array() || json.size() != field.count) {
-            fail(fmt::format("{} is no array of {}", place.text(), field.count));
+            fail(fmt::format("{} is not an array of {} values", place.text(), field.count));
         }
         for (size_t i = 0; i < field.count; ++i) {
             const Place here{&place, "", i};
@@ -236,6 +236,9 @@ private:
             }
             return;
         }
+        if (json.is_structured()) {
+            fail(fmt::format("{} is an {}, not a value", place.text(), json.type_name()));
+        }
         try {
             store(field, at, json);
         } catch (const UsageError &error) {
@@ -255,8 +258,6 @@ private:
             // What is greater than any int64_t is greater than any field.
             const bool isHuge = json.is_number_unsigned() && json.get<uint64_t>() > INT64_MAX;
             storeNumber(field, isHuge ? INT64_MAX : json.get<int64_t>(), bytes_, at);
-        } else if (json.is_structured()) {
-            throw UsageError(fmt::format("there is an {}, and not a value", json.type_name()));
         } else {
             storeText(field, json.dump(), bytes_, at); // which says what is possible
         }
@@ -273,10 +274,30 @@ Json memberOf(const Json &json, const char *key)
     return found == json.end() ? Json() : *found;
 }
 
+// "[json.exception.out_of_range.406] WHAT"
+std::string_view withoutCode(std::string_view what)
+{
+    const size_t end = what.starts_with('[') ? what.find("] ") : std::string_view::npos;
+    return end == std::string_view::npos ? what : what.substr(end + 2);
+}
+
+// Of arrays and objects within each other; a page has far fewer. The library would take long for a
+// tree of any depth.
+constexpr int kDeepest = 32;
+
 Json parse(std::string_view text, std::string_view source)
 {
+    const auto refuseDepth = [source](int depth, Json::parse_event_t event, Json &) {
+        const bool isStart =
+            event == Json::parse_event_t::array_start || event == Json::parse_event_t::object_start;
+        if (isStart && depth >= kDeepest) {
+            throw UsageError(fmt::format("{}: arrays and objects are nested more than {} deep",
+                                         source, kDeepest));
+        }
+        return true;
+    };
     try {
-        return Json::parse(text);
+        return Json::parse(text, refuseDepth);
     } catch (const Json::parse_error &error) {
         const size_t end = std::min(error.byte == 0 ? 0 : error.byte - 1, text.size());
         const std::string_view before = text.substr(0, end);
@@ -285,12 +306,12 @@ Json parse(std::string_view text, std::string_view source)
         const std::string_view what = error.what();
         const size_t column = what.find("column");
         const size_t colon = column == std::string_view::npos ? column : what.find(": ", column);
-        throw UsageError(
-            fmt::format("{}: line {}, column {}: {}", source,
-                        1 + std::count(before.begin(), before.end(), '\n'), 1 + end - lineStart,
-                        colon == std::string_view::npos ? what : what.substr(colon + 2)));
+        throw UsageError(fmt::format(
+            "{}: line {}, column {}: {}", source,
+            1 + std::count(before.begin(), before.end(), '\n'), 1 + end - lineStart,
+            colon == std::string_view::npos ? withoutCode(what) : what.substr(colon + 2)));
     } catch (const Json::exception &error) { // a number that nothing can hold
-        throw UsageError(fmt::format("{}: {}", source, error.what()));
+        throw UsageError(fmt::format("{}: {}", source, withoutCode(error.what())));
     }
 }
 
@@ -428,7 +449,7 @@ SavFile savOfJson(std::string_view text, std::string_view source)
     };
     const Json json = parse(text, source);
     if (!json.is_object()) {
-        fail("this is no object with \"kind\" and \"fields\"");
+        fail("this is not an object with \"kind\" and \"fields\"");
     }
     for (const auto &[key, value] : json.items()) {
         if (std::find(std::begin(kKeys), std::end(kKeys), key) == std::end(kKeys)) {

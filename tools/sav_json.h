@@ -27,7 +27,7 @@ std::string jsonOfSav(const SavFile &file, SavLayout layout);
 // no JSON, else the name of the value. The message begins with `source`.
 SavFile savOfJson(std::string_view text, std::string_view source);
 
-// Appends one value as JSON, null if it is not whole. Requires: it is no record.
+// Appends one value as JSON, null if it is not whole. Requires: it is not a record.
 void appendJson(const SavField &field, std::string_view bytes, size_t at, std::string &json);
 
 // The JSON Schema of jsonOfSav() for a kind of file.

@@ -31,6 +31,7 @@ struct Saving {
 
 // State of a run.
 const SavFiles *present = nullptr;
+std::string inTheWay; // the name of what is not a regular file
 std::vector<Saving> savings;
 std::vector<std::string> asked;
 int failure; // errno of the first call that failed here, and not in the daemon's eyes
@@ -109,6 +110,10 @@ int openFile(const char *path, int flags, mode_t = 0)
     if (isRead && !name.empty() && std::find(asked.begin(), asked.end(), name) == asked.end()) {
         asked.push_back(name);
     }
+    if (!isUnnamed && !name.empty() && name == inTheWay) {
+        errno = EISDIR; // nobody looks at which error it is
+        return -1;
+    }
     std::string content;
     if (!isUnnamed && !find(name, content) && (name.empty() || (flags & O_CREAT) == 0)) {
         errno = ENOENT;
@@ -141,7 +146,8 @@ int nameMemory(int, const char *from, int, const char *to, int)
 int statFile(const char *path, struct stat *)
 {
     std::string content;
-    if (find(nameIn(path), content)) {
+    const std::string name = nameIn(path);
+    if ((!name.empty() && name == inTheWay) || find(name, content)) {
         return 0;
     }
     errno = ENOENT;
@@ -172,9 +178,11 @@ const char *nothingInsteadOf(const char *)
 // A pause of the daemon's start takes no time here.
 void SysDelayMs(uint32_t) {}
 
-SavRun runOnFiles(const SavFiles &files, const std::function<void()> &loader)
+SavRun runOnFiles(const SavFiles &files, const std::function<void()> &loader,
+                  const std::string &blocked)
 {
     present = &files;
+    inTheWay = blocked;
     failure = 0;
     char *text = nullptr;
     size_t length = 0;

@@ -19,5 +19,7 @@ struct SavRun {
 };
 
 // Runs `loader` on these files: they alone are in /userdata/, and no file of this computer is read
-// or changed. Throws LocalError if there is no memory for them.
-SavRun runOnFiles(const SavFiles &files, const std::function<void()> &loader);
+// or changed. `blocked` is the name of something that is not a regular file, "" if there is none:
+// the loader can neither open nor save it. Throws LocalError if there is no memory for them.
+SavRun runOnFiles(const SavFiles &files, const std::function<void()> &loader,
+                  const std::string &blocked = "");

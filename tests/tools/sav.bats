@@ -157,7 +157,7 @@ DevInfo.sav' ]
     run -0 "$VESKCTL" sav dump a
     [ "${lines[0]}" = 'a: UserPref, 56 bytes' ]
     head -c 3000 view3.sav >b
-    refuses 2 'b is not known as a settings file: neither its name nor its 3000 bytes are those of one' dump b
+    refuses 2 'b is not known as a settings file: neither its name nor its identification is that of one; --kind says what it is' dump b
     run -0 "$VESKCTL" sav dump --kind view b
     [ "${lines[0]}" = 'b: view, 3000 of 3996 bytes: the last 996 are missing' ]
 }
@@ -184,12 +184,14 @@ DevInfo.sav' ]
         refuses 2 'view9.sav is a directory, not a settings file' "$1" view9.sav "${@:2}"
         refuses 2 '/dev/null is a device, not a settings file' "$1" /dev/null "${@:2}"
         refuses 2 'save1.sav is longer than 1048576 bytes, so it is not a settings file' "$1" save1.sav "${@:2}"
-        refuses 2 'UserPref0 is not known as a settings file: neither its name nor its 0 bytes are those of one' \
+        refuses 2 'UserPref0 is not known as a settings file: neither its name nor its identification is that of one; --kind says what it is' \
             "$1" UserPref0 "${@:2}"
         refuses 4 'cannot read UserPref.lnk: No such file or directory' "$1" UserPref.lnk "${@:2}"
         refuses 4 'cannot read view3.sav/x: Not a directory' "$1" view3.sav/x "${@:2}"
         refuses 4 'cannot read /proc/self/mem: Input/output error' "$1" /proc/self/mem "${@:2}"
     done
+    refuses 2 'fifo is a FIFO, not a settings file' check fifo
+    refuses 2 'fifo is a FIFO, not a settings file' draw fifo -o made
     # What diff cannot do has its status 2.
     refuses 2 'fifo is a FIFO, not a settings file' diff view3.sav fifo
     refuses 2 'cannot read nothing: No such file or directory' diff nothing view3.sav
@@ -201,11 +203,14 @@ DevInfo.sav' ]
     run -2 --separate-stderr "$VESKCTL" sav make view3.sav -o made
     [[ ${stderr?} == 'veskctl: view3.sav: line 1, column 1: '* ]]
     [ ! -e made ]
+    # Deep nesting is refused at once: a tree of it would take the better part of a minute.
+    head -c 5000000 /dev/zero | tr '\0' '[' >deep
+    refuses 2 'deep: arrays and objects are nested more than 32 deep' make deep -o made
     # Places where nothing can be written.
     "$VESKCTL" sav dump --json view3.sav >view3.json
     refuses 4 'cannot write view9.sav: Is a directory' make view3.json -o view9.sav
-    refuses 4 'cannot write fifo: it is no regular file' make view3.json -o fifo
-    refuses 4 'cannot write /dev/full: it is no regular file' make view3.json -o /dev/full
+    refuses 4 'cannot write fifo: it is not a regular file' make view3.json -o fifo
+    refuses 4 'cannot write /dev/full: it is not a regular file' make view3.json -o /dev/full
     refuses 4 'cannot write nowhere/view3.sav: No such file or directory' make view3.json -o nowhere/view3.sav
     refuses 4 'cannot write /proc/view3.sav: No such file or directory' make view3.json -o /proc/view3.sav
     refuses 2 'save0.sav is the name of a save file, and view3.json has a view' make view3.json -o save0.sav
@@ -237,6 +242,57 @@ DevInfo.sav' ]
     [ "$output" = '' ]
     cmp save0.sav before
     [ "$(find . -name 'save0.sav*' | wc -l)" -eq 1 ]
+}
+
+@test "bad input: a message is one line, whatever the name" {
+    local name=$'a\nb\e[31m.sav'
+    refuses 4 'cannot read a\nb\x1b[31m.sav: No such file or directory' dump "$name"
+    head -c 100 view3.sav >"$name"
+    refuses 2 'a\nb\x1b[31m.sav is not known as a settings file: neither its name nor its identification is that of one; --kind says what it is' \
+        dump "$name"
+    refuses 2 'a\nb\x1b[31m.sav ends before viewNumber: it has 100 bytes' set --kind view "$name" viewNumber=1
+    "$VESKCTL" sav dump --json view3.sav >view3.json
+    mkdir "$name.d"
+    refuses 4 'cannot write a\nb\x1b[31m.sav.d: Is a directory' make view3.json -o "$name.d"
+}
+
+@test "make: - as the settings file is standard output" {
+    "$VESKCTL" sav dump --json save0.sav >save0.json
+    "$VESKCTL" sav make save0.json -o - >made
+    cmp made save0.sav
+    [ ! -e ./- ]
+    "$VESKCTL" sav dump --json view3.sav | "$VESKCTL" sav make - -o - | cmp - view3.sav
+    run -4 bash -c '"$0" sav make save0.json -o - >/dev/full' "$VESKCTL"
+    [ "$output" = 'veskctl: cannot write the output: No space left on device' ]
+    run -0 "$VESKCTL" sav make --help
+    grep -q 'SAVFILE' <<<"$output"
+}
+
+@test "check and draw: --kind names the kind" {
+    head -c 3992 view3.sav >a
+    bytes 00 00 00 00 >>a # instead of the identification
+    refuses 2 'a is not known as a settings file: neither its name nor its identification is that of one; --kind says what it is' check a
+    run -1 "$VESKCTL" sav check --kind view a
+    [ "${lines[0]}" = 'a: as view0.sav: refused by LoadViewSetting(0), which no start calls' ]
+    run -0 "$VESKCTL" sav draw --kind view a -o -
+    [[ $output == '<?xml'* ]]
+    refuses 2 '. is a directory; --kind is for files' check --kind view .
+}
+
+@test "check: messages and findings come in their order" {
+    run -4 bash -c '"$0" sav check UserPref.sav nothing DevInfo.sav 2>&1' "$VESKCTL"
+    [ "$output" = 'UserPref.sav: taken at the next start
+veskctl: cannot read nothing: No such file or directory
+DevInfo.sav: taken at the next start' ]
+}
+
+@test "set: root leaves a file to its owner" {
+    if ! chown 1234:2345 view3.sav 2>/dev/null; then
+        skip 'only root can give a file away'
+    fi
+    chmod 0640 view3.sav
+    run -0 "$VESKCTL" sav set view3.sav viewNumber=9
+    [ "$(stat -c '%u:%g %a' view3.sav)" = '1234:2345 640' ]
 }
 
 @test "diff: names and values of what differs; statuses as diff" {
@@ -310,7 +366,9 @@ preferenceBytes: 013200 -> 0132ff' '' \
     refuses 2 '"viewNumbr" is not a field of a view file (did you mean "viewNumber"?)' \
         set view3.sav viewNumber=3 viewNumbr=1
     refuses 2 'viewNumber: "256" is not a number from 0 to 255' set view3.sav 'layerAlpha[0]=1' viewNumber=256
-    refuses 2 'layerAlpha has 96 values, and there are 2 in "1,2"' set view3.sav layerAlpha=1,2
+    refuses 2 '"1,2" has 2 values; layerAlpha needs 96' set view3.sav layerAlpha=1,2
+    refuses 2 '"1" has 1 value; inputEnable needs 26' set save0.sav inputEnable=1
+    refuses 2 '"" has 0 values; inputEnable needs 26' set save0.sav inputEnable=
     refuses 2 'there are several layers: layers[0] to layers[95]' set view3.sav layers.state=1
     refuses 2 'view4.sav ends before viewNumber: it has 100 bytes' set view4.sav viewNumber=1
     refuses 2 'view4.sav ends before layers[3].sourceY: it has 100 bytes' set view4.sav 'layers[3].sourceY=1'

@@ -6,9 +6,11 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <sstream>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <sys/stat.h>
 
 #include "control/page.h"
 #include "control/scene.h"
@@ -240,8 +242,34 @@ TEST(SavBoard, TheDaemonDoesWhatTheCheckSays)
             EXPECT_EQ(written, done.written);
             ++compared;
         }
+        // A FIFO can neither be read nor be written.
+        SCOPED_TRACE(row.name + std::string(", a FIFO"));
+        fs::remove_all("/userdata");
+        fs::create_directory("/userdata");
+        const std::string fifo = std::string("/userdata/") + row.name;
+        ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+        Json finding;
+        std::istringstream lines(veskctl("sav check --json /userdata").out);
+        for (std::string line; std::getline(lines, line);) {
+            const Json each = Json::parse(line);
+            finding = each["file"] == fifo ? each : finding;
+        }
+        EXPECT_EQ(finding["verdict"], "missing");
+        EXPECT_EQ(finding["faults"].size(), 1u);
+        std::string prints;
+        for (const Json &line : finding["console"]) {
+            prints += line.get<std::string>() + "\n";
+        }
+        forget();
+        std::string printed = printedBy(row.load);
+        printed.erase(std::remove(printed.begin(), printed.end(), '\r'), printed.end());
+        EXPECT_EQ(prints, printed);
+        EXPECT_EQ(finding["written"], Json::array());
+        EXPECT_EQ(entriesOf("/userdata").size(), 1u);
+        EXPECT_FALSE(fs::is_regular_file(fifo));
+        ++compared;
     }
-    EXPECT_EQ(compared, 49u);
+    EXPECT_EQ(compared, 56u);
 }
 
 } // namespace

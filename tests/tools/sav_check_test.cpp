@@ -367,13 +367,57 @@ TEST(SavCheck, ADirectoryOrAFifoWithTheNameOfAFileIsWrong)
 {
     std::filesystem::create_directories("/tmp/sav/UserPref.sav");
     ASSERT_EQ(mkfifo("/tmp/sav/view3.sav", 0600), 0);
+    ASSERT_EQ(mkfifo("/tmp/sav/save0.sav", 0600), 0);
+    writeFile("/tmp/sav/DevInfo.sav", kDevInfo);
+    writeFile("/tmp/sav/workTime.sav", kWorkTime);
     const Said said = run({"/tmp/sav"});
     EXPECT_EQ(said.status, kRefused);
-    for (const char *const line : {"UserPref.sav: missing; reset at the next start\n    wrong: no "
-                                   "regular file, which the daemon does not open\n",
-                                   "view3.sav: missing"}) {
-        EXPECT_NE(said.out.find(line), std::string::npos) << said.out;
-    }
+    EXPECT_EQ(said.err, "");
+    // Nothing can be saved under these names either.
+    EXPECT_EQ(said.out, "/tmp/sav/UserPref.sav: counts as missing; reset at the next start\n"
+                        "    wrong: not a regular file, which the daemon does not open\n"
+                        "    console: open file /userdata/UserPref.sav error\n"
+                        "    console: UserPref ID = 0x0\n"
+                        "    console: reset userPref\n"
+                        "/tmp/sav/DevInfo.sav: taken at the next start\n"
+                        "/tmp/sav/save0.sav: counts as missing; reset at the next start\n"
+                        "    wrong: not a regular file, which the daemon does not open\n"
+                        "    console: open file /userdata/save0.sav error\n"
+                        "    console: open file /userdata/save0.sav error\n"
+                        "    console: reset user save\n"
+                        "    console: save save0.sav\n"
+                        "    console: open file /userdata/save0.sav error\n"
+                        "    console: open file save0.sav fail\n"
+                        "/tmp/sav/view3.sav: counts as missing; no start reads it\n"
+                        "    wrong: not a regular file, which the daemon does not open\n"
+                        "    console: open file /userdata/view3.sav error\n"
+                        "    console: open file view3.sav fail\n"
+                        "    console: try again _LoadViewSetting_help(3)\n"
+                        "    console: open file /userdata/view3.sav error\n"
+                        "    console: open file view3.sav fail\n"
+                        "/tmp/sav/workTime.sav: taken at the next start\n");
+}
+
+// The daemon finds nothing where the link leads.
+TEST(SavCheck, ALinkToNothingCountsAsMissing)
+{
+    std::filesystem::create_directory("/tmp/sav");
+    std::filesystem::create_symlink("nowhere", "/tmp/sav/DevInfo.sav");
+    std::filesystem::create_symlink("nowhere", "/tmp/sav/page3_0.sav");
+    manner().quiet = true;
+    const Said said = run({"/tmp/sav"});
+    EXPECT_EQ(said.status, kRefused);
+    EXPECT_EQ(said.err, "");
+    EXPECT_EQ(said.out.substr(0, said.out.find("/tmp/sav/page3_0.sav")),
+              "/tmp/sav/DevInfo.sav: counts as missing; reset at the next start\n"
+              "    wrong: a link to a file that does not exist\n"
+              "    console: open file /userdata/DevInfo.sav error\n"
+              "    console: Device ID = 0x0\n"
+              "    console: reset Device info\n");
+    EXPECT_NE(said.out.find("/tmp/sav/page3_0.sav: counts as missing; no start reads it\n"
+                            "    wrong: a link to a file that does not exist\n"),
+              std::string::npos)
+        << said.out;
 }
 
 // Any bytes ---------------------------------------------------------------------------------------

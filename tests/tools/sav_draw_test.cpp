@@ -213,7 +213,7 @@ TEST(SavDraw, RefusesWhatHasNoPicture)
     };
     const std::string good = fileOf(view()).bytes;
     EXPECT_EQ(draw("UserPref.sav", std::string(56, 'x'), "/tmp/o.svg"),
-              "/tmp/UserPref.sav has no picture: it is no view, page or user setting");
+              "/tmp/UserPref.sav has no picture: it is not a view, page or user setting");
     EXPECT_EQ(draw("view3.sav", good + "x", "/tmp/o.svg"),
               "/tmp/view3.sav has 3997 bytes, and a view file has 3996");
     EXPECT_EQ(draw("view3.sav", good, "/tmp/../tmp/view3.sav"),

@@ -494,9 +494,9 @@ TEST(SavValues, AreTakenFromTextOrRefusedWithWhatIsPossible)
         {SavKind::kSave,     "settingValue3776",  "-0",         "0000000000000080"},
         {SavKind::kSave,     "settingValue3776",  "1.5",        "000000000000f83f"},
         {SavKind::kSave,     "settingValue3776",  "0x7ff8000000000001", "010000000000f87f"},
-        {SavKind::kSave,     "settingValue3776",  "inf",        "\"inf\" is not a number, nor 0x and the 16 hexadecimal digits of one"},
-        {SavKind::kSave,     "settingValue3776",  "0x7ff8",     "\"0x7ff8\" is not a number, nor 0x and the 16 hexadecimal digits of one"},
-        {SavKind::kSave,     "settingValue3776",  "1e999",      "\"1e999\" is not a number, nor 0x and the 16 hexadecimal digits of one"},
+        {SavKind::kSave,     "settingValue3776",  "inf",        "\"inf\" is neither a number nor 0x with 16 hexadecimal digits"},
+        {SavKind::kSave,     "settingValue3776",  "0x7ff8",     "\"0x7ff8\" is neither a number nor 0x with 16 hexadecimal digits"},
+        {SavKind::kSave,     "settingValue3776",  "1e999",      "\"1e999\" is neither a number nor 0x with 16 hexadecimal digits"},
     };
     for (const Row &row : kRows) {
         EXPECT_EQ(stored(row.kind, row.name, row.text), row.result) << row.name << '=' << row.text;
@@ -539,15 +539,17 @@ TEST(SavJson, WhatIsWrongIsToldWithItsPlace)
         {"\"currentAddress\": 0, ", "",        "F: currentAddress is missing"},
         {"currentAddress",    "curentAddress", "F: \"curentAddress\" is not a field of \"fields\" (did you mean \"currentAddress\"?)"},
         {"\"counters\"",      "\"x\": 0, \"counters\"", "F: \"x\" is not a field of \"fields\""},
-        {"[1, 2]",            "[1, 2, 3]",     "F: counters is no array of 2"},
-        {"[1, 2]",            "{\"a\": 1}",    "F: counters is no array of 2"},
+        {"[1, 2]",            "[1, 2, 3]",     "F: counters is not an array of 2 values"},
+        {"[1, 2]",            "{\"a\": 1}",    "F: counters is not an array of 2 values"},
         {"[1, 2]",            "[1, 4294967296]", "F: counters[1]: \"4294967296\" is not a number from 0 to 4294967295"},
         {"[1, 2]",            "[1, 18446744073709551615]", "F: counters[1]: \"9223372036854775807\" is not a number from 0 to 4294967295"},
         {"[1, 2]",            "[1, 1.5]",      "F: counters[1]: \"1.5\" is not a number from 0 to 4294967295"},
         {"[1, 2]",            "[1, -1]",       "F: counters[1]: \"-1\" is not a number from 0 to 4294967295"},
         {"[1, 2]",            "[1, null]",     "F: counters[1]: \"null\" is not a number from 0 to 4294967295"},
         {"[1, 2]",            "[1, true]",     "F: counters[1]: \"true\" is not a number from 0 to 4294967295"},
-        {"[1, 2]",            "[1, [2]]",      "F: counters[1]: there is an array, and not a value"},
+        {"[1, 2]",            "[1, [2]]",      "F: counters[1] is an array, not a value"},
+        {"[1, 2]",            "[1, {}]",       "F: counters[1] is an object, not a value"},
+        {"[1, 2]",            "[1, 1e999]",    "F: number overflow parsing '1e999'"},
         {"\"0x20150321\"",    "\"0x120150321\"", "F: identification: \"4833215265\" is not a number from 0x00 to 0xffffffff"},
         {"\"fields\"",        "\"length\": 16, \"fields\"", "F: counters[1] must be null: a file of 16 bytes ends before it"},
         {"\"fields\"",        "\"length\": 25, \"fields\"", "F: \"rest\" must be 2 hexadecimal digits, for the bytes from 24 to the end of a file of 25 bytes"},
@@ -563,7 +565,12 @@ TEST(SavJson, WhatIsWrongIsToldWithItsPlace)
         text.replace(at, std::string_view(row.what).size(), row.with);
         EXPECT_EQ(complaintOf([&text] { savOfJson(text, "F"); }), row.complaint) << text;
     }
-    EXPECT_EQ(complaintOf([] { savOfJson("[]", "F"); }), "F: this is no object with \"kind\" and \"fields\"");
+    EXPECT_EQ(complaintOf([] { savOfJson("[]", "F"); }), "F: this is not an object with \"kind\" and \"fields\"");
+    EXPECT_EQ(complaintOf([] { savOfJson(R"({"kind": "workTime", "fields": 7})", "F"); }), "F: \"fields\" is not an object");
+    // The text is not read to its end.
+    EXPECT_EQ(complaintOf([] { savOfJson(std::string(5000000, '['), "F"); }), "F: arrays and objects are nested more than 32 deep");
+    EXPECT_EQ(complaintOf([] { savOfJson(std::string(33, '['), "F"); }), "F: arrays and objects are nested more than 32 deep");
+    EXPECT_EQ(complaintOf([] { savOfJson(std::string(32, '[') + "x", "F"); }).find("F: line 1, column 33: "), 0u);
     EXPECT_EQ(complaintOf([] { savOfJson("", "F"); }).find("F: line 1, column 1: "), 0u);
     EXPECT_EQ(complaintOf([] { savOfJson("{\n\n  \"a\" 1", "F"); }).find("F: line 3, column 7: "), 0u);
 }

@@ -182,7 +182,7 @@ new.svg' ]
     mkdir folder
     mkfifo pipe
     gives 4 '' 'veskctl: cannot write folder: Is a directory' draw 10 -o folder
-    gives 4 '' 'veskctl: cannot write pipe: it is no regular file' draw 10 -o pipe
+    gives 4 '' 'veskctl: cannot write pipe: it is not a regular file' draw 10 -o pipe
     gives 4 '' 'veskctl: cannot write none/a.svg: No such file or directory' \
         draw 10 -o none/a.svg
     run -4 bash -c '"$0" timing draw 10 -o - >/dev/full' "$VESKCTL"
