@@ -36,6 +36,22 @@ namespace {
 
 constexpr char kAbout[] = "Video formats, without a device: the daemon's table and operations";
 
+constexpr char kFooter[] =
+    "The formats and their operations are those of docs/video-formats.md.\n"
+    "\n"
+    "Exit status:\n"
+    "    0  done\n"
+    "    1  no format is like this, or the device refuses the mode\n"
+    "    2  wrong usage\n"
+    "    4  something failed on this computer, such as a picture that cannot be written\n"
+    "\n"
+    "Examples:\n"
+    "  veskctl timing list --size 1920x1080\n"
+    "  veskctl timing show 1920x1080x60\n"
+    "  veskctl timing calc 1920 1080 60\n"
+    "  veskctl timing detect 1920 1080 2200 1125 60\n"
+    "  veskctl timing draw 1920x1080x50 -o format.svg";
+
 constexpr char kListAbout[] = "List the formats";
 constexpr char kListFooter[] =
     "Hz is the rate in the table, in whole Hz; after it stands what the clock makes of the totals. HV\n"
@@ -104,7 +120,7 @@ int32_t numberOf(const std::string &text, const char *what, int32_t least)
     const char *const end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data(), end, number);
     if (rest != end || error != std::errc() || number < least) {
-        throw UsageError(fmt::format("{} is \"{}\", and not a whole number from {} to {}", what,
+        throw UsageError(fmt::format("{}: \"{}\" is not a whole number from {} to {}", what,
                                      escape(text), least, kMost));
     }
     return number;
@@ -326,7 +342,7 @@ std::pair<int32_t, int32_t> sizeOf(const std::string &text)
     const std::string height = cross == std::string::npos ? "" : text.substr(cross + 1);
     if (cross == std::string::npos || (width.empty() && height.empty())) {
         throw UsageError(
-            fmt::format("--size is \"{}\", and not WIDTHxHEIGHT, WIDTHx or xHEIGHT", escape(text)));
+            fmt::format("--size: \"{}\" is not WIDTHxHEIGHT, WIDTHx or xHEIGHT", escape(text)));
     }
     return {width.empty() ? 0 : numberOf(width, "the width of --size", 1),
             height.empty() ? 0 : numberOf(height, "the height of --size", 1)};
@@ -338,7 +354,7 @@ double rateOf(const std::string &text)
     const char *const end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data(), end, rate, std::chars_format::fixed);
     if (rest != end || error != std::errc() || !(rate > 0)) {
-        throw UsageError(fmt::format("--rate is \"{}\", and not a number of Hz", escape(text)));
+        throw UsageError(fmt::format("--rate: \"{}\" is not a number of Hz", escape(text)));
     }
     return rate;
 }
@@ -446,8 +462,10 @@ void printFormat(uint8_t id)
         fmt::print("    a quarter of {} {}\n", whole, nameOf(whole));
     }
     if (detected != id) {
-        fmt::print("    an input with these numbers is reported as {} {}\n", detected,
-                   nameOf(detected));
+        fmt::print(
+            "    an input with the format's own numbers, {} {} {} {} {}, is reported as {} {}\n",
+            raster.horizontal.active, raster.vertical.active, raster.horizontal.total,
+            raster.vertical.total, raster.frequency, detected, nameOf(detected));
     }
 }
 
@@ -540,8 +558,11 @@ Calculated calculate(const CustomMode &mode)
 
 std::string refusalOf(const Calculated &all)
 {
-    return fmt::format("the device refuses {}: its clock is {} MHz, and the limit is {}",
-                       nameOf(all.mode), all.clock, kMaxPixelClock);
+    // The device's arithmetic goes no further than this.
+    constexpr int32_t kMostClock = std::numeric_limits<int32_t>::max() / 1000000;
+    return fmt::format("the device refuses {}: its clock is {} MHz{}, and the limit is {}",
+                       nameOf(all.mode), all.clock, all.clock < kMostClock ? "" : " or more",
+                       kMaxPixelClock);
 }
 
 std::vector<const Quantity *> differencesOf(const Raster &device, const Raster &standard)
@@ -816,6 +837,7 @@ std::vector<Choice> addTimingCommands(CLI::App &app)
 {
     const auto options = std::make_shared<Options>();
     CLI::App *const timing = app.add_subcommand("timing", kAbout);
+    timing->footer(kFooter);
     timing->require_subcommand(1);
 
     CLI::App *const listCommand = timing->add_subcommand("list", kListAbout);

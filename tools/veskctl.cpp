@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <iterator>
 #include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -263,6 +265,23 @@ struct Options {
 
 constexpr Milliseconds kLongestFinish{1000};
 
+// The file's whole path without links, as far as it exists; the name itself where that is not
+// known.
+std::string wholePath(const std::string &file)
+{
+    std::error_code error;
+    const std::filesystem::path path = std::filesystem::absolute(file, error);
+    const std::filesystem::path whole = std::filesystem::weakly_canonical(path, error);
+    return error ? file : whole.string();
+}
+
+// Whether two names mean one file, which need not exist yet.
+bool isSameFile(const std::string &left, const std::string &right)
+{
+    std::error_code error;
+    return wholePath(left) == wholePath(right) || std::filesystem::equivalent(left, right, error);
+}
+
 // The files into which the user wants what the lines carry, if any. All lines share them.
 struct Records {
     std::shared_ptr<Recorder> transcript;
@@ -342,8 +361,18 @@ struct Opened {
     }
 };
 
+void requireTwoFiles(const Options &options)
+{
+    if (!options.record.empty() && !options.pcap.empty() &&
+        isSameFile(options.record, options.pcap)) {
+        throw UsageError("--record and --pcap name the same file; each needs its own");
+    }
+}
+
+// A line to use, and files that it may be recorded in.
 void requireLine(const Options &options)
 {
+    requireTwoFiles(options);
     if (options.serial.empty() && options.udp.empty()) {
         throw UsageError("--serial or --udp is needed, such as --serial /dev/ttyUSB0; `veskctl "
                          "serial ports` lists what there is");

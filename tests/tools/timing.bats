@@ -61,7 +61,7 @@ END
     vertical      2160            9    10          71   2250     81  positive
     clock 74.25 MHz; 25 Hz, by the clock 25; lines 56.25 kHz
     class: 4K2K; GS4911 code: 45; list: none
-    an input with these numbers is reported as 101 1024x2160x29.98' '' show 103
+    an input with the format'\''s own numbers, 1024 2160 1320 2250 25, is reported as 101 1024x2160x29.98' '' show 103
     for name in 1920x1080x60 1920X1080X60; do
         run -0 --separate-stderr "$VESKCTL" timing show "$name"
         [ "$(grep '^[0-9]' <<<"$output")" = '10  1920x1080x60
@@ -114,6 +114,9 @@ Modeline "4096x2160@70-rb1"  664.75  4096 4144 4176 4256  2160 2163 2173 2232 +h
 Modeline "4096x2160@70-rb2"  652.458  4096 4104 4136 4176  2160 2218 2226 2232 +hsync -vsync' \
         'veskctl: the device refuses 4096x2160@70: its clock is 664 MHz, and the limit is 600' \
         calc --modeline 4096 2160 70
+    # 4256 pixels by more than 2160 lines, 240 times a second, are beyond 2147 MHz, where the device's numbers end.
+    run -1 "$VESKCTL" timing calc 4096 2160 240
+    [ "${lines[-1]}" = 'the device refuses 4096x2160@240: its clock is 2147 MHz or more, and the limit is 600' ]
     run -0 "$VESKCTL" timing calc 1840 4870 60
     run -1 "$VESKCTL" timing calc 1840 4871 60
     # One that is refused counts, wherever it is.
@@ -140,6 +143,8 @@ Modeline "4096x2160@70-rb2"  652.458  4096 4104 4136 4176  2160 2218 2226 2232 +
     run -0 "$VESKCTL" timing detect 1920 540 2640 563 50
     [ "${lines[0]}" = '39  1920x1080x50i' ]
     [[ $output == *'found by the numbers of one field'* ]]
+    # Those of the whole frame are another's.
+    [[ $output == *"an input with the format's own numbers, 1920 1080 2640 1125 50, is reported as 12 1920x1080x50"* ]]
     gives 1 '126  UNDEFINE: no format is near' '' detect 1282 720 1650 750 60
     gives 1 '' 'veskctl: no format is near' detect --modeline 1000 1000 1100 1100 60
     gives 0 '# format 2: 60 Hz, 45 kHz
@@ -175,6 +180,8 @@ new.svg' ]
     echo old >old.svg
     gives 1 '' 'veskctl: the device refuses 4096x2160@70: its clock is 664 MHz, and the limit is 600; nothing was written' \
         draw 4096x2160@70 -o old.svg
+    gives 1 '' 'veskctl: the device refuses 4096x2160@240: its clock is 2147 MHz or more, and the limit is 600; nothing was written' \
+        draw 4096x2160@240 -o old.svg
     gives 2 '' 'veskctl: 640x100@60 cannot be drawn: V sync is 4, but V start is 0' draw 640x100@60 -o old.svg
     gives 2 '' 'veskctl: "1920x1080x60" is the name of the formats 10 and 66; give the id' \
         draw 1920x1080x60 -o old.svg
@@ -196,25 +203,25 @@ pipe' ]
         read -ra words <<<"$arguments"
         gives 2 '' "veskctl: $message" "${words[@]}" || { echo "$arguments"; return 1; }
     done <<'END'
-calc 0 1080 60|WIDTH is "0", and not a whole number from 1 to 2147483647
-calc 1920 -1080 60|HEIGHT is "-1080", and not a whole number from 1 to 2147483647
-calc 1920 1080 59.94|RATE is "59.94", and not a whole number from 1 to 2147483647
-calc 1920 1080 2147483648|RATE is "2147483648", and not a whole number from 1 to 2147483647
+calc 0 1080 60|WIDTH: "0" is not a whole number from 1 to 2147483647
+calc 1920 -1080 60|HEIGHT: "-1080" is not a whole number from 1 to 2147483647
+calc 1920 1080 59.94|RATE: "59.94" is not a whole number from 1 to 2147483647
+calc 1920 1080 2147483648|RATE: "2147483648" is not a whole number from 1 to 2147483647
 calc 1920 1080|a mode is three numbers: WIDTH HEIGHT RATE
 calc 1920 1080 60 1280|a mode is three numbers: WIDTH HEIGHT RATE
 detect 1920 1080 2200 1125|a measured timing is five numbers: HDE VDE HTOTAL VTOTAL RATE
-detect 1920 1080 2200 0x465 60|VTOTAL is "0x465", and not a whole number from 0 to 2147483647
+detect 1920 1080 2200 0x465 60|VTOTAL: "0x465" is not a whole number from 0 to 2147483647
 show 124|format 124 is not in the table, which has 0 to 123; 124 is the custom format: see `veskctl timing calc`
 show 127|format 127 is not in the table, which has 0 to 123; 127 stands for NO INPUT
 show 256|format 256 is not in the table, which has 0 to 123
 show 1920x1080x61|no format has the name "1920x1080x61" (did you mean "1920x1080x60"?)
-list --size 1920|--size is "1920", and not WIDTHxHEIGHT, WIDTHx or xHEIGHT
-list --size x|--size is "x", and not WIDTHxHEIGHT, WIDTHx or xHEIGHT
-list --rate fast|--rate is "fast", and not a number of Hz
+list --size 1920|--size: "1920" is not WIDTHxHEIGHT, WIDTHx or xHEIGHT
+list --size x|--size: "x" is not WIDTHxHEIGHT, WIDTHx or xHEIGHT
+list --rate fast|--rate: "fast" is not a number of Hz
 list --json --modeline|--json or --modeline, not both
 draw 10 --standard v1 -o a.svg|--standard is for WIDTHxHEIGHT@RATE
 draw 640x480@2174 --standard v1 -o a.svg|the standard has no 640x480@2174
-draw 640xx@60 -o a.svg|the height is "x", and not a whole number from 1 to 2147483647
+draw 640xx@60 -o a.svg|the height: "x" is not a whole number from 1 to 2147483647
 END
     for arguments in '' dance 'list --class HD' show calc detect draw 'draw 10'; do
         read -ra words <<<"$arguments"
@@ -223,4 +230,12 @@ END
         [ "$(wc -l <<<"${stderr?}")" -eq 1 ]
     done
     [ "$(ls)" = '' ]
+}
+
+@test "help: the statuses and examples of timing, not those of the whole program" {
+    run -0 "$VESKCTL" timing --help
+    [ "$(grep -oE '^ {4}[0-9]+' <<<"$output" | paste -sd ' ' | tr -s ' ')" = ' 0 1 2 4' ]
+    [ "$(grep -c '^  veskctl timing ' <<<"$output")" -eq 5 ]
+    [ "$(grep -c '^  veskctl ' <<<"$output")" -eq 5 ]
+    [[ $output != *'refused by the device'* ]]
 }

@@ -387,6 +387,33 @@ assert lines[-2]["done"] == lines[-2]["blocks"] == 1 and lines[-2]["sent_again"]
     done
 }
 
+@test "wrong use: one file for --record and --pcap, status 2, and it stays as it was" {
+    echo kept >a
+    ln a hard
+    ln -s a soft
+    mkdir folder
+    while read -r record pcap; do
+        for subcommand in 'send 68 01' monitor console 'play nothing.txt'; do
+            echo "$record $pcap $subcommand"
+            read -ra words <<<"$subcommand"
+            run -2 --separate-stderr "$VESKCTL" --serial /nowhere --record "$record" --pcap "$pcap" "${words[@]}"
+            said '' 'veskctl: --record and --pcap name the same file; each needs its own'
+        done
+    done <<'END'
+a a
+a ./a
+a hard
+soft a
+new new
+new ./new
+new folder/../new
+END
+    [ "$(cat a)" = kept ]
+    [ ! -e new ]
+    # Two files: what is wrong is the line.
+    run -4 "$VESKCTL" --serial /nowhere --record new --pcap other send 68 01
+}
+
 @test "what fails on this computer, status 4" {
     run -4 --separate-stderr "$VESKCTL" --serial /nowhere/at/all send 68 01
     said '' 'veskctl: cannot open /nowhere/at/all: No such file or directory; is the adapter plugged in, and is that its name?'

@@ -545,26 +545,31 @@ class Streams(unittest.TestCase):
         ((_, said, _),) = self.seen(self.TALK)
         self.assertEqual(said, [])
 
-    def test_of_blocks_are_the_update(self):
-        def blocks(stream, numbers):
-            for n in numbers:
-                data = stream[n * 1024 : n * 1024 + 1024]
-                frame = [0, 0, 0x9A, 0xA0, 7, n % 256, n // 256]
-                text = bytes(frame + [sum(frame) % 256]).hex().encode()
-                yield TO, b"<T" + text + b">" + data + bytes([sum(data) % 256])
-
+    @staticmethod
+    def update():
+        """The packets of an update: three blocks, each with its frame and its checksum."""
         package = random.Random(16).randbytes(3 * 1024 - 128)
         head = bytearray(128)
         head[48:52] = len(package).to_bytes(4, "big")
         head[80:82] = (sum(package) % 65536).to_bytes(2, "big")
         stream = bytes(head) + package
+        packets = []
+        for n in range(3):
+            data = stream[n * 1024 : n * 1024 + 1024]
+            frame = [0, 0, 0x9A, 0xA0, 7, n, 0]
+            text = bytes(frame + [sum(frame) % 256]).hex().encode()
+            packets.append(b"<T" + text + b">" + data + bytes([sum(data) % 256]))
+        return packets
+
+    def test_of_blocks_are_the_update(self):
+        blocks = self.update()
         rows = {
             (0, 1, 2): [],
             (0, 1, 1, 2): ["The block before this one again"],
             (0, 2): ["Not the next block of the stream", "The update is not installed: the sum is"],
             (1, 0, 1, 2, 2): ["A block without a block 0 is dropped"] * 2,
         }
-        results = self.seen(*(list(blocks(stream, numbers)) for numbers in rows))
+        results = self.seen(*([(TO, blocks[n]) for n in numbers] for numbers in rows))
         for (numbers, expected), (_, said, layers) in zip(rows.items(), results):
             with self.subTest(numbers=numbers):
                 said = [each for each in said if "No answer" not in each]
@@ -574,6 +579,46 @@ class Streams(unittest.TestCase):
                 shown = [dict(tree) for layer in layers for _, _, tree in layer.named("payload")]
                 self.assertEqual([tree["vesk.block.number"] for tree in shown], [str(n) for n in numbers])
                 self.assertEqual([tree["vesk.block.offset"] for tree in shown], [str(n * 1024) for n in numbers])
+
+    def test_that_lack_their_checksum_only_are_accepted(self):
+        zero, one, two = self.update()
+        ack, refusal = b"<F" + zero[2:19], b"<F00009affffffff96>"
+        accepted = "The checksum has not come; the payload is accepted without it"
+        rows = [ # the packets before block 1, with their times in ms; what is said
+            ([(TO, zero[:-1], 0), (FROM, ack, 3010)], [accepted]),
+            ([(TO, zero[:-1], 0)], [accepted]), # the answer is lost, and the next block comes later
+            ([(TO, zero[:500], 0), (TO, zero[500:-1], 10), (FROM, ack, 3020)], [accepted]),
+            ([(TO, zero[:-2], 0), (FROM, ack, 3010)], ["2 of its bytes are missing", "A block without", "A block without"]),
+            ([(TO, zero[:-1], 0), (FROM, refusal, 3010)],
+             ["1 of its bytes is missing", "Refused: update block", "A block without", "A block without"]),
+        ]
+        talks = [[(way, data, None, time) for way, data, time in [*first, (TO, one, 4000), (TO, two, 4010)]]
+                 for first, _ in rows]
+        for (_, expected), (items, said, layers) in zip(rows, self.seen(*talks)):
+            with self.subTest(expected):
+                said = [each for each in said if "No answer" not in each]
+                self.assertEqual(len(said), len(expected), said)
+                for wanted in set(expected):
+                    self.assertEqual(len([each for each in said if wanted in each]), expected.count(wanted), said)
+                shown = [dict(tree) for layer in layers for _, _, tree in layer.named("payload")]
+                numbers = ["0", "1", "2"] if accepted in expected else ["1", "2"]
+                self.assertEqual([tree["vesk.block.number"] for tree in shown], numbers)
+                if accepted in expected:
+                    self.assertEqual(items[TO][1], ("payload", zero[19:-1].hex(":")))
+                    self.assertEqual([tree["vesk.block.is_last"] for tree in shown], ["0", "0", "1"])
+                    self.assertEqual(shown[0]["vesk.update.length"], str(3 * 1024 - 128))
+                    self.assertNotIn("vesk.payload.block.checksum", shown[0])
+                    self.assertNotIn("vesk.payload_checksum_is_right", shown[0])
+
+        f0, record = self.TALK[2][1][:19], self.TALK[2][1][19:]
+        talk = [(TO, f0 + record[:-1], None, 0), (FROM, b"<F" + f0[2:], None, 11500)]
+        ((items, said, layers),) = self.seen(talk)
+        self.assertEqual(items[TO][1], ("payload", record[:-1].hex(":")))
+        self.assertEqual(said, [accepted])
+        tree = dict(layers[0].named("payload")[0][2])
+        for key, value in {**RECORD, "mac_address": "02:76:65:6b:6b:01"}.items():
+            self.assertEqual(tree[f"vesk.payload.network_record.{key}"], value)
+        self.assertNotIn("vesk.payload.network_record.checksum", tree)
 
 
 class Senseless(unittest.TestCase):

@@ -286,6 +286,8 @@ local experts = {
         expert.group.SEQUENCE, expert.severity.NOTE),
     payload_checksum = ProtoExpert.new("vesk.expert.payload_checksum", "Wrong checksum of a payload",
         expert.group.CHECKSUM, expert.severity.ERROR),
+    payload_unchecked = ProtoExpert.new("vesk.expert.payload_unchecked",
+        "The checksum has not come; the payload is accepted without it", expert.group.CHECKSUM, expert.severity.NOTE),
     payload_cut = ProtoExpert.new("vesk.expert.payload_cut", "The payload has not come whole",
         expert.group.MALFORMED, expert.severity.WARN),
     block_repeated = ProtoExpert.new("vesk.expert.block_repeated", "The block before this one again",
@@ -558,7 +560,7 @@ end
 local function takeBlock(stream, item)
     local block = item.of.record.data[3] + 256 * item.of.record.data[4]
     item.block = block
-    if not item.isRight then
+    if not item.isAccepted then
         return
     end
     local transfer = stream.transfer
@@ -598,13 +600,35 @@ local function takeBlock(stream, item)
     end
 end
 
--- Ends the payload that a stream waits for, if `item` (a reply, or the next bytes) shows that the device has given up.
-local function giveUp(stream, item)
+-- The payload that a stream waits for has come, and `item` is the last of its parts. Its checksum may be missing.
+local function takeWhole(stream, item)
     local payload = stream.payload
-    item.cut = {
-        name = payload.announced.name, missing = payload.announced.length and payload.announced.length - payload.size,
-        size = payload.size, number = payload.of.number,
-    }
+    local length = payload.announced.length
+    item.kind = "payload"
+    item.bytes = table.concat(payload.parts)
+    payload.parts = nil
+    payload.last = item.number
+    item.isUnchecked = length ~= nil and #item.bytes < length
+    if length and not item.isUnchecked then
+        item.isRight = sumOf(item.bytes:sub(1, -2)) % 256 == item.bytes:byte(-1)
+    end
+    item.isAccepted = item.isRight or item.isUnchecked
+    if payload.announced.name == "block" then
+        takeBlock(stream, item)
+    end
+    stream.payload = nil
+end
+
+-- Ends the payload that a stream waits for, if `item` (a reply, or the next bytes) shows that the device has given up.
+-- The device accepts a payload that lacks its checksum only.
+local function giveUp(stream, item, isRefused)
+    local payload = stream.payload
+    local missing = payload.announced.length and payload.announced.length - payload.size
+    if missing == 1 and not isRefused then
+        takeWhole(stream, payload.latest)
+        return
+    end
+    item.cut = {name = payload.announced.name, missing = missing, size = payload.size, number = payload.of.number}
     stream.payload = nil
 end
 
@@ -620,7 +644,7 @@ local function takeFrame(line, stream, item, now)
             request.answer = item
             local asking = streamOf(line, request.direction)
             if asking.payload and asking.payload.of == request then
-                giveUp(asking, item)
+                giveUp(asking, item, isRefusalOf(request.record, record))
             end
         end
     elseif not record.isReply then
@@ -656,27 +680,19 @@ local function takePayload(stream, bytes, at, packet, items)
     payload.first = payload.first or packet
     payload.parts[#payload.parts + 1] = bytes:sub(at, finish)
     payload.size = payload.size + finish - at + 1
-    local item = {from = at, size = finish - at + 1, of = payload.of, name = announced.name, first = payload.first,
-                  total = announced.length, layout = announced.layout, soFar = payload.size, whole = payload}
+    local item = {kind = "part", from = at, size = finish - at + 1, of = payload.of, name = announced.name,
+                  first = payload.first, number = packet, total = announced.length, layout = announced.layout,
+                  soFar = payload.size, whole = payload}
     items[#items + 1] = item
+    payload.latest = item
     local isComplete
     if announced.length then
         isComplete = payload.size == announced.length
     else
         isComplete = bytes:sub(finish, finish) == PAYLOADS.text.ends
     end
-    item.kind = isComplete and "payload" or "part"
     if isComplete then
-        item.bytes = table.concat(payload.parts)
-        payload.parts = nil
-        payload.last = packet
-        if announced.length then
-            item.isRight = sumOf(item.bytes:sub(1, -2)) % 256 == item.bytes:byte(-1)
-        end
-        if announced.name == "block" then
-            takeBlock(stream, item)
-        end
-        stream.payload = nil
+        takeWhole(stream, item)
     end
     return finish + 1
 end
@@ -784,7 +800,8 @@ local function timeBetween(first, last)
 end
 
 local function sayCut(tree, cut)
-    local lack = cut.missing and ("%d of its bytes are missing"):format(cut.missing) or "its end is missing"
+    local lack = not cut.missing and "its end is missing" or
+        ("%d of its bytes %s missing"):format(cut.missing, cut.missing == 1 and "is" or "are")
     tree:add_proto_expert_info(experts.payload_cut,
         ("The %s after the frame in packet %d has not come whole: %s"):format(cut.name, cut.number, lack))
 end
@@ -912,8 +929,12 @@ local function showPayload(tree, tvb, item)
     if item.name == "block" then
         showBlock(payload, range, item)
     end
-    if item.layout and item.layout[#item.layout][3] < #item.bytes then
+    if item.layout and item.layout[#item.layout][3] < item.total then
         showLayout(payload, range, prefix, item.layout, false)
+    end
+    if item.isUnchecked then
+        payload:add_proto_expert_info(experts.payload_unchecked)
+        return item.block and ("block %d"):format(item.block) or item.name
     end
     -- The last byte is the checksum, however long the payload is.
     payload:add(fields[abbreviation(prefix, "checksum")], range(#item.bytes - 1, 1))
