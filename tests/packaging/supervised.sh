@@ -59,6 +59,17 @@ logged() { # TEXT
     grep -qF "$1" $scratch/log
 }
 
+# The process of the program; nothing if none runs.
+running() {
+    for process in /proc/[0-9]*; do
+        [ "$(readlink "$process/exe")" != $program ] || echo "${process#/proc/}"
+    done
+}
+
+runs() {
+    [ -n "$(running)" ]
+}
+
 is() { # FILE NAME
     tail -n 1 "$1" | grep -q "^PLAN $2 "
 }

@@ -62,8 +62,9 @@ on_board() {
         # As if the same program failed from now on: a wrong state of the device, not of the program.
         plan $scratch/new young fail
         sha256sum <$scratch/new | cut -d" " -f1 >>${program}_good
+        left=$(running)
         mv $scratch/new $program
-        kill "$(cat /run/vesk_h264.running)"
+        kill "$left"
         eventually started young 6
         check is $program young
         check not started old 1
@@ -181,7 +182,7 @@ on_board() {
         plan ${program}_backup old up
         supervise
         eventually test -s ${program}_good
-        kill -KILL $supervisor "$(cat /run/vesk_h264.running)"
+        kill -KILL $supervisor "$(running)"
         rm -f /run/vesk_h264.*
         echo half >${program}_good.new
         chmod 644 $program
@@ -200,7 +201,7 @@ on_board() {
         mount -o bind /usr/bin /usr/bin && mount -o remount,bind,ro /usr/bin
         supervise
         eventually said "which cannot be noted in /usr/bin/vesk_h264_good"
-        check kill -0 "$(cat /run/vesk_h264.running)"'
+        check kill -0 "$(running)"'
     on_board '
         plan $program young fail
         plan ${program}_backup old up
@@ -231,17 +232,93 @@ on_board() {
         plan $program young up
         supervise
         eventually started young 1
-        eventually test -s /run/vesk_h264.running
-        left=$(cat /run/vesk_h264.running)
+        eventually runs
+        left=$(running)
         kill -KILL $supervisor
         supervise
         eventually started young 2
         check not test -e "/proc/$left/exe"
-        eventually not grep -qx "$left" /run/vesk_h264.running
-        left=$(cat /run/vesk_h264.running)
+        eventually runs
+        left=$(running)
         kill $supervisor
         wait $supervisor
         check not kill -0 "$left"'
+}
+
+@test "a stop at any moment of a start ends the program too" {
+    on_board '
+        plan $program young up
+        for pause in 0 0.01 0.02 0.03 0.04 0.05 0.06 0.08 0.1 0.2; do
+            supervise
+            sleep $pause
+            kill $supervisor
+            wait $supervisor
+            check not runs
+        done'
+}
+
+@test "a program that was replaced while no supervisor ran is ended by the next one" {
+    on_board '
+        plan $program young up
+        supervise
+        eventually started young 1
+        kill -KILL $supervisor
+        left=$(running)
+        plan $scratch/new other up
+        mv $scratch/new $program
+        supervise
+        eventually started other 1
+        check not test -e "/proc/$left/exe"'
+}
+
+@test "a second supervisor ends at once, and the first goes on" {
+    on_board '
+        plan $program young up
+        supervise
+        eventually started young 1
+        first=$supervisor
+        supervise
+        wait $supervisor
+        check kill -0 $first
+        check runs
+        check test "$(grep -cx young $scratch/starts)" -eq 1'
+}
+
+@test "a log that nobody reads, a full /run, settings that are no numbers: it is started all the same" {
+    on_board '
+        plan $program young up
+        kill -STOP "$(pidof syslogd)"
+        rm $program
+        plan ${program}_backup old up
+        for _ in $(seq 15); do
+            rm -f $program
+            check timeout 20 vesk_h264_program before-start
+        done
+        supervise
+        eventually started old 1'
+    on_board '
+        plan $program young up
+        mkdir -p /run/netns && mount -t tmpfs -o size=4k tmpfs /run
+        cat /dev/zero >/run/full 2>/dev/null
+        supervise
+        eventually started young 1'
+    on_board '
+        plan $program young fail
+        printf "MAIN_SECONDS=10\r\nUP_SECONDS=\nLONGEST_PAUSE=x\n" >/etc/default/vesk_h264
+        supervise
+        eventually started young 3
+        check not started young 8'
+}
+
+@test "no room for two copies: what failed before makes room for the backup" {
+    on_board '
+        size=$(($(wc -c <$STAND_IN) / 1024 + 5))
+        mount -t tmpfs -o size=$((size * 7 / 2))k tmpfs /usr/bin
+        plan $program young fail
+        plan ${program}_backup old up
+        cp $program ${program}_failed
+        supervise
+        eventually started old 1'
 }
 
 @test "the init script starts, restarts and stops it" {
@@ -250,13 +327,20 @@ on_board() {
         plan $program young up
         check packaging/board/S60vesk_h264 start
         eventually started young 1
+        check packaging/board/S60vesk_h264 start # again, which changes nothing
+        sleep 2
+        check test "$(grep -cx young $scratch/starts)" -eq 1
         check packaging/board/S60vesk_h264 restart
         eventually started young 2
-        eventually test -s /run/vesk_h264.running
-        left=$(cat /run/vesk_h264.running)
+        eventually runs
+        left=$(running)
         check packaging/board/S60vesk_h264 stop
         check not kill -0 "$left"
         check not test -e /var/run/vesk_h264.pid
         packaging/board/S60vesk_h264 status && exit 1
-        true'
+        # An old pid file names another process by now.
+        sleep 100 &
+        echo $! >/var/run/vesk_h264.pid
+        check not packaging/board/S60vesk_h264 stop
+        check kill -0 $!'
 }
