@@ -75,8 +75,8 @@ constexpr char kSetFooter[] =
 
 constexpr char kEditAbout[] = "Change a file as JSON in an editor";
 constexpr char kEditFooter[] =
-    "The editor is $VISUAL or $EDITOR, or vi. If the text is no such file afterwards, the message says\n"
-    "where, the text is kept, and the file stays as it was.\n"
+    "The editor is $VISUAL or $EDITOR, or vi. If the text is not that of a settings file afterwards, the\n"
+    "message says where, the text is kept, and the file stays as it was.\n"
     "\n"
     "Examples:\n"
     "  veskctl sav edit view3.sav\n"
