@@ -48,8 +48,8 @@ constexpr char kDumpFooter[] =
 
 constexpr char kMakeAbout[] = "Make a file of what `dump --json` has printed";
 constexpr char kMakeFooter[] =
-    "\"length\", \"rest\" and \"file\" may be missing: then the file is "
-    "whole. FILE may be - for standard input, and SAVFILE - for standard output.\n"
+    "\"length\", \"rest\" and \"file\" may be missing: then the file is whole. FILE may be - for\n"
+    "standard input, and SAVFILE - for standard output.\n"
     "\n"
     "Examples:\n"
     "  veskctl sav make view3.json -o view3.sav\n"
