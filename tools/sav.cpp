@@ -48,8 +48,8 @@ constexpr char kDumpFooter[] =
 
 constexpr char kMakeAbout[] = "Make a file of what `dump --json` has printed";
 constexpr char kMakeFooter[] =
-    "\"length\", \"rest\" and \"file\" may be missing: then the file is "
-    "whole. FILE may be - for standard input, and SAVFILE - for standard output.\n"
+    "\"length\", \"rest\" and \"file\" may be missing: then the file is whole. FILE may be - for\n"
+    "standard input, and SAVFILE - for standard output.\n"
     "\n"
     "Examples:\n"
     "  veskctl sav make view3.json -o view3.sav\n"
@@ -75,8 +75,8 @@ constexpr char kSetFooter[] =
 
 constexpr char kEditAbout[] = "Change a file as JSON in an editor";
 constexpr char kEditFooter[] =
-    "The editor is $VISUAL or $EDITOR, or vi. If the text is no such file afterwards, the message says\n"
-    "where, the text is kept, and the file stays as it was.\n"
+    "The editor is $VISUAL or $EDITOR, or vi. If the text is not that of a settings file afterwards, the\n"
+    "message says where, the text is kept, and the file stays as it was.\n"
     "\n"
     "Examples:\n"
     "  veskctl sav edit view3.sav\n"

@@ -29,7 +29,7 @@ int runSavDiff(const std::string &before, const std::string &after, SavKind kind
 // what changes.
 int runSavSet(const std::string &file, const std::vector<std::string> &assignments, SavKind kind);
 
-// Opens the file as JSON in the user's editor and writes what comes back. If that is no such file,
+// Opens the file as JSON in the user's editor and writes what comes back. If that is not one,
 // the text is kept, and the error says where.
 int runSavEdit(const std::string &file, SavKind kind);
 

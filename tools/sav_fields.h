@@ -32,7 +32,7 @@ struct SavField {
     size_t offset;         // in its record
     SavForm form;
     bool isArray;
-    size_t count;            // of the values or records; 1 if it is no array
+    size_t count;            // of the values or records; 1 if it is not an array
     size_t bytes;            // of each of them
     const SavRecord *record; // of kRecord
 };
