@@ -146,7 +146,7 @@ MAC      02:76:65:73:6b:01' '' network read
     [ "$(cat got)" = '<T0000f209000000fb>[a=1,b=2]' ]
     connect 'head -c 19 >got; printf "<F0000f309010000fd>[a=1"; sleep 0.1; printf ",b=2]"; cat >/dev/null'
     gives 0 '<F0000f309010000fd>  reply, address 00, tag 00: read text, data 09 01 00 00
-[a=1,b=2]' '' text read 9 1
+[a=1,b=2]' '' text read 09 01
     [ "$(cat got)" = '<T0000f309010000fd>' ]
 }
 
