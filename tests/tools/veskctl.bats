@@ -462,6 +462,14 @@ there is no such line: it needs --udp; `help` lists the commands' ''
     [[ $output != *'front> <T'* ]]
 }
 
+@test "console: network write refuses what the subcommand refuses, status 2" {
+    connect 'cat >got'
+    run -2 "$VESKCTL" --serial "$device" --timeout 200 console \
+        <<<'network write 192.168.0.55 255.0.255.0 10.9.9.9 01:00:5e:00:00:01'
+    [ "$output" = "255.0.255.0 is not a mask: its ones must come before its zeros, as in 255.255.255.0; nothing was sent, and the subcommand's --force sends it all the same; \`help\` lists the commands" ]
+    [ ! -s got ]
+}
+
 @test "console: says when there is no answer" {
     connect 'cat >/dev/null'
     run -3 "$VESKCTL" --serial "$device" --timeout 200 console <<<'68 01'
