@@ -209,10 +209,10 @@ the MAC 02:76:65:73:6b:02 is kept for the next start; now it is 02:76:65:73:6b:0
     [ "$(cat got)" = '<T00008e0201000091>' ]
 }
 
-# What a device says before an update, and, when it has restarted, after it: it loses the question that
-# comes right after the last block.
+# What a device says before an update, and, when it has restarted, after it: it loses the three
+# questions that come right after the last block.
 ANSWERS='head -c 19 >asked; printf "<F00016801263300c3>"'
-RESTARTS='head -c 38 >asked; printf "<F00036801263300c5>"; head -c 19 >>asked; printf "<F00009ab107010a5d>"; cat >/dev/null'
+RESTARTS='head -c 76 >asked; printf "<F00056801263300c7>"; head -c 19 >>asked; printf "<F00009ab107010a5d>"; cat >/dev/null'
 
 @test "update: block by block, numbers at the end, then the result, status 0" {
     connect "$ANSWERS"'; head -c 1044 >got; printf "<F00009aa007000041>"; head -c 1044 >>got; printf "<F00019aa007010043>"
@@ -288,6 +288,21 @@ assert lines[-2]["done"] == lines[-2]["blocks"] == 1 and lines[-2]["sent_again"]
     wait "$monitor" || status=$?
     [ "$status" = 130 ]
     [ "$(tail -n 1 err)" = 'veskctl: interrupted after 1 of 3 blocks; the device goes on with its old program; begin again with the same command' ]
+}
+
+@test "update: interrupted after the last block, the result has the exit status" {
+    connect "$ANSWERS"'; head -c 1044 >got; cat >/dev/null'
+    echo new >new
+    "$VESKCTL" --serial "$device" --timeout 60000 update --force --progress json new >out 2>err 3>&- &
+    monitor=$!
+    is_sent() { [ "$(stat -c %s got 2>/dev/null)" = 1044 ]; }
+    wait_until is_sent
+    kill -INT "$monitor"
+    status=0
+    wait "$monitor" || status=$?
+    [ "$status" = 130 ]
+    grep -q '"outcome":"unknown","status":130,' out
+    "$BATS_TEST_DIRNAME/validate.py" update <out
 }
 
 @test "update: the cable is pulled in the middle, status 4 with how far it was" {
