@@ -261,7 +261,13 @@ void Console::runSubcommand(std::string_view text)
             return runNetworkRead(line, timeout_);
         }
         if (kind == "network write" && words.size() == 6) {
-            return runNetworkWrite(line, {words[2], words[3], words[4], words[5]}, timeout_);
+            const NetworkSettings settings{words[2], words[3], words[4], words[5]};
+            const std::string fault = faultOfNetwork(settings);
+            if (!fault.empty()) {
+                throw UsageError(fault + "; nothing was sent, and the subcommand's --force sends "
+                                         "it all the same");
+            }
+            return runNetworkWrite(line, settings, timeout_);
         }
         if (kind == "text read" && (words.size() == 3 || words.size() == 4)) {
             return runTextRead(line, words[2] + " " + (words.size() == 4 ? words[3] : "00"),

@@ -46,7 +46,7 @@ uint32_t number(const Field &field, const std::string &text)
 
 uint32_t byte(const Field &field, const std::string &text)
 {
-    const int64_t value = text.size() <= 2 ? numberOf(text, 16) : -1;
+    const int64_t value = text.size() == 2 ? numberOf(text, 16) : -1;
     if (value < 0) {
         throw UsageError(fmt::format("\"{}\" is not a hexadecimal byte such as 0a", escape(text)));
     }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -19,7 +20,11 @@
 namespace {
 
 constexpr uint8_t kAskBlockSize = 0xA1;
-constexpr int kTries = 5; // for each block
+constexpr int kTries = 5;                 // for each block
+constexpr Milliseconds kSecondWait{2000}; // at most, for an answer to the second question
+
+// Right after the last block. The line may damage one of them.
+constexpr size_t kQuestionsAtOnce = 3;
 
 // After this time without a byte, nothing of a failed try is still on its way. Over UDP the device
 // first passes the rest of the block on, with four pauses of 80 ms, before it mirrors anything.
@@ -36,6 +41,11 @@ enum class Outcome {
 };
 
 using Clock = std::chrono::steady_clock;
+
+std::string questionWithTag(uint8_t tag)
+{
+    return frameFromText(fmt::format("00 {:02x} 68 01 00 00 00", tag));
+}
 
 class Update {
 public:
@@ -67,9 +77,10 @@ private:
     void sendAgain(size_t number, const char *why);
     int giveUp(size_t number, const char *why, int tried);
     Outcome follow(const Rs232Command &lastBlock, bool isAcknowledged);
+    std::set<uint8_t> askAtOnce();
     std::string nextQuestion();
     void printFigures() const;
-    int report(Outcome outcome, const std::string &why);
+    int report(Outcome outcome, const std::string &why, int statusIfUnknown = kNotFinished);
     int result(int status, const char *outcome, const std::string &text,
                const std::string &next = {});
     std::string command(const char *words) const;
@@ -98,8 +109,7 @@ int Update::run()
         return steps();
     } catch (const Interrupted &) {
         if (phase_ == kFollowing) {
-            report(Outcome::kUnknown, "interrupted after the last block");
-            return kInterrupted;
+            return report(Outcome::kUnknown, "interrupted after the last block", kInterrupted);
         }
         const std::string how =
             phase_ == kAsking ? std::string("interrupted before the first block")
@@ -148,15 +158,15 @@ int Update::steps()
 
 int Update::find()
 {
-    for (const Milliseconds wait : {options_.firstWait, options_.timeout}) {
+    const Milliseconds secondWait = std::min(options_.timeout, kSecondWait);
+    for (const Milliseconds wait : {options_.firstWait, secondWait}) {
         if (ask(line_, nextQuestion(), {}, wait, Others::kSkipped)) {
             return kDone;
         }
     }
     return result(kNoAnswer, "no answer",
                   fmt::format("nobody answers at {}, asked twice within {} ms{}", line_.name(),
-                              (options_.firstWait + options_.timeout).count(),
-                              adviceOnSilence(line_)));
+                              (options_.firstWait + secondWait).count(), adviceOnSilence(line_)));
 }
 
 int Update::query() const
@@ -278,18 +288,17 @@ int Update::giveUp(size_t number, const char *why, int tried)
         "Look at the cable and the device's disk, then begin again with the same command.");
 }
 
-// Asks for the device type until the answer tells what has become of the device. The first question
-// comes right after the last block: a program that goes on answers it, and one that ends loses it
-// with its line's buffer. Later ones are answered by the program that runs then.
+// Asks for the device type until the answer tells what has become of the device. The first
+// questions come right after the last block: a program that goes on answers them, and one that ends
+// loses all of them with its line's buffer. Later ones are answered by the program that runs then.
 Outcome Update::follow(const Rs232Command &lastBlock, bool isAcknowledged)
 {
     const bool hearsLate =
         line_.carriesDatagrams(); // the answer to the block comes here, if at all
-    const std::string first = nextQuestion();
-    const uint8_t firstTag = tag_;
     bool isStored = !hearsLate;
     FrameFinder finder;
-    line_.send(first);
+    const std::set<uint8_t> first = askAtOnce();
+    std::set<uint8_t> later;
     Deadline askAgain(options_.askInterval);
     for (const Deadline deadline(options_.restartTimeout); !deadline.passed();) {
         const std::string bytes = line_.receive(std::min(askAgain.left(), deadline.left()));
@@ -297,8 +306,9 @@ Outcome Update::follow(const Rs232Command &lastBlock, bool isAcknowledged)
             if (!piece.isFrame || !isReply(piece.text)) {
                 continue;
             }
-            Rs232Command question = recordOf(first);
-            if (isReplyTo(question, piece.text)) {
+            const uint8_t tag = recordOf(piece.text).tag;
+            const bool isAnswer = isReplyTo(recordOf(questionWithTag(tag)), piece.text);
+            if (isAnswer && first.count(tag) != 0) {
                 return !isAcknowledged ? Outcome::kUnknown
                        : isStored      ? Outcome::kOldProgram
                                        : Outcome::kBlockLost;
@@ -309,8 +319,7 @@ Outcome Update::follow(const Rs232Command &lastBlock, bool isAcknowledged)
                 }
                 isStored = true;
             }
-            question.tag = recordOf(piece.text).tag;
-            if (isReplyTo(question, piece.text)) {
+            if (isAnswer && later.count(tag) != 0) {
                 const auto version = ask(line_, frameFromText("update version 07"), {},
                                          options_.timeout, Others::kSkipped);
                 if (version && !isRefusal(recordOf(version->frame))) {
@@ -322,23 +331,41 @@ Outcome Update::follow(const Rs232Command &lastBlock, bool isAcknowledged)
         }
         if (askAgain.passed()) {
             std::string question = nextQuestion();
-            if (tag_ == firstTag) { // after 256 of them
+            while (first.count(tag_) != 0) { // after 256 of them
                 question = nextQuestion();
             }
             line_.send(question);
+            later.insert(tag_);
             askAgain = Deadline(options_.askInterval);
         }
     }
     return Outcome::kAbsent;
 }
 
+// Sends the first questions without a pause, and returns their tags: on a serial line in one piece,
+// so that the same program gets them all, and over UDP one by one, as a datagram may be lost.
+std::set<uint8_t> Update::askAtOnce()
+{
+    std::set<uint8_t> tags;
+    std::string questions;
+    while (tags.size() < kQuestionsAtOnce) {
+        questions += nextQuestion();
+        tags.insert(tag_);
+        if (line_.carriesDatagrams() || tags.size() == kQuestionsAtOnce) {
+            line_.send(questions);
+            questions.clear();
+        }
+    }
+    return tags;
+}
+
 // Asks for the device type, each time with another tag.
 std::string Update::nextQuestion()
 {
-    return frameFromText(fmt::format("00 {:02x} 68 01 00 00 00", ++tag_));
+    return questionWithTag(++tag_);
 }
 
-int Update::report(Outcome outcome, const std::string &why)
+int Update::report(Outcome outcome, const std::string &why, int statusIfUnknown)
 {
     switch (outcome) {
     case Outcome::kRestarted:
@@ -360,7 +387,7 @@ int Update::report(Outcome outcome, const std::string &why)
                                   "device as /usr/bin/vesk_h264.",
                                   command("send read device type")));
     default:
-        return result(kNotFinished, "unknown",
+        return result(statusIfUnknown, "unknown",
                       fmt::format("whether the device has restarted is unknown: {}", why),
                       fmt::format("Ask which version it has: {}\n"
                                   "If that is not the new one, begin again with the same command.",

@@ -69,16 +69,16 @@ TEST(Commands, MakesFramesOfWordsAndDigits)
         {"hdmi output de",               "<T0000860000000086>"},
         {"read MAC address last half",   "<T00008e0700000095>"},
         // Parameters follow the words; those of a sub-command stand after it.
-        {"input source 1",               "<T0000730100000074>"},
-        {"input source 01 ff 3 0A",      "<T00007301ff030a80>"},
+        {"input source 01",              "<T0000730100000074>"},
+        {"input source 01 ff 03 0A",     "<T00007301ff030a80>"},
         {"write serial number 0x1234",   "<T00006a10123400c0>"},
         {"write serial number 4660",     "<T00006a10123400c0>"},
         {"write serial number 65535",    "<T00006a10ffff0078>"},
         {"write DHCP 1",                 "<T00008e0201000091>"},
-        {"update block 7 0x1234",        "<T00009aa007341287>"}, // the low byte first
-        {"update block size 7",          "<T00009aa107000042>"},
-        {"write data 20 0 19",           "<T0000f02000130023>"},
-        {"write text 9 0",               "<T0000f209000000fb>"},
+        {"update block 07 0x1234",       "<T00009aa007341287>"}, // the low byte first
+        {"update block size 07",         "<T00009aa107000042>"},
+        {"write data 20 00 19",          "<T0000f02000130023>"},
+        {"write text 09 00",             "<T0000f209000000fb>"},
         // Addresses have dots.
         {"write IP address 192.168.0.55", "<T000088c0a8003727>"},
         {"write net mask 255.255.254.0", "<T000084fffffe0080>"},
@@ -126,6 +126,7 @@ TEST(Commands, SaysWhatIsNoCommand)
         {"work time 1 2 3 4 5",
          "\"work time\" takes 4 parameters, [DAT1] [DAT2] [DAT3] [DAT4], and 5 were given"},
         {"work time 100",               "\"100\" is not a hexadecimal byte such as 0a"},
+        {"work time 1",                 "\"1\" is not a hexadecimal byte such as 0a"},
         {"work time xy",                "\"xy\" is not a hexadecimal byte such as 0a"},
         {"write IP address 192.168.0",  "\"192.168.0\" is not an address such as 192.168.0.100"},
         {"write IP address 192.168.0.256",

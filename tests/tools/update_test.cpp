@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -53,13 +54,13 @@ struct Arrival {
 
 // A device that answers each block and each question about the update, the n-th from 0, as it is
 // told: with no bytes not at all. Of the questions for its type the script says which it answers
-// ("a"; not with "-"); its last character counts for all further ones. The first comes before the
-// update, the second right after the last block.
+// ("a"; not with "-") and which came damaged ("d"); its last character counts for all further ones.
+// The first comes before the update, three more right after the last block.
 class Device {
 public:
     using Answer = std::function<std::string(size_t, const Arrival &)>;
 
-    explicit Device(Answer answer, std::string types = "a-a", int socketType = SOCK_SEQPACKET)
+    explicit Device(Answer answer, std::string types = "a---a", int socketType = SOCK_SEQPACKET)
         : answer_(std::move(answer)), types_(std::move(types)), socketType_(socketType)
     {
     }
@@ -80,19 +81,20 @@ public:
                                   .timeout = timeout,
                                   .blockTimeout = timeout,
                                   .restartTimeout = restartTimeout};
-            options.firstWait = timeout;
+            options.firstWait = firstWait.value_or(timeout);
             options.askInterval = kSilence;
             status = runUpdate(line, updateStream(package), options);
             line.send("end"); // datagrams have no end of their own
+            thread.join();    // it may still answer
         }
         console.end();
-        thread.join();
         output = console.out;
         errors = console.err;
         return status;
     }
 
     bool isDry = false;
+    std::optional<Milliseconds> firstWait;
     ProgressKind progress = ProgressKind::kNone;
     std::vector<Arrival> arrivals;
     std::vector<Arrival> questions; // for the type
@@ -110,14 +112,19 @@ private:
             if (bytes.empty() || bytes == "end") {
                 return;
             }
-            const std::string frame = bytes.substr(0, 19);
-            if (!isFrame(frame)) {
-                ADD_FAILURE() << "no frame: " << bytes;
-                continue;
-            }
-            const std::string text = answerTo({frame, bytes.substr(19), recordOf(frame)});
-            if (!text.empty()) {
-                far.arrive(text);
+            for (size_t at = 0; at < bytes.size();) { // questions may come together
+                const std::string frame = bytes.substr(at, 19);
+                if (!isFrame(frame)) {
+                    ADD_FAILURE() << "no frame: " << bytes;
+                    break;
+                }
+                const bool hasBlock = recordOf(frame).command != 0x68;
+                const std::string block = hasBlock ? bytes.substr(at + 19) : "";
+                at += frame.size() + block.size();
+                const std::string text = answerTo({frame, block, recordOf(frame)});
+                if (!text.empty()) {
+                    far.arrive(text);
+                }
             }
         }
     }
@@ -128,6 +135,13 @@ private:
             const char type = types_[std::min(questions.size(), types_.size() - 1)];
             questions.push_back(arrival);
             order.emplace_back("type");
+            if (type == 'd') { // refused, with the tag that arrived
+                Arrival damaged = arrival;
+                damaged.command.tag ^= 0x40;
+                damaged.frame.replace(4, 2,
+                                      hex(std::string(1, static_cast<char>(damaged.command.tag))));
+                return damaged.refused();
+            }
             std::string reply = "<F" + arrival.frame.substr(2, 6) + "01263300";
             const int sum = arrival.command.tag + 0x68 + 0x01 + 0x26 + 0x33;
             reply += hex(std::string(1, static_cast<char>(sum))) + ">";
@@ -302,9 +316,19 @@ TEST(SendUpdate, SendsNothingWhereNobodyAnswers)
     }
 }
 
+TEST(SendUpdate, WaitsForTheSecondAnswerTwoSecondsAtMost)
+{
+    Device device(scripted("a"), "-");
+    device.firstWait = kSilence;
+    EXPECT_EQ(device.update("p"), kNoAnswer);
+    EXPECT_TRUE(device.errors.starts_with(
+        "veskctl: nobody answers at test line, asked twice within 2050 ms; "))
+        << device.errors;
+}
+
 TEST(SendUpdate, GoesOnIfOnlyTheSecondQuestionIsAnswered)
 {
-    Device device(scripted("a"), "-a-a");
+    Device device(scripted("a"), "-a---a");
     EXPECT_EQ(device.update("p", kEither), kDone);
     EXPECT_EQ(device.arrivals.size(), 1U);
 }
@@ -316,10 +340,16 @@ TEST(SendUpdate, SaysWhatBecameOfTheDevice)
         int status;
         const char *said;
     } rows[] = {
-        {"a-a", kDone, kRestartedText},
-        {"a----a", kDone, kRestartedText},
-        // The program that answers the first question has not ended.
+        {"a---a", kDone, kRestartedText},
+        {"a------a", kDone, kRestartedText},
+        // The program that answers one of the first three questions has not ended.
         {"aa", kNotFinished, "veskctl: the device goes on with its old program: "},
+        {"a-a", kNotFinished, "veskctl: the device goes on with its old program: "},
+        {"a--a", kNotFinished, "veskctl: the device goes on with its old program: "},
+        {"ada", kNotFinished, "veskctl: the device goes on with its old program: "},
+        // A question that nobody has asked tells nothing.
+        {"addd-", kNotFinished,
+         "veskctl: the device has not answered for 500 ms after the last block\n"},
         {"a-", kNotFinished,
          "veskctl: the device has not answered for 500 ms after the last block\n"},
     };
@@ -345,11 +375,19 @@ TEST(SendUpdate, OverUdpAsksRightAfterTheLastBlock)
         int status;
         std::vector<std::string> order;
     } rows[] = {
-        {"a-", "a-a", kDone, {"type", "block", "block", "type", "type"}},
+        {"a-", "a---a", kDone, {"type", "block", "block", "type", "type", "type", "type"}},
         {"aa", "aa", kNotFinished, {"type", "block", "block", "type"}},
+        {"aa", "a-a", kNotFinished, {"type", "block", "block", "type"}},
         // Refused, and lost on the way.
-        {"ara", "a-", kNotFinished, {"type", "block", "block", "type", "block", "type"}},
-        {"a--", "aa-a", kDone, {"type", "block", "block", "type", "block", "type", "type"}},
+        {"ara",
+         "a-",
+         kNotFinished,
+         {"type", "block", "block", "type", "type", "type", "block", "type"}},
+        {"a--",
+         "aa-----a",
+         kDone,
+         {"type", "block", "block", "type", "type", "type", "block", "type", "type", "type",
+          "type"}},
     };
     for (const auto &row : rows) {
         Device device(scripted(row.blocks), row.types, SOCK_DGRAM);

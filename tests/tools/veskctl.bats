@@ -146,7 +146,7 @@ MAC      02:76:65:73:6b:01' '' network read
     [ "$(cat got)" = '<T0000f209000000fb>[a=1,b=2]' ]
     connect 'head -c 19 >got; printf "<F0000f309010000fd>[a=1"; sleep 0.1; printf ",b=2]"; cat >/dev/null'
     gives 0 '<F0000f309010000fd>  reply, address 00, tag 00: read text, data 09 01 00 00
-[a=1,b=2]' '' text read 9 1
+[a=1,b=2]' '' text read 09 01
     [ "$(cat got)" = '<T0000f309010000fd>' ]
 }
 
@@ -209,10 +209,10 @@ the MAC 02:76:65:73:6b:02 is kept for the next start; now it is 02:76:65:73:6b:0
     [ "$(cat got)" = '<T00008e0201000091>' ]
 }
 
-# What a device says before an update, and, when it has restarted, after it: it loses the question that
-# comes right after the last block.
+# What a device says before an update, and, when it has restarted, after it: it loses the three
+# questions that come right after the last block.
 ANSWERS='head -c 19 >asked; printf "<F00016801263300c3>"'
-RESTARTS='head -c 38 >asked; printf "<F00036801263300c5>"; head -c 19 >>asked; printf "<F00009ab107010a5d>"; cat >/dev/null'
+RESTARTS='head -c 76 >asked; printf "<F00056801263300c7>"; head -c 19 >>asked; printf "<F00009ab107010a5d>"; cat >/dev/null'
 
 @test "update: block by block, numbers at the end, then the result, status 0" {
     connect "$ANSWERS"'; head -c 1044 >got; printf "<F00009aa007000041>"; head -c 1044 >>got; printf "<F00019aa007010043>"
@@ -288,6 +288,21 @@ assert lines[-2]["done"] == lines[-2]["blocks"] == 1 and lines[-2]["sent_again"]
     wait "$monitor" || status=$?
     [ "$status" = 130 ]
     [ "$(tail -n 1 err)" = 'veskctl: interrupted after 1 of 3 blocks; the device goes on with its old program; begin again with the same command' ]
+}
+
+@test "update: interrupted after the last block, the result has the exit status" {
+    connect "$ANSWERS"'; head -c 1044 >got; cat >/dev/null'
+    echo new >new
+    "$VESKCTL" --serial "$device" --timeout 60000 update --force --progress json new >out 2>err 3>&- &
+    monitor=$!
+    is_sent() { [ "$(stat -c %s got 2>/dev/null)" = 1044 ]; }
+    wait_until is_sent
+    kill -INT "$monitor"
+    status=0
+    wait "$monitor" || status=$?
+    [ "$status" = 130 ]
+    grep -q '"outcome":"unknown","status":130,' out
+    "$BATS_TEST_DIRNAME/validate.py" update <out
 }
 
 @test "update: the cable is pulled in the middle, status 4 with how far it was" {
@@ -487,6 +502,14 @@ there is no such line: it needs --udp; `help` lists the commands' ''
         [[ $output == *"$word"* ]]
     done
     [[ $output != *'front> <T'* ]]
+}
+
+@test "console: network write refuses what the subcommand refuses, status 2" {
+    connect 'cat >got'
+    run -2 "$VESKCTL" --serial "$device" --timeout 200 console \
+        <<<'network write 192.168.0.55 255.0.255.0 10.9.9.9 01:00:5e:00:00:01'
+    [ "$output" = "255.0.255.0 is not a mask: its ones must come before its zeros, as in 255.255.255.0; nothing was sent, and the subcommand's --force sends it all the same; \`help\` lists the commands" ]
+    [ ! -s got ]
 }
 
 @test "console: says when there is no answer" {
