@@ -238,7 +238,7 @@ void Protocol::frameIsWhole()
         headExcused_ = world->model->loop->excused();
     }
     requests_.push_back({frame, lastFrame_, partial_[18] != '>', world->threads.now(), "",
-                         payloadTime(frame) == 0});
+                         payloadTime(frame) == 0, world->wall() - world->threads.now()});
     world->model->loop->allowance += allowanceFor(frame);
     if (isValid(frame)) {
         world->model->mirror->executed(kFrame);
@@ -294,7 +294,12 @@ void Protocol::change(size_t at, const std::string &bytes)
     if (apply_.isOverdue(kApplyDelay)) {
         takenIsKnown_ = false; // what was due may be applied before this command or never
     }
-    save_ = apply_ = {true, world->wall(), 0};
+    // A clock that is set between reading and answer: the command is executed before that or after.
+    const Time now = world->threads.now();
+    const Time clock = std::max(requests_.front().clock, world->wall() - now);
+    takenIsKnown_ =
+        takenIsKnown_ && clock == requests_.front().clock && clock == world->wall() - now;
+    save_ = apply_ = {true, now + clock, 0};
 }
 
 bool Protocol::isSilent(const Request &request) const

@@ -42,6 +42,7 @@ private:
         Time readAt;
         std::string payload;
         bool isWhole = true; // nothing of the payload is to come
+        Time clock = 0;      // the wall clock's lead when it was read
         uint8_t operator[](size_t i) const
         {
             return static_cast<uint8_t>(frame[i]);
