@@ -254,22 +254,5 @@ class Pictures(unittest.TestCase):
         self.check(self.draw("1366x768@60", "--standard", "v2"), [32, 72, 1366, 1446], [8, 14, 768, 790])
 
 
-class Document(unittest.TestCase):
-    """docs/video-formats.md: what its command lines print, and its picture."""
-
-    DOCS = os.path.join(DATA, "..", "..", "docs")
-
-    def test_command_lines(self):
-        with open(os.path.join(self.DOCS, "video-formats.md"), encoding="utf-8") as file:
-            blocks = re.findall(r"```console\n\$ veskctl timing (.*)\n((?:.*\n)*?)```\n", file.read())
-        self.assertEqual(len(blocks), 4)
-        for arguments, printed in blocks:
-            self.assertEqual(run(*arguments.split()), printed)
-
-    def test_picture(self):
-        with open(os.path.join(self.DOCS, "video-formats", "1920x1080x50.svg"), encoding="utf-8") as file:
-            self.assertEqual(run("draw", "1920x1080x50", "-o", "-"), file.read())
-
-
 if __name__ == "__main__":
     unittest.main()
