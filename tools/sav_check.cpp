@@ -66,6 +66,7 @@ std::string numbered(const char *kind, const Numbers &numbers)
 
 constexpr std::optional<bool> kUnsaid;
 
+// In the order of SavKind.
 // clang-format off
 const Loader kLoaders[] = {
     {SavKind::kUserPref,
@@ -106,10 +107,12 @@ const Loader kLoaders[] = {
 };
 // clang-format on
 
+static_assert(std::size(kLoaders) == static_cast<size_t>(SavKind::kUnknown));
+
+// Requires: not kUnknown.
 const Loader &loaderOf(SavKind kind)
 {
-    return *std::find_if(std::begin(kLoaders), std::end(kLoaders),
-                         [kind](const Loader &each) { return each.kind == kind; });
+    return kLoaders[static_cast<size_t>(kind)];
 }
 
 constexpr uint8_t kNoView = 255; // no slot has this number

@@ -240,6 +240,7 @@ Step stepOf(std::string_view text)
 std::vector<std::string> namesOf(const SavRecord &record)
 {
     std::vector<std::string> names;
+    names.reserve(record.fields.size());
     for (const SavField &field : record.fields) {
         names.emplace_back(field.name);
     }

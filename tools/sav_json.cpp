@@ -195,6 +195,7 @@ private:
     void failForUnknown(const SavRecord &record, const Json &json, const Place *place) const
     {
         std::vector<std::string> names;
+        names.reserve(record.fields.size());
         for (const SavField &field : record.fields) {
             names.emplace_back(field.name);
         }

@@ -188,6 +188,7 @@ uint8_t detectedAs(const Raster &raster)
 std::vector<std::string> allNames()
 {
     std::vector<std::string> names;
+    names.reserve(kVideoFormatCount);
     for (uint8_t id = 0; id < kVideoFormatCount; ++id) {
         names.push_back(nameOf(id));
     }

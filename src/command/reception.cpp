@@ -101,8 +101,11 @@ uint32_t assemble(const uint8_t *bytes, uint32_t count)
     uint32_t done = 0;
     while (done < count) {
         done += takePlainBytes(bytes + done, count - done);
-        if (done < count && ReceiveCommand(bytes[done++]) == 0) {
-            break;
+        if (done < count) {
+            const uint8_t byte = bytes[done++];
+            if (ReceiveCommand(byte) == 0) {
+                break;
+            }
         }
     }
     return done;

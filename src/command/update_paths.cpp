@@ -53,7 +53,7 @@ void closeSaveLocalFile()
         return;
     }
     f_close(localSaveFile);
-    mymem_free(localSaveFile);
+    mymem_free(static_cast<void *>(localSaveFile));
     localSaveFile = nullptr;
     localSaveIndex = 0;
 }
