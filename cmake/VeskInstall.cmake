@@ -27,6 +27,11 @@ elseif(VESK_INIT STREQUAL busybox)
     COMPONENT daemon)
 endif()
 
+# Programs can be made without their manual, as for a board.
+if(SCDOC)
+  install(FILES ${PROJECT_BINARY_DIR}/vesk_h264.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT daemon OPTIONAL)
+endif()
+
 if(TARGET veskctl)
   install(TARGETS veskctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
   set(made ${PROJECT_BINARY_DIR}/tools)
