@@ -42,17 +42,17 @@ if(TARGET veskctl)
   endif()
 endif()
 
-# The bench looks for the board beside itself.
+# The bench brings its own board, and what starts the daemon there.
 set(bench ${PROJECT_SOURCE_DIR}/testbench)
 if(EXISTS ${bench}/vesk-bench)
-  install(PROGRAMS ${bench}/vesk-bench ${bench}/board DESTINATION ${CMAKE_INSTALL_DATADIR}/vesk-bench/testbench
-    COMPONENT bench)
-  install(DIRECTORY ${bench}/etc DESTINATION ${CMAKE_INSTALL_DATADIR}/vesk-bench/testbench
-    USE_SOURCE_PERMISSIONS COMPONENT bench)
-  file(CREATE_LINK ../${CMAKE_INSTALL_DATADIR}/vesk-bench/testbench/vesk-bench
-    ${PROJECT_BINARY_DIR}/vesk-bench.link SYMBOLIC)
-  install(FILES ${PROJECT_BINARY_DIR}/vesk-bench.link DESTINATION ${CMAKE_INSTALL_BINDIR} RENAME vesk-bench
-    COMPONENT bench)
+  install(PROGRAMS ${bench}/vesk-bench DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT bench)
+  set(place ${CMAKE_INSTALL_LIBEXECDIR}/vesk-bench)
+  install(PROGRAMS ${bench}/board ${folder}/board/vesk_h264_program ${folder}/board/vesk_h264_supervisor
+    DESTINATION ${place} COMPONENT bench)
+  install(DIRECTORY ${bench}/etc DESTINATION ${place} USE_SOURCE_PERMISSIONS COMPONENT bench)
+  if(SCDOC)
+    install(FILES ${PROJECT_BINARY_DIR}/vesk-bench.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT bench OPTIONAL)
+  endif()
 endif()
 
 install(FILES ${PROJECT_SOURCE_DIR}/tools/wireshark/vesk.lua
