@@ -9,7 +9,7 @@ mkdir -p /etc/default
 cp packaging/board/vesk_h264_supervisor packaging/board/vesk_h264_program /usr/sbin/
 cat >/etc/default/vesk_h264 <<'END'
 CONSOLE=/opt/scratch/console
-MAIN_SECONDS=2
+MAIN_SECONDS=6
 UP_SECONDS=1
 GOOD_SECONDS=1
 LONGEST_PAUSE=2
