@@ -14,6 +14,11 @@ import time
 import tty
 import unittest
 
+try:
+    import pexpect
+except ImportError:
+    pexpect = None
+
 ROOT = os.path.realpath(os.path.join(os.path.dirname(__file__), "..", ".."))
 DAEMON = os.environ.get("DAEMON", os.path.join(ROOT, "build/release/vesk_h264"))
 BENCH = os.path.join(ROOT, "testbench/vesk-bench")
@@ -210,6 +215,30 @@ class Devices(Case):
             line = bench.line()
             self.assertEqual(line.ask(READ_TYPE), TYPE)
             line.close()
+
+    @unittest.skipUnless(pexpect and shutil.which("gdb"), "no gdb or pexpect")
+    def test_gdb_has_the_terminal_and_gives_it_back(self):
+        shell = pexpect.spawn("bash", ["--norc", "-i"], timeout=PATIENCE, encoding="utf-8", echo=False)
+        shell.sendline(f"PS1=; {BENCH} --gdb --daemon {DAEMON}; echo status $?")
+        shell.expect("gdb has the program; type run\r\n")
+        shell.expect(r"\(gdb\)")
+        shell.sendline("run")
+        shell.expect("enter main")
+        for _ in range(2):
+            shell.sendintr()
+            shell.expect("received signal SIGINT")
+            shell.expect(r"\(gdb\)")
+            shell.sendline("continue")
+            shell.expect("Continuing")
+        shell.sendintr()
+        shell.expect(r"\(gdb\)")
+        shell.sendline("quit")
+        shell.expect("y or n")
+        shell.sendline("y")
+        shell.expect("status 0\r\n")
+        shell.sendline("echo still; exit")
+        shell.expect("still\r\n")
+        shell.expect(pexpect.EOF)
 
     def test_datagrams_go_out_on_the_line_and_come_back_to_the_last_sender(self):
         with Bench() as bench:
