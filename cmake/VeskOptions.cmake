@@ -64,6 +64,13 @@ target_compile_options(vesk_warnings INTERFACE
 add_library(vesk_daemon_code INTERFACE)
 target_compile_options(vesk_daemon_code INTERFACE -fno-exceptions -fno-rtti)
 target_link_libraries(vesk_daemon_code INTERFACE vesk_checked_code)
+# The same program, and the same debug information, wherever the sources are.
+if(VESK_HARDENED)
+  foreach(kind compile link) # the linker compiles, too
+    cmake_language(CALL target_${kind}_options vesk_daemon_code INTERFACE
+      -ffile-prefix-map=${PROJECT_BINARY_DIR}=/build -ffile-prefix-map=${PROJECT_SOURCE_DIR}=/vesk_h264)
+  endforeach()
+endif()
 if(VESK_SANITIZER)
   # Some faults only show in optimised code.
   target_compile_options(vesk_daemon_code INTERFACE -O1)

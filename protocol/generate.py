@@ -558,7 +558,8 @@ def manual(table):
         says = {"ack": "acknowledged", "nak": "not supported"}.get(
             kind, ", ".join(field["name"] for field in answer if not field.get("echo")) or "answered")
         rows.append(f"|[ {code_of(command)}\n:[ {command['name']}\n:[ {says}\n")
-    version = ".".join(str(part) for part in table["protocol_version"])
+    with open(os.path.join(HERE, "..", "CMakeLists.txt"), encoding="utf-8") as file:
+        version = re.search(r"^project\(vesk_h264 VERSION ([0-9.]+)", file.read(), re.MULTILINE).group(1)
     return template.replace("@VERSION@", version).replace("@COMMANDS@\n", "".join(rows))
 
 

@@ -159,3 +159,8 @@ std::string faultOfProgram(std::string_view file, Machine machine)
     }
     return klass == ELFCLASS32 ? faultOfParts<false>(file) : faultOfParts<true>(file);
 }
+
+std::string machineOf(std::string_view file)
+{
+    return machineName(read<Elf32_Ehdr>(file, 0).e_machine);
+}

@@ -39,6 +39,7 @@
 #include "tools/timing.h"
 #include "tools/transcript.h"
 #include "tools/update.h"
+#include "tools/version.h"
 
 namespace {
 
@@ -810,7 +811,8 @@ int run(int argc, char **argv)
         {consoleCommand, [&options] { return console(options); }},
         {playCommand, [&options] { return play(options); }},
     };
-    for (const std::vector<Choice> &added : {addSavCommands(app), addTimingCommands(app)}) {
+    for (const std::vector<Choice> &added :
+         {addSavCommands(app), addTimingCommands(app), addVersionCommands(app)}) {
         for (const Choice &choice : added) {
             addOptions(*choice.command, options, kOutput | kData);
             choices.push_back(choice);

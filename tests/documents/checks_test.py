@@ -97,6 +97,8 @@ class Messages(unittest.TestCase):
             ("tools/a.cpp", 'std::string f() { return "the tank is empty"; }', "the tank is empty"),
             ("scripts/run", '#!/bin/sh\nfail "tank $1 is empty"\n', "tank {} is empty"),
             ("scripts/run", '#!/bin/sh\necho "run: $*" >&2; echo "no tank" >&2\n', "no tank"),
+            ("testbench/x", '#!/usr/bin/python3\nraise Refusal(f"tank {1} is " "empty", 2)\n', "tank {} is empty"),
+            ("testbench/x", '#!/usr/bin/python3\nparser.error(why + "; see --help")\n', "{}; see --help"),
         ]
         for path, source, message in rows:
             with self.subTest(source):

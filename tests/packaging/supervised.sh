@@ -9,7 +9,7 @@ mkdir -p /etc/default
 cp packaging/board/vesk_h264_supervisor packaging/board/vesk_h264_program /usr/sbin/
 cat >/etc/default/vesk_h264 <<'END'
 CONSOLE=/opt/scratch/console
-MAIN_SECONDS=2
+MAIN_SECONDS=30
 UP_SECONDS=1
 GOOD_SECONDS=1
 LONGEST_PAUSE=2
@@ -35,9 +35,9 @@ uptime_seconds() {
     cut -d. -f1 /proc/uptime
 }
 
-# Waits up to a minute for a condition: the machine may be busy.
+# Waits up to two minutes for a condition: the machine may be busy.
 eventually() {
-    end=$(($(uptime_seconds) + 60))
+    end=$(($(uptime_seconds) + 120))
     while [ "$(uptime_seconds)" -lt $end ]; do
         "$@" && return
         sleep 0.1

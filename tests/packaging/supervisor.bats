@@ -40,6 +40,7 @@ on_board() {
 @test "it is the same with status 0, with a program that hangs, and with one that ends soon after" {
     for word in zero hang brief; do
         on_board '
+            [ '$word' != hang ] || echo MAIN_SECONDS=6 >>/etc/default/vesk_h264
             plan $program young '$word'
             plan ${program}_backup old up
             supervise
@@ -225,6 +226,19 @@ on_board() {
         check test $((kept + lost)) -le 1001
         check test "$kept" -le 200
         check test "$kept" -ge 99'
+}
+
+@test "a step of the clock begins a new second for the log, and no line is lost uncounted" {
+    on_board '
+        # A board has the clock of the computer, so the filter gets one of its own: it goes back, and then on.
+        sed -n "/^filter_output/,/^}/p" /usr/sbin/vesk_h264_supervisor |
+            sed "s/systime()/(NR <= 250 ? 7200 : NR <= 500 ? 3600 : 9000)/" >$scratch/filter
+        check grep -q 7200 $scratch/filter
+        . $scratch/filter
+        LOG_LINES=100 events=/dev/null
+        seq 600 | filter_output 1 >$scratch/kept
+        { seq 100; echo "150 lines were left out"; seq 251 350; echo "150 lines were left out"; seq 501 600; } >$scratch/wanted
+        check cmp $scratch/kept $scratch/wanted'
 }
 
 @test "a stop ends the program too; what a killed supervisor left is ended by the next" {
