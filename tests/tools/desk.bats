@@ -1,6 +1,6 @@
 #!/usr/bin/env bats
 # veskctl and the running daemon at one desk: the subcommands whose steps depend on what the other one
-# says. VESKCTL and DAEMON name the programs (those of build/release if not set).
+# says. VESKCTL and VESK_DAEMON or DAEMON name the programs (those of build/release if not set).
 #
 # shellcheck disable=SC2016 # the board's shell expands what is in single quotes
 
@@ -9,7 +9,7 @@ bats_require_minimum_version 1.5.0
 setup() {
     cd "$BATS_TEST_DIRNAME/../.." || return
     export VESKCTL=${VESKCTL:-$PWD/build/release/tools/veskctl}
-    export DAEMON=${DAEMON:-$PWD/build/release/vesk_h264}
+    export DAEMON=${VESK_DAEMON:-${DAEMON:-$PWD/build/release/vesk_h264}}
 }
 
 # at_desk MODE SCRIPT: the board's shell runs SCRIPT, with this instead of veskctl and the desk's options:
@@ -67,7 +67,7 @@ MAKE_NEW='{ cat "$DAEMON"; echo rebuilt; } >/opt/scratch/new'
         cp /usr/bin/vesk_h264 /opt/scratch/before
         head -c $(($(wc -c <"$DAEMON") / 2)) "$DAEMON" >/opt/scratch/cut
         echo 127.0.0.1 localhost >/opt/scratch/hosts
-        for file in "$DAEMON" /opt/scratch/hosts "--machine any /opt/scratch/cut"; do
+        for file in /opt/host/bin/false /opt/scratch/hosts "--machine any /opt/scratch/cut"; do
             status=0
             veskctl 60000 update $file || status=$?
             [ "$status" -eq 2 ]
