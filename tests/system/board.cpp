@@ -42,6 +42,16 @@ int check(int result, const char *what)
     return result;
 }
 
+// What is started: the tested daemon where it lies, or as it is installed.
+std::string startedDaemon()
+{
+#ifdef INSTALLED_DAEMON
+    return INSTALLED_DAEMON;
+#else
+    return testedDaemon();
+#endif
+}
+
 // On a workstation the tests would replace its serial line.
 void requireBoard()
 {
@@ -104,6 +114,12 @@ Lines operator+(Lines first, const Lines &second)
 {
     first.insert(first.end(), second.begin(), second.end());
     return first;
+}
+
+std::string testedDaemon()
+{
+    const char *const other = std::getenv("VESK_DAEMON");
+    return other != nullptr && *other != '\0' ? other : BUILT_DAEMON;
 }
 
 std::string command(const Frame &bytes)
@@ -314,7 +330,8 @@ Daemon::Daemon(std::vector<std::string> arguments, std::initializer_list<int> cl
     posix_spawnattr_setflags(&attributes,
                              POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSID);
 
-    arguments.insert(arguments.begin(), VESK_DAEMON);
+    const std::string program = startedDaemon();
+    arguments.insert(arguments.begin(), program);
     for (char **variable = environ; *variable != nullptr; ++variable) {
         environment.emplace_back(*variable); // of two with the same name, the first counts
     }
@@ -326,11 +343,11 @@ Daemon::Daemon(std::vector<std::string> arguments, std::initializer_list<int> cl
         all.push_back(nullptr);
         return all;
     };
-    errno = posix_spawn(&process, VESK_DAEMON, &actions, &attributes, pointers(&arguments).data(),
-                        pointers(&environment).data());
+    errno = posix_spawn(&process, program.c_str(), &actions, &attributes,
+                        pointers(&arguments).data(), pointers(&environment).data());
     posix_spawn_file_actions_destroy(&actions);
     posix_spawnattr_destroy(&attributes);
-    check(errno == 0 ? 0 : -1, VESK_DAEMON);
+    check(errno == 0 ? 0 : -1, program.c_str());
     processFd = Descriptor(check(static_cast<int>(syscall(SYS_pidfd_open, process, 0)), "pidfd"));
 }
 

@@ -42,6 +42,10 @@ using Frame = std::array<uint8_t, 7>;
 inline const std::string kReadDeviceType = "<T0000680100000069>";
 inline const std::string kDeviceType = "<F00006801263300c2>";
 
+// The daemon that the tests are for: the one of this build, or the file that VESK_DAEMON in the
+// environment names. One for the board's processor is emulated (testbench/README.md).
+std::string testedDaemon();
+
 // An owned file descriptor.
 class Descriptor {
 public:

@@ -1,6 +1,6 @@
 // Firmware update: the installed program replaces itself by another one, over the line and over
 // UDP, and stays what it is when something is wrong. The daemon is /usr/bin/vesk_h264 of the board,
-// a copy of the one that was built. Under scripts/soak the package over UDP is as long as a random
+// a copy of the tested one. Under scripts/soak the package over UDP is as long as a random
 // run, and as many updates are cut short as fit into one.
 
 #include "tests/support/bytes.h"
@@ -92,7 +92,7 @@ protected:
     void SetUp() override
     {
         fs::remove(kExecutable);
-        fs::copy_file(VESK_BUILT_DAEMON, kExecutable);
+        fs::copy_file(testedDaemon(), kExecutable);
         startAnew();
     }
 

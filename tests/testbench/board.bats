@@ -292,6 +292,33 @@ END
     [ "$(testbench/board qemu-arm -L /usr/arm-linux-gnueabihf ./threaded)" = 42 ]
 }
 
+# As the programs of this computer: by name, from a script, and not to be written to while they run.
+@test "programs for the board's processor run like any others, from Linux 6.7 on" {
+    "$board" test -e /proc/sys/fs/binfmt_misc/emulate || skip "this kernel has no register for a board alone"
+    make_clone "$BATS_TEST_TMPDIR"
+    cd "$clone"
+    echo 'int main(int argc, char **argv) { while (argc > 2) pause(); return argv[1][0] - 48; }' >program.c
+    local kind
+    for kind in -pie -static; do
+        arm-linux-gnueabihf-gcc -include unistd.h $kind -o program program.c
+        run -7 testbench/board ./program 7
+        run -0 testbench/board sh -c '
+            cp program /usr/bin/
+            printf "#!/bin/sh\nexec program 5\n" >script
+            chmod +x script
+            ./script
+            [ $? -eq 5 ] || exit 1
+            program 1 stay &
+            until [ "$(pidof program)" = $! ]; do sleep 0.01; done
+            ! echo >>/usr/bin/program && cp -f /bin/true /usr/bin/program || exit 2
+            kill $!
+            wait $!
+            [ $? -eq 143 ] || exit 3
+            cp program /usr/bin/other
+            other 0 && ls /proc/sys/fs/binfmt_misc | grep -c running- | grep -qx 1'
+    done
+}
+
 # ended SIGNAL COMMAND...: COMMAND, which starts the endless $mark on a board, gets the signal, and
 # nothing is left running.
 ended() {

@@ -1,7 +1,7 @@
 #!/usr/bin/env bats
 # What veskctl offers to a person in the field and to a script: info, ping, monitor, JSON, transcripts of
 # what was said, colour. With the running daemon on a board where a test says `at_desk`, otherwise with
-# a script at the far end of a pair of terminals. VESKCTL and DAEMON name the programs (those of
+# a script at the far end of a pair of terminals. VESKCTL and VESK_DAEMON or DAEMON name the programs (those of
 # build/release if not set).
 #
 # shellcheck disable=SC2016 # the board's shell expands what is in single quotes
@@ -14,7 +14,7 @@ setup() {
     here=$BATS_TEST_DIRNAME
     cd "$here/../.." || return
     export VESKCTL=${VESKCTL:-$PWD/build/release/tools/veskctl}
-    export DAEMON=${DAEMON:-$PWD/build/release/vesk_h264}
+    export DAEMON=${VESK_DAEMON:-${DAEMON:-$PWD/build/release/vesk_h264}}
     device=$BATS_TEST_TMPDIR/device
     cable=
     watcher=

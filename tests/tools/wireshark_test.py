@@ -2,7 +2,7 @@
 """tools/wireshark/vesk.lua in tshark: the captures of docs/captures/ and new ones, field by field against veskctl
 decode and against the bytes; streams cut anywhere; and packets that make no sense.
 
-VESKCTL and DAEMON name the programs (those of build/release if not set).
+VESKCTL and VESK_DAEMON or DAEMON name the programs (those of build/release if not set).
 """
 import glob
 import json
@@ -19,7 +19,8 @@ ROOT = os.path.realpath(os.path.join(os.path.dirname(__file__), "..", ".."))
 KEPT = os.path.join(ROOT, "docs", "captures")
 DISSECTOR = os.path.join(ROOT, "tools", "wireshark", "vesk.lua")
 VESKCTL = os.environ.setdefault("VESKCTL", os.path.join(ROOT, "build", "release", "tools", "veskctl"))
-DAEMON = os.environ.setdefault("DAEMON", os.path.join(ROOT, "build", "release", "vesk_h264"))
+DAEMON = os.environ["DAEMON"] = (
+    os.environ.get("VESK_DAEMON") or os.environ.get("DAEMON") or os.path.join(ROOT, "build", "release", "vesk_h264"))
 
 TO, FROM = "to the device", "from the device"
 FRAME = re.compile(r"<[TF][0-9A-Fa-f]{16}>")
