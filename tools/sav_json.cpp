@@ -368,7 +368,7 @@ Json schemaOfObject(Json properties)
             {"properties", std::move(properties)}};
 }
 
-// Adds the record and those that it is made of.
+// Adds the record and those that it is made of. The title is the chapter of docs/files.md.
 void addDefinitions(const SavRecord &record, Json &definitions)
 {
     if (definitions.contains(std::string(record.name))) {
@@ -395,7 +395,9 @@ void addDefinitions(const SavRecord &record, Json &definitions)
         }
         properties[std::string(field.name)] = std::move(json);
     }
-    definitions[std::string(record.name)] = schemaOfObject(std::move(properties));
+    Json &definition = definitions[std::string(record.name)];
+    definition = {{"title", record.chapter}};
+    definition.update(schemaOfObject(std::move(properties)));
 }
 
 } // namespace
