@@ -39,11 +39,8 @@ double lastInput;   // when a pause last ended because of bytes
 // Pauses up to the time given, and for less if bytes arrive.
 void pauseForInput(double milliseconds)
 {
-    const double end = emscripten_get_now() + milliseconds;
-    demo_pause(milliseconds, 1);
-    const double now = emscripten_get_now();
-    if (now < end) {
-        lastInput = now;
+    if (demo_pause(milliseconds, 1) != 0) {
+        lastInput = emscripten_get_now();
     }
 }
 
@@ -80,9 +77,8 @@ int __wrap_usleep(useconds_t microseconds)
         return 0;
     }
     polledUntil = std::max(polledUntil, polledUntil > 0 ? now - kMostMadeUpMs : now) + milliseconds;
-    if (polledUntil > now) {
-        demo_pause(polledUntil - now, 1);
-        polledUntil = std::min(polledUntil, emscripten_get_now());
+    if (polledUntil > now && demo_pause(polledUntil - now, 1) != 0) {
+        polledUntil = emscripten_get_now();
     }
     return 0;
 }

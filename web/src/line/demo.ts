@@ -1,6 +1,7 @@
 // The demo device: the daemon itself, as WebAssembly (web/core/demo), at the far end of a virtual line.
 
 import { startProgram, type DemoFiles, type DemoProgram } from './demo_program.ts';
+import { newInbox, type Inbox } from './inbox.ts';
 import { LineError, type Transport } from './transport.ts';
 
 /** A device that lives as long as the page. Closing its line does not switch it off, and it keeps its settings. */
@@ -27,8 +28,6 @@ const PIECE = 512; // bytes that arrive at once
 const AHEAD_MS = 20; // so much may be sent ahead of its time, as timers are not exact
 const AT_ONCE = 2048; // of the 4095 bytes that the device can hold before it looks at them
 
-const nothing = new Uint8Array(0);
-
 async function loadModule(): Promise<WebAssembly.Module> {
     const url = new URL('../../../build/web/core/demo/vesk_demo.wasm', import.meta.url);
     const answer = await fetch(url);
@@ -36,16 +35,6 @@ async function loadModule(): Promise<WebAssembly.Module> {
         throw new Error(`the demo device could not be loaded: ${answer.status} ${url.pathname}`);
     }
     return WebAssembly.compile(await answer.arrayBuffer());
-}
-
-function joined(pieces: readonly Uint8Array[]): Uint8Array {
-    const all = new Uint8Array(pieces.reduce((length, piece) => length + piece.length, 0));
-    let at = 0;
-    for (const piece of pieces) {
-        all.set(piece, at);
-        at += piece.length;
-    }
-    return all;
 }
 
 /** Is over when the device is in service. */
@@ -58,62 +47,50 @@ export async function demoDevice(options: DemoOptions = {}): Promise<DemoDevice>
     let files: DemoFiles = new Map(); // what its disk had when the program ended
 
     // The near end of the line.
-    let state: 'open' | 'closed' | 'lost' = 'closed';
     let isPlugged = true;
-    let arrived: Uint8Array[] = []; // from the device, not read yet
-    let wakeReader: (() => void) | null = null;
+    let inbox: Inbox | null = null; // while it is open
+    let pulled: Inbox | null = null; // the one that was open when the cable was pulled
     let writing: Promise<void> = Promise.resolve(); // the writes so far
     let freeAt = 0; // when the line has carried all that was written
+
+    const lost = () => new LineError('lost', 'The demo device is unplugged.');
+    const closed = () => new LineError('closed', 'The line to the demo device is closed.');
 
     function log(line: string): void {
         device.onLog?.(line);
     }
 
-    function fault(): LineError {
-        return state === 'lost'
-            ? new LineError('lost', 'the demo device was unplugged')
-            : new LineError('closed', 'the line to the demo device is closed');
-    }
-
-    function leave(next: 'closed' | 'lost'): void {
-        state = next;
-        wakeReader?.();
-    }
-
-    function start(): Promise<void> {
-        return new Promise((resolve, reject) => {
-            startProgram(module, files, {
-                send(bytes) {
-                    if (state === 'open') {
-                        arrived.push(bytes);
-                        wakeReader?.();
-                    }
-                },
-                say(line) {
-                    log(line);
-                    if (line === 'enter main') {
-                        resolve();
-                    }
-                },
-                // What a board does when its program ends. The program that starts is this WebAssembly again, also
-                // after an update.
-                ended(left, why) {
-                    program = null;
-                    files = left;
-                    log(`demo: ${why}; it starts again in ${RESTART_MS / 1000} s`);
-                    setTimeout(() => void start(), RESTART_MS);
-                },
-            }).then((started) => {
-                program = started;
-            }, reject);
+    async function start(): Promise<void> {
+        let isInService: () => void;
+        const inService = new Promise<void>((resolve) => (isInService = resolve));
+        program = await startProgram(module, files, {
+            send: (bytes) => inbox?.push(bytes),
+            say(line) {
+                log(line);
+                if (line === 'enter main') {
+                    isInService();
+                }
+            },
+            // What a board does when its program ends. The program that starts is this WebAssembly again, also after
+            // an update.
+            ended(left, why) {
+                program = null;
+                files = left;
+                log(`demo: ${why}; it starts again in ${RESTART_MS / 1000} s`);
+                setTimeout(() => void start(), RESTART_MS);
+            },
         });
+        await inService;
     }
 
-    async function carry(bytes: Uint8Array): Promise<void> {
+    async function carry(bytes: Uint8Array, opened: Inbox): Promise<void> {
         let sinceWait = 0;
         for (let at = 0; at < bytes.length; at += PIECE) {
-            if (state !== 'open') {
-                throw fault();
+            if (opened === pulled) {
+                throw lost();
+            }
+            if (opened !== inbox) {
+                throw closed();
             }
             const piece = bytes.subarray(at, at + PIECE);
             program?.receive(piece); // lost while the device restarts, as on a board
@@ -134,54 +111,38 @@ export async function demoDevice(options: DemoOptions = {}): Promise<DemoDevice>
 
         async open() {
             if (!isPlugged) {
-                throw new LineError('lost', 'the demo device is unplugged');
+                throw lost();
             }
-            arrived = [];
-            state = 'open';
+            inbox = newInbox();
         },
 
-        write(bytes) {
-            if (state !== 'open') {
-                return Promise.reject(fault());
+        async write(bytes) {
+            const opened = inbox;
+            if (opened === null) {
+                throw closed();
             }
             const copy = bytes.slice();
-            const written = writing.then(() => carry(copy));
+            const written = writing.then(() => carry(copy, opened));
             writing = written.catch(() => undefined);
             return written;
         },
 
         async read(timeout) {
-            if (arrived.length === 0 && state === 'open' && timeout > 0) {
-                await new Promise<void>((resolve) => {
-                    const timer = setTimeout(resolve, timeout);
-                    wakeReader = () => {
-                        clearTimeout(timer);
-                        resolve();
-                    };
-                });
-                wakeReader = null;
+            if (inbox === null) {
+                throw closed();
             }
-            if (arrived.length > 0) {
-                const bytes = joined(arrived);
-                arrived = [];
-                return bytes;
-            }
-            if (state !== 'open') {
-                throw fault();
-            }
-            return nothing;
+            return inbox.read(timeout);
         },
 
         async close() {
-            arrived = [];
-            leave('closed');
+            inbox?.end(closed());
+            inbox = null;
         },
 
         unplug() {
             isPlugged = false;
-            if (state === 'open') {
-                leave('lost');
-            }
+            pulled = inbox;
+            inbox?.end(lost());
         },
 
         plug() {

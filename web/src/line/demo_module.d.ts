@@ -22,7 +22,7 @@ declare module '*/vesk_demo.mjs' {
         print(line: string): void;
         printErr(line: string): void;
         send(bytes: Uint8Array): void;
-        pause(milliseconds: number, endsWithBytes: boolean, goOn: () => void): void;
+        pause(milliseconds: number, endsWithBytes: boolean, goOn: (isInput: number) => void): void;
         onExit(status: number): void;
         instantiateWasm(imports: WebAssembly.Imports, take: (instance: WebAssembly.Instance) => void): object;
     }): Promise<DemoModule>;

@@ -59,7 +59,7 @@ export async function startProgram(
     files: DemoFiles,
     ends: DemoEnds,
 ): Promise<DemoProgram> {
-    let pause: { timer: ReturnType<typeof setTimeout>; endsWithBytes: boolean; goOn: () => void } | null = null;
+    let pause: { timer: ReturnType<typeof setTimeout>; endsWithBytes: boolean; goOn: (isInput: number) => void } | null = null;
     let hasEnded = false;
 
     function end(why: string): void {
@@ -69,7 +69,7 @@ export async function startProgram(
         }
     }
 
-    function goOn(): void {
+    function goOn(isInput: boolean): void {
         if (pause === null || hasEnded) {
             return;
         }
@@ -77,7 +77,7 @@ export async function startProgram(
         clearTimeout(timer);
         pause = null;
         try {
-            enterAgain();
+            enterAgain(isInput ? 1 : 0);
         } catch (error) {
             // The program's own end is an exception, too.
             if (!(error instanceof Object && 'name' in error && error.name === 'ExitStatus')) {
@@ -91,7 +91,7 @@ export async function startProgram(
         printErr: ends.say,
         send: ends.send,
         pause(milliseconds, endsWithBytes, enterAgain) {
-            pause = { timer: setTimeout(goOn, milliseconds), endsWithBytes, goOn: enterAgain };
+            pause = { timer: setTimeout(() => goOn(false), milliseconds), endsWithBytes, goOn: enterAgain };
         },
         onExit: () => end('the program has ended'),
         instantiateWasm(imports, take) {
@@ -109,7 +109,7 @@ export async function startProgram(
             module.HEAPU8.set(bytes, module._demo_input());
             module._demo_arrived(bytes.length);
             if (pause?.endsWithBytes) {
-                queueMicrotask(goOn);
+                queueMicrotask(() => goOn(true));
             }
         },
     };
