@@ -6,7 +6,7 @@ import { LineError, type Transport } from './transport.ts';
 
 /** A device that lives as long as the page. Closing its line does not switch it off, and it keeps its settings. */
 export interface DemoDevice extends Transport {
-    /** The daemon's messages, while they come. */
+    /** The daemon's messages, while they come. A new listener first hears the last of those before it. */
     onLog: ((line: string) => void) | null;
 
     /** As if its cable were pulled: the line is lost, and cannot be opened until plug(). */
@@ -24,12 +24,13 @@ export interface DemoOptions {
 
 const BYTES_PER_SECOND = 11520; // 115200 bits/s with a start and a stop bit
 const RESTART_MS = 2000; // what a board takes to start its program again
+const MOST_SAID = 100;
 const PIECE = 512; // bytes that arrive at once
 const AHEAD_MS = 20; // so much may be sent ahead of its time, as timers are not exact
 const AT_ONCE = 2048; // of the 4095 bytes that the device can hold before it looks at them
 
 async function loadModule(): Promise<WebAssembly.Module> {
-    const url = new URL('../../../build/web/core/demo/vesk_demo.wasm', import.meta.url);
+    const url = new URL('../../../build/web/demo/vesk_demo.wasm', import.meta.url);
     const answer = await fetch(url);
     if (!answer.ok) {
         throw new Error(`the demo device could not be loaded: ${answer.status} ${url.pathname}`);
@@ -53,11 +54,15 @@ export async function demoDevice(options: DemoOptions = {}): Promise<DemoDevice>
     let writing: Promise<void> = Promise.resolve(); // the writes so far
     let freeAt = 0; // when the line has carried all that was written
 
+    let listener: ((line: string) => void) | null = null;
+    let said: string[] = []; // the last lines
+
     const lost = () => new LineError('lost', 'The demo device is unplugged.');
     const closed = () => new LineError('closed', 'The line to the demo device is closed.');
 
     function log(line: string): void {
-        device.onLog?.(line);
+        said = [...said, line].slice(-MOST_SAID);
+        listener?.(line);
     }
 
     async function start(): Promise<void> {
@@ -107,7 +112,14 @@ export async function demoDevice(options: DemoOptions = {}): Promise<DemoDevice>
     const device: DemoDevice = {
         name: 'Demo device',
         isDemo: true,
-        onLog: null,
+
+        get onLog() {
+            return listener;
+        },
+        set onLog(next) {
+            listener = next;
+            said.forEach((line) => next?.(line));
+        },
 
         async open() {
             if (!isPlugged) {

@@ -1,6 +1,6 @@
 // One run of the demo device's program: from the start of the WebAssembly to its end.
 
-import createDemo, { type DemoModule } from '../../../build/web/core/demo/vesk_demo.mjs';
+import createDemo, { type DemoModule } from '../../../build/web/demo/vesk_demo.mjs';
 
 /** The content of the device's disk, by path. */
 export type DemoFiles = Map<string, Uint8Array>;
