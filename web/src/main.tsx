@@ -1,6 +1,7 @@
 // Starts the page.
 
 import './style.css';
+import './screens.css';
 
 import { render } from 'preact';
 

@@ -3,7 +3,7 @@
 import type { Command, Parameter } from './core/core.ts';
 
 export function isSwitch(parameter: Parameter): boolean {
-    return parameter.type === 'on_off';
+    return parameter.type === 'on/off';
 }
 
 /** Those whose frame is followed by a text: veskctl has subcommands of their own for them. */

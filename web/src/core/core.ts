@@ -42,7 +42,7 @@ export enum ExitStatus {
 /** A parameter of a command, from the command table. */
 export interface Parameter {
     name: string;
-    /** A type of protocol/vesk.yaml, such as "u8", "on_off", "ipv4". */
+    /** A type of protocol/vesk.yaml, such as "u8", "on/off", "ipv4". */
     type: string;
     length: number;
     least: number;

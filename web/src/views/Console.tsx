@@ -285,7 +285,7 @@ function Traffic({ session }: { session: Session }) {
                 </>
             }
         >
-            <div class="stack" ref={frame}>
+            <div class="stack traffic" ref={frame}>
                 <div class="row">
                     <Field label="Filter" type="search" value={filter} onInput={setFilter} width="middle" />
                     <Choice
