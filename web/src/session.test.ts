@@ -238,6 +238,15 @@ describe('traffic', () => {
         expect(told).toEqual([`sent ${deviceQuestion}`, `received ${deviceAnswer}`, 'received hello']);
     });
 
+    test('can be had as a transcript', async () => {
+        const session = sessionWith();
+        await session.connect(device());
+        const begin = '# A session of the page, vesk 1.0.0, on Mock\n';
+        expect(session.traffic.transcript()).toBe(`${begin}front> ${deviceQuestion}\nfront< ${deviceAnswer}\n`);
+        session.traffic.clear();
+        expect(session.traffic.transcript()).toBe(begin);
+    });
+
     test('puts together frames that arrive in parts', async () => {
         const session = sessionWith();
         const line = device();

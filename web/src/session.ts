@@ -305,6 +305,7 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
         await disconnect();
         const mine: Life = { line, isOpen: false, inbox: null, error: null, received: 0 };
         life = mine;
+        traffic.clear(`A session of the page, vesk ${core.version}, on ${line.name}`);
         set({ ...nothing, phase: 'opening', lineName: line.name, isDemo: line.isDemo });
         try {
             await line.open();

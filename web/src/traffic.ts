@@ -22,11 +22,18 @@ export interface TrafficLog {
     /** For use when the line is quiet. */
     flush(): void;
 
-    clear(): void;
+    /** What passed since the latest clear(), for `veskctl play`. */
+    transcript(): string;
+
+    /** `about` is what the next transcript says of itself; without it the same as before. */
+    clear(about?: string): void;
     subscribe(listener: () => void): () => void;
 }
 
 export const mostPassages = 2000;
+
+/** What a transcript has room for: more than twice a usual update. */
+const mostRecorded = 16 * 1024 * 1024;
 
 export function newTrafficLog(core: Core, now: () => number = Date.now): TrafficLog {
     const listeners = new Set<() => void>();
@@ -34,6 +41,9 @@ export function newTrafficLog(core: Core, now: () => number = Date.now): Traffic
     const received = core.newTraffic();
     let passages: readonly Passage[] = [];
     let next = 0;
+    let about = 'A session of the page';
+    let recorder = core.newRecorder(about);
+    let recorded = 0; // bytes
     let began = 0; // when the bytes that `received` holds back have come
 
     function add(direction: Direction, at: number, pieces: readonly Piece[]): void {
@@ -52,6 +62,10 @@ export function newTrafficLog(core: Core, now: () => number = Date.now): Traffic
     return {
         passages: () => passages,
         take(direction, bytes) {
+            recorded += bytes.length;
+            if (recorded <= mostRecorded) {
+                recorder.take(direction, bytes);
+            }
             if (direction === 'sent') {
                 flush(); // frames often arrive in parts, but not across a command
                 add('sent', now(), [...sent.feed(bytes), ...sent.flush()]);
@@ -65,7 +79,13 @@ export function newTrafficLog(core: Core, now: () => number = Date.now): Traffic
             }
         },
         flush,
-        clear() {
+        transcript() {
+            return recorded <= mostRecorded ? recorder.text() : `${recorder.text()}# What followed was too much.\n`;
+        },
+        clear(next) {
+            about = next ?? about;
+            recorder = core.newRecorder(about);
+            recorded = 0;
             passages = [];
             listeners.forEach((listener) => listener());
         },

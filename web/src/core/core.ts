@@ -42,7 +42,7 @@ export enum ExitStatus {
 /** A parameter of a command, from the command table. */
 export interface Parameter {
     name: string;
-    /** A type of protocol/vesk.yaml, such as "u8", "on_off", "ipv4". */
+    /** A type of protocol/vesk.yaml, such as "u8", "on/off", "ipv4". */
     type: string;
     length: number;
     least: number;
@@ -84,6 +84,13 @@ export interface Traffic {
     flush(): Piece[];
 }
 
+/** Writes what a line carries as a transcript that `veskctl play` plays. */
+export interface Recorder {
+    take(direction: 'sent' | 'received', bytes: Uint8Array): void;
+    /** What it has so far. */
+    text(): string;
+}
+
 export interface NetworkSettings {
     address: string;
     mask: string;
@@ -115,4 +122,7 @@ export interface Core {
     versionOf(file: Uint8Array): string;
 
     newTraffic(): Traffic;
+
+    /** `about` is written as a comment. Requires: no earlier one is used any more. */
+    newRecorder(about: string): Recorder;
 }

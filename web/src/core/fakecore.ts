@@ -72,6 +72,15 @@ export function fakeCore(play: Play = async () => ({})): Core {
         faultOfProgram: () => '',
         blocksOf: (file) => Math.ceil((file.length + 128) / 1024),
         versionOf: () => '1.11',
+        newRecorder(about) {
+            let text = `# ${about}\n`;
+            return {
+                take(direction, bytes) {
+                    text += `front${direction === 'sent' ? '>' : '<'} ${decoder.decode(bytes)}\n`;
+                },
+                text: () => text,
+            };
+        },
         newTraffic() {
             let held = '';
             return {

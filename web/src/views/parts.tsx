@@ -381,6 +381,11 @@ export function Dialog({ open, title, onClose, children, actions, wide }: Dialog
             dialog.close();
         }
     }, [open]);
+    useEffect(() => {
+        const dialog = element.current;
+        // Also when it is taken away while it is open: only then does the focus go back.
+        return () => dialog?.close();
+    }, []);
     return (
         <dialog
             ref={element}
