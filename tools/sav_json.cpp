@@ -1,7 +1,6 @@
 #include "tools/sav_json.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 #include <iterator>
 
@@ -251,8 +250,8 @@ private:
         if (json.is_string()) {
             storeText(field, json.get_ref<const std::string &>(), bytes_, at);
         } else if (field.form == SavForm::kReal && json.is_number()) {
-            const auto bits = std::bit_cast<uint64_t>(json.get<double>());
-            std::memcpy(bytes_.data() + at, &bits, sizeof(bits));
+            const auto value = json.get<double>();
+            std::memcpy(bytes_.data() + at, &value, sizeof(value));
         } else if (json.is_number_integer() &&
                    (field.form == SavForm::kHex || isNumber(field.form))) {
             // What is greater than any int64_t is greater than any field.
