@@ -84,6 +84,13 @@ export interface Traffic {
     flush(): Piece[];
 }
 
+/** Writes what a line carries as a transcript that `veskctl play` plays. */
+export interface Recorder {
+    take(direction: 'sent' | 'received', bytes: Uint8Array): void;
+    /** What it has so far. */
+    text(): string;
+}
+
 export interface NetworkSettings {
     address: string;
     mask: string;
@@ -115,4 +122,7 @@ export interface Core {
     versionOf(file: Uint8Array): string;
 
     newTraffic(): Traffic;
+
+    /** `about` is written as a comment. Requires: no earlier one is used any more. */
+    newRecorder(about: string): Recorder;
 }
