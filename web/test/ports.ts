@@ -42,6 +42,9 @@ export interface Port {
     unplug(): void;
     plug(): void;
 
+    /** Leads the cable to another far end. */
+    lead(end: FarEnd): void;
+
     /** Is called for each write of the page, before it reaches the far end. */
     onWrite: ((bytes: Uint8Array) => void) | null;
 }
@@ -69,9 +72,15 @@ class Cable implements Port {
     private wake: (() => void) | null = null;
 
     constructor(
-        private readonly end: FarEnd,
+        private end: FarEnd,
         private readonly tell: (event: string) => void,
     ) {
+        this.lead(end);
+    }
+
+    lead(end: FarEnd): void {
+        this.end.onBytes = null;
+        this.end = end;
         end.onBytes = (bytes) => {
             if (this.isOpen && this.isPlugged) {
                 this.waiting.push(Buffer.from(bytes));
