@@ -13,7 +13,7 @@ import {
     isOf,
     jsonOf,
     kindsOf,
-    kMissing,
+    noValue,
     openSav,
     setValues,
     viewOf,
@@ -135,9 +135,9 @@ describe('fields', () => {
         const view = await viewOf(core, short);
         expect(view.chapters[0]?.rows.map(({ text }) => text)).toEqual([
             '0',
-            `${kMissing} ${kMissing}`,
-            `${kMissing} ${kMissing}`,
-            kMissing,
+            `${noValue} ${noValue}`,
+            `${noValue} ${noValue}`,
+            noValue,
         ]);
         expect(view.rest).toBe('0000');
         expect(view.check).toMatchObject({ verdict: 'reset', record_length: 24 });

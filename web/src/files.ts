@@ -105,7 +105,7 @@ export interface SavView {
 }
 
 /** What stands for a value that a short file does not have. */
-export const kMissing = '\u2013';
+export const noValue = '\u2013';
 
 // Reading
 
@@ -200,7 +200,7 @@ export function textOf(value: Value | undefined): string {
     if (Array.isArray(value)) {
         return value.map(textOf).join(' ');
     }
-    return value === null || value === undefined ? kMissing : String(value);
+    return value === null || value === undefined ? noValue : String(value);
 }
 
 /** The values of an entry of a table, in the order of its bytes, and their names in it. */

@@ -2,12 +2,12 @@
 
 export type Theme = 'system' | 'light' | 'dark';
 
-const kKey = 'vesk-theme';
+const key = 'vesk-theme';
 
 /** What the user has chosen; 'system' if nothing, or if the browser keeps nothing for pages. */
 export function storedTheme(): Theme {
     try {
-        const theme = localStorage.getItem(kKey);
+        const theme = localStorage.getItem(key);
         return theme === 'light' || theme === 'dark' ? theme : 'system';
     } catch {
         return 'system';
@@ -19,9 +19,9 @@ export function setTheme(theme: Theme): void {
     showTheme(theme);
     try {
         if (theme === 'system') {
-            localStorage.removeItem(kKey);
+            localStorage.removeItem(key);
         } else {
-            localStorage.setItem(kKey, theme);
+            localStorage.setItem(key, theme);
         }
     } catch {
         // The choice then holds until the page is left.

@@ -110,8 +110,8 @@ function faultIn(message: string, names: readonly string[]): Fault & { field: st
     return { fault: field === '' ? message : message.slice(field.length + 2), field };
 }
 
-export const kModeFields = ['WIDTH', 'HEIGHT', 'RATE'] as const;
-export const kMeasuredFields = ['HDE', 'VDE', 'HTOTAL', 'VTOTAL', 'RATE'] as const;
+export const modeFields = ['WIDTH', 'HEIGHT', 'RATE'] as const;
+export const measuredFields = ['HDE', 'VDE', 'HTOTAL', 'VTOTAL', 'RATE'] as const;
 
 /** An empty text is no argument at all to the tool, so it would complain of the next one's name. */
 function emptyIn(texts: readonly string[], names: readonly string[]): (Fault & { field: string }) | undefined {
@@ -125,7 +125,7 @@ export async function calculate(
     core: Runner,
     mode: readonly string[],
 ): Promise<Calculation | (Fault & { field: string })> {
-    const missing = emptyIn(mode, kModeFields);
+    const missing = emptyIn(mode, modeFields);
     if (missing) {
         return missing;
     }
@@ -133,7 +133,7 @@ export async function calculate(
     const finished = await core.run(['timing', 'calc', '--json', '--', ...texts]);
     const result = objectsOf<Calculated>(finished)[0];
     if (!result) {
-        return faultIn(messageOf(finished), kModeFields);
+        return faultIn(messageOf(finished), modeFields);
     }
     const lines = await core.run(['timing', 'calc', '--modeline', '--', ...texts]);
     return { result, modelines: lines.output.trimEnd(), refusal: result.accepted ? '' : messageOf(lines) };
@@ -147,7 +147,7 @@ export interface ComparedRow {
     differs: { v1: boolean; v2: boolean };
 }
 
-const kAxisRows: readonly [keyof Axis, string][] = [
+const axisRows: readonly [keyof Axis, string][] = [
     ['active', 'active'],
     ['front_porch', 'front porch'],
     ['sync', 'sync'],
@@ -186,15 +186,15 @@ export function comparison({ device, standards }: Calculated): ComparedRow[] {
             v2: standards.v2?.differences?.includes(key) ?? false,
         },
     });
-    const axisRows = (letter: string, axis: 'horizontal' | 'vertical') =>
-        kAxisRows.map(([key, name]) =>
+    const rowsOfAxis = (letter: string, axis: 'horizontal' | 'vertical') =>
+        axisRows.map(([key, name]) =>
             row(`${letter} ${name}`, `${axis}.${key}`, (raster) =>
                 key === 'sync_is_negative' ? polarity(raster[axis]) : String(raster[axis][key]),
             ),
         );
     return [
-        ...axisRows('H', 'horizontal'),
-        ...axisRows('V', 'vertical'),
+        ...rowsOfAxis('H', 'horizontal'),
+        ...rowsOfAxis('V', 'vertical'),
         row('pixel clock, MHz', 'pixel_clock_hz', (raster) => megahertz(raster.pixel_clock_hz)),
         row('line rate, kHz', 'line_rate_hz', (raster) => kilohertz(raster.line_rate_hz)),
         row('rate, Hz', 'rate_hz', (raster) => shortNumber(Number(raster.rate_hz.toFixed(3)))),
@@ -212,7 +212,7 @@ export async function detect(
     core: Runner,
     measured: readonly string[],
 ): Promise<Detection | (Fault & { field: string })> {
-    const missing = emptyIn(measured, kMeasuredFields);
+    const missing = emptyIn(measured, measuredFields);
     if (missing) {
         return missing;
     }
@@ -220,7 +220,7 @@ export async function detect(
     const finished = await core.run(['timing', 'detect', '--json', '--', ...texts]);
     const result = objectsOf<Detected>(finished)[0];
     if (!result) {
-        return faultIn(messageOf(finished), kMeasuredFields);
+        return faultIn(messageOf(finished), measuredFields);
     }
     const words = await core.run(['timing', 'detect', '--', ...texts]);
     return { result, words: words.output.trimEnd() || messageOf(words) };

@@ -20,12 +20,10 @@ import {
     added,
     closed,
     edited,
-    hasUnsaved,
-    keepFiles,
-    keptFiles,
+    isUnsaved,
+    noFiles,
     saved,
     takenBack,
-    type OpenFiles,
     type OpenSav,
 } from './openFiles.ts';
 import {
@@ -55,25 +53,20 @@ type Part = 'fields' | 'changes' | 'check' | 'drawing' | 'compare';
 
 /** Settings files of a device, opened from the computer. */
 export function Files({ core }: { core: Runner }) {
-    const [state, setState] = useState<OpenFiles>(keptFiles);
+    const [state, update] = useState(noFiles);
     const [refused, setRefused] = useState<readonly Refused[]>([]);
     const [unread, setUnread] = useState('');
     const [opening, setOpening] = useState(false);
 
-    function update(change: (before: OpenFiles) => OpenFiles): void {
-        keepFiles(change(keptFiles()));
-        setState(keptFiles());
-    }
-
+    const unsaved = state.files.some(isUnsaved);
     useEffect(() => {
-        function warn(event: BeforeUnloadEvent): void {
-            if (hasUnsaved()) {
-                event.preventDefault();
-            }
+        if (!unsaved) {
+            return undefined;
         }
-        // It stays when another screen is shown, as the files do; adding it again changes nothing.
-        window.onbeforeunload ??= warn;
-    }, []);
+        const warn = (event: BeforeUnloadEvent) => event.preventDefault();
+        window.addEventListener('beforeunload', warn);
+        return () => window.removeEventListener('beforeunload', warn);
+    }, [unsaved]);
 
     async function open(files: readonly OpenedFile[], kind?: string): Promise<void> {
         setOpening(true);
@@ -194,7 +187,7 @@ function ListOfFiles({ files, chosen, onChoose, onClose }: ListOfFilesProps) {
     const [closing, setClosing] = useState<OpenSav | null>(null);
 
     function close(open: OpenSav): void {
-        if (open.file === open.saved) {
+        if (!isUnsaved(open)) {
             onClose(open.id);
         } else {
             setClosing(open);
@@ -227,11 +220,11 @@ function ListOfFiles({ files, chosen, onChoose, onClose }: ListOfFilesProps) {
                     { head: 'Bytes', right: true, cell: ({ file }) => file.bytes.length },
                     {
                         head: 'State',
-                        cell: ({ file, saved: last }) =>
-                            file === last ? (
-                                <Status tone="off">unchanged</Status>
-                            ) : (
+                        cell: (open) =>
+                            isUnsaved(open) ? (
                                 <Status tone="warning">changed, not saved</Status>
+                            ) : (
+                                <Status tone="off">{open.past.length > 0 ? 'saved' : 'unchanged'}</Status>
                             ),
                     },
                     {

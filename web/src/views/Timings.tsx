@@ -9,8 +9,8 @@ import {
     comparison,
     detect,
     drawTiming,
-    kMeasuredFields,
-    kModeFields,
+    measuredFields,
+    modeFields,
     listFormats,
     megahertz,
     modelinesIn,
@@ -259,7 +259,7 @@ function TimingDrawing({ core, timing, owner, alt }: TimingDrawingProps) {
     );
 }
 
-const kOwners: readonly { value: Owner; label: string }[] = [
+const owners: readonly { value: Owner; label: string }[] = [
     { value: 'device', label: 'the device' },
     { value: 'v1', label: 'CVT-RB version 1' },
     { value: 'v2', label: 'CVT-RB version 2' },
@@ -280,7 +280,7 @@ function Calculator({ core }: { core: Runner }) {
                     Timings with reduced blanking (CVT-RB). Coloured numbers differ from the device's.
                 </p>
                 <div class="row fields">
-                    {kModeFields.map((name, i) => (
+                    {modeFields.map((name, i) => (
                         <Field
                             key={name}
                             label={labels[name][0]}
@@ -331,7 +331,7 @@ function Calculator({ core }: { core: Runner }) {
                             ]}
                         />
                         <Modelines text={result.modelines} />
-                        <Choice label="Draw that of" width="middle" value={owner} options={kOwners} onChange={setOwner} />
+                        <Choice label="Draw that of" width="middle" value={owner} options={owners} onChange={setOwner} />
                         <TimingDrawing
                             core={core}
                             timing={`${result.result.width}x${result.result.height}@${result.result.rate_hz}`}
@@ -366,7 +366,7 @@ function DetectionPart({ core, onShow }: { core: Runner; onShow: (format: Format
                     enter the numbers of one field.
                 </p>
                 <div class="row fields">
-                    {kMeasuredFields.map((name, i) => (
+                    {measuredFields.map((name, i) => (
                         <Field
                             key={name}
                             label={labels[name][0]}

@@ -1,5 +1,5 @@
-// The files that are open, while another screen is shown too. Files on the computer never change: a change makes a new
-// copy here, and the former copies are kept for taking it back.
+// The files that are open. Files on the computer never change: a change makes a new copy here, and the former copies are
+// kept for taking it back.
 
 import type { SavFile } from '../files.ts';
 
@@ -21,19 +21,11 @@ export interface OpenFiles {
     nextId: number;
 }
 
-let kept: OpenFiles = { files: [], chosen: 0, nextId: 1 };
+export const noFiles: OpenFiles = { files: [], chosen: 0, nextId: 1 };
 
-export function keptFiles(): OpenFiles {
-    return kept;
-}
-
-export function keepFiles(files: OpenFiles): void {
-    kept = files;
-}
-
-/** Something would be lost if the page were left now. */
-export function hasUnsaved(): boolean {
-    return kept.files.some(({ file, saved }) => file !== saved);
+/** Something would be lost if the file were closed now. */
+export function isUnsaved({ file, saved }: OpenSav): boolean {
+    return file !== saved;
 }
 
 export function added(state: OpenFiles, file: SavFile): OpenFiles {

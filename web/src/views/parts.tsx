@@ -281,8 +281,8 @@ export function Table<Row>(props: TableProps<Row>) {
 
 export type Tone = 'good' | 'warning' | 'error' | 'info';
 
-const kMarks: Record<Tone, string> = { good: '\u2713', warning: '\u26A0\uFE0E', error: '\u2715', info: 'i' };
-const kTones: Record<Tone, string> = { good: 'Done: ', warning: 'Warning: ', error: 'Error: ', info: '' };
+const marks: Record<Tone, string> = { good: '\u2713', warning: '\u26A0\uFE0E', error: '\u2715', info: 'i' };
+const tones: Record<Tone, string> = { good: 'Done: ', warning: 'Warning: ', error: 'Error: ', info: '' };
 
 export interface NoticeProps {
     tone: Tone;
@@ -298,11 +298,11 @@ export function Notice({ tone, title, children, onDismiss }: NoticeProps) {
     return (
         <div class={`notice ${tone}`} role={tone === 'error' ? 'alert' : 'status'}>
             <span class="mark" aria-hidden="true">
-                {kMarks[tone]}
+                {marks[tone]}
             </span>
             <div class="body">
                 <strong>
-                    <span class="unseen">{kTones[tone]}</span>
+                    <span class="unseen">{tones[tone]}</span>
                     {title}
                 </strong>
                 {children}
