@@ -51,21 +51,21 @@ async function ask(device: DemoDevice, ...parts: (string | Uint8Array)[]): Promi
     return hear(device, 19);
 }
 
-const READ_TYPE = '<T0000680100000069>';
-const TYPE = '<F00006801263300c2>';
+const readType = '<T0000680100000069>';
+const deviceType = '<F00006801263300c2>';
 
 // The stream of an update ------------------------------------------------------------------------
 
-const BLOCK = 1024;
-const HEADER = 128;
+const blockLength = 1024;
+const headerLength = 128;
 
 function sumOf(bytes: Uint8Array): number {
     return bytes.reduce((sum, byte) => sum + byte, 0);
 }
 
 function streamOf(program: Uint8Array): Uint8Array {
-    const stream = new Uint8Array(Math.ceil((HEADER + program.length) / BLOCK) * BLOCK);
-    stream.set(program, HEADER);
+    const stream = new Uint8Array(Math.ceil((headerLength + program.length) / blockLength) * blockLength);
+    stream.set(program, headerLength);
     const view = new DataView(stream.buffer);
     view.setUint32(48, program.length);
     view.setUint16(80, sumOf(program) % 65536); // the filling is zeros
@@ -85,7 +85,7 @@ function blockFrame(number: number): { command: string; ack: string } {
 }
 
 async function sendBlock(device: DemoDevice, stream: Uint8Array, number: number): Promise<void> {
-    const block = stream.subarray(number * BLOCK, (number + 1) * BLOCK);
+    const block = stream.subarray(number * blockLength, (number + 1) * blockLength);
     const { command, ack } = blockFrame(number);
     expect(await ask(device, command, block, Uint8Array.of(sumOf(block) % 256))).toBe(ack);
 }
@@ -102,9 +102,9 @@ function someRecord(): Uint8Array {
 
 async function untilItAnswers(device: DemoDevice): Promise<void> {
     const end = Date.now() + 8000;
-    for (let answer = ''; answer !== TYPE; ) {
+    for (let answer = ''; answer !== deviceType; ) {
         expect(Date.now()).toBeLessThan(end);
-        await say(device, READ_TYPE);
+        await say(device, readType);
         answer = await hear(device, 19, 250);
     }
 }
@@ -112,7 +112,7 @@ async function untilItAnswers(device: DemoDevice): Promise<void> {
 // The cases --------------------------------------------------------------------------------------
 
 const answers = [
-    { what: 'device type', question: READ_TYPE, answer: TYPE },
+    { what: 'device type', question: readType, answer: deviceType },
     { what: 'protocol version', question: '<T00006a030000006d>', answer: '<F00006a03010a0078>' },
     { what: 'system version', question: '<T00006a040000006e>', answer: '<F00006a04020d007d>' },
     { what: 'serial number', question: '<T00006a110000007b>', answer: '<F00006a110000007b>' },
@@ -196,10 +196,10 @@ describe.concurrent('the demo device', () => {
         expect(await ask(device, '<T00006a10123400c0>')).toBe('<F00006a10123400c0>');
         expect(await ask(device, '<T0000f02000130023>', record)).toBe('<F0000f02000130023>');
         const stream = streamOf(someProgram(5000));
-        for (let number = 0; number * BLOCK < stream.length; ++number) {
+        for (let number = 0; number * blockLength < stream.length; ++number) {
             await sendBlock(device, stream, number);
         }
-        await say(device, READ_TYPE);
+        await say(device, readType);
         expect(await hear(device, 19, 500)).toBe('');
         expect(log).toContain('check _update.pkg sucess');
         expect(log).toContain('exit');
@@ -216,7 +216,7 @@ describe.concurrent('the demo device', () => {
         stream[1100] = (stream[1100] ?? 0) + 1;
         await sendBlock(device, stream, 0);
         await sendBlock(device, stream, 1);
-        expect(await ask(device, READ_TYPE)).toBe(TYPE);
+        expect(await ask(device, readType)).toBe(deviceType);
         expect(log).toContain('check _update.pkg error');
     });
 
@@ -224,13 +224,13 @@ describe.concurrent('the demo device', () => {
         const { device, log } = await newBench();
         const stream = streamOf(someProgram(5000));
         await sendBlock(device, stream, 0);
-        await say(device, blockFrame(1).command, stream.subarray(BLOCK, BLOCK + 500));
+        await say(device, blockFrame(1).command, stream.subarray(blockLength, blockLength + 500));
         const begin = performance.now();
         expect(await hear(device, 19, 6000)).toBe('<F00009affffffff96>');
         const waited = performance.now() - begin;
         expect(waited).toBeGreaterThan(2500);
         expect(waited).toBeLessThan(4500);
-        expect(await ask(device, READ_TYPE)).toBe(TYPE);
+        expect(await ask(device, readType)).toBe(deviceType);
         expect(log).toContain('<F:receive  500 data from pc fail>');
         expect(log).not.toContain('exit');
     });

@@ -6,7 +6,7 @@ import { LineError, type Transport } from './transport.ts';
 
 /** A device that lives as long as the page. Closing its line does not switch it off, and it keeps its settings. */
 export interface DemoDevice extends Transport {
-    /** The daemon's messages, while they come. */
+    /** The daemon's messages, while they come. A new listener first hears the last of those before it. */
     onLog: ((line: string) => void) | null;
 
     /** As if its cable were pulled: the line is lost, and cannot be opened until plug(). */
@@ -22,14 +22,15 @@ export interface DemoOptions {
     bytesPerSecond?: number;
 }
 
-const BYTES_PER_SECOND = 11520; // 115200 bits/s with a start and a stop bit
-const RESTART_MS = 2000; // what a board takes to start its program again
-const PIECE = 512; // bytes that arrive at once
-const AHEAD_MS = 20; // so much may be sent ahead of its time, as timers are not exact
-const AT_ONCE = 2048; // of the 4095 bytes that the device can hold before it looks at them
+const usualRate = 11520; // bytes a second: 115200 bits/s with a start and a stop bit
+const restartTime = 2000; // ms: what a board takes to start its program again
+const mostSaid = 100; // lines kept for a new listener
+const pieceLength = 512; // bytes that arrive at once
+const ahead = 20; // ms: so much may be sent ahead of its time, as timers are not exact
+const atOnce = 2048; // bytes, of the 4095 bytes that the device can hold before it looks at them
 
 async function loadModule(): Promise<WebAssembly.Module> {
-    const url = new URL('../../../build/web/core/demo/vesk_demo.wasm', import.meta.url);
+    const url = new URL('../../../build/web/demo/vesk_demo.wasm', import.meta.url);
     const answer = await fetch(url);
     if (!answer.ok) {
         throw new Error(`the demo device could not be loaded: ${answer.status} ${url.pathname}`);
@@ -40,7 +41,7 @@ async function loadModule(): Promise<WebAssembly.Module> {
 /** Is over when the device is in service. */
 export async function demoDevice(options: DemoOptions = {}): Promise<DemoDevice> {
     const module = options.module ?? (await loadModule());
-    const bytesPerSecond = options.bytesPerSecond ?? BYTES_PER_SECOND;
+    const bytesPerSecond = options.bytesPerSecond ?? usualRate;
 
     // The device.
     let program: DemoProgram | null = null; // null while it restarts
@@ -53,11 +54,15 @@ export async function demoDevice(options: DemoOptions = {}): Promise<DemoDevice>
     let writing: Promise<void> = Promise.resolve(); // the writes so far
     let freeAt = 0; // when the line has carried all that was written
 
+    let listener: ((line: string) => void) | null = null;
+    let said: string[] = []; // the last lines
+
     const lost = () => new LineError('lost', 'The demo device is unplugged.');
     const closed = () => new LineError('closed', 'The line to the demo device is closed.');
 
     function log(line: string): void {
-        device.onLog?.(line);
+        said = [...said, line].slice(-mostSaid);
+        listener?.(line);
     }
 
     async function start(): Promise<void> {
@@ -76,8 +81,8 @@ export async function demoDevice(options: DemoOptions = {}): Promise<DemoDevice>
             ended(left, why) {
                 program = null;
                 files = left;
-                log(`demo: ${why}; it starts again in ${RESTART_MS / 1000} s`);
-                setTimeout(() => void start(), RESTART_MS);
+                log(`demo: ${why}; it starts again in ${restartTime / 1000} s`);
+                setTimeout(() => void start(), restartTime);
             },
         });
         await inService;
@@ -85,19 +90,19 @@ export async function demoDevice(options: DemoOptions = {}): Promise<DemoDevice>
 
     async function carry(bytes: Uint8Array, opened: Inbox): Promise<void> {
         let sinceWait = 0;
-        for (let at = 0; at < bytes.length; at += PIECE) {
+        for (let at = 0; at < bytes.length; at += pieceLength) {
             if (opened === pulled) {
                 throw lost();
             }
             if (opened !== inbox) {
                 throw closed();
             }
-            const piece = bytes.subarray(at, at + PIECE);
+            const piece = bytes.subarray(at, at + pieceLength);
             program?.receive(piece); // lost while the device restarts, as on a board
             const now = performance.now();
             freeAt = Math.max(freeAt, now) + (1000 * piece.length) / bytesPerSecond;
             sinceWait += piece.length;
-            if (freeAt - now > AHEAD_MS || sinceWait >= AT_ONCE) {
+            if (freeAt - now > ahead || sinceWait >= atOnce) {
                 await new Promise((resolve) => setTimeout(resolve, freeAt - now));
                 sinceWait = 0;
             }
@@ -107,7 +112,14 @@ export async function demoDevice(options: DemoOptions = {}): Promise<DemoDevice>
     const device: DemoDevice = {
         name: 'Demo device',
         isDemo: true,
-        onLog: null,
+
+        get onLog() {
+            return listener;
+        },
+        set onLog(next) {
+            listener = next;
+            said.forEach((line) => next?.(line));
+        },
 
         async open() {
             if (!isPlugged) {

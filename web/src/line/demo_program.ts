@@ -1,6 +1,6 @@
 // One run of the demo device's program: from the start of the WebAssembly to its end.
 
-import createDemo, { type DemoModule } from '../../../build/web/core/demo/vesk_demo.mjs';
+import createDemo, { type DemoModule } from '../../../build/web/demo/vesk_demo.mjs';
 
 /** The content of the device's disk, by path. */
 export type DemoFiles = Map<string, Uint8Array>;
@@ -21,7 +21,7 @@ export interface DemoEnds {
 }
 
 /** What lasts from one run to the next. */
-const KEPT = ['/etc', '/run', '/userdata', '/usr/bin'];
+const kept = ['/etc', '/run', '/userdata', '/usr/bin'];
 
 function layFiles(module: DemoModule, files: DemoFiles): void {
     for (const [path, content] of files) {
@@ -45,7 +45,7 @@ function takeFiles(module: DemoModule): DemoFiles {
             }
         }
     };
-    for (const folder of KEPT) {
+    for (const folder of kept) {
         if (module.FS.analyzePath(folder).exists) {
             takeFolder(folder);
         }
