@@ -116,7 +116,7 @@ const idle = 3600000; // ms, of a read that only listens
 export function sentencesOf(messages: string): string[] {
     return messages
         .split('\n')
-        .map((line) => line.replace(/^veskctl: /, '').trim())
+        .map((line) => line.replace(/^veskctl: /, '').replace(/; see `veskctl .*$/, '').trim())
         .filter((line) => line !== '');
 }
 
@@ -371,8 +371,9 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
                 line: {
                     read: (timeout) => inbox.read(timeout),
                     async write(bytes) {
-                        await mine.line.write(bytes);
+                        // First, as the answer may be here before the line has told that all is sent.
                         traffic.take('sent', bytes);
+                        await mine.line.write(bytes);
                         options.onSent?.(bytes);
                     },
                 },

@@ -155,7 +155,7 @@ export function Connect({ session }: { core: Core; session: Session }) {
             <header>
                 <h1>Connect to a device</h1>
             </header>
-            <Welcome />
+            {!isThere && <Welcome />}
             <Panel
                 title="The line"
                 actions={
