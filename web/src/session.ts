@@ -145,6 +145,7 @@ interface Life {
     inbox: Inbox | null; // of what runs
     error: LineError | null; // why it is not open any more
     received: number; // bytes
+    listening: Promise<void>; // is over when nothing uses the line any more
 }
 
 const nothing: State = {
@@ -219,7 +220,11 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
             try {
                 await mine.line.open();
                 break;
-            } catch {
+            } catch (error) {
+                const trouble = troubleOf(error);
+                if (mine === life && trouble.fault !== state.trouble?.fault) {
+                    set({ trouble });
+                }
                 await pause(times.look);
             }
         }
@@ -234,7 +239,7 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
     function start(mine: Life): void {
         mine.isOpen = true;
         mine.error = null;
-        void listen(mine);
+        mine.listening = listen(mine);
     }
 
     // The one place that decides when a restart is over: when the device answers who it is. After a line was lost the
@@ -303,7 +308,7 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
             return;
         }
         await disconnect();
-        const mine: Life = { line, isOpen: false, inbox: null, error: null, received: 0 };
+        const mine: Life = { line, isOpen: false, inbox: null, error: null, received: 0, listening: Promise.resolve() };
         life = mine;
         traffic.clear(`A session of the page, vesk ${core.version}, on ${line.name}`);
         set({ ...nothing, phase: 'opening', lineName: line.name, isDemo: line.isDemo });
@@ -332,6 +337,7 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
         wake?.();
         await last;
         await mine?.line.close();
+        await mine?.listening;
         if (life === null) {
             set(nothing);
         }
