@@ -63,7 +63,7 @@ function StateLine({ state }: { state: State }) {
     }
 }
 
-// An update that is under way ends with the page.
+// An update that is under way ends with the page, and where the computer falls asleep.
 function useGuard(isBusy: boolean): void {
     useEffect(() => {
         if (!isBusy) {
@@ -71,7 +71,12 @@ function useGuard(isBusy: boolean): void {
         }
         const guard = (event: BeforeUnloadEvent) => event.preventDefault();
         window.addEventListener('beforeunload', guard);
-        return () => window.removeEventListener('beforeunload', guard);
+        // Not every browser has it, and some refuse it to save power.
+        const lock = navigator.wakeLock?.request('screen').catch(() => null);
+        return () => {
+            window.removeEventListener('beforeunload', guard);
+            void lock?.then((held) => held?.release());
+        };
     }, [isBusy]);
 }
 

@@ -168,7 +168,7 @@ describe('a cable that is pulled', () => {
         await until(session, 'lost');
         line.plug();
         await new Promise((resolve) => setTimeout(resolve, 30));
-        expect(session.state.phase).toBe('lost');
+        expect(session.state).toMatchObject({ phase: 'lost', trouble: { fault: 'busy' } });
         line.refuse(null);
         await until(session, 'ready');
     });
@@ -183,6 +183,8 @@ describe('a cable that is pulled', () => {
         line.plug();
         await new Promise((resolve) => setTimeout(resolve, 30));
         expect(session.state.phase).toBe('off');
+        await session.connect(line);
+        expect(session.state.phase).toBe('ready');
     });
 });
 

@@ -116,7 +116,7 @@ const idle = 3600000; // ms, of a read that only listens
 export function sentencesOf(messages: string): string[] {
     return messages
         .split('\n')
-        .map((line) => line.replace(/^veskctl: /, '').trim())
+        .map((line) => line.replace(/^veskctl: /, '').replace(/; see `veskctl .*$/, '').trim())
         .filter((line) => line !== '');
 }
 
@@ -145,6 +145,7 @@ interface Life {
     inbox: Inbox | null; // of what runs
     error: LineError | null; // why it is not open any more
     received: number; // bytes
+    listening: Promise<void>; // is over when nothing uses the line any more
 }
 
 const nothing: State = {
@@ -219,7 +220,11 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
             try {
                 await mine.line.open();
                 break;
-            } catch {
+            } catch (error) {
+                const trouble = troubleOf(error);
+                if (mine === life && trouble.fault !== state.trouble?.fault) {
+                    set({ trouble });
+                }
                 await pause(times.look);
             }
         }
@@ -234,7 +239,7 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
     function start(mine: Life): void {
         mine.isOpen = true;
         mine.error = null;
-        void listen(mine);
+        mine.listening = listen(mine);
     }
 
     // The one place that decides when a restart is over: when the device answers who it is. After a line was lost the
@@ -303,7 +308,7 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
             return;
         }
         await disconnect();
-        const mine: Life = { line, isOpen: false, inbox: null, error: null, received: 0 };
+        const mine: Life = { line, isOpen: false, inbox: null, error: null, received: 0, listening: Promise.resolve() };
         life = mine;
         traffic.clear(`A session of the page, vesk ${core.version}, on ${line.name}`);
         set({ ...nothing, phase: 'opening', lineName: line.name, isDemo: line.isDemo });
@@ -332,6 +337,7 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
         wake?.();
         await last;
         await mine?.line.close();
+        await mine?.listening;
         if (life === null) {
             set(nothing);
         }
@@ -371,8 +377,9 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
                 line: {
                     read: (timeout) => inbox.read(timeout),
                     async write(bytes) {
-                        await mine.line.write(bytes);
+                        // First, as the answer may be here before the line has told that all is sent.
                         traffic.take('sent', bytes);
+                        await mine.line.write(bytes);
                         options.onSent?.(bytes);
                     },
                 },

@@ -9,6 +9,7 @@ import { choosePort, hasSerial, knownPorts } from '../line/serial.ts';
 import type { Transport } from '../line/transport.ts';
 import { adviceOn, type Fault, type Session, type State } from '../session.ts';
 import { Busy, Facts, Notice, Panel } from './parts.tsx';
+import { Welcome } from './Welcome.tsx';
 
 const mostLog = 200; // lines of the demo device
 
@@ -154,16 +155,7 @@ export function Connect({ session }: { core: Core; session: Session }) {
             <header>
                 <h1>Connect to a device</h1>
             </header>
-            <Panel title="What this is" class="welcome">
-                <ol>
-                    <li>This page talks to a vesk device: it shows its settings, changes them, and updates its program.</li>
-                    <li>
-                        It needs Chrome, Edge or Firefox on a computer, and a serial cable or adapter to the device’s front
-                        board connector.
-                    </li>
-                    <li>Nothing is installed and nothing leaves this computer. Without a device, try the demo device.</li>
-                </ol>
-            </Panel>
+            {!isThere && <Welcome />}
             <Panel
                 title="The line"
                 actions={

@@ -383,7 +383,7 @@ export function Console({ core, session }: { core: Core; session: Session }) {
                 <p>Commands to the device, and all that passes over its line.</p>
             </header>
             <NeedsDevice state={state} />
-            <Panel title="Send a command">
+            <Panel title="Send a command" class="stack">
                 <form
                     class="stack"
                     onSubmit={(event) => {

@@ -18,28 +18,42 @@ import {
 } from '../files.ts';
 import { Choice, Dialog, Field, Notice, Table, type Column } from './parts.tsx';
 
+/** Where in the file one is. */
+export interface Place {
+    /** Its title; "" is the first one. */
+    chapter: string;
+    /** What is looked for, in all chapters. */
+    words: string;
+}
+
 export interface FieldsOfFileProps {
     core: Runner;
     file: SavFile;
     view: SavView;
     /** What was changed since the file was opened. */
     changes: readonly Change[];
+    place: Place;
+    onMove: (place: Place) => void;
     onEdited: (file: SavFile) => void;
 }
 
 /** What is being changed: one row, or the entries of a group. */
 type Editing = { row: Row } | { table: RecordTable; group: Group };
 
+/** The fault of a field that stands at the field. */
+function withoutName(fault: string, field: string): string {
+    return fault.startsWith(`${field}: `) ? fault.slice(field.length + 2) : fault;
+}
+
 function nameOfGroup({ first, last }: Group): string {
     return first === last ? `[${first}]` : `[${first}] to [${last}]`;
 }
 
-export function FieldsOfFile({ core, file, view, changes, onEdited }: FieldsOfFileProps) {
-    const [title, setTitle] = useState('');
-    const [words, setWords] = useState('');
+export function FieldsOfFile({ core, file, view, changes, place, onMove, onEdited }: FieldsOfFileProps) {
+    const { words } = place;
     const [editing, setEditing] = useState<Editing | null>(null);
 
-    const chosen = view.chapters.find((chapter) => chapter.title === title) ?? view.chapters[0];
+    const chosen = view.chapters.find((chapter) => chapter.title === place.chapter) ?? view.chapters[0];
     const chapters = words.trim() === '' ? (chosen ? [chosen] : []) : found(view.chapters, words.trim());
 
     const faultsOf = (name: string) =>
@@ -66,20 +80,20 @@ export function FieldsOfFile({ core, file, view, changes, onEdited }: FieldsOfFi
                     value={chosen?.title ?? ''}
                     disabled={words.trim() !== ''}
                     options={view.chapters.map((chapter) => ({ value: chapter.title, label: chapter.title }))}
-                    onChange={setTitle}
+                    onChange={(chapter) => onMove({ chapter, words })}
                 />
                 <Field
                     label="Find a field"
                     type="search"
                     width="wide"
                     value={words}
-                    onInput={setWords}
+                    onInput={(text) => onMove({ ...place, words: text })}
                     hint="Part of a name; looks in all chapters"
                 />
             </div>
             {chapters.length === 0 && <p class="empty">No field has such a name.</p>}
             {chapters.map((chapter) => (
-                <section key={chapter.title} class="stack" aria-label={chapter.title}>
+                <div key={chapter.title} class="stack">
                     {words.trim() !== '' && <h3>{chapter.title}</h3>}
                     {chapter.rows.length > 0 && (
                         <Table
@@ -123,12 +137,11 @@ export function FieldsOfFile({ core, file, view, changes, onEdited }: FieldsOfFi
                                     head: 'Entry',
                                     names: true,
                                     code: true,
-                                    cell: (group) => (
-                                        <>
-                                            {nameOfGroup(group)} {said(namesOf(table, group))}
-                                        </>
-                                    ),
+                                    cell: nameOfGroup,
                                 },
+                                ...(table.groups.some((group) => said(namesOf(table, group)).length > 0)
+                                    ? [{ head: 'Check', cell: (group: Group) => said(namesOf(table, group)) }]
+                                    : []),
                                 {
                                     head: 'Change',
                                     cell: (group) => (
@@ -153,7 +166,7 @@ export function FieldsOfFile({ core, file, view, changes, onEdited }: FieldsOfFi
                             ]}
                         />
                     ))}
-                </section>
+                </div>
             ))}
             {view.rest !== '' && (
                 <Notice tone="warning" title={`${view.rest.length / 2} bytes of the file are no value`}>
@@ -262,7 +275,7 @@ function EditDialog({ core, file, editing, onClose, onEdited }: EditDialogProps)
                         unit={unit}
                         code
                         value={texts[i] ?? ''}
-                        fault={isAt(name) ? fault.fault : ''}
+                        fault={isAt(name) ? withoutName(fault.fault, fault.field) : ''}
                         onInput={(text) => setTexts(texts.map((each, k) => (k === i ? text : each)))}
                         onEnter={() => void apply()}
                     />

@@ -15,7 +15,7 @@ import {
     type SavFile,
     type SavView,
 } from '../files.ts';
-import { FieldsOfFile } from './FieldsOfFile.tsx';
+import { FieldsOfFile, type Place } from './FieldsOfFile.tsx';
 import {
     added,
     closed,
@@ -98,6 +98,7 @@ export function Files({ core }: { core: Runner }) {
                 label="Open files"
                 hint="or drop them here: .sav files, several at once, and .json files that were exported here"
                 multiple
+                slim={state.files.length > 0}
                 disabled={opening}
                 onFiles={(files) => void open(files)}
                 onFault={setUnread}
@@ -284,6 +285,7 @@ interface OneFileProps {
 function OneFile({ core, open, all, onEdited, onTakeBack, onSaved }: OneFileProps) {
     const { file, original } = open;
     const [part, setPart] = useState<Part>('fields');
+    const [place, setPlace] = useState<Place>({ chapter: '', words: '' });
     const [saving, setSaving] = useState(false);
     const shown = useResult(async () => {
         const view = await viewOf(core, file);
@@ -314,7 +316,7 @@ function OneFile({ core, open, all, onEdited, onTakeBack, onSaved }: OneFileProp
         >
             {shown ? (
                 <div class="stack">
-                    <Verdict file={file} view={shown.view} onDetails={() => setPart('check')} />
+                    <Verdict file={file} view={shown.view} />
                     <Tabs
                         label={`Parts of ${file.name}`}
                         chosen={part}
@@ -329,6 +331,8 @@ function OneFile({ core, open, all, onEdited, onTakeBack, onSaved }: OneFileProp
                                         file={file}
                                         view={shown.view}
                                         changes={shown.changes}
+                                        place={place}
+                                        onMove={setPlace}
                                         onEdited={onEdited}
                                     />
                                 ),
@@ -388,42 +392,21 @@ function OneFile({ core, open, all, onEdited, onTakeBack, onSaved }: OneFileProp
 interface VerdictProps {
     file: SavFile;
     view: SavView;
-    onDetails: () => void;
 }
 
 /** What the device would do with the file, in a sentence. */
-function Verdict({ file, view: { check }, onDetails }: VerdictProps) {
+function Verdict({ file, view: { check } }: VerdictProps) {
     const faults = check.faults.length;
-    const found = faults === 0 ? '' : ` ${faults === 1 ? 'One thing is' : `${faults} things are`} wrong with it.`;
-    const details = faults > 0 && (
-        <div class="buttons">
-            <button type="button" onClick={onDetails}>
-                Show what is wrong
-            </button>
-        </div>
-    );
+    const found =
+        faults === 0 ? '' : ` ${faults === 1 ? 'One thing is' : `${faults} things are`} wrong with it: see Check.`;
     if (check.verdict === 'taken') {
+        const when = check.is_at_start ? ' at its next start' : ', but not at a start';
         return (
-            <Notice
-                tone={faults === 0 ? 'good' : 'warning'}
-                title={`The device takes ${file.name}${check.is_at_start ? ' at its next start' : ''}.${found}`}
-            >
-                {details}
-            </Notice>
+            <Notice tone={faults === 0 ? 'good' : 'warning'} title={`The device takes ${file.name}${when}.${found}`} />
         );
     }
-    return (
-        <Notice
-            tone="error"
-            title={
-                check.verdict === 'reset'
-                    ? `The device does not take ${file.name}: defaults replace it.${found}`
-                    : `The device does not take ${file.name}.${found}`
-            }
-        >
-            {details}
-        </Notice>
-    );
+    const instead = check.verdict === 'reset' ? ': defaults replace it' : '';
+    return <Notice tone="error" title={`The device does not take ${file.name}${instead}.${found}`} />;
 }
 
 function CheckOfFile({ view }: { view: SavView }) {

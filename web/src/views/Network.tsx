@@ -176,19 +176,20 @@ export function Network({ core, session }: { core: Core; session: Session }) {
                             setAsked(canWrite);
                         }}
                     >
-                        {fields.map(({ name, label, hint }) => (
-                            <Field
-                                key={name}
-                                label={label}
-                                value={form[name]}
-                                hint={hint}
-                                fault={form[name] === '' && now === null ? '' : faults[name]}
-                                onInput={(value) => setForm({ ...form, [name]: value })}
-                                disabled={now === null}
-                                width="middle"
-                                code
-                            />
-                        ))}
+                        <div class="form-grid">
+                            {fields.map(({ name, label, hint }) => (
+                                <Field
+                                    key={name}
+                                    label={label}
+                                    value={form[name]}
+                                    hint={hint}
+                                    fault={form[name] === '' && now === null ? '' : faults[name]}
+                                    onInput={(value) => setForm({ ...form, [name]: value })}
+                                    disabled={now === null}
+                                    code
+                                />
+                            ))}
+                        </div>
                         {!isFaulty && faults.together !== '' && (
                             <Notice tone="warning" title="These settings do not go together">
                                 <p>{faults.together}</p>

@@ -276,8 +276,8 @@ function Calculator({ core }: { core: Runner }) {
         <Panel title="Custom timing">
             <div class="stack">
                 <p>
-                    What the device makes of a size and a rate for the custom format, beside VESA's Coordinated Video
-                    Timings with reduced blanking (CVT-RB). Coloured numbers differ from the device's.
+                    What the device makes of a size and a rate for the custom format, beside VESA’s Coordinated Video
+                    Timings with reduced blanking (CVT-RB). * marks what differs from the device’s.
                 </p>
                 <div class="row fields">
                     {modeFields.map((name, i) => (
@@ -322,7 +322,7 @@ function Calculator({ core }: { core: Runner }) {
                                     cell: (row: ReturnType<typeof comparison>[number]) => (
                                         <>
                                             {row[version]}
-                                            {row.differs[version] && <span class="unseen"> (differs)</span>}
+                                            {row.differs[version] && ' *'}
                                         </>
                                     ),
                                     classOf: (row: ReturnType<typeof comparison>[number]) =>
@@ -351,8 +351,8 @@ function DetectionPart({ core, onShow }: { core: Runner; onShow: (format: Format
     const result = useResult(() => detect(core, wanted), [core, wanted]);
     const fault = result && isFault(result) ? result : { fault: '', field: '' };
     const labels = {
-        HDE: ['Active width', 'pixels'],
-        VDE: ['Active height', 'lines'],
+        HDE: ['H active', 'pixels'],
+        VDE: ['V active', 'lines'],
         HTOTAL: ['H total', 'pixels'],
         VTOTAL: ['V total', 'lines'],
         RATE: ['Rate', 'whole Hz'],

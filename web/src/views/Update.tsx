@@ -186,11 +186,13 @@ export function Update({ core, session }: { core: Core; session: Session }) {
                         </button>
                     }
                 >
-                    <Way update={update} />
-                    <p class="muted">
-                        Leave this page open, the cable plugged in and the computer awake. Until the last block a cancelled
-                        update changes nothing.
-                    </p>
+                    <div class="stack">
+                        <Way update={update} />
+                        <p class="muted">
+                            Leave this page open, the cable plugged in and the computer awake. Until the last block a
+                            cancelled update changes nothing.
+                        </p>
+                    </div>
                 </Panel>
             )}
             {update !== null && !isUnderWay && (

@@ -429,6 +429,8 @@ export interface FileDropProps {
     accept?: string;
     multiple?: boolean;
     disabled?: boolean;
+    /** In one line, where it is no longer what the screen is about. */
+    slim?: boolean;
     onFiles: (files: OpenedFile[]) => void;
     /** A file that could not be read, such as a directory; else nothing is said. */
     onFault?: (text: string) => void;
@@ -458,7 +460,7 @@ export function FileDrop(props: FileDropProps) {
 
     return (
         <div
-            class={classes('drop', over && 'over')}
+            class={classes('drop', props.slim && 'slim', over && 'over')}
             onDragOver={(event) => {
                 event.preventDefault();
                 setOver(!disabled);
