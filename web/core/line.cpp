@@ -12,7 +12,7 @@
 #include <fmt/format.h>
 
 #include "tools/errors.h"
-#include "web/core/interface.h"
+#include "web/core/end_of_run.h"
 #include "web/core/line.h"
 
 // `desk` is what web/src/core/desk.ts makes of the page's line.

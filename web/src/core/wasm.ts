@@ -1,10 +1,19 @@
 // The core: one compiled module, of which each run gets a fresh instance.
 
 import createCore, { type CoreModule } from '../../../build/web/core/vesk_core.mjs';
-import type { Core, Finished, RunOptions } from './core.ts';
+import type { Command, Core, Finished, NetworkSettings, Piece, RunOptions } from './core.ts';
 import { newDesk, type Desk } from './desk.ts';
 
 const HOME = '/home/web_user'; // the working directory of a run, which Emscripten makes
+
+const encoder = new TextEncoder();
+
+/** Copies bytes to where the module sees them. */
+function put(module: CoreModule, bytes: Uint8Array): number {
+    const at = module._malloc(bytes.length + 1); // never nothing, which may be 0
+    module.HEAPU8.set(bytes, at);
+    return at;
+}
 
 /** Collects the bytes of a stream, and tells of each whole line. */
 function newStream(onLine: ((line: string) => void) | undefined) {
@@ -100,16 +109,59 @@ export async function loadCore(fetchWasm: () => Promise<BufferSource> = fetchFro
         const desk = newDesk(options.line, options.signal);
         const module = await newInstance(desk, output.take, messages.take);
         putFiles(module, options.files);
-        const text = new TextEncoder().encode(args.map((each) => `${each}\0`).join(''));
-        const at = module._malloc(text.length + 1);
-        module.HEAPU8.set(text, at);
+        const text = encoder.encode(args.map((each) => `${each}\0`).join(''));
+        const at = put(module, text);
         try {
-            const status = await module.ccall('runTool', 'number', ['number', 'number'], [at, text.length], { async: true });
+            const values = [at, text.length];
+            const status = await module.ccall('runTool', 'number', ['number', 'number'], values, { async: true });
             return { status, output: output.end(), messages: messages.end(), files: takeFiles(module) };
         } finally {
             await desk.leave();
         }
     }
 
-    return { run } as Core;
+    // The questions that are answered at once have an instance of their own.
+    const asked = await newInstance(newDesk(undefined, undefined), () => {}, () => {});
+
+    function ask(name: string, bytes: Uint8Array, ...first: number[]): number {
+        const at = put(asked, bytes);
+        try {
+            const values = [...first, at, bytes.length];
+            return asked.ccall(name, 'number', values.map(() => 'number' as const), values);
+        } finally {
+            asked._free(at);
+        }
+    }
+
+    function answer(name: string, bytes: Uint8Array = new Uint8Array(), ...first: number[]): string {
+        return asked.UTF8ToString(ask(name, bytes, ...first));
+    }
+
+    return {
+        version: asked.UTF8ToString(asked.ccall('toolVersion', 'number', [], [])),
+        run,
+        commands: () => JSON.parse(answer('listCommands')) as Command[],
+        frameOf: (text) => JSON.parse(answer('frameOf', encoder.encode(text))) as ReturnType<Core['frameOf']>,
+        faultsOf: (settings) =>
+            JSON.parse(answer('faultsOf', encoder.encode(JSON.stringify(settings)))) as NetworkSettings & {
+                together: string;
+            },
+        faultOfProgram: (file) => answer('faultOfFile', file),
+        blocksOf: (file) => ask('blocksOf', file),
+        versionOf: (file) => answer('versionOf', file),
+        newRecorder(about) {
+            ask('startRecord', encoder.encode(about));
+            return {
+                take: (direction, bytes) => void ask('takeRecord', bytes, direction === 'sent' ? 1 : 0),
+                text: () => new TextDecoder().decode(asked.FS.readFile('/session.txt')),
+            };
+        },
+        newTraffic() {
+            const finder = asked.ccall('newFinder', 'number', [], []);
+            return {
+                feed: (bytes) => JSON.parse(answer('feedFinder', bytes, finder)) as Piece[],
+                flush: () => JSON.parse(answer('flushFinder', undefined, finder)) as Piece[],
+            };
+        },
+    };
 }
