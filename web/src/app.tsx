@@ -118,12 +118,19 @@ export function App({ core, session }: { core: Core; session: Session }) {
     return (
         <div class="shell">
             {state.isDemo && (
-                <div class="demo-strip" role="note">
+                <aside class="demo-strip" aria-label="Demo device">
                     This is the demo device: it lives in this page, and nothing here reaches a real one.
-                </div>
+                </aside>
             )}
             <header class="top">
-                <a class="skip" href={`#${screen.id}`} onClick={() => main.current?.focus()}>
+                <a
+                    class="skip"
+                    href="#screen"
+                    onClick={(event) => {
+                        event.preventDefault(); // the address says which screen it is
+                        main.current?.focus();
+                    }}
+                >
                     Skip to the screen
                 </a>
                 <span class="product">vesk</span>
@@ -145,7 +152,7 @@ export function App({ core, session }: { core: Core; session: Session }) {
                     ))}
                 </ul>
             </nav>
-            <main class="main" ref={main} tabIndex={-1} aria-label={screen.label}>
+            <main class="main" id="screen" ref={main} tabIndex={-1} aria-label={screen.label}>
                 {/* A screen keeps what was typed and opened in it while one looks at another. */}
                 {screens
                     .filter((each) => visited.current.has(each))
