@@ -523,7 +523,6 @@ function Comparison({ core, file, others }: ComparisonProps) {
         <div class="stack">
             <Choice
                 label="Compare with"
-                width="middle"
                 value={String(other.id)}
                 options={same.map(({ id, file: each }) => ({ value: String(id), label: `${each.name} (no. ${id})` }))}
                 onChange={setChosen}
