@@ -1,9 +1,9 @@
-// The screen's logic over the real tool. Expected values are those of docs/files.md, and of the files of a first start
+// The screen's logic over the page's core (see core/runner.ts). Expected values are those of docs/files.md, and of the files of a first start
 // in tests/data, which are derived from that document.
 
 import { readFileSync } from 'node:fs';
 import { describe, expect, test } from 'vitest';
-import { nativeRunner } from './core/native.ts';
+import { runner } from './core/runner.ts';
 import {
     assignmentsOf,
     differencesOf,
@@ -20,7 +20,7 @@ import {
     type SavFile,
 } from './files.ts';
 
-const core = nativeRunner();
+const core = await runner();
 
 function fixture(name: string): Uint8Array {
     return new Uint8Array(readFileSync(new URL(`../../tests/data/first-start/${name}`, import.meta.url)));

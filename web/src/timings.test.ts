@@ -1,7 +1,7 @@
-// The screen's logic over the real tool. Expected values are those of docs/video-formats.md.
+// The screen's logic over the page's core (see core/runner.ts). Expected values are those of docs/video-formats.md.
 
 import { describe, expect, test } from 'vitest';
-import { nativeRunner } from './core/native.ts';
+import { runner } from './core/runner.ts';
 import { isFault } from './files.ts';
 import {
     calculate,
@@ -20,7 +20,7 @@ import {
     type Format,
 } from './timings.ts';
 
-const core = nativeRunner();
+const core = await runner();
 
 function good<T extends object>(result: T | { fault: string }): T {
     if (isFault(result)) {

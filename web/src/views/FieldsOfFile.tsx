@@ -157,7 +157,7 @@ export function FieldsOfFile({ core, file, view, changes, place, onMove, onEdite
                                 },
                                 ...table.columns.map(
                                     ({ name, unit }, i): Column<Group> => ({
-                                        head: unit === '' ? name : `${name} (${unit})`,
+                                        head: unit === '' || unit === name ? name : `${name} (${unit})`,
                                         right: true,
                                         code: true,
                                         cell: ({ cells }) => cells[i],
@@ -272,7 +272,7 @@ function EditDialog({ core, file, editing, onClose, onEdited }: EditDialogProps)
                     <Field
                         key={name}
                         label={name}
-                        unit={unit}
+                        unit={unit === name ? '' : unit}
                         code
                         value={texts[i] ?? ''}
                         fault={isAt(name) ? withoutName(fault.fault, fault.field) : ''}

@@ -397,16 +397,29 @@ interface VerdictProps {
 /** What the device would do with the file, in a sentence. */
 function Verdict({ file, view: { check } }: VerdictProps) {
     const faults = check.faults.length;
-    const found =
-        faults === 0 ? '' : ` ${faults === 1 ? 'One thing is' : `${faults} things are`} wrong with it: see Check.`;
+    const more = faults > 0 && (
+        <p>{faults === 1 ? 'One thing is' : `${faults} things are`} wrong with it: see Check.</p>
+    );
     if (check.verdict === 'taken') {
         const when = check.is_at_start ? ' at its next start' : ', but not at a start';
         return (
-            <Notice tone={faults === 0 ? 'good' : 'warning'} title={`The device takes ${file.name}${when}.${found}`} />
+            <Notice tone={faults === 0 ? 'good' : 'warning'} title={`The device takes ${file.name}${when}`}>
+                {more}
+            </Notice>
         );
     }
-    const instead = check.verdict === 'reset' ? ': defaults replace it' : '';
-    return <Notice tone="error" title={`The device does not take ${file.name}${instead}.${found}`} />;
+    if (check.verdict === 'reset') {
+        return (
+            <Notice tone="error" title={`The device does not take ${file.name}: defaults replace it`}>
+                {more}
+            </Notice>
+        );
+    }
+    return (
+        <Notice tone="error" title={`The device does not take ${file.name}`}>
+            {more}
+        </Notice>
+    );
 }
 
 function CheckOfFile({ view }: { view: SavView }) {
@@ -523,7 +536,6 @@ function Comparison({ core, file, others }: ComparisonProps) {
         <div class="stack">
             <Choice
                 label="Compare with"
-                width="middle"
                 value={String(other.id)}
                 options={same.map(({ id, file: each }) => ({ value: String(id), label: `${each.name} (no. ${id})` }))}
                 onChange={setChosen}

@@ -1,4 +1,5 @@
-// For tests only: `run` of a Core as the native veskctl, in a temporary directory of its own. $VESKCTL is its path.
+// What the tests of screens without a device run: the page's core; or, if $VESKCTL_NATIVE is set, the native tool of
+// that path in a temporary directory, which a debugger or a sanitizer can look into.
 
 import { spawn } from 'node:child_process';
 import { mkdtemp, readdir, readFile, rm, writeFile } from 'node:fs/promises';
@@ -7,7 +8,7 @@ import { join } from 'node:path';
 import type { Finished, RunOptions } from './core.ts';
 import type { Runner } from './lines.ts';
 
-async function run(program: string, args: readonly string[], options: RunOptions = {}): Promise<Finished> {
+async function runNative(program: string, args: readonly string[], options: RunOptions = {}): Promise<Finished> {
     const directory = await mkdtemp(join(tmpdir(), 'vesk-'));
     try {
         for (const [name, bytes] of options.files ?? []) {
@@ -31,11 +32,11 @@ async function run(program: string, args: readonly string[], options: RunOptions
     }
 }
 
-/** Requires: $VESKCTL is set. */
-export function nativeRunner(): Runner {
-    const program = process.env['VESKCTL'];
-    if (!program) {
-        throw new Error('VESKCTL is not set: it is the path of the native veskctl, such as build/asan/tools/veskctl');
+export async function runner(): Promise<Runner> {
+    const program = process.env['VESKCTL_NATIVE'];
+    if (program) {
+        return { run: (args, options) => runNative(program, args, options) };
     }
-    return { run: (args, options) => run(program, args, options) };
+    const { coreInNode } = await import('./node.ts');
+    return coreInNode();
 }
