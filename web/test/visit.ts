@@ -23,7 +23,7 @@ export interface Visit {
     /** What the page has asked for, by address. */
     readonly requests: readonly string[];
 
-    /** Goes to a screen by its link. What is on the screen is looked for in it only. */
+    /** Goes to a screen by its link. The other screens stay on the page, hidden. */
     go(screen: ScreenName): Promise<Locator>;
 
     button(name: string | RegExp): Locator;
@@ -103,7 +103,7 @@ export async function visit(steps: (visit: Visit) => Promise<void>, options: Bro
             async go(screen) {
                 await page.getByRole('navigation').getByRole('link', { name: screen, exact: true }).click();
                 await page.getByRole('main', { name: screen }).waitFor();
-                return main;
+                return main.locator(':scope > div').filter({ visible: true });
             },
             button: (name) => page.getByRole('button', typeof name === 'string' ? { name, exact: true } : { name }),
             field: (label) => main.getByLabel(label).filter({ visible: true }),
