@@ -27,7 +27,7 @@ export interface Visit {
     go(screen: ScreenName): Promise<Locator>;
 
     button(name: string | RegExp): Locator;
-    field(label: string | RegExp): Locator;
+    field(name: string): Locator;
 
     /** Waits until a text is seen. */
     sees(text: string | RegExp): Promise<void>;
@@ -106,7 +106,11 @@ export async function visit(steps: (visit: Visit) => Promise<void>, options: Bro
                 return main.locator(':scope > div').filter({ visible: true });
             },
             button: (name) => page.getByRole('button', typeof name === 'string' ? { name, exact: true } : { name }),
-            field: (label) => main.getByLabel(label).filter({ visible: true }),
+            field: (name) =>
+                main
+                    .getByRole('textbox', { name, exact: true })
+                    .or(main.getByRole('searchbox', { name, exact: true }))
+                    .or(main.getByRole('combobox', { name, exact: true })),
             sees: (text) => page.getByText(text).filter({ visible: true }).first().waitFor(),
             press: (name) => open.button(name).click(),
             async save(name) {
@@ -131,7 +135,8 @@ export async function visit(steps: (visit: Visit) => Promise<void>, options: Bro
         await page.getByRole('main', { name: 'Connect' }).waitFor();
         await steps(open);
     } catch (error) {
-        throw faults.length === 0 ? error : new Error(`${String(error)}\n${faults.join('\n')}`, { cause: error });
+        const seen = await context.pages()[0]?.innerText('body').catch(() => '');
+        throw new Error([String(error), ...faults, 'The page says:', seen].join('\n'), { cause: error });
     } finally {
         await context.close();
         await Promise.all(boards.map((board) => board.stop()));
