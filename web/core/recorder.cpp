@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr char kFile[] = "session.txt";
+constexpr char kFile[] = "/session.txt";
 
 std::optional<Recorder> recorder;
 

@@ -149,6 +149,13 @@ export async function loadCore(fetchWasm: () => Promise<BufferSource> = fetchFro
         faultOfProgram: (file) => answer('faultOfFile', file),
         blocksOf: (file) => ask('blocksOf', file),
         versionOf: (file) => answer('versionOf', file),
+        newRecorder(about) {
+            ask('startRecord', encoder.encode(about));
+            return {
+                take: (direction, bytes) => void ask('takeRecord', bytes, direction === 'sent' ? 1 : 0),
+                text: () => new TextDecoder().decode(asked.FS.readFile('/session.txt')),
+            };
+        },
         newTraffic() {
             const finder = asked.ccall('newFinder', 'number', [], []);
             return {
