@@ -93,7 +93,7 @@ describe.concurrent('the console', () => {
         await sees(/<F000073ffffffff6f>/);
     });
 
-    flow('takes raw bytes, and says what is wrong with them', async ({ connect, go, page, field, press, sees }) => {
+    flow('takes raw bytes, and says what is wrong with them', async ({ connect, go, page, field, sees }) => {
         await connect();
         await go('Console');
         await page.getByRole('tab', { name: 'Raw' }).click();
