@@ -34,6 +34,7 @@ import {
     Drawing,
     Field,
     FileDrop,
+    Guarded,
     Notice,
     Panel,
     saveFile,
@@ -126,15 +127,16 @@ export function Files({ core }: { core: Runner }) {
                 />
             )}
             {chosen && (
-                <OneFile
-                    key={chosen.id}
-                    core={core}
-                    open={chosen}
-                    all={state.files}
-                    onEdited={(file) => update((before) => edited(before, chosen.id, file))}
-                    onTakeBack={() => update((before) => takenBack(before, chosen.id))}
-                    onSaved={() => update((before) => saved(before, chosen.id))}
-                />
+                <Guarded key={chosen.id}>
+                    <OneFile
+                        core={core}
+                        open={chosen}
+                        all={state.files}
+                        onEdited={(file) => update((before) => edited(before, chosen.id, file))}
+                        onTakeBack={() => update((before) => takenBack(before, chosen.id))}
+                        onSaved={() => update((before) => saved(before, chosen.id))}
+                    />
+                </Guarded>
             )}
         </article>
     );
