@@ -117,7 +117,14 @@ export function sentencesOf(messages: string): string[] {
     return messages
         .split('\n')
         .map((line) => line.replace(/^veskctl: /, '').replace(/; see `veskctl .*$/, '').trim())
-        .filter((line) => line !== '');
+        .filter((line) => line !== '')
+        .map(sentenceOf);
+}
+
+/** A message of the tool as a sentence: it begins them in lower case, as what follows its name, and ends them open. */
+export function sentenceOf(text: string): string {
+    const sentence = text.charAt(0).toUpperCase() + text.slice(1);
+    return sentence === '' || /[.?!]$/.test(sentence) ? sentence : `${sentence}.`;
 }
 
 /** The objects that veskctl printed, one a line. Lines that are none do not count. */

@@ -104,6 +104,9 @@ export function newUpdate(core: Core, name: string, file: Uint8Array, tell: (sta
             set({ progress: event, blocks: event.blocks });
         },
         onMessage(message) {
+            if (message.includes('--force')) {
+                return; // the user has just said so
+            }
             set({ messages: [...state.messages, message] });
         },
         // veskctl prints nothing between the last block and the end.

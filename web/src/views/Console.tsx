@@ -4,7 +4,7 @@ import { useEffect, useMemo, useRef, useState } from 'preact/hooks';
 
 import { ExitStatus, type Command, type Core, type Finished, type Parameter } from '../core/core.ts';
 import { useSession, useTraffic } from '../hooks.ts';
-import { sentencesOf, type Session } from '../session.ts';
+import { sentenceOf, sentencesOf, type Session } from '../session.ts';
 import type { Passage } from '../traffic.ts';
 import { isTextCommand, isSwitch, textOf, usualText } from '../typed.ts';
 import { NeedsDevice } from './NeedsDevice.tsx';
@@ -135,7 +135,7 @@ function ByName({ core, onTyped }: { core: Core; onTyped: (typed: Typed) => void
                         },
                         { head: 'Parameters', code: true, cell: (each: Command) => each.usage },
                         { head: 'Code', code: true, cell: (each: Command) => each.code },
-                        { head: '', cell: (each: Command) => (each.writes ? 'changes the device' : '') },
+                        { head: 'Effect', cell: (each: Command) => (each.writes ? 'changes the device' : '') },
                         { head: 'Note', cell: (each: Command) => each.note },
                     ]}
                     rows={commands}
@@ -166,20 +166,25 @@ function Raw({ onTyped }: { onTyped: (typed: Typed) => void }) {
 }
 
 /** What will be sent, or why nothing can be. */
-function Preview({ found }: { found: ReturnType<Core['frameOf']> | null }) {
+function Preview({ found, payload }: { found: ReturnType<Core['frameOf']> | null; payload: string }) {
     if (found === null) {
         return <p class="muted">Choose a command, and here stands what will be sent.</p>;
     }
     if ('error' in found) {
         return (
             <p class="muted" role="status">
-                Nothing can be sent yet: {found.error}
+                Nothing can be sent yet. {sentenceOf(found.error)}
             </p>
         );
     }
     return (
-        <p role="status">
+        <p role="status" class="preview">
             Will be sent: <code>{found.frame}</code> {found.meaning}
+            {payload !== '' && (
+                <>
+                    ; then <code>{payload}</code>
+                </>
+            )}
         </p>
     );
 }
@@ -348,14 +353,16 @@ export function Console({ core, session }: { core: Core; session: Session }) {
     const [finished, setFinished] = useState<Finished | null>(null);
     const found = useMemo(() => (typed.text.trim() === '' ? null : core.frameOf(typed.text)), [core, typed.text]);
     const frame = found === null || 'error' in found ? null : found;
+    const isText = typed.command !== null && isTextCommand(typed.command);
+    const payload = isText && typed.command?.writes === true ? typed.payload : '';
     const canSend = frame !== null && state.phase === 'ready' && state.running === '';
 
     async function send(): Promise<void> {
         setAsked(false);
-        const { command, text, payload } = typed;
+        const { command, text } = typed;
         const words = text.slice(command?.words.length ?? 0).split(' ').filter((word) => word !== '');
         const args =
-            command === null || !isTextCommand(command) ? ['send', text]
+            command === null || !isText ? ['send', text]
             : command.writes ? ['text', 'write', words[0] ?? '00', words[1] ?? '00', payload]
             : ['text', 'read', ...words];
         try {
@@ -400,7 +407,7 @@ export function Console({ core, session }: { core: Core; session: Session }) {
                             { id: 'raw', label: 'Raw', content: () => <Raw onTyped={setTyped} /> },
                         ]}
                     />
-                    <Preview found={found} />
+                    <Preview found={found} payload={payload} />
                     {typed.command !== null && typed.command.hasPayload && !isTextCommand(typed.command) && typed.command.writes && (
                         <Notice tone="warning" title="Data follow this command, and this screen sends none">
                             <p>
@@ -442,6 +449,11 @@ export function Console({ core, session }: { core: Core; session: Session }) {
                     <code>{frame?.frame}</code>
                 </p>
                 <p>{frame?.meaning}</p>
+                {payload !== '' && (
+                    <p>
+                        Then the text <code>{payload}</code>
+                    </p>
+                )}
             </Dialog>
         </article>
     );

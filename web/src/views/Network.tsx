@@ -4,7 +4,7 @@ import { useEffect, useState } from 'preact/hooks';
 
 import { ExitStatus, type Core, type NetworkSettings } from '../core/core.ts';
 import { useSession } from '../hooks.ts';
-import { objectsOf, sentencesOf, type Session } from '../session.ts';
+import { objectsOf, sentenceOf, sentencesOf, type Session } from '../session.ts';
 import { NeedsDevice } from './NeedsDevice.tsx';
 import { Busy, Check, Dialog, Field, Notice, Panel, Table } from './parts.tsx';
 
@@ -143,6 +143,7 @@ export function Network({ core, session }: { core: Core; session: Session }) {
             setNow(got);
             setForm(got);
             setForced(false);
+            void session.ask(); // so that the other screens have them, too
         }
     }
 
@@ -183,7 +184,7 @@ export function Network({ core, session }: { core: Core; session: Session }) {
                                     label={label}
                                     value={form[name]}
                                     hint={hint}
-                                    fault={form[name] === '' && now === null ? '' : faults[name]}
+                                    fault={form[name] === '' && now === null ? '' : sentenceOf(faults[name])}
                                     onInput={(value) => setForm({ ...form, [name]: value })}
                                     disabled={now === null}
                                     code
@@ -192,7 +193,7 @@ export function Network({ core, session }: { core: Core; session: Session }) {
                         </div>
                         {!isFaulty && faults.together !== '' && (
                             <Notice tone="warning" title="These settings do not go together">
-                                <p>{faults.together}</p>
+                                <p>{sentenceOf(faults.together)}</p>
                                 <Check label="Write them all the same" checked={isForced} onChange={setForced} />
                             </Notice>
                         )}

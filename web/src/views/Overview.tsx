@@ -23,7 +23,12 @@ function serialNumber(device: DeviceInfo): ComponentChildren {
     return shown(number, number === null ? '' : ` (0x${number.toString(16).padStart(4, '0')})`);
 }
 
-function networkFacts(of: { [Name in 'address' | 'mask' | 'gateway' | 'mac']: string | null } | null | undefined) {
+type Fact = readonly [name: string, value: ComponentChildren];
+
+function networkFacts(
+    of: { [Name in 'address' | 'mask' | 'gateway' | 'mac']: string | null } | null | undefined,
+    ...more: readonly Fact[]
+) {
     return (
         <Facts
             facts={[
@@ -31,6 +36,7 @@ function networkFacts(of: { [Name in 'address' | 'mask' | 'gateway' | 'mac']: st
                 ['Net mask', shown(of?.mask)],
                 ['Gateway', shown(of?.gateway)],
                 ['MAC address', shown(of?.mac)],
+                ...more,
             ]}
         />
     );
@@ -52,8 +58,7 @@ function Told({ device }: { device: DeviceInfo }) {
                 />
             </Panel>
             <Panel title="Its network now">
-                {networkFacts(device.network)}
-                <Facts facts={[['DHCP', shown(device.dhcp)]]} />
+                {networkFacts(device.network, ['DHCP', shown(device.dhcp)])}
             </Panel>
             {device.stored !== undefined && <Panel title="Its stored network settings">{networkFacts(device.stored)}</Panel>}
         </div>

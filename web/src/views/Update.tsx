@@ -4,7 +4,7 @@ import { useMemo, useState } from 'preact/hooks';
 
 import type { Core } from '../core/core.ts';
 import { useSession } from '../hooks.ts';
-import type { Session, State } from '../session.ts';
+import { sentenceOf, type Session, type State } from '../session.ts';
 import type { UpdateResult, UpdateState } from '../update.ts';
 import { NeedsDevice } from './NeedsDevice.tsx';
 import { Busy, Check, Dialog, Facts, FileDrop, Notice, Panel, Progress, type OpenedFile } from './parts.tsx';
@@ -129,7 +129,7 @@ function Ended({ update, state, onClose }: { update: UpdateState; state: State; 
                     ['Time', result.seconds === 0 ? '–' : `${result.seconds.toFixed(1)} s`],
                 ]}
             />
-            <p class="small muted">In detail: {result.message}</p>
+            <p class="small muted">In detail: {sentenceOf(result.message)}</p>
         </Notice>
     );
 }
@@ -229,7 +229,7 @@ export function Update({ core, session }: { core: Core; session: Session }) {
                     )}
                     {check !== null && check.wrong !== '' && (
                         <Notice tone="error" title="This is no program for the device">
-                            <p>{check.wrong}</p>
+                            <p>{sentenceOf(check.wrong)}</p>
                             <p>Nothing has been sent.</p>
                             <Check
                                 label="Send it all the same (the device may not start again)"
