@@ -129,7 +129,7 @@ function Ended({ update, state, onClose }: { update: UpdateState; state: State; 
                     ['Time', result.seconds === 0 ? '–' : `${result.seconds.toFixed(1)} s`],
                 ]}
             />
-            <p class="small muted">In detail: {sentenceOf(result.message)}</p>
+            <p class="small muted">In detail: {sentenceOf(result.message.replace(/; begin again with the same command$/, ''))}</p>
         </Notice>
     );
 }
@@ -206,46 +206,47 @@ export function Update({ core, session }: { core: Core; session: Session }) {
                     </pre>
                 </details>
             )}
-            <Panel title="The file">
-                <div class="stack">
-                    <FileDrop
-                        label="Choose the file"
-                        hint="or drop it here: the program vesk_h264 for the device, 1 KiB to 16 MiB"
-                        disabled={isUnderWay}
-                        onFiles={open}
-                        onFault={setFault}
-                    />
-                    {fault !== '' && <Notice tone="error" title={fault} />}
-                    {file !== null && check !== null && (
-                        <Facts
-                            facts={[
-                                ['File', file.name],
-                                ['Size', sizeOf(file.bytes.length)],
-                                ['Version in the file', check.version === '' ? 'not told' : check.version],
-                                ['Version of the device', state.device?.program_version ?? 'not known'],
-                                ['Blocks to send', check.blocks === 0 ? '–' : check.blocks],
-                            ]}
+            {!isUnderWay && (
+                <Panel title="The file">
+                    <div class="stack">
+                        <FileDrop
+                            label="Choose the file"
+                            hint="or drop it here: the program vesk_h264 for the device, 1 KiB to 16 MiB"
+                            onFiles={open}
+                            onFault={setFault}
                         />
-                    )}
-                    {check !== null && check.wrong !== '' && (
-                        <Notice tone="error" title="This is no program for the device">
-                            <p>{sentenceOf(check.wrong)}</p>
-                            <p>Nothing has been sent.</p>
-                            <Check
-                                label="Send it all the same (the device may not start again)"
-                                checked={isForced}
-                                onChange={setForced}
+                        {fault !== '' && <Notice tone="error" title={fault} />}
+                        {file !== null && check !== null && (
+                            <Facts
+                                facts={[
+                                    ['File', file.name],
+                                    ['Size', sizeOf(file.bytes.length)],
+                                    ['Version in the file', check.version === '' ? 'not told' : check.version],
+                                    ['Version of the device', state.device?.program_version ?? 'not known'],
+                                    ['Blocks to send', check.blocks === 0 ? '–' : check.blocks],
+                                ]}
                             />
-                        </Notice>
-                    )}
-                    {check !== null && check.wrong === '' && <Notice tone="good" title="This is a program for the device" />}
-                    <div class="buttons">
-                        <button type="button" class="chief" disabled={!canSend} onClick={() => setAsked(true)}>
-                            Update the device …
-                        </button>
+                        )}
+                        {check !== null && check.wrong !== '' && (
+                            <Notice tone="error" title="This is no program for the device">
+                                <p>{sentenceOf(check.wrong)}</p>
+                                <p>Nothing has been sent.</p>
+                                <Check
+                                    label="Send it all the same (the device may not start again)"
+                                    checked={isForced}
+                                    onChange={setForced}
+                                />
+                            </Notice>
+                        )}
+                        {check !== null && check.wrong === '' && <Notice tone="good" title="This is a program for the device" />}
+                        <div class="buttons">
+                            <button type="button" class="chief" disabled={!canSend} onClick={() => setAsked(true)}>
+                                Update the device …
+                            </button>
+                        </div>
                     </div>
-                </div>
-            </Panel>
+                </Panel>
+            )}
             <Dialog
                 open={isAsked}
                 title="Replace the device’s program?"
