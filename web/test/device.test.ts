@@ -1,21 +1,13 @@
 // What people do with a device: ask it, change it, update it, and lose it on the way. The device is the unmodified
 // daemon on a board.
 
-import { readFileSync } from 'node:fs';
-
 import { describe, expect } from 'vitest';
 
-import { daemonPath } from './board.ts';
 import { silence, type FarEnd } from './ports.ts';
+import { programForBoard, programForDevice } from './programs.ts';
 import { flow, useBrowser, type Visit } from './visit.ts';
 
 useBrowser();
-
-/** The daemon itself as a new program, made larger so that there is time to do something on the way. */
-function program(blocks = 0): Buffer {
-    const daemon = readFileSync(daemonPath());
-    return Buffer.concat([daemon, Buffer.alloc(Math.max(0, blocks * 1024 - daemon.length), 'filling ')]);
-}
 
 async function chooseProgram({ page, press }: Visit, name: string, content: Buffer): Promise<void> {
     const [chooser] = await Promise.all([page.waitForEvent('filechooser'), press('Choose the file')]);
@@ -56,7 +48,7 @@ describe.concurrent('the console', () => {
     flow('sends each reading command by its name', async ({ connect, go, page, field, press }) => {
         await connect();
         const main = await go('Console');
-        await main.getByText('All commands', { exact: true }).click();
+        await main.locator('summary', { hasText: 'All commands' }).click();
         const rows = await main.getByRole('table', { name: 'All commands' }).getByRole('row').all();
         const commands: string[] = [];
         for (const row of rows.slice(1)) {
@@ -138,8 +130,8 @@ describe.concurrent('the console', () => {
         expect(name).toBe('session.txt');
         const text = bytes.toString('latin1');
         expect(text).toMatch(/^#/);
-        expect(text).toMatch(/^serial> <T....6801000000..>$/m);
-        expect(text).toMatch(/^serial< <F....6801263300..>$/m);
+        expect(text).toMatch(/^front> <T....6801000000..>$/m);
+        expect(text).toMatch(/^front< <F....6801263300..>$/m);
     });
 });
 
@@ -199,9 +191,14 @@ describe.concurrent('the network', () => {
 
 describe.concurrent('an update', () => {
     flow('ends well: the device restarts with the new program', async (visit) => {
-        const { connect, sees } = visit;
+        const { connect, go, sees, press, page } = visit;
         const { board } = await connect();
-        await beginUpdate(visit, program());
+        await go('Update');
+        await chooseProgram(visit, 'vesk_h264', programForBoard());
+        await sees(/it is for x86_64, and the device needs 32-bit ARM/);
+        await page.getByRole('checkbox', { name: /^Send it all the same/ }).check();
+        await press('Update the device …');
+        await press('Update it');
         await sees(/The device runs the new program/);
         await sees(/Connected on USB 0403:6001/);
         expect(board.log).toContain('check _update.pkg sucess');
@@ -211,7 +208,7 @@ describe.concurrent('an update', () => {
     flow('is cancelled: the device goes on with its old program', async (visit) => {
         const { connect, sees, press } = visit;
         const { board } = await connect();
-        await beginUpdate(visit, program(4000));
+        await beginUpdate(visit, programForDevice(4000 * 1024));
         await sees(/\d+ of 4001 blocks/);
         await press('Cancel the update');
         await sees('Cancelled. The device goes on with its old program');
@@ -241,7 +238,7 @@ describe.concurrent('an update', () => {
                 port.unplug();
             }
         };
-        await beginUpdate(visit, program(200));
+        await beginUpdate(visit, programForDevice(200 * 1024));
         await sees('The update could not go on. The device goes on with its old program');
         await sees('USB 0403:6001 is unplugged');
         port.onWrite = null;
@@ -254,7 +251,7 @@ describe.concurrent('an update', () => {
         const { connect, sees } = visit;
         const { board, port } = await connect();
         port.lead(damaging(board, 3));
-        await beginUpdate(visit, program());
+        await beginUpdate(visit, programForDevice(30000));
         await sees('The device goes on with its old program');
         expect(board.log).toContain('check _update.pkg error');
     });
@@ -268,7 +265,7 @@ describe.concurrent('an update', () => {
                 port.lead(silence());
             }
         };
-        await beginUpdate(visit, program());
+        await beginUpdate(visit, programForDevice(30000));
         await sees('All blocks are sent. The device checks them and starts the new program.');
         await board.says('exit');
         await press('Stop waiting');

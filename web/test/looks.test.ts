@@ -9,7 +9,8 @@ import type { AxeResults } from 'axe-core';
 import type { Page } from 'playwright-core';
 import { describe, expect } from 'vitest';
 
-import { daemonPath, root } from './board.ts';
+import { root } from './board.ts';
+import { programForDevice } from './programs.ts';
 import { flow, screens, useBrowser } from './visit.ts';
 
 useBrowser();
@@ -51,7 +52,8 @@ describe.concurrent('each screen', () => {
                     }
                     if (kind === 'a device' && screen === 'Update') {
                         const [chooser] = await Promise.all([page.waitForEvent('filechooser'), press('Choose the file')]);
-                        await chooser.setFiles(daemonPath());
+                        const buffer = programForDevice(30000);
+                        await chooser.setFiles({ name: 'vesk_h264', mimeType: 'application/octet-stream', buffer });
                         await sees('This is a program for the device');
                     }
                     if (kind === 'a device' && screen === 'Files') {

@@ -4,7 +4,8 @@ import { readFileSync } from 'node:fs';
 
 import { describe, expect } from 'vitest';
 
-import { daemonPath, root } from './board.ts';
+import { root } from './board.ts';
+import { programForDevice } from './programs.ts';
 import { flow, screens, useBrowser, type Visit } from './visit.ts';
 
 useBrowser();
@@ -132,7 +133,7 @@ describe.concurrent('the demo device', () => {
         const { go, press, sees, page } = visit;
         await useDemo(visit);
         await go('Update');
-        await openFile(visit, 'Choose the file', 'vesk_h264', readFileSync(daemonPath()));
+        await openFile(visit, 'Choose the file', 'vesk_h264', programForDevice(30000));
         await sees('This is a program for the device');
         await press('Update the device …');
         await press('Update it');

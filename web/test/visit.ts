@@ -23,11 +23,11 @@ export interface Visit {
     /** What the page has asked for, by address. */
     readonly requests: readonly string[];
 
-    /** Goes to a screen by its link. What is on the screen is looked for in it only. */
+    /** Goes to a screen by its link. The other screens stay on the page, hidden. */
     go(screen: ScreenName): Promise<Locator>;
 
     button(name: string | RegExp): Locator;
-    field(label: string | RegExp): Locator;
+    field(name: string): Locator;
 
     /** Waits until a text is seen. */
     sees(text: string | RegExp): Promise<void>;
@@ -103,10 +103,14 @@ export async function visit(steps: (visit: Visit) => Promise<void>, options: Bro
             async go(screen) {
                 await page.getByRole('navigation').getByRole('link', { name: screen, exact: true }).click();
                 await page.getByRole('main', { name: screen }).waitFor();
-                return main;
+                return main.locator(':scope > div').filter({ visible: true });
             },
             button: (name) => page.getByRole('button', typeof name === 'string' ? { name, exact: true } : { name }),
-            field: (label) => main.getByLabel(label).filter({ visible: true }),
+            field: (name) =>
+                main
+                    .getByRole('textbox', { name, exact: true })
+                    .or(main.getByRole('searchbox', { name, exact: true }))
+                    .or(main.getByRole('combobox', { name, exact: true })),
             sees: (text) => page.getByText(text).filter({ visible: true }).first().waitFor(),
             press: (name) => open.button(name).click(),
             async save(name) {
@@ -131,7 +135,8 @@ export async function visit(steps: (visit: Visit) => Promise<void>, options: Bro
         await page.getByRole('main', { name: 'Connect' }).waitFor();
         await steps(open);
     } catch (error) {
-        throw faults.length === 0 ? error : new Error(`${String(error)}\n${faults.join('\n')}`, { cause: error });
+        const seen = await context.pages()[0]?.innerText('body').catch(() => '');
+        throw new Error([String(error), ...faults, 'The page says:', seen].join('\n'), { cause: error });
     } finally {
         await context.close();
         await Promise.all(boards.map((board) => board.stop()));
