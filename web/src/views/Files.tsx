@@ -5,6 +5,7 @@ import type { Runner } from '../core/lines.ts';
 import {
     differencesOf,
     drawingOf,
+    faultOf,
     isFault,
     jsonOf,
     kindsOf,
@@ -75,7 +76,7 @@ export function Files({ core }: { core: Runner }) {
         const names = new Set(files.map(({ name }) => name));
         setRefused((before) => before.filter(({ file }) => !names.has(file.name)));
         for (const file of files) {
-            const result = await openSav(core, file.name, file.bytes, kind);
+            const result = await openSav(core, file.name, file.bytes, kind).catch(faultOf);
             if (isFault(result)) {
                 setRefused((before) => [...before, { file, fault: result.fault }]);
             } else {
