@@ -29,6 +29,7 @@ import {
 } from './openFiles.ts';
 import {
     Busy,
+    Check,
     Choice,
     Dialog,
     Download,
@@ -458,6 +459,7 @@ interface DrawingOfFileProps {
 }
 
 function DrawingOfFile({ core, file, others }: DrawingOfFileProps) {
+    const [actualSize, setActualSize] = useState(false);
     const result = useResult(() => drawingOf(core, file, others), [core, file, ...others]);
     if (!result) {
         return <Busy>Drawing…</Busy>;
@@ -472,9 +474,10 @@ function DrawingOfFile({ core, file, others }: DrawingOfFileProps) {
                 is open too.
             </p>
             <div class="drawing-frame" tabIndex={0} role="group" aria-label={`Drawing of ${file.name}`}>
-                <Drawing svg={result.svg} alt={descriptionOf(result.svg, file.name)} />
+                <Drawing svg={result.svg} alt={descriptionOf(result.svg, file.name)} actualSize={actualSize} />
             </div>
             <div class="buttons">
+                <Check label="Actual size" checked={actualSize} onChange={setActualSize} />
                 <Download name={`${file.name.replace(/\.sav$/, '')}.svg`} content={result.svg} type="image/svg+xml">
                     Save the drawing
                 </Download>
