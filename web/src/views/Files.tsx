@@ -5,6 +5,7 @@ import type { Runner } from '../core/lines.ts';
 import {
     differencesOf,
     drawingOf,
+    faultOf,
     isFault,
     jsonOf,
     kindsOf,
@@ -28,6 +29,7 @@ import {
 } from './openFiles.ts';
 import {
     Busy,
+    Check,
     Choice,
     Dialog,
     Download,
@@ -75,7 +77,7 @@ export function Files({ core }: { core: Runner }) {
         const names = new Set(files.map(({ name }) => name));
         setRefused((before) => before.filter(({ file }) => !names.has(file.name)));
         for (const file of files) {
-            const result = await openSav(core, file.name, file.bytes, kind);
+            const result = await openSav(core, file.name, file.bytes, kind).catch(faultOf);
             if (isFault(result)) {
                 setRefused((before) => [...before, { file, fault: result.fault }]);
             } else {
@@ -457,6 +459,7 @@ interface DrawingOfFileProps {
 }
 
 function DrawingOfFile({ core, file, others }: DrawingOfFileProps) {
+    const [actualSize, setActualSize] = useState(false);
     const result = useResult(() => drawingOf(core, file, others), [core, file, ...others]);
     if (!result) {
         return <Busy>Drawing…</Busy>;
@@ -471,9 +474,10 @@ function DrawingOfFile({ core, file, others }: DrawingOfFileProps) {
                 is open too.
             </p>
             <div class="drawing-frame" tabIndex={0} role="group" aria-label={`Drawing of ${file.name}`}>
-                <Drawing svg={result.svg} alt={descriptionOf(result.svg, file.name)} />
+                <Drawing svg={result.svg} alt={descriptionOf(result.svg, file.name)} actualSize={actualSize} />
             </div>
             <div class="buttons">
+                <Check label="Actual size" checked={actualSize} onChange={setActualSize} />
                 <Download name={`${file.name.replace(/\.sav$/, '')}.svg`} content={result.svg} type="image/svg+xml">
                     Save the drawing
                 </Download>

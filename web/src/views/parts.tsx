@@ -395,6 +395,10 @@ export function Dialog({ open, title, onClose, children, actions, wide }: Dialog
         const dialog = element.current;
         if (open && dialog && !dialog.open) {
             dialog.showModal();
+            // Whoever types replaces what stands there.
+            if (document.activeElement instanceof HTMLInputElement && document.activeElement.type === 'text') {
+                document.activeElement.select();
+            }
         } else if (!open && dialog?.open) {
             dialog.close();
         }
@@ -619,17 +623,19 @@ export interface DrawingProps {
     svg: string;
     /** What it shows, for those who do not see it. */
     alt: string;
+    /** As large as it was drawn; else as wide as there is room. */
+    actualSize?: boolean;
 }
 
 /** A drawing of the core. */
-export function Drawing({ svg, alt }: DrawingProps) {
+export function Drawing({ svg, alt, actualSize }: DrawingProps) {
     const [address, setAddress] = useState('');
     useEffect(() => {
         const made = URL.createObjectURL(new Blob([svg], { type: 'image/svg+xml' }));
         setAddress(made);
         return () => URL.revokeObjectURL(made);
     }, [svg]);
-    return address === '' ? null : <img class="drawing" src={address} alt={alt} />;
+    return address === '' ? null : <img class={classes('drawing', actualSize && 'actual')} src={address} alt={alt} />;
 }
 
 // Tabs
