@@ -116,7 +116,12 @@ const idle = 3600000; // ms, of a read that only listens
 export function sentencesOf(messages: string): string[] {
     return messages
         .split('\n')
-        .map((line) => line.replace(/^veskctl: /, '').replace(/; see `veskctl .*$/, '').trim())
+        .map((line) =>
+            line
+                .replace(/^veskctl: /, '')
+                .replace(/; see `veskctl .*$/, '')
+                .trim(),
+        )
         .filter((line) => line !== '')
         .map(sentenceOf);
 }
@@ -196,7 +201,7 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
     // Reads all the time, so that nothing gets lost and a cable that is pulled is noticed between runs, too.
     async function listen(mine: Life): Promise<void> {
         try {
-            for (let wait = idle; ; ) {
+            for (let wait = idle; ;) {
                 const bytes = await mine.line.read(wait);
                 if (bytes.length === 0) {
                     traffic.flush();
@@ -275,7 +280,9 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
         const before = mine?.received ?? 0;
         let finished: Finished;
         try {
-            finished = await run(['info', '--json', ...(isStored ? ['--stored'] : [])], { what: 'Asking the device' });
+            finished = await run(['info', '--json', ...(isStored ? ['--stored'] : [])], {
+                what: 'Asking the device',
+            });
         } catch (error) {
             return { phase: 'trouble', trouble: troubleOf(error) };
         }
@@ -315,7 +322,14 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
             return;
         }
         await disconnect();
-        const mine: Life = { line, isOpen: false, inbox: null, error: null, received: 0, listening: Promise.resolve() };
+        const mine: Life = {
+            line,
+            isOpen: false,
+            inbox: null,
+            error: null,
+            received: 0,
+            listening: Promise.resolve(),
+        };
         life = mine;
         traffic.clear(`A session of the page, vesk ${core.version}, on ${line.name}`);
         set({ ...nothing, phase: 'opening', lineName: line.name, isDemo: line.isDemo });

@@ -155,8 +155,8 @@ function Raw({ onTyped }: { onTyped: (typed: Typed) => void }) {
             value={text}
             placeholder="68 01"
             hint={
-                'Hexadecimal digits: 2 to 10 are command and data, 14 begin with address and tag, 16 end with the checksum. '
-                + 'Or a whole frame from < to >, sent as it is.'
+                'Hexadecimal digits: 2 to 10 are command and data, 14 begin with address and tag, 16 end with the checksum. ' +
+                'Or a whole frame from < to >, sent as it is.'
             }
             onInput={setText}
             width="wide"
@@ -261,7 +261,8 @@ function Traffic({ session }: { session: Session }) {
     useEffect(() => {
         const element = box();
         const watch = () => {
-            isAtEnd.current = element !== null && element.scrollHeight - element.scrollTop - element.clientHeight < 40;
+            isAtEnd.current =
+                element !== null && element.scrollHeight - element.scrollTop - element.clientHeight < 40;
         };
         element?.addEventListener('scroll', watch);
         return () => element?.removeEventListener('scroll', watch);
@@ -317,7 +318,8 @@ function Traffic({ session }: { session: Session }) {
                         { head: 'Time', code: true, cell: (each: Passage) => timeOf(each.at) },
                         {
                             head: 'Direction',
-                            cell: (each: Passage) => (each.direction === 'sent' ? '→ to the device' : '← from the device'),
+                            cell: (each: Passage) =>
+                                each.direction === 'sent' ? '→ to the device' : '← from the device',
                         },
                         {
                             head: 'What',
@@ -360,11 +362,16 @@ export function Console({ core, session }: { core: Core; session: Session }) {
     async function send(): Promise<void> {
         setAsked(false);
         const { command, text } = typed;
-        const words = text.slice(command?.words.length ?? 0).split(' ').filter((word) => word !== '');
+        const words = text
+            .slice(command?.words.length ?? 0)
+            .split(' ')
+            .filter((word) => word !== '');
         const args =
-            command === null || !isText ? ['send', text]
-            : command.writes ? ['text', 'write', words[0] ?? '00', words[1] ?? '00', payload]
-            : ['text', 'read', ...words];
+            command === null || !isText
+                ? ['send', text]
+                : command.writes
+                  ? ['text', 'write', words[0] ?? '00', words[1] ?? '00', payload]
+                  : ['text', 'read', ...words];
         try {
             setFinished(await session.run(args, { what: 'Waiting for the answer' }));
         } catch (error) {
@@ -403,19 +410,27 @@ export function Console({ core, session }: { core: Core; session: Session }) {
                         chosen={mode}
                         onChoose={setMode}
                         tabs={[
-                            { id: 'name', label: 'By name', content: () => <ByName core={core} onTyped={setTyped} /> },
+                            {
+                                id: 'name',
+                                label: 'By name',
+                                content: () => <ByName core={core} onTyped={setTyped} />,
+                            },
                             { id: 'raw', label: 'Raw', content: () => <Raw onTyped={setTyped} /> },
                         ]}
                     />
                     <Preview found={found} payload={payload} />
-                    {typed.command !== null && typed.command.hasPayload && !isTextCommand(typed.command) && typed.command.writes && (
-                        <Notice tone="warning" title="Data follow this command, and this screen sends none">
-                            <p>
-                                The device will wait for them and then refuse. The screens <a href="#network">Network</a> and{' '}
-                                <a href="#update">Update</a> send command and data together.
-                            </p>
-                        </Notice>
-                    )}
+                    {typed.command !== null &&
+                        typed.command.hasPayload &&
+                        !isTextCommand(typed.command) &&
+                        typed.command.writes && (
+                            <Notice tone="warning" title="Data follow this command, and this screen sends none">
+                                <p>
+                                    The device will wait for them and then refuse. The screens{' '}
+                                    <a href="#network">Network</a> and <a href="#update">Update</a> send command and
+                                    data together.
+                                </p>
+                            </Notice>
+                        )}
                     <div class="buttons">
                         <button type="submit" class="chief" disabled={!canSend}>
                             Send

@@ -30,8 +30,8 @@ function Way({ update }: { update: UpdateState }) {
     const text =
         progress === null
             ? ''
-            : `${progress.done} of ${progress.blocks} blocks, ${(progress.bytes_per_s / 1024).toFixed(1)} KiB/s, `
-              + `${clock(progress.seconds_left)} left${again}`;
+            : `${progress.done} of ${progress.blocks} blocks, ${(progress.bytes_per_s / 1024).toFixed(1)} KiB/s, ` +
+              `${clock(progress.seconds_left)} left${again}`;
     return (
         <div class="stack">
             <ol class="way">
@@ -43,9 +43,16 @@ function Way({ update }: { update: UpdateState }) {
             </ol>
             {step === 'asking' && <Busy>Asking whether the device answers</Busy>}
             {step === 'sending' && (
-                <Progress label="Sent" value={progress?.done ?? 0} most={progress?.blocks ?? Math.max(blocks, 1)} text={text} />
+                <Progress
+                    label="Sent"
+                    value={progress?.done ?? 0}
+                    most={progress?.blocks ?? Math.max(blocks, 1)}
+                    text={text}
+                />
             )}
-            {step === 'restarting' && <Busy>All blocks are sent. The device checks them and starts the new program.</Busy>}
+            {step === 'restarting' && (
+                <Busy>All blocks are sent. The device checks them and starts the new program.</Busy>
+            )}
             {step === 'settling' && <Busy>Asking the device who it is</Busy>}
         </div>
     );
@@ -87,7 +94,11 @@ function verdictOn(result: UpdateResult): Verdict {
                 next: ['Compare the versions below when the device answers. If it has the old one, begin again.'],
             };
         case 'no answer':
-            return { tone: 'error', title: 'Nobody answers, so nothing was sent', next: ['Is the device on? Then begin again.'] };
+            return {
+                tone: 'error',
+                title: 'Nobody answers, so nothing was sent',
+                next: ['Is the device on? Then begin again.'],
+            };
         case 'given up':
             return {
                 tone: 'error',
@@ -115,7 +126,8 @@ function Ended({ update, state, onClose }: { update: UpdateState; state: State; 
         return null;
     }
     const verdict = verdictOn(result);
-    const answers = state.phase === 'ready' ? (state.device?.program_version ?? 'not told') : 'the device does not answer now';
+    const answers =
+        state.phase === 'ready' ? (state.device?.program_version ?? 'not told') : 'the device does not answer now';
     return (
         <Notice tone={verdict.tone} title={verdict.title} onDismiss={onClose}>
             {verdict.next.map((line) => (
@@ -129,7 +141,9 @@ function Ended({ update, state, onClose }: { update: UpdateState; state: State; 
                     ['Time', result.seconds === 0 ? '–' : `${result.seconds.toFixed(1)} s`],
                 ]}
             />
-            <p class="small muted">In detail: {sentenceOf(result.message.replace(/; begin again with the same command$/, ''))}</p>
+            <p class="small muted">
+                In detail: {sentenceOf(result.message.replace(/; begin again with the same command$/, ''))}
+            </p>
         </Notice>
     );
 }
@@ -152,7 +166,8 @@ export function Update({ core, session }: { core: Core; session: Session }) {
         const version = core.versionOf(file.bytes);
         return { wrong, version, blocks: wrong === '' ? core.blocksOf(file.bytes) : 0 };
     }, [core, file]);
-    const canSend = canRun && check !== null && file !== null && file.bytes.length > 0 && (check.wrong === '' || isForced);
+    const canSend =
+        canRun && check !== null && file !== null && file.bytes.length > 0 && (check.wrong === '' || isForced);
 
     function open(files: readonly OpenedFile[]): void {
         setFile(files[0] ?? null);
@@ -182,7 +197,9 @@ export function Update({ core, session }: { core: Core; session: Session }) {
                     title={`Updating with ${update.name}`}
                     actions={
                         <button type="button" class="danger" onClick={() => session.cancel()}>
-                            {update.step === 'settling' || update.step === 'restarting' ? 'Stop waiting' : 'Cancel the update'}
+                            {update.step === 'settling' || update.step === 'restarting'
+                                ? 'Stop waiting'
+                                : 'Cancel the update'}
                         </button>
                     }
                 >
@@ -238,7 +255,9 @@ export function Update({ core, session }: { core: Core; session: Session }) {
                                 />
                             </Notice>
                         )}
-                        {check !== null && check.wrong === '' && <Notice tone="good" title="This is a program for the device" />}
+                        {check !== null && check.wrong === '' && (
+                            <Notice tone="good" title="This is a program for the device" />
+                        )}
                         <div class="buttons">
                             <button type="button" class="chief" disabled={!canSend} onClick={() => setAsked(true)}>
                                 Update the device …
@@ -263,8 +282,8 @@ export function Update({ core, session }: { core: Core; session: Session }) {
                 }
             >
                 <p>
-                    {file?.name} replaces version {state.device?.program_version ?? 'unknown'} of the device, which restarts at the
-                    end. You can cancel before the last block.
+                    {file?.name} replaces version {state.device?.program_version ?? 'unknown'} of the device, which
+                    restarts at the end. You can cancel before the last block.
                 </p>
                 {isForced && <p>The file is no program for the device: it may not start again afterwards.</p>}
             </Dialog>
