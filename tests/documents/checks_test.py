@@ -97,6 +97,9 @@ class Messages(unittest.TestCase):
             ("tools/a.cpp", 'std::string f() { return "the tank is empty"; }', "the tank is empty"),
             ("scripts/run", '#!/bin/sh\nfail "tank $1 is empty"\n', "tank {} is empty"),
             ("scripts/run", '#!/bin/sh\necho "run: $*" >&2; echo "no tank" >&2\n', "no tank"),
+            ("web/src/advice.ts", "const a = {\n    title: 'The tank is empty',\n};\n", "The tank is empty"),
+            ("web/src/views/A.tsx", '<Notice\n    tone="error"\n    title={`${tank} is empty`}\n>', "{} is empty"),
+            ("web/src/views/A.tsx", '<Notice tone="warning" title="Empty">', "Empty"),
         ]
         for path, source, message in rows:
             with self.subTest(source):
@@ -107,6 +110,7 @@ class Messages(unittest.TestCase):
         sources = {
             "src/a/a.cpp": 'void f() { std::printf("tank %d is empty\\r\\n", 1); perror("tank"); }',
             "tools/a.cpp": 'std::string f() { return "; the tank is empty"; } // "not seen here"',
+            "web/src/views/A.tsx": '<Notice tone="good" title="The tank is full">',
         }
         self.assertEqual(self.run_with(["tank N is empty", "tank: REASON", "N; the tank is empty"], sources), [])
 

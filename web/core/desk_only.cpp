@@ -1,11 +1,10 @@
 // What of the tool needs a desk: files of the system, a terminal, two lines at once. A page does
 // not have them.
 
-#include <cstdlib>
 #include <string>
 
+#include <fcntl.h>
 #include <sys/mman.h>
-#include <unistd.h>
 
 #include <fmt/format.h>
 
@@ -61,13 +60,11 @@ int runSavEdit(const std::string &, SavKind)
 KeptSettings::KeptSettings(int) : place_(-1) {}
 KeptSettings::~KeptSettings() = default;
 
-// Emscripten's C library declares it only.
+// Emscripten's C library declares it only. All files are in memory; this one keeps its name,
+// without which its size could not be asked for, and ends with the run.
 int memfd_create(const char *, unsigned)
 {
-    char name[] = "/tmp/XXXXXX";
-    const int descriptor = mkstemp(name);
-    if (descriptor >= 0) {
-        unlink(name);
-    }
-    return descriptor;
+    static int last = 0;
+    const std::string name = fmt::format("/tmp/memory{}", ++last);
+    return open(name.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600);
 }

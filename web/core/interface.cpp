@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <emscripten.h>
+#include <sys/stat.h>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -147,6 +148,7 @@ EMSCRIPTEN_KEEPALIVE int runTool(const char *arguments, int size)
     }
     const int count = static_cast<int>(pointers.size());
     pointers.push_back(nullptr);
+    umask(S_IWGRP | S_IWOTH); // Emscripten's forbids everything
     int status = kInterrupted;
     try {
         status = veskctlMain(count, pointers.data());

@@ -137,7 +137,7 @@ export function App({ core, session }: { core: Core; session: Session }) {
                 <div role="status">
                     <StateLine state={state} />
                 </div>
-                {state.running !== '' && <span class="muted small">{state.running} …</span>}
+                {state.running !== '' && <span class="muted small running">{state.running} …</span>}
                 <span class="space" />
                 <ThemeSwitch />
             </header>

@@ -20,6 +20,11 @@ export function isFault(result: object): result is Fault {
     return 'fault' in result;
 }
 
+/** Of a core that has failed itself. */
+export function faultOf(error: unknown): Fault {
+    return { fault: error instanceof Error ? error.message : String(error) };
+}
+
 // What the tool prints: docs/schema/sav-*.schema.json
 
 export type Scalar = number | string | null;

@@ -21,7 +21,7 @@ function saying(text: string): MockLine {
 }
 
 async function until(session: Session, phase: Phase): Promise<void> {
-    for (const end = Date.now() + 3000; session.state.phase !== phase; ) {
+    for (const end = Date.now() + 3000; session.state.phase !== phase;) {
         if (Date.now() > end) {
             throw new Error(`it is ${session.state.phase} and not ${phase}`);
         }
@@ -219,7 +219,8 @@ describe('what runs', () => {
 
     test('can be cancelled', async () => {
         const session = sessionWith(
-            ({ options }) => new Promise((resolve) => options.signal?.addEventListener('abort', () => resolve({ status: 130 }))),
+            ({ options }) =>
+                new Promise((resolve) => options.signal?.addEventListener('abort', () => resolve({ status: 130 }))),
         );
         await session.connect(device());
         const running = session.run(['x'], { what: 'x' });

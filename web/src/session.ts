@@ -116,8 +116,20 @@ const idle = 3600000; // ms, of a read that only listens
 export function sentencesOf(messages: string): string[] {
     return messages
         .split('\n')
-        .map((line) => line.replace(/^veskctl: /, '').replace(/; see `veskctl .*$/, '').trim())
-        .filter((line) => line !== '');
+        .map((line) =>
+            line
+                .replace(/^veskctl: /, '')
+                .replace(/; see `veskctl .*$/, '')
+                .trim(),
+        )
+        .filter((line) => line !== '')
+        .map(sentenceOf);
+}
+
+/** A message of the tool as a sentence: it begins them in lower case, as what follows its name, and ends them open. */
+export function sentenceOf(text: string): string {
+    const sentence = text.charAt(0).toUpperCase() + text.slice(1);
+    return sentence === '' || /[.?!]$/.test(sentence) ? sentence : `${sentence}.`;
 }
 
 /** The objects that veskctl printed, one a line. Lines that are none do not count. */
@@ -189,7 +201,7 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
     // Reads all the time, so that nothing gets lost and a cable that is pulled is noticed between runs, too.
     async function listen(mine: Life): Promise<void> {
         try {
-            for (let wait = idle; ; ) {
+            for (let wait = idle; ;) {
                 const bytes = await mine.line.read(wait);
                 if (bytes.length === 0) {
                     traffic.flush();
@@ -268,7 +280,9 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
         const before = mine?.received ?? 0;
         let finished: Finished;
         try {
-            finished = await run(['info', '--json', ...(isStored ? ['--stored'] : [])], { what: 'Asking the device' });
+            finished = await run(['info', '--json', ...(isStored ? ['--stored'] : [])], {
+                what: 'Asking the device',
+            });
         } catch (error) {
             return { phase: 'trouble', trouble: troubleOf(error) };
         }
@@ -308,7 +322,14 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
             return;
         }
         await disconnect();
-        const mine: Life = { line, isOpen: false, inbox: null, error: null, received: 0, listening: Promise.resolve() };
+        const mine: Life = {
+            line,
+            isOpen: false,
+            inbox: null,
+            error: null,
+            received: 0,
+            listening: Promise.resolve(),
+        };
         life = mine;
         traffic.clear(`A session of the page, vesk ${core.version}, on ${line.name}`);
         set({ ...nothing, phase: 'opening', lineName: line.name, isDemo: line.isDemo });

@@ -89,7 +89,14 @@ export function newUpdate(core: Core, name: string, file: Uint8Array, tell: (sta
 
     function fail(message: string): void {
         const done = state.progress?.done ?? 0;
-        const result = { outcome: 'failed', status: 4, blocks: state.blocks, done, seconds: 0, sent_again: again } as const;
+        const result = {
+            outcome: 'failed',
+            status: 4,
+            blocks: state.blocks,
+            done,
+            seconds: 0,
+            sent_again: again,
+        } as const;
         set({ result: { event: 'result', ...result, message } });
     }
 
@@ -104,6 +111,9 @@ export function newUpdate(core: Core, name: string, file: Uint8Array, tell: (sta
             set({ progress: event, blocks: event.blocks });
         },
         onMessage(message) {
+            if (message.includes('--force')) {
+                return; // the user has just said so
+            }
             set({ messages: [...state.messages, message] });
         },
         // veskctl prints nothing between the last block and the end.

@@ -58,9 +58,7 @@ export function fakeCore(play: Play = async () => ({})): Core {
             }
             let part: Partial<Finished>;
             try {
-                part = args.includes('info')
-                    ? await info(line, options.signal)
-                    : await play({ args, options, line });
+                part = args.includes('info') ? await info(line, options.signal) : await play({ args, options, line });
             } catch (error) {
                 part = { status: ExitStatus.localFailure, messages: `veskctl: ${(error as Error).message}\n` };
             }

@@ -8,7 +8,7 @@ import { tmpdir } from 'node:os';
 import { dirname, join, resolve } from 'node:path';
 import { fileURLToPath } from 'node:url';
 
-import { describe, expect, test } from 'vitest';
+import { describe, expect, test, vi } from 'vitest';
 
 import type { Finished } from './core.ts';
 import { coreInNode } from './node.ts';
@@ -16,6 +16,7 @@ import { coreInNode } from './node.ts';
 const root = fileURLToPath(new URL('../../..', import.meta.url));
 const veskctl = resolve(process.env['VESKCTL'] ?? join(root, 'build/release/tools/veskctl'));
 const core = await coreInNode();
+vi.setConfig({ testTimeout: 60_000 }); // most of it is starting programs
 
 type Files = Map<string, Uint8Array>;
 

@@ -34,7 +34,9 @@ export function answer(tag: number): Uint8Array {
 
 /** The answers to all questions in a piece of bytes. */
 export function answersTo(bytes: Uint8Array): Uint8Array {
-    const tags = [...decoder.decode(bytes).matchAll(/<T00(..)6801000000..>/g)].map((found) => parseInt(found[1] ?? '', 16));
+    const tags = [...decoder.decode(bytes).matchAll(/<T00(..)6801000000..>/g)].map((found) =>
+        parseInt(found[1] ?? '', 16),
+    );
     return joined(tags.map(answer));
 }
 
@@ -51,7 +53,10 @@ function check(isRight: boolean, what: string): void {
 }
 
 function checkSame(got: Uint8Array, wanted: Uint8Array): void {
-    check(decoder.decode(got) === decoder.decode(wanted), `"${decoder.decode(got)}" is not "${decoder.decode(wanted)}"`);
+    check(
+        decoder.decode(got) === decoder.decode(wanted),
+        `"${decoder.decode(got)}" is not "${decoder.decode(wanted)}"`,
+    );
 }
 
 async function readAll(line: Transport, length: number): Promise<Uint8Array> {

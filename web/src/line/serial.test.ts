@@ -53,7 +53,7 @@ describe('choosing', () => {
 });
 
 describe('opening', () => {
-    test('at the device\'s rate', async () => {
+    test("at the device's rate", async () => {
         const { port, serial } = onePort();
         await serialLine(port, serial).open();
         expect(port.openedWith).toMatchObject({ baudRate: 115200, dataBits: 8, stopBits: 1, parity: 'none' });

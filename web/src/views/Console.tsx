@@ -4,7 +4,7 @@ import { useEffect, useMemo, useRef, useState } from 'preact/hooks';
 
 import { ExitStatus, type Command, type Core, type Finished, type Parameter } from '../core/core.ts';
 import { useSession, useTraffic } from '../hooks.ts';
-import { sentencesOf, type Session } from '../session.ts';
+import { sentenceOf, sentencesOf, type Session } from '../session.ts';
 import type { Passage } from '../traffic.ts';
 import { isTextCommand, isSwitch, textOf, usualText } from '../typed.ts';
 import { NeedsDevice } from './NeedsDevice.tsx';
@@ -135,7 +135,7 @@ function ByName({ core, onTyped }: { core: Core; onTyped: (typed: Typed) => void
                         },
                         { head: 'Parameters', code: true, cell: (each: Command) => each.usage },
                         { head: 'Code', code: true, cell: (each: Command) => each.code },
-                        { head: '', cell: (each: Command) => (each.writes ? 'changes the device' : '') },
+                        { head: 'Effect', cell: (each: Command) => (each.writes ? 'changes the device' : '') },
                         { head: 'Note', cell: (each: Command) => each.note },
                     ]}
                     rows={commands}
@@ -155,8 +155,8 @@ function Raw({ onTyped }: { onTyped: (typed: Typed) => void }) {
             value={text}
             placeholder="68 01"
             hint={
-                'Hexadecimal digits: 2 to 10 are command and data, 14 begin with address and tag, 16 end with the checksum. '
-                + 'Or a whole frame from < to >, sent as it is.'
+                'Hexadecimal digits: 2 to 10 are command and data, 14 begin with address and tag, 16 end with the checksum. ' +
+                'Or a whole frame from < to >, sent as it is.'
             }
             onInput={setText}
             width="wide"
@@ -166,20 +166,25 @@ function Raw({ onTyped }: { onTyped: (typed: Typed) => void }) {
 }
 
 /** What will be sent, or why nothing can be. */
-function Preview({ found }: { found: ReturnType<Core['frameOf']> | null }) {
+function Preview({ found, payload }: { found: ReturnType<Core['frameOf']> | null; payload: string }) {
     if (found === null) {
         return <p class="muted">Choose a command, and here stands what will be sent.</p>;
     }
     if ('error' in found) {
         return (
             <p class="muted" role="status">
-                Nothing can be sent yet: {found.error}
+                Nothing can be sent yet. {sentenceOf(found.error)}
             </p>
         );
     }
     return (
-        <p role="status">
+        <p role="status" class="preview">
             Will be sent: <code>{found.frame}</code> {found.meaning}
+            {payload !== '' && (
+                <>
+                    ; then <code>{payload}</code>
+                </>
+            )}
         </p>
     );
 }
@@ -256,7 +261,8 @@ function Traffic({ session }: { session: Session }) {
     useEffect(() => {
         const element = box();
         const watch = () => {
-            isAtEnd.current = element !== null && element.scrollHeight - element.scrollTop - element.clientHeight < 40;
+            isAtEnd.current =
+                element !== null && element.scrollHeight - element.scrollTop - element.clientHeight < 40;
         };
         element?.addEventListener('scroll', watch);
         return () => element?.removeEventListener('scroll', watch);
@@ -312,7 +318,8 @@ function Traffic({ session }: { session: Session }) {
                         { head: 'Time', code: true, cell: (each: Passage) => timeOf(each.at) },
                         {
                             head: 'Direction',
-                            cell: (each: Passage) => (each.direction === 'sent' ? '→ to the device' : '← from the device'),
+                            cell: (each: Passage) =>
+                                each.direction === 'sent' ? '→ to the device' : '← from the device',
                         },
                         {
                             head: 'What',
@@ -348,16 +355,23 @@ export function Console({ core, session }: { core: Core; session: Session }) {
     const [finished, setFinished] = useState<Finished | null>(null);
     const found = useMemo(() => (typed.text.trim() === '' ? null : core.frameOf(typed.text)), [core, typed.text]);
     const frame = found === null || 'error' in found ? null : found;
+    const isText = typed.command !== null && isTextCommand(typed.command);
+    const payload = isText && typed.command?.writes === true ? typed.payload : '';
     const canSend = frame !== null && state.phase === 'ready' && state.running === '';
 
     async function send(): Promise<void> {
         setAsked(false);
-        const { command, text, payload } = typed;
-        const words = text.slice(command?.words.length ?? 0).split(' ').filter((word) => word !== '');
+        const { command, text } = typed;
+        const words = text
+            .slice(command?.words.length ?? 0)
+            .split(' ')
+            .filter((word) => word !== '');
         const args =
-            command === null || !isTextCommand(command) ? ['send', text]
-            : command.writes ? ['text', 'write', words[0] ?? '00', words[1] ?? '00', payload]
-            : ['text', 'read', ...words];
+            command === null || !isText
+                ? ['send', text]
+                : command.writes
+                  ? ['text', 'write', words[0] ?? '00', words[1] ?? '00', payload]
+                  : ['text', 'read', ...words];
         try {
             setFinished(await session.run(args, { what: 'Waiting for the answer' }));
         } catch (error) {
@@ -396,19 +410,27 @@ export function Console({ core, session }: { core: Core; session: Session }) {
                         chosen={mode}
                         onChoose={setMode}
                         tabs={[
-                            { id: 'name', label: 'By name', content: () => <ByName core={core} onTyped={setTyped} /> },
+                            {
+                                id: 'name',
+                                label: 'By name',
+                                content: () => <ByName core={core} onTyped={setTyped} />,
+                            },
                             { id: 'raw', label: 'Raw', content: () => <Raw onTyped={setTyped} /> },
                         ]}
                     />
-                    <Preview found={found} />
-                    {typed.command !== null && typed.command.hasPayload && !isTextCommand(typed.command) && typed.command.writes && (
-                        <Notice tone="warning" title="Data follow this command, and this screen sends none">
-                            <p>
-                                The device will wait for them and then refuse. The screens <a href="#network">Network</a> and{' '}
-                                <a href="#update">Update</a> send command and data together.
-                            </p>
-                        </Notice>
-                    )}
+                    <Preview found={found} payload={payload} />
+                    {typed.command !== null &&
+                        typed.command.hasPayload &&
+                        !isTextCommand(typed.command) &&
+                        typed.command.writes && (
+                            <Notice tone="warning" title="Data follow this command, and this screen sends none">
+                                <p>
+                                    The device will wait for them and then refuse. The screens{' '}
+                                    <a href="#network">Network</a> and <a href="#update">Update</a> send command and
+                                    data together.
+                                </p>
+                            </Notice>
+                        )}
                     <div class="buttons">
                         <button type="submit" class="chief" disabled={!canSend}>
                             Send
@@ -442,6 +464,11 @@ export function Console({ core, session }: { core: Core; session: Session }) {
                     <code>{frame?.frame}</code>
                 </p>
                 <p>{frame?.meaning}</p>
+                {payload !== '' && (
+                    <p>
+                        Then the text <code>{payload}</code>
+                    </p>
+                )}
             </Dialog>
         </article>
     );

@@ -4,6 +4,7 @@ import { useState } from 'preact/hooks';
 import type { Runner } from '../core/lines.ts';
 import {
     assignmentsOf,
+    faultOf,
     found,
     isFault,
     isOf,
@@ -223,10 +224,10 @@ function EditDialog({ core, file, editing, onClose, onEdited }: EditDialogProps)
             return;
         }
         setWriting(true);
-        const result = await setValues(core, file, wanted);
+        const result = await setValues(core, file, wanted).catch(faultOf);
         setWriting(false);
         if (isFault(result)) {
-            setFault(result);
+            setFault({ field: '', ...result });
         } else {
             onEdited(result);
         }

@@ -5,6 +5,7 @@ import type { Runner } from '../core/lines.ts';
 import {
     differencesOf,
     drawingOf,
+    faultOf,
     isFault,
     jsonOf,
     kindsOf,
@@ -28,12 +29,14 @@ import {
 } from './openFiles.ts';
 import {
     Busy,
+    Check,
     Choice,
     Dialog,
     Download,
     Drawing,
     Field,
     FileDrop,
+    Guarded,
     Notice,
     Panel,
     saveFile,
@@ -74,7 +77,7 @@ export function Files({ core }: { core: Runner }) {
         const names = new Set(files.map(({ name }) => name));
         setRefused((before) => before.filter(({ file }) => !names.has(file.name)));
         for (const file of files) {
-            const result = await openSav(core, file.name, file.bytes, kind);
+            const result = await openSav(core, file.name, file.bytes, kind).catch(faultOf);
             if (isFault(result)) {
                 setRefused((before) => [...before, { file, fault: result.fault }]);
             } else {
@@ -126,15 +129,16 @@ export function Files({ core }: { core: Runner }) {
                 />
             )}
             {chosen && (
-                <OneFile
-                    key={chosen.id}
-                    core={core}
-                    open={chosen}
-                    all={state.files}
-                    onEdited={(file) => update((before) => edited(before, chosen.id, file))}
-                    onTakeBack={() => update((before) => takenBack(before, chosen.id))}
-                    onSaved={() => update((before) => saved(before, chosen.id))}
-                />
+                <Guarded key={chosen.id}>
+                    <OneFile
+                        core={core}
+                        open={chosen}
+                        all={state.files}
+                        onEdited={(file) => update((before) => edited(before, chosen.id, file))}
+                        onTakeBack={() => update((before) => takenBack(before, chosen.id))}
+                        onSaved={() => update((before) => saved(before, chosen.id))}
+                    />
+                </Guarded>
             )}
         </article>
     );
@@ -455,6 +459,7 @@ interface DrawingOfFileProps {
 }
 
 function DrawingOfFile({ core, file, others }: DrawingOfFileProps) {
+    const [actualSize, setActualSize] = useState(false);
     const result = useResult(() => drawingOf(core, file, others), [core, file, ...others]);
     if (!result) {
         return <Busy>Drawing…</Busy>;
@@ -469,9 +474,10 @@ function DrawingOfFile({ core, file, others }: DrawingOfFileProps) {
                 is open too.
             </p>
             <div class="drawing-frame" tabIndex={0} role="group" aria-label={`Drawing of ${file.name}`}>
-                <Drawing svg={result.svg} alt={descriptionOf(result.svg, file.name)} />
+                <Drawing svg={result.svg} alt={descriptionOf(result.svg, file.name)} actualSize={actualSize} />
             </div>
             <div class="buttons">
+                <Check label="Actual size" checked={actualSize} onChange={setActualSize} />
                 <Download name={`${file.name.replace(/\.sav$/, '')}.svg`} content={result.svg} type="image/svg+xml">
                     Save the drawing
                 </Download>

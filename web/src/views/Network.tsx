@@ -4,7 +4,7 @@ import { useEffect, useState } from 'preact/hooks';
 
 import { ExitStatus, type Core, type NetworkSettings } from '../core/core.ts';
 import { useSession } from '../hooks.ts';
-import { objectsOf, sentencesOf, type Session } from '../session.ts';
+import { objectsOf, sentenceOf, sentencesOf, type Session } from '../session.ts';
 import { NeedsDevice } from './NeedsDevice.tsx';
 import { Busy, Check, Dialog, Field, Notice, Panel, Table } from './parts.tsx';
 
@@ -66,7 +66,11 @@ function reportOn(status: number, messages: string, wanted: NetworkSettings, got
     if (status === ExitStatus.done && got !== null) {
         const isLater = got.mac.toLowerCase() !== wanted.mac.toLowerCase();
         const later = `The MAC address ${wanted.mac} is kept for the next start; now it is still ${got.mac}.`;
-        return { tone: 'good', title: 'Written, and read back as written', lines: [...lines, ...(isLater ? [later] : [])] };
+        return {
+            tone: 'good',
+            title: 'Written, and read back as written',
+            lines: [...lines, ...(isLater ? [later] : [])],
+        };
     }
     if (got !== null) {
         return { tone: 'warning', title: 'Written, but read back otherwise', lines };
@@ -75,9 +79,17 @@ function reportOn(status: number, messages: string, wanted: NetworkSettings, got
         case ExitStatus.refused:
             return { tone: 'error', title: 'The device has refused the settings', lines };
         case ExitStatus.noAnswer:
-            return { tone: 'error', title: 'The device has not answered: read the settings to see which it has', lines };
+            return {
+                tone: 'error',
+                title: 'The device has not answered: read the settings to see which it has',
+                lines,
+            };
         case ExitStatus.interrupted:
-            return { tone: 'warning', title: 'Ended before the answer: read the settings to see which it has', lines };
+            return {
+                tone: 'warning',
+                title: 'Ended before the answer: read the settings to see which it has',
+                lines,
+            };
         case ExitStatus.usage:
             return { tone: 'error', title: 'These settings cannot be sent', lines };
         default:
@@ -108,7 +120,8 @@ export function Network({ core, session }: { core: Core; session: Session }) {
     const faults = core.faultsOf(trimmed(form));
     const isFaulty = fields.some(({ name }) => faults[name] !== '');
     const changes = changesOf(now, form);
-    const canWrite = canRun && now !== null && !isFaulty && (faults.together === '' || isForced) && changes.length > 0;
+    const canWrite =
+        canRun && now !== null && !isFaulty && (faults.together === '' || isForced) && changes.length > 0;
 
     async function talk(args: readonly string[], what: string): Promise<[number, string, NetworkSettings | null]> {
         try {
@@ -143,6 +156,7 @@ export function Network({ core, session }: { core: Core; session: Session }) {
             setNow(got);
             setForm(got);
             setForced(false);
+            void session.ask(); // so that the other screens have them, too
         }
     }
 
@@ -183,7 +197,7 @@ export function Network({ core, session }: { core: Core; session: Session }) {
                                     label={label}
                                     value={form[name]}
                                     hint={hint}
-                                    fault={form[name] === '' && now === null ? '' : faults[name]}
+                                    fault={form[name] === '' && now === null ? '' : sentenceOf(faults[name])}
                                     onInput={(value) => setForm({ ...form, [name]: value })}
                                     disabled={now === null}
                                     code
@@ -192,7 +206,7 @@ export function Network({ core, session }: { core: Core; session: Session }) {
                         </div>
                         {!isFaulty && faults.together !== '' && (
                             <Notice tone="warning" title="These settings do not go together">
-                                <p>{faults.together}</p>
+                                <p>{sentenceOf(faults.together)}</p>
                                 <Check label="Write them all the same" checked={isForced} onChange={setForced} />
                             </Notice>
                         )}
@@ -214,8 +228,8 @@ export function Network({ core, session }: { core: Core; session: Session }) {
                     <div class="stack">
                         {now !== null && <Changes changes={changes} />}
                         <p class="muted">
-                            The device sets up its interface at once, and again whenever it starts. Its DHCP client is stopped.
-                            It keeps a new MAC address for its next start.
+                            The device sets up its interface at once, and again whenever it starts. Its DHCP client is
+                            stopped. It keeps a new MAC address for its next start.
                         </p>
                     </div>
                 </Panel>

@@ -23,7 +23,12 @@ function serialNumber(device: DeviceInfo): ComponentChildren {
     return shown(number, number === null ? '' : ` (0x${number.toString(16).padStart(4, '0')})`);
 }
 
-function networkFacts(of: { [Name in 'address' | 'mask' | 'gateway' | 'mac']: string | null } | null | undefined) {
+type Fact = readonly [name: string, value: ComponentChildren];
+
+function networkFacts(
+    of: { [Name in 'address' | 'mask' | 'gateway' | 'mac']: string | null } | null | undefined,
+    ...more: readonly Fact[]
+) {
     return (
         <Facts
             facts={[
@@ -31,6 +36,7 @@ function networkFacts(of: { [Name in 'address' | 'mask' | 'gateway' | 'mac']: st
                 ['Net mask', shown(of?.mask)],
                 ['Gateway', shown(of?.gateway)],
                 ['MAC address', shown(of?.mac)],
+                ...more,
             ]}
         />
     );
@@ -51,11 +57,10 @@ function Told({ device }: { device: DeviceInfo }) {
                     ]}
                 />
             </Panel>
-            <Panel title="Its network now">
-                {networkFacts(device.network)}
-                <Facts facts={[['DHCP', shown(device.dhcp)]]} />
-            </Panel>
-            {device.stored !== undefined && <Panel title="Its stored network settings">{networkFacts(device.stored)}</Panel>}
+            <Panel title="Its network now">{networkFacts(device.network, ['DHCP', shown(device.dhcp)])}</Panel>
+            {device.stored !== undefined && (
+                <Panel title="Its stored network settings">{networkFacts(device.stored)}</Panel>
+            )}
         </div>
     );
 }
@@ -75,7 +80,12 @@ export function Overview({ session }: { core: Core; session: Session }) {
             <header>
                 <h1>Overview</h1>
                 <div class="buttons">
-                    <button type="button" class="chief" disabled={state.phase !== 'ready' || isBusy} onClick={() => void session.ask()}>
+                    <button
+                        type="button"
+                        class="chief"
+                        disabled={state.phase !== 'ready' || isBusy}
+                        onClick={() => void session.ask()}
+                    >
                         Refresh
                     </button>
                     <button type="button" disabled={state.phase !== 'ready' || isBusy} onClick={() => setAsked(true)}>
@@ -112,12 +122,12 @@ export function Overview({ session }: { core: Core; session: Session }) {
                 }
             >
                 <p>
-                    These are the settings that commands such as “write IP address” change. Before the device tells them, it
-                    takes over what its system has at this moment.
+                    These are the settings that commands such as “write IP address” change. Before the device tells
+                    them, it takes over what its system has at this moment.
                 </p>
                 <p>
-                    So read them only while its network cable is plugged in and it has its address. Otherwise it stores
-                    127.0.0.1.
+                    So read them only while its network cable is plugged in and it has its address. Otherwise it
+                    stores 127.0.0.1.
                 </p>
             </Dialog>
         </article>

@@ -21,7 +21,7 @@ import {
     type Format,
     type Owner,
 } from '../timings.ts';
-import { Busy, Choice, Copy, Download, Drawing, Field, Notice, Panel, Table, Tabs } from './parts.tsx';
+import { Busy, Choice, Copy, Download, Drawing, Field, Guarded, Notice, Panel, Table, Tabs } from './parts.tsx';
 import { useResult, useSettled } from './useResult.ts';
 
 type Part = 'formats' | 'calculator' | 'detection';
@@ -50,10 +50,30 @@ export function Timings({ core }: { core: Runner }) {
                     {
                         id: 'formats',
                         label: 'Formats',
-                        content: () => <Formats core={core} chosen={chosen} onChoose={setChosen} />,
+                        content: () => (
+                            <Guarded key="formats">
+                                <Formats core={core} chosen={chosen} onChoose={setChosen} />
+                            </Guarded>
+                        ),
                     },
-                    { id: 'calculator', label: 'Calculator', content: () => <Calculator core={core} /> },
-                    { id: 'detection', label: 'Detection', content: () => <DetectionPart core={core} onShow={show} /> },
+                    {
+                        id: 'calculator',
+                        label: 'Calculator',
+                        content: () => (
+                            <Guarded key="calculator">
+                                <Calculator core={core} />
+                            </Guarded>
+                        ),
+                    },
+                    {
+                        id: 'detection',
+                        label: 'Detection',
+                        content: () => (
+                            <Guarded key="detection">
+                                <DetectionPart core={core} onShow={show} />
+                            </Guarded>
+                        ),
+                    },
                 ]}
             />
         </article>

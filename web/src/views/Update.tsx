@@ -4,7 +4,7 @@ import { useMemo, useState } from 'preact/hooks';
 
 import type { Core } from '../core/core.ts';
 import { useSession } from '../hooks.ts';
-import type { Session, State } from '../session.ts';
+import { sentenceOf, type Session, type State } from '../session.ts';
 import type { UpdateResult, UpdateState } from '../update.ts';
 import { NeedsDevice } from './NeedsDevice.tsx';
 import { Busy, Check, Dialog, Facts, FileDrop, Notice, Panel, Progress, type OpenedFile } from './parts.tsx';
@@ -30,8 +30,8 @@ function Way({ update }: { update: UpdateState }) {
     const text =
         progress === null
             ? ''
-            : `${progress.done} of ${progress.blocks} blocks, ${(progress.bytes_per_s / 1024).toFixed(1)} KiB/s, `
-              + `${clock(progress.seconds_left)} left${again}`;
+            : `${progress.done} of ${progress.blocks} blocks, ${(progress.bytes_per_s / 1024).toFixed(1)} KiB/s, ` +
+              `${clock(progress.seconds_left)} left${again}`;
     return (
         <div class="stack">
             <ol class="way">
@@ -43,9 +43,16 @@ function Way({ update }: { update: UpdateState }) {
             </ol>
             {step === 'asking' && <Busy>Asking whether the device answers</Busy>}
             {step === 'sending' && (
-                <Progress label="Sent" value={progress?.done ?? 0} most={progress?.blocks ?? Math.max(blocks, 1)} text={text} />
+                <Progress
+                    label="Sent"
+                    value={progress?.done ?? 0}
+                    most={progress?.blocks ?? Math.max(blocks, 1)}
+                    text={text}
+                />
             )}
-            {step === 'restarting' && <Busy>All blocks are sent. The device checks them and starts the new program.</Busy>}
+            {step === 'restarting' && (
+                <Busy>All blocks are sent. The device checks them and starts the new program.</Busy>
+            )}
             {step === 'settling' && <Busy>Asking the device who it is</Busy>}
         </div>
     );
@@ -87,7 +94,11 @@ function verdictOn(result: UpdateResult): Verdict {
                 next: ['Compare the versions below when the device answers. If it has the old one, begin again.'],
             };
         case 'no answer':
-            return { tone: 'error', title: 'Nobody answers, so nothing was sent', next: ['Is the device on? Then begin again.'] };
+            return {
+                tone: 'error',
+                title: 'Nobody answers, so nothing was sent',
+                next: ['Is the device on? Then begin again.'],
+            };
         case 'given up':
             return {
                 tone: 'error',
@@ -115,7 +126,8 @@ function Ended({ update, state, onClose }: { update: UpdateState; state: State; 
         return null;
     }
     const verdict = verdictOn(result);
-    const answers = state.phase === 'ready' ? (state.device?.program_version ?? 'not told') : 'the device does not answer now';
+    const answers =
+        state.phase === 'ready' ? (state.device?.program_version ?? 'not told') : 'the device does not answer now';
     return (
         <Notice tone={verdict.tone} title={verdict.title} onDismiss={onClose}>
             {verdict.next.map((line) => (
@@ -129,7 +141,9 @@ function Ended({ update, state, onClose }: { update: UpdateState; state: State; 
                     ['Time', result.seconds === 0 ? '–' : `${result.seconds.toFixed(1)} s`],
                 ]}
             />
-            <p class="small muted">In detail: {result.message}</p>
+            <p class="small muted">
+                In detail: {sentenceOf(result.message.replace(/; begin again with the same command$/, ''))}
+            </p>
         </Notice>
     );
 }
@@ -152,7 +166,8 @@ export function Update({ core, session }: { core: Core; session: Session }) {
         const version = core.versionOf(file.bytes);
         return { wrong, version, blocks: wrong === '' ? core.blocksOf(file.bytes) : 0 };
     }, [core, file]);
-    const canSend = canRun && check !== null && file !== null && file.bytes.length > 0 && (check.wrong === '' || isForced);
+    const canSend =
+        canRun && check !== null && file !== null && file.bytes.length > 0 && (check.wrong === '' || isForced);
 
     function open(files: readonly OpenedFile[]): void {
         setFile(files[0] ?? null);
@@ -182,7 +197,9 @@ export function Update({ core, session }: { core: Core; session: Session }) {
                     title={`Updating with ${update.name}`}
                     actions={
                         <button type="button" class="danger" onClick={() => session.cancel()}>
-                            {update.step === 'settling' || update.step === 'restarting' ? 'Stop waiting' : 'Cancel the update'}
+                            {update.step === 'settling' || update.step === 'restarting'
+                                ? 'Stop waiting'
+                                : 'Cancel the update'}
                         </button>
                     }
                 >
@@ -206,46 +223,49 @@ export function Update({ core, session }: { core: Core; session: Session }) {
                     </pre>
                 </details>
             )}
-            <Panel title="The file">
-                <div class="stack">
-                    <FileDrop
-                        label="Choose the file"
-                        hint="or drop it here: the program vesk_h264 for the device, 1 KiB to 16 MiB"
-                        disabled={isUnderWay}
-                        onFiles={open}
-                        onFault={setFault}
-                    />
-                    {fault !== '' && <Notice tone="error" title={fault} />}
-                    {file !== null && check !== null && (
-                        <Facts
-                            facts={[
-                                ['File', file.name],
-                                ['Size', sizeOf(file.bytes.length)],
-                                ['Version in the file', check.version === '' ? 'not told' : check.version],
-                                ['Version of the device', state.device?.program_version ?? 'not known'],
-                                ['Blocks to send', check.blocks === 0 ? '–' : check.blocks],
-                            ]}
+            {!isUnderWay && (
+                <Panel title="The file">
+                    <div class="stack">
+                        <FileDrop
+                            label="Choose the file"
+                            hint="or drop it here: the program vesk_h264 for the device, 1 KiB to 16 MiB"
+                            onFiles={open}
+                            onFault={setFault}
                         />
-                    )}
-                    {check !== null && check.wrong !== '' && (
-                        <Notice tone="error" title="This is no program for the device">
-                            <p>{check.wrong}</p>
-                            <p>Nothing has been sent.</p>
-                            <Check
-                                label="Send it all the same (the device may not start again)"
-                                checked={isForced}
-                                onChange={setForced}
+                        {fault !== '' && <Notice tone="error" title={fault} />}
+                        {file !== null && check !== null && (
+                            <Facts
+                                facts={[
+                                    ['File', file.name],
+                                    ['Size', sizeOf(file.bytes.length)],
+                                    ['Version in the file', check.version === '' ? 'not told' : check.version],
+                                    ['Version of the device', state.device?.program_version ?? 'not known'],
+                                    ['Blocks to send', check.blocks === 0 ? '–' : check.blocks],
+                                ]}
                             />
-                        </Notice>
-                    )}
-                    {check !== null && check.wrong === '' && <Notice tone="good" title="This is a program for the device" />}
-                    <div class="buttons">
-                        <button type="button" class="chief" disabled={!canSend} onClick={() => setAsked(true)}>
-                            Update the device …
-                        </button>
+                        )}
+                        {check !== null && check.wrong !== '' && (
+                            <Notice tone="error" title="This is no program for the device">
+                                <p>{sentenceOf(check.wrong)}</p>
+                                <p>Nothing has been sent.</p>
+                                <Check
+                                    label="Send it all the same (the device may not start again)"
+                                    checked={isForced}
+                                    onChange={setForced}
+                                />
+                            </Notice>
+                        )}
+                        {check !== null && check.wrong === '' && (
+                            <Notice tone="good" title="This is a program for the device" />
+                        )}
+                        <div class="buttons">
+                            <button type="button" class="chief" disabled={!canSend} onClick={() => setAsked(true)}>
+                                Update the device …
+                            </button>
+                        </div>
                     </div>
-                </div>
-            </Panel>
+                </Panel>
+            )}
             <Dialog
                 open={isAsked}
                 title="Replace the device’s program?"
@@ -262,8 +282,8 @@ export function Update({ core, session }: { core: Core; session: Session }) {
                 }
             >
                 <p>
-                    {file?.name} replaces version {state.device?.program_version ?? 'unknown'} of the device, which restarts at the
-                    end. You can cancel before the last block.
+                    {file?.name} replaces version {state.device?.program_version ?? 'unknown'} of the device, which
+                    restarts at the end. You can cancel before the last block.
                 </p>
                 {isForced && <p>The file is no program for the device: it may not start again afterwards.</p>}
             </Dialog>

@@ -1,7 +1,7 @@
 // The small parts that all screens are made of. They hold no knowledge of the device, and only what is shown as state.
 
 import { Fragment, type ComponentChild, type ComponentChildren, type JSX } from 'preact';
-import { useEffect, useId, useRef, useState } from 'preact/hooks';
+import { useEffect, useErrorBoundary, useId, useRef, useState } from 'preact/hooks';
 import { setTheme, storedTheme, type Theme } from '../theme.ts';
 
 function classes(...names: (string | false | null | undefined)[]): string {
@@ -316,6 +316,24 @@ export function Notice({ tone, title, children, onDismiss }: NoticeProps) {
     );
 }
 
+/** Shows what is in it, or that it has failed: the rest of the page goes on. */
+export function Guarded({ children }: { children: ComponentChildren }) {
+    const [error, reset] = useErrorBoundary() as [unknown, () => void];
+    if (error === undefined) {
+        return <>{children}</>;
+    }
+    return (
+        <Notice tone="error" title="Something in this page has failed">
+            <p>{error instanceof Error ? error.message : String(error)}</p>
+            <div class="buttons">
+                <button type="button" onClick={reset}>
+                    Try again
+                </button>
+            </div>
+        </Notice>
+    );
+}
+
 export interface StatusProps {
     /** 'off': nothing to say about it, such as "not connected". */
     tone: 'good' | 'warning' | 'error' | 'off';
@@ -377,6 +395,10 @@ export function Dialog({ open, title, onClose, children, actions, wide }: Dialog
         const dialog = element.current;
         if (open && dialog && !dialog.open) {
             dialog.showModal();
+            // Whoever types replaces what stands there.
+            if (document.activeElement instanceof HTMLInputElement && document.activeElement.type === 'text') {
+                document.activeElement.select();
+            }
         } else if (!open && dialog?.open) {
             dialog.close();
         }
@@ -442,6 +464,17 @@ export function FileDrop(props: FileDropProps) {
     const hint = useId();
     const [over, setOver] = useState(false);
     const disabled = props.disabled ?? false;
+
+    useEffect(() => {
+        // A file that misses the place is not opened instead of the page.
+        const keep = (event: DragEvent) => event.preventDefault();
+        window.addEventListener('dragover', keep);
+        window.addEventListener('drop', keep);
+        return () => {
+            window.removeEventListener('dragover', keep);
+            window.removeEventListener('drop', keep);
+        };
+    }, []);
 
     async function take(list: FileList | null | undefined) {
         const chosen = [...(list ?? [])].slice(0, props.multiple ? undefined : 1);
@@ -590,17 +623,19 @@ export interface DrawingProps {
     svg: string;
     /** What it shows, for those who do not see it. */
     alt: string;
+    /** As large as it was drawn; else as wide as there is room. */
+    actualSize?: boolean;
 }
 
 /** A drawing of the core. */
-export function Drawing({ svg, alt }: DrawingProps) {
+export function Drawing({ svg, alt, actualSize }: DrawingProps) {
     const [address, setAddress] = useState('');
     useEffect(() => {
         const made = URL.createObjectURL(new Blob([svg], { type: 'image/svg+xml' }));
         setAddress(made);
         return () => URL.revokeObjectURL(made);
     }, [svg]);
-    return address === '' ? null : <img class="drawing" src={address} alt={alt} />;
+    return address === '' ? null : <img class={classes('drawing', actualSize && 'actual')} src={address} alt={alt} />;
 }
 
 // Tabs
