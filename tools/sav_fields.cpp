@@ -1,7 +1,6 @@
 #include "tools/sav_fields.h"
 
 #include <algorithm>
-#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -314,25 +313,27 @@ void storeBytes(std::string_view text, std::string &bytes, size_t at, size_t cou
 
 void storeReal(std::string_view text, std::string &bytes, size_t at)
 {
-    const char *const end = text.data() + text.size();
-    const bool isHex = text.starts_with("0x");
     uint64_t bits = 0;
-    double value = 0;
-    const auto [last, error] = isHex ? std::from_chars(text.data() + 2, end, bits, 16)
-                                     : std::from_chars(text.data(), end, value);
-    // Also refuses the words that from_chars() takes for infinity and no number.
-    if (error != std::errc() || last != end || (isHex && text.size() != 2 + 2 * sizeof(bits)) ||
-        (!isHex && !std::isfinite(value))) {
+    bool isRight = false;
+    if (text.starts_with("0x")) {
+        const char *const end = text.data() + text.size();
+        const auto [last, error] = std::from_chars(text.data() + 2, end, bits, 16);
+        isRight = error == std::errc() && last == end && text.size() == 2 + 2 * sizeof(bits);
+    } else if (const auto value = realFrom(text, RealForm::kAny)) {
+        std::memcpy(&bits, &*value, sizeof(bits));
+        isRight = true;
+    }
+    if (!isRight) {
         throw UsageError(fmt::format("\"{}\" is neither a number nor 0x with 16 hexadecimal digits",
                                      escape(text)));
     }
-    bits = isHex ? bits : std::bit_cast<uint64_t>(value);
     std::memcpy(bytes.data() + at, &bits, sizeof(bits));
 }
 
 void appendReal(uint64_t bits, std::string &text)
 {
-    const auto value = std::bit_cast<double>(bits);
+    double value = 0;
+    std::memcpy(&value, &bits, sizeof(value));
     if (!std::isfinite(value)) {
         text += fmt::format("0x{:016x}", bits);
         return;

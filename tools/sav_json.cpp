@@ -1,7 +1,6 @@
 #include "tools/sav_json.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 #include <iterator>
 
@@ -252,8 +251,8 @@ private:
         if (json.is_string()) {
             storeText(field, json.get_ref<const std::string &>(), bytes_, at);
         } else if (field.form == SavForm::kReal && json.is_number()) {
-            const auto bits = std::bit_cast<uint64_t>(json.get<double>());
-            std::memcpy(bytes_.data() + at, &bits, sizeof(bits));
+            const auto value = json.get<double>();
+            std::memcpy(bytes_.data() + at, &value, sizeof(value));
         } else if (json.is_number_integer() &&
                    (field.form == SavForm::kHex || isNumber(field.form))) {
             // What is greater than any int64_t is greater than any field.
@@ -369,7 +368,7 @@ Json schemaOfObject(Json properties)
             {"properties", std::move(properties)}};
 }
 
-// Adds the record and those that it is made of.
+// Adds the record and those that it is made of. The title is the chapter of docs/files.md.
 void addDefinitions(const SavRecord &record, Json &definitions)
 {
     if (definitions.contains(std::string(record.name))) {
@@ -396,7 +395,9 @@ void addDefinitions(const SavRecord &record, Json &definitions)
         }
         properties[std::string(field.name)] = std::move(json);
     }
-    definitions[std::string(record.name)] = schemaOfObject(std::move(properties));
+    Json &definition = definitions[std::string(record.name)];
+    definition = {{"title", record.chapter}};
+    definition.update(schemaOfObject(std::move(properties)));
 }
 
 } // namespace

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <utility>
@@ -19,13 +18,13 @@
 #include "core/systick.h"
 #include "storage/fatfs.h"
 #include "tools/errors.h"
+#include "tools/output.h"
 
 namespace {
 
-// A file that is being saved. It has no name until it gets one.
+// A file that is being saved.
 struct Saving {
-    int descriptor; // of the store, which closes it; only to be compared
-    int copy;       // ours, for the content
+    int copy; // ours, for the content
     std::string name;
 };
 
@@ -49,7 +48,7 @@ std::string nameIn(const char *path)
     return std::string(text.starts_with(USERPath) ? text.substr(std::strlen(USERPath)) : "");
 }
 
-// A file without a name. It is a regular one.
+// A regular file in memory.
 int openMemory(std::string_view content)
 {
     const int descriptor = memfd_create("sav", MFD_CLOEXEC);
@@ -100,22 +99,21 @@ bool find(const std::string &name, std::string &content)
 }
 
 // The system calls of the store. Its files cannot be truncated when they are opened, removed or be
-// in other directories, and no loader wants that.
+// in other directories, and no loader wants that. As on some file systems, all have names.
 
 int openFile(const char *path, int flags, mode_t = 0)
 {
     const std::string name = nameIn(path);
-    const bool isUnnamed = (flags & O_TMPFILE) == O_TMPFILE;
     const bool isRead = (flags & O_ACCMODE) == O_RDONLY;
     if (isRead && !name.empty() && std::find(asked.begin(), asked.end(), name) == asked.end()) {
         asked.push_back(name);
     }
-    if (!isUnnamed && !name.empty() && name == inTheWay) {
+    if (!name.empty() && name == inTheWay) {
         errno = EISDIR; // nobody looks at which error it is
         return -1;
     }
     std::string content;
-    if (!isUnnamed && !find(name, content) && (name.empty() || (flags & O_CREAT) == 0)) {
+    if (!find(name, content) && (name.empty() || (flags & O_CREAT) == 0)) {
         errno = ENOENT;
         return -1;
     }
@@ -126,21 +124,15 @@ int openFile(const char *path, int flags, mode_t = 0)
             close(descriptor);
             return failed();
         }
-        savings.push_back({descriptor, copy, isUnnamed ? "" : name});
+        savings.push_back({copy, name});
     }
     return descriptor;
 }
 
-int nameMemory(int, const char *from, int, const char *to, int)
+// A file in memory has no name in the system's eyes, and always one in ours.
+int nameMemory(int, const char *, int, const char *, int)
 {
-    for (auto saving = savings.rbegin(); saving != savings.rend(); ++saving) {
-        if (fmt::format("/proc/self/fd/{}", saving->descriptor) == from) {
-            saving->name = nameIn(to);
-            return 0;
-        }
-    }
-    errno = ENOENT;
-    return -1;
+    return 0;
 }
 
 int statFile(const char *path, struct stat *)
@@ -157,6 +149,26 @@ int statFile(const char *path, struct stat *)
 const char *nothingInsteadOf(const char *)
 {
     return "";
+}
+
+// What a function prints on standard output.
+std::string printedBy(const std::function<void()> &function)
+{
+    flushOutput();
+    const int output = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
+    const int console = openMemory({});
+    if (output < 0 || console < 0 || dup2(console, STDOUT_FILENO) < 0) {
+        throw LocalError(fmt::format("cannot run the loaders: {}", std::strerror(errno)));
+    }
+    function();
+    if (std::fflush(stdout) != 0) {
+        failed();
+    }
+    std::string text = contentOf(console);
+    dup2(output, STDOUT_FILENO);
+    close(output);
+    close(console);
+    return text;
 }
 
 } // namespace
@@ -184,28 +196,10 @@ SavRun runOnFiles(const SavFiles &files, const std::function<void()> &loader,
     present = &files;
     inTheWay = blocked;
     failure = 0;
-    char *text = nullptr;
-    size_t length = 0;
-    std::FILE *const console = open_memstream(&text, &length);
-    if (console == nullptr) {
-        throw LocalError(fmt::format("cannot run the loaders: {}", std::strerror(errno)));
-    }
-    std::FILE *const output = stdout;
-    stdout = console; // the C library's printf() and puts() go by this variable
-    loader();
-    stdout = output;
-    if (std::fclose(console) != 0) {
-        failed();
-    }
     SavRun run;
-    if (text != nullptr) {
-        run.says.assign(text, length);
-        std::free(text);
-    }
+    run.says = printedBy(loader);
     for (const Saving &saving : savings) {
-        if (!saving.name.empty()) {
-            run.written[saving.name] = contentOf(saving.copy);
-        }
+        run.written[saving.name] = contentOf(saving.copy);
         close(saving.copy);
     }
     savings.clear();

@@ -1,5 +1,8 @@
 #include "tools/text.h"
 
+#include <cmath>
+#include <cstdlib>
+
 #include <fmt/format.h>
 
 #include "command/frame.h"
@@ -89,4 +92,53 @@ bool isHexDigit(char character)
 {
     return (character >= '0' && character <= '9') || (character >= 'a' && character <= 'f') ||
            (character >= 'A' && character <= 'F');
+}
+
+namespace {
+
+// Takes the digits at the text's beginning, and returns how many there were.
+size_t takeDigits(std::string_view &text)
+{
+    size_t count = 0;
+    while (count < text.size() && text[count] >= '0' && text[count] <= '9') {
+        ++count;
+    }
+    text.remove_prefix(count);
+    return count;
+}
+
+bool takeSign(std::string_view &text, std::string_view signs)
+{
+    const bool isThere = !text.empty() && signs.find(text.front()) != std::string_view::npos;
+    text.remove_prefix(isThere ? 1 : 0);
+    return isThere;
+}
+
+// Not all that strtod() takes: no blanks, no hexadecimal digits, no words.
+bool isReal(std::string_view text, RealForm form)
+{
+    takeSign(text, "-");
+    size_t digits = takeDigits(text);
+    if (takeSign(text, ".")) {
+        digits += takeDigits(text);
+    }
+    if (digits > 0 && form == RealForm::kAny && takeSign(text, "eE")) {
+        takeSign(text, "+-");
+        digits = takeDigits(text);
+    }
+    return digits > 0 && text.empty();
+}
+
+} // namespace
+
+// std::from_chars() does the same, but not every C++ library has it for numbers with a fraction.
+std::optional<double> realFrom(std::string_view text, RealForm form)
+{
+    if (!isReal(text, form)) {
+        return std::nullopt;
+    }
+    const double value = std::strtod(std::string(text).c_str(), nullptr);
+    const std::string_view mantissa = text.substr(0, text.find_first_of("eE"));
+    const bool isTooSmall = value == 0 && mantissa.find_first_of("123456789") != mantissa.npos;
+    return std::isfinite(value) && !isTooSmall ? std::optional(value) : std::nullopt;
 }

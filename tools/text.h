@@ -2,6 +2,7 @@
 
 // Bytes as one line of readable text and back, for transcripts, console and monitor.
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -19,3 +20,10 @@ std::string escapeXml(std::string_view text);
 std::string_view trim(std::string_view text);
 
 bool isHexDigit(char character);
+
+// How numbers with a fraction may be written.
+enum class RealForm { kFixed, kAny }; // "59.94"; also "-1.5e-3"
+
+// The number that the whole text means; nothing for any other text, and for a number that a double
+// cannot have.
+std::optional<double> realFrom(std::string_view text, RealForm form);

@@ -351,13 +351,11 @@ std::pair<int32_t, int32_t> sizeOf(const std::string &text)
 
 double rateOf(const std::string &text)
 {
-    double rate = 0;
-    const char *const end = text.data() + text.size();
-    const auto [rest, error] = std::from_chars(text.data(), end, rate, std::chars_format::fixed);
-    if (rest != end || error != std::errc() || !(rate > 0)) {
+    const auto rate = realFrom(text, RealForm::kFixed);
+    if (!rate || !(*rate > 0)) {
         throw UsageError(fmt::format("--rate: \"{}\" is not a number of Hz", escape(text)));
     }
-    return rate;
+    return *rate;
 }
 
 bool hasSize(uint8_t id, const Raster &raster, const std::pair<int32_t, int32_t> &size)

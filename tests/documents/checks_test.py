@@ -99,6 +99,10 @@ class Messages(unittest.TestCase):
             ("scripts/run", '#!/bin/sh\necho "run: $*" >&2; echo "no tank" >&2\n', "no tank"),
             ("testbench/x", '#!/usr/bin/python3\nraise Refusal(f"tank {1} is " "empty", 2)\n', "tank {} is empty"),
             ("testbench/x", '#!/usr/bin/python3\nparser.error(why + "; see --help")\n', "{}; see --help"),
+            ("web/src/advice.ts", "const a = {\n    title: 'The tank is empty',\n};\n", "The tank is empty"),
+            ("web/src/views/A.tsx", '<Notice\n    tone="error"\n    title={`${tank} is empty`}\n>', "{} is empty"),
+            ("web/src/views/A.tsx", '<Notice tone="warning" title="Empty">', "Empty"),
+            ("web/src/views/A.tsx", "report({ tone: 'error', title: 'Empty', lines });", "Empty"),
         ]
         for path, source, message in rows:
             with self.subTest(source):
@@ -109,6 +113,8 @@ class Messages(unittest.TestCase):
         sources = {
             "src/a/a.cpp": 'void f() { std::printf("tank %d is empty\\r\\n", 1); perror("tank"); }',
             "tools/a.cpp": 'std::string f() { return "; the tank is empty"; } // "not seen here"',
+            "web/src/views/A.tsx": '<Notice tone="good" title="The tank is full">',
+            "web/src/views/B.tsx": "report({ tone: 'good', title: 'The tank is full', lines });",
         }
         self.assertEqual(self.run_with(["tank N is empty", "tank: REASON", "N; the tank is empty"], sources), [])
 

@@ -1,0 +1,258 @@
+// The settings of the device's network interface: what they are, what they are to become, and what they became.
+
+import { useEffect, useState } from 'preact/hooks';
+
+import { ExitStatus, type Core, type NetworkSettings } from '../core/core.ts';
+import { useSession } from '../hooks.ts';
+import { objectsOf, sentenceOf, sentencesOf, type Session } from '../session.ts';
+import { NeedsDevice } from './NeedsDevice.tsx';
+import { Busy, Check, Dialog, Field, Notice, Panel, Table } from './parts.tsx';
+
+type Name = keyof NetworkSettings;
+
+const fields: readonly { name: Name; label: string; hint: string }[] = [
+    { name: 'address', label: 'Address', hint: 'such as 192.168.0.100' },
+    { name: 'mask', label: 'Net mask', hint: 'such as 255.255.255.0' },
+    { name: 'gateway', label: 'Gateway', hint: 'the router, in the same net' },
+    { name: 'mac', label: 'MAC address', hint: 'such as 02:76:65:73:6b:01' },
+];
+
+interface Change {
+    name: Name;
+    label: string;
+    before: string;
+    after: string;
+}
+
+function changesOf(before: NetworkSettings | null, after: NetworkSettings): Change[] {
+    return fields
+        .map(({ name, label }) => ({ name, label, before: before?.[name] ?? '', after: after[name].trim() }))
+        .filter((change) => change.before.toLowerCase() !== change.after.toLowerCase());
+}
+
+function trimmed(settings: NetworkSettings): NetworkSettings {
+    return {
+        address: settings.address.trim(),
+        mask: settings.mask.trim(),
+        gateway: settings.gateway.trim(),
+        mac: settings.mac.trim(),
+    };
+}
+
+function Changes({ changes }: { changes: readonly Change[] }) {
+    return (
+        <Table
+            caption="What changes"
+            columns={[
+                { head: 'Setting', names: true, cell: (change: Change) => change.label },
+                { head: 'Now', code: true, cell: (change: Change) => change.before },
+                { head: 'Then', code: true, cell: (change: Change) => change.after },
+            ]}
+            rows={changes}
+            keyOf={(change) => change.name}
+            empty="Nothing: these are the settings that it has."
+        />
+    );
+}
+
+interface Report {
+    tone: 'good' | 'warning' | 'error';
+    title: string;
+    lines: readonly string[];
+}
+
+function reportOn(status: number, messages: string, wanted: NetworkSettings, got: NetworkSettings | null): Report {
+    const lines = sentencesOf(messages);
+    if (status === ExitStatus.done && got !== null) {
+        const isLater = got.mac.toLowerCase() !== wanted.mac.toLowerCase();
+        const later = `The MAC address ${wanted.mac} is kept for the next start; now it is still ${got.mac}.`;
+        return {
+            tone: 'good',
+            title: 'Written, and read back as written',
+            lines: [...lines, ...(isLater ? [later] : [])],
+        };
+    }
+    if (got !== null) {
+        return { tone: 'warning', title: 'Written, but read back otherwise', lines };
+    }
+    switch (status) {
+        case ExitStatus.refused:
+            return { tone: 'error', title: 'The device has refused the settings', lines };
+        case ExitStatus.noAnswer:
+            return {
+                tone: 'error',
+                title: 'The device has not answered: read the settings to see which it has',
+                lines,
+            };
+        case ExitStatus.interrupted:
+            return {
+                tone: 'warning',
+                title: 'Ended before the answer: read the settings to see which it has',
+                lines,
+            };
+        case ExitStatus.usage:
+            return { tone: 'error', title: 'These settings cannot be sent', lines };
+        default:
+            return { tone: 'error', title: 'The settings could not be written', lines };
+    }
+}
+
+const empty: NetworkSettings = { address: '', mask: '', gateway: '', mac: '' };
+
+export function Network({ core, session }: { core: Core; session: Session }) {
+    const state = useSession(session);
+    const [now, setNow] = useState<NetworkSettings | null>(null);
+    const [form, setForm] = useState<NetworkSettings>(empty);
+    const [isForced, setForced] = useState(false);
+    const [isAsked, setAsked] = useState(false);
+    const [report, setReport] = useState<Report | null>(null);
+    const told = state.device?.network ?? null;
+    const canRun = state.phase === 'ready' && state.running === '';
+
+    // What the device told when it was connected, or later. What is typed stays, unless nothing was.
+    useEffect(() => {
+        if (told !== null) {
+            setForm((typed) => (now === null || changesOf(now, typed).length === 0 ? told : typed));
+            setNow(told);
+        }
+    }, [told]);
+
+    const faults = core.faultsOf(trimmed(form));
+    const isFaulty = fields.some(({ name }) => faults[name] !== '');
+    const changes = changesOf(now, form);
+    const canWrite =
+        canRun && now !== null && !isFaulty && (faults.together === '' || isForced) && changes.length > 0;
+
+    async function talk(args: readonly string[], what: string): Promise<[number, string, NetworkSettings | null]> {
+        try {
+            const finished = await session.run([...args, '--json'], { what });
+            const object = objectsOf(finished.output)[0] as { network?: NetworkSettings } | undefined;
+            return [finished.status, finished.messages, object?.network ?? null];
+        } catch (error) {
+            return [ExitStatus.localFailure, error instanceof Error ? error.message : String(error), null];
+        }
+    }
+
+    async function read(): Promise<void> {
+        setReport(null);
+        const [, messages, got] = await talk(['network', 'read'], 'Reading the network settings');
+        if (got === null) {
+            setReport({ tone: 'error', title: 'The settings could not be read', lines: sentencesOf(messages) });
+            return;
+        }
+        setNow(got);
+        setForm(got);
+    }
+
+    async function write(): Promise<void> {
+        setAsked(false);
+        setReport(null);
+        const wanted = trimmed(form);
+        const values = [wanted.address, wanted.mask, wanted.gateway, wanted.mac];
+        const args = ['network', 'write', ...values, ...(isForced ? ['--force'] : [])];
+        const [status, messages, got] = await talk(args, 'Writing the network settings');
+        setReport(reportOn(status, messages, wanted, got));
+        if (got !== null) {
+            setNow(got);
+            setForm(got);
+            setForced(false);
+            void session.ask(); // so that the other screens have them, too
+        }
+    }
+
+    return (
+        <article class="screen">
+            <header>
+                <h1>Network</h1>
+                <p>What the device’s network interface has now, and what it is to have.</p>
+            </header>
+            <NeedsDevice state={state} />
+            {report !== null && (
+                <Notice tone={report.tone} title={report.title} onDismiss={() => setReport(null)}>
+                    {report.lines.map((line) => (
+                        <p key={line}>{line}</p>
+                    ))}
+                </Notice>
+            )}
+            <div class="columns">
+                <Panel
+                    title="Settings"
+                    actions={
+                        <button type="button" disabled={!canRun} onClick={() => void read()}>
+                            Read again
+                        </button>
+                    }
+                >
+                    <form
+                        class="stack"
+                        onSubmit={(event) => {
+                            event.preventDefault();
+                            setAsked(canWrite);
+                        }}
+                    >
+                        <div class="form-grid">
+                            {fields.map(({ name, label, hint }) => (
+                                <Field
+                                    key={name}
+                                    label={label}
+                                    value={form[name]}
+                                    hint={hint}
+                                    fault={form[name] === '' && now === null ? '' : sentenceOf(faults[name])}
+                                    onInput={(value) => setForm({ ...form, [name]: value })}
+                                    disabled={now === null}
+                                    code
+                                />
+                            ))}
+                        </div>
+                        {!isFaulty && faults.together !== '' && (
+                            <Notice tone="warning" title="These settings do not go together">
+                                <p>{sentenceOf(faults.together)}</p>
+                                <Check label="Write them all the same" checked={isForced} onChange={setForced} />
+                            </Notice>
+                        )}
+                        <div class="buttons">
+                            <button type="submit" class="chief" disabled={!canWrite}>
+                                Write …
+                            </button>
+                            <button
+                                type="button"
+                                disabled={changes.length === 0 || now === null}
+                                onClick={() => setForm(now ?? empty)}
+                            >
+                                Undo
+                            </button>
+                        </div>
+                    </form>
+                </Panel>
+                <Panel title="Before it is written">
+                    <div class="stack">
+                        {now !== null && <Changes changes={changes} />}
+                        <p class="muted">
+                            The device sets up its interface at once, and again whenever it starts. Its DHCP client is
+                            stopped. It keeps a new MAC address for its next start.
+                        </p>
+                    </div>
+                </Panel>
+            </div>
+            {state.running !== '' && <Busy>{state.running}</Busy>}
+            <Dialog
+                open={isAsked}
+                title="Write these settings to the device?"
+                onClose={() => setAsked(false)}
+                actions={
+                    <>
+                        <button type="button" onClick={() => setAsked(false)}>
+                            Cancel
+                        </button>
+                        <button type="button" class="chief" onClick={() => void write()}>
+                            Write them
+                        </button>
+                    </>
+                }
+            >
+                <Changes changes={changes} />
+                <p>Whoever talks to the device over the network must use the new address afterwards.</p>
+            </Dialog>
+        </article>
+    );
+}

@@ -1,0 +1,292 @@
+// A new program for the device: the file, the way to the device, and what has become of it.
+
+import { useMemo, useState } from 'preact/hooks';
+
+import type { Core } from '../core/core.ts';
+import { useSession } from '../hooks.ts';
+import { sentenceOf, type Session, type State } from '../session.ts';
+import type { UpdateResult, UpdateState } from '../update.ts';
+import { NeedsDevice } from './NeedsDevice.tsx';
+import { Busy, Check, Dialog, Facts, FileDrop, Notice, Panel, Progress, type OpenedFile } from './parts.tsx';
+
+function sizeOf(bytes: number): string {
+    return bytes < 1024 * 1024 ? `${(bytes / 1024).toFixed(1)} KiB` : `${(bytes / 1024 / 1024).toFixed(2)} MiB`;
+}
+
+function clock(seconds: number): string {
+    const whole = Math.ceil(seconds);
+    return `${Math.floor(whole / 60)}:${String(whole % 60).padStart(2, '0')}`;
+}
+
+function Way({ update }: { update: UpdateState }) {
+    const { progress, blocks, step } = update;
+    const steps: readonly { of: UpdateState['step']; label: string }[] = [
+        { of: 'asking', label: 'Ask the device' },
+        { of: 'sending', label: 'Send the blocks' },
+        { of: 'restarting', label: 'Wait for the new program' },
+        { of: 'settling', label: 'Ask who answers' },
+    ];
+    const again = progress === null || progress.sent_again === 0 ? '' : `, ${progress.sent_again} sent again`;
+    const text =
+        progress === null
+            ? ''
+            : `${progress.done} of ${progress.blocks} blocks, ${(progress.bytes_per_s / 1024).toFixed(1)} KiB/s, ` +
+              `${clock(progress.seconds_left)} left${again}`;
+    return (
+        <div class="stack">
+            <ol class="way">
+                {steps.map(({ of, label }) => (
+                    <li key={of} {...(of === step ? { 'aria-current': 'step' as const } : {})}>
+                        {label}
+                    </li>
+                ))}
+            </ol>
+            {step === 'asking' && <Busy>Asking whether the device answers</Busy>}
+            {step === 'sending' && (
+                <Progress
+                    label="Sent"
+                    value={progress?.done ?? 0}
+                    most={progress?.blocks ?? Math.max(blocks, 1)}
+                    text={text}
+                />
+            )}
+            {step === 'restarting' && (
+                <Busy>All blocks are sent. The device checks them and starts the new program.</Busy>
+            )}
+            {step === 'settling' && <Busy>Asking the device who it is</Busy>}
+        </div>
+    );
+}
+
+interface Verdict {
+    tone: 'good' | 'warning' | 'error';
+    title: string;
+    next: readonly string[];
+}
+
+function verdictOn(result: UpdateResult): Verdict {
+    const version = result.version === undefined ? '' : `, version ${result.version}`;
+    switch (result.outcome) {
+        case 'restarted':
+            return { tone: 'good', title: `The device runs the new program${version}`, next: [] };
+        case 'old program':
+            return {
+                tone: 'error',
+                title: 'The device goes on with its old program',
+                next: [
+                    'What it stored has a wrong sum or length, as after a full disk.',
+                    'Make room in /userdata on the device; its console says more. Then begin again.',
+                ],
+            };
+        case 'absent':
+            return {
+                tone: 'error',
+                title: 'The device does not answer any more',
+                next: [
+                    'It may still be starting: wait a minute, then press “Ask again” on the Connect screen.',
+                    'If it stays silent, put /usr/bin/vesk_h264_backup back on the device as /usr/bin/vesk_h264.',
+                ],
+            };
+        case 'unknown':
+            return {
+                tone: 'warning',
+                title: 'Whether the device runs the new program is not known',
+                next: ['Compare the versions below when the device answers. If it has the old one, begin again.'],
+            };
+        case 'no answer':
+            return {
+                tone: 'error',
+                title: 'Nobody answers, so nothing was sent',
+                next: ['Is the device on? Then begin again.'],
+            };
+        case 'given up':
+            return {
+                tone: 'error',
+                title: 'The device did not take a block. It goes on with its old program',
+                next: ['Look at the cable and the device’s disk, then begin again.'],
+            };
+        case 'interrupted':
+            return {
+                tone: 'warning',
+                title: 'Cancelled. The device goes on with its old program',
+                next: ['Nothing is left behind that harms. Begin again whenever you like.'],
+            };
+        default:
+            return {
+                tone: 'error',
+                title: 'The update could not go on. The device goes on with its old program',
+                next: ['Look at the cable and begin again.'],
+            };
+    }
+}
+
+function Ended({ update, state, onClose }: { update: UpdateState; state: State; onClose: () => void }) {
+    const { result } = update;
+    if (result === null) {
+        return null;
+    }
+    const verdict = verdictOn(result);
+    const answers =
+        state.phase === 'ready' ? (state.device?.program_version ?? 'not told') : 'the device does not answer now';
+    return (
+        <Notice tone={verdict.tone} title={verdict.title} onDismiss={onClose}>
+            {verdict.next.map((line) => (
+                <p key={line}>{line}</p>
+            ))}
+            <Facts
+                facts={[
+                    ['Version in the file', update.version === '' ? 'not told' : update.version],
+                    ['Version of the device now', answers],
+                    ['Blocks', `${result.done} of ${result.blocks} accepted, ${result.sent_again} sent again`],
+                    ['Time', result.seconds === 0 ? '–' : `${result.seconds.toFixed(1)} s`],
+                ]}
+            />
+            <p class="small muted">
+                In detail: {sentenceOf(result.message.replace(/; begin again with the same command$/, ''))}
+            </p>
+        </Notice>
+    );
+}
+
+export function Update({ core, session }: { core: Core; session: Session }) {
+    const state = useSession(session);
+    const [file, setFile] = useState<OpenedFile | null>(null);
+    const [fault, setFault] = useState('');
+    const [isForced, setForced] = useState(false);
+    const [isAsked, setAsked] = useState(false);
+    const { update } = state;
+    const isUnderWay = update !== null && update.step !== 'over';
+    const canRun = state.phase === 'ready' && state.running === '' && !isUnderWay;
+
+    const check = useMemo(() => {
+        if (file === null) {
+            return null;
+        }
+        const wrong = core.faultOfProgram(file.bytes);
+        const version = core.versionOf(file.bytes);
+        return { wrong, version, blocks: wrong === '' ? core.blocksOf(file.bytes) : 0 };
+    }, [core, file]);
+    const canSend =
+        canRun && check !== null && file !== null && file.bytes.length > 0 && (check.wrong === '' || isForced);
+
+    function open(files: readonly OpenedFile[]): void {
+        setFile(files[0] ?? null);
+        setFault('');
+        setForced(false);
+        if (!isUnderWay) {
+            session.forgetUpdate();
+        }
+    }
+
+    function begin(): void {
+        setAsked(false);
+        if (file !== null) {
+            void session.update(file.name, file.bytes, { isForced });
+        }
+    }
+
+    return (
+        <article class="screen">
+            <header>
+                <h1>Update</h1>
+                <p>A new program for the device. It keeps the old one as a backup.</p>
+            </header>
+            <NeedsDevice state={state} />
+            {update !== null && isUnderWay && (
+                <Panel
+                    title={`Updating with ${update.name}`}
+                    actions={
+                        <button type="button" class="danger" onClick={() => session.cancel()}>
+                            {update.step === 'settling' || update.step === 'restarting'
+                                ? 'Stop waiting'
+                                : 'Cancel the update'}
+                        </button>
+                    }
+                >
+                    <div class="stack">
+                        <Way update={update} />
+                        <p class="muted">
+                            Leave this page open, the cable plugged in and the computer awake. Until the last block a
+                            cancelled update changes nothing.
+                        </p>
+                    </div>
+                </Panel>
+            )}
+            {update !== null && !isUnderWay && (
+                <Ended update={update} state={state} onClose={() => session.forgetUpdate()} />
+            )}
+            {update !== null && update.messages.length > 0 && (
+                <details>
+                    <summary>What happened on the way ({update.messages.length})</summary>
+                    <pre class="code-box" tabIndex={0} aria-label="What happened on the way">
+                        {update.messages.join('\n')}
+                    </pre>
+                </details>
+            )}
+            {!isUnderWay && (
+                <Panel title="The file">
+                    <div class="stack">
+                        <FileDrop
+                            label="Choose the file"
+                            hint="or drop it here: the program vesk_h264 for the device, 1 KiB to 16 MiB"
+                            onFiles={open}
+                            onFault={setFault}
+                        />
+                        {fault !== '' && <Notice tone="error" title={fault} />}
+                        {file !== null && check !== null && (
+                            <Facts
+                                facts={[
+                                    ['File', file.name],
+                                    ['Size', sizeOf(file.bytes.length)],
+                                    ['Version in the file', check.version === '' ? 'not told' : check.version],
+                                    ['Version of the device', state.device?.program_version ?? 'not known'],
+                                    ['Blocks to send', check.blocks === 0 ? '–' : check.blocks],
+                                ]}
+                            />
+                        )}
+                        {check !== null && check.wrong !== '' && (
+                            <Notice tone="error" title="This is no program for the device">
+                                <p>{sentenceOf(check.wrong)}</p>
+                                <p>Nothing has been sent.</p>
+                                <Check
+                                    label="Send it all the same (the device may not start again)"
+                                    checked={isForced}
+                                    onChange={setForced}
+                                />
+                            </Notice>
+                        )}
+                        {check !== null && check.wrong === '' && (
+                            <Notice tone="good" title="This is a program for the device" />
+                        )}
+                        <div class="buttons">
+                            <button type="button" class="chief" disabled={!canSend} onClick={() => setAsked(true)}>
+                                Update the device …
+                            </button>
+                        </div>
+                    </div>
+                </Panel>
+            )}
+            <Dialog
+                open={isAsked}
+                title="Replace the device’s program?"
+                onClose={() => setAsked(false)}
+                actions={
+                    <>
+                        <button type="button" onClick={() => setAsked(false)}>
+                            Cancel
+                        </button>
+                        <button type="button" class={isForced ? 'danger' : 'chief'} onClick={begin}>
+                            Update it
+                        </button>
+                    </>
+                }
+            >
+                <p>
+                    {file?.name} replaces version {state.device?.program_version ?? 'unknown'} of the device, which
+                    restarts at the end. You can cancel before the last block.
+                </p>
+                {isForced && <p>The file is no program for the device: it may not start again afterwards.</p>}
+            </Dialog>
+        </article>
+    );
+}

@@ -1,0 +1,111 @@
+// From the first look at the page to a device that answers, and what it says when none does.
+
+import { describe, expect } from 'vitest';
+
+import { parrot, silence } from './ports.ts';
+import { flow, screens, useBrowser } from './visit.ts';
+
+useBrowser();
+
+describe.concurrent('connect', () => {
+    flow('says what it is, and shows each screen without a device', async ({ page, go, sees }) => {
+        await sees('What this is');
+        for (const screen of screens) {
+            await go(screen);
+            await page.getByRole('heading', { level: 1 }).filter({ visible: true }).waitFor();
+            expect(await page.title()).toContain(screen);
+        }
+    });
+
+    flow('chooses a port, and the device answers', async ({ connect, sees, go, page, press }) => {
+        const { board } = await connect();
+        await sees(/Connected on USB 0403:6001, serial number \d+/);
+        expect(board.log).toContain('read device type');
+        const main = await go('Overview');
+        for (const text of ['2633', '2.13', '1.10', '192.168.0.100', '255.255.255.0', '192.168.0.1', '02:76:65:73:6b:01']) {
+            await main.getByText(text, { exact: true }).first().waitFor();
+        }
+        await go('Connect');
+        await press('Disconnect');
+        await page.getByText('Not connected').first().waitFor();
+    });
+
+    flow('is told that no port was chosen', async ({ ports, press, sees }) => {
+        ports.choice = 'cancel';
+        await press('Choose the port');
+        await sees('No port was chosen');
+    });
+
+    flow('is told that the browser does not permit it', async ({ ports, press, sees }) => {
+        ports.choice = 'forbid';
+        await press('Choose the port');
+        await sees('The browser does not permit serial ports here');
+    });
+
+    flow('is told that the port is busy, and takes it when it is free', async ({ ports, board, press, sees }) => {
+        const port = ports.add(await board());
+        port.isBusy = true;
+        ports.choice = port;
+        await press('Choose the port');
+        await sees('The port cannot be opened');
+        port.isBusy = false;
+        await press(/^Choose (the|another) port$/);
+        await sees('The device answers');
+    });
+
+    flow('is told that nobody answers, and asks again', async ({ ports, board, press, sees }) => {
+        const port = ports.add(silence());
+        ports.choice = port;
+        await press('Choose the port');
+        await sees('Nobody answers on this port');
+        port.lead(await board());
+        await press('Ask again');
+        await sees('The device answers');
+    });
+
+    flow('is told that it is another device', async ({ ports, press, sees }) => {
+        ports.choice = ports.add(parrot('$GPGGA,115739.00,4158.8441,N,09147.4416,W*76\r\n'));
+        await press('Choose the port');
+        await sees('Something is there, but it does not answer as this device does');
+    });
+
+    flow('finds the device again when its cable is back', async ({ connect, sees, page }) => {
+        const { port } = await connect();
+        port.unplug();
+        await sees('USB 0403:6001 is unplugged');
+        port.plug();
+        await sees(/Connected on USB 0403:6001/);
+        await page.getByText('The device answers').first().waitFor();
+    });
+
+    flow('uses a port again that was chosen before', async ({ connect, press, sees, page }) => {
+        await connect();
+        await page.reload();
+        await press('Use USB 0403:6001 again');
+        await sees('The device answers');
+    });
+
+    flow('works with the keyboard alone', async ({ ports, board, page, sees }) => {
+        ports.choice = ports.add(await board());
+        const seen: string[] = [];
+        for (let step = 0; step < 40; ++step) {
+            await page.keyboard.press('Tab');
+            const name = await page.evaluate(() => document.activeElement?.textContent?.trim() ?? '');
+            seen.push(name);
+            if (name === 'Choose the port') {
+                break;
+            }
+        }
+        expect(seen).toContain('Choose the port');
+        await page.keyboard.press('Enter');
+        await sees('The device answers');
+    });
+
+    flow('is told what to do in a browser without serial ports', async ({ page, sees, button }) => {
+        await page.addInitScript(() => Object.defineProperty(navigator, 'serial', { value: undefined }));
+        await page.reload();
+        await sees('This browser cannot use serial ports');
+        expect(await button('Choose the port').isDisabled()).toBe(true);
+        expect(await button('Try the demo device').isEnabled()).toBe(true);
+    });
+});
