@@ -190,7 +190,7 @@ describe.concurrent('an update', () => {
         const { board } = await connect();
         await go('Update');
         await chooseProgram(visit, 'vesk_h264', programForBoard());
-        await sees(/it is for x86_64, and the device needs 32-bit ARM/);
+        await sees(/[Ii]t is for x86_64, and the device needs 32-bit ARM/);
         await page.getByRole('checkbox', { name: /^Send it all the same/ }).check();
         await press('Update the device …');
         await press('Update it');
