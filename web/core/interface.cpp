@@ -96,6 +96,17 @@ Json jsonOf(const CommandRow &row)
             {"usage", usageOf(row)}};
 }
 
+// Texts, each ended by a NUL.
+std::vector<std::string> textsOf(const char *bytes, int size)
+{
+    std::vector<std::string> texts;
+    for (const char *const end = bytes + size; bytes < end;) {
+        texts.emplace_back(bytes);
+        bytes += texts.back().size() + 1;
+    }
+    return texts;
+}
+
 // What a check throws, or "".
 template <typename Check> std::string faultIn(Check check)
 {
@@ -136,12 +147,8 @@ extern "C" {
 // Runs veskctl with arguments, each ended by a NUL. Gives the exit status.
 EMSCRIPTEN_KEEPALIVE int runTool(const char *arguments, int size)
 {
-    std::vector<std::string> texts{"veskctl"};
-    const char *const end = arguments + size;
-    while (arguments < end) {
-        texts.emplace_back(arguments);
-        arguments += texts.back().size() + 1;
-    }
+    std::vector<std::string> texts = textsOf(arguments, size);
+    texts.emplace(texts.begin(), "veskctl");
     std::vector<char *> pointers;
     for (std::string &text : texts) {
         pointers.push_back(text.data());
@@ -193,11 +200,12 @@ EMSCRIPTEN_KEEPALIVE const char *frameOf(const char *text, int size)
     }
 }
 
-// What is wrong with the settings {address, mask, gateway, mac}: the same, and `together`.
+// What is wrong with address, mask, gateway and MAC address, each ended by a NUL: of each, and
+// `together`.
 EMSCRIPTEN_KEEPALIVE const char *faultsOf(const char *text, int size)
 {
-    const Json given = Json::parse(std::string_view(text, static_cast<size_t>(size)));
-    const NetworkSettings settings{given["address"], given["mask"], given["gateway"], given["mac"]};
+    const std::vector<std::string> given = textsOf(text, size);
+    const NetworkSettings settings{given.at(0), given.at(1), given.at(2), given.at(3)};
     Json faults{{"address", faultIn([&] { bytesOfAddress(settings.address); })},
                 {"mask", faultIn([&] { bytesOfMask(settings.mask); })},
                 {"gateway", faultIn([&] { bytesOfAddress(settings.gateway); })},

@@ -8,6 +8,11 @@ const HOME = '/home/web_user'; // the working directory of a run, which Emscript
 
 const encoder = new TextEncoder();
 
+/** Texts, each ended by a NUL. */
+function bytesOf(texts: readonly string[]): Uint8Array {
+    return encoder.encode(texts.map((each) => `${each.replaceAll('\0', '\ufffd')}\0`).join(''));
+}
+
 /** Copies bytes to where the module sees them. */
 function put(module: CoreModule, bytes: Uint8Array): number {
     const at = module._malloc(bytes.length + 1); // never nothing, which may be 0
@@ -109,10 +114,9 @@ export async function loadCore(fetchWasm: () => Promise<BufferSource> = fetchFro
         const desk = newDesk(options.line, options.signal);
         const module = await newInstance(desk, output.take, messages.take);
         putFiles(module, options.files);
-        const text = encoder.encode(args.map((each) => `${each}\0`).join(''));
-        const at = put(module, text);
+        const given = bytesOf(args);
         try {
-            const values = [at, text.length];
+            const values = [put(module, given), given.length];
             const status = await module.ccall('runTool', 'number', ['number', 'number'], values, { async: true });
             return { status, output: output.end(), messages: messages.end(), files: takeFiles(module) };
         } finally {
@@ -142,10 +146,8 @@ export async function loadCore(fetchWasm: () => Promise<BufferSource> = fetchFro
         run,
         commands: () => JSON.parse(answer('listCommands')) as Command[],
         frameOf: (text) => JSON.parse(answer('frameOf', encoder.encode(text))) as ReturnType<Core['frameOf']>,
-        faultsOf: (settings) =>
-            JSON.parse(answer('faultsOf', encoder.encode(JSON.stringify(settings)))) as NetworkSettings & {
-                together: string;
-            },
+        faultsOf: ({ address, mask, gateway, mac }) =>
+            JSON.parse(answer('faultsOf', bytesOf([address, mask, gateway, mac]))) as NetworkSettings & { together: string },
         faultOfProgram: (file) => answer('faultOfFile', file),
         blocksOf: (file) => ask('blocksOf', file),
         versionOf: (file) => answer('versionOf', file),
