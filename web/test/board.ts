@@ -27,7 +27,9 @@ export function daemonPath(): string {
     return path;
 }
 
-/** Is over when the daemon is in service. */
+const question = '<T0000680100000069>'; // an answer is as long
+
+/** Is over when the daemon answers. */
 export async function startBoard(): Promise<Board> {
     const log: string[] = [];
     const watchers = new Set<() => void>();
@@ -76,5 +78,16 @@ export async function startBoard(): Promise<Board> {
     };
     process.stdout.on('data', (bytes: Buffer) => board.onBytes?.(bytes));
     await board.says('enter main');
+    await new Promise<void>((resolve) => {
+        let heard = 0;
+        board.onBytes = (bytes) => {
+            heard += bytes.length;
+            if (heard === question.length) {
+                resolve();
+            }
+        };
+        board.take(Buffer.from(question));
+    });
+    board.onBytes = null;
     return board;
 }

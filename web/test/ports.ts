@@ -45,8 +45,8 @@ export interface Port {
     /** Leads the cable to another far end. */
     lead(end: FarEnd): void;
 
-    /** Is called for each write of the page, before it reaches the far end. */
-    onWrite: ((bytes: Uint8Array) => void) | null;
+    /** Is called for each write of the page, before it reaches the far end. Bytes that it returns go there instead. */
+    onWrite: ((bytes: Uint8Array) => Uint8Array | void) | null;
 }
 
 export interface Ports {
@@ -67,7 +67,7 @@ class Cable implements Port {
     isPlugged = true;
     isOpen = false;
     readonly written: Uint8Array[] = [];
-    onWrite: ((bytes: Uint8Array) => void) | null = null;
+    onWrite: ((bytes: Uint8Array) => Uint8Array | void) | null = null;
     private waiting: Buffer[] = [];
     private wake: (() => void) | null = null;
 
@@ -116,9 +116,9 @@ class Cable implements Port {
         }
         const bytes = Buffer.from(text, 'latin1');
         this.written.push(bytes);
-        this.onWrite?.(bytes);
+        const instead = this.onWrite?.(bytes);
         if (this.isPlugged) {
-            this.end.take(bytes);
+            this.end.take(instead ?? bytes);
         }
         return {};
     }
