@@ -100,6 +100,7 @@ class Messages(unittest.TestCase):
             ("web/src/advice.ts", "const a = {\n    title: 'The tank is empty',\n};\n", "The tank is empty"),
             ("web/src/views/A.tsx", '<Notice\n    tone="error"\n    title={`${tank} is empty`}\n>', "{} is empty"),
             ("web/src/views/A.tsx", '<Notice tone="warning" title="Empty">', "Empty"),
+            ("web/src/views/A.tsx", "report({ tone: 'error', title: 'Empty', lines });", "Empty"),
         ]
         for path, source, message in rows:
             with self.subTest(source):
@@ -111,6 +112,7 @@ class Messages(unittest.TestCase):
             "src/a/a.cpp": 'void f() { std::printf("tank %d is empty\\r\\n", 1); perror("tank"); }',
             "tools/a.cpp": 'std::string f() { return "; the tank is empty"; } // "not seen here"',
             "web/src/views/A.tsx": '<Notice tone="good" title="The tank is full">',
+            "web/src/views/B.tsx": "report({ tone: 'good', title: 'The tank is full', lines });",
         }
         self.assertEqual(self.run_with(["tank N is empty", "tank: REASON", "N; the tank is empty"], sources), [])
 

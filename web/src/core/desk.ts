@@ -35,11 +35,7 @@ export function newDesk(line: CoreLine | undefined, signal: AbortSignal | undefi
 
     async function read(timeout: number): Promise<void> {
         try {
-            const bytes = await line!.read(timeout);
-            const both = new Uint8Array(arrived.length + bytes.length);
-            both.set(arrived);
-            both.set(bytes, arrived.length);
-            arrived = both;
+            arrived = await line!.read(timeout); // is empty before
         } catch {
             isLost = true;
         } finally {
