@@ -27,10 +27,13 @@ export interface Visit {
     go(screen: ScreenName): Promise<Locator>;
 
     button(name: string | RegExp): Locator;
-    field(name: string): Locator;
+    field(name: string | RegExp): Locator;
 
     /** Waits until a text is seen. */
     sees(text: string | RegExp): Promise<void>;
+
+    /** Waits until a field has a value. */
+    has(field: string, value: string): Promise<void>;
 
     press(name: string | RegExp): Promise<void>;
 
@@ -106,12 +109,21 @@ export async function visit(steps: (visit: Visit) => Promise<void>, options: Bro
                 return main.locator(':scope > div').filter({ visible: true });
             },
             button: (name) => page.getByRole('button', typeof name === 'string' ? { name, exact: true } : { name }),
-            field: (name) =>
-                main
-                    .getByRole('textbox', { name, exact: true })
-                    .or(main.getByRole('searchbox', { name, exact: true }))
-                    .or(main.getByRole('combobox', { name, exact: true })),
+            field: (name) => {
+                const options = { name, exact: typeof name === 'string' };
+                return main
+                    .getByRole('textbox', options)
+                    .or(main.getByRole('searchbox', options))
+                    .or(main.getByRole('combobox', options));
+            },
             sees: (text) => page.getByText(text).filter({ visible: true }).first().waitFor(),
+            async has(field, value) {
+                const element = await open.field(field).elementHandle();
+                await page.waitForFunction(
+                    ([input, wanted]) => (input as HTMLInputElement).value === wanted,
+                    [element, value] as const,
+                );
+            },
             press: (name) => open.button(name).click(),
             async save(name) {
                 const [download] = await Promise.all([page.waitForEvent('download'), open.press(name)]);

@@ -371,7 +371,7 @@ export function Console({ core, session }: { core: Core; session: Session }) {
                 ? ['send', text]
                 : command.writes
                   ? ['text', 'write', words[0] ?? '00', words[1] ?? '00', payload]
-                  : ['text', 'read', ...words];
+                  : ['text', 'read', words[0] ?? '00', words[1] ?? '00'];
         try {
             setFinished(await session.run(args, { what: 'Waiting for the answer' }));
         } catch (error) {
