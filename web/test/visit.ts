@@ -118,11 +118,14 @@ export async function visit(steps: (visit: Visit) => Promise<void>, options: Bro
             },
             sees: (text) => page.getByText(text).filter({ visible: true }).first().waitFor(),
             async has(field, value) {
-                const element = await open.field(field).elementHandle();
-                await page.waitForFunction(
-                    ([input, wanted]) => (input as HTMLInputElement).value === wanted,
-                    [element, value] as const,
-                );
+                const element = open.field(field);
+                const end = Date.now() + longest;
+                while ((await element.inputValue()) !== value) {
+                    if (Date.now() > end) {
+                        throw new Error(`${field} is not ${value} but ${await element.inputValue()}`);
+                    }
+                    await page.waitForTimeout(50);
+                }
             },
             press: (name) => open.button(name).click(),
             async save(name) {
