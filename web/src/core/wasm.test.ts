@@ -284,6 +284,20 @@ describe('interrupted', () => {
 });
 
 describe('an update', () => {
+    test('ends with its progress as JSON: here the device goes on with its old program', async () => {
+        const line = fakeLine((sent) => [sent.slice(0, 19).replace('<T', '<F')]);
+        const objects: { event?: string }[] = [];
+        const done = await core.run(['--serial', 'port', 'update', '--force', '--progress', 'json', 'new'], {
+            line,
+            files: new Map([['new', new Uint8Array(10_000)]]),
+            onOutput: (each) => objects.push(JSON.parse(each) as object),
+        });
+        expect(done.status).toBe(ExitStatus.notFinished);
+        expect(objects.length).toBeGreaterThan(1);
+        expect(objects.at(-1)).toMatchObject({ outcome: 'old program' });
+        expect(line.sent.filter((sent) => sent.length === 19 + 1025)).toHaveLength(10);
+    });
+
     test('a block is refused once and sent again; the device is lost in the end', async () => {
         let blocks = 0;
         const line = fakeLine((sent) => {
