@@ -159,7 +159,8 @@ export async function visit(steps: (visit: Visit) => Promise<void>, options: Bro
         await steps(open);
     } catch (error) {
         const seen = await context.pages()[0]?.innerText('body').catch(() => '');
-        throw new Error([String(error), ...faults, 'The page says:', seen].join('\n'), { cause: error });
+        const said = boards.flatMap((board) => ['The daemon says:', ...board.log.slice(-20)]);
+        throw new Error([String(error), ...faults, 'The page says:', seen, ...said].join('\n'), { cause: error });
     } finally {
         await context.close();
         await Promise.all(boards.map((board) => board.stop()));
