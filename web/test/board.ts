@@ -12,8 +12,11 @@ export interface Board extends FarEnd {
     /** The daemon's messages so far. */
     readonly log: readonly string[];
 
-    /** Waits until a message is there. A minute at most: the machine may be busy. */
-    says(text: string): Promise<void>;
+    /**
+     * Waits until a message is there so many times. A minute at most: the machine may be busy, and the messages come
+     * later than the bytes of the line.
+     */
+    says(text: string, times?: number): Promise<void>;
 
     stop(): Promise<void>;
 }
@@ -54,14 +57,14 @@ export async function startBoard(): Promise<Board> {
             process.stdin.write(bytes);
         },
         onBytes: null,
-        says(text) {
+        says(text, times = 1) {
             return new Promise((resolve, reject) => {
                 const late = setTimeout(() => {
                     watchers.delete(watch);
                     reject(new Error(`the daemon does not say "${text}" but:\n${log.join('\n')}\n${rest}`));
                 }, 60000);
                 function watch(): void {
-                    if (log.includes(text)) {
+                    if (log.filter((line) => line === text).length >= times) {
                         clearTimeout(late);
                         watchers.delete(watch);
                         resolve();

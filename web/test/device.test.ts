@@ -133,6 +133,7 @@ describe.concurrent('the network', () => {
     flow('says what is wrong before anything is written', async ({ connect, go, field, button, sees, press }) => {
         const { port } = await connect();
         await go('Network');
+        await press('Read again');
         const written = port.written.length;
         await field('Address').fill('192.168.0.300');
         await sees(/300/);
@@ -147,8 +148,9 @@ describe.concurrent('the network', () => {
     });
 
     flow('writes new settings and reads them back', async ({ connect, go, page, field, press, sees }) => {
-        const { board } = await connect();
+        await connect();
         await go('Network');
+        await press('Read again');
         await field('Address').fill('192.168.0.123');
         await press('Write …');
         const dialog = page.getByRole('dialog');
@@ -156,7 +158,6 @@ describe.concurrent('the network', () => {
         await dialog.getByText('192.168.0.100').waitFor();
         await press('Write them');
         await sees('Written, and read back as written');
-        expect(board.log.join('\n')).toContain('ip:192.168.0.123 netmask:255.255.255.0');
         await go('Overview');
         await press('Refresh');
         await sees('192.168.0.123');
@@ -165,6 +166,7 @@ describe.concurrent('the network', () => {
     flow('is unplugged in mid-save, and shows what the device has', async ({ connect, go, field, has, press, sees }) => {
         const { port } = await connect();
         await go('Network');
+        await press('Read again');
         await field('Address').fill('192.168.0.124');
         port.onWrite = (bytes) => {
             if (/<T....f020/.test(Buffer.from(bytes).toString('latin1'))) {
@@ -183,7 +185,8 @@ describe.concurrent('the network', () => {
     });
 });
 
-describe.concurrent('an update', () => {
+// By itself: its time-outs are the device's, and a machine with several boards may be too slow for them.
+describe('an update', () => {
     flow('ends well: the device restarts with the new program', async (visit) => {
         const { connect, go, sees, press, page } = visit;
         const { board } = await connect();
@@ -195,10 +198,12 @@ describe.concurrent('an update', () => {
         await press('Update it');
         await sees(/The device runs the new program/);
         await sees(/Connected on USB 0403:6001/);
-        expect(board.log).toContain('check _update.pkg sucess');
-        expect(board.log.filter((line) => line === 'enter main').length).toBe(2);
+        await board.says('check _update.pkg sucess');
+        await board.says('enter main', 2);
     });
+});
 
+describe.concurrent('an update that goes wrong', () => {
     flow('is cancelled: the device goes on with its old program', async (visit) => {
         const { connect, sees, press } = visit;
         const { board } = await connect();
@@ -247,7 +252,7 @@ describe.concurrent('an update', () => {
         port.onWrite = damaging(3);
         await beginUpdate(visit, programForDevice(30000));
         await sees('The device goes on with its old program');
-        expect(board.log).toContain('check _update.pkg error');
+        await board.says('check _update.pkg error');
     });
 
     flow('ends in silence: what has become of it is said when the wait is stopped', async (visit) => {
