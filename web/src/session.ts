@@ -245,6 +245,7 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
             return;
         }
         start(mine);
+        isGivenUp = false;
         await settle();
     }
 
@@ -255,11 +256,10 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
     }
 
     // The one place that decides when a restart is over: when the device answers who it is. After a line was lost the
-    // same holds, as the device may have been without power, too.
+    // same holds, as the device may have been without power, too. If the wait is given up, it is asked only once.
     async function settle(): Promise<void> {
         const mine = life;
         const end = Date.now() + times.away;
-        isGivenUp = false;
         set({ phase: 'waiting', trouble: null });
         for (;;) {
             const found = await question(false);
@@ -414,6 +414,7 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
 
     async function update(name: string, file: Uint8Array, options: UpdateOptions): Promise<void> {
         const mine = life;
+        isGivenUp = false;
         const steps = newUpdate(core, name, file, (each) => {
             if (mine === life) {
                 set({ update: each });

@@ -174,6 +174,11 @@ export function Network({ core, session }: { core: Core; session: Session }) {
                     ))}
                 </Notice>
             )}
+            {now === null && state.phase === 'ready' && report === null && (
+                <Notice tone="warning" title="The device has not told its network settings">
+                    <p>Press “Read again”. Nothing can be written before it is known what there is.</p>
+                </Notice>
+            )}
             <div class="columns">
                 <Panel
                     title="Settings"
