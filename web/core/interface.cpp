@@ -26,9 +26,7 @@
 #include "tools/status.h"
 #include "tools/subcommands.h"
 #include "tools/text.h"
-#if __has_include("tools/version.h")
 #include "tools/version.h"
-#endif
 #include "web/core/end_of_run.h"
 
 int veskctlMain(int argc, char **argv); // tools/veskctl.cpp
@@ -229,14 +227,9 @@ EMSCRIPTEN_KEEPALIVE int blocksOf(const char *file, int size)
 }
 
 // The version in a program, or "".
-EMSCRIPTEN_KEEPALIVE const char *versionOf([[maybe_unused]] const char *file,
-                                           [[maybe_unused]] int size)
+EMSCRIPTEN_KEEPALIVE const char *versionOf(const char *file, int size)
 {
-#if __has_include("tools/version.h")
     return kept(versionIn({file, static_cast<size_t>(size)}).value_or(""));
-#else
-    return ""; // programs do not carry one
-#endif
 }
 
 // One direction of a line, in which frames are sought: its number.

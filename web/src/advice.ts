@@ -21,7 +21,7 @@ const advice: Readonly<Record<Fault, Advice>> = {
     unsupported: {
         title: 'This browser cannot use serial ports',
         steps: [
-            'Open this page in Chrome or Edge (version 89 or later) or Firefox (151 or later), on a computer.',
+            'Open this page in Chrome or Edge (version 97 or later) or Firefox (151 or later), on a computer.',
             'If this is such a browser: serial ports work only where the page comes from https, from localhost or from ' +
                 'a file server on this computer.',
             'The demo device, Files and Timings work in every browser.',

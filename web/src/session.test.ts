@@ -50,6 +50,17 @@ describe('connecting', () => {
         expect(session.state.device?.serial_number).toBe(4660);
     });
 
+    test('waits for a line that is unplugged when it is chosen', async () => {
+        const session = sessionWith();
+        const line = device();
+        line.unplug();
+        await session.connect(line);
+        expect(session.state).toMatchObject({ phase: 'lost', trouble: { fault: 'lost' } });
+        line.plug();
+        await until(session, 'ready');
+        expect(session.state.trouble).toBeNull();
+    });
+
     test('waits for the choice of a port', async () => {
         const session = sessionWith();
         await session.connect(Promise.resolve(device()));
@@ -69,7 +80,7 @@ describe('connecting', () => {
         expect(adviceOn(session.state.trouble?.fault ?? 'failed').steps.length).toBeGreaterThan(0);
     });
 
-    test.each(['busy', 'denied', 'lost'] as const)('tells a line that is %s', async (fault) => {
+    test.each(['busy', 'denied'] as const)('tells a line that is %s', async (fault) => {
         const session = sessionWith();
         const line = device();
         line.refuse(new LineError(fault, 'no'));

@@ -336,9 +336,13 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
         try {
             await line.open();
         } catch (error) {
-            if (mine === life) {
+            const trouble = troubleOf(error);
+            if (mine === life && trouble.fault === 'lost') {
+                mine.error = new LineError('lost', trouble.message);
+                void comeBack(mine);
+            } else if (mine === life) {
                 life = null;
-                set({ phase: 'trouble', trouble: troubleOf(error) });
+                set({ phase: 'trouble', trouble });
             }
             return;
         }
@@ -356,8 +360,8 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
         isGivenUp = true;
         running?.abort();
         wake?.();
+        await mine?.line.close(); // first, as it ends a write that hangs
         await last;
-        await mine?.line.close();
         await mine?.listening;
         if (life === null) {
             set(nothing);

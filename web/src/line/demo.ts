@@ -82,7 +82,7 @@ export async function demoDevice(options: DemoOptions = {}): Promise<DemoDevice>
                 program = null;
                 files = left;
                 log(`demo: ${why}; it starts again in ${restartTime / 1000} s`);
-                setTimeout(() => void start(), restartTime);
+                setTimeout(() => start().catch((error: unknown) => log(`demo: ${String(error)}`)), restartTime);
             },
         });
         await inService;

@@ -86,7 +86,10 @@ export async function startProgram(
         }
     }
 
-    const module = await createDemo({
+    // By itself createDemo() never tells of an instance that cannot be made.
+    let cannotStart: (error: unknown) => void = () => undefined;
+    const failure = new Promise<never>((_, reject) => (cannotStart = reject));
+    const starting = createDemo({
         print: ends.say,
         printErr: ends.say,
         send: ends.send,
@@ -95,10 +98,11 @@ export async function startProgram(
         },
         onExit: () => end('the program has ended'),
         instantiateWasm(imports, take) {
-            void WebAssembly.instantiate(compiled, imports).then((instance) => take(instance));
+            WebAssembly.instantiate(compiled, imports).then((instance) => take(instance), cannotStart);
             return {};
         },
     });
+    const module = await Promise.race([starting, failure]);
     layFiles(module, files);
     module.callMain([]);
     return {

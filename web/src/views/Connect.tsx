@@ -142,6 +142,8 @@ export function Connect({ session }: { core: Core; session: Session }) {
     const known = useKnownPorts();
     const [isLoading, setLoading] = useState(false);
     const isThere = state.phase !== 'off' && !(state.phase === 'trouble' && state.lineName === '');
+    // To leave the line would break it off.
+    const isUpdating = state.update !== null && state.update.step !== 'over';
     const isBusy = state.phase === 'opening' || state.phase === 'asking' || state.phase === 'waiting';
 
     async function useDemo(): Promise<void> {
@@ -160,7 +162,7 @@ export function Connect({ session }: { core: Core; session: Session }) {
                 title="The line"
                 actions={
                     isThere && (
-                        <button type="button" onClick={() => void session.disconnect()}>
+                        <button type="button" disabled={isUpdating} onClick={() => void session.disconnect()}>
                             Disconnect
                         </button>
                     )
@@ -171,7 +173,7 @@ export function Connect({ session }: { core: Core; session: Session }) {
                         <button
                             type="button"
                             class={isThere ? '' : 'chief'}
-                            disabled={!hasSerial()}
+                            disabled={!hasSerial() || isUpdating}
                             onClick={() => void session.connect(choosePort())}
                         >
                             {isThere ? 'Choose another port' : 'Choose the port'}
@@ -183,7 +185,7 @@ export function Connect({ session }: { core: Core; session: Session }) {
                                 </button>
                             ))}
                         {!state.isDemo && (
-                            <button type="button" disabled={isLoading} onClick={() => void useDemo()}>
+                            <button type="button" disabled={isLoading || isUpdating} onClick={() => void useDemo()}>
                                 Try the demo device
                             </button>
                         )}

@@ -109,6 +109,15 @@ export function Network({ core, session }: { core: Core; session: Session }) {
     const told = state.device?.network ?? null;
     const canRun = state.phase === 'ready' && state.running === '';
 
+    // Another device has other settings.
+    useEffect(() => {
+        if (state.phase === 'off' || state.phase === 'opening') {
+            setNow(null);
+            setForm(empty);
+            setReport(null);
+        }
+    }, [state.phase]);
+
     // What the device told when it was connected, or later. What is typed stays, unless nothing was.
     useEffect(() => {
         if (told !== null) {

@@ -133,6 +133,7 @@ function Ended({ update, state, onClose }: { update: UpdateState; state: State; 
             {verdict.next.map((line) => (
                 <p key={line}>{line}</p>
             ))}
+            {state.isDemo && <p>The demo device goes on with its own program: it cannot run another one.</p>}
             <Facts
                 facts={[
                     ['Version in the file', update.version === '' ? 'not told' : update.version],

@@ -11,8 +11,8 @@ export function Welcome() {
                     and updates its program.
                 </li>
                 <li>
-                    It needs Chrome or Edge 89, or Firefox 151, or newer, and a serial adapter to the device’s front-board
-                    line. Settings files and video timings need no device.
+                    It needs Chrome or Edge 97, or Firefox 151, or newer, and a serial adapter to the device. Files and
+                    timings need none.
                 </li>
                 <li>
                     Nothing is installed, and nothing leaves this computer. If you have no device here, try the demo
