@@ -322,6 +322,14 @@ on_board() {
         supervise
         eventually started young 3
         check not started young 8'
+    for pause in 0 08; do
+        on_board '
+            plan $program young fail
+            printf "LONGEST_PAUSE='$pause'\n" >/etc/default/vesk_h264
+            supervise
+            eventually started young 3
+            check not started young 8'
+    done
 }
 
 @test "no room for two copies: what failed before makes room for the backup" {

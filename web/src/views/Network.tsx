@@ -106,6 +106,7 @@ export function Network({ core, session }: { core: Core; session: Session }) {
     const [isForced, setForced] = useState(false);
     const [isAsked, setAsked] = useState(false);
     const [report, setReport] = useState<Report | null>(null);
+    const [isTalking, setTalking] = useState(false); // what is typed meanwhile would be lost
     const told = state.device?.network ?? null;
     const canRun = state.phase === 'ready' && state.running === '';
 
@@ -133,12 +134,15 @@ export function Network({ core, session }: { core: Core; session: Session }) {
         canRun && now !== null && !isFaulty && (faults.together === '' || isForced) && changes.length > 0;
 
     async function talk(args: readonly string[], what: string): Promise<[number, string, NetworkSettings | null]> {
+        setTalking(true);
         try {
             const finished = await session.run([...args, '--json'], { what });
             const object = objectsOf(finished.output)[0] as { network?: NetworkSettings } | undefined;
             return [finished.status, finished.messages, object?.network ?? null];
         } catch (error) {
             return [ExitStatus.localFailure, error instanceof Error ? error.message : String(error), null];
+        } finally {
+            setTalking(false);
         }
     }
 
@@ -213,7 +217,7 @@ export function Network({ core, session }: { core: Core; session: Session }) {
                                     hint={hint}
                                     fault={form[name] === '' && now === null ? '' : sentenceOf(faults[name])}
                                     onInput={(value) => setForm({ ...form, [name]: value })}
-                                    disabled={now === null}
+                                    disabled={now === null || isTalking}
                                     code
                                 />
                             ))}
