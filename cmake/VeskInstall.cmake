@@ -44,22 +44,22 @@ endif()
 
 # The bench brings its own board, and what starts the daemon there.
 set(bench ${PROJECT_SOURCE_DIR}/testbench)
-if(EXISTS ${bench}/vesk-bench)
-  install(PROGRAMS ${bench}/vesk-bench DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT bench)
-  set(place ${CMAKE_INSTALL_LIBEXECDIR}/vesk-bench)
-  install(PROGRAMS ${bench}/board ${folder}/board/vesk_h264_program ${folder}/board/vesk_h264_supervisor
-    DESTINATION ${place} COMPONENT bench)
-  install(DIRECTORY ${bench}/etc DESTINATION ${place} USE_SOURCE_PERMISSIONS COMPONENT bench)
-  if(SCDOC)
-    install(FILES ${PROJECT_BINARY_DIR}/vesk-bench.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT bench OPTIONAL)
-  endif()
+install(PROGRAMS ${bench}/vesk-bench DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT bench)
+set(place ${CMAKE_INSTALL_LIBEXECDIR}/vesk-bench)
+install(PROGRAMS ${bench}/board ${folder}/board/vesk_h264_program ${folder}/board/vesk_h264_supervisor
+  DESTINATION ${place} COMPONENT bench)
+install(DIRECTORY ${bench}/etc DESTINATION ${place} USE_SOURCE_PERMISSIONS COMPONENT bench)
+if(SCDOC)
+  install(FILES ${PROJECT_BINARY_DIR}/vesk-bench.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT bench OPTIONAL)
 endif()
 
 install(FILES ${PROJECT_SOURCE_DIR}/tools/wireshark/vesk.lua
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/wireshark/plugins COMPONENT dissector OPTIONAL)
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/wireshark/plugins COMPONENT dissector)
 
 # The documents refer to each other as they do in the sources.
-foreach(document README.md CHANGELOG.md SECURITY.md packaging/README.md protocol/vesk.yaml)
+foreach(document README.md CHANGELOG.md CONTRIBUTING.md LICENSE SECURITY.md packaging/README.md packaging/buildroot/README.md
+    packaging/deb/README.md protocol/vesk.yaml testbench/README.md tests/replay/README.md tools/wireshark/README.md
+    web/README.md)
   cmake_path(GET document PARENT_PATH place)
   install(FILES ${PROJECT_SOURCE_DIR}/${document} DESTINATION ${CMAKE_INSTALL_DOCDIR}/${place} COMPONENT docs)
 endforeach()
