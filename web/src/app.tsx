@@ -12,7 +12,7 @@ import { Console } from './views/Console.tsx';
 import { Files } from './views/Files.tsx';
 import { Network } from './views/Network.tsx';
 import { Overview } from './views/Overview.tsx';
-import { Status, ThemeSwitch } from './views/parts.tsx';
+import { Guarded, Status, ThemeSwitch } from './views/parts.tsx';
 import { Timings } from './views/Timings.tsx';
 import { Update } from './views/Update.tsx';
 
@@ -158,7 +158,9 @@ export function App({ core, session }: { core: Core; session: Session }) {
                     .filter((each) => visited.current.has(each))
                     .map((each) => (
                         <div key={each.id} hidden={each !== screen}>
-                            <each.view core={core} session={session} />
+                            <Guarded>
+                                <each.view core={core} session={session} />
+                            </Guarded>
                         </div>
                     ))}
             </main>

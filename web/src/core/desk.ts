@@ -25,7 +25,7 @@ export interface Desk {
 const SLICE = 100;
 
 function textOf(error: unknown): string {
-    return error instanceof Error ? error.message : String(error);
+    return (error instanceof Error ? error.message : String(error)) || 'lost'; // "" is the good end
 }
 
 export function newDesk(line: CoreLine | undefined, signal: AbortSignal | undefined): Desk {

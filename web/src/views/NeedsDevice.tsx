@@ -21,10 +21,19 @@ export function NeedsDevice({ state }: { state: State }) {
             </Notice>
         );
     }
+    if (state.phase === 'trouble') {
+        return (
+            <Notice tone="warning" title="No device answers">
+                <p>
+                    <a href="#connect">Connect</a> says why, and what to do.
+                </p>
+            </Notice>
+        );
+    }
     return (
         <Notice tone="info" title="No device is connected">
             <p>
-                <a href="#connect">Connect to one</a>, or try the demo device.
+                <a href="#connect">Connect to one, or to the demo device</a>.
             </p>
         </Notice>
     );
