@@ -4,7 +4,8 @@ function(vesk_generate kind file)
   set(folder ${PROJECT_SOURCE_DIR}/protocol)
   add_custom_command(OUTPUT ${file}
     COMMAND ${PYTHON3} ${folder}/generate.py ${kind} ${file}
-    DEPENDS ${folder}/generate.py ${folder}/vesk.yaml ${folder}/veskctl.bash.in
+    DEPENDS ${folder}/generate.py ${folder}/command_table.py ${folder}/pages.py
+            ${folder}/vesk.yaml ${folder}/veskctl.bash.in
             ${folder}/veskctl.1.scd.in ${ARGN}
     VERBATIM)
 endfunction()

@@ -8,8 +8,7 @@ import os
 import re
 import textwrap
 
-import generate
-from generate import PLACES, answer_of, bytes_of, code_of, length_of
+from command_table import PLACES, ROOT, Refused, answer_of, bytes_of, code_of, length_of, told
 
 TOOL = "veskctl --serial /dev/ttyUSB0"
 
@@ -41,6 +40,19 @@ CHAPTERS = {code: "Network settings" for code in (0x84, 0x85, 0x88, 0x89, 0x8C, 
 
 def file_of(command):
     return "-".join(re.findall("[a-z0-9]+", command["name"].lower())) + ".md"
+
+
+# Tables -------------------------------------------------------------------------------------------
+
+
+def markdown(heads, rows):
+    lines = ["| " + " | ".join(heads) + " |", "|" + "---|" * len(heads)]
+    return lines + [re.sub(r"\|  (?=\|)", "| ", "| " + " | ".join(cells) + " |") for cells in rows]
+
+
+def layout_table(table, fields, last=None):
+    rows = [(str(f["at"]), str(length_of(table, f)), f.get("about", f["name"])) for f in fields]
+    return markdown(["offset", "length", "content"], rows + ([last] if last else []))
 
 
 # Frames -----------------------------------------------------------------------------------------------
@@ -136,8 +148,8 @@ def sentence(table, command):
     data = data_of_reply(table, command)
     if "payload" in command or "answer_payload" in command:
         return f"{text}, data {bytes(data).hex(' ')}"
-    told = command.get("parameters", []) if command["answer"] == "ack" else command["answer"]
-    texts = [text_of(table, field, data) for field in told if not field.get("echo")]
+    given = command.get("parameters", []) if command["answer"] == "ack" else command["answer"]
+    texts = [text_of(table, field, data) for field in given if not field.get("echo")]
     return text + (": " + ", ".join(texts) if texts else "")
 
 
@@ -230,13 +242,13 @@ def fields_table(table, command):
             assert f"{asked[place]:02x}{replied[place]:02x}" == request[at:at + 2] + reply[at:at + 2]
         cells = [str(at), name, f"`{request[at:at + length]}`", texts[0], f"`{reply[at:at + length]}`", texts[1]]
         rows.append(cells)
-    return generate.markdown(["offset", "field", "command", "means", "reply", "means"], rows)
+    return markdown(["offset", "field", "command", "means", "reply", "means"], rows)
 
 
 def payload_table(table, name):
     payload = table["payloads"][name]
     if "fields" in payload:
-        return generate.layout_table(table, payload["fields"])
+        return layout_table(table, payload["fields"])
     return [f"A text from `{payload['begins']}` to `{payload['ends']}`, of at most {payload['longest']} characters. "
             "Its length is not announced."]
 
@@ -286,18 +298,18 @@ def capture_of(command):
         family = "not-supported"
     elif command.get("payload") == "block":
         family = "update"
-    paths = sorted(glob.glob(os.path.join(generate.ROOT, "docs", "captures", f"{family}.pcap*")))
+    paths = sorted(glob.glob(os.path.join(ROOT, "docs", "captures", f"{family}.pcap*")))
     return os.path.basename(paths[0]) if paths else None
 
 
 def page(table, command):
-    told = generate.told(command)
-    told = f"{told[0].upper()}{told[1:]}."
+    about = told(command)
+    about = f"{about[0].upper()}{about[1:]}."
     if command.get("writes"):
-        told += " It changes the device."
+        about += " It changes the device."
     if command["name"] == "write data":
-        told += " If the record is shorter than 19 bytes, there is no answer."
-    lines = [f"# {code_of(command)}: {command['name']}", "", *textwrap.wrap(told, 118)]
+        about += " If the record is shorter than 19 bytes, there is no answer."
+    lines = [f"# {code_of(command)}: {command['name']}", "", *textwrap.wrap(about, 118)]
     lines += ["", "## Frames", "", *fields_table(table, command)]
     for key, title in {"payload": "Payload of the command", "answer_payload": "Payload of the reply"}.items():
         if key in command:
@@ -332,7 +344,7 @@ def index(table):
              "Each page has the frames of a command with every field, an example, and its `veskctl` line. "
              "[The command protocol](../protocol.md)", "says what they have in common. "
              "These pages are made from `protocol/vesk.yaml`.", "",
-             *generate.markdown(["command", "name", "reply", ""], rows)]
+             *markdown(["command", "name", "reply", ""], rows)]
     return "\n".join(lines) + "\n"
 
 
@@ -349,7 +361,7 @@ def navigation_in(table, text):
     pattern = r"( *)(# vesk\.yaml: commands\n).*?( *# end\n)"
     found = re.search(pattern, text, flags=re.DOTALL)
     if not found:
-        raise generate.Refused("mkdocs.yml: there is no place for the commands")
+        raise Refused("mkdocs.yml: there is no place for the commands")
     lines = [f"{found[1]}- \"{code_of(each)} {each['name']}\": docs/commands/{file_of(each)}\n"
              for each in table["commands"]]
     return text[:found.start()] + found[1] + found[2] + "".join(lines) + found[3] + text[found.end():]
