@@ -1,6 +1,6 @@
 // The whole daemon, from its main(): an input is what happens on the line, at the PC and in the
-// system. After it, and after the longest wait that the daemon may be in, the next command is
-// answered.
+// system. Once the daemon has read all of it, and after the longest wait that it may be in, the
+// next command is answered.
 //
 // Bytes are those of the line; up to the next event they arrive in one piece. 0xFF begins an event:
 //
@@ -146,6 +146,11 @@ void event()
     }
 }
 
+bool isBusy()
+{
+    return channel[0] != nullptr && pipe_count(&channel[0]->pipe) > 0;
+}
+
 // Everything that has happened by now.
 void play()
 {
@@ -171,6 +176,10 @@ void play()
         }
         arrive(bytes, count);
     }
+    // Of a row of slow commands, such as network settings, each may take nearly the longest wait.
+    if (script.phase == Script::kSettles && isBusy()) {
+        script.nextUs = world->nowUs + kLongestWaitUs;
+    }
     if (script.nextUs > world->nowUs) {
         return;
     }
@@ -184,11 +193,6 @@ void play()
         script.phase = Script::kIsOver;
         std::longjmp(*script.end, 1);
     }
-}
-
-bool isBusy()
-{
-    return channel[0] != nullptr && pipe_count(&channel[0]->pipe) > 0;
 }
 
 void skip()
