@@ -332,37 +332,165 @@ on_board() {
     done
 }
 
-@test "no room for two copies: what failed before makes room for the backup" {
+@test "no room for two copies: what failed before makes room for the backup, and what fails now is kept" {
     on_board '
-        size=$(($(wc -c <$STAND_IN) / 1024 + 5))
+        size=$((($(wc -c <$STAND_IN) / 4096 + 1) * 4))
         mount -t tmpfs -o size=$((size * 7 / 2))k tmpfs /usr/bin
         plan $program young fail
         plan ${program}_backup old up
         cp $program ${program}_failed
         supervise
-        eventually started old 1'
+        eventually started old 1
+        check is ${program}_failed young'
 }
 
-@test "the init script starts, restarts and stops it" {
+@test "no room for the backup, whatever makes room: what failed before stays" {
     on_board '
-        ln -s ../run /var/run 2>/dev/null
+        # The backup is larger by what failed before and more.
+        truncate -s $(($(wc -c <$STAND_IN) / 1024 * 3))k $scratch/more
+        size=$((($(wc -c <$STAND_IN) / 4096 + 1) * 4))
+        mount -t tmpfs -o size=$((size * 7))k tmpfs /usr/bin
+        plan $program young fail
+        { cat $STAND_IN $scratch/more; printf "\nPLAN old up\n"; } >${program}_backup
+        plan ${program}_failed older fail
+        check test "$(wc -c <${program}_backup)" -gt 0
+        supervise
+        eventually said "the backup cannot be copied to /usr/bin/vesk_h264_new, so it stays"
+        check is $program young
+        check is ${program}_failed older
+        check not test -e ${program}_new'
+}
+
+@test "what failed before is replaced by what fails now, which needs no room" {
+    on_board '
+        size=$((($(wc -c <$STAND_IN) / 4096 + 1) * 4))
+        mount -t tmpfs -o size=$((size * 9 / 2))k tmpfs /usr/bin
+        plan $program young fail
+        plan ${program}_backup old up
+        plan ${program}_failed older fail
+        supervise
+        eventually said "replaced by the backup, and kept as /usr/bin/vesk_h264_failed"
+        check is $program old
+        check is ${program}_failed young'
+    on_board '
+        # Where there was no program, nothing fails now.
+        plan ${program}_backup old up
+        plan ${program}_failed older fail
+        check vesk_h264_program before-start
+        check is $program old
+        check is ${program}_failed older'
+}
+
+@test "a program for 32-bit ARM is whole with its last byte only, and not for another processor" {
+    on_board '
+        # As on a board: what this shell runs on is the first 20 bytes of an ARM program.
+        sed -n "/^is_whole/,/^}/p" /usr/sbin/vesk_h264_program | sed "s|/proc/self/exe|$scratch/ours|" >$scratch/function
+        check grep -q $scratch/ours $scratch/function
+        . $scratch/function
+
+        # elf SECTIONS: two segments, which end at 128 and at 384, and a section table of so many entries at 512.
+        elf() {
+            printf "\177ELF\1\1\1\0\0\0\0\0\0\0\0\0"         # 32 bits, the low byte first
+            printf "\2\0\50\0\1\0\0\0\124\0\1\0\64\0\0\0"     # an executable for ARM; the segments are described at 52
+            if [ "$1" = 0 ]; then printf "\0\0\0\0"; else printf "\0\2\0\0"; fi
+            printf "\0\4\0\5\64\0\40\0\2\0\50\0\\$1\0\0\0"    # entries of 32 and of 40 bytes
+            printf "\1\0\0\0\0\0\0\0\0\0\1\0\0\0\1\0\200\0\0\0\200\0\0\0\5\0\0\0\0\0\1\0"
+            printf "\1\0\0\0\0\1\0\0\0\0\2\0\0\0\2\0\200\0\0\0\200\0\0\0\6\0\0\0\0\0\1\0"
+            head -c 1000 /dev/zero
+        }
+        elf 2 | head -c 592 >$scratch/whole
+        elf 0 | head -c 384 >$scratch/stripped
+        head -c 20 $scratch/whole >$scratch/ours
+        for file in whole stripped; do
+            check is_whole $scratch/$file
+            size=$(wc -c <$scratch/$file)
+            for length in $(seq 0 16 $((size - 1))) $((size - 1)); do
+                head -c "$length" $scratch/$file >$scratch/cut
+                check not is_whole $scratch/cut
+            done
+        done
+
+        # byte AT OCTAL: the whole one with another byte.
+        byte() {
+            cp $scratch/whole $scratch/other
+            printf "\\$2" | dd of=$scratch/other bs=1 seek=$1 conv=notrunc 2>/dev/null
+            is_whole $scratch/other
+        }
+        check byte 16 3     # loaded at any address
+        check not byte 16 1 # an object
+        check not byte 16 4 # a core
+        check not byte 18 76 # x86-64
+        check not byte 18 10 # MIPS
+        check not byte 4 2  # 64 bits
+        check not byte 5 2  # the high byte first
+        check not byte 44 0 # no segment
+        check not byte 48 3 # a section table of more than the file has
+        check not byte 101 3 # a segment of more than the file has
+        # The same file is for another processor where the shell is.
+        head -c 20 /proc/self/exe >$scratch/ours
+        check not is_whole $scratch/whole'
+}
+
+@test "who cannot be told, on the console or in the log, holds it for seconds only and leaves no process" {
+    on_board '
         plan $program young up
-        check packaging/board/S60vesk_h264 start
-        eventually started young 1
-        check packaging/board/S60vesk_h264 start # again, which changes nothing
-        sleep 2
-        check test "$(grep -cx young $scratch/starts)" -eq 1
-        check packaging/board/S60vesk_h264 restart
-        eventually started young 2
-        eventually runs
-        left=$(running)
-        check packaging/board/S60vesk_h264 stop
-        check not kill -0 "$left"
-        check not test -e /var/run/vesk_h264.pid
-        packaging/board/S60vesk_h264 status && exit 1
-        # An old pid file names another process by now.
-        sleep 100 &
-        echo $! >/var/run/vesk_h264.pid
-        check not packaging/board/S60vesk_h264 stop
-        check kill -0 $!'
+        plan ${program}_backup old up
+        kill -STOP "$(pidof syslogd)"
+        for _ in $(seq 12); do logger -t filler full & done
+        mkfifo $scratch/nobody
+        echo CONSOLE=/opt/scratch/nobody >>/etc/default/vesk_h264
+        # What still waits to tell something: the console, and the log, of vesk_h264_program and of the supervisor.
+        waits_for_console() { grep -qs "vesk_h264: there is n[o]" /proc/[0-9]*/cmdline; }
+        waits_for_log() { grep -qs "daemon[.]warning" /proc/[0-9]*/cmdline; }
+        rm -f $program
+        timeout 60 vesk_h264_program before-start &
+        telling=$!
+        eventually waits_for_console
+        eventually waits_for_log
+        check wait $telling
+        eventually not waits_for_console
+        eventually not waits_for_log
+        supervise
+        eventually started old 1
+        vesk_h264_supervisor # which is the second, and says so
+        eventually waits_for_log
+        eventually not waits_for_log
+        check kill -0 $supervisor'
+}
+
+@test "the init script starts, restarts and stops it, as a program and by sh" {
+    for init in /etc/init.d/S60vesk_h264 "sh packaging/board/S60vesk_h264"; do
+        on_board '
+            ln -s ../run /var/run 2>/dev/null
+            cp packaging/board/S60vesk_h264 /etc/init.d/
+            chmod 755 /etc/init.d/S60vesk_h264
+            plan $program young up
+            check '"$init"' start
+            eventually started young 1
+            check '"$init"' start # again, which changes nothing
+            sleep 2
+            check test "$(grep -cx young $scratch/starts)" -eq 1
+            check '"$init"' restart
+            eventually started young 2
+            eventually runs
+            left=$(running)
+            check '"$init"' stop
+            check not kill -0 "$left"
+            check not test -e /var/run/vesk_h264.pid
+            '"$init"' status && exit 1
+            # An old pid file names another process by now.
+            sleep 100 &
+            echo $! >/var/run/vesk_h264.pid
+            check not '"$init"' stop
+            check kill -0 $!' &
+        pids+=($!)
+    done
+    for pid in "${pids[@]}"; do
+        wait "$pid"
+    done
+}
+
+@test "the init script is one that Buildroot installs: no execute bit of its own, and POSIX" {
+    [ ! -x packaging/board/S60vesk_h264 ]
+    testbench/board sh -n packaging/board/S60vesk_h264
 }
