@@ -5,6 +5,7 @@ The file is DIRECTORY/vesk-h264-VERSION.spdx.json. Everything in it is from the 
 date is SOURCE_DATE_EPOCH, so the same files give the same text. --check FILE tells whether a file holds together.
 """
 
+import base64
 import hashlib
 import json
 import os
@@ -13,13 +14,16 @@ import subprocess
 import sys
 import time
 
+LOCK = os.path.join(os.path.dirname(os.path.realpath(__file__)), "../web/package-lock.json")
 AUTHORS = "Organization: The vesk_h264 authors"
 # What is linked into the programs or used by them, by Debian's names: of veskctl, of the static program, of all.
 TOOLS = ["libc6", "libstdc++6", "libgcc-s1", "libedit2", "libfmt-dev", "libcli11-dev", "nlohmann-json3-dev"]
 STATIC = ["libc6-dev-armhf-cross", "libgcc-12-dev-armhf-cross"]
 DYNAMIC = ["libc6-armhf-cross", "libgcc-12-dev-armhf-cross"]
 DAEMON = ["libc6", "libgcc-12-dev"]
+PAGE = ["libfmt-dev", "libcli11-dev", "nlohmann-json3-dev"]
 BUILDERS = ["g++-12", "g++-12-arm-linux-gnueabihf", "binutils", "binutils-arm-linux-gnueabihf", "cmake", "ninja-build"]
+PAGE_BUILDERS = ["emscripten", "cmake", "ninja-build"] # the first one's C and C++ libraries are in the page, too
 
 
 def spdx_id(name):
@@ -47,6 +51,29 @@ def installed(name):
     return package
 
 
+def from_npm(name, entry):
+    """A package as the lock file of the page has it."""
+    kind, digest = entry["integrity"].split("-", 1)
+    return {
+        "SPDXID": spdx_id("npm-" + name), "name": name, "versionInfo": entry["version"],
+        "downloadLocation": "NOASSERTION", "filesAnalyzed": False, "licenseConcluded": "NOASSERTION",
+        "licenseDeclared": entry.get("license", "NOASSERTION"), "copyrightText": "NOASSERTION",
+        "checksums": [{"algorithm": kind.upper(), "checksumValue": base64.b64decode(digest).hex()}],
+        "externalRefs": [{
+            "referenceCategory": "PACKAGE-MANAGER", "referenceType": "purl",
+            "referenceLocator": f"pkg:npm/{name.replace('@', '%40')}@{entry['version']}"}],
+    }
+
+
+def npm_packages():
+    """What the page is made of: the packages that are in it, and those that make it."""
+    with open(LOCK, encoding="utf-8") as file:
+        entries = json.load(file)["packages"]
+    named = [(path.rpartition("node_modules/")[2], entry) for path, entry in entries.items() if path]
+    return ([from_npm(name, entry) for name, entry in named if not entry.get("dev")],
+            [from_npm(name, entry) for name, entry in named if name == "vite"])
+
+
 def released(path, version):
     with open(path, "rb") as file:
         content = file.read()
@@ -55,14 +82,20 @@ def released(path, version):
         "SPDXID": spdx_id(name), "name": name, "versionInfo": version, "packageFileName": name, "supplier": AUTHORS,
         "downloadLocation": "NOASSERTION", "filesAnalyzed": False, "licenseConcluded": "MIT",
         "licenseDeclared": "MIT", "copyrightText": "Copyright (c) 2026 the vesk_h264 authors",
-        "primaryPackagePurpose": "ARCHIVE" if name.endswith((".deb", ".xz")) else "APPLICATION",
+        "primaryPackagePurpose": "ARCHIVE" if name.endswith((".deb", ".xz", ".gz")) else "APPLICATION",
         "checksums": [{"algorithm": kind.upper(), "checksumValue": hashlib.new(kind, content).hexdigest()}
                       for kind in ("sha1", "sha256")],
     }
 
 
+def is_page(name):
+    return name.startswith("vesk-web_")
+
+
 def parts_of(name):
     """The Debian packages whose code a released file holds or needs."""
+    if is_page(name):
+        return PAGE
     if name.endswith("-arm-static"):
         return STATIC
     if name.endswith("-arm") or name.endswith("_armhf.deb"):
@@ -74,20 +107,33 @@ def parts_of(name):
 
 def bill(version, directory):
     names = sorted(name for name in os.listdir(directory)
-                   if re.fullmatch(r"vesk-.*(?<!-dbgsym)_.*\.(deb|tar\.xz)|vesk_h264-[0-9.]+-arm(-static)?", name)
+                   if re.fullmatch(r"vesk-.*_.*\.(deb|tar\.xz)|vesk-web_[0-9.]+\.tar\.gz|"
+                                   r"vesk_h264-[0-9.]+-arm(-static)?", name)
                    and "-dbgsym_" not in name)
     if not names:
         sys.exit(f"sbom: {directory} has nothing that is released; run scripts/package deb and scripts/package arm")
     packages = [released(os.path.join(directory, name), version) for name in names]
     relations = [("SPDXRef-DOCUMENT", "DESCRIBES", package["SPDXID"]) for package in packages]
-    used = sorted({part for name in names for part in parts_of(name)} | set(BUILDERS))
+    pages = [name for name in names if is_page(name)]
+    used = sorted({part for name in names for part in parts_of(name)} | set(BUILDERS) |
+                  set(PAGE_BUILDERS if pages else []))
     known = {name: installed(name) for name in used}
     for name in names:
+        if is_page(name):
+            continue
         kind = "STATIC_LINK" if name.endswith("-static") else "DEPENDS_ON"
         relations += [(spdx_id(name), kind, known[part]["SPDXID"]) for part in parts_of(name)]
         if parts_of(name):
             relations += [(known[part]["SPDXID"], "BUILD_TOOL_OF", spdx_id(name)) for part in BUILDERS
                           if ("arm" in part) == ("arm" in name) or part in ("cmake", "ninja-build")]
+    if pages:
+        held, builders = npm_packages()
+        packages += held + builders
+    for name in pages:
+        relations += [(spdx_id(name), "CONTAINS", part["SPDXID"])
+                      for part in [*held, *(known[part] for part in [*PAGE, PAGE_BUILDERS[0]])]]
+        relations += [(part["SPDXID"], "BUILD_TOOL_OF", spdx_id(name))
+                      for part in [*builders, *(known[part] for part in PAGE_BUILDERS)]]
     packages += [known[name] for name in used]
     sums = "".join(package["checksums"][0]["checksumValue"] for package in packages if "checksums" in package)
     unique = hashlib.sha256(sums.encode()).hexdigest()
@@ -126,7 +172,7 @@ def check(document):
         for field in ("name", "downloadLocation"):
             must(package.get(field), f"{package.get('SPDXID')} has {field}")
         for checksum in package.get("checksums", []):
-            length = {"SHA1": 40, "SHA256": 64}.get(checksum["algorithm"])
+            length = {"SHA1": 40, "SHA256": 64, "SHA512": 128}.get(checksum["algorithm"])
             must(re.fullmatch(f"[0-9a-f]{{{length}}}", checksum["checksumValue"]), f"{checksum} is a sum")
     for relation in document.get("relationships", []):
         for end in ("spdxElementId", "relatedSpdxElement"):

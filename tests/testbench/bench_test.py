@@ -20,7 +20,8 @@ except ImportError:
     pexpect = None
 
 ROOT = os.path.realpath(os.path.join(os.path.dirname(__file__), "..", ".."))
-DAEMON = os.environ.get("VESK_DAEMON") or os.environ.get("DAEMON", os.path.join(ROOT, "build/release/vesk_h264"))
+RELEASE = os.path.join(ROOT, "build/release/vesk_h264")
+DAEMON = os.environ.get("VESK_DAEMON") or os.environ.get("DAEMON", RELEASE)
 BENCH = os.path.join(ROOT, "testbench/vesk-bench")
 READ_TYPE, TYPE = b"<T0000680100000069>", b"<F00006801263300c2>"
 # Serial number 0x1234: 0x6a + 0x10 + 0x12 + 0x34 = 0xc0.
@@ -90,13 +91,14 @@ class Line:
 
 
 class Bench:
-    """vesk-bench with its standard output and error as files, and a mark that its processes inherit."""
+    """vesk-bench with its standard output and error as files, and a mark that its processes inherit. It finds its own
+    daemon if `daemon` is None."""
 
     def __init__(self, *arguments, program=BENCH, daemon=DAEMON, **more):
         self.mark = f"BENCH_MARK={os.getpid()}-{time.monotonic_ns()}"
         self.errors = tempfile.TemporaryFile()
         self.process = subprocess.Popen(
-            [program, "--json", "--daemon", daemon, *arguments], stdout=subprocess.PIPE, stderr=self.errors,
+            [program, "--json", *(["--daemon", daemon] if daemon else []), *arguments], stdout=subprocess.PIPE, stderr=self.errors,
             stdin=subprocess.DEVNULL, env={**os.environ, **dict([self.mark.split("=")])}, **more)
         self.text = self.process.stdout.readline()
         if not self.text:
@@ -153,6 +155,11 @@ def is_emulated(name):
         with open(each, "rb") as file:
             kinds.append(file.read(20)[18:])
     return kinds[0] != kinds[1]
+
+
+def is_sanitized(name):
+    with open(name, "rb") as file:
+        return b"__asan_init" in file.read()
 
 
 def driver_of_the_document():
@@ -227,7 +234,19 @@ class Devices(Case):
             self.assertEqual(line.ask(READ_TYPE), TYPE)
             line.close()
 
-    @unittest.skipUnless(pexpect and shutil.which("gdb"), "no gdb or pexpect")
+    @unittest.skipUnless(os.path.exists("/usr/bin/valgrind"), "no valgrind")
+    @unittest.skipIf(is_emulated(DAEMON), "valgrind would watch the emulator")
+    @unittest.skipIf(is_sanitized(DAEMON) and not os.path.exists(RELEASE), "no daemon without sanitizers")
+    def test_valgrind_watches_the_daemon(self):
+        with Bench("--valgrind", "-v", daemon=RELEASE if is_sanitized(DAEMON) else DAEMON) as bench:
+            self.assertRegex(bench.told(), "(?m)^==\\d+== Command: /usr/bin/vesk_h264$")
+            line = bench.line()
+            self.assertEqual(line.ask(READ_TYPE), TYPE)
+            line.close()
+            self.assertIn("device 1: enter main\n", bench.told())
+
+    @unittest.skipUnless(pexpect and os.path.exists("/usr/bin/gdb"), "no gdb or pexpect")
+    @unittest.skipIf(is_emulated(DAEMON), "gdb would debug the emulator")
     def test_gdb_has_the_terminal_and_gives_it_back(self):
         shell = pexpect.spawn("bash", ["--norc", "-i"], timeout=PATIENCE, encoding="utf-8", echo=False)
         shell.sendline(f"PS1=; {BENCH} --gdb --daemon {DAEMON}; echo status $?")
@@ -298,18 +317,24 @@ class Devices(Case):
             line.close()
         self.assertEqual(sorted(os.listdir(copied)), before)
 
-    def test_it_needs_neither_a_checkout_nor_a_right(self):
+    def test_it_needs_neither_a_checkout_nor_a_right_and_takes_its_own_files_only(self):
         os.chmod(self.folder, 0o755)
         libexec = self.path("libexec/vesk-bench")
-        os.makedirs(libexec)
-        os.mkdir(self.path("bin"))
-        for name in ("testbench/vesk-bench", "testbench/board", "packaging/board/vesk_h264_supervisor",
-                     "packaging/board/vesk_h264_program"):
+        starters = ["vesk_h264_supervisor", "vesk_h264_program"]
+        for name in (libexec, self.path("bin"), self.path("packaging/board"), self.path("build/release")):
+            os.makedirs(name)
+        for name in ("testbench/vesk-bench", "testbench/board", *(f"packaging/board/{each}" for each in starters)):
             shutil.copy(os.path.join(ROOT, name), self.path("bin") if name.endswith("-bench") else libexec)
         shutil.copytree(os.path.join(ROOT, "testbench/etc"), os.path.join(libexec, "etc"))
         shutil.copy(DAEMON, self.path("bin/vesk_h264"))
+        # Somebody else's, at the places of a checkout and beside the program.
+        for name in ("bin/board", "build/release/vesk_h264", *(f"bin/{each}" for each in starters),
+                     *(f"packaging/board/{each}" for each in starters)):
+            with open(self.path(name), "w", encoding="utf-8") as file:
+                file.write("#!/bin/sh\nexit 3\n")
+            os.chmod(self.path(name), 0o755)
         more = {"user": 65534, "group": 65534, "extra_groups": []} if os.geteuid() == 0 else {}
-        with Bench(program=self.path("bin/vesk-bench"), daemon=self.path("bin/vesk_h264"), cwd="/", **more) as bench:
+        with Bench(program=self.path("bin/vesk-bench"), daemon=None, cwd="/", **more) as bench:
             line = bench.line()
             self.assertEqual(line.ask(READ_TYPE), TYPE)
             line.close()
@@ -349,22 +374,40 @@ class Faults(Case):
         self.assertEqual(printed, "".join(f"{number}: {TYPE.decode()} after 1\n" for number in range(3)))
         self.assertEqual(told, [])
 
+    def faults_of(self, data, faults, parts=1):
+        """Those that the bytes have on their way to the device."""
+        with Bench("--fault", faults, "-v", "--line-rate", "0") as bench:
+            line = bench.line()
+            for at in range(0, len(data), len(data) // parts):
+                os.write(line.descriptor, data[at:at + len(data) // parts])
+                time.sleep(0.001)
+            # The last byte has a fault by then, or none.
+            os.write(line.descriptor, b"." * 400)
+            after = range(len(data), len(data) + 400)
+            self.assertTrue(eventually(lambda: any(
+                int(at) in after for at in re.findall(r"to the device, byte (\d+)", bench.told()))))
+            line.close()
+            return {int(found[1]): found[2] for found in re.finditer(r"to the device, byte (\d+): (.*)", bench.told())
+                    if int(found[1]) < len(data)}
+
     def test_faults_do_not_depend_on_how_bytes_are_written(self):
-        told = []
-        for parts in (1, 400):
-            with Bench("--fault", "drop=0.05,noise=0.05,half=0.1", "-v", "--line-rate", "0") as bench:
-                line = bench.line()
-                data = b"some bytes <that are no frame, " * 40
-                for at in range(0, len(data), len(data) // parts):
-                    os.write(line.descriptor, data[at:at + len(data) // parts])
-                    time.sleep(0.001)
-                # The last byte has a fault by then, or none.
-                os.write(line.descriptor, b"." * 400)
-                self.assertTrue(eventually(lambda: re.search(r"to the device, byte 1[3-5]\d\d", bench.told())))
-                told.append([each for each in bench.faults() if int(re.search(r"byte (\d+)", each)[1]) < len(data)])
-                line.close()
+        data = b"some bytes <that are no frame, " * 40
+        told = [self.faults_of(data, "drop=0.05,noise=0.05,half=0.1", parts) for parts in (1, 400)]
         self.assertEqual(told[0], told[1])
-        self.assertTrue({"lost", "became", "half"} <= set(" ".join(told[0]).split()))
+        self.assertTrue({"lost", "became", "half"} <= set(" ".join(told[0].values()).split()))
+
+    def test_a_fault_that_is_added_does_not_move_the_others(self):
+        data = b"some bytes <that are no frame, " * 40
+        noise, drop = self.faults_of(data, "noise=0.2"), self.faults_of(data, "drop=0.2")
+        every = self.faults_of(data, "noise=0.2,drop=0.2,half=0.2,delay=500us")
+        changed = {at for at, text in every.items() if "became" in text}
+        halved = {at for at, text in every.items() if "half" in text}
+        # A byte of which nothing arrives shows no other fault.
+        self.assertEqual(changed, noise.keys() - drop.keys() - halved)
+        self.assertEqual({at: every[at] for at in changed}, {at: noise[at] for at in changed})
+        self.assertEqual({at for at, text in every.items() if text.endswith("lost")}, drop.keys() - halved)
+        self.assertTrue(noise.keys() & drop.keys() and noise.keys() & halved and drop.keys() & halved)
+        self.assertGreater(len({int(text[:2], 16) ^ int(text[-2:], 16) for text in noise.values()}), 6) # of 8 bits
 
     def test_the_shares_are_those_that_were_asked_for(self):
         with Bench("--fault", "drop=0.1,noise=0.2", "-v", "--line-rate", "0") as bench:
@@ -421,6 +464,8 @@ class Refusals(Case):
         self.refused(2, "sparc is for another processor", "--daemon", self.path("sparc"))
         self.refused(2, "is not a program", "--daemon", "/etc/passwd")
         self.refused(2, "No such file", "--daemon", self.path("none"))
+        os.mkfifo(self.path("fifo")) # nobody opens its other end
+        self.refused(2, "fifo is not a regular file", "--daemon", self.path("fifo"))
         self.refused(2, "not a directory", *daemon, "--userdata", self.path("none"))
         self.refused(2, "not a directory", *daemon, "--userdata", self.path("sparc"))
         self.refused(2, "more than 64 MB", *daemon, "--userdata", self.path("big"))
