@@ -214,10 +214,11 @@ std::vector<uint8_t> formatsOf(const std::string &text)
         }
         throw UsageError(fmt::format(
             "format {} is not in the table, which has 0 to {}{}", id, kVideoFormatCount - 1,
-            id == kVideoFormatCustom ? "; 124 is the custom format: see `veskctl timing calc`"
-            : id <= 255              ? fmt::format("; {} stands for {}", id,
-                                                   GetStrByVideoFormat(static_cast<uint32_t>(id)))
-                                     : ""));
+            id == kVideoFormatCustom
+                ? ifTyped("; 124 is the custom format: see `veskctl timing calc`")
+            : id <= 255 ? fmt::format("; {} stands for {}", id,
+                                      GetStrByVideoFormat(static_cast<uint32_t>(id)))
+                        : ""));
     }
     std::vector<uint8_t> formats;
     const std::vector<std::string> names = allNames();
@@ -832,6 +833,16 @@ int draw(const Options &options)
 
 } // namespace
 
+std::vector<std::string> formatClasses()
+{
+    std::vector<std::string> names;
+    for (const FormatClass &each : kClasses) {
+        names.emplace_back(each.name);
+    }
+    names.emplace_back("none");
+    return names;
+}
+
 std::vector<Choice> addTimingCommands(CLI::App &app)
 {
     const auto options = std::make_shared<Options>();
@@ -850,8 +861,7 @@ std::vector<Choice> addTimingCommands(CLI::App &app)
         ->add_option("--class", options->formatClass,
                      "Of this class: interlaced, SD, 4K2K, 8K1K or none")
         ->type_name("CLASS")
-        ->check(CLI::IsMember({"interlaced", "SD", "4K2K", "8K1K", "none"}, CLI::ignore_case)
-                    .description(""));
+        ->check(CLI::IsMember(formatClasses(), CLI::ignore_case).description(""));
 
     CLI::App *const showCommand = timing->add_subcommand("show", kShowAbout);
     showCommand->footer(kShowFooter);
