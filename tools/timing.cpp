@@ -343,18 +343,20 @@ std::pair<int32_t, int32_t> sizeOf(const std::string &text)
     const std::string width = text.substr(0, cross);
     const std::string height = cross == std::string::npos ? "" : text.substr(cross + 1);
     if (cross == std::string::npos || (width.empty() && height.empty())) {
-        throw UsageError(
-            fmt::format("--size: \"{}\" is not WIDTHxHEIGHT, WIDTHx or xHEIGHT", escape(text)));
+        throw UsageError(fmt::format("{}\"{}\" is not WIDTHxHEIGHT, WIDTHx or xHEIGHT",
+                                     ifTyped("--size: "), escape(text)));
     }
-    return {width.empty() ? 0 : numberOf(width, "the width of --size", 1),
-            height.empty() ? 0 : numberOf(height, "the height of --size", 1)};
+    const std::string of = ifTyped(" of --size");
+    return {width.empty() ? 0 : numberOf(width, ("the width" + of).c_str(), 1),
+            height.empty() ? 0 : numberOf(height, ("the height" + of).c_str(), 1)};
 }
 
 double rateOf(const std::string &text)
 {
     const auto rate = realFrom(text, RealForm::kFixed);
     if (!rate || !(*rate > 0)) {
-        throw UsageError(fmt::format("--rate: \"{}\" is not a number of Hz", escape(text)));
+        throw UsageError(
+            fmt::format("{}\"{}\" is not a number of Hz", ifTyped("--rate: "), escape(text)));
     }
     return *rate;
 }
@@ -790,7 +792,7 @@ std::optional<Subject> customSubject(const CustomMode &mode, const std::string &
     }
     const Calculated all = calculate(mode);
     if (!all.device) {
-        fmt::print(stderr, "veskctl: {}; nothing was written\n", refusalOf(all));
+        fmt::print(stderr, "veskctl: {}{}\n", refusalOf(all), ifTyped("; nothing was written"));
         return std::nullopt;
     }
     return Subject{fmt::format("Custom format {}", nameOf(mode)), *all.device};

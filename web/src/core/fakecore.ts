@@ -51,6 +51,8 @@ async function info(line: CoreLine, signal: AbortSignal | undefined): Promise<Pa
 export function fakeCore(play: Play = async () => ({})): Core {
     return {
         version: '1.0.0',
+        facts: { deviceType: '2633', programSizes: '', savKinds: [], formatClasses: [], commandForms: [] },
+        serialNumberText: String,
         async run(args, options = {}) {
             const { line } = options;
             if (line === undefined) {
@@ -71,10 +73,10 @@ export function fakeCore(play: Play = async () => ({})): Core {
         blocksOf: (file) => Math.ceil((file.length + 128) / 1024),
         versionOf: () => '1.11',
         newRecorder(about) {
-            let text = `# ${about}\n`;
+            let text = `${about}\n`;
             return {
                 take(direction, bytes) {
-                    text += `front${direction === 'sent' ? '>' : '<'} ${decoder.decode(bytes)}\n`;
+                    text += `${direction} ${decoder.decode(bytes)}\n`;
                 },
                 text: () => text,
             };
