@@ -1,4 +1,5 @@
-// A Core for tests of what stands above it. It knows as little of the device as it can: `info` is one question.
+// A Core for tests of what stands above it. It knows as little of the device as it can: `info` is one question, and the
+// last byte of the answer's data makes another device.
 
 import { ExitStatus, type Core, type CoreLine, type Finished, type Piece, type RunOptions } from './core.ts';
 
@@ -44,8 +45,12 @@ async function info(line: CoreLine, signal: AbortSignal | undefined): Promise<Pa
     if (!answer.startsWith('<F0000680126') && !answer.startsWith('<F0000680199')) {
         return { status: ExitStatus.noAnswer, messages: 'veskctl: device type: no answer\n' };
     }
-    const type = answer.startsWith('<F0000680126') ? '2633' : '9999';
-    return { status: ExitStatus.done, output: `${JSON.stringify({ ...deviceInfo, device_type: type })}\n` };
+    const device = {
+        ...deviceInfo,
+        device_type: answer.startsWith('<F0000680126') ? '2633' : '9999',
+        serial_number: deviceInfo.serial_number + Number(answer.slice(14, 16)),
+    };
+    return { status: ExitStatus.done, output: `${JSON.stringify(device)}\n` };
 }
 
 export function fakeCore(play: Play = async () => ({})): Core {
