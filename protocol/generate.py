@@ -268,8 +268,9 @@ def enumerator(type_):
 def cpp_field(table, field):
     length = length_of(table, field)
     least, most = field.get("range", [0, 256 ** min(length, 4) - 1])
-    if isinstance(field.get("value"), int):
-        least = most = field["value"]
+    if "value" in field:
+        order = "little" if field.get("order") == "low first" else "big"
+        least = most = int.from_bytes(bytes_of(table, field, field["value"]), order)
     flags = ["true" if flag else "false" for flag in (field.get("order") == "low first", field.get("echo", False))]
     return (f"{{{quoted(field['name'])}, {enumerator(field['type'])}, {PLACES.index(field['at'])}, {length}, "
             f"{', '.join(flags)}, {least}u, {most}u, {field.get('usual', least)}u, {quoted(field.get('unit', ''))}}}")

@@ -199,8 +199,7 @@ std::string textOf(const Field &field, const Data &data)
     case FieldType::kLastHalfOfMac:
         return fmt::format("{:02x}", fmt::join(bytes, ":"));
     case FieldType::kSerialNumber: {
-        const unsigned number = bytes[0] * 256U + bytes[1];
-        return fmt::format("{} (0x{:04x})", number, number);
+        return serialNumberText(bytes[0] * 256U + bytes[1]);
     }
     case FieldType::kBytes:
         break;
@@ -288,6 +287,24 @@ std::string commandList()
         list += std::string(line, 0, line.find_last_not_of(' ') + 1) + "\n";
     }
     return list;
+}
+
+std::span<const CommandForm> commandForms()
+{
+    static constexpr CommandForm kForms[] = {
+        {"2 to 10 digits",
+         "command and dat1 to dat4; address, tag and omitted bytes are 00. A command\n"
+         "that changes something needs all ten."},
+        {"14 digits", "address, tag, command and dat1 to dat4; the checksum is added"},
+        {"16 digits", "the same and the checksum, right or wrong"},
+        {"<...>", "a whole frame of 19 characters, sent as it is, right or wrong"},
+    };
+    return kForms;
+}
+
+std::string serialNumberText(unsigned number)
+{
+    return fmt::format("{} (0x{:04x})", number, number);
 }
 
 std::string frameFromText(std::string_view text)

@@ -83,6 +83,17 @@ std::string commandList();
 // Blanks between bytes do not count. Throws UsageError for anything else.
 std::string frameFromText(std::string_view text);
 
+// What else than words frameFromText() takes, and what that means.
+struct CommandForm {
+    const char *digits; // "2 to 10 digits"
+    const char *about;  // in lines for a manual
+};
+
+std::span<const CommandForm> commandForms();
+
+// As people write a serial number: "4660 (0x1234)".
+std::string serialNumberText(unsigned number);
+
 // Whether this is a command that the device deliberately does not answer.
 bool isNeverAnswered(const Rs232Command &command);
 

@@ -9,6 +9,8 @@
 
 #include <fmt/format.h>
 
+#include "tools/manner.h"
+
 namespace {
 
 constexpr size_t kSmallest = 1024;
@@ -139,8 +141,8 @@ std::string faultOfProgram(std::string_view file, Machine machine)
         return "it is no executable (ELF) file";
     }
     if (file.size() < kSmallest || file.size() > kLargest) {
-        return fmt::format("it has {} bytes, and a program for the device has 1 KiB to 16 MiB",
-                           file.size());
+        return fmt::format("it has {} bytes, and a program for the device has {}", file.size(),
+                           sizesOfPrograms());
     }
     const auto klass = static_cast<unsigned char>(file[EI_CLASS]);
     const bool isLittle = static_cast<unsigned char>(file[EI_DATA]) == ELFDATA2LSB;
@@ -153,11 +155,17 @@ std::string faultOfProgram(std::string_view file, Machine machine)
                       (machine == Machine::kArm && built == EM_ARM && klass == ELFCLASS32) ||
                       (machine == Machine::kX86 && built == EM_X86_64 && klass == ELFCLASS64);
     if (!fits) {
-        return fmt::format("it is for {}, and the device needs {} (--machine says which)",
-                           machineName(built),
-                           machineName(machine == Machine::kArm ? EM_ARM : EM_X86_64));
+        return fmt::format("it is for {}, and the device needs {}{}", machineName(built),
+                           machineName(machine == Machine::kArm ? EM_ARM : EM_X86_64),
+                           ifTyped(" (--machine says which)"));
     }
     return klass == ELFCLASS32 ? faultOfParts<false>(file) : faultOfParts<true>(file);
+}
+
+std::string sizesOfPrograms()
+{
+    static_assert(kSmallest % 1024 == 0 && kLargest % (1024 * 1024) == 0);
+    return fmt::format("{} KiB to {} MiB", kSmallest / 1024, kLargest / 1024 / 1024);
 }
 
 std::string machineOf(std::string_view file)

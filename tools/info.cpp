@@ -118,7 +118,7 @@ std::string textOf(const std::string &key, const Json &value)
         return "-";
     }
     if (key == "serial_number") {
-        return fmt::format("{} (0x{:04x})", value.get<unsigned>(), value.get<unsigned>());
+        return serialNumberText(value.get<unsigned>());
     }
     if (key == "block_size") {
         return fmt::format("{} bytes", value.get<unsigned>());

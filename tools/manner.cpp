@@ -14,6 +14,11 @@ Manner &manner()
     return theManner;
 }
 
+std::string ifTyped(std::string_view advice)
+{
+    return std::string(manner().isTyped ? advice : std::string_view());
+}
+
 bool wantsColor(std::string_view when)
 {
     if (when != "auto") {

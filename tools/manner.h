@@ -10,10 +10,14 @@ struct Manner {
     bool quiet = false;     // no messages but errors, no summaries
     bool verbose = false;   // what the lines carry, on standard error
     bool isColored = false; // data on standard output
+    bool isTyped = true;    // on a command line, so that advice may name options and subcommands
     unsigned retries = 0;   // how often a command is sent again that is not answered
 };
 
 Manner &manner();
+
+// `advice` for somebody who types a command line, or "" if nobody does.
+std::string ifTyped(std::string_view advice);
 
 // Whether data are coloured if the user said `when`: auto, always or never. `auto` asks for a
 // terminal and for no NO_COLOR in the environment.

@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "tools/address.h"
 #include "tools/errors.h"
@@ -98,8 +99,7 @@ std::string wordFor(const Field &field)
     if (field.length > 1) {
         return "NUMBER";
     }
-    return field.usual != 0 ? fmt::format("{:02x}", field.usual)
-                            : fmt::format("DAT{}", field.at + 1);
+    return field.usual != 0 ? usualText(field) : fmt::format("DAT{}", field.at + 1);
 }
 
 } // namespace
@@ -134,6 +134,40 @@ std::array<uint8_t, 4> dataOfParameters(const CommandRow &row,
         }
     }
     return data;
+}
+
+std::string hintOn(const Field &field)
+{
+    if (isAddress(field)) {
+        return field.type == FieldType::kMask ? "such as 255.255.255.0" : "such as 192.168.0.100";
+    }
+    if (field.type == FieldType::kOnOff) {
+        return "on or off";
+    }
+    if (field.length == 1) {
+        return "two hexadecimal digits";
+    }
+    return fmt::format("{} to {}{}{}", field.least, field.most, *field.unit == '\0' ? "" : " ",
+                       field.unit);
+}
+
+std::vector<std::string> choicesOf(const Field &field)
+{
+    return field.type == FieldType::kOnOff ? std::vector<std::string>{"on", "off"}
+                                           : std::vector<std::string>{};
+}
+
+std::string usualText(const Field &field)
+{
+    if (isAddress(field)) {
+        std::array<uint8_t, 4> data{};
+        store(field, field.usual, data);
+        return fmt::format("{}", fmt::join(data, "."));
+    }
+    if (field.type == FieldType::kOnOff) {
+        return field.usual == 0 ? "off" : "on";
+    }
+    return field.length == 1 ? fmt::format("{:02x}", field.usual) : fmt::format("{}", field.usual);
 }
 
 std::string usageOf(const CommandRow &row)

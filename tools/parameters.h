@@ -16,5 +16,14 @@
 std::array<uint8_t, 4> dataOfParameters(const CommandRow &row,
                                         const std::vector<std::string> &given);
 
+// What can be written for a parameter, such as "0 to 65535 ms" or "two hexadecimal digits".
+std::string hintOn(const Field &field);
+
+// The words that a parameter takes, if it takes only some; else none.
+std::vector<std::string> choicesOf(const Field &field);
+
+// The usual value as it is written.
+std::string usualText(const Field &field);
+
 // The row's parameters for a manual, such as " A.B.C.D"; those that may be missing in brackets.
 std::string usageOf(const CommandRow &row);

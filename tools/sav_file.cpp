@@ -18,6 +18,7 @@
 #include "storage/UserSettingRecord.h"
 #include "storage/WorkTime.h"
 #include "tools/errors.h"
+#include "tools/manner.h"
 #include "tools/text.h"
 
 namespace {
@@ -214,8 +215,8 @@ SavFile readSav(const std::string &path, SavKind asked)
     }
     if (file.kind == SavKind::kUnknown) {
         throw UsageError(fmt::format("{} is not known as a settings file: neither its name nor its "
-                                     "identification is that of one; --kind says what it is",
-                                     escape(path)));
+                                     "identification is that of one{}",
+                                     escape(path), ifTyped("; --kind says what it is")));
     }
     return file;
 }

@@ -247,8 +247,8 @@ int runNetworkWrite(Line &line, const NetworkSettings &settings, Milliseconds ti
     }
     if (status != kDone) {
         fmt::print(stderr,
-                   "veskctl: the device took the settings, and they could not be read back; try "
-                   "`network read`\n");
+                   "veskctl: the device took the settings, and they could not be read back{}\n",
+                   ifTyped("; try `network read`"));
         return status;
     }
     constexpr const char *kNames[] = {"address", "mask", "gateway"};

@@ -214,10 +214,11 @@ std::vector<uint8_t> formatsOf(const std::string &text)
         }
         throw UsageError(fmt::format(
             "format {} is not in the table, which has 0 to {}{}", id, kVideoFormatCount - 1,
-            id == kVideoFormatCustom ? "; 124 is the custom format: see `veskctl timing calc`"
-            : id <= 255              ? fmt::format("; {} stands for {}", id,
-                                                   GetStrByVideoFormat(static_cast<uint32_t>(id)))
-                                     : ""));
+            id == kVideoFormatCustom
+                ? ifTyped("; 124 is the custom format: see `veskctl timing calc`")
+            : id <= 255 ? fmt::format("; {} stands for {}", id,
+                                      GetStrByVideoFormat(static_cast<uint32_t>(id)))
+                        : ""));
     }
     std::vector<uint8_t> formats;
     const std::vector<std::string> names = allNames();
@@ -342,18 +343,20 @@ std::pair<int32_t, int32_t> sizeOf(const std::string &text)
     const std::string width = text.substr(0, cross);
     const std::string height = cross == std::string::npos ? "" : text.substr(cross + 1);
     if (cross == std::string::npos || (width.empty() && height.empty())) {
-        throw UsageError(
-            fmt::format("--size: \"{}\" is not WIDTHxHEIGHT, WIDTHx or xHEIGHT", escape(text)));
+        throw UsageError(fmt::format("{}\"{}\" is not WIDTHxHEIGHT, WIDTHx or xHEIGHT",
+                                     ifTyped("--size: "), escape(text)));
     }
-    return {width.empty() ? 0 : numberOf(width, "the width of --size", 1),
-            height.empty() ? 0 : numberOf(height, "the height of --size", 1)};
+    const std::string of = ifTyped(" of --size");
+    return {width.empty() ? 0 : numberOf(width, ("the width" + of).c_str(), 1),
+            height.empty() ? 0 : numberOf(height, ("the height" + of).c_str(), 1)};
 }
 
 double rateOf(const std::string &text)
 {
     const auto rate = realFrom(text, RealForm::kFixed);
     if (!rate || !(*rate > 0)) {
-        throw UsageError(fmt::format("--rate: \"{}\" is not a number of Hz", escape(text)));
+        throw UsageError(
+            fmt::format("{}\"{}\" is not a number of Hz", ifTyped("--rate: "), escape(text)));
     }
     return *rate;
 }
@@ -789,7 +792,7 @@ std::optional<Subject> customSubject(const CustomMode &mode, const std::string &
     }
     const Calculated all = calculate(mode);
     if (!all.device) {
-        fmt::print(stderr, "veskctl: {}; nothing was written\n", refusalOf(all));
+        fmt::print(stderr, "veskctl: {}{}\n", refusalOf(all), ifTyped("; nothing was written"));
         return std::nullopt;
     }
     return Subject{fmt::format("Custom format {}", nameOf(mode)), *all.device};
@@ -832,6 +835,16 @@ int draw(const Options &options)
 
 } // namespace
 
+std::vector<std::string> formatClasses()
+{
+    std::vector<std::string> names;
+    for (const FormatClass &each : kClasses) {
+        names.emplace_back(each.name);
+    }
+    names.emplace_back("none");
+    return names;
+}
+
 std::vector<Choice> addTimingCommands(CLI::App &app)
 {
     const auto options = std::make_shared<Options>();
@@ -850,8 +863,7 @@ std::vector<Choice> addTimingCommands(CLI::App &app)
         ->add_option("--class", options->formatClass,
                      "Of this class: interlaced, SD, 4K2K, 8K1K or none")
         ->type_name("CLASS")
-        ->check(CLI::IsMember({"interlaced", "SD", "4K2K", "8K1K", "none"}, CLI::ignore_case)
-                    .description(""));
+        ->check(CLI::IsMember(formatClasses(), CLI::ignore_case).description(""));
 
     CLI::App *const showCommand = timing->add_subcommand("show", kShowAbout);
     showCommand->footer(kShowFooter);

@@ -42,6 +42,28 @@ enum class Outcome {
 
 using Clock = std::chrono::steady_clock;
 
+// What to do next, and how that goes on for somebody who types command lines.
+struct Step {
+    std::string what;
+    std::string typed = ".";
+    bool isBelow = true; // on a line of its own, else after a semicolon
+};
+
+const Step kBeginAgain{"begin again", " with the same command", false};
+
+std::string sentenceOf(const std::string &words)
+{
+    const char first =
+        words[0] >= 'a' && words[0] <= 'z' ? static_cast<char>(words[0] - 'a' + 'A') : words[0];
+    return first + words.substr(1) + (words.ends_with('?') ? "" : ".");
+}
+
+// As it follows a result on a terminal.
+std::string lineOf(const Step &step)
+{
+    return (step.isBelow ? "\n" : "; ") + step.what + step.typed;
+}
+
 std::string questionWithTag(uint8_t tag)
 {
     return frameFromText(fmt::format("00 {:02x} 68 01 00 00 00", tag));
@@ -82,7 +104,8 @@ private:
     void printFigures() const;
     int report(Outcome outcome, const std::string &why, int statusIfUnknown = kNotFinished);
     int result(int status, const char *outcome, const std::string &text,
-               const std::string &next = {});
+               const std::vector<Step> &next = {});
+    void tellFollowing();
     std::string command(const char *words) const;
     size_t sentAgain() const;
 
@@ -104,7 +127,6 @@ private:
 
 int Update::run()
 {
-    const std::string begin = "; begin again with the same command";
     try {
         return steps();
     } catch (const Interrupted &) {
@@ -115,7 +137,7 @@ int Update::run()
             phase_ == kAsking ? std::string("interrupted before the first block")
                               : fmt::format("interrupted after {} of {} blocks", done_, count_);
         return result(kInterrupted, "interrupted",
-                      how + "; the device goes on with its old program" + begin);
+                      how + "; the device goes on with its old program", {kBeginAgain});
     } catch (const LocalError &error) {
         if (phase_ == kFollowing) {
             return report(Outcome::kUnknown, error.what());
@@ -124,7 +146,8 @@ int Update::run()
             kLocalFailure, "failed",
             fmt::format("{}; {} of {} blocks were accepted, and the device goes on with its "
                         "old program",
-                        error.what(), done_, count_));
+                        error.what(), done_, count_),
+            {kBeginAgain});
     }
 }
 
@@ -164,9 +187,11 @@ int Update::find()
             return kDone;
         }
     }
+    const std::string advice = adviceOnSilence(line_); // begins with "; "
     return result(kNoAnswer, "no answer",
-                  fmt::format("nobody answers at {}, asked twice within {} ms{}", line_.name(),
-                              (options_.firstWait + secondWait).count(), adviceOnSilence(line_)));
+                  fmt::format("nobody answers at {}, asked twice within {} ms", line_.name(),
+                              (options_.firstWait + secondWait).count()),
+                  {{advice.substr(2), "", false}});
 }
 
 int Update::query() const
@@ -219,13 +244,13 @@ int Update::finish()
         const std::string frame = frameOfBlock(number);
         if (line_.carriesDatagrams()) {
             line_.discardInput();
-            phase_ = kFollowing;
+            tellFollowing();
             line_.send(frame + blockWithChecksum(stream_, number));
             seconds_ = Clock::now() - start_;
             progress_.stop();
             outcome = follow(recordOf(frame), true);
         } else {
-            phase_ = kFollowing;
+            tellFollowing();
             const auto answer = ask(line_, frame, blockWithChecksum(stream_, number),
                                     options_.blockTimeout, Others::kSkipped);
             seconds_ = Clock::now() - start_;
@@ -285,7 +310,7 @@ int Update::giveUp(size_t number, const char *why, int tried)
         fmt::format("block {} of {}: {}, {} times in all; the device goes on with its old "
                     "program",
                     number, count_, why, tried),
-        "Look at the cable and the device's disk, then begin again with the same command.");
+        {{"Look at the cable and the device's disk, then begin again", " with the same command."}});
 }
 
 // Asks for the device type until the answer tells what has become of the device. The first
@@ -376,22 +401,20 @@ int Update::report(Outcome outcome, const std::string &why, int statusIfUnknown)
         return result(kNotFinished, "old program",
                       "the device goes on with its old program: what it stored has a wrong sum or "
                       "length, as after a full disk",
-                      "Make room in /userdata on the device; its output says more.\n"
-                      "Then begin again with the same command.");
+                      {{"Make room in /userdata on the device; its output says more"},
+                       {"Then begin again", " with the same command."}});
     case Outcome::kAbsent:
         return result(kNotFinished, "absent",
                       fmt::format("the device has not answered for {} ms after the last block",
                                   options_.restartTimeout.count()),
-                      fmt::format("Ask again in a minute: {}\n"
-                                  "If it stays silent, put /usr/bin/vesk_h264_backup back on the "
-                                  "device as /usr/bin/vesk_h264.",
-                                  command("send read device type")));
+                      {{"Ask again in a minute", ": " + command("send read device type")},
+                       {"If it stays silent, put /usr/bin/vesk_h264_backup back on the device as "
+                        "/usr/bin/vesk_h264"}});
     default:
         return result(statusIfUnknown, "unknown",
                       fmt::format("whether the device has restarted is unknown: {}", why),
-                      fmt::format("Ask which version it has: {}\n"
-                                  "If that is not the new one, begin again with the same command.",
-                                  command("send update version")));
+                      {{"Ask which version it has", ": " + command("send update version")},
+                       {"If that is not the new one, begin again", " with the same command."}});
     }
 }
 
@@ -405,14 +428,17 @@ void Update::printFigures() const
 
 // Prints the result, which is good if `status` is kDone, and what to do next. Returns `status`.
 int Update::result(int status, const char *outcome, const std::string &text,
-                   const std::string &next)
+                   const std::vector<Step> &next)
 {
     if (progress_.isJson()) {
         nlohmann::ordered_json object = {
             {"event", "result"},         {"outcome", outcome}, {"status", status},
             {"blocks", count_},          {"done", done_},      {"seconds", seconds_.count()},
-            {"sent_again", sentAgain()}, {"message", text},
+            {"sent_again", sentAgain()}, {"message", text},    {"next", nlohmann::json::array()},
         };
+        for (const Step &step : next) {
+            object["next"].push_back(sentenceOf(step.what));
+        }
         if (!version_.empty()) {
             object["version"] = version_;
         }
@@ -420,9 +446,27 @@ int Update::result(int status, const char *outcome, const std::string &text,
     } else if (status == kDone) {
         fmt::print("{}\n", text);
     } else {
-        progress_.tell(next.empty() ? text : text + "\n" + next);
+        std::string said = text;
+        for (const Step &step : next) {
+            said += lineOf(step);
+        }
+        progress_.tell(said);
     }
     return status;
+}
+
+// The last block goes out next: whatever happens from here on, the device may have it.
+void Update::tellFollowing()
+{
+    phase_ = kFollowing;
+    if (progress_.isJson()) {
+        const nlohmann::ordered_json object = {{"event", "following"},
+                                               {"blocks", count_},
+                                               {"done", done_},
+                                               {"sent_again", sentAgain()}};
+        fmt::print("{}\n", object.dump());
+        std::fflush(stdout);
+    }
 }
 
 // What to type for another subcommand on the same line.

@@ -69,12 +69,8 @@ constexpr char kSendFooter[] =
     "The command is written in one of these ways; blanks between bytes do not count:\n"
     "  words              a name of the table below, then its parameters: A.B.C.D is an address such\n"
     "                     as 192.168.0.100, NUMBER decimal or with 0x in front, DAT2 and the like two\n"
-    "                     hexadecimal digits. Those in brackets may be left out.\n"
-    "  2 to 10 digits     command and dat1 to dat4; address, tag and omitted bytes are 00. A command\n"
-    "                     that changes something needs all ten.\n"
-    "  14 digits          address, tag, command and dat1 to dat4; the checksum is added\n"
-    "  16 digits          the same and the checksum, right or wrong\n"
-    "  <...>              a whole frame of 19 characters, sent as it is, right or wrong\n"
+    "                     hexadecimal digits. Those in brackets may be left out.\n";
+constexpr char kSendReply[] =
     "\n"
     "The reply is the next one with the command's address, tag and code. Over --udp the daemon does\n"
     "not execute the command: it passes it on to its serial line. An ordinary front board does not\n"
@@ -121,7 +117,8 @@ constexpr char kUpdateFooter[] =
     "restarted (with its version), still the old program, absent, unknown. All but the first have exit\n"
     "status 5. An update that is interrupted changes nothing, unless it was at its end.\n"
     "\n"
-    "With --progress json standard output gets one JSON object a line, the last with the result.\n"
+    "With --progress json standard output gets one JSON object a line: progress, that the last block\n"
+    "goes out, and at the end the result with what to do next.\n"
     "\n"
     "Over --udp the update works only where the front board echoes every byte, at about 3 blocks a\n"
     "second: the device passes the blocks on to its serial line and executes only what comes back. The\n"
@@ -423,7 +420,8 @@ int networkWrite(const Options &options)
 {
     const std::string fault = faultOfNetwork(options.network);
     if (!fault.empty() && !options.isForced) {
-        throw UsageError(fault + "; nothing was sent, and --force sends it all the same");
+        throw UsageError(fault + "; nothing was sent" +
+                         ifTyped(", and --force sends it all the same"));
     }
     return onOneLine(options, [&](Line &line, Milliseconds timeout) {
         return runNetworkWrite(line, options.network, timeout);
@@ -468,12 +466,12 @@ int update(const Options &options)
     const std::string file = contentOf(options.file);
     const std::string fault = faultOfProgram(file, machineOf(options.machine));
     if (!fault.empty() && (!options.isForced || file.empty())) {
-        throw UsageError(fmt::format("{} is no program for the device: {}; nothing was sent{}",
-                                     options.file, fault,
-                                     file.empty() ? "" : ", and --force sends it all the same"));
+        throw UsageError(
+            fmt::format("{} is no program for the device: {}; nothing was sent{}", options.file,
+                        fault, file.empty() ? "" : ifTyped(", and --force sends it all the same")));
     }
     const std::string stream = updateStream(file);
-    if (!fault.empty()) {
+    if (!fault.empty() && manner().isTyped) {
         fmt::print(stderr,
                    "veskctl: {} is no program for the device: {}; sent because of --force\n",
                    options.file, fault);
@@ -641,7 +639,7 @@ std::string complaint(const CLI::App &app, const CLI::ParseError &error)
     if (strangers.empty()) {
         strangers = app.remaining();
     }
-    const std::string help = fmt::format("; see `{} --help`", path);
+    const std::string help = ifTyped(fmt::format("; see `{} --help`", path));
     if (strangers.empty() && !isWordMissing) {
         return error.what() + help;
     }
@@ -671,6 +669,20 @@ std::string complaint(const CLI::App &app, const CLI::ParseError &error)
         strangers.empty() ? "" : didYouMean(strangers[0], names), fmt::join(names, ", "), help);
 }
 
+// What `send` takes beside words, in two columns.
+std::string listOfForms()
+{
+    std::string list;
+    for (const auto &[digits, about] : commandForms()) {
+        std::string_view head = digits;
+        std::istringstream lines(about);
+        for (std::string line; std::getline(lines, line); head = "") {
+            list += fmt::format("  {:<17}  {}\n", head, line);
+        }
+    }
+    return list;
+}
+
 int run(int argc, char **argv)
 {
     Options options;
@@ -686,7 +698,7 @@ int run(int argc, char **argv)
     }
 
     CLI::App *const sendCommand = app.add_subcommand("send", kSendAbout);
-    sendCommand->footer(kSendFooter + commandList() + kSendExamples);
+    sendCommand->footer(kSendFooter + listOfForms() + kSendReply + commandList() + kSendExamples);
     sendCommand->add_option("COMMAND", options.words, "Words or hexadecimal digits")->required();
 
     CLI::App *const networkCommand = app.add_subcommand("network", kNetworkAbout);

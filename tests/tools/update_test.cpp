@@ -6,10 +6,13 @@
 #include <algorithm>
 #include <functional>
 #include <optional>
+#include <sstream>
 #include <thread>
 #include <utility>
 
 #include <poll.h>
+
+#include <nlohmann/json.hpp>
 
 #include "tests/support/bytes.h"
 #include "tests/support/console.h"
@@ -407,6 +410,109 @@ TEST(SendUpdate, ADryRunSendsNoBlock)
     EXPECT_EQ(device.questions.size(), 1U);
     EXPECT_EQ(device.arrivals.size(), 0U);
     EXPECT_EQ(device.output, "the device answers; 2 blocks of 1024 bytes would be sent\n");
+}
+
+// An object of the JSON, without its times.
+nlohmann::json timeless(nlohmann::json object)
+{
+    for (const char *const name : {"seconds", "seconds_left", "bytes_per_s"}) {
+        object.erase(name);
+    }
+    return object;
+}
+
+std::vector<nlohmann::json> objectsIn(const std::string &output)
+{
+    std::vector<nlohmann::json> objects;
+    std::istringstream lines(output);
+    for (std::string line; std::getline(lines, line);) {
+        objects.push_back(timeless(nlohmann::json::parse(line)));
+    }
+    return objects;
+}
+
+TEST(SendUpdate, AsJsonTellsThatTheLastBlockGoesOutAndWhatBecameOfIt)
+{
+    Device device(scripted("aara"));
+    device.progress = ProgressKind::kJson;
+    EXPECT_EQ(device.update(std::string(2000, 'p')), kDone);
+    const auto objects = objectsIn(device.output);
+    const nlohmann::json following = {
+        {"event", "following"}, {"blocks", 3}, {"done", 2}, {"sent_again", 0}};
+    nlohmann::json once = following;
+    once["sent_again"] = 1;
+    ASSERT_GE(objects.size(), 4U);
+    const auto end = objects.end();
+    EXPECT_EQ(*(end - 4), following);
+    EXPECT_EQ(*(end - 3), once); // the last block was refused once
+    EXPECT_EQ(*(end - 2), (nlohmann::json{{"event", "progress"},
+                                          {"blocks", 3},
+                                          {"done", 3},
+                                          {"bytes", 3072},
+                                          {"sent_again", 1}}));
+    EXPECT_EQ(*(end - 1),
+              (nlohmann::json{{"event", "result"},
+                              {"outcome", "restarted"},
+                              {"status", 0},
+                              {"blocks", 3},
+                              {"done", 3},
+                              {"sent_again", 1},
+                              {"message", "the device has restarted, with version 1.10"},
+                              {"next", nlohmann::json::array()},
+                              {"version", "1.10"}}));
+    for (auto each = objects.begin(); each != end - 4; ++each) {
+        EXPECT_EQ((*each)["event"], "progress");
+    }
+}
+
+TEST(SendUpdate, AsJsonSaysWhatToDoNextWithoutCommandLines)
+{
+    const struct {
+        const char *blocks;
+        const char *types;
+        const char *outcome;
+        bool isFollowed;
+        std::vector<std::string> next;
+        Milliseconds timeout = kPatience;
+    } rows[] = {
+        {"a",
+         "aa",
+         "old program",
+         true,
+         {"Make room in /userdata on the device; its output says more.", "Then begin again."}},
+        {"a",
+         "a-",
+         "absent",
+         true,
+         {"Ask again in a minute.", "If it stays silent, put /usr/bin/vesk_h264_backup back on the "
+                                    "device as /usr/bin/vesk_h264."}},
+        {"a-",
+         "a---a",
+         "unknown",
+         true,
+         {"Ask which version it has.", "If that is not the new one, begin again."},
+         kEither},
+        {"a", "-", "no answer", false, {"Is the device on, and is this its line?"}, kSilence},
+        {"r",
+         "a",
+         "given up",
+         false,
+         {"Look at the cable and the device's disk, then begin again."}},
+    };
+    for (const auto &row : rows) {
+        Device device(scripted(row.blocks), row.types);
+        device.progress = ProgressKind::kJson;
+        device.update(std::string(1000, 'p'), row.timeout, false, Milliseconds{500});
+        const auto objects = objectsIn(device.output);
+        ASSERT_FALSE(objects.empty()) << row.outcome;
+        EXPECT_EQ(objects.back()["outcome"], row.outcome);
+        EXPECT_EQ(objects.back()["next"], nlohmann::json(row.next)) << row.outcome;
+        EXPECT_EQ(device.output.find("veskctl"), std::string::npos) << device.output;
+        const bool isFollowed = std::any_of(objects.begin(), objects.end(), [](const auto &each) {
+            return each["event"] == "following";
+        });
+        EXPECT_EQ(isFollowed, row.isFollowed) << row.outcome;
+    }
 }
 
 } // namespace

@@ -242,11 +242,10 @@ RESTARTS='head -c 76 >asked; printf "<F00056801263300c7>"; head -c 19 >>asked; p
     on_line 0 update --force --progress json new
     python3 -c 'import json, sys
 lines = [json.loads(line) for line in sys.stdin]
-assert [line["event"] for line in lines] == ["progress"] * (len(lines) - 1) + ["result"], lines
+assert [line["event"] for line in lines] == ["following", "progress", "result"], lines
 assert lines[-1]["outcome"] == "restarted" and lines[-1]["version"] == "1.10" and lines[-1]["status"] == 0, lines
 assert lines[-2]["done"] == lines[-2]["blocks"] == 1 and lines[-2]["sent_again"] == 0, lines
 ' <<<"$output"
-    "$BATS_TEST_DIRNAME/validate.py" update <<<"$output"
     "$BATS_TEST_DIRNAME/validate.py" update <<<"$output"
 }
 
@@ -288,6 +287,22 @@ assert lines[-2]["done"] == lines[-2]["blocks"] == 1 and lines[-2]["sent_again"]
     wait "$monitor" || status=$?
     [ "$status" = 130 ]
     [ "$(tail -n 1 err)" = 'veskctl: interrupted after 1 of 3 blocks; the device goes on with its old program; begin again with the same command' ]
+}
+
+@test "update: interrupted before the last block, the JSON says to begin again" {
+    connect "$ANSWERS"'; head -c 1044 >got; cat >/dev/null'
+    head -c 2000 /dev/zero >new
+    "$VESKCTL" --serial "$device" --timeout 60000 update --force --progress json new >out 2>err 3>&- &
+    monitor=$!
+    is_sent() { [ "$(stat -c %s got 2>/dev/null)" = 1044 ]; }
+    wait_until is_sent
+    kill -INT "$monitor"
+    status=0
+    wait "$monitor" || status=$?
+    [ "$status" = 130 ]
+    run -1 grep following out
+    grep -q '"message":"interrupted after 0 of 3 blocks; the device goes on with its old program","next":\["Begin again."\]}' out
+    "$BATS_TEST_DIRNAME/validate.py" update <out
 }
 
 @test "update: interrupted after the last block, the result has the exit status" {

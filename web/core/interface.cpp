@@ -21,11 +21,14 @@
 #include "tools/errors.h"
 #include "tools/frames.h"
 #include "tools/json.h"
+#include "tools/manner.h"
 #include "tools/package.h"
 #include "tools/parameters.h"
+#include "tools/sav_file.h"
 #include "tools/status.h"
 #include "tools/subcommands.h"
 #include "tools/text.h"
+#include "tools/timing.h"
 #include "tools/version.h"
 #include "web/core/end_of_run.h"
 
@@ -44,32 +47,22 @@ const char *kept(std::string text)
     return last.c_str();
 }
 
-// As protocol/vesk.yaml has it.
-const char *nameOf(FieldType type)
+// Those that have a subcommand of their own for the text that follows; else "".
+const char *subcommandOf(const CommandRow &row)
 {
-    switch (type) {
-    case FieldType::kU8:
-        return "u8";
-    case FieldType::kU16:
-        return "u16";
-    case FieldType::kOnOff:
-        return "on/off";
-    case FieldType::kVersion:
-        return "version";
-    case FieldType::kSerialNumber:
-        return "serial number";
-    case FieldType::kIpv4:
-        return "ipv4";
-    case FieldType::kMask:
-        return "mask";
-    case FieldType::kFirstHalfOfMac:
-        return "first half of mac";
-    case FieldType::kLastHalfOfMac:
-        return "last half of mac";
-    case FieldType::kBytes:
-        break;
+    const std::string_view name = row.name;
+    return name == "read text" ? "text read" : name == "write text" ? "text write" : "";
+}
+
+// The type that the device tells, as `info` prints it.
+std::string deviceType()
+{
+    for (const CommandRow &row : commandTable()) {
+        if (std::string_view(row.name) == "read device type") {
+            return fmt::format("{:0{}x}", row.answer[0].least, 2 * row.answer[0].length);
+        }
     }
-    return "bytes";
+    return {};
 }
 
 Json jsonOf(const CommandRow &row)
@@ -77,18 +70,16 @@ Json jsonOf(const CommandRow &row)
     Json parameters = Json::array();
     for (const Field &field : row.parameters) {
         parameters.push_back({{"name", field.name},
-                              {"type", nameOf(field.type)},
-                              {"length", field.length},
-                              {"least", field.least},
-                              {"most", field.most},
-                              {"usual", field.usual},
-                              {"unit", field.unit}});
+                              {"hint", hintOn(field)},
+                              {"choices", choicesOf(field)},
+                              {"usual", usualText(field)}});
     }
     return {{"words", row.name},
             {"code", row.dat1 == kAnyDat1 ? fmt::format("{:02x}", row.command)
                                           : fmt::format("{:02x} {:02x}", row.command, row.dat1)},
             {"writes", row.writes},
             {"hasPayload", row.hasPayload},
+            {"subcommand", subcommandOf(row)},
             {"note", row.note},
             {"parameters", parameters},
             {"usage", usageOf(row)}};
@@ -142,9 +133,11 @@ std::string textOf(const std::vector<Piece> &pieces)
 
 extern "C" {
 
-// Runs veskctl with arguments, each ended by a NUL. Gives the exit status.
-EMSCRIPTEN_KEEPALIVE int runTool(const char *arguments, int size)
+// Runs veskctl with arguments, each ended by a NUL. Gives the exit status. If nobody has typed them
+// its messages name no options and no subcommands.
+EMSCRIPTEN_KEEPALIVE int runTool(const char *arguments, int size, int isTyped)
 {
+    manner().isTyped = isTyped != 0;
     std::vector<std::string> texts = textsOf(arguments, size);
     texts.emplace(texts.begin(), "veskctl");
     std::vector<char *> pointers;
@@ -168,6 +161,30 @@ EMSCRIPTEN_KEEPALIVE int runTool(const char *arguments, int size)
 EMSCRIPTEN_KEEPALIVE const char *toolVersion()
 {
     return VESK_VERSION;
+}
+
+// Facts.
+EMSCRIPTEN_KEEPALIVE const char *listFacts()
+{
+    Json forms = Json::array();
+    for (const auto &[digits, about] : commandForms()) {
+        std::string line = about;
+        std::replace(line.begin(), line.end(), '\n', ' ');
+        forms.push_back({{"digits", digits}, {"about", line}});
+    }
+    return kept(Json{
+        {"deviceType", deviceType()},
+        {"programSizes", sizesOfPrograms()},
+        {"savKinds", savKindNames()},
+        {"formatClasses", formatClasses()},
+        {"commandForms",
+         forms}}.dump());
+}
+
+// As people write a serial number.
+EMSCRIPTEN_KEEPALIVE const char *textOfSerialNumber(int number)
+{
+    return kept(serialNumberText(static_cast<unsigned>(number)));
 }
 
 // An array of Command.
@@ -217,6 +234,7 @@ EMSCRIPTEN_KEEPALIVE const char *faultsOf(const char *text, int size)
 // A text, not JSON; "" if nothing is wrong.
 EMSCRIPTEN_KEEPALIVE const char *faultOfFile(const char *file, int size)
 {
+    manner().isTyped = false;
     return kept(faultOfProgram({file, static_cast<size_t>(size)}, Machine::kArm));
 }
 

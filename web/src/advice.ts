@@ -95,3 +95,11 @@ const advice: Readonly<Record<Fault, Advice>> = {
 export function adviceOn(fault: Fault): Advice {
     return advice[fault];
 }
+
+/** After a device was away, one with another serial number answers. */
+export function anotherDevice(is: string, was: string): { title: string; text: string } {
+    return {
+        title: 'Another device answers',
+        text: `Its serial number is ${is}; before it was ${was}. What the screens had of that one is gone.`,
+    };
+}

@@ -12,7 +12,7 @@ import { Console } from './views/Console.tsx';
 import { Files } from './views/Files.tsx';
 import { Network } from './views/Network.tsx';
 import { Overview } from './views/Overview.tsx';
-import { Guarded, Status, ThemeSwitch } from './views/parts.tsx';
+import { Guarded, Notice, Status, ThemeSwitch } from './views/parts.tsx';
 import { Timings } from './views/Timings.tsx';
 import { Update } from './views/Update.tsx';
 
@@ -153,6 +153,11 @@ export function App({ core, session }: { core: Core; session: Session }) {
                 </ul>
             </nav>
             <main class="main" id="screen" ref={main} tabIndex={-1} aria-label={screen.label}>
+                {state.notice !== null && (
+                    <Notice tone="warning" title={state.notice.title} onDismiss={() => session.dismiss()}>
+                        <p>{state.notice.text}</p>
+                    </Notice>
+                )}
                 {/* A screen keeps what was typed and opened in it while one looks at another. */}
                 {screens
                     .filter((each) => visited.current.has(each))

@@ -12,7 +12,6 @@ import {
     isFault,
     isOf,
     jsonOf,
-    kindsOf,
     noValue,
     openSav,
     setValues,
@@ -71,7 +70,7 @@ describe('opening', () => {
     });
 
     test('the kinds are those of the documents', async () => {
-        expect(await kindsOf(core)).toEqual(['UserPref', 'DevInfo', 'save', 'view', 'page', 'timeCon', 'workTime']);
+        expect(core.facts.savKinds).toEqual(['UserPref', 'DevInfo', 'save', 'view', 'page', 'timeCon', 'workTime']);
     });
 });
 
@@ -211,16 +210,30 @@ describe('changing', () => {
     });
 });
 
+async function exported(file: SavFile): Promise<string> {
+    const result = await jsonOf(core, file);
+    if (isFault(result)) {
+        throw new Error(result.fault);
+    }
+    return result.json;
+}
+
 describe('leaving', () => {
+    test('what cannot be exported says why', async () => {
+        expect(await jsonOf(core, { name: 'x.sav', kind: 'nothing', bytes: new Uint8Array(4) })).toMatchObject({
+            fault: expect.stringContaining('nothing') as string,
+        });
+    });
+
     test.each(['save0.sav', 'workTime.sav', 'save0-over-a5.sav'])('%s comes back from its JSON', async (name) => {
         const file = await opened(name);
-        const text = new TextEncoder().encode(await jsonOf(core, file));
+        const text = new TextEncoder().encode(await exported(file));
         expect(await openSav(core, 'from elsewhere.json', text)).toEqual(file);
     });
 
     test('a cut file comes back from its JSON as it was', async () => {
         const file = await opened('save0.sav', fixture('save0.sav').slice(0, 1001));
-        const text = new TextEncoder().encode(await jsonOf(core, file));
+        const text = new TextEncoder().encode(await exported(file));
         expect(await openSav(core, 'cut.json', text)).toEqual(file);
     });
 

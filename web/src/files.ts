@@ -1,7 +1,7 @@
 // Settings files apart from their screen: everything that is known of them comes from `veskctl sav`.
 
 import { ExitStatus } from './core/core.ts';
-import { argumentOf, choicesOf, messageOf, objectsOf, type Runner } from './core/lines.ts';
+import { argumentOf, messageOf, objectsOf, valueFaultIn, type FieldFault, type Runner } from './core/lines.ts';
 
 /** A file as it is on the page. */
 export interface SavFile {
@@ -120,11 +120,6 @@ function arguments_(subcommand: string, file: SavFile): string[] {
 
 function filesOf(...files: SavFile[]): Map<string, Uint8Array> {
     return new Map(files.map((file) => [file.name, file.bytes]));
-}
-
-/** The kinds of files that there are. */
-export function kindsOf(core: Runner): Promise<string[]> {
-    return choicesOf(core, ['sav', 'schema']);
 }
 
 /**
@@ -309,16 +304,15 @@ export async function setValues(
     core: Runner,
     file: SavFile,
     assignments: readonly Assignment[],
-): Promise<SavFile | (Fault & { field: string })> {
+): Promise<SavFile | FieldFault> {
     const texts = assignments.map(({ name, text }) => `${name}=${text}`);
     const finished = await core.run([...arguments_('set', file), ...texts], { files: filesOf(file) });
     const bytes = finished.files.get(file.name);
     if (finished.status !== ExitStatus.done || !bytes) {
-        const fault = messageOf(finished);
-        const field = assignments.find(
-            ({ name }) => fault.startsWith(`${name}: `) || fault.startsWith(`${name}[`) || fault.includes(`; ${name} `),
+        return valueFaultIn(
+            finished,
+            assignments.map(({ name }) => name),
         );
-        return { fault, field: field?.name ?? '' };
     }
     return { ...file, bytes };
 }
@@ -355,17 +349,17 @@ export async function differencesOf(core: Runner, before: SavFile, after: SavFil
 // Leaving
 
 /** The text of `sav dump --json`, of which openSav() makes the file again. */
-export async function jsonOf(core: Runner, file: SavFile): Promise<string> {
-    return (await core.run([...arguments_('dump', file), '--json'], { files: filesOf(file) })).output;
+export async function jsonOf(core: Runner, file: SavFile): Promise<{ json: string } | Fault> {
+    const finished = await core.run([...arguments_('dump', file), '--json'], { files: filesOf(file) });
+    return finished.status === ExitStatus.done ? { json: finished.output } : { fault: messageOf(finished) };
 }
 
-/** The picture as SVG. A `save0.sav` among the other files gives views and pages their sizes. */
+/** The picture as SVG. One of the other files may have the sizes of views and pages. */
 export async function drawingOf(
     core: Runner,
     file: SavFile,
     others: readonly SavFile[],
 ): Promise<{ svg: string } | Fault> {
-    const sizes = others.filter((other) => other.name === 'save0.sav' && other.name !== file.name);
-    const finished = await core.run([...arguments_('draw', file), '-o', '-'], { files: filesOf(...sizes, file) });
+    const finished = await core.run([...arguments_('draw', file), '-o', '-'], { files: filesOf(...others, file) });
     return finished.status === ExitStatus.done ? { svg: finished.output } : { fault: messageOf(finished) };
 }

@@ -1,12 +1,11 @@
 // The connection: who answers, what is lost and comes back, one run at a time, and how an update ends.
 
-import { readFileSync } from 'node:fs';
 import { describe, expect, test } from 'vitest';
 
 import { deviceAnswer, deviceQuestion, fakeCore, type Play } from './core/fakecore.ts';
 import { mockLine, type MockLine } from './line/mock.ts';
 import { LineError } from './line/transport.ts';
-import { adviceOn, deviceType, newSession, type Phase, type Session } from './session.ts';
+import { adviceOn, newSession, type Phase, type Session } from './session.ts';
 
 const encoder = new TextEncoder();
 const decoder = new TextDecoder();
@@ -32,12 +31,6 @@ async function until(session: Session, phase: Phase): Promise<void> {
 function sessionWith(play?: Play): Session {
     return newSession(fakeCore(play), times);
 }
-
-test('the type of the device is the one of the protocol', () => {
-    const text = readFileSync(new URL('../../protocol/vesk.yaml', import.meta.url), 'utf8');
-    const value = /name: device type,.*value: \[0x(..), 0x(..)\]/.exec(text);
-    expect(`${value?.[1]}${value?.[2]}`).toBe(deviceType);
-});
 
 describe('connecting', () => {
     test('tells who answers', async () => {
@@ -104,6 +97,36 @@ describe('connecting', () => {
         expect(session.state.phase).toBe('ready');
     });
 
+    test('a choice that fails beside a line is told by a notice', async () => {
+        const session = sessionWith();
+        await session.connect(device());
+        await session.connect(Promise.reject(new LineError('denied', 'A policy forbids it.')));
+        expect(session.state).toMatchObject({
+            phase: 'ready',
+            trouble: null,
+            notice: {
+                title: 'The browser does not permit serial ports here',
+                text: 'A policy forbids it. Mock is used as before.',
+            },
+        });
+        session.dismiss();
+        expect(session.state.notice).toBeNull();
+    });
+
+    test('a line that could not be opened is tried again', async () => {
+        const session = sessionWith();
+        const line = device();
+        line.refuse(new LineError('busy', 'no'));
+        await session.connect(line);
+        await session.tryAgain();
+        expect(session.state.trouble?.fault).toBe('busy');
+        line.refuse(null);
+        await session.tryAgain();
+        expect(session.state.phase).toBe('ready');
+        await session.tryAgain(); // of a line that is open: nothing
+        expect(session.state.phase).toBe('ready');
+    });
+
     test('another line replaces the first', async () => {
         const session = sessionWith();
         const first = device();
@@ -120,6 +143,40 @@ describe('connecting', () => {
         isOn = true;
         await session.ask();
         expect(session.state.phase).toBe('ready');
+    });
+
+    test('what stops a refresh leaves the device', async () => {
+        const line = device();
+        const session = sessionWith();
+        await session.connect(line);
+        const asked = session.ask();
+        await Promise.resolve();
+        session.cancel();
+        await asked;
+        expect(session.state).toMatchObject({ phase: 'ready', trouble: null });
+        expect(session.state.device?.serial_number).toBe(4660);
+    });
+
+    test('what stops the first question says so', async () => {
+        const session = sessionWith();
+        const asked = session.connect(mockLine());
+        await until(session, 'asking');
+        await new Promise((resolve) => setTimeout(resolve, 5));
+        session.cancel();
+        await asked;
+        expect(session.state).toMatchObject({ phase: 'trouble', trouble: { fault: 'silent' } });
+    });
+
+    test('something can be sent as soon as the line is open, whoever is there', async () => {
+        const session = sessionWith(async () => ({ output: 'sent' }));
+        expect(session.state.isOpen).toBe(false);
+        const line = mockLine();
+        await session.connect(line);
+        expect(session.state).toMatchObject({ phase: 'trouble', isOpen: true });
+        expect((await session.run(['send'], { what: '' })).output).toBe('sent');
+        line.unplug();
+        await until(session, 'lost');
+        expect(session.state.isOpen).toBe(false);
     });
 
     test('ends', async () => {
@@ -142,6 +199,39 @@ describe('a cable that is pulled', () => {
         await expect(session.run(['send'], { what: '' })).rejects.toMatchObject({ fault: 'lost' });
         line.plug();
         await until(session, 'ready');
+    });
+
+    test('the same device is no other one when it is back', async () => {
+        const session = sessionWith();
+        const line = device();
+        await session.connect(line);
+        const { deviceNumber } = session.state;
+        line.unplug();
+        await until(session, 'lost');
+        line.plug();
+        await until(session, 'ready');
+        expect(session.state).toMatchObject({ notice: null, deviceNumber });
+    });
+
+    test('another device that is there instead is told', async () => {
+        let last = '00';
+        const session = sessionWith();
+        const line = mockLine(() => encoder.encode(`${deviceAnswer.slice(0, 14)}${last}00>`));
+        await session.connect(line);
+        const { deviceNumber } = session.state;
+        last = '01';
+        await session.ask(); // it has got another number
+        expect(session.state).toMatchObject({ notice: null, deviceNumber });
+        last = '02';
+        line.unplug();
+        await until(session, 'lost');
+        line.plug();
+        await until(session, 'ready');
+        expect(session.state.notice).toMatchObject({
+            title: 'Another device answers',
+            text: expect.stringContaining('is 4662; before it was 4661') as string,
+        });
+        expect(session.state.deviceNumber).toBe(deviceNumber + 1);
     });
 
     test('is looked for at once when asked to', async () => {
@@ -255,10 +345,23 @@ describe('traffic', () => {
     test('can be had as a transcript', async () => {
         const session = sessionWith();
         await session.connect(device());
-        const begin = '# A session of the page, vesk 1.0.0, on Mock\n';
-        expect(session.traffic.transcript()).toBe(`${begin}front> ${deviceQuestion}\nfront< ${deviceAnswer}\n`);
+        const begin = 'A session of the page, vesk 1.0.0, on Mock\n';
+        expect(session.traffic.transcript()).toBe(`${begin}sent ${deviceQuestion}\nreceived ${deviceAnswer}\n`);
         session.traffic.clear();
         expect(session.traffic.transcript()).toBe(begin);
+    });
+
+    test('has what has happened to the line itself', async () => {
+        const session = sessionWith();
+        const line = device();
+        await session.connect(line);
+        session.traffic.clear();
+        line.onDamage?.('Bytes were lost.');
+        const passages = session.traffic.passages().map(({ piece }) => piece);
+        expect(passages).toMatchObject([{ isFrame: false, meaning: 'Bytes were lost.', kind: 'damaged' }]);
+        await session.disconnect();
+        line.onDamage?.('Late.');
+        expect(session.traffic.passages()).toHaveLength(1);
     });
 
     test('puts together frames that arrive in parts', async () => {
@@ -282,7 +385,7 @@ describe('an update', () => {
     }
 
     function result(outcome: string, status: number, done = 3): string {
-        const rest = { blocks: 3, done, seconds: 1, sent_again: 0, message: outcome };
+        const rest = { blocks: 3, done, seconds: 1, sent_again: 0, message: outcome, next: [] };
         return event({ event: 'result', outcome, status, ...rest });
     }
 
@@ -295,7 +398,10 @@ describe('an update', () => {
     function sends(blocks: number, end: string, status: number): Play {
         return async ({ options, line }) => {
             for (let i = 0; i < blocks; ++i) {
-                await line.write(new Uint8Array(1044));
+                if (i === 2) {
+                    options.onOutput?.(event({ event: 'following', blocks: 3, done: 2, sent_again: 0 }));
+                }
+                await line.write(new Uint8Array(100));
                 options.onOutput?.(progress(i + 1));
             }
             options.onOutput?.(end);
@@ -342,6 +448,32 @@ describe('an update', () => {
         expect([...phases]).toEqual(['ready']);
     });
 
+    test('that is cancelled asks until the device hears again', async () => {
+        let isBusy = false; // with the rest of a block
+        const session = sessionWith(async (run) => {
+            isBusy = true;
+            setTimeout(() => (isBusy = false), 60);
+            session.cancel();
+            return sends(2, result('interrupted', 130, 1), 130)(run);
+        });
+        await session.connect(mockLine(() => (isBusy ? null : encoder.encode(deviceAnswer))));
+        await session.update('new', file, { isForced: false });
+        expect(session.state).toMatchObject({ phase: 'ready', update: { step: 'over' } });
+    });
+
+    test.each([
+        [2, 'failed'],
+        [3, 'unknown'],
+    ])('without a result after %i of 3 blocks is %s', async (blocks, outcome) => {
+        const session = sessionWith(async (run) => {
+            await sends(blocks, progress(blocks), 4)(run);
+            return { status: 4, messages: 'veskctl: it broke\n' };
+        });
+        await session.connect(device());
+        await session.update('new', file, { isForced: false });
+        expect(session.state.update?.result).toMatchObject({ outcome, message: 'it broke', next: [] });
+    });
+
     test('whose line is lost says so, and the device is asked when it is back', async () => {
         const line = device();
         const session = sessionWith(async (run) => {
@@ -373,6 +505,6 @@ describe('an update', () => {
         });
         await session.connect(device());
         await session.update('new', file, { isForced: true });
-        expect(given).toEqual(['--serial', 'port', 'update', '--progress', 'json', '--force', 'program']);
+        expect(given).toEqual(['--serial', 'Mock', 'update', '--progress', 'json', '--force', 'program']);
     });
 });

@@ -1,16 +1,14 @@
 // The connection to a device: which line it is, who answers on it, and what runs on it now. All screens share one.
 
-import { type Fault } from './advice.ts';
+import { adviceOn, anotherDevice, type Fault } from './advice.ts';
 import { ExitStatus, type Core, type Finished, type NetworkSettings } from './core/core.ts';
+import { objectsOf, sentencesOf } from './core/lines.ts';
 import { newInbox, type Inbox } from './line/inbox.ts';
 import { LineError, type Transport } from './line/transport.ts';
 import { newTrafficLog, type TrafficLog } from './traffic.ts';
 import { newUpdate, type UpdateEvent, type UpdateState } from './update.ts';
 
 export { adviceOn, type Advice, type Fault } from './advice.ts';
-
-/** The type of this device, as protocol/vesk.yaml has it. */
-export const deviceType = '2633';
 
 /** What `info --json` prints (docs/schema/info.schema.json). Null: the device did not tell. */
 export interface DeviceInfo {
@@ -38,11 +36,17 @@ export interface State {
     phase: Phase;
     lineName: string;
     isDemo: boolean;
+    /** Whether something can be sent, whoever is there. */
+    isOpen: boolean;
+    /** Changes with the line and with the device on it: what a screen keeps of the former one, it drops then. */
+    deviceNumber: number;
     /** What it told last; kept while it is away. */
     device: DeviceInfo | null;
     /** What it did not tell, and why. */
     notes: readonly string[];
     trouble: { fault: Fault; message: string } | null;
+    /** What has happened beside, until it is dismissed. */
+    notice: { title: string; text: string } | null;
     /** What runs on the line now, for people, or "". */
     running: string;
     /** The latest update, under way or over. */
@@ -55,7 +59,6 @@ export interface RunOptions {
     files?: ReadonlyMap<string, Uint8Array>;
     onOutput?: (line: string) => void;
     onMessage?: (line: string) => void;
-    onSent?: (bytes: Uint8Array) => void;
 }
 
 export interface UpdateOptions {
@@ -78,6 +81,12 @@ export interface Session {
 
     /** Looks at once whether a line that was lost is back. */
     look(): void;
+
+    /** Tries at once to open the line that could not be opened. */
+    tryAgain(): Promise<void>;
+
+    /** Forgets `state.notice`. */
+    dismiss(): void;
 
     /** Asks again who is there; with `isStored` also for the stored network settings. */
     ask(isStored?: boolean): Promise<void>;
@@ -112,37 +121,6 @@ const usualTimes: Times = { look: 1000, ask: 500, away: 60000 };
 const quiet = 100; // ms without a byte: what has come is all of it
 const idle = 3600000; // ms, of a read that only listens
 
-/** What veskctl said on standard error, without its name. */
-export function sentencesOf(messages: string): string[] {
-    return messages
-        .split('\n')
-        .map((line) =>
-            line
-                .replace(/^veskctl: /, '')
-                .replace(/; see `veskctl .*$/, '')
-                .trim(),
-        )
-        .filter((line) => line !== '')
-        .map(sentenceOf);
-}
-
-/** A message of the tool as a sentence: it begins them in lower case, as what follows its name, and ends them open. */
-export function sentenceOf(text: string): string {
-    const sentence = text.charAt(0).toUpperCase() + text.slice(1);
-    return sentence === '' || /[.?!]$/.test(sentence) ? sentence : `${sentence}.`;
-}
-
-/** The objects that veskctl printed, one a line. Lines that are none do not count. */
-export function objectsOf(output: string): unknown[] {
-    return output.split('\n').flatMap((line) => {
-        try {
-            return line.trim() === '' ? [] : [JSON.parse(line) as unknown];
-        } catch {
-            return [];
-        }
-    });
-}
-
 function troubleOf(error: unknown): { fault: Fault; message: string } {
     if (error instanceof LineError) {
         return { fault: error.fault, message: error.message };
@@ -157,16 +135,25 @@ interface Life {
     inbox: Inbox | null; // of what runs
     error: LineError | null; // why it is not open any more
     received: number; // bytes
+    serialNumber: number | null; // of the device that answered last
     listening: Promise<void>; // is over when nothing uses the line any more
 }
 
-const nothing: State = {
+// What the device has said to the question who it is.
+interface Answer {
+    change: Partial<State> & { phase: Phase };
+    isStopped: boolean; // the user did not wait for it
+}
+
+const nothing: Omit<State, 'deviceNumber'> = {
     phase: 'off',
     lineName: '',
     isDemo: false,
+    isOpen: false,
     device: null,
     notes: [],
     trouble: null,
+    notice: null,
     running: '',
     update: null,
 };
@@ -174,8 +161,9 @@ const nothing: State = {
 export function newSession(core: Core, times: Times = usualTimes): Session {
     const listeners = new Set<() => void>();
     const traffic = newTrafficLog(core);
-    let state = nothing;
+    let state: State = { ...nothing, deviceNumber: 0 };
     let life: Life | null = null;
+    let unopened: Transport | null = null; // the line that could not be opened
     let last: Promise<unknown> = Promise.resolve(); // the end of all runs so far
     let running: AbortController | null = null;
     let isGivenUp = false; // the device that is waited for
@@ -219,6 +207,9 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
             mine.error = error instanceof LineError ? error : new LineError('lost', String(error));
             mine.inbox?.end(mine.error);
         }
+        if (mine === life) {
+            set({ isOpen: false });
+        }
         if (mine === life && mine.error.fault !== 'closed') {
             await comeBack(mine);
         }
@@ -252,6 +243,7 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
     function start(mine: Life): void {
         mine.isOpen = true;
         mine.error = null;
+        set({ isOpen: true });
         mine.listening = listen(mine);
     }
 
@@ -263,40 +255,57 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
         set({ phase: 'waiting', trouble: null });
         for (;;) {
             const found = await question(false);
-            if (mine !== life || mine?.isOpen !== true) {
+            if (mine === null || mine !== life || !mine.isOpen) {
                 return;
             }
-            if (found.phase === 'ready' || isGivenUp || Date.now() >= end) {
-                set(found);
+            if (found.change.phase === 'ready' || isGivenUp || Date.now() >= end) {
+                accept(mine, found);
                 return;
             }
             await pause(times.ask);
         }
     }
 
+    // After a device was away, another one may answer.
+    function accept(mine: Life, { change }: Answer): void {
+        const before = mine.serialNumber;
+        const now = change.device?.serial_number ?? null;
+        if (state.phase !== 'ready' && before !== null && now !== null && now !== before) {
+            set({
+                deviceNumber: state.deviceNumber + 1,
+                update: state.update?.step === 'over' ? null : state.update,
+                notice: anotherDevice(core.serialNumberText(now), core.serialNumberText(before)),
+            });
+        }
+        mine.serialNumber = now ?? before;
+        set(change);
+    }
+
     // Who is there, as a change of the state.
-    async function question(isStored: boolean): Promise<Partial<State> & { phase: Phase }> {
+    async function question(isStored: boolean): Promise<Answer> {
         const mine = life;
         const before = mine?.received ?? 0;
         let finished: Finished;
+        let device: DeviceInfo | undefined;
         try {
             finished = await run(['info', '--json', ...(isStored ? ['--stored'] : [])], {
                 what: 'Asking the device',
             });
+            device = objectsOf<DeviceInfo>(finished)[0];
         } catch (error) {
-            return { phase: 'trouble', trouble: troubleOf(error) };
+            return { change: { phase: 'trouble', trouble: troubleOf(error) }, isStopped: false };
         }
-        const notes = sentencesOf(finished.messages);
-        const device = objectsOf(finished.output)[0] as DeviceInfo | undefined;
+        const notes = sentencesOf(finished);
         const message = notes.join(' ');
+        const { deviceType } = core.facts;
         if (device?.device_type === deviceType) {
-            return { phase: 'ready', trouble: null, device, notes };
+            return { change: { phase: 'ready', trouble: null, device, notes }, isStopped: false };
         }
         if (device !== undefined && device.device_type !== null) {
             return trouble('stranger', `It says that its type is ${device.device_type}, not ${deviceType}.`);
         }
         if (finished.status === ExitStatus.interrupted) {
-            return trouble('silent', 'The wait for an answer was ended here.');
+            return { ...trouble('silent', 'The wait for an answer was ended here.'), isStopped: true };
         }
         if (finished.status === ExitStatus.refused) {
             return trouble('refused', message);
@@ -306,8 +315,9 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
         }
         return trouble('failed', message);
 
-        function trouble(fault: Fault, text: string): Partial<State> & { phase: Phase } {
-            return { phase: 'trouble', trouble: { fault, message: text }, device: null, notes: [] };
+        function trouble(fault: Fault, text: string): Answer {
+            const change = { phase: 'trouble', trouble: { fault, message: text }, device: null, notes: [] } as const;
+            return { change, isStopped: false };
         }
     }
 
@@ -316,8 +326,13 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
         try {
             line = await choice;
         } catch (error) {
+            const trouble = troubleOf(error);
             if (life === null) {
-                set({ ...nothing, phase: 'trouble', trouble: troubleOf(error) });
+                unopened = null;
+                set({ ...nothing, phase: 'trouble', trouble });
+            } else {
+                const text = `${trouble.message} ${state.lineName} is used as before.`;
+                set({ notice: { title: adviceOn(trouble.fault).title, text } });
             }
             return;
         }
@@ -328,11 +343,23 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
             inbox: null,
             error: null,
             received: 0,
+            serialNumber: null,
             listening: Promise.resolve(),
         };
         life = mine;
         traffic.clear(`A session of the page, vesk ${core.version}, on ${line.name}`);
-        set({ ...nothing, phase: 'opening', lineName: line.name, isDemo: line.isDemo });
+        line.onDamage = (text) => {
+            if (mine === life) {
+                traffic.note(text);
+            }
+        };
+        set({
+            ...nothing,
+            phase: 'opening',
+            lineName: line.name,
+            isDemo: line.isDemo,
+            deviceNumber: state.deviceNumber + 1,
+        });
         try {
             await line.open();
         } catch (error) {
@@ -342,6 +369,7 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
                 void comeBack(mine);
             } else if (mine === life) {
                 life = null;
+                unopened = line;
                 set({ phase: 'trouble', trouble });
             }
             return;
@@ -357,6 +385,7 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
     async function disconnect(): Promise<void> {
         const mine = life;
         life = null;
+        unopened = null;
         isGivenUp = true;
         running?.abort();
         wake?.();
@@ -364,19 +393,20 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
         await last;
         await mine?.listening;
         if (life === null) {
-            set(nothing);
+            set({ ...nothing, deviceNumber: state.deviceNumber + 1 });
         }
     }
 
     async function ask(isStored = false): Promise<void> {
         const mine = life;
-        if (state.phase !== 'ready') {
+        const wasReady = state.phase === 'ready';
+        if (!wasReady) {
             set({ phase: 'asking', trouble: null });
         }
         const found = await question(isStored);
-        // Of a line that was lost meanwhile comeBack() tells.
-        if (mine !== null && mine === life && mine.isOpen) {
-            set(found);
+        // Of a line that was lost meanwhile comeBack() tells. Who stops a refresh has the device all the same.
+        if (mine !== null && mine === life && mine.isOpen && !(wasReady && found.isStopped)) {
+            accept(mine, found);
         }
     }
 
@@ -396,7 +426,7 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
         running = new AbortController();
         set({ running: options.what });
         try {
-            return await core.run(['--serial', 'port', ...args], {
+            return await core.run(['--serial', mine.line.name, ...args], {
                 ...options,
                 signal: running.signal,
                 line: {
@@ -405,7 +435,6 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
                         // First, as the answer may be here before the line has told that all is sent.
                         traffic.take('sent', bytes);
                         await mine.line.write(bytes);
-                        options.onSent?.(bytes);
                     },
                 },
             });
@@ -429,16 +458,21 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
             const finished = await run(args, {
                 what: 'Updating the device',
                 files: new Map([['program', file]]),
-                onOutput: (line) => objectsOf(line).forEach((each) => steps.onEvent(each as UpdateEvent)),
-                onMessage: (line) => sentencesOf(line).forEach(steps.onMessage),
-                onSent: steps.onSent,
+                onOutput: (output) => objectsOf<UpdateEvent>({ output }).forEach(steps.onEvent),
+                onMessage: (messages) => sentencesOf({ messages }).forEach(steps.onMessage),
             });
             steps.onEnd(finished);
         } catch (error) {
             steps.onFailure(troubleOf(error).message);
         }
-        if (mine !== null && mine === life && mine.isOpen && steps.isRestartLikely()) {
-            await settle();
+        if (mine !== null && mine === life && mine.isOpen) {
+            if (steps.isCertain()) {
+                await ask();
+            } else {
+                // Who cancels the sending wants to know all the same who is there then.
+                isGivenUp &&= steps.mayHaveAll();
+                await settle();
+            }
         }
         steps.onSettled();
     }
@@ -455,6 +489,13 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
         connect,
         disconnect,
         look: () => wake?.(),
+        async tryAgain() {
+            wake?.();
+            if (unopened !== null) {
+                await connect(unopened);
+            }
+        },
+        dismiss: () => set({ notice: null }),
         ask,
         run,
         update,

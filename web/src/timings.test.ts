@@ -5,7 +5,6 @@ import { runner } from './core/runner.ts';
 import { isFault } from './files.ts';
 import {
     calculate,
-    classesOf,
     comparison,
     detect,
     drawTiming,
@@ -49,12 +48,12 @@ describe('list', () => {
 
     test('says what is wrong with a filter', async () => {
         expect(await listFormats(core, { size: 'wide', rate: '', class: '' })).toEqual({
-            fault: '--size: "wide" is not WIDTHxHEIGHT, WIDTHx or xHEIGHT',
+            fault: '"wide" is not WIDTHxHEIGHT, WIDTHx or xHEIGHT',
         });
     });
 
     test('the classes are those of the document', async () => {
-        expect(await classesOf(core)).toEqual(['interlaced', 'SD', '4K2K', '8K1K', 'none']);
+        expect(core.facts.formatClasses).toEqual(['interlaced', 'SD', '4K2K', '8K1K', 'none']);
     });
 });
 

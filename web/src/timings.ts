@@ -1,7 +1,7 @@
 // Video timings apart from their screen: everything that is known of them comes from `veskctl timing`.
 
 import { ExitStatus } from './core/core.ts';
-import { choicesOf, messageOf, objectsOf, type Runner } from './core/lines.ts';
+import { argumentFaultIn, messageOf, objectsOf, type FieldFault, type Runner } from './core/lines.ts';
 import type { Fault } from './files.ts';
 
 // What the tool prints: docs/schema/timing-*.schema.json
@@ -64,13 +64,8 @@ export interface Filter {
     /** "1920x1080", "1920x", "x1080", or "". */
     size: string;
     rate: string;
-    /** One of classesOf(), or "". */
+    /** One of the core's formatClasses, or "". */
     class: string;
-}
-
-/** The classes that a list can be of. */
-export function classesOf(core: Runner): Promise<string[]> {
-    return choicesOf(core, ['timing', 'list', '--class']);
 }
 
 /** The formats of that size, rate and class. There may be none. */
@@ -104,17 +99,11 @@ export interface Calculation {
     refusal: string;
 }
 
-/** The first of these texts that the tool complains of, and how: `NAME: "x" is not ...`. */
-function faultIn(message: string, names: readonly string[]): Fault & { field: string } {
-    const field = names.find((name) => message.startsWith(`${name}: `)) ?? '';
-    return { fault: field === '' ? message : message.slice(field.length + 2), field };
-}
-
 export const modeFields = ['WIDTH', 'HEIGHT', 'RATE'] as const;
 export const measuredFields = ['HDE', 'VDE', 'HTOTAL', 'VTOTAL', 'RATE'] as const;
 
 /** An empty text is no argument at all to the tool, so it would complain of the next one's name. */
-function emptyIn(texts: readonly string[], names: readonly string[]): (Fault & { field: string }) | undefined {
+function emptyIn(texts: readonly string[], names: readonly string[]): FieldFault | undefined {
     const index = texts.findIndex((text) => text.trim() === '');
     const field = names[index];
     return field === undefined ? undefined : { fault: 'a number is needed here', field };
@@ -124,7 +113,7 @@ function emptyIn(texts: readonly string[], names: readonly string[]): (Fault & {
 export async function calculate(
     core: Runner,
     mode: readonly string[],
-): Promise<Calculation | (Fault & { field: string })> {
+): Promise<Calculation | FieldFault> {
     const missing = emptyIn(mode, modeFields);
     if (missing) {
         return missing;
@@ -133,7 +122,7 @@ export async function calculate(
     const finished = await core.run(['timing', 'calc', '--json', '--', ...texts]);
     const result = objectsOf<Calculated>(finished)[0];
     if (!result) {
-        return faultIn(messageOf(finished), modeFields);
+        return argumentFaultIn(finished, modeFields);
     }
     const lines = await core.run(['timing', 'calc', '--modeline', '--', ...texts]);
     return { result, modelines: lines.output.trimEnd(), refusal: result.accepted ? '' : messageOf(lines) };
@@ -211,7 +200,7 @@ export interface Detection {
 export async function detect(
     core: Runner,
     measured: readonly string[],
-): Promise<Detection | (Fault & { field: string })> {
+): Promise<Detection | FieldFault> {
     const missing = emptyIn(measured, measuredFields);
     if (missing) {
         return missing;
@@ -220,7 +209,7 @@ export async function detect(
     const finished = await core.run(['timing', 'detect', '--json', '--', ...texts]);
     const result = objectsOf<Detected>(finished)[0];
     if (!result) {
-        return faultIn(messageOf(finished), measuredFields);
+        return argumentFaultIn(finished, measuredFields);
     }
     const words = await core.run(['timing', 'detect', '--', ...texts]);
     return { result, words: words.output.trimEnd() || messageOf(words) };
@@ -242,7 +231,5 @@ export type Owner = 'device' | 'v1' | 'v2';
 /** The picture of "12", "1920x1080x50" or "1920x1080@60". */
 export async function drawTiming(core: Runner, timing: string, owner: Owner): Promise<{ svg: string } | Fault> {
     const finished = await core.run(['timing', 'draw', '--standard', owner, '-o', '-', '--', timing.trim()]);
-    return finished.status === ExitStatus.done
-        ? { svg: finished.output }
-        : { fault: messageOf(finished).replace(/; nothing was written$/, '') };
+    return finished.status === ExitStatus.done ? { svg: finished.output } : { fault: messageOf(finished) };
 }

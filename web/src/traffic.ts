@@ -22,6 +22,9 @@ export interface TrafficLog {
     /** For use when the line is quiet. */
     flush(): void;
 
+    /** What has happened to the line itself, as a sentence. A transcript has no place for it. */
+    note(text: string): void;
+
     /** What passed since the latest clear(), for `veskctl play`. */
     transcript(): string;
 
@@ -79,6 +82,10 @@ export function newTrafficLog(core: Core, now: () => number = Date.now): Traffic
             }
         },
         flush,
+        note(text) {
+            flush();
+            add('received', now(), [{ isFrame: false, text: '', hex: '', meaning: text, kind: 'damaged' }]);
+        },
         transcript() {
             return recorded <= mostRecorded ? recorder.text() : `${recorder.text()}# What followed was too much.\n`;
         },

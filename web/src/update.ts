@@ -1,9 +1,10 @@
 // An update of the device's program, as what `update --progress json` prints tells it.
 
-import type { Core, Finished } from './core/core.ts';
+import { ExitStatus, type Core, type Finished } from './core/core.ts';
+import { messageOf } from './core/lines.ts';
 
 /** docs/schema/update.schema.json. */
-export type UpdateEvent = UpdateProgress | UpdateResult;
+export type UpdateEvent = UpdateProgress | UpdateFollowing | UpdateResult;
 
 export interface UpdateProgress {
     event: 'progress';
@@ -13,6 +14,14 @@ export interface UpdateProgress {
     bytes_per_s: number;
     seconds: number;
     seconds_left: number;
+    sent_again: number;
+}
+
+/** The last block goes out: from here on the device may have it. */
+export interface UpdateFollowing {
+    event: 'following';
+    blocks: number;
+    done: number;
     sent_again: number;
 }
 
@@ -36,6 +45,8 @@ export interface UpdateResult {
     seconds: number;
     sent_again: number;
     message: string;
+    /** What to do, a sentence each. */
+    next: readonly string[];
     version?: string;
 }
 
@@ -44,7 +55,7 @@ export interface UpdateState {
     /** The version that stands in the file, or "". */
     version: string;
     blocks: number;
-    /** `restarting`: all blocks are with the device. `settling`: what has become of it is asked for. */
+    /** `restarting`: the last block is on its way, or all are there. `settling`: the device is asked who it is. */
     step: 'asking' | 'sending' | 'restarting' | 'settling' | 'over';
     progress: UpdateProgress | null;
     result: UpdateResult | null;
@@ -55,18 +66,17 @@ export interface UpdateState {
 export interface Update {
     onEvent(event: UpdateEvent): void;
     onMessage(message: string): void;
-    onSent(bytes: Uint8Array): void;
     onEnd(finished: Finished): void;
-    /** It could not be begun. */
+    /** It could not be begun, or the core has failed. */
     onFailure(message: string): void;
     onSettled(): void;
 
     /** Whether the device may have got the last block. */
-    isRestartLikely(): boolean;
-}
+    mayHaveAll(): boolean;
 
-/** Requires of a block's frame, block and sum together: they are longer than this, and nothing else is. */
-const block = 1024;
+    /** Whether the device has answered at the end, or was silent from the beginning. */
+    isCertain(): boolean;
+}
 
 export function newUpdate(core: Core, name: string, file: Uint8Array, tell: (state: UpdateState) => void): Update {
     const isProgram = core.faultOfProgram(file) === '';
@@ -79,59 +89,52 @@ export function newUpdate(core: Core, name: string, file: Uint8Array, tell: (sta
         result: null,
         messages: [],
     };
-    let sent = 0; // blocks, repeated ones included
-    let again = 0; // of these
+    let isFollowed = false;
 
     function set(change: Partial<UpdateState>): void {
         state = { ...state, ...change };
         tell(state);
     }
 
+    // Without a result of the tool.
     function fail(message: string): void {
-        const done = state.progress?.done ?? 0;
-        const result = {
-            outcome: 'failed',
-            status: 4,
-            blocks: state.blocks,
-            done,
-            seconds: 0,
-            sent_again: again,
-        } as const;
-        set({ result: { event: 'result', ...result, message } });
+        set({
+            result: {
+                event: 'result',
+                outcome: isFollowed ? 'unknown' : 'failed',
+                status: ExitStatus.localFailure,
+                blocks: state.blocks,
+                done: state.progress?.done ?? 0,
+                seconds: state.progress?.seconds ?? 0,
+                sent_again: state.progress?.sent_again ?? 0,
+                message,
+                next: [],
+            },
+        });
     }
 
     tell(state);
     return {
         onEvent(event) {
-            if (event.event === 'result') {
-                set({ result: event, blocks: event.blocks });
-                return;
+            switch (event.event) {
+                case 'progress':
+                    set({ progress: event, blocks: event.blocks, step: isFollowed ? 'restarting' : 'sending' });
+                    break;
+                case 'following':
+                    isFollowed = true;
+                    set({ blocks: event.blocks, step: 'restarting' });
+                    break;
+                case 'result':
+                    set({ result: event, blocks: event.blocks });
+                    break;
             }
-            again = event.sent_again;
-            set({ progress: event, blocks: event.blocks });
         },
         onMessage(message) {
-            if (message.includes('--force')) {
-                return; // the user has just said so
-            }
             set({ messages: [...state.messages, message] });
-        },
-        // veskctl prints nothing between the last block and the end.
-        onSent(bytes) {
-            if (bytes.length <= block) {
-                return;
-            }
-            sent += 1;
-            const isLast = state.blocks > 0 && sent - again >= state.blocks;
-            if (isLast && state.step !== 'restarting') {
-                set({ step: 'restarting' });
-            } else if (!isLast && state.step === 'asking') {
-                set({ step: 'sending' });
-            }
         },
         onEnd(finished) {
             if (state.result === null) {
-                fail(finished.messages.replace(/^veskctl: /gm, '').trim());
+                fail(messageOf(finished));
             }
             set({ step: 'settling' });
         },
@@ -139,8 +142,7 @@ export function newUpdate(core: Core, name: string, file: Uint8Array, tell: (sta
         onSettled() {
             set({ step: 'over' });
         },
-        isRestartLikely() {
-            return ['restarted', 'absent', 'unknown'].includes(state.result?.outcome ?? '');
-        },
+        mayHaveAll: () => isFollowed,
+        isCertain: () => ['old program', 'no answer', 'dry run'].includes(state.result?.outcome ?? ''),
     };
 }

@@ -18,6 +18,8 @@ export interface RunOptions {
     onMessage?: (line: string) => void;
     /** What Ctrl-C is at a desk: the program ends with its own last words. */
     signal?: AbortSignal;
+    /** Its messages may name options and subcommands, as for somebody who has typed `args`. */
+    isTyped?: boolean;
 }
 
 export interface Finished {
@@ -42,13 +44,12 @@ export enum ExitStatus {
 /** A parameter of a command, from the command table. */
 export interface Parameter {
     name: string;
-    /** A type of protocol/vesk.yaml, such as "u8", "on/off", "ipv4". */
-    type: string;
-    length: number;
-    least: number;
-    most: number;
-    usual: number;
-    unit: string;
+    /** What can be typed, such as "two hexadecimal digits". */
+    hint: string;
+    /** The only words that can be typed; if there are none, anything that fits. */
+    choices: string[];
+    /** What a command that reads is sent with if nothing is typed. */
+    usual: string;
 }
 
 export interface Command {
@@ -58,6 +59,8 @@ export interface Command {
     code: string;
     writes: boolean;
     hasPayload: boolean;
+    /** The subcommand of its own that it has for a text that follows it, such as "text read"; or "". */
+    subcommand: string;
     note: string;
     parameters: Parameter[];
     /** As in the manual: " A.B.C.D". */
@@ -98,9 +101,25 @@ export interface NetworkSettings {
     mac: string;
 }
 
+/** What the tool knows that no run of it prints by itself. */
+export interface Facts {
+    /** What a device of this kind tells as its type. */
+    deviceType: string;
+    /** How large a program for it is: "1 KiB to 16 MiB". */
+    programSizes: string;
+    /** The kinds of settings files, as `sav --kind` takes them. */
+    savKinds: string[];
+    /** The classes of video formats, as `timing list --class` takes them. */
+    formatClasses: string[];
+    /** What else than words `send` takes. */
+    commandForms: { digits: string; about: string }[];
+}
+
 export interface Core {
     /** The version of the tool, such as "1.0.0". */
     readonly version: string;
+
+    readonly facts: Facts;
 
     run(args: readonly string[], options?: RunOptions): Promise<Finished>;
 
@@ -108,6 +127,9 @@ export interface Core {
 
     /** The frame that `send` would send for a text, or why there is none. */
     frameOf(text: string): { frame: string; meaning: string; writes: boolean } | { error: string };
+
+    /** As people write it: "4660 (0x1234)". */
+    serialNumberText(number: number): string;
 
     /** Of each setting what is wrong with it, and of all together; "" where nothing is. */
     faultsOf(settings: NetworkSettings): NetworkSettings & { together: string };

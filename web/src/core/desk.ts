@@ -12,7 +12,7 @@ export enum Arrival {
 
 export interface Desk {
     readonly hasLine: boolean;
-    /** Gives "", or why the line is lost. */
+    /** Gives "", or why the line is lost. What is under way when the user interrupts goes on by itself. */
     send(bytes: Uint8Array): Promise<string>;
     arrival(forBytes: boolean, timeout: number): Promise<Arrival>;
     /** Up to `size` bytes that have arrived. */
@@ -67,13 +67,16 @@ export function newDesk(line: CoreLine | undefined, signal: AbortSignal | undefi
         hasLine: line !== undefined,
 
         async send(bytes) {
-            try {
-                await line!.write(bytes);
-                return '';
-            } catch (error) {
-                isLost = true;
-                return textOf(error);
+            if (signal?.aborted) {
+                return ''; // the tool hears of it when it next waits
             }
+            let fault = '';
+            const writing = line!.write(bytes).catch((error: unknown) => {
+                isLost = true;
+                fault = textOf(error);
+            });
+            await until(writing, 0);
+            return fault;
         },
 
         async arrival(forBytes, timeout) {

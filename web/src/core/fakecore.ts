@@ -1,4 +1,5 @@
-// A Core for tests of what stands above it. It knows as little of the device as it can: `info` is one question.
+// A Core for tests of what stands above it. It knows as little of the device as it can: `info` is one question, and the
+// last byte of the answer's data makes another device.
 
 import { ExitStatus, type Core, type CoreLine, type Finished, type Piece, type RunOptions } from './core.ts';
 
@@ -44,13 +45,19 @@ async function info(line: CoreLine, signal: AbortSignal | undefined): Promise<Pa
     if (!answer.startsWith('<F0000680126') && !answer.startsWith('<F0000680199')) {
         return { status: ExitStatus.noAnswer, messages: 'veskctl: device type: no answer\n' };
     }
-    const type = answer.startsWith('<F0000680126') ? '2633' : '9999';
-    return { status: ExitStatus.done, output: `${JSON.stringify({ ...deviceInfo, device_type: type })}\n` };
+    const device = {
+        ...deviceInfo,
+        device_type: answer.startsWith('<F0000680126') ? '2633' : '9999',
+        serial_number: deviceInfo.serial_number + Number(answer.slice(14, 16)),
+    };
+    return { status: ExitStatus.done, output: `${JSON.stringify(device)}\n` };
 }
 
 export function fakeCore(play: Play = async () => ({})): Core {
     return {
         version: '1.0.0',
+        facts: { deviceType: '2633', programSizes: '', savKinds: [], formatClasses: [], commandForms: [] },
+        serialNumberText: String,
         async run(args, options = {}) {
             const { line } = options;
             if (line === undefined) {
@@ -71,10 +78,10 @@ export function fakeCore(play: Play = async () => ({})): Core {
         blocksOf: (file) => Math.ceil((file.length + 128) / 1024),
         versionOf: () => '1.11',
         newRecorder(about) {
-            let text = `# ${about}\n`;
+            let text = `${about}\n`;
             return {
                 take(direction, bytes) {
-                    text += `front${direction === 'sent' ? '>' : '<'} ${decoder.decode(bytes)}\n`;
+                    text += `${direction} ${decoder.decode(bytes)}\n`;
                 },
                 text: () => text,
             };

@@ -33,10 +33,8 @@ async function runNative(program: string, args: readonly string[], options: RunO
 }
 
 export async function runner(): Promise<Runner> {
-    const program = process.env['VESKCTL_NATIVE'];
-    if (program) {
-        return { run: (args, options) => runNative(program, args, options) };
-    }
     const { coreInNode } = await import('./node.ts');
-    return coreInNode();
+    const core = await coreInNode();
+    const program = process.env['VESKCTL_NATIVE'];
+    return program ? { facts: core.facts, run: (args, options) => runNative(program, args, options) } : core;
 }

@@ -70,7 +70,7 @@ async function atDesk(args: readonly string[], files: Files): Promise<Left> {
 
 /** Runs both, and gives what they leave. */
 async function both(args: readonly string[], files: Files = new Map()): Promise<Left> {
-    const [desk, page] = await Promise.all([atDesk(args, files), core.run(args, { files })]);
+    const [desk, page] = await Promise.all([atDesk(args, files), core.run(args, { files, isTyped: true })]);
     expect(left(page), args.join(' ').slice(0, 200)).toEqual(desk);
     return desk;
 }

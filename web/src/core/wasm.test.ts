@@ -294,7 +294,14 @@ describe('an update', () => {
         });
         expect(done.status).toBe(ExitStatus.notFinished);
         expect(objects.length).toBeGreaterThan(1);
-        expect(objects.at(-1)).toMatchObject({ outcome: 'old program' });
+        expect(objects.at(-1)).toMatchObject({
+            outcome: 'old program',
+            next: ['Make room in /userdata on the device; its output says more.', 'Then begin again.'],
+        });
+        expect(objects.filter(({ event }) => event === 'following')).toEqual([
+            { event: 'following', blocks: 10, done: 9, sent_again: 0 },
+        ]);
+        expect(done.messages).toBe('');
         expect(line.sent.filter((sent) => sent.length === 19 + 1025)).toHaveLength(10);
     });
 
@@ -328,8 +335,58 @@ describe('at once', () => {
         expect(commands.find(({ words }) => words === 'write IP address')).toMatchObject({
             writes: true,
             usage: ' A.B.C.D',
-            parameters: [{ name: 'ip', type: 'ipv4', length: 4 }],
+            parameters: [{ name: 'ip', hint: 'such as 192.168.0.100', choices: [] }],
         });
+        const parametersOf = (of: string) => commands.find(({ words }) => words === of)?.parameters;
+        expect(parametersOf('write DHCP')).toMatchObject([{ choices: ['on', 'off'] }]);
+        expect(parametersOf('write serial number')).toMatchObject([{ hint: '0 to 65535' }]);
+        expect(parametersOf('update version')).toEqual([
+            { name: 'program', hint: 'two hexadecimal digits', choices: [], usual: '07' },
+        ]);
+        const subcommands = commands.filter(({ subcommand }) => subcommand !== '');
+        expect(subcommands.map(({ words, subcommand }) => `${words}: ${subcommand}`)).toEqual([
+            'write text: text write',
+            'read text: text read',
+        ]);
+    });
+
+    test('what the tool knows', async () => {
+        const protocol = readFileSync(new URL('../../../protocol/vesk.yaml', import.meta.url), 'utf8');
+        const value = /name: device type,.*value: \[0x(..), 0x(..)\]/.exec(protocol);
+        expect(core.facts.deviceType).toBe(`${value?.[1]}${value?.[2]}`);
+        expect(core.facts.programSizes).toBe('1 KiB to 16 MiB');
+        expect(core.facts.commandForms.map(({ digits }) => digits)).toEqual(['2 to 10 digits', '14 digits', '16 digits', '<...>']);
+        expect(core.serialNumberText(4660)).toBe('4660 (0x1234)');
+        expect(core.serialNumberText(65535)).toBe('65535 (0xffff)');
+        for (const kind of core.facts.savKinds) {
+            expect((await core.run(['sav', 'schema', kind])).status).toBe(ExitStatus.done);
+        }
+        for (const each of core.facts.formatClasses) {
+            expect((await core.run(['timing', 'list', '--class', each])).output).not.toBe('');
+        }
+    });
+
+    // Whoever reads a page has typed no command line.
+    test.each([
+        ['network', 'write', '1.2.3.4', '255.255.255.0', '1.2.4.1', '02:76:65:73:6b:01'],
+        ['--serial', 'port', 'update', 'text'],
+        ['--serial', 'port', 'update', 'desk'],
+        ['sav', 'dump', 'text'],
+        ['sav', 'viw'],
+        ['timing', 'list', '--size', '19x', '--rate', 'fast'],
+        ['timing', 'list', '--size', 'x'],
+        ['timing', 'show', '124'],
+        ['timing', 'draw', '4096x2160@120', '-o', '-'],
+    ])('a message of %s %s %s names no option', async (...args) => {
+        const root = fileURLToPath(new URL('../../..', import.meta.url));
+        const files = new Map([
+            ['text', encoder.encode('nothing but text')],
+            ['desk', new Uint8Array(readFileSync(resolve(process.env['VESKCTL'] ?? `${root}build/release/tools/veskctl`)))],
+        ]);
+        const { messages } = await core.run(args, { files });
+        expect(messages).not.toBe('');
+        expect(messages).not.toMatch(/ --|^veskctl: --|`|nothing was written/);
+        expect(messages).not.toBe((await core.run(args, { files, isTyped: true })).messages);
     });
 
     test('a frame', () => {

@@ -1,7 +1,7 @@
 // The core: one compiled module, of which each run gets a fresh instance.
 
 import createCore, { type CoreModule } from '../../../build/web/core/vesk_core.mjs';
-import type { Command, Core, Finished, NetworkSettings, Piece, RunOptions } from './core.ts';
+import type { Command, Core, Facts, Finished, NetworkSettings, Piece, RunOptions } from './core.ts';
 import { newDesk, type Desk } from './desk.ts';
 
 const HOME = '/home/web_user'; // the working directory of a run, which Emscripten makes
@@ -116,8 +116,9 @@ export async function loadCore(fetchWasm: () => Promise<BufferSource> = fetchFro
         putFiles(module, options.files);
         const given = bytesOf(args);
         try {
-            const values = [put(module, given), given.length];
-            const status = await module.ccall('runTool', 'number', ['number', 'number'], values, { async: true });
+            const values = [put(module, given), given.length, options.isTyped === true ? 1 : 0];
+            const types = values.map(() => 'number' as const);
+            const status = await module.ccall('runTool', 'number', types, values, { async: true });
             return { status, output: output.end(), messages: messages.end(), files: takeFiles(module) };
         } finally {
             await desk.leave();
@@ -141,9 +142,15 @@ export async function loadCore(fetchWasm: () => Promise<BufferSource> = fetchFro
         return asked.UTF8ToString(ask(name, bytes, ...first));
     }
 
+    function answerTo(name: string, number: number): string {
+        return asked.UTF8ToString(asked.ccall(name, 'number', ['number'], [number]));
+    }
+
     return {
         version: asked.UTF8ToString(asked.ccall('toolVersion', 'number', [], [])),
+        facts: JSON.parse(answer('listFacts')) as Facts,
         run,
+        serialNumberText: (number) => answerTo('textOfSerialNumber', number),
         commands: () => JSON.parse(answer('listCommands')) as Command[],
         frameOf: (text) => JSON.parse(answer('frameOf', encoder.encode(text))) as ReturnType<Core['frameOf']>,
         faultsOf: ({ address, mask, gateway, mac }) =>

@@ -12,6 +12,8 @@ export class FakePort extends EventTarget implements SerialPort {
 
     openedWith: SerialOptions | null = null;
 
+    listeners = 0;
+
     private isOpen = false;
     private source: ReadableStreamDefaultController<Uint8Array> | null = null;
     private sink: WritableStreamDefaultController | null = null;
@@ -78,10 +80,20 @@ export class FakePort extends EventTarget implements SerialPort {
     }
 
     /** As a browser does after a damaged byte: the stream fails and the port has a new one. */
-    damage(): void {
+    damage(name = 'FramingError'): void {
         const last = this.source;
         this.makeReadable();
-        last?.error(new DOMException('A byte is damaged.', 'FramingError'));
+        last?.error(new DOMException('A byte is damaged.', name));
+    }
+
+    override addEventListener(...args: Parameters<EventTarget['addEventListener']>): void {
+        this.listeners += 1;
+        super.addEventListener(...args);
+    }
+
+    override removeEventListener(...args: Parameters<EventTarget['removeEventListener']>): void {
+        this.listeners -= 1;
+        super.removeEventListener(...args);
     }
 
     private makeReadable(): void {

@@ -36,6 +36,12 @@ describe('choosing', () => {
         expect(await faultOf(choosePort(serial))).toBe('denied');
     });
 
+    test('what else fails is not taken for a missing permission', async () => {
+        const { serial } = onePort();
+        serial.refusal = new DOMException('The browser broke.', 'UnknownError');
+        expect(await faultOf(choosePort(serial))).toBe('UnknownError: The browser broke.');
+    });
+
     test('a port by its name', async () => {
         const { port, serial } = onePort();
         serial.choice = port;
@@ -73,6 +79,35 @@ describe('opening', () => {
         await serialLine(port, serial).open();
         expect(await faultOf(serialLine(port, serial).open())).toBe('busy');
     });
+});
+
+test.each([
+    ['FramingError', 'A byte came damaged: its end was missing.'],
+    ['BufferOverrunError', 'Bytes were lost: they came faster than the browser took them.'],
+    ['OtherError', 'What arrived was lost: A byte is damaged.'],
+])('a %s is told', async (name, told) => {
+    const { port, serial } = onePort();
+    const line = serialLine(port, serial);
+    const said: string[] = [];
+    line.onDamage = (text) => said.push(text);
+    await line.open();
+    port.damage(name);
+    await new Promise((resolve) => setTimeout(resolve, 10));
+    expect(said).toEqual([told]);
+    await line.close();
+});
+
+test('a line that is closed listens to nothing', async () => {
+    const { port, serial } = onePort();
+    const line = serialLine(port, serial);
+    expect(port.listeners).toBe(0);
+    await line.open();
+    expect(port.listeners).toBe(1);
+    await line.close();
+    await line.open();
+    port.unplug();
+    await line.close();
+    expect(port.listeners).toBe(0);
 });
 
 test('bytes after a damaged one still come', async () => {

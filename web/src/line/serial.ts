@@ -12,6 +12,14 @@ const options: SerialOptions = {
     bufferSize: 65536, // of the browser; its usual 255 bytes overflow while the page is busy
 };
 
+// What can happen to the bytes on the way; the port goes on afterwards.
+const damages: Readonly<Record<string, string>> = {
+    BufferOverrunError: 'Bytes were lost: they came faster than the browser took them.',
+    BreakError: 'The line was interrupted for longer than a byte.',
+    FramingError: 'A byte came damaged: its end was missing.',
+    ParityError: 'A byte came damaged: its parity was wrong.',
+};
+
 const longestFlush = 1000; // ms, for what was written before close()
 
 /** The browser's serial ports. Throws LineError 'unsupported' where it has none. */
@@ -51,7 +59,11 @@ function isSameKind(left: SerialPort, right: SerialPort): boolean {
     return nameOfPort(left) === nameOfPort(right);
 }
 
-/** Lets the user choose a port. Throws LineError. Requires: the user has just clicked or pressed a key. */
+function isForbidden(error: unknown): boolean {
+    return nameOf(error) === 'SecurityError' || nameOf(error) === 'NotAllowedError';
+}
+
+/** Lets the user choose a port. Throws LineError, or what else has failed. Requires: the user has just clicked or pressed a key. */
 export async function choosePort(serial: Serial = serialOfBrowser()): Promise<Transport> {
     try {
         return serialLine(await serial.requestPort(), serial);
@@ -59,7 +71,10 @@ export async function choosePort(serial: Serial = serialOfBrowser()): Promise<Tr
         if (nameOf(error) === 'NotFoundError') {
             throw new LineError('none', 'No port was chosen.');
         }
-        throw new LineError('denied', `The browser does not permit it: ${textOf(error)}`);
+        if (isForbidden(error)) {
+            throw new LineError('denied', `The browser does not permit it: ${textOf(error)}`);
+        }
+        throw error;
     }
 }
 
@@ -72,7 +87,7 @@ export async function knownPorts(serial: Serial = serialOfBrowser()): Promise<Tr
 export function serialLine(chosen: SerialPort, serial: Serial): Transport {
     let port = chosen;
     let others: SerialPort[] = []; // ports that were there while this one was
-    let isUnplugged = false; // for browsers whose ports do not tell
+    let isUnplugged = false; // while it was open, for browsers whose ports do not tell
     let isWriting = false;
     let inbox: Inbox | null = null; // while it is open
     let writer: WritableStreamDefaultWriter<Uint8Array> | null = null;
@@ -96,15 +111,6 @@ export function serialLine(chosen: SerialPort, serial: Serial): Transport {
         inbox?.end(lost());
     }
 
-    function onPlugged(): void {
-        isUnplugged = false;
-    }
-
-    function watch(): void {
-        port.addEventListener('disconnect', onUnplugged);
-        port.addEventListener('connect', onPlugged);
-    }
-
     // Some browsers give a port that comes back a new object.
     async function findAgain(): Promise<void> {
         const ports = await serial.getPorts();
@@ -112,11 +118,8 @@ export function serialLine(chosen: SerialPort, serial: Serial): Transport {
             (each) => each !== port && each.connected !== false && !others.includes(each) && isSameKind(each, port),
         );
         if (found[0] !== undefined && found.length === 1) {
-            port.removeEventListener('disconnect', onUnplugged);
-            port.removeEventListener('connect', onPlugged);
             port = found[0];
             isUnplugged = false;
-            watch();
         }
     }
 
@@ -136,6 +139,7 @@ export function serialLine(chosen: SerialPort, serial: Serial): Transport {
                 if (nameOf(error) === 'NetworkError') {
                     break;
                 }
+                line.onDamage?.(damages[nameOf(error)] ?? `What arrived was lost: ${textOf(error)}`);
             } finally {
                 reader.releaseLock();
                 reader = null;
@@ -144,14 +148,14 @@ export function serialLine(chosen: SerialPort, serial: Serial): Transport {
         into.end(lost());
     }
 
-    watch();
-
-    return {
+    const line: Transport = {
         get name() {
             return nameOfPort(port);
         },
 
         isDemo: false,
+
+        onDamage: null,
 
         async open() {
             if (!isThere()) {
@@ -163,11 +167,13 @@ export function serialLine(chosen: SerialPort, serial: Serial): Transport {
                 if (!isThere()) {
                     throw lost();
                 }
-                if (nameOf(error) === 'SecurityError' || nameOf(error) === 'NotAllowedError') {
+                if (isForbidden(error)) {
                     throw new LineError('denied', `The browser does not permit it: ${textOf(error)}`);
                 }
                 throw new LineError('busy', `${nameOfPort(port)} cannot be opened: ${textOf(error)}`);
             }
+            isUnplugged = false;
+            port.addEventListener('disconnect', onUnplugged);
             others = (await serial.getPorts()).filter((each) => each !== port);
             inbox = newInbox();
             writer = port.writable?.getWriter() ?? null;
@@ -205,6 +211,7 @@ export function serialLine(chosen: SerialPort, serial: Serial): Transport {
                 return;
             }
             const lastWriter = writer;
+            port.removeEventListener('disconnect', onUnplugged);
             inbox.end(closed());
             inbox = null;
             writer = null;
@@ -228,4 +235,5 @@ export function serialLine(chosen: SerialPort, serial: Serial): Transport {
             }
         },
     };
+    return line;
 }

@@ -27,6 +27,9 @@ export interface Transport {
 
     readonly isDemo: boolean;
 
+    /** Is called with a sentence for people when bytes got damaged or lost on the way, where the line can tell. */
+    onDamage?: ((text: string) => void) | null;
+
     /** Opens it at 115200 bits/s, 8N1. Throws LineError. Requires: it is not open. */
     open(): Promise<void>;
 

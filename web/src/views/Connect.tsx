@@ -44,6 +44,7 @@ function useKnownPorts(): readonly Transport[] {
 /** What has happened and what to do. */
 function Trouble({ fault, message, session }: { fault: Fault; message: string; session: Session }) {
     const advice = adviceOn(fault);
+    const canTry = session.state.lineName !== '' && (fault === 'busy' || fault === 'denied');
     const canAsk = fault === 'silent' || fault === 'stranger' || fault === 'refused';
     return (
         <Notice tone="error" title={advice.title}>
@@ -53,6 +54,13 @@ function Trouble({ fault, message, session }: { fault: Fault; message: string; s
                 ))}
             </ol>
             {message !== '' && <p class="small muted">In detail: {message}</p>}
+            {canTry && (
+                <div class="buttons">
+                    <button type="button" class="chief" onClick={() => void session.tryAgain()}>
+                        Try again
+                    </button>
+                </div>
+            )}
             {canAsk && (
                 <div class="buttons">
                     <button type="button" class="chief" onClick={() => void session.ask()}>

@@ -4,9 +4,10 @@ import { useEffect, useMemo, useRef, useState } from 'preact/hooks';
 
 import { ExitStatus, type Command, type Core, type Finished, type Parameter } from '../core/core.ts';
 import { useSession, useTraffic } from '../hooks.ts';
-import { sentenceOf, sentencesOf, type Session } from '../session.ts';
+import { sentenceOf, sentencesOf } from '../core/lines.ts';
+import type { Session } from '../session.ts';
 import type { Passage } from '../traffic.ts';
-import { isTextCommand, isSwitch, textOf, usualText } from '../typed.ts';
+import { argsOf, textOf } from '../typed.ts';
 import { NeedsDevice } from './NeedsDevice.tsx';
 import { Check, Choice, Dialog, Download, Field, Notice, Panel, Table, Tabs } from './parts.tsx';
 
@@ -16,22 +17,22 @@ const mostHex = 128; // digits and blanks
 interface Typed {
     /** What `send` takes. */
     text: string;
+    /** What veskctl does with it. */
+    args: readonly string[];
     /** Of the command by name, if it is one. */
     command: Command | null;
     /** What follows the command's frame, of a command that writes a text. */
     payload: string;
 }
 
+const nothingTyped: Typed = { text: '', args: [], command: null, payload: '' };
+
 function hintOf(parameter: Parameter, isNeeded: boolean): string {
-    const unit = parameter.unit === '' ? '' : ` ${parameter.unit}`;
-    const left = isNeeded ? '' : `; ${usualText(parameter)} if left empty`;
-    if (parameter.type === 'ipv4' || parameter.type === 'mask') {
-        return `such as ${parameter.type === 'mask' ? '255.255.255.0' : '192.168.0.100'}`;
-    }
-    if (parameter.length === 1) {
-        return `two hexadecimal digits${left}`;
-    }
-    return `${parameter.least} to ${parameter.most}${unit}${left}`;
+    return isNeeded ? parameter.hint : `${parameter.hint}; ${parameter.usual} if left empty`;
+}
+
+function takesText(command: Command): boolean {
+    return command.subcommand !== '' && command.writes;
 }
 
 function ParameterFields(props: {
@@ -45,7 +46,7 @@ function ParameterFields(props: {
             {command.parameters.map((parameter, index) => {
                 const change = (value: string) =>
                     onChange(command.parameters.map((_, each) => (each === index ? value : (values[each] ?? ''))));
-                if (isSwitch(parameter)) {
+                if (parameter.choices.length > 0) {
                     return (
                         <Choice
                             key={parameter.name}
@@ -53,8 +54,7 @@ function ParameterFields(props: {
                             value={values[index] ?? ''}
                             options={[
                                 { value: '', label: 'choose' },
-                                { value: 'on', label: 'on' },
-                                { value: 'off', label: 'off' },
+                                ...parameter.choices.map((each) => ({ value: each, label: each })),
                             ]}
                             onChange={change}
                             width="short"
@@ -85,7 +85,12 @@ function ByName({ core, onTyped }: { core: Core; onTyped: (typed: Typed) => void
     const command = commands.find((each) => each.words.toLowerCase() === words.trim().toLowerCase()) ?? null;
 
     useEffect(() => {
-        onTyped({ text: command === null ? words : textOf(command, values), command, payload });
+        if (command === null) {
+            onTyped({ ...nothingTyped, text: words, args: ['send', words] });
+            return;
+        }
+        const text = takesText(command) ? payload : '';
+        onTyped({ text: textOf(command, values), args: argsOf(command, values, text), command, payload: text });
     }, [command, words, values, payload]);
 
     function choose(text: string): void {
@@ -105,7 +110,7 @@ function ByName({ core, onTyped }: { core: Core; onTyped: (typed: Typed) => void
                     width="wide"
                 />
                 {command !== null && <ParameterFields command={command} values={values} onChange={setValues} />}
-                {command !== null && isTextCommand(command) && command.writes && (
+                {command !== null && takesText(command) && (
                     <Field
                         label="text"
                         value={payload}
@@ -146,18 +151,16 @@ function ByName({ core, onTyped }: { core: Core; onTyped: (typed: Typed) => void
     );
 }
 
-function Raw({ onTyped }: { onTyped: (typed: Typed) => void }) {
+function Raw({ core, onTyped }: { core: Core; onTyped: (typed: Typed) => void }) {
     const [text, setText] = useState('');
-    useEffect(() => onTyped({ text, command: null, payload: '' }), [text]);
+    useEffect(() => onTyped({ ...nothingTyped, text, args: ['send', text] }), [text]);
+    const forms = core.facts.commandForms.map(({ digits, about }) => sentenceOf(`${digits}: ${about}`));
     return (
         <Field
             label="Bytes"
             value={text}
             placeholder="68 01"
-            hint={
-                'Hexadecimal digits: 2 to 10 are command and data, 14 begin with address and tag, 16 end with the checksum. ' +
-                'Or a whole frame from < to >, sent as it is.'
-            }
+            hint={`In hexadecimal digits. ${forms.join(' ')}`}
             onInput={setText}
             width="wide"
             code
@@ -190,7 +193,7 @@ function Preview({ found, payload }: { found: ReturnType<Core['frameOf']> | null
 }
 
 function Result({ finished, onDismiss }: { finished: Finished; onDismiss: () => void }) {
-    const said = [...finished.output.split('\n').filter((line) => line !== ''), ...sentencesOf(finished.messages)];
+    const said = [...finished.output.split('\n').filter((line) => line !== ''), ...sentencesOf(finished)];
     const titles: Record<number, string> = {
         [ExitStatus.done]: 'The device has answered',
         [ExitStatus.refused]: 'The device has refused it',
@@ -282,7 +285,13 @@ function Traffic({ session }: { session: Session }) {
                     <button type="button" aria-pressed={isPaused} onClick={() => setPaused(!isPaused)}>
                         {isPaused ? 'Go on' : 'Pause'}
                     </button>
-                    <button type="button" onClick={() => session.traffic.clear()}>
+                    <button
+                        type="button"
+                        onClick={() => {
+                            setPaused(false);
+                            session.traffic.clear();
+                        }}
+                    >
                         Clear
                     </button>
                     <Download name="session.txt" type="text/plain" content={() => session.traffic.transcript()}>
@@ -325,9 +334,9 @@ function Traffic({ session }: { session: Session }) {
                             head: 'What',
                             cell: ({ piece }: Passage) => (
                                 <>
-                                    <div>{piece.isFrame ? piece.meaning : <code>{cut(piece.text)}</code>}</div>
+                                    <div>{piece.meaning !== '' ? piece.meaning : <code>{cut(piece.text)}</code>}</div>
                                     {piece.isFrame && <code class="muted small">{piece.text}</code>}
-                                    {hasHex && <div class="muted small code">{cut(piece.hex)}</div>}
+                                    {hasHex && piece.hex !== '' && <div class="muted small code">{cut(piece.hex)}</div>}
                                 </>
                             ),
                         },
@@ -339,7 +348,8 @@ function Traffic({ session }: { session: Session }) {
                 />
                 {found.length > rows.length && (
                     <p class="muted small">
-                        The latest {rows.length} of {found.length}. The transcript has all.
+                        The latest {rows.length} of {found.length}. The transcript has more: all since the line was chosen, or
+                        since “Clear”.
                     </p>
                 )}
             </div>
@@ -350,32 +360,33 @@ function Traffic({ session }: { session: Session }) {
 export function Console({ core, session }: { core: Core; session: Session }) {
     const state = useSession(session);
     const [mode, setMode] = useState<'name' | 'raw'>('name');
-    const [typed, setTyped] = useState<Typed>({ text: '', command: null, payload: '' });
+    const [typed, setTyped] = useState<Typed>(nothingTyped);
     const [isAsked, setAsked] = useState(false);
     const [finished, setFinished] = useState<Finished | null>(null);
     const found = useMemo(() => (typed.text.trim() === '' ? null : core.frameOf(typed.text)), [core, typed.text]);
     const frame = found === null || 'error' in found ? null : found;
-    const isText = typed.command !== null && isTextCommand(typed.command);
-    const payload = isText && typed.command?.writes === true ? typed.payload : '';
-    const canSend = frame !== null && state.phase === 'ready' && state.running === '';
+    const { payload } = typed;
+    const [isSending, setSending] = useState(false);
+    // Whoever is there: that is what a console is for. After what runs already, unless that takes its time.
+    const isUpdating = state.update !== null && state.update.step !== 'over';
+    const canSend = frame !== null && state.isOpen && !isSending && !isUpdating;
+
+    useEffect(() => setFinished(null), [state.deviceNumber]);
 
     async function send(): Promise<void> {
         setAsked(false);
-        const { command, text } = typed;
-        const words = text
-            .slice(command?.words.length ?? 0)
-            .split(' ')
-            .filter((word) => word !== '');
-        const args =
-            command === null || !isText
-                ? ['send', text]
-                : command.writes
-                  ? ['text', 'write', words[0] ?? '00', words[1] ?? '00', payload]
-                  : ['text', 'read', words[0] ?? '00', words[1] ?? '00'];
+        setSending(true);
         try {
-            setFinished(await session.run(args, { what: 'Waiting for the answer' }));
+            const done = await session.run(typed.args, { what: 'Waiting for the answer' });
+            setFinished(done);
+            if (frame?.writes === true && done.status === ExitStatus.done && session.state.phase === 'ready') {
+                void session.ask(); // so that the other screens have it, too
+            }
         } catch (error) {
-            setFinished({ status: ExitStatus.localFailure, output: '', messages: String(error), files: new Map() });
+            const messages = error instanceof Error ? error.message : String(error);
+            setFinished({ status: ExitStatus.localFailure, output: '', messages, files: new Map() });
+        } finally {
+            setSending(false);
         }
     }
 
@@ -415,13 +426,13 @@ export function Console({ core, session }: { core: Core; session: Session }) {
                                 label: 'By name',
                                 content: () => <ByName core={core} onTyped={setTyped} />,
                             },
-                            { id: 'raw', label: 'Raw', content: () => <Raw onTyped={setTyped} /> },
+                            { id: 'raw', label: 'Raw', content: () => <Raw core={core} onTyped={setTyped} /> },
                         ]}
                     />
                     <Preview found={found} payload={payload} />
                     {typed.command !== null &&
                         typed.command.hasPayload &&
-                        !isTextCommand(typed.command) &&
+                        typed.command.subcommand === '' &&
                         typed.command.writes && (
                             <Notice tone="warning" title="Data follow this command, and this screen sends none">
                                 <p>

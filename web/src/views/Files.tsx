@@ -8,7 +8,6 @@ import {
     faultOf,
     isFault,
     jsonOf,
-    kindsOf,
     openSav,
     textOf,
     viewOf,
@@ -154,7 +153,7 @@ interface RefusedFileProps {
 
 /** A file that could not be opened, and the way to open it all the same. */
 function RefusedFile({ core, name, fault, onOpenAs, onDismiss }: RefusedFileProps) {
-    const kinds = useResult(() => kindsOf(core), [core]) ?? [];
+    const kinds = core.facts.savKinds;
     const [kind, setKind] = useState('');
     const chosen = kind === '' ? (kinds[0] ?? '') : kind;
     return (
@@ -291,6 +290,7 @@ function OneFile({ core, open, all, onEdited, onTakeBack, onSaved }: OneFileProp
     const [part, setPart] = useState<Part>('fields');
     const [place, setPlace] = useState<Place>({ chapter: '', words: '' });
     const [saving, setSaving] = useState(false);
+    const [unexported, setUnexported] = useState('');
     const shown = useResult(async () => {
         const view = await viewOf(core, file);
         const changes = await differencesOf(core, original, file);
@@ -298,7 +298,11 @@ function OneFile({ core, open, all, onEdited, onTakeBack, onSaved }: OneFileProp
     }, [core, file, original]);
 
     async function exportJson(): Promise<void> {
-        saveFile(`${file.name.replace(/\.sav$/, '')}.json`, await jsonOf(core, file), 'application/json');
+        const result = await jsonOf(core, file).catch(faultOf);
+        setUnexported(isFault(result) ? result.fault : '');
+        if (!isFault(result)) {
+            saveFile(`${file.name.replace(/\.sav$/, '')}.json`, result.json, 'application/json');
+        }
     }
 
     return (
@@ -318,6 +322,15 @@ function OneFile({ core, open, all, onEdited, onTakeBack, onSaved }: OneFileProp
                 </>
             }
         >
+            {unexported !== '' && (
+                <Notice
+                    tone="error"
+                    title={`${file.name} was not exported`}
+                    onDismiss={() => setUnexported('')}
+                >
+                    <p>{unexported}</p>
+                </Notice>
+            )}
             {shown ? (
                 <div class="stack">
                     <Verdict file={file} view={shown.view} />

@@ -4,7 +4,8 @@ import { useEffect, useState } from 'preact/hooks';
 
 import { ExitStatus, type Core, type NetworkSettings } from '../core/core.ts';
 import { useSession } from '../hooks.ts';
-import { objectsOf, sentenceOf, sentencesOf, type Session } from '../session.ts';
+import { objectsOf, sentenceOf, sentencesOf } from '../core/lines.ts';
+import type { Session } from '../session.ts';
 import { NeedsDevice } from './NeedsDevice.tsx';
 import { Busy, Check, Dialog, Field, Notice, Panel, Table } from './parts.tsx';
 
@@ -62,7 +63,7 @@ interface Report {
 }
 
 function reportOn(status: number, messages: string, wanted: NetworkSettings, got: NetworkSettings | null): Report {
-    const lines = sentencesOf(messages);
+    const lines = sentencesOf({ messages });
     if (status === ExitStatus.done && got !== null) {
         const isLater = got.mac.toLowerCase() !== wanted.mac.toLowerCase();
         const later = `The MAC address ${wanted.mac} is kept for the next start; now it is still ${got.mac}.`;
@@ -100,6 +101,11 @@ function reportOn(status: number, messages: string, wanted: NetworkSettings, got
 const empty: NetworkSettings = { address: '', mask: '', gateway: '', mac: '' };
 
 export function Network({ core, session }: { core: Core; session: Session }) {
+    // Another device has other settings.
+    return <Settings key={useSession(session).deviceNumber} core={core} session={session} />;
+}
+
+function Settings({ core, session }: { core: Core; session: Session }) {
     const state = useSession(session);
     const [now, setNow] = useState<NetworkSettings | null>(null);
     const [form, setForm] = useState<NetworkSettings>(empty);
@@ -109,15 +115,6 @@ export function Network({ core, session }: { core: Core; session: Session }) {
     const [isTalking, setTalking] = useState(false); // what is typed meanwhile would be lost
     const told = state.device?.network ?? null;
     const canRun = state.phase === 'ready' && state.running === '';
-
-    // Another device has other settings.
-    useEffect(() => {
-        if (state.phase === 'off' || state.phase === 'opening') {
-            setNow(null);
-            setForm(empty);
-            setReport(null);
-        }
-    }, [state.phase]);
 
     // What the device told when it was connected, or later. What is typed stays, unless nothing was.
     useEffect(() => {
@@ -137,7 +134,7 @@ export function Network({ core, session }: { core: Core; session: Session }) {
         setTalking(true);
         try {
             const finished = await session.run([...args, '--json'], { what });
-            const object = objectsOf(finished.output)[0] as { network?: NetworkSettings } | undefined;
+            const object = objectsOf<{ network?: NetworkSettings }>(finished)[0];
             return [finished.status, finished.messages, object?.network ?? null];
         } catch (error) {
             return [ExitStatus.localFailure, error instanceof Error ? error.message : String(error), null];
@@ -150,7 +147,7 @@ export function Network({ core, session }: { core: Core; session: Session }) {
         setReport(null);
         const [, messages, got] = await talk(['network', 'read'], 'Reading the network settings');
         if (got === null) {
-            setReport({ tone: 'error', title: 'The settings could not be read', lines: sentencesOf(messages) });
+            setReport({ tone: 'error', title: 'The settings could not be read', lines: sentencesOf({ messages }) });
             return;
         }
         setNow(got);

@@ -18,11 +18,6 @@ function shown(value: Value, more = ''): ComponentChildren {
     return typeof value === 'boolean' ? (value ? 'on' : 'off') : `${value}${more}`;
 }
 
-function serialNumber(device: DeviceInfo): ComponentChildren {
-    const number = device.serial_number;
-    return shown(number, number === null ? '' : ` (0x${number.toString(16).padStart(4, '0')})`);
-}
-
 type Fact = readonly [name: string, value: ComponentChildren];
 
 function networkFacts(
@@ -42,14 +37,15 @@ function networkFacts(
     );
 }
 
-function Told({ device }: { device: DeviceInfo }) {
+function Told({ core, device }: { core: Core; device: DeviceInfo }) {
+    const number = device.serial_number;
     return (
         <div class="columns">
             <Panel title="The device">
                 <Facts
                     facts={[
                         ['Device type', shown(device.device_type)],
-                        ['Serial number', serialNumber(device)],
+                        ['Serial number', shown(number === null ? null : core.serialNumberText(number))],
                         ['Program version', shown(device.program_version)],
                         ['System version', shown(device.system_version)],
                         ['Protocol version', shown(device.protocol_version)],
@@ -65,7 +61,7 @@ function Told({ device }: { device: DeviceInfo }) {
     );
 }
 
-export function Overview({ session }: { core: Core; session: Session }) {
+export function Overview({ core, session }: { core: Core; session: Session }) {
     const state = useSession(session);
     const [isAsked, setAsked] = useState(false);
     const isBusy = state.running !== '';
@@ -105,7 +101,7 @@ export function Overview({ session }: { core: Core; session: Session }) {
                     </ul>
                 </Notice>
             )}
-            {state.device !== null && <Told device={state.device} />}
+            {state.device !== null && <Told core={core} device={state.device} />}
             <Dialog
                 open={isAsked}
                 title="Read the stored settings?"

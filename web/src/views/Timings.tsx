@@ -5,7 +5,6 @@ import type { Runner } from '../core/lines.ts';
 import { isFault } from '../files.ts';
 import {
     calculate,
-    classesOf,
     comparison,
     detect,
     drawTiming,
@@ -90,7 +89,7 @@ function Formats({ core, chosen, onChoose }: FormatsProps) {
     const [size, setSize] = useState('');
     const [rate, setRate] = useState('');
     const [name, setName] = useState('');
-    const classes = useResult(() => classesOf(core), [core]) ?? [];
+    const classes = core.facts.formatClasses;
     const wanted = useSettled(`${size}\n${rate}\n${name}`);
     const formats = useResult(() => {
         const [ofSize = '', ofRate = '', ofClass = ''] = wanted.split('\n');

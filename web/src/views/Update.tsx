@@ -4,7 +4,8 @@ import { useMemo, useState } from 'preact/hooks';
 
 import type { Core } from '../core/core.ts';
 import { useSession } from '../hooks.ts';
-import { sentenceOf, type Session, type State } from '../session.ts';
+import { sentenceOf } from '../core/lines.ts';
+import type { Session, State } from '../session.ts';
 import type { UpdateResult, UpdateState } from '../update.ts';
 import { NeedsDevice } from './NeedsDevice.tsx';
 import { Busy, Check, Dialog, Facts, FileDrop, Notice, Panel, Progress, type OpenedFile } from './parts.tsx';
@@ -61,62 +62,28 @@ function Way({ update }: { update: UpdateState }) {
 interface Verdict {
     tone: 'good' | 'warning' | 'error';
     title: string;
-    next: readonly string[];
 }
 
+// What to do comes with the result.
 function verdictOn(result: UpdateResult): Verdict {
     const version = result.version === undefined ? '' : `, version ${result.version}`;
     switch (result.outcome) {
         case 'restarted':
-            return { tone: 'good', title: `The device runs the new program${version}`, next: [] };
+            return { tone: 'good', title: `The device runs the new program${version}` };
         case 'old program':
-            return {
-                tone: 'error',
-                title: 'The device goes on with its old program',
-                next: [
-                    'What it stored has a wrong sum or length, as after a full disk.',
-                    'Make room in /userdata on the device; its console says more. Then begin again.',
-                ],
-            };
+            return { tone: 'error', title: 'The device goes on with its old program' };
         case 'absent':
-            return {
-                tone: 'error',
-                title: 'The device does not answer any more',
-                next: [
-                    'It may still be starting: wait a minute, then press “Ask again” on the Connect screen.',
-                    'If it stays silent, put /usr/bin/vesk_h264_backup back on the device as /usr/bin/vesk_h264.',
-                ],
-            };
+            return { tone: 'error', title: 'The device does not answer any more' };
         case 'unknown':
-            return {
-                tone: 'warning',
-                title: 'Whether the device runs the new program is not known',
-                next: ['Compare the versions below when the device answers. If it has the old one, begin again.'],
-            };
+            return { tone: 'warning', title: 'Whether the device runs the new program is not known' };
         case 'no answer':
-            return {
-                tone: 'error',
-                title: 'Nobody answers, so nothing was sent',
-                next: ['Is the device on? Then begin again.'],
-            };
+            return { tone: 'error', title: 'Nobody answers, so nothing was sent' };
         case 'given up':
-            return {
-                tone: 'error',
-                title: 'The device did not take a block. It goes on with its old program',
-                next: ['Look at the cable and the device’s disk, then begin again.'],
-            };
+            return { tone: 'error', title: 'The device did not take a block. It goes on with its old program' };
         case 'interrupted':
-            return {
-                tone: 'warning',
-                title: 'Cancelled. The device goes on with its old program',
-                next: ['Nothing is left behind that harms. Begin again whenever you like.'],
-            };
+            return { tone: 'warning', title: 'Cancelled. The device goes on with its old program' };
         default:
-            return {
-                tone: 'error',
-                title: 'The update could not go on. The device goes on with its old program',
-                next: ['Look at the cable and begin again.'],
-            };
+            return { tone: 'error', title: 'The update could not go on. The device goes on with its old program' };
     }
 }
 
@@ -130,7 +97,7 @@ function Ended({ update, state, onClose }: { update: UpdateState; state: State; 
         state.phase === 'ready' ? (state.device?.program_version ?? 'not told') : 'the device does not answer now';
     return (
         <Notice tone={verdict.tone} title={verdict.title} onDismiss={onClose}>
-            {verdict.next.map((line) => (
+            {result.next.map((line) => (
                 <p key={line}>{line}</p>
             ))}
             {state.isDemo && <p>The demo device goes on with its own program: it cannot run another one.</p>}
@@ -142,9 +109,7 @@ function Ended({ update, state, onClose }: { update: UpdateState; state: State; 
                     ['Time', result.seconds === 0 ? '–' : `${result.seconds.toFixed(1)} s`],
                 ]}
             />
-            <p class="small muted">
-                In detail: {sentenceOf(result.message.replace(/; begin again with the same command$/, ''))}
-            </p>
+            <p class="small muted">In detail: {sentenceOf(result.message)}</p>
         </Notice>
     );
 }
@@ -229,7 +194,7 @@ export function Update({ core, session }: { core: Core; session: Session }) {
                     <div class="stack">
                         <FileDrop
                             label="Choose the file"
-                            hint="or drop it here: the program vesk_h264 for the device, 1 KiB to 16 MiB"
+                            hint={`or drop it here: the program vesk_h264 for the device, ${core.facts.programSizes}`}
                             onFiles={open}
                             onFault={setFault}
                         />
