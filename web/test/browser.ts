@@ -1,15 +1,17 @@
 // A browser for the flows, and the page in it, served as it will be: static files with a strict policy.
 
+import { readFileSync } from 'node:fs';
 import { readFile } from 'node:fs/promises';
 import { createServer, type Server } from 'node:http';
 import { extname, join, normalize } from 'node:path';
+import { fileURLToPath } from 'node:url';
 
 import { chromium, type Browser } from 'playwright-core';
 
-/** What index.html has; here the server says it too, with what only a server can say. */
-export const policy =
-    "default-src 'none'; script-src 'self' 'wasm-unsafe-eval'; style-src 'self'; img-src 'self' blob: data:; " +
-    "connect-src 'self'; worker-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
+// What the page says of itself, and what only a server can say.
+const page = readFileSync(fileURLToPath(new URL('../index.html', import.meta.url)), 'utf8');
+const policyOfPage = /http-equiv="Content-Security-Policy"\s+content="([^"]+)"/.exec(page)?.[1] ?? '';
+const policy = `${policyOfPage}; frame-ancestors 'none'`;
 
 const types: Record<string, string> = {
     '.html': 'text/html; charset=utf-8',
@@ -26,6 +28,9 @@ export interface Site {
 
 /** A folder of static files on a port of this computer. */
 export async function serve(folder: string): Promise<Site> {
+    if (policyOfPage === '') {
+        throw new Error('index.html has no Content-Security-Policy');
+    }
     const server: Server = createServer((request, response) => {
         const path = normalize(new URL(request.url ?? '/', 'http://page').pathname);
         const file = join(folder, path.endsWith('/') ? `${path}index.html` : path);

@@ -3,6 +3,7 @@
 
 import { describe, expect } from 'vitest';
 
+import { play } from './play.ts';
 import { silence } from './ports.ts';
 import { programForBoard, programForDevice } from './programs.ts';
 import { flow, useBrowser, type Visit } from './visit.ts';
@@ -41,7 +42,7 @@ function damaging(number: number): (bytes: Uint8Array) => Uint8Array | void {
 }
 
 describe.concurrent('the console', () => {
-    flow('sends each reading command by its name', async ({ connect, go, page, field, press }) => {
+    flow('sends each reading command by its name', async ({ connect, go, page, field, button, press }) => {
         await connect();
         const main = await go('Console');
         await main.locator('summary', { hasText: 'All commands' }).click();
@@ -56,15 +57,16 @@ describe.concurrent('the console', () => {
         expect(commands).toContain('read device type');
         expect(commands.length).toBeGreaterThan(12);
         const refused: string[] = [];
+        const input = field('Command');
         for (const command of commands) {
-            await field('Command').fill(command);
-            await press('Send');
+            await input.fill(command);
+            await button('Send').and(page.locator(':enabled')).waitFor();
+            await input.press('Enter');
             const result = main.getByText(/^(Done|Error): The device has/);
             if ((await result.innerText()).includes('refused')) {
                 refused.push(command);
             }
             await press(/^Dismiss/);
-            await result.waitFor({ state: 'hidden' });
         }
         expect(refused).toEqual(['read data']); // of which it has only the network record, number 20
         await page.getByText('<F00006801263300c2>').first().waitFor();
@@ -108,8 +110,9 @@ describe.concurrent('the console', () => {
         await sees('4660 (0x1234)');
     });
 
-    flow('shows the traffic, and saves it as a transcript', async ({ connect, go, page, field, press, save, sees }) => {
-        await connect();
+    flow('shows the traffic, and saves it as a transcript that veskctl plays', async (visit) => {
+        const { connect, go, page, field, press, save, sees } = visit;
+        const { board } = await connect();
         const main = await go('Console');
         const table = main.getByRole('table', { name: 'What passes over the line' });
         await table.getByText('<F00006801263300c2>').first().waitFor();
@@ -120,12 +123,31 @@ describe.concurrent('the console', () => {
         await sees('Paused: what comes meanwhile is shown afterwards.');
         await press('Go on');
         await page.getByRole('searchbox', { name: 'Filter' }).fill('');
+        await page.getByRole('tab', { name: 'Raw' }).click();
+        // The device is as before in the end, so that it can do the same again.
+        for (const command of ['write serial number 4660', 'read serial number', 'input source', 'write serial number 0']) {
+            await field('Bytes').fill(command);
+            await press('Send');
+            if (command.startsWith('write')) {
+                await press('Send it');
+            }
+            await page.getByText(/^(Done|Error): The device has/).waitFor();
+            await press(/^Dismiss/);
+        }
         const { name, bytes } = await save('Download as a transcript');
         expect(name).toBe('session.txt');
         const text = bytes.toString('latin1');
         expect(text).toMatch(/^#/);
         expect(text).toMatch(/^front> <T....6801000000..>$/m);
         expect(text).toMatch(/^front< <F....6801263300..>$/m);
+        const steps = text.match(/^front[<>]/gm)?.length ?? 0;
+        expect(steps).toBeGreaterThan(16);
+        await go('Connect');
+        await press('Disconnect');
+        await sees('Not connected');
+        const { status, output } = await play(board, bytes);
+        expect(status, output).toBe(0);
+        expect(output.match(/^ +ok +front[<>]/gm)?.length).toBe(steps);
     });
 });
 

@@ -13,7 +13,7 @@ export type ScreenName = 'Connect' | 'Overview' | 'Console' | 'Network' | 'Updat
 
 export const screens: readonly ScreenName[] = ['Connect', 'Overview', 'Console', 'Network', 'Update', 'Files', 'Timings'];
 
-const longest = Number(process.env['VESK_LONGEST'] ?? 45000); // ms, for anything: the machine may be busy
+const longest = Number(process.env['VESK_LONGEST'] ?? 90000); // ms, for anything: the machine may be busy
 
 export interface Visit {
     readonly page: Page;
@@ -31,6 +31,12 @@ export interface Visit {
 
     /** Waits until a text is seen. */
     sees(text: string | RegExp): Promise<void>;
+
+    /**
+     * Begins to watch for a text that may be there for a moment only. What it gives waits until the text has been seen,
+     * even if it is gone again.
+     */
+    watch(text: RegExp): Promise<() => Promise<void>>;
 
     /** Waits until a field has a value. */
     has(field: string, value: string): Promise<void>;
@@ -117,6 +123,22 @@ export async function visit(steps: (visit: Visit) => Promise<void>, options: Bro
                     .or(main.getByRole('combobox', options));
             },
             sees: (text) => page.getByText(text).filter({ visible: true }).first().waitFor(),
+            async watch(text) {
+                const seen = await page.evaluateHandle(({ source }) => {
+                    const state = { isSeen: false };
+                    const look = () => (state.isSeen ||= new RegExp(source).test(document.body.textContent ?? ''));
+                    new MutationObserver(look).observe(document.body, {
+                        childList: true,
+                        subtree: true,
+                        characterData: true,
+                    });
+                    look();
+                    return state;
+                }, text);
+                return async () => {
+                    await page.waitForFunction(({ isSeen }) => isSeen, seen);
+                };
+            },
             async has(field, value) {
                 const element = open.field(field);
                 const end = Date.now() + longest;
@@ -172,5 +194,5 @@ export async function visit(steps: (visit: Visit) => Promise<void>, options: Bro
 
 /** A flow of its own. */
 export function flow(name: string, steps: (visit: Visit) => Promise<void>, options: BrowserContextOptions = {}): void {
-    test(name, { timeout: 2 * longest }, () => visit(steps, options));
+    test(name, { timeout: 3 * longest }, () => visit(steps, options));
 }
