@@ -21,8 +21,8 @@ import sys
 sys.dont_write_bytecode = True  # the sources stay as they are
 
 import pages
-from command_table import (HERE, PLACES, ROOT, Refused, answer_of, code_of, command_rows, length_of, load, refuse,
-                           rows_of)
+from command_table import (HERE, PLACES, ROOT, Refused, answer_of, bytes_of, code_of, command_rows, length_of, load,
+                           refuse, rows_of)
 from pages import layout_table, markdown
 
 DOCUMENT = os.path.join(ROOT, "docs", "protocol.md")
