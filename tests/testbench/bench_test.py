@@ -511,5 +511,16 @@ class Refusals(Case):
             self.assertIn("device 1: enter main\n", bench.told())
 
 
+def main():
+    """As our other programs of tests, it tells how many cases did, and why some did not (scripts/count-cases)."""
+    result = unittest.main(verbosity=2, exit=False).result
+    failed = {getattr(case, "test_case", case) for case, _ in result.failures + result.errors}
+    for case, reason in result.skipped:
+        print(f"SKIPPED {case.id()}\n{reason}")
+    print(f"cases: {result.testsRun - len(failed) - len(result.skipped)} passed, {len(failed)} failed, "
+          f"{len(result.skipped)} skipped")
+    return bool(failed)
+
+
 if __name__ == "__main__":
-    unittest.main(verbosity=2)
+    sys.exit(main())
