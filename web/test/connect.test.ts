@@ -88,20 +88,27 @@ describe.concurrent('connect', () => {
         await sees('The device answers');
     });
 
-    flow('works with the keyboard alone', async ({ ports, board, page, sees }) => {
-        ports.choice = ports.add(await board());
-        const seen: string[] = [];
-        for (let step = 0; step < 40; ++step) {
-            await page.keyboard.press('Tab');
-            const name = await page.evaluate(() => document.activeElement?.textContent?.trim() ?? '');
-            seen.push(name);
-            if (name === 'Choose the port') {
-                break;
-            }
-        }
-        expect(seen).toContain('Choose the port');
-        await page.keyboard.press('Enter');
+    flow('chooses a port that has just gone, and is connected when it is there again', async (visit) => {
+        const { ports, board, press, sees } = visit;
+        const port = ports.add(await board());
+        ports.choice = port;
+        port.unplug();
+        await press('Choose the port');
+        await sees('The port is gone: it was unplugged');
+        port.plug();
         await sees('The device answers');
+    });
+
+    flow('chooses another port while the one before is gone', async ({ connect, ports, press, sees, button }) => {
+        const { board, port } = await connect();
+        port.unplug();
+        await sees(/some adapters come back as a new one/);
+        const other = ports.add(board); // the same adapter, as the browser sees it now
+        ports.choice = other;
+        await press('Choose another port');
+        await sees(/Connected on USB 0403:6002/);
+        await sees('The device answers');
+        expect(await button('Ask again').isVisible()).toBe(false);
     });
 
     flow('is told what to do in a browser without serial ports', async ({ page, sees, button }) => {

@@ -4,7 +4,7 @@
 import { describe, expect } from 'vitest';
 
 import { play } from './play.ts';
-import { silence } from './ports.ts';
+import { silence, type Port } from './ports.ts';
 import { programForBoard, programForDevice } from './programs.ts';
 import { flow, useBrowser, type Visit } from './visit.ts';
 
@@ -38,6 +38,17 @@ function damaging(number: number): (bytes: Uint8Array) => Uint8Array | void {
         copy[500] = (copy.readUInt8(500) + 1) % 256;
         copy[copy.length - 1] = (copy.readUInt8(copy.length - 1) + 1) % 256;
         return copy;
+    };
+}
+
+/** After the last block the page asks who is there: nobody hears it any more. */
+function loseAfterBlocks(port: Port): void {
+    let hasBlock = false;
+    port.onWrite = (bytes) => {
+        hasBlock ||= isBlock(bytes);
+        if (hasBlock && !isBlock(bytes)) {
+            port.lead(silence());
+        }
     };
 }
 
@@ -280,17 +291,32 @@ describe.concurrent('an update that goes wrong', () => {
     flow('ends in silence: what has become of it is said when the wait is stopped', async (visit) => {
         const { connect, sees, press } = visit;
         const { board, port } = await connect();
-        port.onWrite = (bytes) => {
-            // After the last block comes the question for the device type.
-            if (board.log.includes('exit') && !isBlock(bytes)) {
-                port.lead(silence());
-            }
-        };
+        loseAfterBlocks(port);
         await beginUpdate(visit, programForDevice(30000));
         await sees('All blocks are sent. The device checks them and starts the new program.');
         await board.says('exit');
         await press('Stop waiting');
         await sees('Whether the device runs the new program is not known');
+    });
+
+    flow('leaves a device that is absent: it says so when the wait is over', async (visit) => {
+        const { page, connect, sees, press } = visit;
+        await page.clock.install();
+        const { board, port } = await connect();
+        loseAfterBlocks(port);
+        await beginUpdate(visit, programForDevice(30000));
+        await sees('All blocks are sent. The device checks them and starts the new program.');
+        await board.says('exit');
+        await page.clock.fastForward('00:31');
+        await sees('Asking the device who it is');
+        await press('Stop waiting');
+        await sees('The device does not answer any more');
+        await sees(/wait a minute, then press “Ask again” on the Connect screen/);
+        port.onWrite = null;
+        port.lead(await visit.board());
+        await visit.go('Connect');
+        await press('Ask again');
+        await sees('The device answers');
     });
 });
 

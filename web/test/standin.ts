@@ -143,9 +143,13 @@ export function standIn(): void {
 
     const ports = new Map<number, Port>();
 
-    function portOf(number: number): Port {
-        const port = ports.get(number) ?? new Port(number);
-        ports.set(number, port);
+    async function portOf(number: number): Promise<Port> {
+        let port = ports.get(number);
+        if (port === undefined) {
+            port = new Port(number);
+            ports.set(number, port);
+            port.connected = Boolean(await ask('is plugged', number));
+        }
         return port;
     }
 
@@ -161,7 +165,7 @@ export function standIn(): void {
         }
 
         async getPorts(): Promise<Port[]> {
-            const known = ((await ask('known')) as number[]).map(portOf);
+            const known = await Promise.all(((await ask('known')) as number[]).map(portOf));
             return known.filter((port) => port.connected);
         }
     }
