@@ -443,7 +443,7 @@ on_board() {
         waits_for_console() { grep -qs "vesk_h264: there is n[o]" /proc/[0-9]*/cmdline; }
         waits_for_log() { grep -qs "daemon[.]warning" /proc/[0-9]*/cmdline; }
         rm -f $program
-        timeout 60 vesk_h264_program before-start &
+        timeout -s KILL 60 vesk_h264_program before-start &
         telling=$!
         eventually waits_for_console
         eventually waits_for_log
