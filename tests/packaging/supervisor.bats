@@ -228,6 +228,41 @@ on_board() {
         check test "$kept" -ge 99'
 }
 
+@test "for systemd it becomes the program: its process, a hundred lines a second, and a file when it starts up" {
+    on_board '
+        export RUNTIME_DIRECTORY=$scratch/run
+        mkdir $RUNTIME_DIRECTORY
+        plan $program young chatty
+        vesk_h264_program run 100 >$scratch/output &
+        eventually test -e $RUNTIME_DIRECTORY/main
+        check test "$(running)" = $!
+        eventually grep -q "xxx whole" $scratch/output
+        eventually grep -q "lines were left out" $scratch/output
+        kill $!
+        kept=$(grep -c "^line [0-9]*$" $scratch/output)
+        lost=$(sed -n "s/^\([0-9]*\) lines were left out$/\1/p" $scratch/output | awk "{ sum += \$1 } END { print sum }")
+        check test $((kept + lost)) -ge 1000
+        check test $((kept + lost)) -le 1001
+        check test "$kept" -le 200
+        check test "$kept" -ge 99
+        # The file is of this start.
+        plan $scratch/new young hang
+        mv $scratch/new $program
+        vesk_h264_program run 100 >$scratch/output &
+        eventually started young 2
+        check not test -e $RUNTIME_DIRECTORY/main'
+}
+
+@test "a long line is cut after 900 bytes" {
+    on_board '
+        sed -n "/^filter_output/,/^}/p" /usr/sbin/vesk_h264_supervisor >$scratch/filter
+        . $scratch/filter
+        LOG_LINES=100 events=/dev/null
+        { seq 1000 | tr -d "\n"; echo; echo next; } | filter_output 1 >$scratch/kept
+        { seq 1000 | tr -d "\n" | head -c 900; echo; echo next; } >$scratch/wanted
+        check cmp $scratch/kept $scratch/wanted'
+}
+
 @test "a step of the clock begins a new second for the log, and no line is lost uncounted" {
     on_board '
         # A board has the clock of the computer, so the filter gets one of its own: it goes back, and then on.
@@ -443,7 +478,7 @@ on_board() {
         waits_for_console() { grep -qs "vesk_h264: there is n[o]" /proc/[0-9]*/cmdline; }
         waits_for_log() { grep -qs "daemon[.]warning" /proc/[0-9]*/cmdline; }
         rm -f $program
-        timeout 60 vesk_h264_program before-start &
+        timeout -s KILL 60 vesk_h264_program before-start &
         telling=$!
         eventually waits_for_console
         eventually waits_for_log
