@@ -3,14 +3,17 @@
 #include "tools/commands.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
 #include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "tests/tools/complaint.h"
 #include "tools/errors.h"
 #include "tools/frames.h"
+#include "tools/parameters.h"
 #include "tools/text.h"
 
 namespace {
@@ -348,6 +351,77 @@ TEST(Commands, EveryRowIsListedAndReachedByItsOwnWordsWhichAreNoDigits)
     }
     EXPECT_EQ(std::count(list.begin(), list.end(), '\n'),
               static_cast<ptrdiff_t>(commandTable().size()));
+}
+
+const Field &parameterOf(const std::string &name)
+{
+    return rowOf(recordOf(frameFromText(name)))->parameters[0];
+}
+
+TEST(Commands, TellsWhatToTypeForAParameter)
+{
+    const struct {
+        const char *command;
+        const char *hint;
+        std::vector<std::string> choices;
+        const char *usual;
+    } rows[] = {
+        {"update version", "two hexadecimal digits", {}, "07"},
+        {"write serial number 1", "0 to 65535", {}, "0"},
+        {"write DHCP on", "on or off", {"on", "off"}, "off"},
+        {"write IP address 1.2.3.4", "such as 192.168.0.100", {}, "0.0.0.0"},
+        {"write net mask 255.0.0.0", "such as 255.255.255.0", {}, "0.0.0.0"},
+    };
+    for (const auto &row : rows) {
+        const Field &field = parameterOf(row.command);
+        EXPECT_EQ(hintOn(field), row.hint) << row.command;
+        EXPECT_EQ(choicesOf(field), row.choices) << row.command;
+        EXPECT_EQ(usualText(field), row.usual) << row.command;
+    }
+}
+
+TEST(Commands, AReadingOneIsTheSameWithItsUsualParameters)
+{
+    for (const CommandRow &row : commandTable()) {
+        if (!row.writes) {
+            std::string whole = row.name;
+            for (const Field &field : row.parameters) {
+                whole += " " + usualText(field);
+            }
+            EXPECT_EQ(frameFromText(whole), frameFromText(row.name)) << row.name;
+        }
+    }
+}
+
+TEST(Commands, TakesEachFormThatItNames)
+{
+    const std::map<std::string, std::vector<const char *>> texts = {
+        {"2 to 10 digits", {"68", "68 01", "68 01 02 03 04"}},
+        {"14 digits", {"00 00 68 01 00 00 00"}},
+        {"16 digits", {"00 00 68 01 00 00 00 ff"}},
+        {"<...>", {"<T0000680100000069>", "<nothing-but-words>"}},
+    };
+    EXPECT_EQ(commandForms().size(), texts.size());
+    for (const auto &[digits, about] : commandForms()) {
+        EXPECT_STRNE(about, "");
+        for (const char *const text : texts.at(digits)) {
+            EXPECT_EQ(frameFromText(text).size(), 19U) << text;
+        }
+    }
+}
+
+TEST(Commands, KnowsTheTypeThatTheDeviceTells)
+{
+    const Field &type = rowOf(recordOf(frameFromText("read device type")))->answer[0];
+    EXPECT_EQ(type.least, 0x2633U);
+    EXPECT_EQ(type.most, 0x2633U);
+}
+
+TEST(Commands, WritesSerialNumbersInBothWays)
+{
+    EXPECT_EQ(serialNumberText(0), "0 (0x0000)");
+    EXPECT_EQ(serialNumberText(4660), "4660 (0x1234)");
+    EXPECT_EQ(serialNumberText(65535), "65535 (0xffff)");
 }
 
 } // namespace

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tools/manner.h"
+
 namespace {
 
 // The least that is a program: head, one segment with everything, one section with its end.
@@ -68,6 +70,14 @@ TEST(Elf, TakesAProgramForItsMachine)
               "it is for x86_64, and the device needs 32-bit ARM (--machine says which)");
     EXPECT_EQ(faultOfProgram(Arm().bytes(), Machine::kX86),
               "it is for 32-bit ARM, and the device needs x86_64 (--machine says which)");
+}
+
+TEST(Elf, NamesNoOptionToWhoTypesNone)
+{
+    manner().isTyped = false;
+    EXPECT_EQ(faultOfProgram(X86().bytes(), Machine::kArm),
+              "it is for x86_64, and the device needs 32-bit ARM");
+    manner().isTyped = true;
 }
 
 TEST(Elf, TakesNoOtherFile)

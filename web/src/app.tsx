@@ -154,9 +154,11 @@ export function App({ core, session }: { core: Core; session: Session }) {
             </nav>
             <main class="main" id="screen" ref={main} tabIndex={-1} aria-label={screen.label}>
                 {state.notice !== null && (
-                    <Notice tone="warning" title={state.notice.title} onDismiss={() => session.dismiss()}>
-                        <p>{state.notice.text}</p>
-                    </Notice>
+                    <section class="screen beside">
+                        <Notice tone="warning" title={state.notice.title} onDismiss={() => session.dismiss()}>
+                            <p>{state.notice.text}</p>
+                        </Notice>
+                    </section>
                 )}
                 {/* A screen keeps what was typed and opened in it while one looks at another. */}
                 {screens

@@ -9,7 +9,7 @@ import type { Session } from '../session.ts';
 import type { Passage } from '../traffic.ts';
 import { argsOf, textOf } from '../typed.ts';
 import { NeedsDevice } from './NeedsDevice.tsx';
-import { Check, Choice, Dialog, Download, Field, Notice, Panel, Table, Tabs } from './parts.tsx';
+import { Check, Choice, Dialog, Download, Facts, Field, Notice, Panel, Table, Tabs } from './parts.tsx';
 
 const mostRows = 300;
 const mostHex = 128; // digits and blanks
@@ -154,17 +154,21 @@ function ByName({ core, onTyped }: { core: Core; onTyped: (typed: Typed) => void
 function Raw({ core, onTyped }: { core: Core; onTyped: (typed: Typed) => void }) {
     const [text, setText] = useState('');
     useEffect(() => onTyped({ ...nothingTyped, text, args: ['send', text] }), [text]);
-    const forms = core.facts.commandForms.map(({ digits, about }) => sentenceOf(`${digits}: ${about}`));
     return (
-        <Field
-            label="Bytes"
-            value={text}
-            placeholder="68 01"
-            hint={`In hexadecimal digits. ${forms.join(' ')}`}
-            onInput={setText}
-            width="wide"
-            code
-        />
+        <div class="stack">
+            <div class="row fields">
+                <Field
+                    label="Bytes"
+                    value={text}
+                    placeholder="68 01"
+                    hint="hexadecimal digits, or a whole frame"
+                    onInput={setText}
+                    width="wide"
+                    code
+                />
+            </div>
+            <Facts facts={core.facts.commandForms.map(({ digits, about }) => [digits, about])} />
+        </div>
     );
 }
 
