@@ -16,8 +16,26 @@ useBrowser();
 
 const settings = readFileSync(`${root}tests/data/first-start/save0.sav`);
 
-/** A view: the first of those in the settings, which are there after the part for the whole device. */
-const view = settings.subarray(3812, 3812 + 3996);
+/** The first view of the settings, with some layers to be drawn. */
+function someView(): Buffer {
+    const view = Buffer.from(settings.subarray(3812, 3812 + 3996));
+    const windows = [
+        [0, 0, 1920, 1080],
+        [240, 135, 960, 540],
+        [1320, 640, 480, 270],
+    ] as const;
+    windows.forEach((window, layer) => {
+        view[16 + 26 * layer + 1] = 1; // state
+        window.forEach((number, each) => view.writeUInt16LE(number, 16 + 26 * layer + 12 + 2 * each));
+        view[2608 + layer] = 255; // alpha
+    });
+    return view;
+}
+
+/** A page has 16 views. */
+function aPage(): Buffer {
+    return Buffer.concat(Array.from({ length: 16 }, someView));
+}
 
 async function give({ page, press }: Visit, label: string, ...files: [name: string, content: Buffer][]): Promise<void> {
     const [chooser] = await Promise.all([page.waitForEvent('filechooser'), press(label)]);
@@ -144,7 +162,7 @@ describe('each screen', () => {
         await sees('holiday.png was not opened');
         await checkLooks(page, 'files-refused', 'main');
         await press(/^Dismiss/);
-        await give(visit, 'Open files', ['view0.sav', view], ['save0.sav', settings]);
+        await give(visit, 'Open files', ['view0.sav', someView()], ['page0_0.sav', aPage()], ['save0.sav', settings]);
         await sees(/The device takes save0.sav/);
         await checkLooks(page, 'files');
         await page.getByRole('button', { name: /^Change / }).first().click();
@@ -169,19 +187,25 @@ describe('each screen', () => {
         await dialog.waitFor();
         await checkLooks(page, 'files-close', 'dialog[open]');
         await press('Keep it open');
-        await press('view0.sav');
-        await sees(/The device takes view0.sav|The device does not take view0.sav/);
-        await page.getByRole('tab', { name: 'Drawing' }).click();
-        await page.locator('img.drawing').waitFor();
-        await checkLooks(page, 'files-drawing-of-view', 'main');
+        for (const name of ['view0.sav', 'page0_0.sav']) {
+            await press(name);
+            await sees(new RegExp(`The device takes ${name}`));
+            await page.getByRole('tab', { name: 'Drawing' }).click();
+            // All of it is seen, without a push to anywhere.
+            const frame = page.getByRole('group', { name: `Drawing of ${name}` });
+            await frame.getByRole('img').waitFor();
+            expect(await frame.evaluate((each) => each.scrollHeight - each.clientHeight)).toBe(0);
+            await checkLooks(page, `files-drawing-of-${name.slice(0, 4)}`, 'main');
+        }
     });
 
     flow('can be used by everybody with timings', async (visit) => {
         const { page, go, field, sees } = visit;
         await go('Timings');
         await field('Size').fill('1920x1080');
+        await page.getByRole('group', { name: 'Formats (26)' }).waitFor();
         await page.getByRole('button', { name: /^Show format/ }).first().click();
-        await page.getByRole('heading', { name: /^Format \d+/ }).waitFor();
+        await page.getByRole('heading', { name: 'Format 10: 1920x1080x60' }).waitFor();
         await page.locator('img.drawing').waitFor();
         await checkLooks(page, 'timings-format', 'main');
         await field('Size').fill('wide');
