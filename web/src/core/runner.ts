@@ -32,6 +32,9 @@ async function runNative(program: string, args: readonly string[], options: RunO
     }
 }
 
+/** Whether they run that tool. Its messages are for who types command lines, and differ from what a page is told. */
+export const isNative = Boolean(process.env['VESKCTL_NATIVE']);
+
 export async function runner(): Promise<Runner> {
     const { coreInNode } = await import('./node.ts');
     const core = await coreInNode();
