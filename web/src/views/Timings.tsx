@@ -284,6 +284,38 @@ const owners: readonly { value: Owner; label: string }[] = [
     { value: 'v2', label: 'CVT-RB version 2' },
 ];
 
+interface NumbersProps<Name extends string> {
+    names: readonly Name[];
+    labels: Record<Name, readonly [name: string, unit: string]>;
+    texts: readonly string[];
+    /** What is wrong, with the field of that name or with all of them. */
+    fault: { fault: string; field: string };
+    onInput: (texts: readonly string[]) => void;
+}
+
+/** A row of numbers, and what is wrong with them. */
+function Numbers<Name extends string>({ names, labels, texts, fault, onInput }: NumbersProps<Name>) {
+    return (
+        <>
+            <div class="row fields">
+                {names.map((name, i) => (
+                    <Field
+                        key={name}
+                        label={labels[name][0]}
+                        unit={labels[name][1]}
+                        width="short"
+                        inputMode="numeric"
+                        value={texts[i] ?? ''}
+                        fault={fault.field === name ? fault.fault : ''}
+                        onInput={(text) => onInput(texts.map((each, k) => (k === i ? text : each)))}
+                    />
+                ))}
+            </div>
+            {fault.fault !== '' && fault.field === '' && <Notice tone="error" title={fault.fault} />}
+        </>
+    );
+}
+
 function Calculator({ core }: { core: Runner }) {
     const [texts, setTexts] = useState<readonly string[]>(['1920', '1080', '60']);
     const [owner, setOwner] = useState<Owner>('device');
@@ -298,21 +330,7 @@ function Calculator({ core }: { core: Runner }) {
                     What the device makes of a size and a rate for the custom format, beside VESA’s Coordinated Video
                     Timings with reduced blanking (CVT-RB). * marks what differs from the device’s.
                 </p>
-                <div class="row fields">
-                    {modeFields.map((name, i) => (
-                        <Field
-                            key={name}
-                            label={labels[name][0]}
-                            unit={labels[name][1]}
-                            width="short"
-                            inputMode="numeric"
-                            value={texts[i] ?? ''}
-                            fault={fault.field === name ? fault.fault : ''}
-                            onInput={(text) => setTexts(texts.map((each, k) => (k === i ? text : each)))}
-                        />
-                    ))}
-                </div>
-                {fault.fault !== '' && fault.field === '' && <Notice tone="error" title={fault.fault} />}
+                <Numbers names={modeFields} labels={labels} texts={texts} fault={fault} onInput={setTexts} />
                 {result && !isFault(result) && (
                     <>
                         {result.refusal !== '' ? (
@@ -384,21 +402,7 @@ function DetectionPart({ core, onShow }: { core: Runner; onShow: (format: Format
                     Enter what was measured at an input, and see which format the device reports. Of an interlaced signal
                     enter the numbers of one field.
                 </p>
-                <div class="row fields">
-                    {measuredFields.map((name, i) => (
-                        <Field
-                            key={name}
-                            label={labels[name][0]}
-                            unit={labels[name][1]}
-                            width="short"
-                            inputMode="numeric"
-                            value={texts[i] ?? ''}
-                            fault={fault.field === name ? fault.fault : ''}
-                            onInput={(text) => setTexts(texts.map((each, k) => (k === i ? text : each)))}
-                        />
-                    ))}
-                </div>
-                {fault.fault !== '' && fault.field === '' && <Notice tone="error" title={fault.fault} />}
+                <Numbers names={measuredFields} labels={labels} texts={texts} fault={fault} onInput={setTexts} />
                 {result && !isFault(result) && (
                     <>
                         {format ? (
