@@ -66,11 +66,11 @@ def from_npm(name, entry):
 
 
 def npm_packages():
-    """What the page is made of: the packages that are in it, and those that make it."""
+    """What the page is made of: the packages that are in it, and that which makes it and adds its loader."""
     with open(LOCK, encoding="utf-8") as file:
         entries = json.load(file)["packages"]
     named = [(path.rpartition("node_modules/")[2], entry) for path, entry in entries.items() if path]
-    return ([from_npm(name, entry) for name, entry in named if not entry.get("dev")],
+    return ([from_npm(name, entry) for name, entry in named if not entry.get("dev") or name == "vite"],
             [from_npm(name, entry) for name, entry in named if name == "vite"])
 
 
@@ -128,7 +128,7 @@ def bill(version, directory):
                           if ("arm" in part) == ("arm" in name) or part in ("cmake", "ninja-build")]
     if pages:
         held, builders = npm_packages()
-        packages += held + builders
+        packages += held
     for name in pages:
         relations += [(spdx_id(name), "CONTAINS", part["SPDXID"])
                       for part in [*held, *(known[part] for part in [*PAGE, PAGE_BUILDERS[0]])]]
