@@ -16,7 +16,7 @@ describe('somebody without a mouse', () => {
             await reach(page, screen, 'Shift+Tab'); // the way there is before the screen
             await keyboard.press('Enter');
             await page.getByRole('main', { name: screen }).waitFor();
-            await page.waitForFunction(() => document.activeElement?.tagName === 'MAIN');
+            await page.locator('main:focus').waitFor();
         };
 
         await keyboard.press('Tab');

@@ -124,20 +124,19 @@ export async function visit(steps: (visit: Visit) => Promise<void>, options: Bro
             },
             sees: (text) => page.getByText(text).filter({ visible: true }).first().waitFor(),
             async watch(text) {
-                const seen = await page.evaluateHandle(({ source }) => {
-                    const state = { isSeen: false };
-                    const look = () => (state.isSeen ||= new RegExp(source).test(document.body.textContent ?? ''));
-                    new MutationObserver(look).observe(document.body, {
-                        childList: true,
-                        subtree: true,
-                        characterData: true,
+                const watched = await page.evaluateHandle(({ source }) => {
+                    const seen = new Promise<void>((resolve) => {
+                        const look = () => new RegExp(source).test(document.body.textContent ?? '') && resolve();
+                        new MutationObserver(look).observe(document.body, {
+                            childList: true,
+                            subtree: true,
+                            characterData: true,
+                        });
+                        look();
                     });
-                    look();
-                    return state;
+                    return { seen };
                 }, text);
-                return async () => {
-                    await page.waitForFunction(({ isSeen }) => isSeen, seen);
-                };
+                return () => watched.evaluate(({ seen }) => seen);
             },
             async has(field, value) {
                 const element = open.field(field);
