@@ -191,7 +191,7 @@ export async function visit(steps: (visit: Visit) => Promise<void>, options: Bro
     }
 }
 
-/** A flow of its own. */
+/** A flow of its own. Each step has its limit; the flow itself may take as long as it has steps. */
 export function flow(name: string, steps: (visit: Visit) => Promise<void>, options: BrowserContextOptions = {}): void {
-    test(name, { timeout: 3 * longest }, () => visit(steps, options));
+    test(name, { timeout: 20 * longest }, () => visit(steps, options));
 }
