@@ -92,9 +92,9 @@ std::string frameFromHex(const std::string &digits)
         }
         return frame;
     }
-    throw UsageError(fmt::format("{} hexadecimal digits: 2 to 10 in pairs are the command and its "
+    throw UsageError(fmt::format("{} hexadecimal digit{}: 2 to 10 in pairs are the command and its "
                                  "data, 14 a record, 16 a record with its checksum",
-                                 count));
+                                 count, count == 1 ? "" : "s"));
 }
 
 const CommandRow *rowNamed(const std::vector<std::string> &words, size_t &length)
