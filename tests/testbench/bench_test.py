@@ -390,6 +390,23 @@ class Faults(Case):
             return {int(found[1]): found[2] for found in re.finditer(r"to the device, byte (\d+): (.*)", bench.told())
                     if int(found[1]) < len(data)}
 
+    def test_who_reads_what_it_tells_may_go(self):
+        for redirection in ("2> >(head -n 1 >/dev/null)", "2>&-"):
+            process = subprocess.Popen(
+                ["bash", "-c", f'exec "$@" {redirection}', "bash", BENCH, "--json", "--daemon", DAEMON, "-v",
+                 "--fault", "drop=0.02", "--line-rate", "0"], stdout=subprocess.PIPE, stdin=subprocess.DEVNULL)
+            self.addCleanup(process.kill)
+            serial = json.loads(process.stdout.readline())["devices"][0]["serial"]
+            line = Line.open(serial)
+            os.write(line.descriptor, b"." * 4000) # some of which are told as lost
+            self.assertTrue(eventually(
+                lambda: os.write(line.descriptor, READ_TYPE) and TYPE in line.read(len(TYPE), 0.5)), redirection)
+            line.close()
+            process.send_signal(signal.SIGINT)
+            self.assertEqual(process.wait(60), 0, redirection)
+            self.assertEqual(process.stdout.read(), b"", redirection)
+            process.stdout.close()
+
     def test_faults_do_not_depend_on_how_bytes_are_written(self):
         data = b"some bytes <that are no frame, " * 40
         told = [self.faults_of(data, "drop=0.05,noise=0.05,half=0.1", parts) for parts in (1, 400)]
@@ -446,6 +463,13 @@ class Refusals(Case):
             self.assertRegex(done.stderr.decode(), rf"\Avesk-bench: .*{text}.*\n\Z")
             self.assertEqual(done.returncode, status)
 
+    def test_a_machine_without_namespaces_is_told_once(self):
+        done = subprocess.run(
+            ["unshare", "--user", "--map-root-user", "sh", "-c", 'echo 0 >/proc/sys/user/max_user_namespaces; exec "$@"',
+             "sh", BENCH, "--daemon", DAEMON, "--devices", "3"], capture_output=True, timeout=300, check=False)
+        self.assertRegex(done.stderr, rb"\Aboard: this machine refuses namespaces [^\n]*\n\Z")
+        self.assertEqual((done.returncode, done.stdout), (4, b""))
+
     def test_what_cannot_be_is_one_line(self):
         with open(DAEMON, "rb") as file:
             program = bytearray(file.read())
@@ -464,6 +488,8 @@ class Refusals(Case):
         self.refused(2, "sparc is for another processor", "--daemon", self.path("sparc"))
         self.refused(2, "is not a program", "--daemon", "/etc/passwd")
         self.refused(2, "No such file", "--daemon", self.path("none"))
+        self.refused(2, "No such file", "--daemon", "")
+        self.refused(2, "--userdata is not a directory", *daemon, "--userdata", "")
         os.mkfifo(self.path("fifo")) # nobody opens its other end
         self.refused(2, "fifo is not a regular file", "--daemon", self.path("fifo"))
         self.refused(2, "not a directory", *daemon, "--userdata", self.path("none"))
