@@ -14,9 +14,9 @@ Manner &manner()
     return theManner;
 }
 
-std::string ifTyped(std::string_view advice)
+std::string ifTyped(std::string_view advice, std::string_view otherwise)
 {
-    return std::string(manner().isTyped ? advice : std::string_view());
+    return std::string(manner().isTyped ? advice : otherwise);
 }
 
 bool wantsColor(std::string_view when)

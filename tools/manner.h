@@ -16,8 +16,8 @@ struct Manner {
 
 Manner &manner();
 
-// `advice` for somebody who types a command line, or "" if nobody does.
-std::string ifTyped(std::string_view advice);
+// `advice` for somebody who types a command line, `otherwise` if nobody does.
+std::string ifTyped(std::string_view advice, std::string_view otherwise = {});
 
 // Whether data are coloured if the user said `when`: auto, always or never. `auto` asks for a
 // terminal and for no NO_COLOR in the environment.

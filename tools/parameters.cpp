@@ -8,6 +8,7 @@
 
 #include "tools/address.h"
 #include "tools/errors.h"
+#include "tools/manner.h"
 #include "tools/text.h"
 
 namespace {
@@ -88,6 +89,16 @@ void store(const Field &field, const std::string &text, std::array<uint8_t, 4> &
     }
 }
 
+// As above. A complaint begins with the field's name for somebody who fills in fields.
+void storeGiven(const Field &field, const std::string &text, std::array<uint8_t, 4> &data)
+{
+    try {
+        store(field, text, data);
+    } catch (const UsageError &error) {
+        throw UsageError(ifTyped("", std::string(field.name) + ": ") + error.what());
+    }
+}
+
 std::string wordFor(const Field &field)
 {
     if (isAddress(field)) {
@@ -102,6 +113,16 @@ std::string wordFor(const Field &field)
     return field.usual != 0 ? usualText(field) : fmt::format("DAT{}", field.at + 1);
 }
 
+// The row's parameters after a blank, as somebody knows them who types, or who fills in fields.
+std::string askedOf(const CommandRow &row)
+{
+    std::vector<std::string> names;
+    for (const Field &field : row.parameters) {
+        names.emplace_back(field.name);
+    }
+    return ifTyped(usageOf(row), fmt::format(" {}", fmt::join(names, ", ")));
+}
+
 } // namespace
 
 std::array<uint8_t, 4> dataOfParameters(const CommandRow &row,
@@ -112,14 +133,14 @@ std::array<uint8_t, 4> dataOfParameters(const CommandRow &row,
         throw UsageError(fmt::format("\"{}\" takes {}, and {} were given", row.name,
                                      most == 0 ? "no parameters"
                                      : most == 1
-                                         ? "one parameter," + usageOf(row)
-                                         : fmt::format("{} parameters,{}", most, usageOf(row)),
+                                         ? "one parameter," + askedOf(row)
+                                         : fmt::format("{} parameters,{}", most, askedOf(row)),
                                      given.size()));
     }
     if (row.writes && given.size() < most) {
         throw UsageError(
-            fmt::format("\"{}\" changes the device, so it needs all its parameters: {}{}", row.name,
-                        row.name, usageOf(row)));
+            fmt::format("\"{}\" changes the device, so it needs all its parameters:{}{}", row.name,
+                        ifTyped(std::string(" ") + row.name), askedOf(row)));
     }
     std::array<uint8_t, 4> data{};
     if (row.dat1 != kAnyDat1) {
@@ -128,7 +149,7 @@ std::array<uint8_t, 4> dataOfParameters(const CommandRow &row,
     for (size_t i = 0; i < most; ++i) {
         const Field &field = row.parameters[i];
         if (i < given.size()) {
-            store(field, given[i], data);
+            storeGiven(field, given[i], data);
         } else {
             store(field, field.usual, data);
         }

@@ -12,7 +12,8 @@
 // of the table: an address has dots, `on`, `off`, 1 and 0 switch, a number of several bytes is one
 // value, decimal or with 0x, and other bytes are two hexadecimal digits. A command that writes
 // needs all of its parameters; any other one gets the usual values for those that are missing.
-// Throws UsageError.
+// Throws UsageError; if nobody has typed a command line (see manner.h), what is wrong with
+// a parameter follows its name: `mask: "255" is not an address ...`.
 std::array<uint8_t, 4> dataOfParameters(const CommandRow &row,
                                         const std::vector<std::string> &given);
 

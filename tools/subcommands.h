@@ -32,6 +32,11 @@ int readNetworkRecord(Line &line, Milliseconds timeout, std::string &record);
 // The record of 18 bytes as JSON: address, mask, gateway, mac.
 Json jsonOfNetwork(const std::string &record);
 
+// What a device does with written settings.
+constexpr char kNetworkWriteAbout[] =
+    "The device sets up its interface at once, and again whenever it starts. Its DHCP client is\n"
+    "stopped. It keeps a new MAC address for its next start.";
+
 // Read and write the network record. Print the reply, then the record that was read. After writing
 // it is read back and compared: kRefused if address, mask or gateway differ.
 int runNetworkRead(Line &line, Milliseconds timeout);

@@ -344,19 +344,20 @@ std::pair<int32_t, int32_t> sizeOf(const std::string &text)
     const std::string height = cross == std::string::npos ? "" : text.substr(cross + 1);
     if (cross == std::string::npos || (width.empty() && height.empty())) {
         throw UsageError(fmt::format("{}\"{}\" is not WIDTHxHEIGHT, WIDTHx or xHEIGHT",
-                                     ifTyped("--size: "), escape(text)));
+                                     ifTyped("--size: ", "SIZE: "), escape(text)));
     }
-    const std::string of = ifTyped(" of --size");
-    return {width.empty() ? 0 : numberOf(width, ("the width" + of).c_str(), 1),
-            height.empty() ? 0 : numberOf(height, ("the height" + of).c_str(), 1)};
+    const std::string ofWidth = ifTyped("the width of --size", "SIZE: the width");
+    const std::string ofHeight = ifTyped("the height of --size", "SIZE: the height");
+    return {width.empty() ? 0 : numberOf(width, ofWidth.c_str(), 1),
+            height.empty() ? 0 : numberOf(height, ofHeight.c_str(), 1)};
 }
 
 double rateOf(const std::string &text)
 {
     const auto rate = realFrom(text, RealForm::kFixed);
     if (!rate || !(*rate > 0)) {
-        throw UsageError(
-            fmt::format("{}\"{}\" is not a number of Hz", ifTyped("--rate: "), escape(text)));
+        throw UsageError(fmt::format("{}\"{}\" is not a number of Hz",
+                                     ifTyped("--rate: ", "RATE: "), escape(text)));
     }
     return *rate;
 }

@@ -85,11 +85,12 @@ constexpr char kSendExamples[] = "\nExamples:\n"
                                  "  veskctl --serial /dev/ttyUSB0 send 00 2a 68 01 00 00 00";
 
 constexpr char kNetworkAbout[] = "Read or write the settings of the device's network interface";
+constexpr char kNetworkReadAbout[] =
+    "Read prints what the interface has now. Write changes it, and waits until that is done.\n";
 constexpr char kNetworkFooter[] =
-    "Read prints what the interface has now. With write the device keeps the MAC address, sets up the\n"
-    "interface at once and again whenever it starts, and answers when that is done. Commands such as\n"
-    "`send write IP address` change other settings: the device applies those when its DHCP client\n"
-    "next starts.\n"
+    "\n"
+    "Commands such as `send write IP address` change other settings: the device applies those when\n"
+    "its DHCP client next starts.\n"
     "\n"
     "Examples:\n"
     "  veskctl --serial /dev/ttyUSB0 network read\n"
@@ -702,7 +703,7 @@ int run(int argc, char **argv)
     sendCommand->add_option("COMMAND", options.words, "Words or hexadecimal digits")->required();
 
     CLI::App *const networkCommand = app.add_subcommand("network", kNetworkAbout);
-    networkCommand->footer(kNetworkFooter);
+    networkCommand->footer(std::string(kNetworkReadAbout) + kNetworkWriteAbout + kNetworkFooter);
     networkCommand->require_subcommand(1);
     CLI::App *const networkReadCommand = networkCommand->add_subcommand("read", "Print them");
     CLI::App *const networkWriteCommand = networkCommand->add_subcommand("write", "Change them");

@@ -47,6 +47,12 @@ const char *kept(std::string text)
     return last.c_str();
 }
 
+std::string inOneLine(std::string text)
+{
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    return text;
+}
+
 // Those that have a subcommand of their own for the text that follows; else "".
 const char *subcommandOf(const CommandRow &row)
 {
@@ -168,15 +174,14 @@ EMSCRIPTEN_KEEPALIVE const char *listFacts()
 {
     Json forms = Json::array();
     for (const auto &[digits, about] : commandForms()) {
-        std::string line = about;
-        std::replace(line.begin(), line.end(), '\n', ' ');
-        forms.push_back({{"digits", digits}, {"about", line}});
+        forms.push_back({{"digits", digits}, {"about", inOneLine(about)}});
     }
     return kept(Json{
         {"deviceType", deviceType()},
         {"programSizes", sizesOfPrograms()},
         {"savKinds", savKindNames()},
         {"formatClasses", formatClasses()},
+        {"networkWrite", inOneLine(kNetworkWriteAbout)},
         {"commandForms",
          forms}}.dump());
 }
@@ -197,9 +202,11 @@ EMSCRIPTEN_KEEPALIVE const char *listCommands()
     return kept(json.dump());
 }
 
-// {frame, meaning, writes}, or {error}.
+// {frame, meaning, writes}, or {error}, which begins with the name of a parameter if it is about
+// one.
 EMSCRIPTEN_KEEPALIVE const char *frameOf(const char *text, int size)
 {
+    manner().isTyped = false;
     try {
         const std::string frame = frameFromText({text, static_cast<size_t>(size)});
         if (!isFrame(frame)) { // may be sent all the same

@@ -95,8 +95,7 @@ void Line::send(std::string_view bytes)
 {
     std::array<char, 256> error{};
     if (sendToLine(bytes.data(), static_cast<int>(bytes.size()), error.data(), error.size()) != 0) {
-        throw LineLost(
-            fmt::format("cannot send to {}: {}; is it still plugged in?", name_, error.data()));
+        throw LineLost(fmt::format("cannot send to {}: {}", name_, error.data()));
     }
     if (tap_) {
         tap_(Passing::kSent, bytes);

@@ -17,14 +17,17 @@ export interface Advice {
     steps: readonly string[];
 }
 
+/** The browsers that have serial ports. */
+export const browsers = 'Chrome or Edge (97 or later) or Firefox (151 or later)';
+
 const advice: Readonly<Record<Fault, Advice>> = {
     unsupported: {
         title: 'This browser cannot use serial ports',
         steps: [
-            'Open this page in Chrome or Edge (version 97 or later) or Firefox (151 or later), on a computer.',
+            `Open this page in ${browsers}, on a computer.`,
             'If this is such a browser: serial ports work only where the page comes from https, from localhost or from ' +
                 'a file server on this computer.',
-            'The demo device, Files and Timings work in every browser.',
+            'The demo device, Files and Timings work in every browser of 2022 or later.',
         ],
     },
     none: {

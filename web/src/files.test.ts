@@ -64,7 +64,7 @@ describe('opening', () => {
         const file = await openSav(core, 'notes.txt', new Uint8Array([1, 2, 3]));
         expect(file).toEqual({
             fault:
-                'notes.txt is not known as a settings file: neither its name nor its identification is that of one',
+                'notes.txt is not known as a settings file: neither its name nor its identification is that of one.',
         });
         expect(await opened('notes.txt', new Uint8Array([1, 2, 3]), 'DevInfo')).toMatchObject({ kind: 'DevInfo' });
     });
@@ -189,7 +189,7 @@ describe('changing', () => {
             ]),
         ).toMatchObject({ field: 'inputEnable' });
         expect(await setValues(core, file, [{ name: 'pageNumber', text: '300' }])).toEqual({
-            fault: 'pageNumber: "300" is not a number from 0 to 255',
+            fault: '"300" is not a number from 0 to 255.',
             field: 'pageNumber',
         });
     });
@@ -256,7 +256,7 @@ describe('leaving', () => {
 
     test('a file without a picture says so', async () => {
         expect(await drawingOf(core, await opened('workTime.sav'), [])).toEqual({
-            fault: 'workTime.sav has no picture: it is not a view, page or user setting',
+            fault: 'workTime.sav has no picture: it is not a view, page or user setting.',
         });
     });
 });

@@ -173,7 +173,7 @@ export async function viewOf(core: Runner, file: SavFile): Promise<SavView> {
     const check = objectsOf<Check>(await core.run([...arguments_('check', file), '--json'], { files }))[0];
     const verdict = await core.run(arguments_('check', file), { files });
     if (!dump || !check) {
-        throw new Error(`${file.name} cannot be read any more: ${messageOf(verdict)}`);
+        throw new Error(`${file.name} cannot be read any more. ${messageOf(verdict)}`);
     }
     return {
         length: dump.length,

@@ -471,7 +471,7 @@ describe('an update', () => {
         });
         await session.connect(device());
         await session.update('new', file, { isForced: false });
-        expect(session.state.update?.result).toMatchObject({ outcome, message: 'it broke', next: [] });
+        expect(session.state.update?.result).toMatchObject({ outcome, message: 'It broke.', next: [] });
     });
 
     test('whose line is lost says so, and the device is asked when it is back', async () => {

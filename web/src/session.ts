@@ -331,7 +331,7 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
                 unopened = null;
                 set({ ...nothing, phase: 'trouble', trouble });
             } else {
-                const text = `${trouble.message} ${state.lineName} is used as before.`;
+                const text = `${trouble.message} ${state.lineName} is used as before.`.trim();
                 set({ notice: { title: adviceOn(trouble.fault).title, text } });
             }
             return;

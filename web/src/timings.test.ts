@@ -48,7 +48,16 @@ describe('list', () => {
 
     test.skipIf(isNative)('says what is wrong with a filter', async () => {
         expect(await listFormats(core, { size: 'wide', rate: '', class: '' })).toEqual({
-            fault: '"wide" is not WIDTHxHEIGHT, WIDTHx or xHEIGHT',
+            fault: '"wide" is not WIDTHxHEIGHT, WIDTHx or xHEIGHT.',
+            field: 'SIZE',
+        });
+        expect(await listFormats(core, { size: '1920x', rate: 'fast', class: '' })).toEqual({
+            fault: '"fast" is not a number of Hz.',
+            field: 'RATE',
+        });
+        expect(await listFormats(core, { size: '19 20x', rate: '', class: '' })).toEqual({
+            fault: 'The width: "19 20" is not a whole number from 1 to 2147483647.',
+            field: 'SIZE',
         });
     });
 
@@ -99,7 +108,7 @@ describe('calculator', () => {
     test.skipIf(isNative)('says why the device refuses a mode', async () => {
         const { result, refusal } = good<Calculation>(await calculate(core, ['4096', '2160', '70']));
         expect(result.accepted).toBe(false);
-        expect(refusal).toBe('the device refuses 4096x2160@70: its clock is 664 MHz, and the limit is 600');
+        expect(refusal).toBe('The device refuses 4096x2160@70: its clock is 664 MHz, and the limit is 600.');
         expect(comparison(result)[0]).toMatchObject({ device: '\u2013', v1: '4096' });
         expect(await drawTiming(core, '4096x2160@70', 'device')).toEqual({ fault: refusal });
         expect(await drawTiming(core, '4096x2160@70', 'v1')).toHaveProperty('svg');
@@ -107,7 +116,7 @@ describe('calculator', () => {
 
     test('says which number is wrong', async () => {
         expect(await calculate(core, ['1920', 'x', '60'])).toEqual({
-            fault: '"x" is not a whole number from 1 to 2147483647',
+            fault: '"x" is not a whole number from 1 to 2147483647.',
             field: 'HEIGHT',
         });
         expect(await calculate(core, ['1920', '1080', '-5'])).toMatchObject({ field: 'RATE' });

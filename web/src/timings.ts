@@ -68,15 +68,17 @@ export interface Filter {
     class: string;
 }
 
-/** The formats of that size, rate and class. There may be none. */
-export async function listFormats(core: Runner, filter: Filter): Promise<Format[] | Fault> {
+const filterFields = ['SIZE', 'RATE'] as const;
+
+/** The formats of that size, rate and class. There may be none. A fault is about SIZE, RATE or all. */
+export async function listFormats(core: Runner, filter: Filter): Promise<Format[] | FieldFault> {
     const options = (['size', 'rate', 'class'] as const).flatMap((name) =>
         filter[name].trim() === '' ? [] : [`--${name}=${filter[name].trim()}`],
     );
     const finished = await core.run(['timing', 'list', '--json', ...options]);
     return finished.status === ExitStatus.done || finished.status === ExitStatus.refused
         ? objectsOf<Format>(finished)
-        : { fault: messageOf(finished) };
+        : argumentFaultIn(finished, filterFields);
 }
 
 /** "# about it" and "Modeline ..." by turns, as X.org reads them. */
@@ -106,7 +108,7 @@ export const measuredFields = ['HDE', 'VDE', 'HTOTAL', 'VTOTAL', 'RATE'] as cons
 function emptyIn(texts: readonly string[], names: readonly string[]): FieldFault | undefined {
     const index = texts.findIndex((text) => text.trim() === '');
     const field = names[index];
-    return field === undefined ? undefined : { fault: 'a number is needed here', field };
+    return field === undefined ? undefined : { fault: 'A number is needed here.', field };
 }
 
 /** The custom format's timing for WIDTH, HEIGHT and RATE, beside the public standards'. */

@@ -83,6 +83,10 @@ describe('each screen', () => {
         await checkLooks(page, 'console');
         await page.locator('summary', { hasText: 'All commands' }).click();
         await field('Command').fill('write serial number');
+        await field('serial number').fill('70000');
+        await page.locator('[aria-invalid=true]').waitFor();
+        expect(await field('serial number').getAttribute('aria-invalid')).toBe('true');
+        await checkLooks(page, 'console-fault', 'main');
         await field('serial number').fill('4660');
         await checkLooks(page, 'console-commands', 'main');
         await press('Send');

@@ -111,6 +111,8 @@ export interface Facts {
     savKinds: string[];
     /** The classes of video formats, as `timing list --class` takes them. */
     formatClasses: string[];
+    /** What a device does with network settings that are written. */
+    networkWrite: string;
     /** What else than words `send` takes. */
     commandForms: { digits: string; about: string }[];
 }
@@ -125,7 +127,7 @@ export interface Core {
 
     commands(): Command[];
 
-    /** The frame that `send` would send for a text, or why there is none. */
+    /** The frame that `send` would send for a text, or why there is none: `NAME: ...` if it is a parameter's fault. */
     frameOf(text: string): { frame: string; meaning: string; writes: boolean } | { error: string };
 
     /** As people write it: "4660 (0x1234)". */

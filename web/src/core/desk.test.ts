@@ -25,6 +25,7 @@ test('what is sent has been written', async () => {
 test('why it could not be sent', async () => {
     const fails = (text: string) => newDesk(lineWith(() => Promise.reject(new Error(text))), undefined);
     expect(await fails('gone').send(new Uint8Array(1))).toBe('gone');
+    expect(await fails('The adapter is gone.').send(new Uint8Array(1))).toBe('The adapter is gone');
     expect(await fails('').send(new Uint8Array(1))).toBe('lost');
 });
 

@@ -25,7 +25,8 @@ export interface Desk {
 const SLICE = 100;
 
 function textOf(error: unknown): string {
-    return (error instanceof Error ? error.message : String(error)) || 'lost'; // "" is the good end
+    const text = error instanceof Error ? error.message : String(error);
+    return text.replace(/\.$/, '') || 'lost'; // "" is the good end; the tool goes on after it
 }
 
 export function newDesk(line: CoreLine | undefined, signal: AbortSignal | undefined): Desk {

@@ -56,7 +56,7 @@ async function info(line: CoreLine, signal: AbortSignal | undefined): Promise<Pa
 export function fakeCore(play: Play = async () => ({})): Core {
     return {
         version: '1.0.0',
-        facts: { deviceType: '2633', programSizes: '', savKinds: [], formatClasses: [], commandForms: [] },
+        facts: { deviceType: '2633', programSizes: '', savKinds: [], formatClasses: [], networkWrite: '', commandForms: [] },
         serialNumberText: String,
         async run(args, options = {}) {
             const { line } = options;

@@ -13,9 +13,12 @@ export function objectsOf<T>({ output }: Pick<Finished, 'output'>): T[] {
         .map((line) => JSON.parse(line) as T);
 }
 
-/** A message as a sentence: the tool begins them in lower case, as what follows its name, and ends them open. */
+/**
+ * A message as a sentence: the tool begins them in lower case, as what follows its name, and ends them open. What is
+ * no plain word at its beginning, such as the name of a file, stays as it is.
+ */
 export function sentenceOf(text: string): string {
-    const sentence = text.charAt(0).toUpperCase() + text.slice(1);
+    const sentence = text.replace(/^[a-z][a-z'-]*(?=[\s,;:]|$)/, (word) => word.charAt(0).toUpperCase() + word.slice(1));
     return sentence === '' || /[.?!]$/.test(sentence) ? sentence : `${sentence}.`;
 }
 
@@ -27,36 +30,35 @@ function messagesOf({ messages }: Pick<Finished, 'messages'>): string[] {
         .filter((line) => line !== '');
 }
 
-/** The tool's messages for people on a page. */
-export function messageOf(finished: Pick<Finished, 'messages'>): string {
-    return messagesOf(finished).join('\n');
-}
-
-/** The same as sentences. */
+/** The tool's messages for people on a page: sentences. */
 export function sentencesOf(finished: Pick<Finished, 'messages'>): string[] {
     return messagesOf(finished).map(sentenceOf);
 }
 
+/** The same in one text, a line each. */
+export function messageOf(finished: Pick<Finished, 'messages'>): string {
+    return sentencesOf(finished).join('\n');
+}
+
 export interface FieldFault {
-    /** What is wrong. */
+    /** What is wrong: a sentence. */
     fault: string;
     /** Which of the names it is about, or "". */
     field: string;
 }
 
-/** A complaint about an argument, `NAME: "x" is not ...`, apart from the argument's name. */
+/** A complaint about an argument, `NAME: "x" is not ...`, without the name if it is one of these. */
 export function argumentFaultIn(finished: Pick<Finished, 'messages'>, names: readonly string[]): FieldFault {
-    const message = messageOf(finished);
+    const message = messagesOf(finished).join('\n');
     const field = names.find((name) => message.startsWith(`${name}: `)) ?? '';
-    return { fault: field === '' ? message : message.slice(field.length + 2), field };
+    return { fault: sentenceOf(message.slice(field === '' ? 0 : field.length + 2)), field };
 }
 
-/** A complaint about a value of a settings file or an entry of it, as it stands, and which of the names it is about. */
+/** A complaint about a value of a settings file or an entry of it: without the name if it begins with one of these. */
 export function valueFaultIn(finished: Pick<Finished, 'messages'>, names: readonly string[]): FieldFault {
-    const fault = messageOf(finished);
-    const isAbout = (name: string) =>
-        fault.startsWith(`${name}: `) || fault.startsWith(`${name}[`) || fault.includes(`; ${name} `);
-    return { fault, field: names.find(isAbout) ?? '' };
+    const found = argumentFaultIn(finished, names);
+    const isAbout = (name: string) => found.fault.startsWith(`${name}[`) || found.fault.includes(`; ${name} `);
+    return found.field === '' ? { ...found, field: names.find(isAbout) ?? '' } : found;
 }
 
 /** A name that is no option, whatever the file is called. */

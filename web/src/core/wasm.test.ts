@@ -226,7 +226,7 @@ describe('over a line', () => {
         const line = fakeLine(() => new Error('the device has been lost'));
         const done = await core.run(['--serial', 'port', 'send', '68', '01'], { line });
         expect(done.status).toBe(ExitStatus.localFailure);
-        expect(done.messages).toBe('veskctl: cannot send to port: the device has been lost; is it still plugged in?\n');
+        expect(done.messages).toBe('veskctl: cannot send to port: the device has been lost\n');
     });
 
     test('--verbose and --record', async () => {
@@ -319,7 +319,7 @@ describe('an update', () => {
             files: new Map([['new', new Uint8Array(10_000)]]),
         });
         expect(done.messages).toContain('block 1 of 10: refused, sent again');
-        expect(done.messages).toContain('cannot send to port: gone; is it still plugged in?; 3 of 10 blocks were accepted');
+        expect(done.messages).toContain('cannot send to port: gone; 3 of 10 blocks were accepted');
         expect(done.status).toBe(ExitStatus.localFailure);
     });
 });
@@ -398,6 +398,12 @@ describe('at once', () => {
         expect(core.frameOf('write IP address 192.168.0.55')).toMatchObject({ writes: true });
         expect(core.frameOf('read divice type')).toEqual({
             error: '"read divice type" is not a known command (did you mean "read device type"?)',
+        });
+        expect(core.frameOf('write serial number 70000')).toEqual({
+            error: 'serial number: "70000" is not a serial number from 0 to 65535, decimal or with 0x in front',
+        });
+        expect(core.frameOf('write text 09')).toEqual({
+            error: '"write text" changes the device, so it needs all its parameters: keys, which',
         });
         expect(core.frameOf('<0123456789abcdefg>')).toEqual({ frame: '<0123456789abcdefg>', meaning: '', writes: false });
         expect(core.frameOf('\u00e4')).toHaveProperty('error');

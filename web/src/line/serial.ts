@@ -69,7 +69,7 @@ export async function choosePort(serial: Serial = serialOfBrowser()): Promise<Tr
         return serialLine(await serial.requestPort(), serial);
     } catch (error) {
         if (nameOf(error) === 'NotFoundError') {
-            throw new LineError('none', 'No port was chosen.');
+            throw new LineError('none', '');
         }
         if (isForbidden(error)) {
             throw new LineError('denied', `The browser does not permit it: ${textOf(error)}`);

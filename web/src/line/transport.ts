@@ -1,7 +1,7 @@
 // A line to a device: a serial port of the browser, the demo device, or a mock in a test. Bytes only; what they mean is
 // the core's business.
 
-/** Why a line cannot be used. Each has a text for people in view of the one that failed: see `adviceOn` in session.ts. */
+/** Why a line cannot be used. Each has a text for people in view of the one that failed: see `adviceOn` in advice.ts. */
 export type LineFault =
     | 'unsupported' // this browser has no serial ports
     | 'none' // nothing was chosen

@@ -4,7 +4,7 @@ import { useEffect, useMemo, useRef, useState } from 'preact/hooks';
 
 import { ExitStatus, type Command, type Core, type Finished, type Parameter } from '../core/core.ts';
 import { useSession, useTraffic } from '../hooks.ts';
-import { sentenceOf, sentencesOf } from '../core/lines.ts';
+import { argumentFaultIn, sentenceOf, sentencesOf, type FieldFault } from '../core/lines.ts';
 import type { Session } from '../session.ts';
 import type { Passage } from '../traffic.ts';
 import { argsOf, textOf } from '../typed.ts';
@@ -38,9 +38,10 @@ function takesText(command: Command): boolean {
 function ParameterFields(props: {
     command: Command;
     values: readonly string[];
+    fault: FieldFault;
     onChange: (values: readonly string[]) => void;
 }) {
-    const { command, values, onChange } = props;
+    const { command, values, fault, onChange } = props;
     return (
         <>
             {command.parameters.map((parameter, index) => {
@@ -67,6 +68,7 @@ function ParameterFields(props: {
                         label={parameter.name}
                         value={values[index] ?? ''}
                         hint={hintOf(parameter, command.writes)}
+                        fault={fault.field === parameter.name ? fault.fault : ''}
                         onInput={change}
                         width="middle"
                         code
@@ -77,7 +79,14 @@ function ParameterFields(props: {
     );
 }
 
-function ByName({ core, onTyped }: { core: Core; onTyped: (typed: Typed) => void }) {
+interface ByNameProps {
+    core: Core;
+    /** What is wrong with a parameter. */
+    fault: FieldFault;
+    onTyped: (typed: Typed) => void;
+}
+
+function ByName({ core, fault, onTyped }: ByNameProps) {
     const commands = useMemo(() => core.commands(), [core]);
     const [words, setWords] = useState('');
     const [values, setValues] = useState<readonly string[]>([]);
@@ -109,12 +118,13 @@ function ByName({ core, onTyped }: { core: Core; onTyped: (typed: Typed) => void
                     onInput={choose}
                     width="wide"
                 />
-                {command !== null && <ParameterFields command={command} values={values} onChange={setValues} />}
+                {command !== null && (
+                    <ParameterFields command={command} values={values} fault={fault} onChange={setValues} />
+                )}
                 {command !== null && takesText(command) && (
                     <Field
                         label="text"
                         value={payload}
-                        placeholder="[a=1,b=2]"
                         hint="items in brackets"
                         onInput={setPayload}
                         width="wide"
@@ -173,14 +183,15 @@ function Raw({ core, onTyped }: { core: Core; onTyped: (typed: Typed) => void })
 }
 
 /** What will be sent, or why nothing can be. */
-function Preview({ found, payload }: { found: ReturnType<Core['frameOf']> | null; payload: string }) {
+function Preview(props: { found: ReturnType<Core['frameOf']> | null; fault: FieldFault; payload: string }) {
+    const { found, fault, payload } = props;
     if (found === null) {
-        return <p class="muted">Choose a command, and here stands what will be sent.</p>;
+        return <p class="muted">What will be sent appears here.</p>;
     }
     if ('error' in found) {
         return (
             <p class="muted" role="status">
-                Nothing can be sent yet. {sentenceOf(found.error)}
+                Nothing can be sent yet. {fault.field === '' && sentenceOf(found.error)}
             </p>
         );
     }
@@ -370,6 +381,8 @@ export function Console({ core, session }: { core: Core; session: Session }) {
     const found = useMemo(() => (typed.text.trim() === '' ? null : core.frameOf(typed.text)), [core, typed.text]);
     const frame = found === null || 'error' in found ? null : found;
     const { payload } = typed;
+    const names = typed.command?.parameters.map(({ name }) => name) ?? [];
+    const fault = argumentFaultIn({ messages: found !== null && 'error' in found ? found.error : '' }, names);
     const [isSending, setSending] = useState(false);
     // Whoever is there: that is what a console is for. After what runs already, unless that takes its time.
     const isUpdating = state.update !== null && state.update.step !== 'over';
@@ -428,12 +441,12 @@ export function Console({ core, session }: { core: Core; session: Session }) {
                             {
                                 id: 'name',
                                 label: 'By name',
-                                content: () => <ByName core={core} onTyped={setTyped} />,
+                                content: () => <ByName core={core} fault={fault} onTyped={setTyped} />,
                             },
                             { id: 'raw', label: 'Raw', content: () => <Raw core={core} onTyped={setTyped} /> },
                         ]}
                     />
-                    <Preview found={found} payload={payload} />
+                    <Preview found={found} fault={fault} payload={payload} />
                     {typed.command !== null &&
                         typed.command.hasPayload &&
                         typed.command.subcommand === '' &&

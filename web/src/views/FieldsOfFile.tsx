@@ -41,11 +41,6 @@ export interface FieldsOfFileProps {
 /** What is being changed: one row, or the entries of a group. */
 type Editing = { row: Row } | { table: RecordTable; group: Group };
 
-/** The fault of a field that stands at the field. */
-function withoutName(fault: string, field: string): string {
-    return fault.startsWith(`${field}: `) ? fault.slice(field.length + 2) : fault;
-}
-
 function nameOfGroup({ first, last }: Group): string {
     return first === last ? `[${first}]` : `[${first}] to [${last}]`;
 }
@@ -276,7 +271,7 @@ function EditDialog({ core, file, editing, onClose, onEdited }: EditDialogProps)
                         unit={unit === name ? '' : unit}
                         code
                         value={texts[i] ?? ''}
-                        fault={isAt(name) ? withoutName(fault.fault, fault.field) : ''}
+                        fault={isAt(name) ? fault.fault : ''}
                         onInput={(text) => setTexts(texts.map((each, k) => (k === i ? text : each)))}
                         onEnter={() => void apply()}
                     />

@@ -443,7 +443,7 @@ function CheckOfFile({ view }: { view: SavView }) {
     return (
         <div class="stack">
             <p>
-                The device's own code has read the file here, as if it had just been started. It reads such a file as{' '}
+                The device’s own code has read the file here, as if it had just been started. It reads such a file as{' '}
                 <code>{view.check.read_as}</code>, and expects {view.check.record_length} bytes.
             </p>
             <Table
@@ -582,7 +582,7 @@ interface SaveDialogProps {
 
 function SaveDialog({ open, file, view, onClose, onSaved }: SaveDialogProps) {
     const [name, setName] = useState(file.name);
-    const fault = name.trim() === '' ? 'a file needs a name' : /[\\/]/.test(name) ? 'without a folder' : '';
+    const fault = name.trim() === '' ? 'A file needs a name.' : /[\\/]/.test(name) ? 'A name has no folder in it.' : '';
 
     function save(): void {
         if (fault === '') {

@@ -11,11 +11,11 @@ import { Busy, Check, Dialog, Field, Notice, Panel, Table } from './parts.tsx';
 
 type Name = keyof NetworkSettings;
 
-const fields: readonly { name: Name; label: string; hint: string }[] = [
-    { name: 'address', label: 'Address', hint: 'such as 192.168.0.100' },
-    { name: 'mask', label: 'Net mask', hint: 'such as 255.255.255.0' },
+const fields: readonly { name: Name; label: string; hint?: string }[] = [
+    { name: 'address', label: 'Address' },
+    { name: 'mask', label: 'Net mask' },
     { name: 'gateway', label: 'Gateway', hint: 'the router, in the same net' },
-    { name: 'mac', label: 'MAC address', hint: 'such as 02:76:65:73:6b:01' },
+    { name: 'mac', label: 'MAC address' },
 ];
 
 interface Change {
@@ -62,15 +62,22 @@ interface Report {
     lines: readonly string[];
 }
 
-function reportOn(status: number, messages: string, wanted: NetworkSettings, got: NetworkSettings | null): Report {
+/** `about` says what the device does with settings. */
+function reportOn(
+    status: number,
+    messages: string,
+    wanted: NetworkSettings,
+    got: NetworkSettings | null,
+    about: string,
+): Report {
     const lines = sentencesOf({ messages });
     if (status === ExitStatus.done && got !== null) {
         const isLater = got.mac.toLowerCase() !== wanted.mac.toLowerCase();
-        const later = `The MAC address ${wanted.mac} is kept for the next start; now it is still ${got.mac}.`;
+        const later = [`The MAC address is still ${got.mac}.`, about];
         return {
             tone: 'good',
             title: 'Written, and read back as written',
-            lines: [...lines, ...(isLater ? [later] : [])],
+            lines: [...lines, ...(isLater ? later : [])],
         };
     }
     if (got !== null) {
@@ -161,7 +168,7 @@ function Settings({ core, session }: { core: Core; session: Session }) {
         const values = [wanted.address, wanted.mask, wanted.gateway, wanted.mac];
         const args = ['network', 'write', ...values, ...(isForced ? ['--force'] : [])];
         const [status, messages, got] = await talk(args, 'Writing the network settings');
-        setReport(reportOn(status, messages, wanted, got));
+        setReport(reportOn(status, messages, wanted, got, core.facts.networkWrite));
         if (got !== null) {
             setNow(got);
             setForm(got);
@@ -211,7 +218,7 @@ function Settings({ core, session }: { core: Core; session: Session }) {
                                     key={name}
                                     label={label}
                                     value={form[name]}
-                                    hint={hint}
+                                    hint={hint ?? ''}
                                     fault={form[name] === '' && now === null ? '' : sentenceOf(faults[name])}
                                     onInput={(value) => setForm({ ...form, [name]: value })}
                                     disabled={now === null || isTalking}
@@ -242,10 +249,7 @@ function Settings({ core, session }: { core: Core; session: Session }) {
                 <Panel title="Before it is written">
                     <div class="stack">
                         {now !== null && <Changes changes={changes} />}
-                        <p class="muted">
-                            The device sets up its interface at once, and again whenever it starts. Its DHCP client is
-                            stopped. It keeps a new MAC address for its next start.
-                        </p>
+                        <p class="muted">{core.facts.networkWrite}</p>
                     </div>
                 </Panel>
             </div>

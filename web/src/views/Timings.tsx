@@ -79,6 +79,8 @@ export function Timings({ core }: { core: Runner }) {
     );
 }
 
+const noFault = { fault: '', field: '' };
+
 interface FormatsProps {
     core: Runner;
     chosen: Format | null;
@@ -96,8 +98,7 @@ function Formats({ core, chosen, onChoose }: FormatsProps) {
         return listFormats(core, { size: ofSize, rate: ofRate, class: ofClass });
     }, [core, wanted]);
 
-    const fault = formats && isFault(formats) ? formats.fault : '';
-    const faultOf = (option: string) => (fault.startsWith(`--${option}: `) ? fault.slice(option.length + 4) : '');
+    const { fault, field } = formats && isFault(formats) ? formats : noFault;
     const rows = formats && !isFault(formats) ? formats : [];
     return (
         <div class="stack">
@@ -107,7 +108,7 @@ function Formats({ core, chosen, onChoose }: FormatsProps) {
                     width="middle"
                     value={size}
                     onInput={setSize}
-                    fault={faultOf('size')}
+                    fault={field === 'SIZE' ? fault : ''}
                     placeholder="1920x1080"
                     hint="1920x and x1080 are sizes too"
                 />
@@ -117,7 +118,7 @@ function Formats({ core, chosen, onChoose }: FormatsProps) {
                     width="short"
                     value={rate}
                     onInput={setRate}
-                    fault={faultOf('rate')}
+                    fault={field === 'RATE' ? fault : ''}
                     placeholder="59.94"
                     inputMode="decimal"
                 />
@@ -129,8 +130,9 @@ function Formats({ core, chosen, onChoose }: FormatsProps) {
                     onChange={setName}
                 />
             </div>
-            {fault !== '' && faultOf('size') === '' && faultOf('rate') === '' && <Notice tone="error" title={fault} />}
-            {formats ? (
+            {fault !== '' && field === '' && <Notice tone="error" title={fault} />}
+            {!formats && <Busy>Listing…</Busy>}
+            {formats && fault === '' && (
                 <Table
                     caption={`Formats (${rows.length})`}
                     tall
@@ -178,8 +180,6 @@ function Formats({ core, chosen, onChoose }: FormatsProps) {
                         { head: 'Class', cell: (format) => format.classes.join(', ') },
                     ]}
                 />
-            ) : (
-                <Busy>Listing…</Busy>
             )}
             {chosen ? (
                 <OneFormat key={chosen.id} core={core} format={chosen} />
@@ -262,7 +262,11 @@ function TimingDrawing({ core, timing, owner, alt }: TimingDrawingProps) {
         return <Busy>Drawing…</Busy>;
     }
     if (isFault(result)) {
-        return <Notice tone="info" title={`There is no drawing: ${result.fault}`} />;
+        return (
+            <Notice tone="info" title="There is no drawing">
+                <p>{result.fault}</p>
+            </Notice>
+        );
     }
     return (
         <div class="stack">
@@ -321,19 +325,23 @@ function Calculator({ core }: { core: Runner }) {
     const [owner, setOwner] = useState<Owner>('device');
     const wanted = useSettled(texts);
     const result = useResult(() => calculate(core, wanted), [core, wanted]);
-    const fault = result && isFault(result) ? result : { fault: '', field: '' };
+    const fault = result && isFault(result) ? result : noFault;
+    const isRefused = result !== undefined && !isFault(result) && result.refusal !== '';
+    // A mode that the device refuses has no timing of the device's.
+    const drawable = isRefused ? owners.filter(({ value }) => value !== 'device') : owners;
+    const drawn = isRefused && owner === 'device' ? 'v1' : owner;
     const labels = { WIDTH: ['Width', 'pixels'], HEIGHT: ['Height', 'lines'], RATE: ['Rate', 'whole Hz'] } as const;
     return (
         <Panel title="Custom timing">
             <div class="stack">
                 <p>
                     What the device makes of a size and a rate for the custom format, beside VESA’s Coordinated Video
-                    Timings with reduced blanking (CVT-RB). * marks what differs from the device’s.
+                    Timings with reduced blanking (CVT-RB). What differs from the device’s has a *.
                 </p>
                 <Numbers names={modeFields} labels={labels} texts={texts} fault={fault} onInput={setTexts} />
                 {result && !isFault(result) && (
                     <>
-                        {result.refusal !== '' ? (
+                        {isRefused ? (
                             <Notice tone="error" title={result.refusal}>
                                 <p>Choose a smaller size or a lower rate.</p>
                             </Notice>
@@ -368,11 +376,11 @@ function Calculator({ core }: { core: Runner }) {
                             ]}
                         />
                         <Modelines text={result.modelines} />
-                        <Choice label="Draw that of" width="middle" value={owner} options={owners} onChange={setOwner} />
+                        <Choice label="Draw that of" width="middle" value={drawn} options={drawable} onChange={setOwner} />
                         <TimingDrawing
                             core={core}
                             timing={`${result.result.width}x${result.result.height}@${result.result.rate_hz}`}
-                            owner={owner}
+                            owner={drawn}
                             alt={`The raster of ${result.result.width} × ${result.result.height} at ${result.result.rate_hz} Hz, to scale. The numbers stand in the table above.`}
                         />
                     </>
@@ -386,7 +394,7 @@ function DetectionPart({ core, onShow }: { core: Runner; onShow: (format: Format
     const [texts, setTexts] = useState<readonly string[]>(['1920', '1080', '2200', '1125', '60']);
     const wanted = useSettled(texts);
     const result = useResult(() => detect(core, wanted), [core, wanted]);
-    const fault = result && isFault(result) ? result : { fault: '', field: '' };
+    const fault = result && isFault(result) ? result : noFault;
     const labels = {
         HDE: ['H active', 'pixels'],
         VDE: ['V active', 'lines'],

@@ -1,5 +1,6 @@
 // What the page is and what it needs, for somebody who has never seen it.
 
+import { browsers } from '../advice.ts';
 import { Panel } from './parts.tsx';
 
 export function Welcome() {
@@ -11,8 +12,7 @@ export function Welcome() {
                     and updates its program.
                 </li>
                 <li>
-                    It needs Chrome or Edge 97, or Firefox 151, or newer, and a serial adapter to the device. Files and
-                    timings need none.
+                    It needs {browsers}, and a serial adapter to the device. Files and timings need none.
                 </li>
                 <li>
                     Nothing is installed, and nothing leaves this computer. If you have no device here, try the demo

@@ -36,7 +36,7 @@ export interface FieldProps {
     fault?: string;
     hint?: string;
     unit?: string;
-    type?: 'text' | 'number' | 'search' | 'password';
+    type?: 'text' | 'search';
     inputMode?: 'text' | 'numeric' | 'decimal';
     placeholder?: string;
     /** Texts to choose from while typing. */
@@ -99,8 +99,6 @@ export interface ChoiceProps<Value extends string> {
     value: Value;
     options: readonly { value: Value; label: string }[];
     onChange: (value: Value) => void;
-    hint?: string;
-    fault?: string;
     disabled?: boolean;
     width?: 'short' | 'middle' | 'wide';
 }
@@ -108,8 +106,6 @@ export interface ChoiceProps<Value extends string> {
 /** One of several texts. */
 export function Choice<Value extends string>(props: ChoiceProps<Value>) {
     const id = useId();
-    const fault = props.fault ?? '';
-    const hint = props.hint ?? '';
     return (
         <div class={classes('field', props.width)}>
             <label for={id}>{props.label}</label>
@@ -117,8 +113,6 @@ export function Choice<Value extends string>(props: ChoiceProps<Value>) {
                 id={id}
                 value={props.value}
                 disabled={props.disabled ?? false}
-                aria-invalid={fault !== ''}
-                {...describedBy(fault !== '' && `${id}-fault`, hint !== '' && `${id}-hint`)}
                 onChange={(event) => props.onChange(event.currentTarget.value as Value)}
             >
                 {props.options.map(({ value, label }) => (
@@ -127,7 +121,6 @@ export function Choice<Value extends string>(props: ChoiceProps<Value>) {
                     </option>
                 ))}
             </select>
-            <Below id={id} fault={fault} hint={hint} />
         </div>
     );
 }

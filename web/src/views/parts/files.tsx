@@ -15,8 +15,6 @@ export interface FileDropProps {
     /** The text of the button, such as "Choose files". */
     label: string;
     hint: string;
-    /** As in HTML: ".sav". */
-    accept?: string;
     multiple?: boolean;
     disabled?: boolean;
     /** In one line, where it is no longer what the screen is about. */
@@ -93,7 +91,6 @@ export function FileDrop(props: FileDropProps) {
                 hidden
                 tabIndex={-1}
                 aria-label={props.label}
-                accept={props.accept ?? ''}
                 multiple={props.multiple ?? false}
                 onChange={(event) => {
                     const element = event.currentTarget;
@@ -123,18 +120,14 @@ export interface DownloadProps {
     /** Or what makes it, when the button is pressed. */
     content: Uint8Array | string | (() => Uint8Array | string);
     type?: string;
-    class?: string;
-    disabled?: boolean;
     children: ComponentChildren;
 }
 
 /** A button that saves a file. */
-export function Download({ name, content, type, class: look, disabled, children }: DownloadProps) {
+export function Download({ name, content, type, children }: DownloadProps) {
     return (
         <button
             type="button"
-            class={look ?? ''}
-            disabled={disabled ?? false}
             onClick={() => saveFile(name, typeof content === 'function' ? content() : content, type)}
         >
             {children}
@@ -144,14 +137,12 @@ export function Download({ name, content, type, class: look, disabled, children 
 
 export interface CopyProps {
     text: string;
-    /** What the button says: "Copy". */
-    label?: string;
     /** What is copied, for screen readers: "the modeline". */
-    what?: string;
+    what: string;
 }
 
 /** A button that puts a text on the clipboard, and says whether it did. */
-export function Copy({ text, label, what }: CopyProps) {
+export function Copy({ text, what }: CopyProps) {
     const [state, setState] = useState<'idle' | 'done' | 'refused'>('idle');
     useEffect(() => {
         if (state !== 'idle') {
@@ -166,7 +157,7 @@ export function Copy({ text, label, what }: CopyProps) {
         <span class="buttons">
             <button
                 type="button"
-                {...(what ? { 'aria-label': `${label ?? 'Copy'} ${what}` } : {})}
+                aria-label={`Copy ${what}`}
                 onClick={() => {
                     const written = navigator.clipboard?.writeText(text) ?? Promise.reject(new Error('no clipboard'));
                     written.then(
@@ -175,7 +166,7 @@ export function Copy({ text, label, what }: CopyProps) {
                     );
                 }}
             >
-                {label ?? 'Copy'}
+                Copy
             </button>
             <span role="status" class="muted small">
                 {said}
