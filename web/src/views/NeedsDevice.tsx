@@ -22,8 +22,10 @@ export function NeedsDevice({ state }: { state: State }) {
         );
     }
     if (state.phase === 'trouble') {
+        const isChosen = state.lineName !== '';
+        const title = state.isOpen ? 'No device answers' : isChosen ? 'The port is not open' : 'No device is connected';
         return (
-            <Notice tone="warning" title="No device answers">
+            <Notice tone="warning" title={title}>
                 <p>
                     <a href="#connect">Connect</a> says why, and what to do.
                 </p>
