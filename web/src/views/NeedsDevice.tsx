@@ -22,13 +22,18 @@ export function NeedsDevice({ state }: { state: State }) {
         );
     }
     if (state.phase === 'trouble') {
-        const isChosen = state.lineName !== '';
-        const title = state.isOpen ? 'No device answers' : isChosen ? 'The port is not open' : 'No device is connected';
-        return (
-            <Notice tone="warning" title={title}>
-                <p>
-                    <a href="#connect">Connect</a> says why, and what to do.
-                </p>
+        const where = (
+            <p>
+                <a href="#connect">Connect</a> says why, and what to do.
+            </p>
+        );
+        return state.isOpen ? (
+            <Notice tone="warning" title="No device answers">
+                {where}
+            </Notice>
+        ) : (
+            <Notice tone="warning" title="The port is not open">
+                {where}
             </Notice>
         );
     }
