@@ -7,6 +7,7 @@ import type { Core } from './core/core.ts';
 import { useSession } from './hooks.ts';
 import { hasSerial } from './line/serial.ts';
 import type { Session, State } from './session.ts';
+import { isUnderWay } from './update.ts';
 import { Connect } from './views/Connect.tsx';
 import { Console } from './views/Console.tsx';
 import { Files } from './views/Files.tsx';
@@ -38,7 +39,7 @@ function screenOfAddress(): Screen {
 
 /** The state of the connection in a few words. */
 function StateLine({ state }: { state: State }) {
-    const { device, lineName } = state;
+    const { device, lineName, isOpen } = state;
     const who = device === null ? '' : `, serial number ${device.serial_number ?? 'unknown'}`;
     switch (state.phase) {
         case 'off':
@@ -59,7 +60,7 @@ function StateLine({ state }: { state: State }) {
         case 'lost':
             return <Status tone="error">{lineName} is unplugged</Status>;
         case 'trouble':
-            return <Status tone="error">{lineName === '' ? 'Not connected' : `No device on ${lineName}`}</Status>;
+            return <Status tone="error">{isOpen ? `No device on ${lineName}` : 'Not connected'}</Status>;
     }
 }
 
@@ -113,7 +114,7 @@ export function App({ core, session }: { core: Core; session: Session }) {
         return () => navigator.serial?.removeEventListener('connect', look);
     }, [session]);
 
-    useGuard(state.running.startsWith('Updating'));
+    useGuard(isUnderWay(state.update));
 
     return (
         <div class="shell">

@@ -43,6 +43,32 @@ describe('connecting', () => {
         expect(session.state.device?.serial_number).toBe(4660);
     });
 
+    test('tells what the device did not tell, and only that', async () => {
+        const core = fakeCore();
+        let changed = {};
+        const session = newSession(
+            {
+                ...core,
+                async run(args, options) {
+                    const finished = await core.run(args, options);
+                    const output = JSON.stringify({ ...JSON.parse(finished.output), ...changed });
+                    return { ...finished, output, messages: 'veskctl: a late answer\n' };
+                },
+            },
+            times,
+        );
+        await session.connect(device());
+        expect(session.state).toMatchObject({ phase: 'ready', notes: [] });
+        for (const part of [{ dhcp: null }, { network: null }, { stored: { address: null } }]) {
+            changed = part;
+            await session.ask();
+            expect(session.state.notes.length).toBe(1);
+        }
+        changed = {};
+        await session.ask();
+        expect(session.state.notes).toEqual([]);
+    });
+
     test('waits for a line that is unplugged when it is chosen', async () => {
         const session = sessionWith();
         const line = device();

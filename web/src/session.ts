@@ -117,6 +117,10 @@ export interface Times {
     away: number;
 }
 
+function isWhole(device: DeviceInfo): boolean {
+    return [device, device.network ?? {}, device.stored ?? {}].every((part) => !Object.values(part).includes(null));
+}
+
 const usualTimes: Times = { look: 1000, ask: 500, away: 60000 };
 const quiet = 100; // ms without a byte: what has come is all of it
 const idle = 3600000; // ms, of a read that only listens
@@ -299,7 +303,9 @@ export function newSession(core: Core, times: Times = usualTimes): Session {
         const message = notes.join(' ');
         const { deviceType } = core.facts;
         if (device?.device_type === deviceType) {
-            return { change: { phase: 'ready', trouble: null, device, notes }, isStopped: false };
+            // It may have told all in the end, such as after an answer that came late.
+            const untold = isWhole(device) ? [] : notes;
+            return { change: { phase: 'ready', trouble: null, device, notes: untold }, isStopped: false };
         }
         if (device !== undefined && device.device_type !== null) {
             return trouble('stranger', `It says that its type is ${device.device_type}, not ${deviceType}.`);

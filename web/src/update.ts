@@ -63,6 +63,11 @@ export interface UpdateState {
     messages: readonly string[];
 }
 
+/** Until it is known what has become of it. The line is needed so long, and nothing else can be sent. */
+export function isUnderWay(update: UpdateState | null): update is UpdateState {
+    return update !== null && update.step !== 'over';
+}
+
 export interface Update {
     onEvent(event: UpdateEvent): void;
     onMessage(message: string): void;

@@ -45,15 +45,24 @@ describe.concurrent('connect', () => {
         await sees('The browser does not permit serial ports here');
     });
 
-    flow('is told that the port is busy, and takes it when it is free', async ({ ports, board, press, sees }) => {
+    flow('is told that the port is busy, and takes it when it is free', async (visit) => {
+        const { ports, board, button, go, press, sees } = visit;
         const port = ports.add(await board());
         port.isBusy = true;
         ports.choice = port;
         await press('Choose the port');
         await sees('The port cannot be opened');
+        await sees('Not connected');
+        expect(await button('Disconnect').isVisible()).toBe(false);
+        await go('Overview');
+        await sees('The port is not open');
+        await go('Connect');
+        await press('Try again');
+        await sees('The port cannot be opened');
         port.isBusy = false;
-        await press(/^Choose (the|another) port$/);
+        await press('Try again');
         await sees('The device answers');
+        expect(await button('Disconnect').isVisible()).toBe(true);
     });
 
     flow('is told that nobody answers, and asks again', async ({ ports, board, press, sees }) => {
@@ -79,6 +88,25 @@ describe.concurrent('connect', () => {
         port.plug();
         await sees(/Connected on USB 0403:6001/);
         await page.getByText('The device answers').first().waitFor();
+    });
+
+    flow('is told that another device answers when the cable is back', async ({ connect, board, go, press, sees, has }) => {
+        const { port } = await connect();
+        const other = await board();
+        await new Promise<void>((resolve) => {
+            other.onBytes = () => resolve();
+            other.take(Buffer.from('<T00006a10123400c0>')); // write serial number 4660
+        });
+        await go('Network');
+        await has('Address', '192.168.0.100');
+        port.unplug();
+        await sees('USB 0403:6001 is unplugged');
+        port.lead(other);
+        port.plug();
+        await sees('Another device answers');
+        await sees(/Its serial number is 4660 \(0x1234\); before it was 0/);
+        await press('Dismiss: Another device answers');
+        await sees(/Connected on USB 0403:6001, serial number 4660/);
     });
 
     flow('uses a port again that was chosen before', async ({ connect, press, sees, page }) => {

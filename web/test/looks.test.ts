@@ -210,14 +210,14 @@ describe('each screen', () => {
         await page.getByRole('group', { name: 'Formats (26)' }).waitFor();
         await page.getByRole('button', { name: /^Show format/ }).first().click();
         await page.getByRole('heading', { name: 'Format 10: 1920x1080x60' }).waitFor();
-        await page.locator('img.drawing').waitFor();
+        await page.locator('img.drawing').filter({ visible: true }).waitFor();
         await checkLooks(page, 'timings-format', 'main');
         await field('Size').fill('wide');
         await page.locator('.fault').first().waitFor();
         await checkLooks(page, 'timings-fault', '[role=search]');
         await page.getByRole('tab', { name: 'Calculator' }).click();
         await sees(/^1920 × 1080 at 60 Hz/);
-        await page.locator('img.drawing').waitFor();
+        await page.locator('img.drawing').filter({ visible: true }).waitFor();
         await checkLooks(page, 'timings-calculator', 'main');
         await page.getByRole('tab', { name: 'Detection' }).click();
         await sees(/Reported as format/);

@@ -95,6 +95,33 @@ describe.concurrent('timings', () => {
         await field(/^Height/).fill('720');
         await sees(/^1280 × 720 at 60 Hz/);
     });
+
+    flow('keep what was typed, and the place, while another tab is shown', async ({ go, page, field, has }) => {
+        const { keyboard } = page;
+        const tab = (name: string) => page.getByRole('tab', { name });
+        const landing = page.getByRole('heading', { name: /^Format \d+/ });
+        await go('Timings');
+        await field('Size').fill('1280x720');
+        await page.getByRole('button', { name: /^Show format/ }).first().click();
+        await landing.waitFor();
+        await page.locator('.landing:focus').waitFor(); // it is below the list
+        await tab('Calculator').click();
+        await field(/^Width/).fill('1234');
+        await keyboard.press('Shift+Tab');
+        await tab('Calculator').focus();
+        await keyboard.press('ArrowLeft');
+        await landing.waitFor();
+        await has('Size', '1280x720');
+        await page.waitForTimeout(300); // the focus must not go later either
+        expect(await tab('Formats').evaluate((each) => each === document.activeElement)).toBe(true);
+        await keyboard.press('ArrowRight');
+        await field(/^Width/).waitFor();
+        expect(await field(/^Width/).inputValue()).toBe('1234');
+        await tab('Detection').click();
+        await page.getByRole('button', { name: /^Show format/ }).click();
+        await page.locator('.landing:focus').waitFor();
+        await has('Size', '1280x720');
+    });
 });
 
 async function useDemo({ press, sees }: Visit): Promise<void> {
@@ -109,6 +136,25 @@ describe.concurrent('the demo device', () => {
             await visit.go(screen);
             await visit.sees(/This is the demo device/);
         }
+    });
+
+    flow('keeps what is typed by name and raw, and sends what is shown', async (visit) => {
+        const { go, page, field, has, press, sees } = visit;
+        await useDemo(visit);
+        await go('Console');
+        await field('Command').fill('read serial number');
+        await sees(/^Will be sent: <T00006a11/);
+        await page.getByRole('tab', { name: 'Raw' }).click();
+        await sees('Choose a command, and here stands what will be sent.');
+        await field('Bytes').fill('68 01');
+        await sees(/^Will be sent: <T00006801/);
+        await page.getByRole('tab', { name: 'By name' }).click();
+        await has('Command', 'read serial number');
+        await sees(/^Will be sent: <T00006a11/);
+        await press('Send');
+        await sees(/<F00006a11/);
+        await page.getByRole('tab', { name: 'Raw' }).click();
+        await has('Bytes', '68 01');
     });
 
     flow('takes network settings, and keeps them when its cable is pulled', async (visit) => {
@@ -139,10 +185,39 @@ describe.concurrent('the demo device', () => {
         const hasProgress = await watch(/\d+ of 30 blocks/);
         await press('Update it');
         await hasProgress();
-        await sees(/The device runs the new program/);
+        await sees('The device has taken the update and restarted');
+        await sees('The demo device goes on with its own program: it cannot run another one.');
         await go('Connect');
         await page.getByText('What it prints on its console').click();
         await sees(/check _update.pkg sucess/);
         await sees(/the program that runs is the demo's own, as before/);
+    });
+
+    flow('names the file before an update, however long its name is', async (visit) => {
+        const { go, press, sees, page } = visit;
+        await useDemo(visit);
+        await go('Update');
+        const name = `vesk_h264${'_of_the_second_floor'.repeat(10)}`;
+        await openFile(visit, 'Choose the file', name, programForDevice(30000));
+        await sees('This is a program for the device');
+        await press('Update the device …');
+        const dialog = page.getByRole('dialog');
+        await dialog.getByText(name).waitFor();
+        expect(await dialog.evaluate((each) => each.scrollWidth - each.clientWidth)).toBe(0);
+        await press('Cancel');
+    });
+
+    flow('can be sent a file that is no program, but not one that is empty', async (visit) => {
+        const { go, sees, page } = visit;
+        await useDemo(visit);
+        await go('Update');
+        const force = page.getByRole('checkbox', { name: /^Send it all the same/ });
+        await openFile(visit, 'Choose the file', 'photo.jpg', Buffer.alloc(5000, 'no program '));
+        await sees('This is no program for the device');
+        expect(await force.isVisible()).toBe(true);
+        await openFile(visit, 'Choose the file', 'empty', Buffer.alloc(0));
+        await sees('0.0 KiB');
+        await sees('This is no program for the device');
+        expect(await force.isVisible()).toBe(false);
     });
 });

@@ -8,6 +8,7 @@ import type { DemoDevice } from '../line/demo.ts';
 import { choosePort, hasSerial, knownPorts } from '../line/serial.ts';
 import type { Transport } from '../line/transport.ts';
 import { adviceOn, type Fault, type Session, type State } from '../session.ts';
+import { isUnderWay } from '../update.ts';
 import { Busy, Facts, Notice, Panel } from './parts.tsx';
 import { Welcome } from './Welcome.tsx';
 
@@ -149,9 +150,8 @@ export function Connect({ session }: { core: Core; session: Session }) {
     const state = useSession(session);
     const known = useKnownPorts();
     const [isLoading, setLoading] = useState(false);
-    const isThere = state.phase !== 'off' && !(state.phase === 'trouble' && state.lineName === '');
-    // To leave the line would break it off.
-    const isUpdating = state.update !== null && state.update.step !== 'over';
+    const isThere = state.phase !== 'off' && !(state.phase === 'trouble' && !state.isOpen);
+    const isUpdating = isUnderWay(state.update); // to leave the line would break it off
     const isBusy = state.phase === 'opening' || state.phase === 'asking' || state.phase === 'waiting';
 
     async function useDemo(): Promise<void> {

@@ -8,6 +8,7 @@ import { argumentFaultIn, sentenceOf, sentencesOf, type FieldFault } from '../co
 import type { Session } from '../session.ts';
 import type { Passage } from '../traffic.ts';
 import { argsOf, textOf } from '../typed.ts';
+import { isUnderWay } from '../update.ts';
 import { NeedsDevice } from './NeedsDevice.tsx';
 import { Check, Choice, Dialog, Download, Facts, Field, Notice, Panel, Table, Tabs } from './parts.tsx';
 
@@ -375,7 +376,9 @@ function Traffic({ session }: { session: Session }) {
 export function Console({ core, session }: { core: Core; session: Session }) {
     const state = useSession(session);
     const [mode, setMode] = useState<'name' | 'raw'>('name');
-    const [typed, setTyped] = useState<Typed>(nothingTyped);
+    const [byName, setByName] = useState<Typed>(nothingTyped);
+    const [raw, setRaw] = useState<Typed>(nothingTyped);
+    const typed = mode === 'name' ? byName : raw;
     const [isAsked, setAsked] = useState(false);
     const [finished, setFinished] = useState<Finished | null>(null);
     const found = useMemo(() => (typed.text.trim() === '' ? null : core.frameOf(typed.text)), [core, typed.text]);
@@ -385,8 +388,7 @@ export function Console({ core, session }: { core: Core; session: Session }) {
     const fault = argumentFaultIn({ messages: found !== null && 'error' in found ? found.error : '' }, names);
     const [isSending, setSending] = useState(false);
     // Whoever is there: that is what a console is for. After what runs already, unless that takes its time.
-    const isUpdating = state.update !== null && state.update.step !== 'over';
-    const canSend = frame !== null && state.isOpen && !isSending && !isUpdating;
+    const canSend = frame !== null && state.isOpen && !isSending && !isUnderWay(state.update);
 
     useEffect(() => setFinished(null), [state.deviceNumber]);
 
@@ -441,9 +443,9 @@ export function Console({ core, session }: { core: Core; session: Session }) {
                             {
                                 id: 'name',
                                 label: 'By name',
-                                content: () => <ByName core={core} fault={fault} onTyped={setTyped} />,
+                                content: () => <ByName core={core} fault={fault} onTyped={setByName} />,
                             },
-                            { id: 'raw', label: 'Raw', content: () => <Raw core={core} onTyped={setTyped} /> },
+                            { id: 'raw', label: 'Raw', content: () => <Raw core={core} onTyped={setRaw} /> },
                         ]}
                     />
                     <Preview found={found} fault={fault} payload={payload} />

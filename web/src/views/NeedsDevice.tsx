@@ -22,11 +22,18 @@ export function NeedsDevice({ state }: { state: State }) {
         );
     }
     if (state.phase === 'trouble') {
-        return (
+        const where = (
+            <p>
+                <a href="#connect">Connect</a> says why, and what to do.
+            </p>
+        );
+        return state.isOpen ? (
             <Notice tone="warning" title="No device answers">
-                <p>
-                    <a href="#connect">Connect</a> says why, and what to do.
-                </p>
+                {where}
+            </Notice>
+        ) : (
+            <Notice tone="warning" title="The port is not open">
+                {where}
             </Notice>
         );
     }

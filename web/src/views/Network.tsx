@@ -115,6 +115,7 @@ export function Network({ core, session }: { core: Core; session: Session }) {
 function Settings({ core, session }: { core: Core; session: Session }) {
     const state = useSession(session);
     const [now, setNow] = useState<NetworkSettings | null>(null);
+    const [keptMac, setKeptMac] = useState(''); // was written, and is for the device's next start
     const [form, setForm] = useState<NetworkSettings>(empty);
     const [isForced, setForced] = useState(false);
     const [isAsked, setAsked] = useState(false);
@@ -123,13 +124,28 @@ function Settings({ core, session }: { core: Core; session: Session }) {
     const told = state.device?.network ?? null;
     const canRun = state.phase === 'ready' && state.running === '';
 
+    // Every write has all settings in it: to write the present MAC address would take back the one that is kept.
+    const toStay = (settings: NetworkSettings) => ({ ...settings, mac: keptMac === '' ? settings.mac : keptMac });
+    const isTyped = now !== null && changesOf(toStay(now), form).length > 0;
+
     // What the device told when it was connected, or later. What is typed stays, unless nothing was.
     useEffect(() => {
         if (told !== null) {
-            setForm((typed) => (now === null || changesOf(now, typed).length === 0 ? told : typed));
+            if (!isTyped) {
+                setForm(toStay(told));
+            }
             setNow(told);
+            if (told.mac.toLowerCase() === keptMac.toLowerCase()) {
+                setKeptMac('');
+            }
         }
     }, [told]);
+
+    // What is to be written all the same is what was seen to be wrong, and nothing else.
+    function change(settings: NetworkSettings): void {
+        setForm(settings);
+        setForced(false);
+    }
 
     const faults = core.faultsOf(trimmed(form));
     const isFaulty = fields.some(({ name }) => faults[name] !== '');
@@ -158,7 +174,7 @@ function Settings({ core, session }: { core: Core; session: Session }) {
             return;
         }
         setNow(got);
-        setForm(got);
+        change(toStay(got));
     }
 
     async function write(): Promise<void> {
@@ -171,8 +187,8 @@ function Settings({ core, session }: { core: Core; session: Session }) {
         setReport(reportOn(status, messages, wanted, got, core.facts.networkWrite));
         if (got !== null) {
             setNow(got);
-            setForm(got);
-            setForced(false);
+            setKeptMac(got.mac.toLowerCase() === wanted.mac.toLowerCase() ? '' : wanted.mac);
+            change({ ...got, mac: wanted.mac });
             void session.ask(); // so that the other screens have them, too
         }
     }
@@ -220,7 +236,7 @@ function Settings({ core, session }: { core: Core; session: Session }) {
                                     value={form[name]}
                                     hint={hint ?? ''}
                                     fault={form[name] === '' && now === null ? '' : sentenceOf(faults[name])}
-                                    onInput={(value) => setForm({ ...form, [name]: value })}
+                                    onInput={(value) => change({ ...form, [name]: value })}
                                     disabled={now === null || isTalking}
                                     code
                                 />
@@ -238,8 +254,8 @@ function Settings({ core, session }: { core: Core; session: Session }) {
                             </button>
                             <button
                                 type="button"
-                                disabled={changes.length === 0 || now === null}
-                                onClick={() => setForm(now ?? empty)}
+                                disabled={!isTyped}
+                                onClick={() => change(now === null ? empty : toStay(now))}
                             >
                                 Undo
                             </button>

@@ -29,9 +29,11 @@ type Part = 'formats' | 'calculator' | 'detection';
 export function Timings({ core }: { core: Runner }) {
     const [part, setPart] = useState<Part>('formats');
     const [chosen, setChosen] = useState<Format | null>(null);
+    const [choices, setChoices] = useState(0); // how often one was chosen
 
     function show(format: Format): void {
         setChosen(format);
+        setChoices((before) => before + 1);
         setPart('formats');
     }
 
@@ -51,7 +53,7 @@ export function Timings({ core }: { core: Runner }) {
                         label: 'Formats',
                         content: () => (
                             <Guarded key="formats">
-                                <Formats core={core} chosen={chosen} onChoose={setChosen} />
+                                <Formats core={core} chosen={chosen} choices={choices} onChoose={show} />
                             </Guarded>
                         ),
                     },
@@ -84,10 +86,12 @@ const noFault = { fault: '', field: '' };
 interface FormatsProps {
     core: Runner;
     chosen: Format | null;
+    /** Is another number each time that one is chosen. */
+    choices: number;
     onChoose: (format: Format) => void;
 }
 
-function Formats({ core, chosen, onChoose }: FormatsProps) {
+function Formats({ core, chosen, choices, onChoose }: FormatsProps) {
     const [size, setSize] = useState('');
     const [rate, setRate] = useState('');
     const [name, setName] = useState('');
@@ -182,7 +186,7 @@ function Formats({ core, chosen, onChoose }: FormatsProps) {
                 />
             )}
             {chosen ? (
-                <OneFormat key={chosen.id} core={core} format={chosen} />
+                <OneFormat key={chosen.id} core={core} format={chosen} choices={choices} />
             ) : (
                 <p class="muted">Choose a format to see all its numbers, its drawing and its modeline.</p>
             )}
@@ -190,7 +194,7 @@ function Formats({ core, chosen, onChoose }: FormatsProps) {
     );
 }
 
-function OneFormat({ core, format }: { core: Runner; format: Format }) {
+function OneFormat({ core, format, choices }: { core: Runner; format: Format; choices: number }) {
     const place = useRef<HTMLDivElement>(null);
     const shown = useResult(
         async () => ({
@@ -203,7 +207,7 @@ function OneFormat({ core, format }: { core: Runner; format: Format }) {
         // It is below the list: whoever has chosen it goes there, with the keyboard and the screen reader too.
         place.current?.focus({ preventScroll: true });
         place.current?.scrollIntoView({ block: 'start' });
-    }, [format.id]);
+    }, [choices]);
     return (
         <div ref={place} tabIndex={-1} class="landing">
             <Panel title={`Format ${format.id}: ${format.name}`}>

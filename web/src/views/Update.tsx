@@ -1,14 +1,25 @@
 // A new program for the device: the file, the way to the device, and what has become of it.
 
-import { useMemo, useState } from 'preact/hooks';
+import { useEffect, useMemo, useRef, useState } from 'preact/hooks';
 
 import type { Core } from '../core/core.ts';
 import { useSession } from '../hooks.ts';
 import { sentenceOf } from '../core/lines.ts';
 import type { Session, State } from '../session.ts';
-import type { UpdateResult, UpdateState } from '../update.ts';
+import { isUnderWay, type UpdateResult, type UpdateState } from '../update.ts';
 import { NeedsDevice } from './NeedsDevice.tsx';
-import { Busy, Check, Dialog, Facts, FileDrop, Notice, Panel, Progress, type OpenedFile } from './parts.tsx';
+import {
+    Busy,
+    Check,
+    Dialog,
+    Facts,
+    FileDrop,
+    Notice,
+    Panel,
+    Progress,
+    keepFocus,
+    type OpenedFile,
+} from './parts.tsx';
 
 function sizeOf(bytes: number): string {
     return bytes < 1024 * 1024 ? `${(bytes / 1024).toFixed(1)} KiB` : `${(bytes / 1024 / 1024).toFixed(2)} MiB`;
@@ -65,11 +76,13 @@ interface Verdict {
 }
 
 // What to do comes with the result.
-function verdictOn(result: UpdateResult): Verdict {
+function verdictOn(result: UpdateResult, isDemo: boolean): Verdict {
     const version = result.version === undefined ? '' : `, version ${result.version}`;
     switch (result.outcome) {
         case 'restarted':
-            return { tone: 'good', title: `The device runs the new program${version}` };
+            return isDemo
+                ? { tone: 'good', title: 'The device has taken the update and restarted' }
+                : { tone: 'good', title: `The device runs the new program${version}` };
         case 'old program':
             return { tone: 'error', title: 'The device goes on with its old program' };
         case 'absent':
@@ -92,7 +105,7 @@ function Ended({ update, state, onClose }: { update: UpdateState; state: State; 
     if (result === null) {
         return null;
     }
-    const verdict = verdictOn(result);
+    const verdict = verdictOn(result, state.isDemo);
     const answers =
         state.phase === 'ready' ? (state.device?.program_version ?? 'not told') : 'the device does not answer now';
     return (
@@ -100,7 +113,9 @@ function Ended({ update, state, onClose }: { update: UpdateState; state: State; 
             {result.next.map((line) => (
                 <p key={line}>{line}</p>
             ))}
-            {state.isDemo && <p>The demo device goes on with its own program: it cannot run another one.</p>}
+            {state.isDemo && result.outcome === 'restarted' && (
+                <p>The demo device goes on with its own program: it cannot run another one.</p>
+            )}
             <Facts
                 facts={[
                     ['Version in the file', update.version === '' ? 'not told' : update.version],
@@ -121,8 +136,20 @@ export function Update({ core, session }: { core: Core; session: Session }) {
     const [isForced, setForced] = useState(false);
     const [isAsked, setAsked] = useState(false);
     const { update } = state;
-    const isUnderWay = update !== null && update.step !== 'over';
-    const canRun = state.phase === 'ready' && state.running === '' && !isUnderWay;
+    const isUpdating = isUnderWay(update);
+    const canRun = state.phase === 'ready' && state.running === '' && !isUpdating;
+    const place = useRef<HTMLElement>(null);
+    const cancel = useRef<HTMLButtonElement>(null);
+
+    const wasUpdating = useRef(isUpdating);
+
+    // The button that cancels is gone when an update is over. Another screen may be shown then.
+    useEffect(() => {
+        if (wasUpdating.current && !isUpdating && place.current?.offsetParent != null) {
+            keepFocus();
+        }
+        wasUpdating.current = isUpdating;
+    }, [isUpdating]);
 
     const check = useMemo(() => {
         if (file === null) {
@@ -139,7 +166,7 @@ export function Update({ core, session }: { core: Core; session: Session }) {
         setFile(files[0] ?? null);
         setFault('');
         setForced(false);
-        if (!isUnderWay) {
+        if (!isUpdating) {
             session.forgetUpdate();
         }
     }
@@ -152,17 +179,17 @@ export function Update({ core, session }: { core: Core; session: Session }) {
     }
 
     return (
-        <article class="screen">
+        <article class="screen" ref={place}>
             <header>
                 <h1>Update</h1>
                 <p>A new program for the device. It keeps the old one as a backup.</p>
             </header>
             <NeedsDevice state={state} />
-            {update !== null && isUnderWay && (
+            {isUnderWay(update) && (
                 <Panel
                     title={`Updating with ${update.name}`}
                     actions={
-                        <button type="button" class="danger" onClick={() => session.cancel()}>
+                        <button type="button" class="danger" ref={cancel} onClick={() => session.cancel()}>
                             {update.step === 'settling' || update.step === 'restarting'
                                 ? 'Stop waiting'
                                 : 'Cancel the update'}
@@ -178,7 +205,7 @@ export function Update({ core, session }: { core: Core; session: Session }) {
                     </div>
                 </Panel>
             )}
-            {update !== null && !isUnderWay && (
+            {update !== null && !isUpdating && (
                 <Ended update={update} state={state} onClose={() => session.forgetUpdate()} />
             )}
             {update !== null && update.messages.length > 0 && (
@@ -189,7 +216,7 @@ export function Update({ core, session }: { core: Core; session: Session }) {
                     </pre>
                 </details>
             )}
-            {!isUnderWay && (
+            {!isUpdating && (
                 <Panel title="The file">
                     <div class="stack">
                         <FileDrop
@@ -214,11 +241,13 @@ export function Update({ core, session }: { core: Core; session: Session }) {
                             <Notice tone="error" title="This is no program for the device">
                                 <p>{sentenceOf(check.wrong)}</p>
                                 <p>Nothing has been sent.</p>
-                                <Check
-                                    label="Send it all the same (the device may not start again)"
-                                    checked={isForced}
-                                    onChange={setForced}
-                                />
+                                {file !== null && file.bytes.length > 0 && (
+                                    <Check
+                                        label="Send it all the same (the device may not start again)"
+                                        checked={isForced}
+                                        onChange={setForced}
+                                    />
+                                )}
                             </Notice>
                         )}
                         {check !== null && check.wrong === '' && (
@@ -236,6 +265,7 @@ export function Update({ core, session }: { core: Core; session: Session }) {
                 open={isAsked}
                 title="Replace the device’s program?"
                 onClose={() => setAsked(false)}
+                onClosed={() => cancel.current?.focus()}
                 actions={
                     <>
                         <button type="button" onClick={() => setAsked(false)}>

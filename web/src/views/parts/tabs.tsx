@@ -1,12 +1,12 @@
 // Several views of a thing, one at a time.
 
-import type { ComponentChildren, JSX } from 'preact';
+import type { ComponentChild, JSX } from 'preact';
 import { useId, useRef } from 'preact/hooks';
 
 export interface Tab<Id extends string> {
     id: Id;
     label: string;
-    content: () => ComponentChildren;
+    content: () => ComponentChild;
 }
 
 export interface TabsProps<Id extends string> {
@@ -17,10 +17,14 @@ export interface TabsProps<Id extends string> {
     onChoose: (id: Id) => void;
 }
 
-/** One of several views of a thing. Arrow keys, Home and End go from tab to tab. */
+/**
+ * One of several views of a thing. Arrow keys, Home and End go from tab to tab. A view begins when it is first chosen, and
+ * keeps what is typed in it; while it is hidden, nothing in it changes.
+ */
 export function Tabs<Id extends string>({ label, tabs, chosen, onChoose }: TabsProps<Id>) {
     const base = useId();
     const list = useRef<HTMLDivElement>(null);
+    const drawn = useRef(new Map<Id, ComponentChild>());
 
     function onKeyDown(event: JSX.TargetedKeyboardEvent<HTMLDivElement>) {
         const now = tabs.findIndex((tab) => tab.id === chosen);
@@ -39,7 +43,9 @@ export function Tabs<Id extends string>({ label, tabs, chosen, onChoose }: TabsP
         }
     }
 
+    // The very same content is not drawn again, so a hidden view computes nothing for a change that nobody sees.
     const shown = tabs.find((tab) => tab.id === chosen);
+    drawn.current.set(chosen, shown?.content());
     return (
         <div class="tabs">
             <div role="tablist" aria-label={label} ref={list} onKeyDown={onKeyDown}>
@@ -50,7 +56,7 @@ export function Tabs<Id extends string>({ label, tabs, chosen, onChoose }: TabsP
                         role="tab"
                         id={`${base}-${tab.id}`}
                         aria-selected={tab.id === chosen}
-                        aria-controls={`${base}-panel`}
+                        aria-controls={`${base}-panel-${tab.id}`}
                         tabIndex={tab.id === chosen ? 0 : -1}
                         onClick={() => onChoose(tab.id)}
                     >
@@ -58,9 +64,18 @@ export function Tabs<Id extends string>({ label, tabs, chosen, onChoose }: TabsP
                     </button>
                 ))}
             </div>
-            <div role="tabpanel" id={`${base}-panel`} aria-labelledby={`${base}-${chosen}`} tabIndex={-1}>
-                {shown?.content()}
-            </div>
+            {tabs.map((tab) => (
+                <div
+                    key={tab.id}
+                    role="tabpanel"
+                    id={`${base}-panel-${tab.id}`}
+                    aria-labelledby={`${base}-${tab.id}`}
+                    tabIndex={-1}
+                    hidden={tab.id !== chosen}
+                >
+                    {drawn.current.get(tab.id)}
+                </div>
+            ))}
         </div>
     );
 }
