@@ -333,6 +333,26 @@ on_board() {
         check test "$(grep -cx young $scratch/starts)" -eq 1'
 }
 
+@test "of two supervisors that start at once one stays, whatever a killed one left" {
+    on_board '
+        plan $program young up
+        one_stays() { [ "$(kill -0 $first 2>/dev/null && echo yes)" != "$(kill -0 $supervisor 2>/dev/null && echo yes)" ]; }
+        for round in 1 2 3 4 5; do
+            supervise
+            first=$supervisor
+            supervise
+            eventually started young $round
+            eventually one_stays
+            check runs
+            kill -KILL $first $supervisor 2>/dev/null
+            wait $first $supervisor
+        done
+        mkdir /run/vesk_h264.taking
+        supervise
+        eventually started young 6
+        check not test -e /run/vesk_h264.taking'
+}
+
 @test "a log that nobody reads, a full /run, settings that are no numbers: it is started all the same" {
     on_board '
         plan $program young up
