@@ -294,6 +294,22 @@ on_board() {
         check not kill -0 "$left"'
 }
 
+@test "a program ends and nothing reports it: it is started again" {
+    on_board '
+        plan $program young up
+        supervise
+        eventually test -s ${program}_good
+        left=$(running)
+        reporter=$(sed -n "s/^PPid:[^0-9]*//p" "/proc/$left/status")
+        check not test "$reporter" = $supervisor
+        kill -KILL "$reporter"
+        sleep 5 # which is no reason to start another one
+        check test "$(running)" = "$left"
+        kill -KILL "$left"
+        eventually started young 2
+        check kill -0 $supervisor'
+}
+
 @test "a stop at any moment of a start ends the program too" {
     on_board '
         plan $program young up
