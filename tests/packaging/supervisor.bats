@@ -403,6 +403,40 @@ on_board() {
     done
 }
 
+@test "a time of no seconds means the usual one" {
+    for name in MAIN_SECONDS UP_SECONDS; do
+        on_board '
+            echo '$name'=0 >>/etc/default/vesk_h264
+            # It prints "enter main" at once and runs for four seconds: not up in ten, but up and good in two.
+            plan $program young late
+            plan ${program}_backup old up
+            supervise
+            case '$name' in
+            MAIN_SECONDS)
+                eventually test -s ${program}_good
+                eventually started young 3
+                check not logged "so it is ended"
+                check is $program young ;;
+            UP_SECONDS)
+                eventually started old 1
+                check test "$(grep -cx young $scratch/starts)" -eq 3
+                check is ${program}_failed young ;;
+            esac' &
+        pids+=($!)
+    done
+    on_board '
+        echo GOOD_SECONDS=0 >>/etc/default/vesk_h264
+        plan $program young up
+        supervise
+        eventually grep -q "up$" /run/vesk_h264.tries
+        sleep 4
+        check not test -e ${program}_good' &
+    pids+=($!)
+    for pid in "${pids[@]}"; do
+        wait "$pid"
+    done
+}
+
 @test "no room for two copies: what failed before makes room for the backup, and what fails now is kept" {
     on_board '
         size=$((($(wc -c <$STAND_IN) / 4096 + 1) * 4))
