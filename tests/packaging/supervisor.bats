@@ -210,6 +210,30 @@ on_board() {
         supervise
         eventually said "cannot be copied to /usr/bin/vesk_h264_new, so it stays"
         eventually started young 5'
+    on_board '
+        plan $program young up
+        plan ${program}_backup old up
+        sha256sum <$program | cut -d" " -f1 >${program}_good
+        chmod 644 $program
+        mount -o bind /usr/bin /usr/bin && mount -o remount,bind,ro /usr/bin
+        supervise
+        eventually said "the program has no execute bit; it cannot be given back: is the disk read-only?"
+        mount -o remount,bind,rw /usr/bin
+        eventually said "it was given back"
+        eventually started young 1'
+}
+
+@test "a program that cannot be replaced, being a mount point: it says so, and leaves nothing" {
+    on_board '
+        plan $program young fail
+        plan ${program}_backup old up
+        plan ${program}_failed older fail
+        mount -o bind $program $program
+        supervise
+        eventually said "the program did not come up 3 times; it cannot be replaced by the backup, so it stays"
+        eventually started young 4
+        check is ${program}_failed older
+        check test "$(echo ${program}_*)" = "${program}_backup ${program}_failed"'
 }
 
 @test "the log gets a hundred lines a second, whole ones, and how many were left out" {
