@@ -210,6 +210,30 @@ on_board() {
         supervise
         eventually said "cannot be copied to /usr/bin/vesk_h264_new, so it stays"
         eventually started young 5'
+    on_board '
+        plan $program young up
+        plan ${program}_backup old up
+        sha256sum <$program | cut -d" " -f1 >${program}_good
+        chmod 644 $program
+        mount -o bind /usr/bin /usr/bin && mount -o remount,bind,ro /usr/bin
+        supervise
+        eventually said "the program has no execute bit; it cannot be given back: is the disk read-only?"
+        mount -o remount,bind,rw /usr/bin
+        eventually said "it was given back"
+        eventually started young 1'
+}
+
+@test "a program that cannot be replaced, being a mount point: it says so, and leaves nothing" {
+    on_board '
+        plan $program young fail
+        plan ${program}_backup old up
+        plan ${program}_failed older fail
+        mount -o bind $program $program
+        supervise
+        eventually said "the program did not come up 3 times; it cannot be replaced by the backup, so it stays"
+        eventually started young 4
+        check is ${program}_failed older
+        check test "$(echo ${program}_*)" = "${program}_backup ${program}_failed"'
 }
 
 @test "the log gets a hundred lines a second, whole ones, and how many were left out" {
@@ -294,6 +318,22 @@ on_board() {
         check not kill -0 "$left"'
 }
 
+@test "a program ends and nothing reports it: it is started again" {
+    on_board '
+        plan $program young up
+        supervise
+        eventually test -s ${program}_good
+        left=$(running)
+        reporter=$(sed -n "s/^PPid:[^0-9]*//p" "/proc/$left/status")
+        check not test "$reporter" = $supervisor
+        kill -KILL "$reporter"
+        sleep 5 # which is no reason to start another one
+        check test "$(running)" = "$left"
+        kill -KILL "$left"
+        eventually started young 2
+        check kill -0 $supervisor'
+}
+
 @test "a stop at any moment of a start ends the program too" {
     on_board '
         plan $program young up
@@ -333,6 +373,26 @@ on_board() {
         check test "$(grep -cx young $scratch/starts)" -eq 1'
 }
 
+@test "of two supervisors that start at once one stays, whatever a killed one left" {
+    on_board '
+        plan $program young up
+        one_stays() { [ "$(kill -0 $first 2>/dev/null && echo yes)" != "$(kill -0 $supervisor 2>/dev/null && echo yes)" ]; }
+        for round in 1 2 3 4 5; do
+            supervise
+            first=$supervisor
+            supervise
+            eventually started young $round
+            eventually one_stays
+            check runs
+            kill -KILL $first $supervisor 2>/dev/null
+            wait $first $supervisor
+        done
+        mkdir /run/vesk_h264.taking
+        supervise
+        eventually started young 6
+        check not test -e /run/vesk_h264.taking'
+}
+
 @test "a log that nobody reads, a full /run, settings that are no numbers: it is started all the same" {
     on_board '
         plan $program young up
@@ -364,6 +424,40 @@ on_board() {
             supervise
             eventually started young 3
             check not started young 8'
+    done
+}
+
+@test "a time of no seconds means the usual one" {
+    for name in MAIN_SECONDS UP_SECONDS; do
+        on_board '
+            echo '$name'=0 >>/etc/default/vesk_h264
+            # It prints "enter main" at once and runs for four seconds: not up in ten, but up and good in two.
+            plan $program young late
+            plan ${program}_backup old up
+            supervise
+            case '$name' in
+            MAIN_SECONDS)
+                eventually test -s ${program}_good
+                eventually started young 3
+                check not logged "so it is ended"
+                check is $program young ;;
+            UP_SECONDS)
+                eventually started old 1
+                check test "$(grep -cx young $scratch/starts)" -eq 3
+                check is ${program}_failed young ;;
+            esac' &
+        pids+=($!)
+    done
+    on_board '
+        echo GOOD_SECONDS=0 >>/etc/default/vesk_h264
+        plan $program young up
+        supervise
+        eventually grep -q "up$" /run/vesk_h264.tries
+        sleep 4
+        check not test -e ${program}_good' &
+    pids+=($!)
+    for pid in "${pids[@]}"; do
+        wait "$pid"
     done
 }
 
