@@ -297,7 +297,9 @@ on_board() {
         LOG_LINES=100 events=/dev/null
         seq 600 | filter_output 1 >$scratch/kept
         { seq 100; echo "150 lines were left out"; seq 251 350; echo "150 lines were left out"; seq 501 600; } >$scratch/wanted
-        check cmp $scratch/kept $scratch/wanted'
+        check cmp $scratch/kept $scratch/wanted
+        seq 351 | filter_output 1 >$scratch/kept
+        check test "$(tail -n 1 $scratch/kept)" = "1 line was left out"'
 }
 
 @test "a stop ends the program too; what a killed supervisor left is ended by the next" {
