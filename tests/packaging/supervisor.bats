@@ -297,7 +297,9 @@ on_board() {
         LOG_LINES=100 events=/dev/null
         seq 600 | filter_output 1 >$scratch/kept
         { seq 100; echo "150 lines were left out"; seq 251 350; echo "150 lines were left out"; seq 501 600; } >$scratch/wanted
-        check cmp $scratch/kept $scratch/wanted'
+        check cmp $scratch/kept $scratch/wanted
+        seq 351 | filter_output 1 >$scratch/kept
+        check test "$(tail -n 1 $scratch/kept)" = "1 line was left out"'
 }
 
 @test "a stop ends the program too; what a killed supervisor left is ended by the next" {
@@ -424,6 +426,26 @@ on_board() {
             supervise
             eventually started young 3
             check not started young 8'
+    done
+}
+
+@test "settings with a fault are left out: one line says so, and it is started all the same" {
+    for fault in "CONSOLE=\"/opt" "if" "exit 0" "LOG_LINES=\$MISSING" "program=x" ". /missing"; do
+        on_board '
+            ln -s ../run /var/run 2>/dev/null
+            cp packaging/board/S60vesk_h264 /etc/init.d/
+            echo '"'$fault'"' >/etc/default/vesk_h264
+            plan $program young up
+            eventually logged "syslogd started"
+            check sh /etc/init.d/S60vesk_h264 start
+            eventually started young 1
+            eventually logged "/etc/default/vesk_h264 cannot be read or has a fault, so none of it counts"
+            check test "$(grep -c "has a fault" $scratch/log)" -eq 1
+            check runs' &
+        pids+=($!)
+    done
+    for pid in "${pids[@]}"; do
+        wait "$pid"
     done
 }
 
@@ -607,6 +629,15 @@ on_board() {
             check not kill -0 "$left"
             check not test -e /var/run/vesk_h264.pid
             '"$init"' status && exit 1
+            # A supervisor that was killed leaves a program, which may ignore the signal.
+            check '"$init"' start
+            eventually started young 3
+            eventually runs
+            left=$(running)
+            kill -KILL "$(cat /var/run/vesk_h264.pid)"
+            check '"$init"' stop
+            eventually not test -e "/proc/$left/exe"
+            check not '"$init"' stop
             # An old pid file names another process by now.
             sleep 100 &
             echo $! >/var/run/vesk_h264.pid
