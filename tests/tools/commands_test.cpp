@@ -163,8 +163,11 @@ TEST(Commands, SaysWhatIsNoCommand)
     for (const Row &row : kRows) {
         EXPECT_EQ(complaintOf([&] { frameFromText(row.text); }), row.result) << row.text;
     }
-    for (const char *text : {"6", "680", "680102030", "680102030405", "6801020304050",
-                             "680102030405060", "00006801000000690", "000068010000006900"}) {
+    EXPECT_EQ(complaintOf([] { frameFromText("6"); }),
+              "1 hexadecimal digit: 2 to 10 in pairs are the command and its data, 14 a record, "
+              "16 a record with its checksum");
+    for (const char *text : {"680", "680102030", "680102030405", "6801020304050", "680102030405060",
+                              "00006801000000690", "000068010000006900"}) {
         EXPECT_NE(complaintOf([&] { frameFromText(text); }).find("hexadecimal digits: "),
                   std::string::npos)
             << text;
