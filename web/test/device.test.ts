@@ -135,8 +135,9 @@ describe.concurrent('the console', () => {
         await press('Go on');
         await page.getByRole('searchbox', { name: 'Filter' }).fill('');
         await page.getByRole('tab', { name: 'Raw' }).click();
-        // The device is as before in the end, so that it can do the same again.
-        for (const command of ['write serial number 4660', 'read serial number', 'input source', 'write serial number 0']) {
+        // The device is as before in the end, so that it can do the same again. What follows a write by itself is over
+        // when a reading is answered.
+        for (const command of ['write serial number 4660', 'input source', 'write serial number 0', 'read serial number']) {
             await field('Bytes').fill(command);
             await press('Send');
             if (command.startsWith('write')) {
@@ -206,7 +207,7 @@ describe.concurrent('the network', () => {
         await field('MAC address').fill(mac);
         await press('Write …');
         await press('Write them');
-        await sees(`The MAC address ${mac} is kept for the next start; now it is still 02:76:65:73:6b:01.`);
+        await sees('The MAC address is still 02:76:65:73:6b:01.');
         await has('MAC address', mac);
         await press('Read again');
         await field('Address').fill('192.168.0.125');

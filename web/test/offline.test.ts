@@ -145,7 +145,7 @@ describe.concurrent('the demo device', () => {
         await field('Command').fill('read serial number');
         await sees(/^Will be sent: <T00006a11/);
         await page.getByRole('tab', { name: 'Raw' }).click();
-        await sees('Choose a command, and here stands what will be sent.');
+        await sees('What will be sent appears here.');
         await field('Bytes').fill('68 01');
         await sees(/^Will be sent: <T00006801/);
         await page.getByRole('tab', { name: 'By name' }).click();
